@@ -1,0 +1,63 @@
+// Types, constants and byte arithmetic that every room of the library uses.
+#pragma once
+
+#include "pvzan.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+
+using u8 = std::uint8_t;
+using u16 = std::uint16_t;
+using u32 = std::uint32_t;
+using i32 = std::int32_t;
+using i64 = std::int64_t;
+
+using session = pvzan_session;
+using target_options = pvzan_target_options;
+using source_options = pvzan_source_options;
+using substitute = pvzan_substitute;
+using charset_group = pvzan_charset_group;
+using rule_row = pvzan_rule_row;
+
+// Names, rule names, paths and language tags are NUL-terminated in buffers of this size.
+inline constexpr std::size_t text_bytes = PVZAN_TEXT_BYTES;
+
+inline constexpr u32 jisx0213_plane2 = 0x10000; // marks plane 2 in a JIS X 0213 code
+
+// A code is at most four bytes long.
+inline constexpr u32 max_code_bytes = 4;
+
+// Copies as much of text as fits and ends it with a NUL.
+template <std::size_t Size>
+inline void copy_text(char (&out)[Size], const char* text) {
+    const std::size_t length = ::strnlen(text, Size - 1);
+    std::memcpy(out, text, length);
+    out[length] = '\0';
+}
+
+// Folds A-Z to lower case; all other bytes stay.
+constexpr char fold_ascii(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+constexpr u32 load_big_endian(std::span<const u8> bytes) {
+    u32 value = 0;
+    for (const u8 byte : bytes) {
+        value = value << 8 | byte;
+    }
+    return value;
+}
+
+constexpr u32 load_little_endian(std::span<const u8> bytes) {
+    u32 value = 0;
+    for (std::size_t i = bytes.size(); i-- > 0;) {
+        value = value << 8 | bytes[i];
+    }
+    return value;
+}
+
+constexpr u32 load_code(std::span<const u8> bytes, bool big_endian) {
+    return big_endian ? load_big_endian(bytes) : load_little_endian(bytes);
+}

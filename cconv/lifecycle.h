@@ -1,0 +1,41 @@
+// Start and end of the library, the charset directory, and the one-time loading of definitions.
+#pragma once
+
+#include "cconv/registry.h"
+
+#include <pthread.h>
+
+extern "C" {
+// Guards the charset directory, the loading of definitions and of every table. Not recursive.
+PVZAN_API extern pthread_mutex_t zan_tablemutex;
+PVZAN_API extern char m_charsetpath[text_bytes];
+
+PVZAN_API void startProcess(void);
+PVZAN_API void endProcess(void);
+// Takes a reference on the registry, made with the first one: 1 ready, 0 failed.
+PVZAN_API u32 initProcess(void);
+// Gives one back; the last one destroys the registry.
+PVZAN_API void termProcess(void);
+// The charset directory with a final "/"; settles the default first. Null, and an empty buffer,
+// when size is too small; null for a null buffer.
+PVZAN_API char* getCharsetPath(char* buffer, u32 size);
+}
+
+// Holds the table lock for a scope, where it could be taken.
+class table_lock {
+public:
+    table_lock() : held_(pthread_mutex_lock(&zan_tablemutex) == 0) {}
+    ~table_lock() {
+        if (held_) {
+            pthread_mutex_unlock(&zan_tablemutex);
+        }
+    }
+    table_lock(const table_lock&) = delete;
+    table_lock& operator=(const table_lock&) = delete;
+
+private:
+    bool held_;
+};
+
+// getCharsetPath for callers that hold the table lock.
+char* charset_path_locked(char* buffer, u32 size);

@@ -1,0 +1,335 @@
+/* pvzan.h - convert text between Japanese, Chinese, Korean and Unicode encodings.
+ *
+ * Link with libPVZAN.so.1. This header is plain C99 and compiles as C++.
+ *
+ * INTRODUCTION
+ *
+ * A conversion is one record, the session, that the caller owns. Choose the target with
+ * cconvInitConvert and the source with cconvChgCharset, point the session at an input and an output
+ * buffer, call cconvConvert until the input is used up, and close the output with cconvTermConvert.
+ * The session keeps all state between calls, so input and output may be cut anywhere, in the middle
+ * of a character too. Every call returns the session's status, which says why it stopped. Nothing
+ * in a session needs releasing.
+ *
+ * What a charset is, is read from the charset directory: definition files, "*.xml", and mapping
+ * tables. Set it once per process, before the first conversion, with ZAN_setCharsetPath; without
+ * that it is "./base2/".
+ *
+ * A session is about 16 KiB large: allocate it on the heap, and use it again.
+ *
+ * A complete conversion of a stream; need_input() and take_output() stand for the program's own
+ * input and output:
+ *
+ *     int convert_stream(const char *from, const char *to)
+ *     {
+ *         static unsigned char in[65536], out[65536];
+ *         pvzan_session *s = calloc(1, sizeof *s);
+ *         pvzan_target_options target = {.dstBigEndian = 1};
+ *         pvzan_source_options source = {.srcBigEndian = 1};
+ *         size_t kept = 0, got;
+ *         int faults = 0;
+ *
+ *         if (s == NULL || cconvInitConvert(s, &target, to) != PVZAN_DONE ||
+ *             cconvChgCharset(s, &source, from) != PVZAN_DONE)
+ *             return free(s), -1;                    // unknown charset, or no charset directory
+ *         s->inBuf = in, s->outBuf = out, s->outLen = sizeof out;
+ *         while ((got = need_input(in + kept, sizeof in - kept)) > 0) {
+ *             s->inPos = 0, s->inLen = (int32_t)(kept + got);
+ *             for (;;) {
+ *                 int32_t before = s->inPos;
+ *                 uint32_t status = cconvConvert(s);
+ *                 if (status == PVZAN_DONE || status == PVZAN_INPUT_INCOMPLETE)
+ *                     break;                                     // 0, 12: more input, please
+ *                 if (status == PVZAN_OUTPUT_FULL) {             // 22: make room and go on
+ *                     take_output(out, s->outPos), s->outPos = 0;
+ *                 } else if (status == PVZAN_INVALID_INPUT) {    // 13: note it, go on behind it
+ *                     faults++;
+ *                     if (s->inPos == before)
+ *                         s->inPos++;
+ *                 } else if (status == PVZAN_UNREPRESENTABLE) {  // 23: not in the target; dropped
+ *                     faults++;
+ *                 } else {
+ *                     return free(s), -1;
+ *                 }
+ *             }
+ *             kept = (size_t)(s->inLen - s->inPos);              // 12: the start of a cut
+ * character memmove(in, in + s->inPos, kept);
+ *         }
+ *         faults += kept > 0;                                    // the text ends inside a
+ * character while (cconvTermConvert(s) == PVZAN_OUTPUT_FULL) take_output(out, s->outPos), s->outPos
+ * = 0; take_output(out, s->outPos); return free(s), faults;
+ *     }
+ *
+ * WHAT TO KNOW BEFORE RELYING ON IT
+ *
+ * - Set srcBigEndian and dstBigEndian to 1 for every charset but the little-endian forms of UTF-16,
+ *   UCS-2 and UCS-4. They govern all codes of several bytes: with dstBigEndian 0, the Shift_JIS
+ *   character 82 A0 goes out as A0 82.
+ * - A base letter and its combining mark (U+304B U+309A and 24 more pairs that JIS X 0213 has as
+ *   one character) are one character to the UTF-8 and UTF-16 decoders. Into a charset without
+ *   JIS X 0213 the pair goes as the code of the base followed by the raw value of the mark, which
+ *   nothing reads back: feed the two in separate calls, and the mark is reported as
+ *   unrepresentable. A pair is seen as one only when both are in the same input buffer.
+ * - UTF-8 and UTF-16 input is read leniently: over-long forms, surrogates and bytes that are no
+ *   continuation bytes are decoded, not reported. Check the text first where that matters.
+ * - An output buffer of 8 bytes makes progress with every charset, one of 22 with character
+ *   references too; a language tag needs 4 bytes for each letter on top.
+ * - Positions are 32-bit signed: one buffer holds less than 2 GiB. A stream may be of any length.
+ *
+ * THREADS
+ *
+ * A session is used by one thread at a time; different sessions may run on different threads at
+ * once. Definitions and tables are loaded once, on first use, under the library's own lock.
+ * my_init, my_fini and ZAN_setCharsetPath belong to the start and the end of the program, when no
+ * other thread is in the library.
+ */
+#ifndef PVZAN_H
+#define PVZAN_H
+
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define PVZAN_API __attribute__((visibility("default")))
+#else
+#define PVZAN_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Size of every text field: names, paths, language tags. The last byte is the terminating NUL. */
+enum { PVZAN_TEXT_BYTES = 4096 };
+
+/* ---- Numbers -------------------------------------------------------------------------------- */
+
+/* Status codes: the field status of a session, and the result of every cconv call. */
+enum {
+    PVZAN_DONE = 0,              /* success; all input is used up */
+    PVZAN_UNKNOWN_CHARSET = 1,   /* no such charset, or the session lacks a source or a target */
+    PVZAN_DECODED = 11,          /* between the rules only: a character waits to be encoded */
+    PVZAN_INPUT_INCOMPLETE = 12, /* the input ends inside a character; inPos is at its first byte */
+    PVZAN_INVALID_INPUT = 13,    /* bytes that are no character; the next call goes on from inPos */
+    PVZAN_WRITTEN = 21,          /* between the rules only: a character was written */
+    PVZAN_OUTPUT_FULL = 22,      /* the character did not fit; the next call writes it */
+    PVZAN_UNREPRESENTABLE = 23,  /* the target lacks the character; the next call drops it */
+    PVZAN_TERMINATE = 31         /* inside cconvTermConvert only: close the output */
+};
+
+/* Line breaks: newlineMode of the target options, and what detection reports (0: none found). */
+enum {
+    PVZAN_NEWLINE_CRLF = 1,
+    PVZAN_NEWLINE_CR = 2,
+    PVZAN_NEWLINE_LF = 3,
+    PVZAN_NEWLINE_LINE_SEPARATOR = 4,     /* U+2028 */
+    PVZAN_NEWLINE_PARAGRAPH_SEPARATOR = 5 /* U+2029 */
+};
+
+/* charRefMode of the target options. */
+enum {
+    PVZAN_CHARREF_OFF = 0,
+    PVZAN_CHARREF_HEX = 1,    /* &#x20BB7; */
+    PVZAN_CHARREF_DECIMAL = 2 /* &#134071; as with every other value above 1 */
+};
+
+/* Group numbers of the charsets: srcGroupNo and dstGroupNo. */
+enum {
+    PVZAN_SHIFT_JIS = 1001,        /* JIS X 0208:1997, annex 1 */
+    PVZAN_WINDOWS_31J = 1002,      /* Windows code page 932 */
+    PVZAN_UCS_2 = 1003,            /* ISO/IEC 10646, two bytes */
+    PVZAN_UCS_4 = 1004,            /* ISO/IEC 10646, four bytes */
+    PVZAN_UTF_16 = 1005,           /* RFC 2781 */
+    PVZAN_UTF_8 = 1006,            /* RFC 3629 */
+    PVZAN_EUC_JP = 1007,           /* ASCII, JIS X 0208, half-width katakana, JIS X 0212 */
+    PVZAN_EUC_JP_FIX = 1008,       /* the same in two bytes a character */
+    PVZAN_ISO_2022_JP = 1009,      /* RFC 1468 */
+    PVZAN_SHIFT_JIS_2004 = 1010,   /* JIS X 0213:2004, annex 1 */
+    PVZAN_EUC_JIS_2004 = 1011,     /* JIS X 0213:2004, annex 3 */
+    PVZAN_ISO_2022_JP_2004 = 1012, /* JIS X 0213:2004, annex 2 */
+    PVZAN_CHINESE_GBK = 5000,      /* Windows code page 936 */
+    PVZAN_CHINESE_BIG5 = 5001,     /* Windows code page 950 */
+    PVZAN_KOREAN_KSC = 5002,       /* Windows code page 949 */
+    PVZAN_GB18030 = 5003           /* GB 18030-2022 */
+};
+
+/* Set numbers of the coded character sets: charSetNo and outSetNo. */
+enum {
+    PVZAN_SET_ISO_646_IRV = 2001, /* ASCII */
+    PVZAN_SET_JIS_X_0201_LATIN = 2002,
+    PVZAN_SET_JIS_X_0201_KANA = 2003, /* half-width katakana, A1 to DF */
+    PVZAN_SET_JIS_C_6226_1978 = 2004,
+    PVZAN_SET_JIS_X_0208_1983 = 2005,
+    PVZAN_SET_JIS_X_0208_1990 = 2006,
+    PVZAN_SET_JIS_X_0212_1990 = 2007,
+    PVZAN_SET_NEC_EXT = 2008, /* NEC row 13 and the IBM characters selected by NEC */
+    PVZAN_SET_IBM_EXT = 2009,
+    PVZAN_SET_JIS_78_83 = 2010,
+    PVZAN_SET_JIS_X_0213 = 2011, /* bit 16 of a code marks plane 2 */
+    PVZAN_SET_WINDOWS_31J_USER = 3001,
+    PVZAN_SET_WINDOWS_NTJ_USER = 3002,
+    PVZAN_SET_OASYS_EXT = 3003,
+    PVZAN_SET_OASYS2_EXT = 3004
+};
+
+/* Kinds of set: charSetType and outSetType. */
+enum { PVZAN_SET_BASE = 1, PVZAN_SET_DIFFERENCE = 2, PVZAN_SET_USER_DEFINED = 3 };
+
+/* ---- Records -------------------------------------------------------------------------------- */
+
+/* How the target is written; cconvInitConvert copies it. All zero is a valid record. */
+typedef struct pvzan_target_options {
+    uint32_t dstBigEndian;  /* most significant byte of a code first; 0: last */
+    uint32_t dstWriteBom;   /* Unicode targets: write a byte-order mark first */
+    uint32_t useSubstitute; /* write a substitute for what the target lacks, see below */
+    uint16_t substChar1;    /* Unicode value of the substitute for one-byte characters */
+    uint16_t substChar2;    /* the same for all other characters */
+    char
+        langTag[PVZAN_TEXT_BYTES]; /* UTF-8, UTF-16, UCS-4: language tag to write, "ja"; or empty */
+    uint32_t convertNewline; /* write every line break (CR, LF, CR LF, U+2028, U+2029) alike */
+    uint32_t newlineMode;    /* as what: PVZAN_NEWLINE_...; any other value means CR LF,
+                                and so do 4 and 5 where the target has one-byte codes */
+    uint32_t charRefMode;    /* UCS-2: PVZAN_CHARREF_... for what Windows-31J lacks */
+} pvzan_target_options;
+
+/* How the source is read; cconvChgCharset copies it. All zero is a valid record. */
+typedef struct pvzan_source_options {
+    uint32_t
+        srcBigEndian; /* most significant byte of a code first; a byte-order mark overrides it */
+    uint32_t srcCheckBom; /* Unicode sources: take a byte-order mark at the start. UTF-8 then waits
+                             for three bytes: a shorter text answers PVZAN_INPUT_INCOMPLETE */
+    uint32_t skipInvalid; /* drop invalid input instead of answering PVZAN_INVALID_INPUT */
+} pvzan_source_options;
+
+/* A substitute as found in the target's sets; code 0: it has none. Where neither the characters
+ * asked for nor U+003F with U+3013 or U+FF1D exist, the missing one stays so, and what it would
+ * have stood for is dropped. */
+typedef struct pvzan_substitute {
+    uint32_t setNo;
+    uint16_t setType;
+    uint32_t code;
+    uint16_t bytes;
+} pvzan_substitute;
+
+struct pvzan_charset_group;
+struct pvzan_rule_row;
+
+/* One conversion, owned by the caller, who sets the first eight fields before cconvConvert and may
+ * read all others. cconvInitConvert clears everything from status on but the source options. */
+typedef struct pvzan_session {
+    const uint8_t* inBuf; /* input */
+    int32_t inPos;        /* next byte to read; moved by the library */
+    int32_t inLen;        /* end of the input in inBuf */
+    uint32_t inCount;     /* characters decoded so far; zeroed by the caller alone */
+
+    uint8_t* outBuf;   /* output */
+    int32_t outPos;    /* next byte to write; moved by the library */
+    int32_t outLen;    /* size of outBuf */
+    uint32_t outCount; /* codes written so far; zeroed by the caller alone */
+
+    uint32_t status; /* PVZAN_DONE ...: result of the last call and resume point of the next */
+
+    uint32_t srcGroupNo; /* source charset */
+    struct pvzan_charset_group* srcGroup;
+    struct pvzan_rule_row* srcRule;
+    uint32_t charSetNo;   /* coded set of the current character */
+    uint16_t charSetType; /* its kind */
+    uint32_t srcShiftSet; /* ISO-2022-JP: set designated in the input */
+
+    uint32_t dstGroupNo; /* target charset */
+    struct pvzan_charset_group* dstGroup;
+    struct pvzan_rule_row* dstRule;
+    uint32_t outSetNo;      /* coded set of outCode */
+    uint16_t outSetType;    /* its kind */
+    uint32_t dstShiftSet;   /* ISO-2022-JP: set designated in the output; 0: none yet */
+    uint32_t dstShiftPlane; /* JIS X 0213 plane last designated in the output: 11, 12; 0: none */
+
+    uint32_t srcCode;     /* bytes of the current character, as one number */
+    uint32_t setCode;     /* its code within its coded set */
+    uint32_t ucsCode;     /* its Unicode scalar value; 0 where none was needed */
+    uint32_t outCode;     /* code to write */
+    uint16_t outBytes;    /* bytes of outCode */
+    uint16_t outDone;     /* value width of the extra encode table that gave outCode; 0: none did */
+    uint32_t prevSrcCode; /* srcCode of the character before, to pair CR with LF */
+    uint32_t outCode2;    /* combining mark to write behind outCode; 0: none */
+
+    char baseLang[PVZAN_TEXT_BYTES]; /* language tag of the target options */
+    char outLang[PVZAN_TEXT_BYTES];  /* language tag last written */
+    char curLang[PVZAN_TEXT_BYTES];  /* language tag of the text now being converted */
+
+    pvzan_source_options source; /* copies of the options */
+    pvzan_target_options target;
+
+    pvzan_substitute subst1; /* for characters whose code in their set is at most FF */
+    pvzan_substitute subst2; /* for all others */
+} pvzan_session;
+
+/* ---- Conversion ----------------------------------------------------------------------------- */
+
+/* Start a conversion to the charset called name; case does not count. The first call of the process
+ * reads the definitions; each loads the tables it needs that are not loaded yet. options may be
+ * null (all zero). Returns PVZAN_DONE, or PVZAN_UNKNOWN_CHARSET, after which cconvConvert answers
+ * the same. The session has no source afterwards: call cconvChgCharset next. */
+PVZAN_API uint32_t cconvInitConvert(pvzan_session* session, const pvzan_target_options* options,
+                                    const char* name);
+
+/* Choose the source charset, after cconvInitConvert or between two calls of cconvConvert; the state
+ * of the output is kept. options may be null (all zero). Returns PVZAN_DONE or
+ * PVZAN_UNKNOWN_CHARSET, after which the session has no source. */
+PVZAN_API uint32_t cconvChgCharset(pvzan_session* session, const pvzan_source_options* options,
+                                   const char* name);
+
+/* Convert inBuf[inPos, inLen) to outBuf[outPos, outLen), moving both positions. Returns
+ *   PVZAN_DONE              all input is used up;
+ *   PVZAN_INPUT_INCOMPLETE  give the bytes from inPos on again, with more behind them;
+ *   PVZAN_OUTPUT_FULL       no part of the next character was written: call again with more room;
+ *   PVZAN_INVALID_INPUT     call again to go on; where inPos did not move, step over a byte first;
+ *   PVZAN_UNREPRESENTABLE   charSetNo, setCode and, unless 0, ucsCode tell the character; call
+ * again to go on behind it; PVZAN_UNKNOWN_CHARSET   the session has no source or no target. */
+PVZAN_API uint32_t cconvConvert(pvzan_session* session);
+
+/* Close the output: ISO-2022-JP returns to ASCII, the other charsets write nothing. Returns
+ * PVZAN_DONE, or PVZAN_OUTPUT_FULL: call again with more room. */
+PVZAN_API uint32_t cconvTermConvert(pvzan_session* session);
+
+/* ---- Library start and end, charset directory ----------------------------------------------- */
+
+/* Call once before everything else, and once at the end. The first conversion takes a reference of
+ * its own that is never given back, so what sessions point to outlives my_fini. */
+PVZAN_API void my_init(void);
+PVZAN_API void my_fini(void);
+
+/* Set the charset directory, once per process and before the first conversion. The path is copied,
+ * and cut at 4095 bytes. Returns 1, or 0 when path is null or empty or the directory is already
+ * settled, be it by its first use. */
+PVZAN_API uint32_t ZAN_setCharsetPath(const char* path);
+
+/* The charset directory as set; empty before that. Owned by the library. */
+PVZAN_API char* ZAN_getCharsetPath(void);
+
+/* Read the definitions now rather than with the first conversion. Returns 1 when at least one
+ * charset could be read, else 0. Only the first call reads. */
+PVZAN_API uint32_t cconvLoadRule(void);
+
+/* ---- Shift_JIS and JIS codes ---------------------------------------------------------------- */
+
+/* A double-byte code is lead << 8 | trail in Shift_JIS, and row << 8 | cell, each 21 to 7E, in JIS
+ * (JIS X 0208:1997, annex 1). One-byte codes pass unchanged; 0 means that there is no such code.
+ * Pure functions. */
+PVZAN_API uint32_t SJIStoJIS(uint32_t code);
+PVZAN_API uint32_t JIStoSJIS(uint32_t code);
+
+/* The same; leads F0 to FC stand for rows 7F to 98, behind the grid (Windows-31J keeps its
+ * user-defined characters there). */
+PVZAN_API uint32_t SJIStoJISex(uint32_t code);
+PVZAN_API uint32_t JIStoSJISex(uint32_t code);
+
+/* Shift_JIS-2004 (JIS X 0213:2004, annex 1): leads F0 to FC are plane 2, which bit 16 of a JIS code
+ * marks. JIStoSJIS2004 takes codes of JIS X 0213 only: a row or cell that the standard does not
+ * have stops the process by an assertion. */
+PVZAN_API uint32_t SJIStoJIS2004(uint32_t code);
+PVZAN_API uint32_t JIStoSJIS2004(uint32_t code);
+
+#ifdef __cplusplus
+}
+#endif
+#endif

@@ -1,0 +1,82 @@
+// The library's way to files, memory, directories and paths: nothing else in it calls the system
+// for these.
+#pragma once
+
+#include "cconv/base.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <glob.h>
+#include <memory>
+
+extern "C" {
+
+// A path in four parts: "/" or nothing; everything up to the last "/"; the file name before its
+// last "."; the rest. A file name without a "." behind its first byte is all extension.
+struct split_path {
+    char root[text_bytes], directory[text_bytes], baseName[text_bytes], extension[text_bytes];
+};
+
+struct listing_state {
+    glob_t matches;
+    u32 next; // index of the match to return next
+};
+
+struct listing_entry {
+    char path[text_bytes];
+};
+
+struct directory_listing {
+    split_path parts; // of the pattern; readDir puts each entry's file name into it
+    listing_state state;
+    listing_entry entry;
+};
+
+PVZAN_API FILE* ZAN_FileOpen(const char* path, const char* mode);
+PVZAN_API i32 ZAN_FileClose(FILE* stream);
+PVZAN_API i32 ZAN_FileRead(void* buffer, i32 size, i32 count, FILE* stream);
+PVZAN_API i32 ZAN_FileWrite(const void* buffer, i32 size, i32 count, FILE* stream);
+PVZAN_API i32 ZAN_FileSeek(FILE* stream, std::int64_t offset, i32 whence);
+PVZAN_API std::int64_t ZAN_FileTell(FILE* stream);
+PVZAN_API i32 removeFile(const char* path);
+
+PVZAN_API void* ZAN_malloc(i32 size);
+PVZAN_API void ZAN_free(void* memory);
+PVZAN_API void* ZAN_realloc(void* memory, i32 size);
+PVZAN_API void* ZAN_calloc(i32 count, i32 size);
+PVZAN_API void ZAN_memend(void);
+
+PVZAN_API i32 ZAN_VfPrintf(FILE* stream, const char* format, va_list* arguments);
+
+// Listing of the files that match a glob pattern, in the order of their names. No match is an empty
+// listing; only lack of memory makes opening fail (0).
+PVZAN_API i32 errorfn(const char* path, i32 error);
+PVZAN_API u32 ZAN_ASC_opendir(const char* pattern, listing_state* state);
+PVZAN_API u32 ZAN_ASC_readdir(listing_state* state, listing_entry* entry);
+PVZAN_API void ZAN_ASC_closedir(listing_state* state);
+PVZAN_API u32 openDir(const char* pattern, directory_listing* listing);
+PVZAN_API u32 readDir(directory_listing* listing);
+PVZAN_API void closeDir(directory_listing* listing);
+
+// Position of the last c in text, or null; also null when c ends text and occurs before, too.
+PVZAN_API char* _right(char* text, char c);
+// Parts longer than their fields are cut.
+PVZAN_API void splitPath(const char* path, split_path* parts);
+// out holds text_bytes bytes; a longer path is cut.
+PVZAN_API void mergePath(char* out, const split_path* parts);
+PVZAN_API i32 ZAN_nextPathDelimiter(const char* text);
+PVZAN_API i32 ZAN_nextDrivePathDelimiter(const char* text);
+PVZAN_API i32 ZAN_getPathBreak(const char* text);
+}
+
+// RAII over the above, for the library's own use.
+struct memory_release {
+    void operator()(void* memory) const { ZAN_free(memory); }
+};
+template <typename T>
+using owned_memory = std::unique_ptr<T, memory_release>;
+
+struct file_close {
+    void operator()(FILE* stream) const { ZAN_FileClose(stream); }
+};
+using owned_file = std::unique_ptr<FILE, file_close>;
