@@ -26,6 +26,9 @@ inline constexpr std::size_t text_bytes = PVZAN_TEXT_BYTES;
 
 inline constexpr u32 jisx0213_plane2 = 0x10000; // marks plane 2 in a JIS X 0213 code
 
+// User-defined characters lie in Unicode's private use area from here on.
+inline constexpr u32 user_defined_first = 0xE000;
+
 // A code is at most four bytes long.
 inline constexpr u32 max_code_bytes = 4;
 

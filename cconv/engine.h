@@ -77,3 +77,16 @@ inline u32 stop_with(session* s, u32 status) {
     s->status = status;
     return 0;
 }
+
+// Fills in a decoded character of set; ucs may be 0 for the encoder to derive. The input position
+// is the rule's affair.
+inline u32 deliver_character(session* s, const basic_set* set, u32 srcCode, u32 setCode, u32 ucs) {
+    s->charSetNo = set->setNo;
+    s->charSetType = set->setType;
+    s->srcCode = srcCode;
+    s->setCode = setCode;
+    s->ucsCode = ucs;
+    ++s->inCount;
+    s->status = PVZAN_DECODED;
+    return 1;
+}

@@ -66,16 +66,3 @@ PVZAN_API u32 constISO_2022_JP_2004(session* s);
 // byte
 PVZAN_API extern const u32 k40[13], k9F[13];
 }
-
-// Fills in a decoded character of set; ucs may be 0 for the encoder to derive. The input position
-// is the rule's affair.
-inline u32 deliver_character(session* s, const basic_set* set, u32 srcCode, u32 setCode, u32 ucs) {
-    s->charSetNo = set->setNo;
-    s->charSetType = set->setType;
-    s->srcCode = srcCode;
-    s->setCode = setCode;
-    s->ucsCode = ucs;
-    ++s->inCount;
-    s->status = PVZAN_DECODED;
-    return 1;
-}
