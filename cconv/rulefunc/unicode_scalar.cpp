@@ -1,0 +1,143 @@
+// Scalars to member sets, and the language tags that Unicode text may carry.
+#include "cconv/names.h"
+#include "cconv/rulefunc/unicode_tags.h"
+#include "cconv/table.h"
+
+#include <array>
+
+namespace {
+
+constexpr bool is_tag_character(u32 c) {
+    return c >= first_tag_character && c <= cancel_tag;
+}
+
+// Tables tell membership only: the scalar stays what it is.
+bool set_holds(const basic_set* set, u32 c) {
+    if (set->setType == PVZAN_SET_USER_DEFINED) {
+        return c >= set->eudcStart && c - set->eudcStart < set->eudcNumber;
+    }
+    return c < 0x80 || !table_loaded(set->decodeTable) ||
+           find_value(set->decodeTable, c).value_or(0) != 0;
+}
+
+// A tag that begins inside a tag is handed to the collector of the outer one, so that a text of
+// nothing but tag beginnings needs no more stack than one.
+thread_local bool collecting = false;
+
+struct collecting_scope {
+    collecting_scope() { collecting = true; }
+    ~collecting_scope() { collecting = false; }
+    collecting_scope(const collecting_scope&) = delete;
+    collecting_scope& operator=(const collecting_scope&) = delete;
+};
+
+struct tag_text {
+    std::array<char, text_bytes> letters{};
+    std::size_t length = 0;
+};
+
+void take_language(session* s, const tag_text& tag) {
+    std::memcpy(s->curLang, tag.letters.data(), tag.length);
+    s->curLang[tag.length] = '\0';
+}
+
+u32 give_back(session* s, i32 start, u32 status) {
+    s->inPos = start;
+    return stop_with(s, status);
+}
+
+// Reads the tag behind U+E0001 with the charset's own decode rule. It ends with the first character
+// that is no tag letter, which is delivered. Of tags inside the tag only the letters before the
+// first of them count, unless the inner one is cancelled: that is invalid and leaves the inner
+// one's letters.
+u32 read_language_tag(session* s, i32 start) {
+    const rule_row* row = s->srcGroup != nullptr ? TheRule(s->srcGroup->destRule) : nullptr;
+    if (row == nullptr || row->function == nullptr) {
+        return stop_with(s, PVZAN_INVALID_INPUT);
+    }
+    const collecting_scope scope;
+    tag_text outer;
+    tag_text inner;
+    bool nested = false;
+    for (;;) {
+        row->function(s);
+        if (s->status != PVZAN_DECODED) {
+            // Used-up input is an incomplete tag like any other cut.
+            return give_back(s, start,
+                             s->status == PVZAN_DONE ? u32{PVZAN_INPUT_INCOMPLETE} : s->status);
+        }
+        tag_text& tag = nested ? inner : outer;
+        const u32 c = s->srcCode;
+        if (c == language_tag) {
+            nested = true;
+            inner.length = 0;
+        } else if (c == cancel_tag) {
+            take_language(s, tag);
+            return nested ? give_back(s, start, PVZAN_INVALID_INPUT)
+                          : stop_with(s, PVZAN_INVALID_INPUT);
+        } else if (is_tag_character(c)) {
+            tag.letters[tag.length++] = static_cast<char>(c & 0xFF);
+            if (tag.length == tag.letters.size()) {
+                return nested ? give_back(s, start, PVZAN_INVALID_INPUT)
+                              : stop_with(s, PVZAN_INVALID_INPUT);
+            }
+        } else {
+            take_language(s, outer);
+            return 1;
+        }
+    }
+}
+
+} // namespace
+
+extern "C" {
+
+u32 srcUCS4(session* s, i32 start) {
+    const u32 c = s->srcCode;
+    for (const basic_set* set : member_sets(s->srcGroup)) {
+        if (set_holds(set, c)) {
+            const bool user_defined = set->setType == PVZAN_SET_USER_DEFINED;
+            const u32 ucs = user_defined ? c + user_defined_first - set->eudcStart : c;
+            return deliver_character(s, set, c, c, ucs);
+        }
+    }
+    if (c == language_tag && !collecting) {
+        return read_language_tag(s, start);
+    }
+    if (c == language_tag || is_tag_character(c)) {
+        s->status = PVZAN_DECODED; // for a tag's collector; outside a tag nothing is filled in
+        return 1;
+    }
+    return stop_with(s, PVZAN_INVALID_INPUT);
+}
+
+// Tagging is on when the target options name a language. The text's own language is written as a
+// tag, the options' language as a cancelled one.
+u32 dstUCS4(session* s, put_function putFunc) {
+    if (s->baseLang[0] == '\0') {
+        return 1;
+    }
+    if (s->curLang[0] == '\0') {
+        copy_text(s->curLang, s->baseLang);
+    }
+    if (std::strncmp(s->outLang, s->curLang, text_bytes) == 0) {
+        return 1;
+    }
+    const i32 before = s->outPos;
+    bool done = putFunc(s, language_tag) != 0;
+    if (std::strncmp(s->curLang, s->baseLang, text_bytes) == 0) {
+        done = done && putFunc(s, cancel_tag) != 0;
+    } else {
+        for (std::size_t i = 0; done && i < text_bytes && s->curLang[i] != '\0'; ++i) {
+            done = putFunc(s, tag_character_base + static_cast<u8>(s->curLang[i])) != 0;
+        }
+    }
+    if (!done) {
+        s->outPos = before;
+        return stop_with(s, PVZAN_OUTPUT_FULL);
+    }
+    copy_text(s->outLang, s->curLang);
+    return 1;
+}
+
+} // extern "C"
