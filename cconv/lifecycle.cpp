@@ -1,0 +1,207 @@
+// The library-wide state: the registry root and its references, the table lock, the charset
+// directory and the one-time loading of definitions.
+#include "cconv/lifecycle.h"
+
+#include "cconv/definition.h"
+#include "platform/platform.h"
+
+#include <atomic>
+
+namespace {
+
+constexpr char default_directory[] = "./base2/";
+constexpr char definition_pattern[] = "*.xml";
+
+std::atomic<u32> s_loaded;    // 1 once the charset directory has been read, with whatever success
+std::atomic<i32> s_loadCount; // definitions read successfully
+
+// Guards the reference count, so that first conversions on several threads may race without
+// my_init. It is held only here, never together with work on tables.
+pthread_mutex_t start_lock = PTHREAD_MUTEX_INITIALIZER;
+
+class start_guard {
+public:
+    start_guard() { pthread_mutex_lock(&start_lock); }
+    ~start_guard() { pthread_mutex_unlock(&start_lock); }
+    start_guard(const start_guard&) = delete;
+    start_guard& operator=(const start_guard&) = delete;
+};
+
+// Groups go before the basic sets that they borrow.
+void release_registry() {
+    if (g_ProcessObject.groups != nullptr) {
+        for (charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
+            termGroup(group);
+        }
+        termArray(g_ProcessObject.groups);
+    }
+    if (g_ProcessObject.basics != nullptr) {
+        for (basic_set* set : items_of<basic_set>(g_ProcessObject.basics)) {
+            termBasic(set);
+        }
+        termArray(g_ProcessObject.basics);
+    }
+    g_ProcessObject.groups = nullptr;
+    g_ProcessObject.basics = nullptr;
+}
+
+u32 store_directory(const char* path) {
+    if (m_charsetpath[0] != '\0') {
+        return 0; // set once; a second call is refused, not an update
+    }
+    copy_text(m_charsetpath, path);
+    return 1;
+}
+
+// size counts the buffer, or is 0 or 1 for one that is known to be large enough, deliberately.
+char* copy_directory(char* buffer, u32 size) {
+    const u32 length = static_cast<u32>(std::strlen(m_charsetpath));
+    if (length >= size - 2) {
+        if (buffer != nullptr) {
+            buffer[0] = '\0';
+        }
+        return nullptr;
+    }
+    if (buffer == nullptr) {
+        return nullptr;
+    }
+    std::memcpy(buffer, m_charsetpath, length + 1);
+    if (length > 0 && buffer[length - 1] != '/') {
+        buffer[length] = '/';
+        buffer[length + 1] = '\0';
+    }
+    return buffer;
+}
+
+// Joins the parts into out unless they are too long together.
+bool join_text(char (&out)[text_bytes], std::initializer_list<const char*> parts) {
+    std::size_t length = 0;
+    for (const char* part : parts) {
+        const std::size_t n = std::strlen(part);
+        if (n >= text_bytes - length) {
+            return false;
+        }
+        std::memcpy(out + length, part, n + 1);
+        length += n;
+    }
+    return true;
+}
+
+i32 read_definitions() {
+    char directory[text_bytes];
+    char path[text_bytes];
+    if (charset_path_locked(directory, sizeof directory) == nullptr ||
+        !join_text(path, {directory, definition_pattern})) {
+        return 0;
+    }
+    const owned_memory<directory_listing> listing(
+        static_cast<directory_listing*>(ZAN_calloc(1, sizeof(directory_listing))));
+    if (listing == nullptr || openDir(path, listing.get()) == 0) {
+        return 0;
+    }
+    i32 count = 0;
+    while (readDir(listing.get()) != 0) {
+        const split_path& entry = listing->parts;
+        if (join_text(path, {directory, entry.baseName, entry.extension}) &&
+            xmlReadXML(path) != 0) {
+            ++count;
+        }
+    }
+    closeDir(listing.get());
+    return count;
+}
+
+u32 any_loaded() {
+    return s_loadCount.load(std::memory_order_relaxed) > 0;
+}
+
+} // namespace
+
+extern "C" {
+
+pthread_mutex_t zan_tablemutex;
+char m_charsetpath[text_bytes];
+
+void my_init(void) {
+    startProcess();
+}
+void my_fini(void) {
+    endProcess();
+}
+void startProcess(void) {
+    initProcess();
+}
+void endProcess(void) {
+    termProcess();
+}
+
+u32 initProcess(void) {
+    const start_guard guard;
+    if (g_ProcessObject.refCount != 0) {
+        ++g_ProcessObject.refCount;
+        return 1;
+    }
+    // Deliberately ready without a lock: the next call tries to make it again.
+    if (pthread_mutex_init(&zan_tablemutex, nullptr) != 0) {
+        return 1;
+    }
+    g_ProcessObject.blockEntries = 0;
+    g_ProcessObject.groups = initArray();
+    g_ProcessObject.basics = initArray();
+    if (g_ProcessObject.groups == nullptr || g_ProcessObject.basics == nullptr) {
+        release_registry();
+        return 0;
+    }
+    g_ProcessObject.refCount = 1;
+    return 1;
+}
+
+void termProcess(void) {
+    const start_guard guard;
+    if (g_ProcessObject.refCount-- == 1) {
+        pthread_mutex_destroy(&zan_tablemutex);
+        release_registry();
+    }
+}
+
+u32 ZAN_setCharsetPath(const char* path) {
+    if (path == nullptr || *path == '\0') {
+        return 0;
+    }
+    const table_lock lock;
+    return store_directory(path);
+}
+
+char* ZAN_getCharsetPath(void) {
+    return m_charsetpath;
+}
+
+char* getCharsetPath(char* buffer, u32 size) {
+    if (m_charsetpath[0] == '\0') {
+        ZAN_setCharsetPath(default_directory);
+    }
+    return copy_directory(buffer, size);
+}
+
+u32 cconvLoadRule(void) {
+    if (s_loaded.load(std::memory_order_acquire) != 0) {
+        return any_loaded();
+    }
+    // This reference is never given back, deliberately: sessions keep pointers into the registry.
+    initProcess();
+    const table_lock lock;
+    if (s_loaded.load(std::memory_order_acquire) == 0) {
+        s_loadCount.store(read_definitions(), std::memory_order_relaxed);
+        s_loaded.store(1, std::memory_order_release); // an empty directory is not read again either
+    }
+    return any_loaded();
+}
+
+} // extern "C"
+
+char* charset_path_locked(char* buffer, u32 size) {
+    if (m_charsetpath[0] == '\0') {
+        store_directory(default_directory);
+    }
+    return copy_directory(buffer, size);
+}
