@@ -1,0 +1,14 @@
+// Finding a coded set among those of a charset.
+#pragma once
+
+#include "cconv/registry.h"
+
+// The first member set with that number; null when the charset does not have the set.
+inline const basic_set* member_set(const charset_group* group, u32 setNo) {
+    for (const basic_set* set : member_sets(group)) {
+        if (set->setNo == setNo) {
+            return set;
+        }
+    }
+    return nullptr;
+}
