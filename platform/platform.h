@@ -69,6 +69,15 @@ PVZAN_API i32 ZAN_nextDrivePathDelimiter(const char* text);
 PVZAN_API i32 ZAN_getPathBreak(const char* text);
 }
 
+// Whether path is a regular file, or a link to one: opening a pipe or a device could wait for ever.
+bool is_regular_file(const char* path);
+
+// Gives a file another name in one step; a file of that name is replaced.
+bool rename_file(const char* from, const char* to);
+
+// Number of the running process, for names that no other one uses.
+long process_number();
+
 // RAII over the above, for the library's own use.
 struct memory_release {
     void operator()(void* memory) const { ZAN_free(memory); }
