@@ -45,6 +45,23 @@ constexpr char fold_ascii(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+inline void fold_text(char* text) {
+    for (; *text != '\0'; ++text) {
+        *text = fold_ascii(*text);
+    }
+}
+
+// Appends text whole, or nothing when it does not fit.
+template <std::size_t Size>
+inline bool append_text(char (&out)[Size], const char* text) {
+    const std::size_t length = std::strlen(out), added = std::strlen(text);
+    if (added >= Size - length) {
+        return false;
+    }
+    std::memcpy(out + length, text, added + 1);
+    return true;
+}
+
 constexpr u32 load_big_endian(std::span<const u8> bytes) {
     u32 value = 0;
     for (const u8 byte : bytes) {
