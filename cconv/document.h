@@ -57,6 +57,15 @@ PVZAN_API char* UCS4toASCII(const u32* characters, i32 count, char* out);
 PVZAN_API u32 xatoi(const char* string);
 }
 
+// Hexadecimal numbers of documents and table texts.
+constexpr bool is_hex_digit(u32 c) {
+    return (c >= '0' && c <= '9') || ((c & ~0x20U) >= 'A' && (c & ~0x20U) <= 'F');
+}
+
+constexpr u32 hex_value(u32 c) {
+    return c <= '9' ? c - '0' : (c & ~0x20U) - 'A' + 10;
+}
+
 // The surrogate arithmetic of definition documents and table texts, modulo 2^32: the second unit is
 // taken as the high one when it is a high surrogate. Deliberately unlike UTF-16: released
 // directories rely on it.
