@@ -73,25 +73,14 @@ char* copy_directory(char* buffer, u32 size) {
     return buffer;
 }
 
-// Joins the parts into out unless they are too long together.
-bool join_text(char (&out)[text_bytes], std::initializer_list<const char*> parts) {
-    std::size_t length = 0;
-    for (const char* part : parts) {
-        const std::size_t n = std::strlen(part);
-        if (n >= text_bytes - length) {
-            return false;
-        }
-        std::memcpy(out + length, part, n + 1);
-        length += n;
-    }
-    return true;
-}
-
 i32 read_definitions() {
     char directory[text_bytes];
     char path[text_bytes];
-    if (charset_path_locked(directory, sizeof directory) == nullptr ||
-        !join_text(path, {directory, definition_pattern})) {
+    if (charset_path_locked(directory, sizeof directory) == nullptr) {
+        return 0;
+    }
+    copy_text(path, directory);
+    if (!append_text(path, definition_pattern)) {
         return 0;
     }
     const owned_memory<directory_listing> listing(
@@ -102,7 +91,8 @@ i32 read_definitions() {
     i32 count = 0;
     while (readDir(listing.get()) != 0) {
         const split_path& entry = listing->parts;
-        if (join_text(path, {directory, entry.baseName, entry.extension}) &&
+        copy_text(path, directory);
+        if (append_text(path, entry.baseName) && append_text(path, entry.extension) &&
             xmlReadXML(path) != 0) {
             ++count;
         }

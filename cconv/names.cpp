@@ -56,14 +56,14 @@ const group_row groupList[31] = {
 };
 
 rule_row ruleList[30] = {
-    {"destSAME", nullptr},
-    {"constSAME", nullptr},
+    {"destSAME", destSAME},
+    {"constSAME", constSAME},
     {"destShift_JIS", destSHIFT_JIS},
     {"constShift_JIS", constSHIFT_JIS},
     {"destShift_JIS-2004", destSHIFT_JIS_2004},
     {"constShift_JIS-2004", constSHIFT_JIS_2004},
-    {"destWINDOWS31J", nullptr},
-    {"constWINDOWS31J", nullptr},
+    {"destWINDOWS31J", destWINDOWS31J},
+    {"constWINDOWS31J", constWINDOWS31J},
     {"destISO-10646-UCS-2", destISO_10646_UCS_2},
     {"constISO-10646-UCS-2", constISO_10646_UCS_2},
     {"destISO-10646-UCS-4", destISO_10646_UCS_4},
@@ -72,26 +72,24 @@ rule_row ruleList[30] = {
     {"constUTF-16", constUTF_16},
     {"destUTF-8", destUTF_8},
     {"constUTF-8", constUTF_8},
-    {"destEUC-JP", nullptr},
-    {"constEUC-JP", nullptr},
-    {"destEUC-JP-FIX", nullptr},
-    {"constEUC-JP-FIX", nullptr},
-    {"destEUC-JIS-2004", nullptr},
-    {"constEUC-JIS-2004", nullptr},
-    {"destISO-2022-JP", nullptr},
-    {"constISO-2022-JP", nullptr},
-    {"destISO-2022-JP-2004", nullptr},
-    {"constISO-2022-JP-2004", nullptr},
-    {"destOASYS_WIN", nullptr},
-    {"constOASYS_WIN", nullptr},
-    {"destOASYS_ONLINE", nullptr},
-    {"constOASYS_ONLINE", nullptr},
+    {"destEUC-JP", destEUC_JP},
+    {"constEUC-JP", constEUC_JP},
+    {"destEUC-JP-FIX", destEUC_JP_FIX},
+    {"constEUC-JP-FIX", constEUC_JP_FIX},
+    {"destEUC-JIS-2004", destEUC_JIS_2004},
+    {"constEUC-JIS-2004", constEUC_JIS_2004},
+    {"destISO-2022-JP", destISO_2022_JP},
+    {"constISO-2022-JP", constISO_2022_JP},
+    {"destISO-2022-JP-2004", destISO_2022_JP_2004},
+    {"constISO-2022-JP-2004", constISO_2022_JP_2004},
+    {"destOASYS_WIN", destOASYS_WIN},
+    {"constOASYS_WIN", constOASYS_WIN},
+    {"destOASYS_ONLINE", destOASYS_ONLINE},
+    {"constOASYS_ONLINE", constOASYS_ONLINE},
 };
 
 u32 TheCreateNo(char* name) {
-    for (char* c = name; *c != '\0'; ++c) {
-        *c = fold_ascii(*c);
-    }
+    fold_text(name);
     return group_number(name);
 }
 
