@@ -146,13 +146,3 @@ private:
 inline items_of<basic_set> member_sets(const charset_group* group) {
     return items_of<basic_set>(group != nullptr ? group->memberSets : nullptr);
 }
-
-// The first member set of that number, or null.
-inline const basic_set* find_member(const charset_group* group, u32 setNo) {
-    for (const basic_set* set : member_sets(group)) {
-        if (set->setNo == setNo) {
-            return set;
-        }
-    }
-    return nullptr;
-}
