@@ -1,0 +1,201 @@
+#include "tests/support/convert.h"
+
+#include "tests/support/oracle.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace test {
+
+pvzan_target_options conversion::big_endian_target() {
+    pvzan_target_options options{};
+    options.dstBigEndian = 1;
+    return options;
+}
+
+guarded_buffer::guarded_buffer(std::size_t size) : size_(size) {
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t usable = (size + page) / page * page;
+    mapped_ = usable + page;
+    pages_ = ::mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (pages_ == MAP_FAILED) {
+        throw std::bad_alloc();
+    }
+    auto* first = static_cast<std::uint8_t*>(pages_);
+    ::mprotect(first + usable, page, PROT_NONE);
+    data_ = first + usable - size;
+}
+
+guarded_buffer::~guarded_buffer() {
+    ::munmap(pages_, mapped_);
+}
+
+std::unique_ptr<pvzan_session> open_session(const conversion& c) {
+    use_shipped_charsets();
+    auto s = std::make_unique<pvzan_session>();
+    EXPECT_EQ(cconvInitConvert(s.get(), &c.target, c.to), 0U) << c.to;
+    EXPECT_EQ(cconvChgCharset(s.get(), &c.source, c.from), 0U) << c.from;
+    return s;
+}
+
+namespace {
+
+// A conversion under way: what a careful caller keeps.
+struct driver {
+    pvzan_session& s;
+    const guarded_buffer& out;
+    outcome result{};
+    std::string pending{};       // input not used up yet
+    std::size_t consumed = 0;    // input used up before pending
+    bool stopped_before = false; // the call before stopped for room without moving
+
+    void take_output() {
+        result.bytes.append(reinterpret_cast<const char*>(out.data()),
+                            static_cast<std::size_t>(s.outPos));
+        s.outPos = 0;
+    }
+
+    // False when a full output makes no progress any more.
+    bool make_room(std::int32_t in_before) {
+        const bool moved = s.outPos > 0 || s.inPos > in_before;
+        take_output();
+        if (!moved && stopped_before) {
+            result.stuck = true;
+            return false;
+        }
+        stopped_before = !moved;
+        return true;
+    }
+
+    bool feed(std::string_view piece) {
+        pending += piece;
+        // A copy of its very size, so that a sanitizer sees reads behind it.
+        const std::vector<std::uint8_t> input(pending.begin(), pending.end());
+        s.inBuf = input.data();
+        s.inPos = 0;
+        s.inLen = static_cast<std::int32_t>(input.size());
+        for (;;) {
+            const std::int32_t before = s.inPos;
+            const std::uint32_t status = cconvConvert(&s);
+            EXPECT_EQ(status, s.status);
+            if (status == PVZAN_DONE || status == PVZAN_INPUT_INCOMPLETE) {
+                break;
+            }
+            if (status == PVZAN_OUTPUT_FULL) {
+                if (!make_room(before)) {
+                    return false;
+                }
+                continue;
+            }
+            stopped_before = false;
+            if (status == PVZAN_INVALID_INPUT && s.inPos == before) {
+                ++s.inPos;
+            }
+            result.faults.push_back({status, consumed + static_cast<std::size_t>(s.inPos)});
+            if (status != PVZAN_INVALID_INPUT && status != PVZAN_UNREPRESENTABLE) {
+                return false;
+            }
+        }
+        pending.erase(0, static_cast<std::size_t>(s.inPos));
+        consumed += static_cast<std::size_t>(s.inPos);
+        return true;
+    }
+
+    void close() {
+        while (cconvTermConvert(&s) == PVZAN_OUTPUT_FULL) {
+            if (!make_room(s.inPos)) {
+                return;
+            }
+        }
+        take_output();
+        result.unread = pending.size();
+        result.in_count = s.inCount;
+        result.out_count = s.outCount;
+    }
+};
+
+std::string describe(const outcome& o) {
+    std::string text = "  bytes: " + to_hex(o.bytes) + "\n  faults:";
+    for (const fault& f : o.faults) {
+        text += " " + std::to_string(f.status) + "@" + std::to_string(f.position);
+    }
+    return text + "\n  unread: " + std::to_string(o.unread) + (o.stuck ? " (stuck)" : "");
+}
+
+bool same_text(const outcome& a, const outcome& b) {
+    return a.bytes == b.bytes && a.faults == b.faults && a.unread == b.unread && a.stuck == b.stuck;
+}
+
+} // namespace
+
+outcome run(const conversion& c, const std::vector<std::string_view>& pieces,
+            std::size_t capacity) {
+    const auto s = open_session(c);
+    const guarded_buffer out(capacity);
+    s->outBuf = out.data();
+    s->outLen = static_cast<std::int32_t>(capacity);
+    driver d{*s, out};
+    for (const std::string_view piece : pieces) {
+        if (!d.feed(piece)) {
+            return d.result;
+        }
+    }
+    d.close();
+    return d.result;
+}
+
+void expect_conversion(const conversion& c) {
+    outcome expected;
+    expected.bytes = c.expected;
+    expected.faults = c.faults;
+    expected.unread = c.unread;
+    const std::string_view input = c.input;
+    const std::size_t plenty = c.expected.size() + c.input.size() * 8 + 64;
+    const auto context = [&](const outcome& got) {
+        return std::string(c.from) + " -> " + c.to + ", input " + to_hex(input) + "\n expected\n" +
+               describe(expected) + "\n got\n" + describe(got);
+    };
+
+    const outcome whole = run(c, {input}, plenty);
+    ASSERT_TRUE(same_text(whole, expected)) << context(whole);
+
+    for (std::size_t cut = 0; cut <= input.size(); ++cut) {
+        if (std::ranges::find(c.other_at, cut) != c.other_at.end()) {
+            continue;
+        }
+        const std::string_view first = input.substr(0, cut), second = input.substr(cut);
+        for (const auto& pieces :
+             {std::vector{first, second}, std::vector{first, std::string_view(), second}}) {
+            const outcome got = run(c, pieces, plenty);
+            ASSERT_TRUE(same_text(got, expected) && got.in_count == whole.in_count)
+                << "cut at " << cut << ": " << context(got);
+        }
+    }
+    const std::size_t most =
+        std::min(c.expected.size() + 1, std::max<std::size_t>(40, c.enough_room));
+    for (std::size_t capacity = 0; capacity <= most; ++capacity) {
+        const outcome got = run(c, {input}, capacity);
+        if (got.stuck && capacity < c.enough_room) {
+            ASSERT_TRUE(c.expected.starts_with(got.bytes)) << context(got);
+            continue;
+        }
+        ASSERT_TRUE(same_text(got, expected)) << "capacity " << capacity << ": " << context(got);
+    }
+}
+
+std::string convert(const char* from, const char* to, std::string_view input) {
+    conversion c{.from = from, .to = to, .input = std::string(input), .expected = {}};
+    outcome o = run(c, {input}, 65536);
+    EXPECT_TRUE(o.faults.empty() && o.unread == 0)
+        << from << " -> " << to << ", input " << to_hex(input).substr(0, 300) << "\n"
+        << describe(o).substr(0, 600);
+    return o.bytes;
+}
+
+} // namespace test

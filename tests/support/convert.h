@@ -1,0 +1,76 @@
+// Runs a conversion in every way a caller might, and expects the same of all.
+#pragma once
+
+#include "pvzan.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace test {
+
+// Something that stopped a conversion: its status, and how far the input had been read.
+struct fault {
+    std::uint32_t status;
+    std::size_t position;
+    bool operator==(const fault&) const = default;
+};
+
+struct outcome {
+    std::string bytes;
+    std::vector<fault> faults;
+    std::size_t unread = 0; // bytes of a character that the end of the input cuts
+    std::uint32_t in_count = 0, out_count = 0;
+    bool stuck = false; // the output buffer is too small for the next character
+    bool operator==(const outcome&) const = default;
+};
+
+struct conversion {
+    const char* from;
+    const char* to;
+    std::string input;
+    std::string expected;
+    std::vector<fault> faults = {};
+    std::size_t unread = 0;
+    pvzan_source_options source = {.srcBigEndian = 1, .srcCheckBom = 0, .skipInvalid = 0};
+    pvzan_target_options target = big_endian_target();
+    // Cuts of the input at which another outcome is right: between a base letter and its mark.
+    std::vector<std::size_t> other_at = {};
+    // Output buffers of this size and above must do.
+    std::size_t enough_room = 8;
+
+    static pvzan_target_options big_endian_target();
+};
+
+// An output buffer that ends where memory ends.
+class guarded_buffer {
+public:
+    explicit guarded_buffer(std::size_t size);
+    ~guarded_buffer();
+    guarded_buffer(const guarded_buffer&) = delete;
+    guarded_buffer& operator=(const guarded_buffer&) = delete;
+    [[nodiscard]] std::uint8_t* data() const { return data_; }
+    [[nodiscard]] std::size_t size() const { return size_; }
+
+private:
+    void* pages_;
+    std::size_t mapped_, size_;
+    std::uint8_t* data_;
+};
+
+std::unique_ptr<pvzan_session> open_session(const conversion& c);
+
+// Converts the pieces one after the other through an output buffer of the given size, carrying cut
+// characters over, and closes the output.
+outcome run(const conversion& c, const std::vector<std::string_view>& pieces, std::size_t capacity);
+
+// Expects the outcome from the whole input, from every cut in two, with an empty piece between, and
+// with every output capacity from 0 up.
+void expect_conversion(const conversion& c);
+
+// Converts whole; faults fail the test.
+std::string convert(const char* from, const char* to, std::string_view input);
+
+} // namespace test
