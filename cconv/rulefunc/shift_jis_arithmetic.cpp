@@ -9,6 +9,7 @@
 // in Shift_JIS-2004 the rows of plane 2 that k40 and k9F list.
 #include "cconv/rulefunc/rules.h"
 
+#undef NDEBUG // it would hide the declaration of __assert_fail
 #include <cassert>
 
 namespace {
