@@ -1,0 +1,22 @@
+// build_charsets SOURCE OUTPUT: turns the readable sources of the charset directory into the form
+// that the library reads.
+
+#include "charsets/builder/output.h"
+
+#include <cstdio>
+#include <exception>
+
+int main(int count, char** arguments) {
+    if (count != 3) {
+        std::fputs("usage: build_charsets SOURCE OUTPUT\n", stderr);
+        return 2;
+    }
+    try {
+        const charsets::directory built = charsets::read_directory(arguments[1]);
+        charsets::write_directory(built, arguments[2]);
+        return 0;
+    } catch (const std::exception& fault) {
+        std::fprintf(stderr, "%s\n", fault.what());
+        return 1;
+    }
+}

@@ -1,0 +1,205 @@
+#include "charsets/builder/table.h"
+
+#include "charsets/builder/code_grid.h"
+
+#include <algorithm>
+#include <optional>
+#include <unordered_map>
+
+namespace charsets {
+namespace {
+
+constexpr u32 last_scalar = 0x10FFFF;
+
+bool is_surrogate(u32 scalar) {
+    return scalar >= 0xD800 && scalar <= 0xDFFF;
+}
+
+std::vector<std::string_view> split(std::string_view text, char separator) {
+    std::vector<std::string_view> parts;
+    for (;;) {
+        const std::size_t length = text.find(separator);
+        parts.push_back(text.substr(0, length));
+        if (length == std::string_view::npos)
+            return parts;
+        text.remove_prefix(length + 1);
+    }
+}
+
+struct table_reader {
+    table& result;
+    std::size_t line = 0;
+    std::optional<code_grid> grid;
+    std::optional<u32> pairs, decode_only, two_way; // counts that the header declares
+    std::vector<pair>* section = nullptr;
+
+    [[noreturn]] void fail(const std::string& message) const { result.source.fail(line, message); }
+
+    u32 count(std::string_view text) const {
+        u32 value = 0;
+        if (!parse_number(text, 10, value))
+            fail("expected a decimal number");
+        return value;
+    }
+
+    void read_directive(std::string_view text) {
+        const std::size_t blank = std::min(text.find(' '), text.size());
+        const std::string_view name = text.substr(0, blank);
+        const std::string_view value = text.substr(std::min(blank + 1, text.size()));
+        if (name == "bytes" && !grid) {
+            grid = code_grid::parse(value);
+            if (!grid)
+                fail("%bytes needs up to four sets of bytes, as in 81-FE 40-7E,80-FE");
+        } else if (name == "extra" && !result.extra && value.empty()) {
+            result.extra = true;
+        } else if (name == "pairs" && !pairs) {
+            pairs = count(value);
+            section = &result.two_way;
+        } else if (name == "decode-only" && pairs && !decode_only) {
+            decode_only = count(value);
+            section = &result.decode_only;
+        } else if (name == "two-way" && decode_only && !two_way) {
+            two_way = count(value);
+            section = &result.two_way;
+        } else {
+            fail("%" + std::string(name) + " is unknown, repeated or out of place");
+        }
+    }
+
+    u32 read_code(std::string_view text) const {
+        u32 code = 0;
+        if (!parse_number(text, 16, code))
+            fail("expected a hexadecimal code");
+        if (text != hex(code, grid->digits()))
+            fail("codes have " + std::to_string(grid->digits()) + " upper-case digits here");
+        if (!grid->contains(code))
+            fail(hex(code, grid->digits()) + " is not a code of %bytes");
+        return code;
+    }
+
+    u32 read_scalar(std::string_view text) const {
+        u32 scalar = 0;
+        if (!parse_number(text, 16, scalar) || text != hex(scalar))
+            fail("expected a scalar value, at least four upper-case digits");
+        return scalar;
+    }
+
+    void add(u32 code, u32 scalar) const {
+        if (scalar > last_scalar || is_surrogate(scalar))
+            fail(hex(scalar) + " is not a scalar value");
+        if (scalar == 0 && code != 0)
+            fail("0 stands for no mapping, and only code 0 can have it");
+        if (!section->empty() && section->back().code >= code)
+            fail("code " + hex(code, grid->digits()) + " is not in order");
+        section->push_back({code, scalar, line});
+    }
+
+    // code TAB scalar, optionally TAB and the character; first..last TAB first scalar.
+    void read_pairs(std::string_view text) const {
+        if (!grid || section == nullptr)
+            fail("%bytes and %pairs must stand before the first code");
+        const auto fields = split(text, '\t');
+        if (fields.size() < 2 || fields.size() > 3)
+            fail("expected code, TAB and scalar value");
+        u32 scalar = read_scalar(fields[1]);
+        const std::size_t dots = fields[0].find("..");
+        u32 code = read_code(fields[0].substr(0, dots));
+        if (dots == std::string_view::npos) {
+            check_picture(fields, scalar);
+            return add(code, scalar);
+        }
+        const u32 last = read_code(fields[0].substr(dots + 2));
+        if (last <= code)
+            fail("the range does not ascend");
+        if (fields.size() == 3)
+            fail("a range has no third column");
+        for (; code != last; code = grid->following(code))
+            add(code, scalar++);
+        add(code, scalar);
+    }
+
+    void check_picture(const std::vector<std::string_view>& fields, u32 scalar) const {
+        if (fields.size() < 3)
+            return;
+        std::size_t offset = 0;
+        if (fields[2].empty() || next_scalar(fields[2], offset) != scalar ||
+            offset != fields[2].size())
+            fail("the third column is not the character " + hex(scalar));
+    }
+
+    void read_line(std::string_view text) {
+        if (text.empty() || text.front() == '#')
+            return;
+        if (text.front() == '%')
+            read_directive(text.substr(1));
+        else
+            read_pairs(text);
+    }
+
+    void check_count(std::string_view what, std::size_t declared, std::size_t found) const {
+        if (declared != found)
+            result.source.fail(0, "declares " + std::to_string(declared) + " " + std::string(what) +
+                                      ", has " + std::to_string(found));
+    }
+
+    void check_counts() const {
+        if (!pairs)
+            result.source.fail(0, "no %pairs");
+        check_count("pairs", *pairs, result.decode_only.size() + result.two_way.size());
+        check_count("pairs that only decode", decode_only.value_or(0), result.decode_only.size());
+        if (two_way)
+            check_count("two-way pairs", *two_way, result.two_way.size());
+        if (result.extra && decode_only)
+            result.source.fail(0, "an extra encode table has nothing to decode");
+    }
+};
+
+// Both directions must agree: each code stands once, each scalar once among the two-way pairs, and
+// a pair that only decodes has a two-way one for its character.
+void check_directions(const table& checked) {
+    std::unordered_map<u32, std::size_t> codes;
+    std::unordered_map<u32, std::size_t> scalars;
+    const auto repeated = [&](const pair& found, const std::string& what, std::size_t before) {
+        checked.source.fail(found.line,
+                            what + " stands in line " + std::to_string(before) + " too");
+    };
+    for (const pair& found : checked.two_way) {
+        codes.emplace(found.code, found.line);
+        const auto [before, added] = scalars.emplace(found.scalar, found.line);
+        if (!added)
+            repeated(found, hex(found.scalar), before->second);
+    }
+    for (const pair& found : checked.decode_only) {
+        if (const auto before = codes.find(found.code); before != codes.end())
+            repeated(found, "code " + hex(found.code), before->second);
+        if (!scalars.contains(found.scalar))
+            checked.source.fail(found.line, hex(found.scalar) +
+                                                " has no other code, so this pair goes both ways");
+    }
+}
+
+} // namespace
+
+u32 table::largest_code() const {
+    u32 largest = two_way.empty() ? 0 : two_way.back().code;
+    if (!decode_only.empty())
+        largest = std::max(largest, decode_only.back().code);
+    return largest;
+}
+
+table read_table(const std::filesystem::path& path) {
+    table result{read_source(path), false, {}, {}};
+    table_reader reader{result, 0, {}, {}, {}, {}, nullptr};
+    std::string_view rest = result.source.text;
+    while (!rest.empty()) {
+        ++reader.line;
+        const std::size_t length = rest.find('\n');
+        reader.read_line(rest.substr(0, length));
+        rest.remove_prefix(length + 1);
+    }
+    reader.check_counts();
+    check_directions(result);
+    return result;
+}
+
+} // namespace charsets

@@ -1,0 +1,47 @@
+#!/usr/bin/env python3
+"""Derives the mapping tables in tables/ from what the C library and Perl on this machine know.
+
+    derive.py [--check] [DIRECTORY]
+
+writes DIRECTORY/*.tsv (tables/ beside this file unless given); with --check it writes nothing and compares. Every table is
+compared with a second and, where there is one, a third system. Each difference between them is listed here with
+its reason; any other stops the derivation. Not needed to build: the tables are part of the source tree.
+"""
+
+import sys
+from pathlib import Path
+
+import derive_japanese
+from mapping_sources import SourceMissing
+
+EXIT_DIFFERENT = 1
+EXIT_SOURCE_MISSING = 77  # what ctest takes for a skipped test
+
+
+def main(arguments):
+    check = "--check" in arguments
+    places = [argument for argument in arguments if argument != "--check"]
+    directory = Path(places[0]) if places else Path(__file__).parent / "tables"
+    try:
+        tables = list(derive_japanese.tables())
+    except SourceMissing as missing:
+        print(f"derive.py: not on this machine: {missing}", file=sys.stderr)
+        return EXIT_SOURCE_MISSING
+    different = []
+    for table in tables:
+        path = directory / f"{table.name}.tsv"
+        text = table.text().encode()
+        if not check:
+            path.write_bytes(text)
+        elif not path.is_file() or path.read_bytes() != text:
+            different.append(path)
+    strays = set(directory.glob("*.tsv")) - {directory / f"{table.name}.tsv" for table in tables}
+    for path in different:
+        print(f"derive.py: {path} is not what the sources say", file=sys.stderr)
+    for path in sorted(strays):
+        print(f"derive.py: {path} is not derived here", file=sys.stderr)
+    return EXIT_DIFFERENT if different or strays else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

@@ -1,0 +1,107 @@
+"""Code grids, and the text form of a mapping table (README.md describes it)."""
+
+import itertools
+import unicodedata
+
+
+class Grid:
+    """The codes whose bytes each lie in a given set, in ascending order: Grid("81-FE 40-7E,80-FE")."""
+
+    def __init__(self, spec):
+        self.spec = spec
+        self._columns = [self._column(column) for column in spec.split()]
+
+    @staticmethod
+    def _column(spec):
+        values = []
+        for part in spec.split(","):
+            low, _, high = part.partition("-")
+            values += range(int(low, 16), int(high or low, 16) + 1)
+        return values
+
+    @property
+    def digits(self):
+        return 2 * len(self._columns)
+
+    def codes(self):
+        for code_bytes in itertools.product(*self._columns):
+            yield int.from_bytes(code_bytes, "big")
+
+    def following(self, code):
+        """The next code of the grid, None behind the last."""
+        code_bytes = list(code.to_bytes(len(self._columns), "big"))
+        for place in reversed(range(len(self._columns))):
+            column = self._columns[place]
+            index = column.index(code_bytes[place]) + 1
+            if index < len(column):
+                code_bytes[place] = column[index]
+                return int.from_bytes(bytes(code_bytes), "big")
+            code_bytes[place] = column[0]
+        return None
+
+
+def is_private(scalar):
+    return 0xE000 <= scalar <= 0xF8FF or 0xF0000 <= scalar
+
+
+def any_scalar(_scalar):
+    return True
+
+
+class Table:
+    """One mapping table: pairs that go both ways, and pairs that only decode."""
+
+    def __init__(self, name, title, grid, pairs, *, decode_only=(), origin, extra=False,
+                 linear=is_private):
+        self.name = name
+        self.title = title
+        self.grid = Grid(grid)
+        self.pairs = sorted(dict(pairs).items())
+        self.decode_only = sorted(dict(decode_only).items())
+        self.origin = origin
+        self.extra = extra
+        self.linear = linear  # which scalars may be written as ranges
+
+    def mapping(self):
+        return dict(self.decode_only + self.pairs)
+
+    def _runs(self, pairs):
+        """Yields (first code, last code, first scalar) with neighbours joined where they are linear."""
+        first = last = scalar = None
+        for code, value in pairs:
+            if (first is not None and self.linear(value) and self.linear(scalar)
+                    and self.grid.following(last) == code
+                    and value == scalar + count):
+                last, count = code, count + 1
+                continue
+            if first is not None:
+                yield first, last, scalar
+            first = last = code
+            scalar, count = value, 1
+        if first is not None:
+            yield first, last, scalar
+
+    @staticmethod
+    def _picture(scalar):
+        visible = unicodedata.category(chr(scalar))[0] in "LNPS"
+        return "\t" + chr(scalar) if visible else ""
+
+    def _lines(self, pairs):
+        for first, last, scalar in self._runs(pairs):
+            code = f"{first:0{self.grid.digits}X}"
+            if first != last:
+                yield f"{code}..{last:0{self.grid.digits}X}\t{scalar:04X}"
+            else:
+                yield f"{code}\t{scalar:04X}{self._picture(scalar)}"
+
+    def text(self):
+        header = [f"# {self.title}", "#"]
+        header += [f"# {line}" if line else "#" for line in self.origin.strip().split("\n")]
+        header += ["", f"%bytes {self.grid.spec}"]
+        if self.extra:
+            header += ["%extra"]
+        header += [f"%pairs {len(self.pairs) + len(self.decode_only)}"]
+        if self.decode_only:
+            header += [f"%decode-only {len(self.decode_only)}", "", *self._lines(self.decode_only),
+                       "", f"%two-way {len(self.pairs)}"]
+        return "\n".join([*header, "", *self._lines(self.pairs)]) + "\n"
