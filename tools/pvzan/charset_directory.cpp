@@ -1,0 +1,80 @@
+#include "tools/pvzan/charset_directory.h"
+
+#include "pvzan.h"
+
+#include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
+
+namespace tool {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct candidate {
+    std::string path;
+    const char* reason;
+};
+
+// The directory of the loaded library, links resolved.
+fs::path library_directory() {
+    Dl_info info{};
+    if (::dladdr(reinterpret_cast<const void*>(&cconvConvert), &info) == 0 ||
+        info.dli_fname == nullptr) {
+        return {};
+    }
+    std::error_code error;
+    const fs::path library = fs::canonical(info.dli_fname, error);
+    return error ? fs::path() : library.parent_path();
+}
+
+std::vector<candidate> candidates() {
+    std::vector<candidate> list;
+    if (const char* variable = ::secure_getenv("PVZAN_CHARSET_DIR");
+        variable != nullptr && *variable != '\0') {
+        list.push_back({variable, "PVZAN_CHARSET_DIR"});
+    }
+    if (const fs::path beside = library_directory(); !beside.empty()) {
+        list.push_back({beside / "pvzan" / "base2", "beside the library"});
+        list.push_back({beside.parent_path() / "base2", "in the build tree"});
+    }
+    list.push_back({PVZAN_INSTALLED_CHARSET_DIR, "installed"});
+    return list;
+}
+
+bool is_directory(const std::string& path) {
+    std::error_code error;
+    return fs::is_directory(path, error);
+}
+
+charset_directory settle(charset_directory found) {
+    ZAN_setCharsetPath(found.path.c_str());
+    return found;
+}
+
+} // namespace
+
+charset_directory settle_charset_directory(const std::string& asked_for) {
+    charset_directory result;
+    if (!asked_for.empty()) {
+        result.tried.push_back(asked_for);
+        if (is_directory(asked_for)) {
+            result.path = asked_for;
+            result.reason = "--charset-dir";
+            return settle(std::move(result));
+        }
+        return result;
+    }
+    for (const candidate& place : candidates()) {
+        result.tried.push_back(place.path);
+        if (is_directory(place.path)) {
+            result.path = place.path;
+            result.reason = place.reason;
+            return settle(std::move(result));
+        }
+    }
+    return result;
+}
+
+} // namespace tool
