@@ -1,0 +1,52 @@
+#!/bin/bash
+# Shared by the scripts of this directory, which source it after `set -eu`.
+# Everything it says goes to standard error, so that scripts/run can be used as a filter.
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+# What the build and its tests need, as packages of Debian 12: the compiler and build programs;
+# CLI11 and fmt for the tool; GoogleTest and Python, a second opinion on character codes, for the
+# tests.
+build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libgtest-dev python3)
+
+say() { echo "$*" >&2; }
+
+# install_packages PACKAGE...: install those that are missing. Says nothing when none is.
+install_packages() {
+    local package missing=() as_root=()
+    if ! command -v dpkg-query >/dev/null; then
+        return 0 # not Debian: the build will tell what it lacks
+    fi
+    for package in "$@"; do
+        case $(dpkg-query -W -f='${Status}' "$package" 2>/dev/null) in
+        "install ok installed") ;;
+        *) missing+=("$package") ;;
+        esac
+    done
+    if [ ${#missing[@]} -eq 0 ]; then
+        return 0
+    fi
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! command -v sudo >/dev/null; then
+            say "please install as root: apt-get install ${missing[*]}"
+            return 1
+        fi
+        as_root=(sudo)
+    fi
+    say "installing: ${missing[*]}"
+    "${as_root[@]}" apt-get update -qq </dev/null >&2 &&
+        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
+            --no-install-recommends -o Dpkg::Use-Pty=0 "${missing[@]}" </dev/null >&2
+}
+
+# build_preset NAME DIRECTORY: configure where that was not done yet, then build.
+build_preset() {
+    install_packages "${build_packages[@]}" || return
+    cd "$root" || return
+    if [ ! -e "$2/build.ninja" ]; then
+        say "configuring $2/"
+        cmake --preset "$1" >&2 || return
+    fi
+    cmake --build "$2" --parallel "$(nproc)" -- --quiet 2>&1 | sed '/^ninja: no work to do/d' >&2
+    return "${PIPESTATUS[0]}"
+}
