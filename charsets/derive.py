@@ -11,6 +11,7 @@ its reason; any other stops the derivation. Not needed to build: the tables are 
 import sys
 from pathlib import Path
 
+import derive_chinese_korean
 import derive_japanese
 from mapping_sources import SourceMissing
 
@@ -23,7 +24,7 @@ def main(arguments):
     places = [argument for argument in arguments if argument != "--check"]
     directory = Path(places[0]) if places else Path(__file__).parent / "tables"
     try:
-        tables = list(derive_japanese.tables())
+        tables = [*derive_japanese.tables(), *derive_chinese_korean.tables()]
     except SourceMissing as missing:
         print(f"derive.py: not on this machine: {missing}", file=sys.stderr)
         return EXIT_SOURCE_MISSING
