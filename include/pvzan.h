@@ -329,6 +329,58 @@ PVZAN_API uint32_t JIStoSJISex(uint32_t code);
 PVZAN_API uint32_t SJIStoJIS2004(uint32_t code);
 PVZAN_API uint32_t JIStoSJIS2004(uint32_t code);
 
+/* ---- Encoding detection --------------------------------------------------------------------- */
+
+/* One question about a text, and its answer. The caller owns the record and the text, and sets the
+ * first three fields; the call leaves them as they were. */
+typedef struct pvzan_detection_request {
+    const uint8_t* text; /* the bytes to look at; not changed */
+    int32_t textPos;     /* index of the first one */
+    int32_t textEnd;     /* index behind the last one */
+
+    char encodingName[PVZAN_TEXT_BYTES]; /* the encoding's name, "unknown" when there is none */
+    uint32_t xmlDeclared;                /* 1: an XML declaration was found */
+    uint32_t bomFound;                   /* 1: a byte-order mark was found */
+    uint32_t bigEndian;                  /* byte order of code units; 1 where it does not matter */
+    uint32_t newlineKind;                /* PVZAN_NEWLINE_...; 0: no line break was found */
+    uint32_t resultFlags;                /* 4098 for UTF-16, UCS-2 and UCS-4, else 1; 0: unknown */
+} pvzan_detection_request;
+
+/* Tell the encoding of a text: by its byte-order mark, else by an XML declaration, else by how well
+ * its first 2048 bytes fit UCS-4, UTF-16, UTF-8, EUC-JP, its fixed form, Windows-31J and
+ * ISO-2022-JP. Returns 1 and the name, or 0 and "unknown". The names it finds itself are
+ * ISO-10646-UCS-4, UTF-16, UTF-8, EUC-JP-FIX, EUC-JP, WINDOWS31J, ISO-8859-1, ISO-646IRV and
+ * ISO-2022-JP; a declaration's name is given as it stands there, unchecked. Reads nothing outside
+ * [textPos, textEnd) and allocates nothing, but for the definitions that the first call of the
+ * process loads. A request is used by one thread at a time. */
+PVZAN_API uint32_t cconvChkEncode(pvzan_detection_request* request);
+
+/* 1 for the names of encodings whose byte order matters: exactly "UTF-16", "ISO-10646-UCS-2" and
+ * "ISO-10646-UCS-4"; else 0. */
+PVZAN_API uint32_t cconvIsEndianAware(const char* name);
+
+/* ---- Stand-alone converters ----------------------------------------------------------------- */
+
+/* Converters that need no session, no charset directory and no my_init. */
+
+/* HZ (RFC 1843) to GB 2312 in its EUC form. in is NUL-terminated; out must be as large as in, and
+ * outSize is only looked at where in has a "~". Returns 0 when all was converted, with the number
+ * of bytes written, modulo 65536, in *outCount; else the room was used up at a "~", and the number
+ * of bytes written so far, modulo 65536, is returned and *outCount left alone. A "~~" is read as
+ * "~" and another escape; a "~" before a line feed or an unknown byte leaves a byte of out
+ * unwritten and uncounted. */
+PVZAN_API uint32_t ZAN_HZtoGB2312(uint8_t* out, const uint8_t* in, int32_t outSize,
+                                  uint32_t* outCount);
+
+/* UTF-7 (RFC 2152) to UCS-4 in native byte order, surrogate pairs joined. in is NUL-terminated,
+ * outSize counts characters. *outCount receives the number of characters written. Returns 0 when
+ * all was converted; else the number of input bytes converted before the malformed sequence, or
+ * before the output was full, plus 1. Malformed
+ * are bytes above 7E, "~" and "\", a "+" without a base-64 letter or "-" behind it, a run that
+ * ends inside a character or in nonzero padding, and lone surrogates. */
+PVZAN_API uint32_t ZAN_UTF_7ToUCS_4(uint32_t* out, const uint8_t* in, int32_t outSize,
+                                    uint32_t* outCount);
+
 #ifdef __cplusplus
 }
 #endif
