@@ -1,5 +1,7 @@
 #include "tools/pvzan/charset_directory.h"
 
+#include "tools/pvzan/message.h"
+
 #include "pvzan.h"
 
 #include <cstdlib>
@@ -75,6 +77,23 @@ charset_directory settle_charset_directory(const std::string& asked_for) {
         }
     }
     return result;
+}
+
+bool open_charset_directory(const std::string& asked_for) {
+    const charset_directory directory = settle_charset_directory(asked_for);
+    if (directory.path.empty()) {
+        complain("no charset directory; looked for");
+        for (const std::string& place : directory.tried) {
+            say(fmt::format("  {}", printable(place)));
+        }
+        return false;
+    }
+    if (cconvLoadRule() == 0) {
+        complain(fmt::format("{}: no charset definitions in this directory ({})",
+                             printable(directory.path), directory.reason));
+        return false;
+    }
+    return true;
 }
 
 } // namespace tool

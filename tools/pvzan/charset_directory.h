@@ -17,4 +17,7 @@ struct charset_directory {
 // Never the current directory, where anybody's definitions may lie.
 charset_directory settle_charset_directory(const std::string& asked_for);
 
+// Settles it and reads the definitions; complains and returns false when there are none.
+bool open_charset_directory(const std::string& asked_for);
+
 } // namespace tool

@@ -258,20 +258,8 @@ private:
 } // namespace
 
 int convert_files(const convert_options& options) {
-    const charset_directory directory = settle_charset_directory(options.charset_dir);
-    if (directory.path.empty()) {
-        complain("no charset directory; looked for");
-        for (const std::string& place : directory.tried) {
-            say(fmt::format("  {}", printable(place)));
-        }
-        return exit_no_work;
-    }
-    if (cconvLoadRule() == 0) {
-        complain(fmt::format("{}: no charset definitions in this directory ({})",
-                             printable(directory.path), directory.reason));
-        return exit_no_work;
-    }
-    return conversion_run(options).run();
+    return open_charset_directory(options.charset_dir) ? conversion_run(options).run()
+                                                       : int{exit_no_work};
 }
 
 } // namespace tool
