@@ -143,17 +143,13 @@ u32 xmlSeekObj1(document* document, const char* key, i32* end) {
 }
 
 u32 xmlSeekObj2(document* document, const char* elementName, i32* start, i32* end) {
-    // "</", the name and ">" make the longest key.
-    const std::size_t length = ::strnlen(elementName, max_key + 1);
-    char plain[max_key + 1], attributed[max_key + 1], closing[max_key + 1];
-    *start = 0;
-    if (length + 3 > max_key) {
-        return 0;
-    }
+    // Keys that come out longer than max_key find nothing.
+    char plain[max_key + 5], attributed[max_key + 5], closing[max_key + 5];
     std::snprintf(plain, sizeof plain, "<%s>", elementName);
     std::snprintf(attributed, sizeof attributed, "<%s ", elementName);
     std::snprintf(closing, sizeof closing, "</%s>", elementName);
 
+    *start = 0;
     const position_scope scope(document);
     i32 opened = 0;
     i32 opened_attributed = 0;

@@ -110,7 +110,8 @@ struct table_paths {
 };
 
 // The text table lies where its definition says, a directory part included, its file name in lower
-// case; the cache beside it. Called under the table lock.
+// case; the cache beside it. Tables that share a base name share a cache, deliberately, and so do
+// those without a "." in their names, whose base names are empty. Called under the table lock.
 bool make_paths(const table_object* table, table_paths& paths) {
     char path[text_bytes];
     if (charset_path_locked(path, text_bytes) == nullptr || !append_text(path, table->fileName)) {
@@ -126,16 +127,17 @@ bool make_paths(const table_object* table, table_paths& paths) {
     return true;
 }
 
-// Size of an open file; -1 when it cannot be told or is beyond what a buffer may hold.
+// Size of an open file, -1 when it cannot be told; larger files than a buffer may hold count as
+// empty.
 i32 file_size(FILE* file) {
     if (ZAN_FileSeek(file, 0, SEEK_END) != 0) {
         return -1;
     }
     const i64 size = ZAN_FileTell(file);
-    if (size > std::numeric_limits<i32>::max() || ZAN_FileSeek(file, 0, SEEK_SET) != 0) {
+    if (ZAN_FileSeek(file, 0, SEEK_SET) != 0) {
         return -1;
     }
-    return static_cast<i32>(size);
+    return size <= std::numeric_limits<i32>::max() ? static_cast<i32>(size) : 0;
 }
 
 owned_file open_regular(const char* path, const char* mode) {
@@ -171,15 +173,12 @@ bool load_cache(table_object* table, const char* path) {
     return true;
 }
 
-// A cache being written, under a name of this process's own: others only ever see it whole. It
+// A cache being written, under a name that no other process uses: others only ever see it whole. It
 // becomes the cache by publish(), and is removed without it.
 class cache_writer {
 public:
     explicit cache_writer(const char* path) : path_(path) {
-        const int length =
-            std::snprintf(temporary_, sizeof temporary_, "%s.%ld.tmp", path, process_number());
-        if (length > 0 && static_cast<std::size_t>(length) < sizeof temporary_) {
-            removeFile(temporary_); // of a dead process with our number
+        if (temporary_name(temporary_, path)) {
             file_.reset(ZAN_FileOpen(temporary_, "wb+x"));
         }
     }

@@ -1,6 +1,7 @@
 // File services.
 #include "platform/platform.h"
 
+#include <ctime>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -57,6 +58,11 @@ bool rename_file(const char* from, const char* to) {
     return std::rename(from, to) == 0;
 }
 
-long process_number() {
-    return static_cast<long>(::getpid());
+bool temporary_name(char (&out)[text_bytes], const char* path) {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    const int length = std::snprintf(
+        out, sizeof out, "%s.%ld-%llx%08lx.tmp", path, static_cast<long>(::getpid()),
+        static_cast<unsigned long long>(now.tv_sec), static_cast<unsigned long>(now.tv_nsec));
+    return length > 0 && static_cast<std::size_t>(length) < sizeof out;
 }

@@ -75,8 +75,9 @@ bool is_regular_file(const char* path);
 // Gives a file another name in one step; a file of that name is replaced.
 bool rename_file(const char* from, const char* to);
 
-// Number of the running process, for names that no other one uses.
-long process_number();
+// A name beside path that no other process uses, be it in a container with the same process
+// numbers. False when it would be too long.
+bool temporary_name(char (&out)[text_bytes], const char* path);
 
 // RAII over the above, for the library's own use.
 struct memory_release {
