@@ -1,0 +1,217 @@
+// Registry objects: arrays, groups, sets, blocks, limits.
+#include "cconv/lifecycle.h"
+#include "cconv/registry.h"
+
+#include "platform/platform.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct array_release {
+    void operator()(object_array* array) const { termArray(array); }
+};
+using owned_array = std::unique_ptr<object_array, array_release>;
+
+std::vector<void*> contents(const object_array* array) {
+    return std::vector<void*>(array->items, array->items + array->count);
+}
+
+TEST(Array, BehavesLikeAVector) {
+    const owned_array array(initArray());
+    ASSERT_NE(array, nullptr);
+    std::vector<void*> model;
+    std::vector<char> things(64);
+    std::mt19937 random(1);
+    for (int step = 0; step < 20000; ++step) {
+        const auto index = static_cast<u16>(random() % 40);
+        if (random() % 2 == 0 && model.size() < things.size()) {
+            void* thing = &things[random() % things.size()];
+            model.push_back(thing);
+            ASSERT_EQ(addArray(array.get(), thing), model.size());
+        } else {
+            delArray(array.get(), index);
+            if (index < model.size()) {
+                model.erase(model.begin() + index);
+            }
+        }
+        ASSERT_EQ(contents(array.get()), model);
+        ASSERT_EQ(array->items == nullptr, model.empty());
+        ASSERT_EQ(getArray(array.get(), index), index < model.size() ? model[index] : nullptr);
+    }
+}
+
+TEST(Array, RefusesNullsAndMoreThanItCanCount) {
+    const owned_array array(initArray());
+    char thing = 0;
+    EXPECT_EQ(addArray(nullptr, &thing), 0);
+    EXPECT_EQ(addArray(array.get(), nullptr), 0);
+    EXPECT_EQ(contents(array.get()), std::vector<void*>());
+    EXPECT_EQ(getArray(nullptr, 0), nullptr);
+    delArray(nullptr, 0);
+
+    constexpr u16 most = std::numeric_limits<u16>::max();
+    array->items = static_cast<void**>(ZAN_malloc(most * static_cast<i32>(sizeof(void*))));
+    array->count = most;
+    std::fill_n(array->items, most, &thing);
+    EXPECT_EQ(addArray(array.get(), &thing), 0);
+    EXPECT_EQ(array->count, most);
+    delArray(array.get(), most);
+    EXPECT_EQ(array->count, most);
+    delArray(array.get(), most - 1);
+    EXPECT_EQ(addArray(array.get(), &thing), most);
+}
+
+class Registry : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(initProcess(), 1U); }
+    void TearDown() override { termProcess(); }
+
+    static basic_set* add_basic(std::string name, u16 type = PVZAN_SET_BASE) {
+        basic_set* set = initBasic(name.data(), type, 2);
+        EXPECT_NE(TheAddBasic(set), 0U);
+        return set;
+    }
+    static charset_group* add_group(std::string name) {
+        std::string rule = "constSAME";
+        charset_group* group = initGroup(name.data(), rule.data(), rule.data());
+        EXPECT_NE(TheAddGroup(group), 0U);
+        return group;
+    }
+};
+
+TEST_F(Registry, GroupsAreFoundByNumberAndTheFirstWins) {
+    EXPECT_EQ(findGroupArray(nullptr, PVZAN_SHIFT_JIS), nullptr);
+    EXPECT_EQ(findGroupArray(g_ProcessObject.groups, PVZAN_SHIFT_JIS), nullptr);
+    add_group("utf-8");
+    const charset_group* first = add_group("Shift_JIS");
+    add_group("shift_jis");
+    EXPECT_EQ(findGroupArray(g_ProcessObject.groups, PVZAN_SHIFT_JIS), first);
+    EXPECT_EQ(findGroupArray(g_ProcessObject.groups, PVZAN_UTF_16), nullptr);
+    EXPECT_EQ(TheAddGroup(nullptr), 0U);
+}
+
+TEST_F(Registry, SetsAreFoundByNumberAndLentToGroups) {
+    EXPECT_EQ(findBasicArray(nullptr, PVZAN_SET_JIS_X_0208_1990), nullptr);
+    basic_set* set = add_basic("JIS_X0208-1990");
+    add_basic("jis_x0208-1990");
+    charset_group* group = add_group("euc-jp");
+    EXPECT_EQ(findBasicArray(g_ProcessObject.basics, PVZAN_SET_JIS_X_0208_1990), set);
+    EXPECT_EQ(addNameArray(group->memberSets, PVZAN_SET_JIS_X_0208_1990), 1U);
+    EXPECT_EQ(addNameArray(group->memberSets, PVZAN_SET_JIS_X_0213), 0U);
+    EXPECT_EQ(addNameArray(nullptr, PVZAN_SET_JIS_X_0208_1990), 0U);
+    EXPECT_EQ(contents(group->memberSets), std::vector<void*>{set});
+}
+
+TEST(RegistryObjects, NamesKeepTheirCaseAndTheCallersBufferStays) {
+    std::string name = "JIS_X0208-1990", encode = "constEUC-JP", decode = "destEUC-JP";
+    basic_set* set = initBasic(name.data(), PVZAN_SET_DIFFERENCE, 3);
+    charset_group* group = initGroup(name.data(), encode.data(), decode.data());
+    EXPECT_EQ(name, "JIS_X0208-1990");
+
+    EXPECT_STREQ(set->name, "JIS_X0208-1990");
+    EXPECT_EQ(set->setNo, u32{PVZAN_SET_JIS_X_0208_1990});
+    EXPECT_EQ(set->setType, PVZAN_SET_DIFFERENCE);
+    EXPECT_EQ(set->byteNum, 3);
+    EXPECT_EQ(set->decodeTable->valueBytes, 4U);
+    EXPECT_EQ(set->decodeTable->toUnicode, 1U);
+    EXPECT_EQ(set->encodeTable->valueBytes, 3U);
+    EXPECT_EQ(set->encodeTable->toUnicode, 0U);
+    for (const table_object* table : {set->decodeTable, set->encodeTable}) {
+        EXPECT_EQ(table->loadTries, -1);
+        EXPECT_EQ(table->loaded, 0U);
+        EXPECT_STREQ(table->fileName, "");
+        EXPECT_EQ(contents(table->blocks), std::vector<void*>());
+    }
+    EXPECT_EQ(findLimitArray(set->defined, 0), nullptr);
+
+    EXPECT_EQ(group->groupNo, u32{PVZAN_SET_JIS_X_0208_1990});
+    EXPECT_STREQ(group->constRule, "constEUC-JP");
+    EXPECT_STREQ(group->destRule, "destEUC-JP");
+    EXPECT_EQ(group->memberSets->count + group->dsTableArrays->count, 0);
+    termBasic(set);
+    termGroup(group);
+}
+
+TEST(RegistryObjects, LongNamesAreCut) {
+    for (const std::size_t n : {4094U, 4095U, 4096U, 20000U}) {
+        std::string name(n, 'N');
+        const std::string kept = name.substr(0, text_bytes - 1);
+        basic_set* set = initBasic(name.data(), PVZAN_SET_BASE, 1);
+        charset_group* group = initGroup(name.data(), name.data(), name.data());
+        for (const char* text : {set->name, group->name, group->constRule, group->destRule}) {
+            EXPECT_EQ(text, kept) << n;
+        }
+        EXPECT_EQ(set->setNo, group->groupNo);
+        termBasic(set);
+        termGroup(group);
+    }
+}
+
+TEST(RegistryObjects, ReleasingNothingIsFine) {
+    termGroup(nullptr);
+    termBasic(nullptr);
+    termTable(nullptr);
+    termTableArray(nullptr);
+    termBlock(nullptr);
+    termLimit(nullptr);
+    termLimitArray(nullptr);
+    termName(initName());
+    termStruct(nullptr);
+}
+
+TEST(RegistryObjects, BlocksHoldTheirKeysZeroed) {
+    struct {
+        u16 entries;
+        u32 first, width, end, stored_width;
+    } const cases[] = {
+        {0, 0x3021, 2, 0x4021, 2},    {0, 0, 4, 4096, 4},         {16, 0x3021, 4, 0x3031, 4},
+        {65535, 1, 1, 65536, 1},      {0, 5, 0x10003, 0x1005, 3}, // the width is a 16-bit number
+        {0, 0xFFFFFFF0, 2, 0xFF0, 2},                             // beyond the last key
+    };
+    for (const auto& c : cases) {
+        g_ProcessObject.blockEntries = c.entries;
+        table_block* block = initBlock(c.first, c.width);
+        g_ProcessObject.blockEntries = 0;
+        ASSERT_NE(block, nullptr);
+        EXPECT_EQ(block->firstKey, c.first);
+        EXPECT_EQ(block->endKey, c.end);
+        EXPECT_EQ(block->valueBytes, c.stored_width);
+        const std::size_t size = std::size_t{c.end - c.first} * c.stored_width;
+        EXPECT_EQ(std::string(reinterpret_cast<const char*>(block->data), size),
+                  std::string(size, '\0'));
+        termBlock(block);
+    }
+}
+
+TEST(RegistryObjects, LimitsAreTriedInOrderWithinTheBounds) {
+    limit_array* limits = initLimitArray();
+    limit* const wide = initLimit(0x20, 0x7E);
+    limit* const narrow = initLimit(0x30, 0x39);
+    limit* const single = initLimit(0x8E, 0x8E);
+    for (limit* range : {wide, narrow, single}) {
+        addArray(limits->ranges, range);
+    }
+    EXPECT_EQ(findLimitArray(limits, 0x20), nullptr); // the bounds are 0 and 0
+    limits->maxCode = 0x7E;
+    EXPECT_EQ(findLimitArray(limits, 0x1F), nullptr);
+    EXPECT_EQ(findLimitArray(limits, 0x20), wide);
+    EXPECT_EQ(findLimitArray(limits, 0x35), wide);
+    EXPECT_EQ(findLimitArray(limits, 0x7E), wide);
+    EXPECT_EQ(findLimitArray(limits, 0x8E), nullptr); // single codes do not widen the bounds
+    limits->maxCode = 0x8E;
+    EXPECT_EQ(findLimitArray(limits, 0x8E), single);
+    limits->minCode = 0x21;
+    EXPECT_EQ(findLimitArray(limits, 0x20), nullptr);
+    EXPECT_EQ(findLimitArray(nullptr, 0x20), nullptr);
+    termLimitArray(limits);
+}
+
+} // namespace
