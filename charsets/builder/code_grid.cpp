@@ -9,11 +9,13 @@ constexpr std::size_t most_columns = 4;
 
 bool parse_range(std::string_view text, u32& low, u32& high) {
     const std::size_t hyphen = text.find('-');
-    if (!parse_number(text.substr(0, hyphen), 16, low))
+    if (!parse_number(text.substr(0, hyphen), 16, low)) {
         return false;
+    }
     high = low;
-    if (hyphen != std::string_view::npos && !parse_number(text.substr(hyphen + 1), 16, high))
+    if (hyphen != std::string_view::npos && !parse_number(text.substr(hyphen + 1), 16, high)) {
         return false;
+    }
     return low <= high && high <= 0xFF;
 }
 
@@ -28,24 +30,30 @@ std::optional<code_grid> code_grid::parse(std::string_view spec) {
         for (std::string range; std::getline(ranges, range, ',');) {
             u32 low = 0;
             u32 high = 0;
-            if (!parse_range(range, low, high))
+            if (!parse_range(range, low, high)) {
                 return std::nullopt;
-            for (u32 byte = low; byte <= high; ++byte)
+            }
+            for (u32 byte = low; byte <= high; ++byte) {
                 bytes.set(byte);
+            }
         }
-        if (bytes.none())
+        if (bytes.none()) {
             return std::nullopt;
+        }
         grid.columns_.push_back(bytes);
     }
-    if (grid.empty() || grid.columns_.size() > most_columns)
+    if (grid.empty() || grid.columns_.size() > most_columns) {
         return std::nullopt;
+    }
     return grid;
 }
 
 bool code_grid::contains(u32 code) const {
-    for (std::size_t place = columns_.size(); place-- > 0; code >>= 8)
-        if (!columns_[place].test(code & 0xFF))
+    for (std::size_t place = columns_.size(); place-- > 0; code >>= 8) {
+        if (!columns_[place].test(code & 0xFF)) {
             return false;
+        }
+    }
     return code == 0;
 }
 
@@ -58,8 +66,9 @@ u32 code_grid::following(u32 code) const {
             carry = carry || byte == 0;
         } while (!columns_[place].test(byte));
         code = (code & ~(0xFFU << shift)) | byte << shift;
-        if (!carry)
+        if (!carry) {
             break;
+        }
     }
     return code;
 }

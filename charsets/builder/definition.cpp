@@ -22,21 +22,25 @@ public:
         : source_(source), children_(children), line_(line) {}
 
     const element* accept(std::string_view name) {
-        if (next_ == children_.size() || children_[next_].name != name)
+        if (next_ == children_.size() || children_[next_].name != name) {
             return nullptr;
+        }
         return &children_[next_++];
     }
     const element& expect(std::string_view name) {
-        if (const element* found = accept(name))
+        if (const element* found = accept(name)) {
             return *found;
-        if (next_ < children_.size())
+        }
+        if (next_ < children_.size()) {
             line_ = children_[next_].line;
+        }
         source_.fail(line_, "expected <" + std::string(name) + "> here");
     }
     void expect_end() const {
-        if (next_ < children_.size())
+        if (next_ < children_.size()) {
             source_.fail(children_[next_].line,
                          "<" + children_[next_].name + "> is unknown or out of place");
+        }
     }
 
 private:
@@ -54,19 +58,25 @@ bool is_blank(const std::string& text) {
 void check_content(const source_file& source, const element& checked,
                    std::initializer_list<std::string_view> attributes, bool text,
                    std::size_t references) {
-    for (const attribute& found : checked.attributes)
-        if (std::ranges::find(attributes, found.name) == attributes.end())
+    for (const attribute& found : checked.attributes) {
+        if (std::ranges::find(attributes, found.name) == attributes.end()) {
             source.fail(checked.line, "unknown attribute " + found.name);
-    for (const std::string_view name : attributes)
-        if (std::ranges::count(checked.attributes, name, &attribute::name) != 1)
+        }
+    }
+    for (const std::string_view name : attributes) {
+        if (std::ranges::count(checked.attributes, name, &attribute::name) != 1) {
             source.fail(checked.line,
                         "<" + checked.name + "> needs one attribute " + std::string(name));
-    if (!text && !is_blank(checked.text))
+        }
+    }
+    if (!text && !is_blank(checked.text)) {
         source.fail(checked.line, "<" + checked.name + "> holds text");
-    if (checked.references.size() != references)
+    }
+    if (checked.references.size() != references) {
         source.fail(checked.line, "<" + checked.name + "> refers to " +
                                       std::to_string(checked.references.size()) +
                                       " entities instead of " + std::to_string(references));
+    }
 }
 
 // Its elements do not have children of their own.
@@ -80,10 +90,12 @@ void check_leaf(const source_file& source, const element& checked,
 std::string read_name(const source_file& source, const element& name) {
     check_leaf(source, name, {}, true);
     const bool fit = std::ranges::all_of(name.text, [](char c) { return c > ' ' && c <= '~'; });
-    if (!fit || name.text.empty())
+    if (!fit || name.text.empty()) {
         source.fail(name.line, "a name is ASCII without blanks, also around it");
-    if (lower_case(name.text) != source.path.stem().string())
+    }
+    if (lower_case(name.text) != source.path.stem().string()) {
         source.fail(name.line, "the file of " + name.text + " must bear its name in lower case");
+    }
     return name.text;
 }
 
@@ -91,10 +103,11 @@ u32 read_number(const source_file& source, const element& holder, std::string_vi
                 u32 smallest, u32 largest) {
     u32 value = 0;
     if (!parse_number(holder.find_attribute(name)->value, base, value) || value < smallest ||
-        value > largest)
+        value > largest) {
         source.fail(holder.line, std::string(name) + " must be a number from " + hex(smallest, 1) +
                                      " to " + hex(largest, 1) +
                                      (base == 16 ? ", hexadecimal" : ""));
+    }
     return value;
 }
 
@@ -103,21 +116,24 @@ std::vector<code_range> read_defined(const source_file& source, const element& d
     check_leaf(source, defined, {}, true);
     std::vector<code_range> ranges;
     const std::string& text = defined.text;
-    if (text.find_first_not_of("0123456789ABCDEF- \n") != std::string::npos)
+    if (text.find_first_not_of("0123456789ABCDEF- \n") != std::string::npos) {
         source.fail(defined.line, "<defined> holds upper-case codes, hyphens and blanks");
+    }
     for (std::size_t start = 0;
          (start = text.find_first_not_of(" \n", start)) != std::string::npos;) {
         const std::size_t end = text.find_first_of(" \n", start);
-        if (end == std::string::npos)
+        if (end == std::string::npos) {
             source.fail(defined.line, "the last code of <defined> needs a blank behind it");
+        }
         const std::string word = text.substr(start, end - start);
         const std::size_t hyphen = std::min(word.find('-'), word.size());
         code_range range{};
         const bool read =
             parse_number(word.substr(0, hyphen), 16, range.first) &&
             parse_number(word.substr(hyphen == word.size() ? 0 : hyphen + 1), 16, range.last);
-        if (!read || range.last < range.first)
+        if (!read || range.last < range.first) {
             source.fail(defined.line, word + " is neither a code nor a range");
+        }
         ranges.push_back(range);
         start = end;
     }
@@ -151,8 +167,9 @@ void read_set_element(coded_set& set, const element& whole) {
         check_leaf(source, code, {"bytenum", "basedon"});
         set.bytes = read_number(source, code, "bytenum", 10, 1, most_code_bytes);
     }
-    if (const element* defined = children.accept("defined"))
+    if (const element* defined = children.accept("defined")) {
         set.defined = read_defined(source, *defined);
+    }
     if (const element* table = children.accept("srtable")) {
         check_leaf(source, *table, {}, false, 1);
         set.table_entity = table->references.front();
@@ -163,12 +180,14 @@ void read_set_element(coded_set& set, const element& whole) {
 
 void read_rule(const source_file& source, const element& rule) {
     check_leaf(source, rule, {"construle", "destrule"});
-    if (rule.attributes.front().name != "construle")
+    if (rule.attributes.front().name != "construle") {
         source.fail(rule.line, "construle must stand before destrule");
+    }
     for (const attribute& found : rule.attributes) {
         const std::string_view kind = found.name == "construle" ? "const" : "dest";
-        if (!found.value.starts_with(kind) || TheRule(found.value.c_str()) == nullptr)
+        if (!found.value.starts_with(kind) || TheRule(found.value.c_str()) == nullptr) {
             source.fail(rule.line, "no such rule: " + found.value);
+        }
     }
 }
 
@@ -176,13 +195,14 @@ member read_member(const source_file& source, const element& holder, set_kind ki
     check_content(source, holder, {}, false, 1);
     member result{holder.line, kind, holder.references.front(), {}};
     child_reader children(source, holder.children, holder.line);
-    if (kind != set_kind::user_defined)
+    if (kind != set_kind::user_defined) {
         while (const element* extra = children.accept("dstable")) {
             check_leaf(source, *extra, {"bytenum"}, false, 1);
             result.extras.push_back(
                 {extra->line, extra->references.front(),
                  read_number(source, *extra, "bytenum", 16, 1, most_code_bytes)});
         }
+    }
     children.expect_end();
     return result;
 }
@@ -212,9 +232,10 @@ coded_set read_coded_set(const std::filesystem::path& path) {
         read_user_defined(set, elements);
     }
     elements.expect_end();
-    if (!set.document.entities.empty())
+    if (!set.document.entities.empty()) {
         source.fail(set.document.entities.front().line,
                     "entities are looked up in the charset's definition, not here");
+    }
     set.number = number_of(set.name);
     return set;
 }
@@ -232,15 +253,17 @@ charset read_charset(const std::filesystem::path& path) {
     result.number = number_of(result.name);
     read_rule(source, children.expect("rule"));
     for (;;) {
-        if (const element* base = children.accept("baseset"))
+        if (const element* base = children.accept("baseset")) {
             result.members.push_back(read_member(source, *base, set_kind::base));
-        else if (const element* difference = children.accept("diffset"))
+        } else if (const element* difference = children.accept("diffset")) {
             result.members.push_back(read_member(source, *difference, set_kind::difference));
-        else
+        } else {
             break;
+        }
     }
-    if (const element* user = children.accept("eudcset"))
+    if (const element* user = children.accept("eudcset")) {
         result.members.push_back(read_member(source, *user, set_kind::user_defined));
+    }
     children.expect_end();
     return result;
 }

@@ -24,16 +24,22 @@ public:
     void check() {
         check_numbers(directory_.charsets, "charsets");
         check_numbers(directory_.sets, "coded sets");
-        for (const auto& [file, set] : directory_.sets)
+        for (const auto& [file, set] : directory_.sets) {
             check_user_defined(set);
-        for (const auto& [file, whole] : directory_.charsets)
+        }
+        for (const auto& [file, whole] : directory_.charsets) {
             check_charset(whole);
-        for (const auto& [file, set] : directory_.sets)
-            if (!used_.contains(file))
+        }
+        for (const auto& [file, set] : directory_.sets) {
+            if (!used_.contains(file)) {
                 set.document.source.fail(0, "no charset uses this set");
-        for (const auto& [file, table] : directory_.tables)
-            if (!used_.contains(file))
+            }
+        }
+        for (const auto& [file, table] : directory_.tables) {
+            if (!used_.contains(file)) {
                 table.source.fail(0, "nothing uses this table");
+            }
+        }
     }
 
 private:
@@ -43,33 +49,38 @@ private:
         std::map<u32, std::string> names;
         for (const auto& [file, found] : all) {
             const auto [before, added] = names.emplace(found.number, found.name);
-            if (!added)
+            if (!added) {
                 found.document.source.fail(0, "the " + what + " " + before->second + " and " +
                                                   found.name + " share the number " +
                                                   std::to_string(found.number));
+            }
         }
     }
 
     static void check_user_defined(const coded_set& set) {
-        if (set.kind != set_kind::user_defined)
+        if (set.kind != set_kind::user_defined) {
             return;
+        }
         constexpr u32 private_codes = 0xF900 - user_scalar_first;
-        if (set.user_count > private_codes || set.user_first + set.user_count > 0x10000)
+        if (set.user_count > private_codes || set.user_first + set.user_count > 0x10000) {
             set.document.source.fail(0, "the user-defined area is larger than private use");
+        }
     }
 
     const entity& resolve(const charset& whole, std::size_t line, const std::string& name) {
         const entity* found = whole.document.find_entity(name);
-        if (found == nullptr)
+        if (found == nullptr) {
             whole.document.source.fail(line, "entity " + name + " not declared");
+        }
         referred_.insert(name);
         return *found;
     }
 
     const table& find_table(const charset& whole, const entity& declared) {
         const auto found = directory_.tables.find(declared.file);
-        if (found == directory_.tables.end())
+        if (found == directory_.tables.end()) {
             whole.document.source.fail(declared.line, "there is no table " + declared.file);
+        }
         used_.insert(declared.file);
         return found->second;
     }
@@ -78,71 +89,89 @@ private:
         const source_file& source = whole.document.source;
         const entity& declared = resolve(whole, found.line, found.entity);
         const auto place = directory_.sets.find(declared.file);
-        if (place == directory_.sets.end())
+        if (place == directory_.sets.end()) {
             source.fail(declared.line, "there is no set " + declared.file);
+        }
         const coded_set& set = place->second;
-        if (set.kind != found.kind)
+        if (set.kind != found.kind) {
             source.fail(found.line, set.name + " is a set of another kind");
+        }
         used_.insert(declared.file);
         linked_member linked{&found, &set, ""};
-        if (set.table_entity.empty())
+        if (set.table_entity.empty()) {
             return linked;
+        }
         const entity* table_entity = whole.document.find_entity(set.table_entity);
-        if (table_entity == nullptr)
+        if (table_entity == nullptr) {
             source.fail(found.line, "entity " + set.table_entity + ", which " + set.name +
                                         " refers to, is not declared");
+        }
         referred_.insert(set.table_entity);
         check_table(find_table(whole, *table_entity), set);
         linked.table_file = table_entity->file;
         // The first definition that is read decides for all charsets.
         const auto [before, added] = table_of_set_.emplace(set.name, linked.table_file);
-        if (before->second != linked.table_file)
+        if (before->second != linked.table_file) {
             source.fail(table_entity->line,
                         set.name + " has the table " + before->second + " in another charset");
+        }
         return linked;
     }
 
     void check_table(const table& checked, const coded_set& set) {
-        if (!checked_.insert(&checked).second)
+        if (!checked_.insert(&checked).second) {
             return;
-        if (checked.extra)
+        }
+        if (checked.extra) {
             checked.source.fail(0, set.name + " has an extra table as its own");
+        }
         const bool fits = set.bytes >= 4 || checked.largest_code() >> (8 * set.bytes) == 0;
-        if (!fits)
+        if (!fits) {
             set.document.source.fail(set.table_line, "codes are longer than bytenum says");
-        for (const auto* pairs : {&checked.decode_only, &checked.two_way})
-            for (const pair& found : *pairs)
-                if (!set.defines(found.code))
+        }
+        for (const auto* pairs : {&checked.decode_only, &checked.two_way}) {
+            for (const pair& found : *pairs) {
+                if (!set.defines(found.code)) {
                     checked.source.fail(found.line,
                                         hex(found.code) + " is outside what the set defines");
+                }
+            }
+        }
     }
 
     // Extra tables are asked in order for what the set's own table lacks.
     void check_extras(const charset& whole, const linked_member& linked) {
         const source_file& source = whole.document.source;
         std::unordered_map<u32, std::string> known;
-        if (!linked.table_file.empty())
-            for (const pair& found : directory_.tables.at(linked.table_file).two_way)
+        if (!linked.table_file.empty()) {
+            for (const pair& found : directory_.tables.at(linked.table_file).two_way) {
                 known.emplace(found.scalar, linked.table_file);
+            }
+        }
         for (const extra_table& extra : linked.source->extras) {
-            if (linked.table_file.empty())
+            if (linked.table_file.empty()) {
                 source.fail(extra.line, "a set without a table never asks an extra one");
+            }
             const entity& declared = resolve(whole, extra.line, extra.entity);
             const table& values = find_table(whole, declared);
-            if (!values.extra)
+            if (!values.extra) {
                 source.fail(extra.line, declared.file + " lacks %extra");
+            }
             const bool too_long =
                 extra.bytes < 4 && values.largest_code() >> (8 * extra.bytes) != 0;
-            if (too_long)
+            if (too_long) {
                 source.fail(extra.line, declared.file + " has codes longer than bytenum");
-            if (linked.set->bytes == 1 && extra.bytes != 1)
+            }
+            if (linked.set->bytes == 1 && extra.bytes != 1) {
                 source.fail(extra.line, "on a one-byte set bytenum must be 1");
+            }
             for (const pair& found : values.two_way) {
                 const auto [before, added] = known.emplace(found.scalar, declared.file);
-                if (!added)
+                if (!added) {
                     source.fail(extra.line, hex(found.scalar) + " of " + declared.file +
                                                 " is never asked for: " + before->second +
                                                 " has it");
+                }
             }
         }
     }
@@ -150,21 +179,24 @@ private:
     // User-defined characters come before all tables in both directions.
     void check_user_area(const charset& whole, const std::vector<linked_member>& members) {
         const coded_set& user = *members.back().set;
-        if (user.kind != set_kind::user_defined)
+        if (user.kind != set_kind::user_defined) {
             return;
+        }
         for (const linked_member& linked : members) {
-            if (linked.table_file.empty())
+            if (linked.table_file.empty()) {
                 continue;
+            }
             for (const pair& found : directory_.tables.at(linked.table_file).two_way) {
                 const bool same_scalar = found.scalar >= user_scalar_first &&
                                          found.scalar < user_scalar_first + user.user_count;
                 const bool same_code = linked.set->bytes == user.bytes &&
                                        found.code >= user.user_first &&
                                        found.code < user.user_first + user.user_count;
-                if (same_scalar || same_code)
+                if (same_scalar || same_code) {
                     whole.document.source.fail(members.back().source->line,
                                                "the user-defined area overlaps " +
                                                    linked.table_file + " at " + hex(found.code));
+                }
             }
         }
     }
@@ -175,17 +207,21 @@ private:
         std::set<const coded_set*> seen;
         for (const member& found : whole.members) {
             members.push_back(link(whole, found));
-            if (!seen.insert(members.back().set).second)
+            if (!seen.insert(members.back().set).second) {
                 whole.document.source.fail(found.line, members.back().set->name + " is here twice");
+            }
             check_extras(whole, members.back());
         }
-        if (members.empty())
+        if (members.empty()) {
             whole.document.source.fail(0, "the charset has no sets");
+        }
         check_user_area(whole, members);
-        for (const entity& declared : whole.document.entities)
-            if (!referred_.contains(declared.name))
+        for (const entity& declared : whole.document.entities) {
+            if (!referred_.contains(declared.name)) {
                 whole.document.source.fail(declared.line,
                                            "nothing refers to entity " + declared.name);
+            }
+        }
     }
 
     const directory& directory_;
@@ -199,12 +235,15 @@ private:
 
 directory read_directory(const std::filesystem::path& source) {
     directory result;
-    for (const auto& path : list_sources(source / "tables", ".tsv"))
+    for (const auto& path : list_sources(source / "tables", ".tsv")) {
         result.tables.emplace(path.stem().string() + ".txt", read_table(path));
-    for (const auto& path : list_sources(source / "sets", ".set"))
+    }
+    for (const auto& path : list_sources(source / "sets", ".set")) {
         result.sets.emplace(path.filename().string(), read_coded_set(path));
-    for (const auto& path : list_sources(source / "definitions", ".xml"))
+    }
+    for (const auto& path : list_sources(source / "definitions", ".xml")) {
         result.charsets.emplace(path.filename().string(), read_charset(path));
+    }
     checker(result).check();
     return result;
 }

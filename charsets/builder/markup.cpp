@@ -29,29 +29,34 @@ struct markup_reader {
         return taken;
     }
     bool accept(std::string_view text) {
-        if (!rest().starts_with(text))
+        if (!rest().starts_with(text)) {
             return false;
+        }
         take(text.size());
         return true;
     }
     void expect(std::string_view text) {
-        if (!accept(text))
+        if (!accept(text)) {
             fail("expected '" + std::string(text) + "'");
+        }
     }
     std::string take_until(std::string_view end) {
         const std::size_t length = rest().find(end);
-        if (length == std::string_view::npos)
+        if (length == std::string_view::npos) {
             fail("no '" + std::string(end) + "' follows");
+        }
         return take(length);
     }
     std::string take_name() {
         const auto end = std::ranges::find_if_not(rest(), is_name_character);
         const auto length = static_cast<std::size_t>(end - rest().begin());
-        if (length == 0)
+        if (length == 0) {
             fail("expected a name of a-z, 0-9, '-', '_', '.'");
+        }
         const std::string name = take(length);
-        if (name.find("--") != std::string::npos)
+        if (name.find("--") != std::string::npos) {
             fail("'--' starts a comment, even in a name");
+        }
         return name;
     }
 
@@ -60,8 +65,9 @@ struct markup_reader {
         for (;;) {
             const std::size_t length = rest().find_first_not_of(blanks);
             take(length == std::string_view::npos ? rest().size() : length);
-            if (!accept("<!--"))
+            if (!accept("<!--")) {
                 return;
+            }
             const std::string comment = take_until("--");
             expect("-->");
         }
@@ -69,8 +75,9 @@ struct markup_reader {
 
     void read_entities() {
         skip_blanks();
-        if (!accept("<!DOCTYPE charset ["))
+        if (!accept("<!DOCTYPE charset [")) {
             return;
+        }
         for (skip_blanks(); !accept("]>"); skip_blanks()) {
             entity declared{line, "", ""};
             expect("<!ENTITY ");
@@ -78,8 +85,9 @@ struct markup_reader {
             expect(" SYSTEM \"");
             declared.file = take_until("\"");
             expect("\">");
-            if (document.find_entity(declared.name) != nullptr)
+            if (document.find_entity(declared.name) != nullptr) {
                 document.source.fail(declared.line, "entity " + declared.name + " declared twice");
+            }
             document.entities.push_back(declared);
         }
     }
@@ -87,11 +95,13 @@ struct markup_reader {
     void read_text(element& parent) {
         if (!accept("&")) {
             const std::size_t length = rest().find_first_of("&<");
-            if (length == std::string_view::npos)
+            if (length == std::string_view::npos) {
                 fail("<" + parent.name + "> is not closed");
+            }
             const std::string text = take(length);
-            if (text.find("--") != std::string::npos)
+            if (text.find("--") != std::string::npos) {
                 fail("'--' starts a comment, even in text");
+            }
             parent.text += text;
             return;
         }
@@ -109,25 +119,29 @@ struct markup_reader {
             found.name = take_name();
             expect("=\"");
             found.value = take_until("\"");
-            if (found.value.find_first_of("<>&\n") != std::string::npos)
+            if (found.value.find_first_of("<>&\n") != std::string::npos) {
                 fail("markup or a line end inside the value of " + found.name);
-            if (found.value.find("--") != std::string::npos)
+            }
+            if (found.value.find("--") != std::string::npos) {
                 fail("'--' starts a comment, even in a value");
+            }
             read.attributes.push_back(found);
             expect("\"");
         }
-        if (accept("/>"))
+        if (accept("/>")) {
             return read;
+        }
         expect(">");
         while (!accept("</" + read.name + ">")) {
-            if (rest().starts_with("<!--"))
+            if (rest().starts_with("<!--")) {
                 skip_blanks();
-            else if (rest().starts_with("</"))
+            } else if (rest().starts_with("</")) {
                 fail("<" + read.name + "> is not closed");
-            else if (rest().starts_with("<"))
+            } else if (rest().starts_with("<")) {
                 read.children.push_back(read_element());
-            else
+            } else {
                 read_text(read);
+            }
         }
         return read;
     }
@@ -137,16 +151,18 @@ struct markup_reader {
 // name that a blank follows. Comments are out of its sight.
 void check_entity_search(const markup& document) {
     std::string text = document.source.text;
-    for (std::size_t start; (start = text.find("<!--")) != std::string::npos;)
+    for (std::size_t start; (start = text.find("<!--")) != std::string::npos;) {
         text.erase(start, text.find("-->", start) + 3 - start);
+    }
     std::ranges::replace(text, '\n', ' ');
     for (const entity& declared : document.entities) {
         const std::size_t found = text.find(declared.name + ' ');
         constexpr std::string_view lead = "<!ENTITY ";
-        if (found < lead.size() || text.substr(found - lead.size(), lead.size()) != lead)
+        if (found < lead.size() || text.substr(found - lead.size(), lead.size()) != lead) {
             document.source.fail(declared.line,
                                  "entity " + declared.name +
                                      " is not found: its name stands before a blank in other text");
+        }
     }
 }
 
@@ -165,11 +181,13 @@ const entity* markup::find_entity(std::string_view name) const {
 markup read_markup(const std::filesystem::path& path) {
     markup document{read_source(path), {}, {}};
     markup_reader reader{document};
-    if (!reader.accept(std::string(source_declaration) + "\n"))
+    if (!reader.accept(std::string(source_declaration) + "\n")) {
         reader.fail("the first line must be " + std::string(source_declaration));
+    }
     reader.read_entities();
-    for (reader.skip_blanks(); !reader.done(); reader.skip_blanks())
+    for (reader.skip_blanks(); !reader.done(); reader.skip_blanks()) {
         document.elements.push_back(reader.read_element());
+    }
     check_entity_search(document);
     return document;
 }

@@ -22,8 +22,9 @@ std::string to_utf16(std::string_view text) {
     append_unit(out, 0xFEFF);
     for (std::size_t offset = 0; offset < text.size();) {
         const u32 scalar = next_scalar(text, offset);
-        if (scalar == '\n')
+        if (scalar == '\n') {
             append_unit(out, '\r');
+        }
         if (scalar >= 0x10000) {
             append_unit(out, 0xD800 + ((scalar - 0x10000) >> 10));
             append_unit(out, 0xDC00 + (scalar & 0x3FF));
@@ -38,8 +39,9 @@ void write_file(const fs::path& path, std::string_view bytes) {
     std::ofstream stream(path, std::ios::binary | std::ios::trunc);
     stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     stream.close();
-    if (!stream)
+    if (!stream) {
         throw source_error(path, 0, "cannot be written");
+    }
 }
 
 void write_document(const markup& document, const fs::path& path) {
@@ -53,7 +55,7 @@ void write_document(const markup& document, const fs::path& path) {
 void write_table(const table& source, const fs::path& path) {
     std::string text;
     std::string cache;
-    for (const auto* pairs : {&source.decode_only, &source.two_way})
+    for (const auto* pairs : {&source.decode_only, &source.two_way}) {
         for (const pair& found : *pairs) {
             text += hex(found.code) + '\t' + hex(found.scalar) + '\n';
             const std::array<u32, 2> entry{found.code, found.scalar};
@@ -61,6 +63,7 @@ void write_table(const table& source, const fs::path& path) {
             std::memcpy(bytes.data(), entry.data(), sizeof entry);
             cache.append(bytes.data(), bytes.size());
         }
+    }
     write_file(path, to_utf16(text));
     write_file(fs::path(path).replace_extension(".cmp"), cache);
 }
@@ -75,15 +78,20 @@ bool is_ours(const fs::path& path) {
 void write_directory(const directory& built, const fs::path& output) {
     fs::create_directories(output);
     // An existing cache is trusted as it is, so none may outlive its table.
-    for (const auto& entry : fs::directory_iterator(output))
-        if (is_ours(entry.path()))
+    for (const auto& entry : fs::directory_iterator(output)) {
+        if (is_ours(entry.path())) {
             fs::remove(entry.path());
-    for (const auto& [file, found] : built.charsets)
+        }
+    }
+    for (const auto& [file, found] : built.charsets) {
         write_document(found.document, output / file);
-    for (const auto& [file, found] : built.sets)
+    }
+    for (const auto& [file, found] : built.sets) {
         write_document(found.document, output / file);
-    for (const auto& [file, found] : built.tables)
+    }
+    for (const auto& [file, found] : built.tables) {
         write_table(found, output / file);
+    }
 }
 
 } // namespace charsets

@@ -21,11 +21,14 @@ std::size_t sequence_length(std::string_view text) {
                                : lead < 0xF0 ? 3
                                : lead < 0xF5 ? 4
                                              : 0;
-    if (length == 0 || text.size() < length)
+    if (length == 0 || text.size() < length) {
         return 0;
-    for (std::size_t i = 1; i < length; ++i)
-        if (!is_continuation(text[i]))
+    }
+    for (std::size_t i = 1; i < length; ++i) {
+        if (!is_continuation(text[i])) {
             return 0;
+        }
+    }
     std::size_t offset = 0;
     const u32 scalar = next_scalar(text, offset);
     constexpr u32 smallest[] = {0, 0, 0x80, 0x800, 0x10000};
@@ -53,47 +56,57 @@ void source_file::fail(std::size_t line, const std::string& message) const {
 
 source_file read_source(const std::filesystem::path& path) {
     std::ifstream stream(path, std::ios::binary);
-    if (!stream)
+    if (!stream) {
         throw source_error(path, 0, "cannot be read");
+    }
     source_file file{path, {std::istreambuf_iterator<char>(stream), {}}};
     std::size_t line = 1;
     for (std::size_t offset = 0; offset < file.text.size();) {
         const std::size_t length = sequence_length(std::string_view(file.text).substr(offset));
-        if (length == 0)
+        if (length == 0) {
             file.fail(line, "not UTF-8");
-        if (file.text[offset] == '\r')
+        }
+        if (file.text[offset] == '\r') {
             file.fail(line, "carriage return: lines end in LF here");
-        if (file.text[offset] == '\n')
+        }
+        if (file.text[offset] == '\n') {
             ++line;
+        }
         offset += length;
     }
-    if (file.text.empty() || file.text.back() != '\n')
+    if (file.text.empty() || file.text.back() != '\n') {
         file.fail(line, "the last line has no end");
+    }
     return file;
 }
 
 u32 next_scalar(std::string_view text, std::size_t& offset) {
     const auto lead = static_cast<unsigned char>(text[offset++]);
-    if (lead < 0x80)
+    if (lead < 0x80) {
         return lead;
+    }
     u32 scalar = lead & (lead < 0xE0 ? 0x1FU : lead < 0xF0 ? 0x0FU : 0x07U);
-    while (offset < text.size() && is_continuation(text[offset]))
+    while (offset < text.size() && is_continuation(text[offset])) {
         scalar = scalar << 6 | (static_cast<unsigned char>(text[offset++]) & 0x3FU);
+    }
     return scalar;
 }
 
 std::vector<std::filesystem::path> list_sources(const std::filesystem::path& directory,
                                                 std::string_view extension) {
     std::vector<std::filesystem::path> paths;
-    if (!std::filesystem::is_directory(directory))
+    if (!std::filesystem::is_directory(directory)) {
         throw source_error(directory, 0, "is not a directory");
+    }
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-        if (entry.path().extension() != extension)
+        if (entry.path().extension() != extension) {
             throw source_error(entry.path(), 0,
                                "only *" + std::string(extension) + " belongs here");
-        if (!is_fit_name(entry.path().filename().string()))
+        }
+        if (!is_fit_name(entry.path().filename().string())) {
             throw source_error(entry.path(), 0,
                                "file names are a-z, 0-9, '.', '_' and single '-' here");
+        }
         paths.push_back(entry.path());
     }
     std::ranges::sort(paths);
@@ -101,16 +114,19 @@ std::vector<std::filesystem::path> list_sources(const std::filesystem::path& dir
 }
 
 std::string lower_case(std::string text) {
-    for (char& c : text)
-        if (c >= 'A' && c <= 'Z')
+    for (char& c : text) {
+        if (c >= 'A' && c <= 'Z') {
             c = static_cast<char>(c - 'A' + 'a');
+        }
+    }
     return text;
 }
 
 std::string hex(u32 value, int digits) {
     std::string text;
-    for (; value != 0 || digits > 0; value >>= 4, --digits)
+    for (; value != 0 || digits > 0; value >>= 4, --digits) {
         text.insert(text.begin(), "0123456789ABCDEF"[value & 0xF]);
+    }
     return text;
 }
 

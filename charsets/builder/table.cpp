@@ -20,8 +20,9 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
     for (;;) {
         const std::size_t length = text.find(separator);
         parts.push_back(text.substr(0, length));
-        if (length == std::string_view::npos)
+        if (length == std::string_view::npos) {
             return parts;
+        }
         text.remove_prefix(length + 1);
     }
 }
@@ -37,8 +38,9 @@ struct table_reader {
 
     u32 count(std::string_view text) const {
         u32 value = 0;
-        if (!parse_number(text, 10, value))
+        if (!parse_number(text, 10, value)) {
             fail("expected a decimal number");
+        }
         return value;
     }
 
@@ -48,8 +50,9 @@ struct table_reader {
         const std::string_view value = text.substr(std::min(blank + 1, text.size()));
         if (name == "bytes" && !grid) {
             grid = code_grid::parse(value);
-            if (!grid)
+            if (!grid) {
                 fail("%bytes needs up to four sets of bytes, as in 81-FE 40-7E,80-FE");
+            }
         } else if (name == "extra" && !result.extra && value.empty()) {
             result.extra = true;
         } else if (name == "pairs" && !pairs) {
@@ -68,39 +71,48 @@ struct table_reader {
 
     u32 read_code(std::string_view text) const {
         u32 code = 0;
-        if (!parse_number(text, 16, code))
+        if (!parse_number(text, 16, code)) {
             fail("expected a hexadecimal code");
-        if (text != hex(code, grid->digits()))
+        }
+        if (text != hex(code, grid->digits())) {
             fail("codes have " + std::to_string(grid->digits()) + " upper-case digits here");
-        if (!grid->contains(code))
+        }
+        if (!grid->contains(code)) {
             fail(hex(code, grid->digits()) + " is not a code of %bytes");
+        }
         return code;
     }
 
     u32 read_scalar(std::string_view text) const {
         u32 scalar = 0;
-        if (!parse_number(text, 16, scalar) || text != hex(scalar))
+        if (!parse_number(text, 16, scalar) || text != hex(scalar)) {
             fail("expected a scalar value, at least four upper-case digits");
+        }
         return scalar;
     }
 
     void add(u32 code, u32 scalar) const {
-        if (scalar > last_scalar || is_surrogate(scalar))
+        if (scalar > last_scalar || is_surrogate(scalar)) {
             fail(hex(scalar) + " is not a scalar value");
-        if (scalar == 0 && code != 0)
+        }
+        if (scalar == 0 && code != 0) {
             fail("0 stands for no mapping, and only code 0 can have it");
-        if (!section->empty() && section->back().code >= code)
+        }
+        if (!section->empty() && section->back().code >= code) {
             fail("code " + hex(code, grid->digits()) + " is not in order");
+        }
         section->push_back({code, scalar, line});
     }
 
     // code TAB scalar, optionally TAB and the character; first..last TAB first scalar.
     void read_pairs(std::string_view text) const {
-        if (!grid || section == nullptr)
+        if (!grid || section == nullptr) {
             fail("%bytes and %pairs must stand before the first code");
+        }
         const auto fields = split(text, '\t');
-        if (fields.size() < 2 || fields.size() > 3)
+        if (fields.size() < 2 || fields.size() > 3) {
             fail("expected code, TAB and scalar value");
+        }
         u32 scalar = read_scalar(fields[1]);
         const std::size_t dots = fields[0].find("..");
         u32 code = read_code(fields[0].substr(0, dots));
@@ -109,48 +121,59 @@ struct table_reader {
             return add(code, scalar);
         }
         const u32 last = read_code(fields[0].substr(dots + 2));
-        if (last <= code)
+        if (last <= code) {
             fail("the range does not ascend");
-        if (fields.size() == 3)
+        }
+        if (fields.size() == 3) {
             fail("a range has no third column");
-        for (; code != last; code = grid->following(code))
+        }
+        for (; code != last; code = grid->following(code)) {
             add(code, scalar++);
+        }
         add(code, scalar);
     }
 
     void check_picture(const std::vector<std::string_view>& fields, u32 scalar) const {
-        if (fields.size() < 3)
+        if (fields.size() < 3) {
             return;
+        }
         std::size_t offset = 0;
         if (fields[2].empty() || next_scalar(fields[2], offset) != scalar ||
-            offset != fields[2].size())
+            offset != fields[2].size()) {
             fail("the third column is not the character " + hex(scalar));
+        }
     }
 
     void read_line(std::string_view text) {
-        if (text.empty() || text.front() == '#')
+        if (text.empty() || text.front() == '#') {
             return;
-        if (text.front() == '%')
+        }
+        if (text.front() == '%') {
             read_directive(text.substr(1));
-        else
+        } else {
             read_pairs(text);
+        }
     }
 
     void check_count(std::string_view what, std::size_t declared, std::size_t found) const {
-        if (declared != found)
+        if (declared != found) {
             result.source.fail(0, "declares " + std::to_string(declared) + " " + std::string(what) +
                                       ", has " + std::to_string(found));
+        }
     }
 
     void check_counts() const {
-        if (!pairs)
+        if (!pairs) {
             result.source.fail(0, "no %pairs");
+        }
         check_count("pairs", *pairs, result.decode_only.size() + result.two_way.size());
         check_count("pairs that only decode", decode_only.value_or(0), result.decode_only.size());
-        if (two_way)
+        if (two_way) {
             check_count("two-way pairs", *two_way, result.two_way.size());
-        if (result.extra && decode_only)
+        }
+        if (result.extra && decode_only) {
             result.source.fail(0, "an extra encode table has nothing to decode");
+        }
     }
 };
 
@@ -166,15 +189,18 @@ void check_directions(const table& checked) {
     for (const pair& found : checked.two_way) {
         codes.emplace(found.code, found.line);
         const auto [before, added] = scalars.emplace(found.scalar, found.line);
-        if (!added)
+        if (!added) {
             repeated(found, hex(found.scalar), before->second);
+        }
     }
     for (const pair& found : checked.decode_only) {
-        if (const auto before = codes.find(found.code); before != codes.end())
+        if (const auto before = codes.find(found.code); before != codes.end()) {
             repeated(found, "code " + hex(found.code), before->second);
-        if (!scalars.contains(found.scalar))
+        }
+        if (!scalars.contains(found.scalar)) {
             checked.source.fail(found.line, hex(found.scalar) +
                                                 " has no other code, so this pair goes both ways");
+        }
     }
 }
 
@@ -182,8 +208,9 @@ void check_directions(const table& checked) {
 
 u32 table::largest_code() const {
     u32 largest = two_way.empty() ? 0 : two_way.back().code;
-    if (!decode_only.empty())
+    if (!decode_only.empty()) {
         largest = std::max(largest, decode_only.back().code);
+    }
     return largest;
 }
 
