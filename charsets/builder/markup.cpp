@@ -96,7 +96,7 @@ struct markup_reader {
         if (!accept("&")) {
             const std::size_t length = rest().find_first_of("&<");
             if (length == std::string_view::npos) {
-                fail("<" + parent.name + "> is not closed");
+                document.source.fail(parent.line, "<" + parent.name + "> is not closed");
             }
             const std::string text = take(length);
             if (text.find("--") != std::string::npos) {
@@ -136,7 +136,7 @@ struct markup_reader {
             if (rest().starts_with("<!--")) {
                 skip_blanks();
             } else if (rest().starts_with("</")) {
-                fail("<" + read.name + "> is not closed");
+                document.source.fail(read.line, "<" + read.name + "> is not closed");
             } else if (rest().starts_with("<")) {
                 read.children.push_back(read_element());
             } else {

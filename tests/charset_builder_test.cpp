@@ -1,0 +1,369 @@
+// The program that builds the charset directory: what it refuses, and what it writes.
+#include "cconv/document.h"
+#include "cconv/table.h"
+#include "tests/support/oracle.h"
+#include "tests/support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <sys/wait.h>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct program_result {
+    int status;
+    std::string output;
+};
+
+program_result run_program(const std::string& command) {
+    FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
+    std::string output;
+    char buffer[4096];
+    while (std::size_t count = std::fread(buffer, 1, sizeof buffer, pipe)) {
+        output.append(buffer, count);
+    }
+    const int status = ::pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
+// A small charset with one of everything, whose files a case then spoils.
+struct source_tree {
+    test::temp_dir place;
+
+    source_tree() {
+        for (const char* folder : {"source/definitions", "source/sets", "source/tables"}) {
+            fs::create_directories(place.file(folder));
+        }
+        place.write("source/definitions/mini.xml", R"(<?xml version="1.0" encoding="UTF-8"?>
+<!-- A comment; set-latin is named in it. -->
+<!DOCTYPE charset [
+<!ENTITY set-latin SYSTEM "latin.set">
+<!ENTITY table-latin SYSTEM "latin.txt">
+<!ENTITY extra-signs SYSTEM "signs.txt">
+<!ENTITY set-more SYSTEM "more.set">
+<!ENTITY table-more SYSTEM "more.txt">
+<!ENTITY set-own SYSTEM "own.set">
+]>
+<charset>
+  <name>Mini</name>
+  <rule construle="constSAME" destrule="destSAME"/>
+  <baseset>&set-latin;
+    <dstable bytenum="1">&extra-signs;</dstable>
+  </baseset>
+  <diffset>&set-more;</diffset>
+  <eudcset>&set-own;</eudcset>
+</charset>
+)");
+        place.write("source/definitions/other.xml", R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE charset [
+<!ENTITY set-latin SYSTEM "latin.set">
+<!ENTITY table-latin SYSTEM "latin.txt">
+]>
+<charset>
+  <name>Other</name>
+  <rule construle="constSAME" destrule="destSAME"/>
+  <baseset>&set-latin;</baseset>
+</charset>
+)");
+        place.write("source/sets/latin.set", R"(<?xml version="1.0" encoding="UTF-8"?>
+<subseta>
+  <name>Latin</name>
+  <lang domain="en"/>
+  <code bytenum="1"/>
+  <defined>00-7F 80 </defined>
+  <srtable>&table-latin;</srtable>
+</subseta>
+)");
+        place.write("source/sets/more.set", R"(<?xml version="1.0" encoding="UTF-8"?>
+<subsetb>
+  <name>More</name>
+  <lang domain="ja"/>
+  <codeb bytenum="2" basedon="Latin"/>
+  <defined>2121-217E </defined>
+  <srtable>&table-more;</srtable>
+</subsetb>
+)");
+        place.write("source/sets/own.set", R"(<?xml version="1.0" encoding="UTF-8"?>
+<name>Own</name>
+<codec bytenum="2"/>
+<defrange start="7F21" number="5E"/>
+)");
+        place.write("source/tables/latin.tsv", "# Latin\n"
+                                               "%bytes 00-80\n"
+                                               "%pairs 129\n"
+                                               "%decode-only 1\n"
+                                               "80\t0041\tA\n"
+                                               "%two-way 128\n"
+                                               "00..7F\t0000\n");
+        place.write("source/tables/more.tsv", "%bytes 21 21-7E\n"
+                                              "%pairs 3\n"
+                                              "2121\t3042\t\xE3\x81\x82\n"
+                                              "2122..2123\t3044\n");
+        place.write("source/tables/signs.tsv", "%bytes 5C,7E\n%extra\n%pairs 1\n5C\t00A5\n");
+    }
+
+    // Replaces a text that stands in the file; an empty one stands for the whole file, be it there
+    // or not.
+    void spoil(const std::string& file, const std::string& text, const std::string& other) const {
+        std::string content = place.read("source/" + file);
+        if (text.empty()) {
+            content = other;
+        } else {
+            const std::size_t start = content.find(text);
+            ASSERT_NE(start, std::string::npos) << file << " lacks " << text;
+            content.replace(start, text.size(), other);
+        }
+        place.write("source/" + file, content);
+    }
+
+    program_result build() const {
+        return run_program(PVZAN_BUILD_CHARSETS " " + place.file("source") + " " +
+                           place.file("output"));
+    }
+};
+
+struct rejection {
+    const char *file, *text, *other; // what is spoiled
+    const char* message;             // behind the source directory
+};
+
+const char* const second_latin = R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE charset [
+<!ENTITY set-latin SYSTEM "latin.set">
+<!ENTITY table-latin SYSTEM "more.txt">
+]>
+<charset>
+  <name>Other</name>
+  <rule construle="constSAME" destrule="destSAME"/>
+  <baseset>&set-latin;</baseset>
+</charset>
+)";
+
+const rejection rejections[] = {
+    // Tables.
+    {"tables/more.tsv", "%pairs 3", "%pairs 4", "tables/more.tsv: declares 4 pairs, has 3"},
+    {"tables/latin.tsv", "%decode-only 1", "%decode-only 2",
+     "tables/latin.tsv: declares 2 pairs that only decode, has 1"},
+    {"tables/latin.tsv", "%two-way 128", "%two-way 1",
+     "tables/latin.tsv: declares 1 two-way pairs, has 128"},
+    {"tables/more.tsv", "2121\t", "217F\t", "tables/more.tsv:3: 217F is not a code of %bytes"},
+    {"tables/more.tsv", "2121\t", "21\t", "tables/more.tsv:3: codes have 4 upper-case digits here"},
+    {"tables/more.tsv", "2121\t", "212a\t",
+     "tables/more.tsv:3: codes have 4 upper-case digits here"},
+    {"tables/more.tsv", "2121\t", "2124\t", "tables/more.tsv:4: code 2122 is not in order"},
+    {"tables/more.tsv", "2122..2123", "2121..2122", "tables/more.tsv:4: code 2121 is not in order"},
+    {"tables/more.tsv", "2122..2123", "2123..2122", "tables/more.tsv:4: the range does not ascend"},
+    {"tables/more.tsv", "\t3044", "\t3041", "tables/more.tsv:4: 3042 stands in line 3 too"},
+    {"tables/more.tsv", "\t3044", "\t0", "tables/more.tsv:4: expected a scalar value"},
+    {"tables/more.tsv", "\t3044", "\tD7FF", "tables/more.tsv:4: D800 is not a scalar value"},
+    {"tables/more.tsv", "\t3044", "\t10FFFF", "tables/more.tsv:4: 110000 is not a scalar value"},
+    {"tables/more.tsv", "\t3044", "\t0000",
+     "tables/more.tsv:4: 0 stands for no mapping, and only code 0 can have it"},
+    {"tables/more.tsv", "\t3042", "\t3043",
+     "tables/more.tsv:3: the third column is not the character 3043"},
+    {"tables/more.tsv", "\t3042\t", " 3042 ", "tables/more.tsv:3: expected code, TAB"},
+    {"tables/more.tsv", "%bytes 21 21-7E\n", "",
+     "tables/more.tsv:2: %bytes and %pairs must stand before"},
+    {"tables/more.tsv", "%bytes 21 ", "%bytes 21- ", "tables/more.tsv:1: %bytes needs"},
+    {"tables/more.tsv", "%pairs", "%paris", "tables/more.tsv:2: %paris is unknown"},
+    {"tables/more.tsv", "\xE3\x81\x82", "\xE3\x81", "tables/more.tsv:3: not UTF-8"},
+    {"tables/more.tsv", "%pairs 3\n", "%pairs 3\r\n", "tables/more.tsv:2: carriage return"},
+    {"tables/latin.tsv", "80\t0041\tA", "41\t0041\tA",
+     "tables/latin.tsv:5: code 0041 stands in line 7 too"},
+    {"tables/latin.tsv", "80\t0041\tA", "80\t00C4",
+     "tables/latin.tsv:5: 00C4 has no other code, so this pair goes both ways"},
+    {"tables/stray.tsv", "", "%bytes 00\n%pairs 0\n", "tables/stray.tsv: nothing uses this table"},
+    {"tables/Stray.tsv", "", "\n", "tables/Stray.tsv: file names are a-z"},
+    {"tables/stray.txt", "", "\n", "tables/stray.txt: only *.tsv belongs here"},
+    // Sets.
+    {"sets/stray.set", "",
+     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<subseta>\n<name>Stray</name>\n"
+     "<lang domain=\"\"/>\n<code bytenum=\"1\"/>\n</subseta>\n",
+     "sets/stray.set: no charset uses this set"},
+    {"sets/latin.set", "<name>Latin", "<name> Latin", "sets/latin.set:3: a name is ASCII"},
+    {"sets/latin.set", "<name>Latin", "<name>Roman",
+     "sets/latin.set:3: the file of Roman must bear its name in lower case"},
+    {"sets/latin.set", "80 </defined>", "80</defined>",
+     "sets/latin.set:6: the last code of <defined> needs a blank behind it"},
+    {"sets/latin.set", "00-7F 80", "00-7F", "tables/latin.tsv:5: 0080 is outside what the set"},
+    {"sets/latin.set", "00-7F", "7F-00", "sets/latin.set:6: 7F-00 is neither a code nor a range"},
+    {"sets/latin.set", "<lang domain=\"en\"/>", "", "sets/latin.set:5: expected <lang> here"},
+    {"sets/latin.set", "bytenum=\"1\"", "bytenum=\"5\"",
+     "sets/latin.set:5: bytenum must be a number from 1 to 4"},
+    {"sets/latin.set", "<code bytenum=\"1\"/>", "<code/>",
+     "sets/latin.set:5: <code> needs one attribute bytenum"},
+    {"sets/more.set", "bytenum=\"2\"", "bytenum=\"1\"",
+     "sets/more.set:7: codes are longer than bytenum says"},
+    {"sets/latin.set", "<subseta>\n", "<!ENTITY x SYSTEM \"y\">\n<subseta>\n",
+     "sets/latin.set:2: expected a name"},
+    {"sets/own.set", "number=\"5E\"", "number=\"1901\"",
+     "sets/own.set: the user-defined area is larger than private use"},
+    {"sets/own.set", "start=\"7F21\"", "start=\"2123\"",
+     "definitions/mini.xml:18: the user-defined area overlaps more.txt at 2123"},
+    {"tables/more.tsv", "2122..2123\t3044", "2122..2123\tE05D",
+     "definitions/mini.xml:18: the user-defined area overlaps more.txt at 2122"},
+    // Definitions.
+    {"definitions/mini.xml", "UTF-8", "UTF-16", "definitions/mini.xml:1: the first line must be"},
+    {"definitions/mini.xml", "A comment;", "A -- comment;",
+     "definitions/mini.xml:2: expected '-->'"},
+    {"definitions/mini.xml", "constSAME", "constSame",
+     "definitions/mini.xml:13: no such rule: constSame"},
+    {"definitions/mini.xml", "construle=\"constSAME\" destrule=\"destSAME\"",
+     "destrule=\"destSAME\" construle=\"constSAME\"",
+     "definitions/mini.xml:13: construle must stand before destrule"},
+    {"definitions/mini.xml", "<rule construle=\"constSAME\" destrule=\"destSAME\"/>\n", "",
+     "definitions/mini.xml:13: expected <rule> here"},
+    {"definitions/mini.xml", "</charset>\n", "",
+     "definitions/mini.xml:11: <charset> is not closed"},
+    {"definitions/mini.xml", "<!ENTITY set-latin SYSTEM \"latin.set\">\n", "",
+     "definitions/mini.xml:13: entity set-latin not declared"},
+    {"definitions/mini.xml", "<!ENTITY table-latin SYSTEM \"latin.txt\">\n", "",
+     "definitions/mini.xml:13: entity table-latin, which Latin refers to, is not declared"},
+    {"definitions/mini.xml", "<!ENTITY extra-signs SYSTEM \"signs.txt\">\n", "",
+     "definitions/mini.xml:14: entity extra-signs not declared"},
+    {"definitions/mini.xml", "table-latin SYSTEM", "set-latin SYSTEM",
+     "definitions/mini.xml:5: entity set-latin declared twice"},
+    {"definitions/mini.xml", "<diffset>&set-more;</diffset>", "",
+     "definitions/mini.xml:7: nothing refers to entity set-more"},
+    {"definitions/mini.xml", "<!ENTITY set-latin",
+     "<!ENTITY reset-latin SYSTEM \"x\">\n<!ENTITY set-latin",
+     "definitions/mini.xml:5: entity set-latin is not found"},
+    {"definitions/mini.xml", "latin.set", "latin2.set",
+     "definitions/mini.xml:4: there is no set latin2.set"},
+    {"definitions/mini.xml", "signs.txt", "signs2.txt",
+     "definitions/mini.xml:6: there is no table signs2.txt"},
+    {"definitions/mini.xml", "<dstable bytenum=\"1\">", "<dstable bytenum=\"2\">",
+     "definitions/mini.xml:15: on a one-byte set bytenum must be 1"},
+    {"definitions/mini.xml", "<dstable bytenum=\"1\">", "<dstable>",
+     "definitions/mini.xml:15: <dstable> needs one attribute bytenum"},
+    {"tables/signs.tsv", "%extra\n", "", "definitions/mini.xml:15: signs.txt lacks %extra"},
+    {"tables/signs.tsv", "00A5", "0041",
+     "definitions/mini.xml:15: 0041 of signs.txt is never asked for: latin.txt has it"},
+    {"tables/signs.tsv", "%bytes 5C,7E\n%extra\n%pairs 1\n5C",
+     "%bytes 01 5C\n%extra\n%pairs 1\n015C",
+     "definitions/mini.xml:15: signs.txt has codes longer than bytenum"},
+    {"definitions/mini.xml", "  <diffset>&set-more;",
+     "  <baseset>&set-latin;</baseset>\n  <diffset>&set-more;",
+     "definitions/mini.xml:17: Latin is here twice"},
+    {"definitions/mini.xml", "<diffset>&set-more;</diffset>", "<baseset>&set-more;</baseset>",
+     "definitions/mini.xml:17: More is a set of another kind"},
+    {"definitions/other.xml", "", second_latin,
+     "definitions/other.xml:4: Latin has the table latin.txt in another charset"},
+    {"definitions/mini.xml", "<eudcset>&set-own;</eudcset>", "<eudcset>&set-own; </eudcset>x",
+     "definitions/mini.xml:11: <charset> holds text"},
+};
+
+TEST(CharsetBuilder, NamesFileLineAndFault) {
+    for (const rejection& row : rejections) {
+        SCOPED_TRACE(row.message);
+        const source_tree tree;
+        tree.spoil(row.file, row.text, row.other);
+        const program_result result = tree.build();
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.output.find(tree.place.file("source/") + row.message), 0U)
+            << result.output;
+        EXPECT_FALSE(tree.place.has("output"));
+    }
+}
+
+TEST(CharsetBuilder, RefusesNumbersThatCollide) {
+    // 4000 plus each byte times its place: 'o' + 2 'w' + 3 'n' is also 'm' + 2 'x' + 3 'n'.
+    const source_tree tree;
+    std::string set = tree.place.read("source/sets/own.set");
+    set.replace(set.find("Own"), 3, "mxn");
+    tree.place.write("source/sets/mxn.set", set);
+    const program_result result = tree.build();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.output.find("own.set: the coded sets mxn and Own share the number"),
+              std::string::npos)
+        << result.output;
+}
+
+TEST(CharsetBuilder, WritesWhatTheLibraryReads) {
+    const source_tree tree;
+    fs::create_directories(tree.place.file("output"));
+    for (const char* stale : {"old.xml", "old.set", "old.txt", "old.cmp", "kept.md"}) {
+        tree.place.write(std::string("output/") + stale, "stale");
+    }
+    const program_result result = tree.build();
+    EXPECT_EQ(result.status, 0) << result.output;
+    for (const char* stale : {"old.xml", "old.set", "old.txt", "old.cmp"}) {
+        EXPECT_FALSE(tree.place.has(std::string("output/") + stale)) << stale;
+    }
+    EXPECT_TRUE(tree.place.has("output/kept.md"));
+    EXPECT_EQ(tree.place.read("output/more.txt"),
+              "\xFF\xFE" + test::widen("2121\t3042\r\n2122\t3044\r\n2123\t3045\r\n", 2, false));
+    const std::string definition = tree.place.read("output/other.xml");
+    EXPECT_EQ(definition.find("\xFF\xFE" + test::widen("<?xml version=\"1.0\" encoding=\"UTF-16\"?>"
+                                                       "\r\n<!DOCTYPE",
+                                                       2, false)),
+              0U);
+    // The pair that only decodes comes first, so that the other one encodes.
+    const std::string cache = tree.place.read("output/latin.cmp");
+    u32 first[4] = {};
+    ASSERT_EQ(cache.size(), 129 * 8U);
+    std::memcpy(first, cache.data(), sizeof first);
+    EXPECT_EQ(first[0], 0x80U);
+    EXPECT_EQ(first[1], 0x41U);
+    EXPECT_EQ(first[2], 0U);
+}
+
+// Every cache is what the library itself would have written on loading the text.
+TEST(CharsetBuilder, CachesEqualTheLibrarysOwn) {
+    const test::temp_dir place;
+    std::vector<std::string> tables;
+    for (const auto& entry : fs::directory_iterator(PVZAN_BASE2_DIR)) {
+        if (entry.path().extension() == ".txt") {
+            tables.push_back(entry.path().stem().string());
+            fs::copy_file(entry.path(), place.file(entry.path().filename().string()));
+        }
+    }
+    ASSERT_GE(tables.size(), 30U);
+    my_init();
+    ASSERT_EQ(ZAN_setCharsetPath(place.path().c_str()), 1U);
+    for (const std::string& name : tables) {
+        table_object* table = initTable(4, 1);
+        copy_text(table->fileName, (name + ".txt").c_str());
+        table->textEncoding = encoding_utf16;
+        EXPECT_EQ(loadTableFile(table), 1U) << name;
+        termTable(table);
+        std::FILE* shipped = std::fopen((PVZAN_BASE2_DIR "/" + name + ".cmp").c_str(), "rb");
+        ASSERT_NE(shipped, nullptr) << name;
+        std::string cache(4 << 20, '\0');
+        cache.resize(std::fread(cache.data(), 1, cache.size(), shipped));
+        std::fclose(shipped);
+        EXPECT_TRUE(place.read(name + ".cmp") == cache) << name;
+    }
+}
+
+// The committed tables are what the derivation makes, and it notices when one is not.
+TEST(CharsetTables, AreReproducedByTheirDerivation) {
+    const std::string derive = "python3 -B " PVZAN_SOURCE_DIR "/charsets/derive.py --check ";
+    constexpr int source_missing = 77;
+    const program_result committed = run_program(derive);
+    if (committed.status == source_missing || committed.status == 127) {
+        GTEST_SKIP() << "no Python 3, Perl or iconv here to derive the tables: "
+                     << committed.output;
+    }
+    EXPECT_EQ(committed.status, 0) << committed.output;
+    const test::temp_dir place;
+    fs::copy(PVZAN_SOURCE_DIR "/charsets/tables", place.path());
+    place.write("yen.tsv", place.read("yen.tsv") + "\n");
+    place.write("stray.tsv", "\n");
+    fs::remove(place.file("jis.tsv"));
+    const program_result changed = run_program(derive + place.path());
+    EXPECT_EQ(changed.status, 1);
+    for (const char* name :
+         {"yen.tsv is not what", "jis.tsv is not what", "stray.tsv is not derived"}) {
+        EXPECT_NE(changed.output.find(name), std::string::npos) << changed.output;
+    }
+}
+
+} // namespace
