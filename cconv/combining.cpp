@@ -8,11 +8,6 @@ namespace {
 constexpr u32 mark_grave = 0x0300, mark_acute = 0x0301, mark_semi_voiced = 0x309A;
 constexpr u32 tone_extra_high = 0x02E5, tone_extra_low = 0x02E9;
 
-constexpr bool is_mark(u32 mark) {
-    return mark == mark_grave || mark == mark_acute || mark == mark_semi_voiced ||
-           mark == tone_extra_high || mark == tone_extra_low;
-}
-
 std::span<const combining_row> rows() {
     return std::span(JISX0213CombiningTable).first<std::size(JISX0213CombiningTable) - 1>();
 }
@@ -24,7 +19,7 @@ const combining_row* find_code(u32 code) {
 
 // Nearly every character pair of a text comes by here: the marks are tested first.
 const combining_row* find_pair(u32 base, u32 mark) {
-    if (!is_mark(mark)) {
+    if (!is_combining_mark(mark)) {
         return nullptr;
     }
     const auto row = std::ranges::find_if(
@@ -97,3 +92,8 @@ u32 ConvJISX0213CombiningFromUCS(u32 base, u32 mark, u32* code) {
 }
 
 } // extern "C"
+
+bool is_combining_mark(u32 mark) {
+    return mark == mark_grave || mark == mark_acute || mark == mark_semi_voiced ||
+           mark == tone_extra_high || mark == tone_extra_low;
+}

@@ -1,5 +1,5 @@
 // The four calls that run a conversion, and the driver that alternates decode and encode rule.
-#include "cconv/document.h"
+#include "cconv/bulk.h"
 #include "cconv/engine.h"
 #include "cconv/lifecycle.h"
 #include "cconv/names.h"
@@ -132,15 +132,16 @@ bool normalise_newline(session* s) {
     return true;
 }
 
-// Runs the encode rule until the character is written, dropped or stopped at.
-void encode_character(session* s) {
+// Runs the encode rule until the character is written, dropped or stopped at. False when a
+// substitute stands for it.
+bool encode_character(session* s) {
     if (s->target.convertNewline != 0 && !normalise_newline(s)) {
         s->status = PVZAN_WRITTEN;
-        return;
+        return true;
     }
     s->dstRule->function(s);
     if (s->status != PVZAN_UNREPRESENTABLE || s->target.useSubstitute == 0) {
-        return;
+        return true;
     }
     load_substitute(s);
     s->status = PVZAN_OUTPUT_FULL; // "write what is prepared"
@@ -148,6 +149,7 @@ void encode_character(session* s) {
     if (s->status == PVZAN_UNREPRESENTABLE) {
         s->status = PVZAN_WRITTEN; // no writing that either: the character is dropped
     }
+    return false;
 }
 
 } // namespace
@@ -204,11 +206,16 @@ u32 cconvConvert(session* s) {
     if (!is_resume_point(s->status)) {
         s->status = PVZAN_WRITTEN;
     }
+    bulk_guide bulk(s);
     for (;;) {
         if (s->status == PVZAN_INPUT_INCOMPLETE || s->status == PVZAN_WRITTEN) {
             if (input_left(s).empty()) {
                 return s->status = PVZAN_DONE;
             }
+            if (s->status == PVZAN_WRITTEN) {
+                bulk.run(s);
+            }
+            bulk.begin(s);
             decode_character(s);
             if (s->status == PVZAN_WRITTEN) {
                 continue; // dropped
@@ -217,7 +224,9 @@ u32 cconvConvert(session* s) {
         if (s->status != PVZAN_DECODED && s->status != PVZAN_OUTPUT_FULL) {
             return s->status;
         }
-        encode_character(s);
+        if (encode_character(s)) {
+            bulk.learn(s);
+        }
         if (s->status != PVZAN_WRITTEN && s->status != PVZAN_DECODED) {
             return s->status;
         }

@@ -45,6 +45,9 @@ PVZAN_API u32 ConvJISX0213CombiningFromUCS(u32 base, u32 mark, u32* code);
 PVZAN_API u32 ToCharRef(session* s, u32 value);
 }
 
+// Whether a mark may follow a base letter as one character of JIS X 0213.
+bool is_combining_mark(u32 mark);
+
 // The unread input; empty when the positions make no sense. The session is the caller's, so its
 // positions are checked before they are used.
 inline std::span<const u8> input_left(const session* s) {

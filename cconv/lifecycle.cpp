@@ -2,6 +2,7 @@
 // directory and the one-time loading of definitions.
 #include "cconv/lifecycle.h"
 
+#include "cconv/bulk.h"
 #include "cconv/definition.h"
 #include "platform/platform.h"
 
@@ -29,6 +30,7 @@ public:
 
 // Groups go before the basic sets that they borrow.
 void release_registry() {
+    bulk_release();
     if (g_ProcessObject.groups != nullptr) {
         for (charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
             termGroup(group);

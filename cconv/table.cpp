@@ -247,8 +247,11 @@ bool is_usable(const table_object* table) {
     return table->maxKey != table->minKey || (table->minKey > 0 && table->minKey < beyond_codes);
 }
 
+std::atomic<u32> generation{1};
+
 void mark_loaded(table_object* table, u32 loaded) {
     std::atomic_ref<u32>(table->loaded).store(loaded, std::memory_order_release);
+    generation.fetch_add(1, std::memory_order_release);
 }
 
 } // namespace
@@ -284,6 +287,9 @@ void loadTablFile(table_object* table) {
 }
 
 u32 putTable(table_object* table, u32 key, u32 value) {
+    if (table_loaded(table)) {
+        generation.fetch_add(1, std::memory_order_release);
+    }
     block_finder finder(table->blocks);
     return put_value(table, finder, key, value);
 }
@@ -310,6 +316,10 @@ void putEndian(u8* buffer, u32 value) {
 }
 
 } // extern "C"
+
+u32 table_generation() {
+    return generation.load(std::memory_order_acquire);
+}
 
 std::optional<u32> find_value(const table_object* table, u32 key) {
     if (key < table->minKey || key > table->maxKey) {

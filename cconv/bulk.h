@@ -1,0 +1,50 @@
+// The fast path: a memory of what the rules did with single characters.
+//
+// The rules alone say what a conversion means. For a pair of charsets this keeps, by the bytes of a
+// source character, the bytes that the rules wrote for it, wherever that depended on nothing else.
+// The driver runs over such characters here, and leaves everything else to the rules: what is not
+// known yet, invalid or unrepresentable characters, combining marks, escape sequences, the ends of
+// the buffers. The last two characters before any of that are left to them too, so that after every
+// call each field of the session is what the rules alone leave.
+#pragma once
+
+#include "cconv/engine.h"
+
+struct bulk_memory;
+
+class bulk_guide {
+public:
+    // Finds the memory of the session's pair; without one, for short input say, nothing here does
+    // anything.
+    explicit bulk_guide(const session* s);
+
+    // Runs over known characters when it is worth trying. To be called between two characters.
+    void run(session* s);
+
+    // Around the rules' own work on a character: notes where it began, and remembers what became of
+    // it.
+    void begin(const session* s) {
+        if (memory_ != nullptr) {
+            note(s);
+        }
+    }
+    void learn(const session* s) {
+        if (memory_ != nullptr && noted_) {
+            remember(s);
+        }
+    }
+
+private:
+    void note(const session* s);
+    void remember(const session* s);
+
+    bulk_memory* memory_ = nullptr;
+    bool noted_ = false;
+    i32 in_pos_ = 0, out_pos_ = 0;
+    u32 in_count_ = 0, out_count_ = 0;
+    u32 wait_ = 0;    // characters to leave to the rules before the next try
+    u32 penalty_ = 0; // how many those are after a try that led nowhere
+};
+
+// Releases every memory; no session may be running.
+void bulk_release();

@@ -1,0 +1,222 @@
+// The fast path against the rules alone: the same text, whole and in pieces too short for it, must
+// leave the same bytes and the same session.
+#include "tests/support/convert.h"
+#include "tests/support/oracle.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+
+namespace {
+
+using test::to_hex;
+
+constexpr const char* charsets[] = {
+    "shift_jis",       "windows31j",  "euc-jp",      "euc-jis-2004",
+    "shift_jis-2004",  "utf-8",       "utf-16",      "iso-10646-ucs-2",
+    "iso-10646-ucs-4", "iso-2022-jp", "euc-jp-fix",  "chinesegbk",
+    "chinesebig5",     "koreanksc",   "gb18030",     "iso-2022-jp-2004",
+    "iso-8859-1",      "oasys-win",   "oasys-online"};
+
+struct settings {
+    const char *from, *to;
+    pvzan_source_options source{};
+    pvzan_target_options target{};
+    std::size_t capacity = 0; // of the output
+};
+
+struct result {
+    std::string bytes;
+    std::vector<std::uint32_t> statuses; // but "output full" and "more input"
+    std::unique_ptr<pvzan_session> session;
+};
+
+// Cuts only where the rules see no difference: not between a base letter and its mark.
+bool may_cut(const std::string& text, std::size_t at, const settings& how) {
+    const auto unit = [&](std::size_t i) {
+        const auto byte = [&](std::size_t k) {
+            return k < text.size() ? static_cast<unsigned>(static_cast<unsigned char>(text[k]))
+                                   : 0U;
+        };
+        return how.source.srcBigEndian != 0 ? byte(i) << 8 | byte(i + 1)
+                                            : byte(i + 1) << 8 | byte(i);
+    };
+    if (std::strcmp(how.from, "utf-8") == 0) {
+        // Neither ASCII nor these leads begin a mark, however damaged the text is.
+        const unsigned next = unit(at) >> (how.source.srcBigEndian != 0 ? 8 : 0) & 0xFF;
+        return at >= text.size() || (next >= 0x20 && next < 0x7F) || (next >= 0xE4 && next <= 0xE9);
+    }
+    if (std::strcmp(how.from, "utf-16") == 0) {
+        const unsigned next = unit(at);
+        return next != 0x300 && next != 0x301 && next != 0x309A && next != 0x2E5 && next != 0x2E9;
+    }
+    return true;
+}
+
+// The table-driven decoders do not step over invalid input themselves.
+bool stays_at_invalid(const char* charset) {
+    constexpr std::string_view table_driven[] = {"iso-10646-ucs-2", "chinesegbk", "chinesebig5",
+                                                 "koreanksc",       "gb18030",    "iso-8859-1",
+                                                 "oasys-win"};
+    return std::ranges::find(table_driven, charset) != std::end(table_driven);
+}
+
+// Converts in pieces of at most so many bytes.
+result convert(const std::string& text, const settings& how, std::size_t piece) {
+    result r{{}, {}, std::make_unique<pvzan_session>()};
+    pvzan_session& s = *r.session;
+    EXPECT_EQ(cconvInitConvert(&s, &how.target, how.to), 0U) << how.to;
+    EXPECT_EQ(cconvChgCharset(&s, &how.source, how.from), 0U) << how.from;
+    const test::guarded_buffer out(how.capacity);
+    s.inBuf = reinterpret_cast<const std::uint8_t*>(text.data());
+    s.outBuf = out.data();
+    s.outLen = static_cast<std::int32_t>(how.capacity);
+    std::size_t end = 0, steps = 0;
+    while (++steps < 20 * text.size() + 100) {
+        if (end < text.size() && static_cast<std::size_t>(s.inPos) >= end) {
+            end = static_cast<std::size_t>(s.inPos);
+        }
+        s.inLen = static_cast<std::int32_t>(end);
+        const std::uint32_t status = cconvConvert(&s);
+        if (status == PVZAN_OUTPUT_FULL) {
+            r.bytes.append(reinterpret_cast<char*>(out.data()), static_cast<std::size_t>(s.outPos));
+            s.outPos = 0;
+            continue;
+        }
+        if (status == PVZAN_DONE || status == PVZAN_INPUT_INCOMPLETE) {
+            if (end == text.size()) {
+                break;
+            }
+            end = std::min(text.size(), end + piece);
+            while (end < text.size() && !may_cut(text, end, how)) {
+                end += std::strcmp(how.from, "utf-16") == 0 ? 2 : 1;
+            }
+            end = std::min(end, text.size());
+            continue;
+        }
+        if (status == PVZAN_INVALID_INPUT && stays_at_invalid(how.from)) {
+            ++s.inPos;
+        }
+        r.statuses.push_back(status);
+        r.statuses.push_back(static_cast<std::uint32_t>(s.inPos));
+    }
+    r.bytes.append(reinterpret_cast<char*>(out.data()), static_cast<std::size_t>(s.outPos));
+    // What legitimately differs: where buffers stand.
+    s.inBuf = nullptr;
+    s.outBuf = nullptr;
+    s.outPos = 0;
+    return r;
+}
+
+void expect_same(const std::string& text, const settings& how, const std::string& what) {
+    const result fast = convert(text, how, text.size());
+    const result slow = convert(text, how, 40);
+    ASSERT_EQ(to_hex(fast.bytes), to_hex(slow.bytes)) << what;
+    ASSERT_EQ(fast.statuses, slow.statuses) << what;
+    ASSERT_EQ(std::memcmp(fast.session.get(), slow.session.get(), sizeof(pvzan_session)), 0)
+        << what << ": the sessions differ: inCount " << fast.session->inCount << " "
+        << slow.session->inCount << ", outCount " << fast.session->outCount << " "
+        << slow.session->outCount << ", srcCode " << fast.session->srcCode << " "
+        << slow.session->srcCode << ", prevSrcCode " << fast.session->prevSrcCode << " "
+        << slow.session->prevSrcCode << ", outSetNo " << fast.session->outSetNo << " "
+        << slow.session->outSetNo << ", inPos " << fast.session->inPos << " " << slow.session->inPos
+        << ", status " << fast.session->status << " " << slow.session->status;
+}
+
+// Text of several scripts with line breaks of all kinds, marks and rare characters.
+std::u32string random_text(std::mt19937& random, std::size_t length) {
+    const auto up_to = [&](unsigned n) { return static_cast<char32_t>(random() % n); };
+    std::u32string text;
+    unsigned mode = 0;
+    while (text.size() < length) {
+        if (random() % 24 == 0) {
+            mode = random() % 8;
+        }
+        switch (mode) {
+        case 0:
+        case 1: text += 0x20 + up_to(0x5F); break;
+        case 2: text += 0x3041 + up_to(0x53); break;
+        case 3: text += 0x30A1 + up_to(0x56); break;
+        case 4: text += 0x4E00 + up_to(0x2000); break;
+        case 5: text += 0xFF61 + up_to(0x3F); break;
+        case 6: text += 0x3000 + up_to(0x20); break;
+        default: text += 0x4E00 + up_to(0x100); break;
+        }
+        if (random() % 60 == 0) {
+            constexpr std::u32string_view rare[] = {
+                U"\r\n",         U"\n",         U"\r",           U"\r\r\n",       U"\n\r",
+                U"\u304B\u309A", U"\u309A",     U"\u02E9\u02E5", U"\u00E6\u0300", U"\u2028",
+                U"\u2029",       U"\U00020089", U"\U0001F600",   U"\u301C",       U"\x1B",
+                U"\x7F",         U"\t",         U"\uE000",       U"\u00A5",       U"\u2460"};
+            text += rare[random() % std::size(rare)];
+        }
+    }
+    return text;
+}
+
+std::string encode(const std::u32string& text, const char* charset, bool big_endian) {
+    auto s = std::make_unique<pvzan_session>();
+    pvzan_target_options target{};
+    target.dstBigEndian = big_endian ? 1 : 0;
+    pvzan_source_options source{};
+    source.srcBigEndian = 1;
+    cconvInitConvert(s.get(), &target, charset);
+    cconvChgCharset(s.get(), &source, "utf-8");
+    std::string utf8, out(text.size() * 8 + 64, '\0');
+    for (const char32_t c : text) {
+        utf8 += test::utf8(c);
+    }
+    s->inBuf = reinterpret_cast<const std::uint8_t*>(utf8.data());
+    s->inLen = static_cast<std::int32_t>(utf8.size());
+    s->outBuf = reinterpret_cast<std::uint8_t*>(out.data());
+    s->outLen = static_cast<std::int32_t>(out.size());
+    while (cconvConvert(s.get()) == PVZAN_UNREPRESENTABLE) {
+    }
+    cconvTermConvert(s.get());
+    out.resize(static_cast<std::size_t>(s->outPos));
+    return out;
+}
+
+settings random_settings(std::mt19937& random) {
+    settings how{charsets[random() % std::size(charsets)],
+                 charsets[random() % std::size(charsets)]};
+    // Where this charset is cut matters to the rules themselves.
+    while (std::strncmp(how.from, "iso-2022-jp", 11) == 0) {
+        how.from = charsets[random() % std::size(charsets)];
+    }
+    how.source.srcBigEndian = random() % 4 != 0;
+    how.source.skipInvalid = random() % 4 == 0;
+    how.target.dstBigEndian = random() % 4 != 0;
+    how.target.useSubstitute = random() % 3 == 0;
+    how.target.substChar1 = '?';
+    how.target.substChar2 = 0x3013;
+    how.target.convertNewline = random() % 2;
+    how.target.newlineMode = static_cast<std::uint32_t>(random() % 7);
+    how.target.charRefMode = random() % 8 == 0;
+    constexpr std::size_t capacities[] = {96, 130, 1000, 65536};
+    how.capacity = capacities[random() % std::size(capacities)];
+    return how;
+}
+
+TEST(Bulk, LeavesWhatTheRulesLeave) {
+    test::use_shipped_charsets();
+    for (unsigned seed = 1; seed <= 600; ++seed) {
+        std::mt19937 random(seed);
+        const settings how = random_settings(random);
+        std::string text = encode(random_text(random, 300 + random() % 1500), how.from,
+                                  how.source.srcBigEndian != 0);
+        // Anomalies: none, few, many.
+        const auto damage = random() % 3;
+        for (int n = damage == 0 ? 0 : damage == 1 ? 3 : 200; n > 0 && !text.empty(); --n) {
+            text[random() % text.size()] = static_cast<char>(random());
+        }
+        expect_same(text, how, "seed " + std::to_string(seed) + ", " + how.from + " to " + how.to);
+        if (HasFatalFailure()) {
+            return;
+        }
+    }
+}
+
+} // namespace
