@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -51,9 +52,14 @@ struct driver {
     pvzan_session& s;
     const guarded_buffer& out;
     outcome result{};
-    std::string pending{};       // input not used up yet
-    std::size_t consumed = 0;    // input used up before pending
-    bool stopped_before = false; // the call before stopped for room without moving
+    std::string pending{};                    // input not used up yet
+    std::size_t consumed = 0;                 // input used up before pending
+    std::optional<std::size_t> reported_at{}; // a fault that perhaps was not stepped over
+    bool stopped_before = false;              // the call before stopped for room without moving
+
+    [[nodiscard]] std::size_t position() const {
+        return consumed + static_cast<std::size_t>(s.inPos);
+    }
 
     void take_output() {
         result.bytes.append(reinterpret_cast<const char*>(out.data()),
@@ -94,10 +100,19 @@ struct driver {
                 continue;
             }
             stopped_before = false;
-            if (status == PVZAN_INVALID_INPUT && s.inPos == before) {
+            const bool invalid = status == PVZAN_INVALID_INPUT;
+            if (invalid && s.inPos == before) {
+                // The rule leaves stepping over the byte to us. Behind other characters it has
+                // reported the same byte before, in the call that converted those.
+                if (reported_at == position()) {
+                    result.faults.pop_back();
+                }
                 ++s.inPos;
+                reported_at.reset();
+            } else {
+                reported_at = invalid ? std::optional(position()) : std::nullopt;
             }
-            result.faults.push_back({status, consumed + static_cast<std::size_t>(s.inPos)});
+            result.faults.push_back({status, position()});
             if (status != PVZAN_INVALID_INPUT && status != PVZAN_UNREPRESENTABLE) {
                 return false;
             }
@@ -179,13 +194,18 @@ void expect_conversion(const conversion& c) {
     }
     const std::size_t most =
         std::min(c.expected.size() + 1, std::max<std::size_t>(40, c.enough_room));
+    bool room = false; // from the first buffer that does, all do
     for (std::size_t capacity = 0; capacity <= most; ++capacity) {
         const outcome got = run(c, {input}, capacity);
-        if (got.stuck && capacity < c.enough_room) {
+        if (got.stuck && !room && capacity < c.enough_room &&
+            (c.least_room == 0 || capacity < c.least_room)) {
             ASSERT_TRUE(c.expected.starts_with(got.bytes)) << context(got);
             continue;
         }
-        ASSERT_TRUE(same_text(got, expected)) << "capacity " << capacity << ": " << context(got);
+        room = true;
+        ASSERT_GE(capacity, c.least_room) << "should be too small: " << context(got);
+        ASSERT_TRUE(same_text(got, expected) && got.in_count == whole.in_count)
+            << "capacity " << capacity << ": " << context(got);
     }
 }
 

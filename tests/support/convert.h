@@ -38,8 +38,10 @@ struct conversion {
     pvzan_target_options target = big_endian_target();
     // Cuts of the input at which another outcome is right: between a base letter and its mark.
     std::vector<std::size_t> other_at = {};
-    // Output buffers of this size and above must do.
+    // Output buffers of this size and above must do, smaller ones may be too small for a character.
     std::size_t enough_room = 8;
+    // Where it is not 0: the smallest buffer that does.
+    std::size_t least_room = 0;
 
     static pvzan_target_options big_endian_target();
 };
@@ -58,6 +60,14 @@ private:
     void* pages_;
     std::size_t mapped_, size_;
     std::uint8_t* data_;
+};
+
+// Every charset of the shipped directory.
+inline constexpr const char* all_charsets[] = {
+    "shift_jis",    "windows31j",       "iso-10646-ucs-2", "iso-10646-ucs-4", "utf-16",
+    "utf-8",        "euc-jp",           "euc-jp-fix",      "iso-2022-jp",     "shift_jis-2004",
+    "euc-jis-2004", "iso-2022-jp-2004", "chinesegbk",      "chinesebig5",     "koreanksc",
+    "gb18030",      "iso-646irv",       "iso-8859-1",      "oasys-win",       "oasys-online",
 };
 
 std::unique_ptr<pvzan_session> open_session(const conversion& c);
