@@ -1,19 +1,19 @@
 #!/usr/bin/env python3
-"""Derives the mapping tables in tables/ from what the C library and Perl on this machine know.
+"""Derives the mapping tables in tables/ from what the C library on this machine knows.
 
     derive.py [--check] [DIRECTORY]
 
-writes DIRECTORY/*.tsv (tables/ beside this file unless given); with --check it writes nothing and compares. Every table is
-compared with a second and, where there is one, a third system. Each difference between them is listed here with
-its reason; any other stops the derivation. Not needed to build: the tables are part of the source tree.
+writes DIRECTORY/*.tsv (tables/ beside this file unless given); with --check it writes nothing and compares. Every
+table is compared with a second system (Perl, Python) and, where there is one, a third. The differences to expect
+are listed in derivation/ with their reasons; any other stops the derivation. Not needed to build: the tables are
+part of the source tree.
 """
 
 import sys
 from pathlib import Path
 
-import derive_chinese_korean
-import derive_japanese
-from mapping_sources import SourceMissing
+from derivation import chinese_korean, japanese
+from derivation.sources import SourceMissing
 
 EXIT_DIFFERENT = 1
 EXIT_SOURCE_MISSING = 77  # what ctest takes for a skipped test
@@ -24,7 +24,7 @@ def main(arguments):
     places = [argument for argument in arguments if argument != "--check"]
     directory = Path(places[0]) if places else Path(__file__).parent / "tables"
     try:
-        tables = [*derive_japanese.tables(), *derive_chinese_korean.tables()]
+        tables = [*japanese.tables(), *chinese_korean.tables()]
     except SourceMissing as missing:
         print(f"derive.py: not on this machine: {missing}", file=sys.stderr)
         return EXIT_SOURCE_MISSING
@@ -37,7 +37,7 @@ def main(arguments):
         elif not path.is_file() or path.read_bytes() != text:
             different.append(path)
     strays = set(directory.glob("*.tsv")) - {directory / f"{table.name}.tsv" for table in tables}
-    for path in different:
+    for path in sorted(different):
         print(f"derive.py: {path} is not what the sources say", file=sys.stderr)
     for path in sorted(strays):
         print(f"derive.py: {path} is not derived here", file=sys.stderr)

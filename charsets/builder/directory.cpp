@@ -1,5 +1,7 @@
 #include "charsets/builder/directory.h"
 
+#include "charsets/builder/overlay.h"
+
 #include <algorithm>
 #include <set>
 #include <unordered_map>
@@ -30,6 +32,9 @@ public:
         for (const auto& [file, whole] : directory_.charsets) {
             check_charset(whole);
         }
+    }
+
+    void check_use() const {
         for (const auto& [file, set] : directory_.sets) {
             if (!used_.contains(file)) {
                 set.document.source.fail(0, "no charset uses this set");
@@ -41,6 +46,8 @@ public:
             }
         }
     }
+
+    [[nodiscard]] const std::set<std::string>& used() const { return used_; }
 
 private:
     // The library knows charsets and sets by number only; unlisted names have a hashed one.
@@ -233,10 +240,15 @@ private:
 
 } // namespace
 
-directory read_directory(const std::filesystem::path& source) {
+directory read_directory(const std::filesystem::path& source,
+                         const std::filesystem::path& overlay) {
     directory result;
     for (const auto& path : list_sources(source / "tables", ".tsv")) {
-        result.tables.emplace(path.stem().string() + ".txt", read_table(path));
+        const auto& read =
+            result.tables.emplace(path.stem().string() + ".txt", read_table(path)).first->second;
+        if (read.changes) {
+            read.source.fail(0, "only an overlay has %changes");
+        }
     }
     for (const auto& path : list_sources(source / "sets", ".set")) {
         result.sets.emplace(path.filename().string(), read_coded_set(path));
@@ -244,7 +256,20 @@ directory read_directory(const std::filesystem::path& source) {
     for (const auto& path : list_sources(source / "definitions", ".xml")) {
         result.charsets.emplace(path.filename().string(), read_charset(path));
     }
-    checker(result).check();
+    if (!overlay.empty()) {
+        apply_overlay(result, overlay);
+    }
+    checker check(result);
+    check.check();
+    if (overlay.empty()) {
+        check.check_use();
+    } else {
+        const auto is_unused = [&](const auto& entry) {
+            return !check.used().contains(entry.first);
+        };
+        std::erase_if(result.sets, is_unused);
+        std::erase_if(result.tables, is_unused);
+    }
     return result;
 }
 

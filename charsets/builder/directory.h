@@ -15,7 +15,10 @@ struct directory {
     std::map<std::string, table> tables;
 };
 
-// Reads definitions/, sets/ and tables/ of a source directory and checks them.
-directory read_directory(const std::filesystem::path& source);
+// Reads definitions/, sets/ and tables/ of a source directory and checks them. An overlay (empty:
+// none) is another directory that changes some tables and omits some charsets; sets and tables that
+// nothing uses then are left out.
+directory read_directory(const std::filesystem::path& source,
+                         const std::filesystem::path& overlay = {});
 
 } // namespace charsets

@@ -1,5 +1,5 @@
-// build_charsets SOURCE OUTPUT: turns the readable sources of the charset directory into the form
-// that the library reads.
+// build_charsets SOURCE OUTPUT [OVERLAY]: turns the readable sources of the charset directory into
+// the form that the library reads.
 
 #include "charsets/builder/output.h"
 
@@ -7,12 +7,13 @@
 #include <exception>
 
 int main(int count, char** arguments) {
-    if (count != 3) {
-        std::fputs("usage: build_charsets SOURCE OUTPUT\n", stderr);
+    if (count != 3 && count != 4) {
+        std::fputs("usage: build_charsets SOURCE OUTPUT [OVERLAY]\n", stderr);
         return 2;
     }
     try {
-        const charsets::directory built = charsets::read_directory(arguments[1]);
+        const charsets::directory built =
+            charsets::read_directory(arguments[1], count == 4 ? arguments[3] : "");
         charsets::write_directory(built, arguments[2]);
         return 0;
     } catch (const std::exception& fault) {

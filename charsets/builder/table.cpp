@@ -58,6 +58,10 @@ struct table_reader {
         } else if (name == "pairs" && !pairs) {
             pairs = count(value);
             section = &result.two_way;
+        } else if (name == "changes" && !pairs) {
+            pairs = count(value);
+            result.changes = true;
+            section = &result.two_way;
         } else if (name == "decode-only" && pairs && !decode_only) {
             decode_only = count(value);
             section = &result.decode_only;
@@ -171,14 +175,14 @@ struct table_reader {
         if (two_way) {
             check_count("two-way pairs", *two_way, result.two_way.size());
         }
-        if (result.extra && decode_only) {
-            result.source.fail(0, "an extra encode table has nothing to decode");
+        if ((result.extra || result.changes) && decode_only) {
+            result.source.fail(0, "only a whole table may have pairs that only decode");
         }
     }
 };
 
-// Both directions must agree: each code stands once, each scalar once among the two-way pairs, and
-// a pair that only decodes has a two-way one for its character.
+} // namespace
+
 void check_directions(const table& checked) {
     std::unordered_map<u32, std::size_t> codes;
     std::unordered_map<u32, std::size_t> scalars;
@@ -204,8 +208,6 @@ void check_directions(const table& checked) {
     }
 }
 
-} // namespace
-
 u32 table::largest_code() const {
     u32 largest = two_way.empty() ? 0 : two_way.back().code;
     if (!decode_only.empty()) {
@@ -215,7 +217,7 @@ u32 table::largest_code() const {
 }
 
 table read_table(const std::filesystem::path& path) {
-    table result{read_source(path), false, {}, {}};
+    table result{read_source(path), false, false, {}, {}};
     table_reader reader{result, 0, {}, {}, {}, {}, nullptr};
     std::string_view rest = result.source.text;
     while (!rest.empty()) {

@@ -14,11 +14,16 @@ struct pair {
 // the last is the one that encodes: first the pairs that only decode, then those that go both ways.
 struct table {
     source_file source;
-    bool extra = false; // encode only, for one charset
+    bool extra = false;   // encode only, for one charset
+    bool changes = false; // two_way holds other scalars for codes of another table
     std::vector<pair> decode_only, two_way;
 
     u32 largest_code() const;
 };
+
+// Both directions must agree: each code stands once, each scalar once among the two-way pairs, and
+// a pair that only decodes has a two-way one for its character.
+void check_directions(const table& checked);
 
 table read_table(const std::filesystem::path& path);
 

@@ -1,8 +1,8 @@
 """The Chinese and Korean sets: code pages 936, 950 and 949 as Windows has them, and GB18030."""
 
-from cross_check import UnexpectedDifference, cross_check, expect_count
-from mapping_sources import Iconv, Perl, Python
-from table_text import Grid, Table, any_scalar, is_private
+from derivation.cross_check import UnexpectedDifference, cross_check, expect_count
+from derivation.sources import Iconv, Perl, Python
+from derivation.table_text import Grid, Table, any_scalar, is_private
 
 GBK_GRID = "81-FE 40-7E,80-FE"
 FOUR_BYTE_GRID = "81-FE 30-39 81-FE 30-39"

@@ -1,8 +1,10 @@
 """The Japanese sets and their extra encode tables."""
 
-from cross_check import UnexpectedDifference, cross_check, expect_count
-from mapping_sources import Iconv, Perl, Python
-from table_text import Grid, Table, any_scalar
+import unicodedata
+
+from derivation.cross_check import UnexpectedDifference, cross_check, expect_count
+from derivation.sources import Iconv, Perl, Python
+from derivation.table_text import Grid, Table, any_scalar
 
 JIS_GRID = "21-7E 21-7E"
 PLANE_2 = 0x10000
@@ -34,8 +36,8 @@ def one_byte_tables():
                 linear=any_scalar, origin="Identity.")
     yield Table("jis_x0201latin", "JIS X 0201, Latin half, with the characters of ASCII at 5C and 7E", "00-7F",
                 ascii_codes, linear=any_scalar, origin="""
-Identity: 5C and 7E are the backslash and the tilde (README.md says why); the table `yen` adds U+00A5 and U+203E
-for encoding.""")
+Identity: 5C and 7E are the backslash and the tilde (README.md says why); the table `latin` adds U+00A5 and
+U+203E for encoding.""")
     yield Table("iso-8859-1", "ISO 8859-1 with the control codes of both halves", "00-FF",
                 {code: code for code in range(0x100)}, linear=any_scalar, origin="Identity.")
 
@@ -180,7 +182,6 @@ def extra(name, title, grid, pairs):
 
 def full_width_katakana():
     """Half-width katakana and the full-width character each stands for, by compatibility decomposition."""
-    import unicodedata
     source = Iconv("EUC-JP")
     codes = {source(euc(code)): code for code in Grid(JIS_GRID).codes() if source(euc(code))}
     pairs = {}
@@ -194,7 +195,9 @@ def full_width_katakana():
 
 
 def extra_tables():
-    yield extra("yen", "Extra encode table: the yen sign and the overline, as code 5C and 7E", "5C,7E",
+    yield extra("yen", "Extra encode table for ASCII: the yen sign and the overline", "5C,7E",
+                {0x5C: 0xA5, 0x7E: 0x203E})
+    yield extra("latin", "Extra encode table for JIS X 0201, Latin half: the yen sign and the overline", "5C,7E",
                 {0x5C: 0xA5, 0x7E: 0x203E})
     yield extra("jis", "Extra encode table for JIS X 0208: the readings of the JIS standard", JIS_GRID,
                 JIS_READINGS | {0x213D: 0x2014})
