@@ -271,6 +271,26 @@ TEST(Iso2022JpEncoder, WritesEveryPairOfShifts) {
     }
 }
 
+// Were JIS X 0213 remembered as designated, its escape sequence would be left out within a plane.
+TEST(Iso2022JpEncoder, TellsThePlanesApart) {
+    const shift &plane1 = shifts[4], &plane2 = shifts[5];
+    for (const shift& before : {plane1, plane2}) {
+        for (const shift& next : {plane1, plane2}) {
+            const session_owner s = open("iso-2022-jp-2004", "iso-2022-jp-2004");
+            std::array<u8, 16> out;
+            const std::string input = join({next.escape, next.character});
+            give_input(*s, bytes_of(input));
+            give_output(*s, out);
+            s->dstShiftSet = PVZAN_SET_JIS_X_0213;
+            s->dstShiftPlane = is_plane2(before) ? 12 : 11;
+            ASSERT_EQ(cconvConvert(s.get()), PVZAN_DONE);
+            const bool same = is_plane2(before) == is_plane2(next);
+            EXPECT_EQ(text_of(std::span(out).first(static_cast<std::size_t>(s->outPos))),
+                      same ? next.character : std::string_view(input));
+        }
+    }
+}
+
 // An escape sequence needs a free byte behind it. It stays when the character did not fit, except
 // that of JIS X 0213, which no state remembers.
 TEST(Iso2022JpEncoder, StopsAtEveryByte) {
@@ -312,6 +332,8 @@ TEST(Iso2022JpEncoder, ClosesFromEveryState) {
             give_output(*s, out);
             ASSERT_EQ(cconvConvert(s.get()), PVZAN_DONE);
             const u32 shift_set = s->dstShiftSet;
+            const bool is_jisx0213 = last.set == PVZAN_SET_JIS_X_0213;
+            EXPECT_EQ(s->dstShiftPlane, !is_jisx0213 ? 0U : is_plane2(last) ? 12U : 11U);
 
             const bool closed_already = last.set == PVZAN_SET_ISO_646_IRV;
             give_output(*s, std::span(out).first(room));

@@ -195,6 +195,14 @@ TEST(Windows31j, TellsItsRepertoire) {
         EXPECT_EQ(IsWIN31J(s.get()), r.expected)
             << std::hex << "set " << r.charSetNo << " code " << r.outCode << " ucs " << r.ucsCode;
     }
+    // User-defined sets have no table to look into.
+    basic_set& kanji = registered(jisx0208);
+    s->charSetNo = other;
+    s->outCode = s->ucsCode = 0x3042;
+    kanji.setType = PVZAN_SET_USER_DEFINED;
+    EXPECT_EQ(IsWIN31J(s.get()), 0U);
+    kanji.setType = PVZAN_SET_BASE;
+    EXPECT_EQ(IsWIN31J(s.get()), 1U);
 }
 
 } // namespace
