@@ -1,0 +1,143 @@
+// Conversions on many threads, loading definitions and tables at once.
+#include "cconv/lifecycle.h"
+#include "tests/support/child.h"
+#include "tests/support/oracle.h"
+#include "tests/support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <barrier>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+struct pair_of_charsets {
+    const char *from, *to;
+};
+
+// Charsets that share sets and extra tables, so that threads meet at their loading.
+constexpr pair_of_charsets pairs[] = {
+    {"utf-8", "shift_jis"},       {"utf-8", "euc-jp"},           {"utf-8", "iso-2022-jp"},
+    {"utf-8", "shift_jis-2004"},  {"utf-8", "windows31j"},       {"utf-8", "utf-16"},
+    {"utf-8", "iso-10646-ucs-2"}, {"utf-8", "iso-2022-jp-2004"},
+};
+
+// Katakana, kanji, the yen sign and a dash that only extra tables have, in text long enough for
+// threads to overlap.
+std::string sample() {
+    std::string text;
+    for (int i = 0; i < 200; ++i) {
+        text += "かな漢字ｶﾅABC\u00A5\u2014\u2016終\n";
+    }
+    return text;
+}
+
+// Converts there and, where the target can be read, back; the bytes of both.
+std::string convert_both_ways(const pair_of_charsets& pair, const std::string& text) {
+    const auto s = std::make_unique<pvzan_session>();
+    pvzan_target_options target{};
+    target.dstBigEndian = 1;
+    pvzan_source_options source{};
+    source.srcBigEndian = 1;
+    const auto run = [&](const char* from, const char* to, const std::string& input) {
+        std::string output(input.size() * 6 + 64, '\0');
+        EXPECT_EQ(cconvInitConvert(s.get(), &target, to), 0U);
+        EXPECT_EQ(cconvChgCharset(s.get(), &source, from), 0U);
+        s->inBuf = reinterpret_cast<const std::uint8_t*>(input.data());
+        s->inPos = 0;
+        s->inLen = static_cast<std::int32_t>(input.size());
+        s->outBuf = reinterpret_cast<std::uint8_t*>(output.data());
+        s->outPos = 0;
+        s->outLen = static_cast<std::int32_t>(output.size());
+        while (cconvConvert(s.get()) == PVZAN_UNREPRESENTABLE) {
+        }
+        EXPECT_EQ(s->status, 0U) << from << " to " << to;
+        cconvTermConvert(s.get());
+        output.resize(static_cast<std::size_t>(s->outPos));
+        return output;
+    };
+    const std::string there = run(pair.from, pair.to, text);
+    return there + run(pair.to, pair.from, there);
+}
+
+// All pairs, beginning with another one for each thread.
+std::vector<std::string> convert_all(std::size_t first) {
+    const std::string text = sample();
+    std::vector<std::string> results(std::size(pairs));
+    for (std::size_t i = 0; i < std::size(pairs); ++i) {
+        const std::size_t at = (first + i) % std::size(pairs);
+        results[at] = convert_both_ways(pairs[at], text);
+    }
+    return results;
+}
+
+void expect_threads_agree(std::size_t threads, bool started_by_host,
+                          const char* directory = PVZAN_BASE2_DIR) {
+    if (started_by_host) {
+        my_init();
+    }
+    ZAN_setCharsetPath(directory);
+    std::vector<std::vector<std::string>> results(threads);
+    std::barrier start(static_cast<std::ptrdiff_t>(threads));
+    std::vector<std::thread> running;
+    for (std::size_t i = 0; i < threads; ++i) {
+        running.emplace_back([&, i] {
+            start.arrive_and_wait();
+            results[i] = convert_all(i);
+        });
+    }
+    for (std::thread& thread : running) {
+        thread.join();
+    }
+    // One thread alone, on what is loaded by now. And every definition was read once.
+    const std::vector<std::string> alone = convert_all(0);
+    for (std::size_t i = 0; i < threads; ++i) {
+        EXPECT_TRUE(results[i] == alone) << "thread " << i;
+    }
+    std::size_t definitions = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        definitions += entry.path().extension() == ".xml";
+    }
+    EXPECT_EQ(g_ProcessObject.groups->count, definitions);
+}
+
+TEST(Threads, TwoLoadAtOnce) {
+    test::in_child([] { expect_threads_agree(2, true); });
+}
+
+TEST(Threads, TwoLoadAtOnceWithoutAHost) {
+    test::in_child([] { expect_threads_agree(2, false); });
+}
+
+TEST(Threads, SixteenLoadAtOnce) {
+    test::in_child([] { expect_threads_agree(16, true); });
+}
+
+// Tables are read as text, and their caches written.
+TEST(Threads, FourLoadWithoutCaches) {
+    const test::temp_dir directory;
+    for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
+        if (entry.path().extension() != ".cmp") {
+            std::filesystem::copy(entry.path(), directory.path());
+        }
+    }
+    test::in_child([&] { expect_threads_agree(4, true, directory.path().c_str()); });
+    EXPECT_TRUE(directory.has("jis_x0208-1990.cmp"));
+}
+
+// What one thread converts must be right in itself, or agreement means nothing.
+TEST(Threads, OneAloneIsRight) {
+    test::in_child([] {
+        test::use_shipped_charsets();
+        const std::string text = "かな漢字ｶﾅABC\u00A5\u2014\u2016終\n";
+        EXPECT_EQ(convert_both_ways(pairs[0], text), "\x82\xA9\x82\xC8\x8A\xBF\x8E\x9A\xB6\xC5"
+                                                     "ABC\\\x81\x5C\x81\x61\x8F\x49\n"
+                                                     "かな漢字ｶﾅABC\\\u2015\u2225終\n");
+    });
+}
+
+} // namespace
