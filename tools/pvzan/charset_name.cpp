@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace tool {
 
@@ -24,6 +25,7 @@ constexpr std::array aliases = {
     alias{"mskanji", "windows31j"},
     alias{"eucjp", "euc-jp"},
     alias{"ujis", "euc-jp"},
+    alias{"eucjpfix", "euc-jp-fix"},
     alias{"iso2022jp", "iso-2022-jp"},
     alias{"jis", "iso-2022-jp"},
     alias{"shiftjis2004", "shift_jis-2004"},
@@ -57,14 +59,16 @@ constexpr std::array aliases = {
     alias{"utf32le", "iso-10646-ucs-4", unicode_form::ucs4, false},
 };
 
+constexpr char fold(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 // Case and separators do not tell names apart.
 std::string plain_name(std::string_view name) {
     std::string plain;
     for (const char c : name) {
-        if (c >= 'A' && c <= 'Z') {
-            plain += static_cast<char>(c - 'A' + 'a');
-        } else if (c != '-' && c != '_' && c != ' ') {
-            plain += c;
+        if (c != '-' && c != '_' && c != ' ') {
+            plain += fold(c);
         }
     }
     return plain;
@@ -76,20 +80,26 @@ std::size_t charset_name::unit_bytes() const {
     if (form == unicode_form::ucs4) {
         return 4;
     }
-    const bool two = form == unicode_form::utf16 || form == unicode_form::ucs2 ||
-                     plain_name(library) == "eucjpfix";
+    const bool two =
+        form == unicode_form::utf16 || form == unicode_form::ucs2 || library == "euc-jp-fix";
     return two ? 2 : 1;
 }
 
-bool charset_name::has_combined_characters() const {
-    return form != unicode_form::none || library == "shift_jis-2004" || library == "euc-jis-2004" ||
+bool charset_name::is_iso2022() const {
+    return library == "iso-2022-jp" || library == "iso-2022-jp-2004";
+}
+
+bool charset_name::is_jis_x0213() const {
+    return library == "shift_jis-2004" || library == "euc-jis-2004" ||
            library == "iso-2022-jp-2004";
 }
 
 charset_name resolve_charset(std::string_view name) {
     const auto found = std::ranges::find(aliases, plain_name(name), &alias::name);
     if (found == aliases.end()) {
-        return {.asked = std::string(name), .library = std::string(name)};
+        std::string folded(name);
+        std::ranges::transform(folded, folded.begin(), fold);
+        return {.asked = std::string(name), .library = std::move(folded)};
     }
     return {.asked = std::string(name),
             .library = std::string(found->library),

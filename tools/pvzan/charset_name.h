@@ -1,7 +1,7 @@
 // The names that people use for charsets, and what they mean to the library.
 #pragma once
 
-#include <optional>
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -18,8 +18,10 @@ struct charset_name {
 
     // Bytes of a code unit.
     [[nodiscard]] std::size_t unit_bytes() const;
-    // Whether the charset holds the characters of JIS X 0213 that are base and mark in Unicode.
-    [[nodiscard]] bool has_combined_characters() const;
+    [[nodiscard]] bool is_unicode() const { return form != unicode_form::none; }
+    [[nodiscard]] bool is_iso2022() const;
+    // Whether it has the 25 characters of JIS X 0213 that are a letter and a mark in Unicode.
+    [[nodiscard]] bool is_jis_x0213() const;
 };
 
 // Aliases and byte orders resolved; a name that is none of ours is passed on as it is.

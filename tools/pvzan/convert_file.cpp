@@ -2,6 +2,7 @@
 
 #include "tools/pvzan/charset_directory.h"
 #include "tools/pvzan/exit_status.h"
+#include "tools/pvzan/input_file.h"
 #include "tools/pvzan/message.h"
 #include "tools/pvzan/output_file.h"
 #include "tools/pvzan/text_stream.h"
@@ -10,7 +11,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,44 +20,6 @@ namespace {
 
 constexpr std::size_t input_bytes = 64 * 1024;
 constexpr std::size_t most_messages = 20; // for each file
-
-bool is_standard_input(const std::string& name) {
-    return name == "-";
-}
-
-std::string shown_name(const std::string& name) {
-    return is_standard_input(name) ? "(standard input)" : printable(name);
-}
-
-class input_file {
-public:
-    explicit input_file(const std::string& name)
-        : descriptor_(is_standard_input(name) ? STDIN_FILENO
-                                              : ::open(name.c_str(), O_RDONLY | O_CLOEXEC)) {}
-    ~input_file() {
-        if (descriptor_ > STDIN_FILENO) {
-            ::close(descriptor_);
-        }
-    }
-    input_file(const input_file&) = delete;
-    input_file& operator=(const input_file&) = delete;
-
-    [[nodiscard]] bool is_open() const { return descriptor_ >= 0; }
-    [[nodiscard]] int descriptor() const { return descriptor_; }
-
-    // 0 at the end, -1 on failure.
-    ssize_t read(std::span<std::uint8_t> into) const {
-        for (;;) {
-            const ssize_t n = ::read(descriptor_, into.data(), into.size());
-            if (n >= 0 || errno != EINTR) {
-                return n;
-            }
-        }
-    }
-
-private:
-    int descriptor_;
-};
 
 bool same_file(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
@@ -71,16 +33,19 @@ struct problem_counts {
     [[nodiscard]] std::uint64_t total() const { return of_kind[0] + of_kind[1] + of_kind[2]; }
 };
 
+std::string code_point(char32_t scalar) {
+    return fmt::format("U+{:04X}", static_cast<std::uint32_t>(scalar));
+}
+
 std::string describe(const problem& p, const charset_name& from, const charset_name& to) {
     switch (p.kind) {
-    case problem_kind::invalid: return fmt::format("invalid {}", from.asked);
+    case problem_kind::invalid: return fmt::format("invalid {}", printable(from.asked));
     case problem_kind::incomplete:
-        return fmt::format("the text ends inside a {} character", from.asked);
+        return fmt::format("the text ends inside a character of {}", printable(from.asked));
     case problem_kind::unrepresentable: break;
     }
-    return p.character != 0 ? fmt::format("U+{:04X} has no code in {}",
-                                          static_cast<std::uint32_t>(p.character), to.asked)
-                            : fmt::format("the character has no code in {}", to.asked);
+    return fmt::format("{}{}{} has no code in {}", code_point(p.scalar), p.mark != 0 ? " " : "",
+                       p.mark != 0 ? code_point(p.mark) : "", printable(to.asked));
 }
 
 std::string totals(const problem_counts& counts) {
@@ -169,9 +134,7 @@ private:
         }
         problem_counts counts;
         text_stream text(from_, to_,
-                         {[this, &counts](bytes_view bytes) {
-                              return counts.total() > 0 || any_problem_ || write(bytes);
-                          },
+                         {[this](bytes_view bytes) { write(bytes); },
                           [&](const problem& p) { report(name, p, counts); }});
         text.open();
         const int status = pump(file, text, name);
@@ -180,10 +143,9 @@ private:
                             counts.total() - most_messages));
         }
         if (counts.total() > 0) {
-            any_problem_ = true;
             const std::string lost =
                 options_.output.empty()
-                    ? std::string("output ends before the first one")
+                    ? std::string("its output ends before the first one")
                     : fmt::format("{} was not written", printable(options_.output));
             say(fmt::format("{}: not converted: {}; {}", shown_name(name), totals(counts), lost));
             return std::max<int>(status, exit_bad_text);
@@ -202,7 +164,6 @@ private:
             if (n < 0) {
                 complain(
                     fmt::format("{}: cannot read: {}", shown_name(name), system_error_text(errno)));
-                any_problem_ = true;
                 return exit_no_work;
             }
             if (n == 0) {
@@ -224,16 +185,17 @@ private:
         }
     }
 
-    bool write(bytes_view bytes) {
+    void write(bytes_view bytes) {
         output_failed_ = output_failed_ || !output_.write(bytes);
-        return !output_failed_;
+        to_.marked = false; // one byte-order mark for all files
     }
 
     void report(const std::string& name, const problem& p, problem_counts& counts) {
         ++counts.of_kind[static_cast<std::size_t>(p.kind)];
         if (counts.total() <= most_messages) {
-            say(fmt::format("{}:{}:{}: error: {}, ({}) at byte {}", shown_name(name), p.line,
-                            p.column, describe(p, from_, to_), hex_bytes(p.bytes), p.offset));
+            say(fmt::format("{}:{}:{}: error: {}, ({}) at byte {}", shown_name(name), p.place.line,
+                            p.place.column, describe(p, from_, to_), hex_bytes(p.bytes),
+                            p.place.offset));
         }
     }
 
@@ -252,7 +214,6 @@ private:
     charset_name from_, to_;
     output_file output_;
     bool output_failed_ = false;
-    bool any_problem_ = false;
 };
 
 } // namespace

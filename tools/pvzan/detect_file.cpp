@@ -2,6 +2,7 @@
 
 #include "tools/pvzan/charset_directory.h"
 #include "tools/pvzan/exit_status.h"
+#include "tools/pvzan/input_file.h"
 #include "tools/pvzan/message.h"
 
 #include "pvzan.h"
@@ -10,9 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <fcntl.h>
 #include <memory>
-#include <unistd.h>
 
 namespace tool {
 
@@ -21,29 +20,19 @@ namespace {
 // More than detection looks at.
 constexpr std::size_t examined_bytes = 8192;
 
-// The start of a file; nothing on failure, with errno set.
+// The start of a file; false on failure, with errno set.
 bool read_start(const std::string& name, std::vector<std::uint8_t>& text) {
-    const bool standard_input = name == "-";
-    const int descriptor =
-        standard_input ? STDIN_FILENO : ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0) {
+    const input_file file(name);
+    if (!file.is_open()) {
         return false;
     }
     text.resize(examined_bytes);
     std::size_t length = 0;
-    ssize_t n = 0;
-    while (length < text.size()) {
-        n = ::read(descriptor, text.data() + length, text.size() - length);
-        if (n == 0 || (n < 0 && errno != EINTR)) {
-            break;
-        }
+    ssize_t n = 1;
+    while (n > 0 && length < text.size()) {
+        n = file.read(std::span(text).subspan(length));
         length += n > 0 ? static_cast<std::size_t>(n) : 0;
     }
-    const int error = errno;
-    if (!standard_input) {
-        ::close(descriptor);
-    }
-    errno = error;
     text.resize(length);
     return n >= 0;
 }
@@ -73,15 +62,14 @@ std::string describe(const pvzan_detection_request& answer) {
 int detect(const std::string& name) {
     std::vector<std::uint8_t> text;
     if (!read_start(name, text)) {
-        complain(fmt::format("{}: cannot read: {}", printable(name), system_error_text(errno)));
+        complain(fmt::format("{}: cannot read: {}", shown_name(name), system_error_text(errno)));
         return exit_no_work;
     }
     const auto request = std::make_unique<pvzan_detection_request>();
     request->text = text.data();
     request->textEnd = static_cast<std::int32_t>(text.size());
     const bool known = cconvChkEncode(request.get()) != 0;
-    fmt::print("{}: {}\n", name == "-" ? "(standard input)" : printable(name),
-               known ? describe(*request) : "unknown");
+    fmt::print("{}: {}\n", shown_name(name), known ? describe(*request) : "unknown");
     return known ? exit_converted : exit_bad_text;
 }
 

@@ -1,14 +1,23 @@
 // pvzan: the arguments, and what they ask for.
+#include "tools/pvzan/charset_directory.h"
 #include "tools/pvzan/convert_file.h"
 #include "tools/pvzan/detect_file.h"
 #include "tools/pvzan/exit_status.h"
+#include "tools/pvzan/message.h"
 
 #include "pvzan.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <array>
 #include <exception>
+#include <fcntl.h>
 #include <fmt/core.h>
+#include <string>
+#include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -36,25 +45,58 @@ void add_detect(CLI::App& app, tool::detect_options& options) {
         ->type_name("FILE");
 }
 
+std::string version() {
+    const tool::charset_directory directory = tool::settle_charset_directory({});
+    return fmt::format(
+        "pvzan " PVZAN_VERSION "\ncharset directory: {}",
+        directory.path.empty()
+            ? "none"
+            : fmt::format("{} ({})", tool::printable(directory.path), directory.reason));
+}
+
+// Without a verb the arguments are those of convert. A file that bears a verb's name is written
+// "./convert".
+std::vector<std::string> with_verb(int argc, char** argv) {
+    std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+    constexpr std::array known = {"convert", "detect", "-h", "--help", "--version"};
+    if (!arguments.empty() && std::ranges::find(known, arguments.front()) == known.end()) {
+        arguments.insert(arguments.begin(), "convert");
+    }
+    return arguments;
+}
+
 int run(int argc, char** argv) {
     CLI::App app("Convert text between Japanese, Chinese, Korean and Unicode encodings", "pvzan");
-    app.set_version_flag("--version", "pvzan " PVZAN_VERSION);
+    app.set_version_flag("--version", version);
     app.require_subcommand(1);
     tool::convert_options convert;
     tool::detect_options detect;
     add_convert(app, convert);
     add_detect(app, detect);
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> arguments = with_verb(argc, argv);
+        std::ranges::reverse(arguments); // as CLI11 takes them
+        app.parse(std::move(arguments));
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? tool::exit_converted : tool::exit_no_work;
     }
     return app.got_subcommand("detect") ? tool::detect_files(detect) : tool::convert_files(convert);
 }
 
+// A file opened under the number of a closed standard stream would be taken for that stream.
+void keep_standard_streams() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(descriptor, F_GETFD) < 0) {
+            // The wrong way round, so that its use fails.
+            ::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        }
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    keep_standard_streams();
     my_init();
     int status = tool::exit_no_work;
     try {

@@ -2,10 +2,13 @@
 
 #include "tools/pvzan/message.h"
 
+#include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,6 +26,47 @@ mode_t wanted_mode(const struct stat* replaced) {
     return 0666 & ~mask;
 }
 
+// ---- The temporary goes when a signal ends the tool
+// ----------------------------------------------
+
+constexpr std::array ending_signals = {SIGHUP, SIGINT, SIGTERM};
+std::array<char, 4096> signal_removes{}; // the path; written with the signals blocked
+
+void remove_and_end(int signal) {
+    ::unlink(signal_removes.data());
+    ::signal(signal, SIG_DFL);
+    ::raise(signal);
+}
+
+// Empty: nothing is to be removed any more.
+void remove_on_signal(const std::string& path) {
+    sigset_t blocked, before;
+    ::sigemptyset(&blocked);
+    for (const int signal : ending_signals) {
+        ::sigaddset(&blocked, signal);
+    }
+    ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    const std::size_t length = path.size() < signal_removes.size() ? path.size() : 0;
+    std::memcpy(signal_removes.data(), path.data(), length);
+    signal_removes[length] = '\0';
+    for (const int signal : ending_signals) {
+        struct sigaction current {};
+        if (::sigaction(signal, nullptr, &current) == 0 && current.sa_handler != SIG_IGN) {
+            current = {};
+            current.sa_handler = length > 0 ? remove_and_end : SIG_DFL;
+            ::sigaction(signal, &current, nullptr);
+        }
+    }
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+// The file itself, where the path is a link to it: the link is to stay.
+std::string behind_links(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::path target = std::filesystem::canonical(path, error);
+    return error ? path : target.string();
+}
+
 } // namespace
 
 output_file::~output_file() {
@@ -31,6 +75,7 @@ output_file::~output_file() {
     }
     if (!temporary_.empty()) {
         ::unlink(temporary_.c_str());
+        remove_on_signal({});
     }
 }
 
@@ -53,12 +98,14 @@ bool output_file::open(const std::string& path) {
         descriptor_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
         return descriptor_ >= 0 || fail("cannot open");
     }
-    std::string pattern = path + ".XXXXXX";
+    replaced_ = exists ? behind_links(path) : path;
+    std::string pattern = replaced_ + ".XXXXXX";
     descriptor_ = ::mkostemp(pattern.data(), O_CLOEXEC);
     if (descriptor_ < 0) {
         return fail("cannot create");
     }
     temporary_ = pattern;
+    remove_on_signal(temporary_);
     return ::fchmod(descriptor_, wanted_mode(exists ? &status : nullptr)) == 0 ||
            fail("cannot set permissions");
 }
@@ -86,10 +133,11 @@ bool output_file::commit() {
     if (temporary_.empty()) {
         return true;
     }
-    if (std::rename(temporary_.c_str(), path_.c_str()) != 0) {
+    if (std::rename(temporary_.c_str(), replaced_.c_str()) != 0) {
         return fail("cannot create");
     }
     temporary_.clear();
+    remove_on_signal({});
     return true;
 }
 

@@ -28,6 +28,7 @@ private:
 
     int descriptor_ = -1;
     std::string path_;      // empty: standard output
+    std::string replaced_;  // the path behind links
     std::string temporary_; // empty: written in place
     std::string error_;
 };
