@@ -52,6 +52,9 @@ std::optional<bulk_reader> reader_of(const session* s) {
     if (decoder == destUTF_16) {
         return big ? bulk_reader::unit_big : bulk_reader::unit_little;
     }
+    if (decoder == destISO_2022_JP || decoder == destISO_2022_JP_2004) {
+        return bulk_reader::iso2022;
+    }
     if (reads_by_lead_byte(decoder) || ((decoder == destSAME || decoder == destOASYS_WIN) &&
                                         tries_short_codes_first(s->srcGroup))) {
         return bulk_reader::lead_bytes;
@@ -59,14 +62,21 @@ std::optional<bulk_reader> reader_of(const session* s) {
     return std::nullopt;
 }
 
-// What is written must depend on the character alone: not on what was designated before, on
-// language tags, on a mark still to come, or on the substitutes.
-bool writes_by_character(const session* s) {
+bulk_writer writer_of(const session* s) {
     const rule_function encoder = s->dstRule->function;
-    const bool stateful = encoder == constISO_2022_JP || encoder == constISO_2022_JP_2004;
+    if (encoder != constISO_2022_JP && encoder != constISO_2022_JP_2004) {
+        return bulk_writer::plain;
+    }
+    return s->dstGroupNo == PVZAN_ISO_2022_JP_2004 ? bulk_writer::iso2022_2004
+                                                   : bulk_writer::iso2022;
+}
+
+// What is written must depend on the character, and on the set designated before it, alone: not on
+// language tags, a mark still to come, or the substitutes.
+bool writes_by_character(const session* s) {
     const bool refers =
-        encoder == constISO_10646_UCS_2 && s->target.charRefMode != PVZAN_CHARREF_OFF;
-    if (stateful || refers || s->target.dstWriteBom != 0 || s->source.srcCheckBom != 0 ||
+        s->dstRule->function == constISO_10646_UCS_2 && s->target.charRefMode != PVZAN_CHARREF_OFF;
+    if (refers || s->target.dstWriteBom != 0 || s->source.srcCheckBom != 0 ||
         s->baseLang[0] != '\0') {
         return false;
     }
@@ -132,8 +142,23 @@ probe_result probe(session* s, std::span<const u8> input) {
     return result;
 }
 
-bulk_entry pack(std::span<const u8> bytes) {
-    u32 packed = static_cast<u32>(bytes.size()) << 24;
+// The entry of a character that was just written: of what went out, its own bytes without the
+// escape sequence before them. Unknown when they are too many, or their set has no place.
+bulk_entry pack(const bulk_memory& memory, const session* s, std::span<const u8> bytes) {
+    u32 slot = 0;
+    if (memory.writer != bulk_writer::plain) {
+        constexpr u32 most = 2;
+        slot = bulk_iso2022_slot_of(s->outSetNo, memory.writer == bulk_writer::iso2022_2004);
+        if (slot == 0 || s->outBytes == 0 || s->outBytes > most || s->outBytes > bytes.size() ||
+            (s->outDone != 0 && s->outDone != s->outBytes)) {
+            return {};
+        }
+        bytes = bytes.last(s->outBytes);
+    }
+    if (bytes.empty() || bytes.size() > bulk_entry::max_bytes) {
+        return {};
+    }
+    u32 packed = slot << 28 | static_cast<u32>(bytes.size()) << 24;
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         packed |= u32{bytes[i]} << 8 * i;
     }
@@ -189,7 +214,14 @@ bool fits_run(bulk_ascii kind, u8 byte, std::span<const u8> written) {
 
 void learn_newline(bulk_memory& memory, session* s) {
     std::array<u8, 2> unit{};
+    probe(s, ascii_input(memory, 'A', unit)); // designates what line breaks need, too
+    const u32 designated = s->dstShiftSet;
     const probe_result lf = probe(s, ascii_input(memory, '\n', unit));
+    if (s->dstShiftSet != designated) {
+        return;
+    }
+    memory.newline.slot =
+        bulk_iso2022_slot_of(s->outSetNo, memory.writer == bulk_writer::iso2022_2004);
     if (lf.whole && lf.out > 0 && static_cast<std::size_t>(lf.out) <= sizeof memory.newline.bytes) {
         std::copy_n(lf.bytes.begin(), lf.out, memory.newline.bytes);
         memory.newline.length = static_cast<u32>(lf.out);
@@ -200,26 +232,33 @@ void learn_newline(bulk_memory& memory, session* s) {
 // Learns ASCII at once, so that runs of it need no look at each byte.
 void learn_ascii(bulk_memory& memory, session* s) {
     std::array<u8, 2> unit{};
+    s->srcShiftSet = PVZAN_SET_ISO_646_IRV;
+    probe(s, ascii_input(memory, 'A', unit)); // designates ASCII where that is needed
     const probe_result a = probe(s, ascii_input(memory, 'A', unit));
     memory.ascii =
         a.whole ? ascii_kind(memory, std::span(a.bytes).first(static_cast<std::size_t>(a.out)))
                 : bulk_ascii::none;
+    memory.ascii_set = s->outSetNo;
     const bool by_lead = memory.reader == bulk_reader::lead_bytes;
     for (u32 c = 0; c < 0x80; ++c) {
         const u8 byte = static_cast<u8>(c);
         const auto input = ascii_input(memory, byte, unit);
         const probe_result got = probe(s, input);
         const std::span written(got.bytes.data(), static_cast<std::size_t>(got.out));
+        const bulk_entry entry = pack(memory, s, written);
         const bool learnable = got.whole && got.characters == 1 && got.codes == 1 &&
-                               !written.empty() && written.size() <= bulk_entry::max_bytes &&
-                               !(memory.key.newline != 0 && is_line_break(c));
+                               entry.known() && !(memory.key.newline != 0 && is_line_break(c));
+        const u32 key =
+            memory.reader == bulk_reader::iso2022 ? bulk_iso2022_key(PVZAN_SET_ISO_646_IRV, c) : c;
         if (learnable) {
-            put_entry(by_lead ? memory.single[c] : memory.wide[c], pack(written));
+            put_entry(by_lead ? memory.single[c] : memory.wide[key], entry);
             memory.lead_length[c].store(1, std::memory_order_relaxed);
         } else if (memory.newline.length != 0 && is_line_break(c)) {
             memory.lead_length[c].store(1, std::memory_order_relaxed);
         }
-        if (!learnable || !fits_run(memory.ascii, byte, written)) {
+        const bool other_set =
+            memory.writer != bulk_writer::plain && s->outSetNo != memory.ascii_set;
+        if (!learnable || other_set || !fits_run(memory.ascii, byte, written)) {
             if (memory.special_count == std::size(memory.special)) {
                 memory.ascii = bulk_ascii::none;
                 memory.special_count = 0;
@@ -233,6 +272,12 @@ void learn_ascii(bulk_memory& memory, session* s) {
     }
 }
 
+// Decoders that read ahead for a mark.
+constexpr bool joins_marks(bulk_reader reader) {
+    return reader == bulk_reader::utf8 || reader == bulk_reader::unit_big ||
+           reader == bulk_reader::unit_little;
+}
+
 bulk_memory* find_memory(const bulk_key& key) {
     for (bulk_memory* m = memories.load(std::memory_order_acquire); m != nullptr; m = m->next) {
         if (m->key == key) {
@@ -243,7 +288,8 @@ bulk_memory* find_memory(const bulk_key& key) {
 }
 
 // Publishes a memory; two threads may make the same one, and the later is found first.
-bulk_memory* make_memory(const session* s, const bulk_key& key, bulk_reader reader) {
+bulk_memory* make_memory(const session* s, const bulk_key& key, bulk_reader reader,
+                         bulk_writer writer) {
     void* raw = ZAN_calloc(1, static_cast<i32>(sizeof(bulk_memory)));
     const owned_memory<session> scratch(
         static_cast<session*>(ZAN_malloc(static_cast<i32>(sizeof(session)))));
@@ -254,6 +300,7 @@ bulk_memory* make_memory(const session* s, const bulk_key& key, bulk_reader read
     auto* memory = static_cast<bulk_memory*>(raw); // all zero is a valid state of it
     memory->key = key;
     memory->reader = reader;
+    memory->writer = writer;
     std::memcpy(scratch.get(), s, sizeof(session));
     scratch->target.useSubstitute = 0;
     scratch->source.skipInvalid = 0;
@@ -285,13 +332,16 @@ bulk_guide::bulk_guide(const session* s) {
         return;
     }
     const auto reader = reader_of(s);
-    if (!reader || !writes_by_character(s)) {
+    const bulk_writer writer = writer_of(s);
+    // With states at both ends little is left that stands alone.
+    const bool both_stateful = reader == bulk_reader::iso2022 && writer != bulk_writer::plain;
+    if (!reader || both_stateful || !writes_by_character(s)) {
         return;
     }
     const bulk_key key = key_of(s);
     memory_ = find_memory(key);
     if (memory_ == nullptr) {
-        memory_ = make_memory(s, key, *reader);
+        memory_ = make_memory(s, key, *reader, writer);
     }
 }
 
@@ -314,7 +364,9 @@ void bulk_guide::run(session* s) {
         return;
     }
     u8* const out = s->outBuf + s->outPos;
-    bulk_stretch stretch{input.data(), input.data() + input.size(), out, out + room, 0, 0};
+    bulk_stretch stretch{
+        input.data(),  input.data() + input.size(), out, out + room, 0, 0, s->srcShiftSet,
+        s->dstShiftSet};
     bulk_convert(*memory_, stretch);
     const u32 characters = stretch.characters;
     if (characters > 0) {
@@ -322,6 +374,8 @@ void bulk_guide::run(session* s) {
         s->outPos += static_cast<i32>(stretch.out - out);
         s->inCount += characters;
         s->outCount += stretch.codes;
+        s->srcShiftSet = stretch.in_set;
+        s->dstShiftSet = stretch.out_set;
         s->srcCode = 0; // of no consequence: two characters by the rules follow, and none was a CR
     }
     constexpr u32 worth_it = 16, most = 64;
@@ -340,17 +394,19 @@ void bulk_guide::note(const session* s) {
 void bulk_guide::remember(const session* s) {
     const i32 in = s->inPos - in_pos_, out = s->outPos - out_pos_;
     const bool alone = s->status == PVZAN_WRITTEN && s->inCount - in_count_ == 1 &&
-                       s->outCount - out_count_ == 1 && s->outCode2 == 0 && in >= 1 && out >= 1 &&
-                       out <= static_cast<i32>(bulk_entry::max_bytes);
+                       s->outCount - out_count_ == 1 && s->outCode2 == 0 && in >= 1 && out >= 1;
     const bool breaks =
         memory_->key.newline != 0 && (s->ucsCode == '\r' || is_line_break(s->srcCode));
-    const bool may_join =
-        memory_->reader != bulk_reader::lead_bytes && is_combining_mark(s->srcCode);
+    const bool may_join = joins_marks(memory_->reader) && is_combining_mark(s->srcCode);
     if (!alone || breaks || may_join) {
         return;
     }
     const u8* p = s->inBuf + in_pos_;
-    const bulk_entry entry = pack({s->outBuf + out_pos_, static_cast<std::size_t>(out)});
+    const bulk_entry entry =
+        pack(*memory_, s, {s->outBuf + out_pos_, static_cast<std::size_t>(out)});
+    if (!entry.known()) {
+        return;
+    }
     switch (memory_->reader) {
     case bulk_reader::utf8:
         if (s->srcCode < bulk_codes && in == (s->srcCode < 0x80 ? 1 : s->srcCode < 0x800 ? 2 : 3)) {
@@ -361,6 +417,12 @@ void bulk_guide::remember(const session* s) {
     case bulk_reader::unit_little:
         if (in == 2 && s->srcCode < bulk_codes) {
             put_entry(memory_->wide[s->srcCode], entry);
+        }
+        break;
+    case bulk_reader::iso2022:
+        // Escape sequences before it are not the character's; plane 2 is not theirs to tell.
+        if (s->charSetNo == s->srcShiftSet && (s->srcCode & ~0x7F7FU) == 0) {
+            put_entry(memory_->wide[bulk_iso2022_key(s->srcShiftSet, s->srcCode)], entry);
         }
         break;
     case bulk_reader::lead_bytes:

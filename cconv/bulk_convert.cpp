@@ -4,228 +4,9 @@
 // length comes from a branch on its lead byte, never from the entry. There is no branch on what
 // kind of character it is. Entries are stored as four bytes, of which as many count as the entry
 // says.
-#include "cconv/bulk_memory.h"
-
-#include <iterator>
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include "cconv/bulk_loops.h"
 
 namespace {
-
-// Bytes that a step may touch behind the position: a vector of input, and what it becomes.
-constexpr std::ptrdiff_t in_margin = 16;
-constexpr std::ptrdiff_t out_margin = 32;
-
-// What one character takes and gives.
-struct step {
-    u32 in = 0, characters = 1;
-    u32 out = 0, codes = 1;
-    [[nodiscard]] bool known() const { return in != 0; }
-};
-
-constexpr bool is_line_break(u32 c) {
-    return c == '\r' || c == '\n';
-}
-
-// ---- Runs of ASCII
-// -------------------------------------------------------------------------------
-
-#if defined(__SSE2__)
-
-struct ascii_vector {
-    explicit ascii_vector(const bulk_memory& memory) {
-        for (std::size_t i = 0; i < std::size(special); ++i) {
-            special[i] = _mm_set1_epi8(static_cast<char>(memory.special[i]));
-        }
-        any_special = memory.special_count != 0;
-    }
-
-    static __m128i load(const u8* p) {
-        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    }
-    static void store(u8* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
-
-    // Bit i: byte i is no ASCII, or one that no run may hold.
-    [[nodiscard]] u32 stops(__m128i bytes) const {
-        __m128i stop = bytes;
-        if (any_special) {
-            for (const __m128i& s : special) {
-                stop = _mm_or_si128(stop, _mm_cmpeq_epi8(bytes, s));
-            }
-        }
-        return static_cast<u32>(_mm_movemask_epi8(stop));
-    }
-
-    __m128i special[4];
-    bool any_special;
-};
-
-// The same for two-byte units that become single bytes, eight at a time.
-template <bool BigEndian>
-std::size_t narrow_ascii(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
-                         const u8* out_stop) {
-    const u8* const begin = p;
-    const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
-    while (p < in_stop && q < out_stop) {
-        __m128i units = ascii_vector::load(p);
-        if constexpr (BigEndian) {
-            units = _mm_or_si128(_mm_slli_epi16(units, 8), _mm_srli_epi16(units, 8));
-        }
-        const __m128i beyond = _mm_and_si128(units, high);
-        const __m128i ascii = _mm_cmpeq_epi16(beyond, _mm_setzero_si128());
-        const __m128i bytes = _mm_packus_epi16(_mm_and_si128(units, ascii), beyond);
-        const u32 wide = ~static_cast<u32>(_mm_movemask_epi8(_mm_packs_epi16(ascii, ascii)));
-        const u32 stops = (vector.stops(bytes) | wide | 0x100U) & 0x1FFU;
-        ascii_vector::store(q, bytes);
-        const auto length = static_cast<std::size_t>(std::countr_zero(stops));
-        p += 2 * length;
-        q += length;
-        if (length < 8) {
-            break;
-        }
-    }
-    return static_cast<std::size_t>(p - begin) / 2;
-}
-
-// Copies the ASCII that p begins with, up to 16 bytes at a time; returns its length. The output
-// position moves along.
-template <bulk_ascii Kind>
-std::size_t copy_ascii(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
-                       const u8* out_stop) {
-    const u8* const begin = p;
-    while (p < in_stop && q < out_stop) {
-        const __m128i bytes = ascii_vector::load(p);
-        const u32 stops = vector.stops(bytes);
-        if constexpr (Kind == bulk_ascii::same) {
-            ascii_vector::store(q, bytes);
-        } else {
-            const __m128i zero = _mm_setzero_si128();
-            const bool big = Kind == bulk_ascii::widen_big;
-            ascii_vector::store(q, big ? _mm_unpacklo_epi8(zero, bytes)
-                                       : _mm_unpacklo_epi8(bytes, zero));
-            ascii_vector::store(q + 16, big ? _mm_unpackhi_epi8(zero, bytes)
-                                            : _mm_unpackhi_epi8(bytes, zero));
-        }
-        const auto length =
-            stops == 0 ? std::size_t{16} : static_cast<std::size_t>(std::countr_zero(stops));
-        p += length;
-        q += Kind == bulk_ascii::same ? length : 2 * length;
-        if (length < 16) {
-            break;
-        }
-    }
-    return static_cast<std::size_t>(p - begin);
-}
-
-#else
-
-struct ascii_vector {
-    explicit ascii_vector(const bulk_memory& m) : memory(m) {}
-    const bulk_memory& memory;
-};
-
-template <bulk_ascii Kind>
-std::size_t copy_ascii(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
-                       const u8* out_stop) {
-    const u8* const begin = p;
-    const auto stops = [&](u8 byte) {
-        bool special = byte >= 0x80;
-        for (u32 i = 0; i < vector.memory.special_count; ++i) {
-            special = special || byte == vector.memory.special[i];
-        }
-        return special;
-    };
-    for (; p < in_stop && q < out_stop && !stops(*p); ++p) {
-        if constexpr (Kind == bulk_ascii::widen_big) {
-            *q++ = 0;
-        }
-        *q++ = *p;
-        if constexpr (Kind == bulk_ascii::widen_little) {
-            *q++ = 0;
-        }
-    }
-    return static_cast<std::size_t>(p - begin);
-}
-
-template <bool BigEndian>
-std::size_t narrow_ascii(const ascii_vector&, const u8*, const u8*, u8*&, const u8*) {
-    return 0; // the entries do
-}
-
-#endif
-
-// ---- Readers
-// -------------------------------------------------------------------------------------
-
-// Each reader tells the length of the character at p by its lead byte, 0 for "ask the rules", and
-// its entry.
-struct lead_byte_reader {
-    const bulk_memory& memory;
-
-    [[nodiscard]] u32 length(const u8* p) const {
-        return memory.lead_length[*p].load(std::memory_order_relaxed);
-    }
-    [[nodiscard]] bulk_entry entry(const u8* p, u32 length) const {
-        return length == 2 ? memory.wide_entry(u32{p[0]} << 8 | p[1]) : memory.single_entry(p[0]);
-    }
-    [[nodiscard]] u32 code(const u8* p) const { return p[0]; }
-    static constexpr u32 unit_bytes = 1, usual_length = 2;
-
-    template <bulk_ascii Kind>
-    static std::size_t ascii_run(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
-                                 const u8* out_stop) {
-        return copy_ascii<Kind>(vector, p, in_stop, q, out_stop);
-    }
-};
-
-// Continuation bytes are not checked: the decode rule does not, either, and reads the same scalar.
-struct utf8_reader {
-    const bulk_memory& memory;
-
-    [[nodiscard]] u32 length(const u8* p) const {
-        if (*p >= 0xE0) {
-            return *p < 0xF0 ? 3 : 0;
-        }
-        if (*p >= 0xC0) {
-            return 2;
-        }
-        return *p < 0x80 ? 1 : 0;
-    }
-    [[nodiscard]] bulk_entry entry(const u8* p, u32 length) const {
-        if (length == 3) {
-            return memory.wide_entry((p[0] & 0x0FU) << 12 | (p[1] & 0x3FU) << 6 | (p[2] & 0x3FU));
-        }
-        return memory.wide_entry(length == 2 ? (p[0] & 0x1FU) << 6 | (p[1] & 0x3FU) : p[0]);
-    }
-    [[nodiscard]] u32 code(const u8* p) const { return p[0]; }
-    static constexpr u32 unit_bytes = 1, usual_length = 3;
-
-    template <bulk_ascii Kind>
-    static std::size_t ascii_run(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
-                                 const u8* out_stop) {
-        return copy_ascii<Kind>(vector, p, in_stop, q, out_stop);
-    }
-};
-
-template <bool BigEndian>
-struct unit_reader {
-    const bulk_memory& memory;
-
-    [[nodiscard]] u32 length(const u8*) const { return 2; }
-    [[nodiscard]] bulk_entry entry(const u8* p, u32) const { return memory.wide_entry(code(p)); }
-    [[nodiscard]] u32 code(const u8* p) const {
-        return BigEndian ? u32{p[0]} << 8 | p[1] : u32{p[1]} << 8 | p[0];
-    }
-    static constexpr u32 unit_bytes = 2, usual_length = 2;
-
-    template <bulk_ascii Kind>
-    static std::size_t ascii_run(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
-                                 const u8* out_stop) {
-        return narrow_ascii<BigEndian>(vector, p, in_stop, q, out_stop);
-    }
-};
 
 // ---- The loop
 // ------------------------------------------------------------------------------------
@@ -358,11 +139,16 @@ void run_reader(const bulk_memory& memory, bulk_stretch& stretch) {
 
 void bulk_convert(const bulk_memory& memory, bulk_stretch& stretch) {
     const bulk_stretch before = stretch;
-    switch (memory.reader) {
-    case bulk_reader::lead_bytes: run_reader<lead_byte_reader>(memory, stretch); break;
-    case bulk_reader::utf8: run_reader<utf8_reader>(memory, stretch); break;
-    case bulk_reader::unit_big: run_reader<unit_reader<true>>(memory, stretch); break;
-    case bulk_reader::unit_little: run_reader<unit_reader<false>>(memory, stretch); break;
+    if (memory.writer != bulk_writer::plain) {
+        bulk_write_iso2022(memory, stretch);
+    } else {
+        switch (memory.reader) {
+        case bulk_reader::lead_bytes: run_reader<lead_byte_reader>(memory, stretch); break;
+        case bulk_reader::utf8: run_reader<utf8_reader>(memory, stretch); break;
+        case bulk_reader::unit_big: run_reader<unit_reader<true>>(memory, stretch); break;
+        case bulk_reader::unit_little: run_reader<unit_reader<false>>(memory, stretch); break;
+        case bulk_reader::iso2022: bulk_read_iso2022(memory, stretch); break;
+        }
     }
     if (stretch.in <= before.in) {
         stretch = before; // not even two characters

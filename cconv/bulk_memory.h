@@ -12,7 +12,15 @@ enum class bulk_reader : u8 {
     lead_bytes, // one or two bytes, by the lead byte
     utf8,       // one to three bytes; the scalar is the key
     unit_big,   // two-byte units
-    unit_little
+    unit_little,
+    iso2022 // one or two bytes, by the set designated last
+};
+
+// How target characters are written.
+enum class bulk_writer : u8 {
+    plain,       // as their bytes
+    iso2022,     // their set designated before them
+    iso2022_2004 // likewise, JIS X 0208 by the sequence of JIS X 0213
 };
 
 // What becomes of a run of ASCII.
@@ -50,6 +58,7 @@ struct bulk_newline {
     u8 bytes[8];
     u32 length; // 0: the rules write them
     u32 codes;
+    u32 slot; // ISO-2022-JP output: the set that they need
 };
 
 // Everything that decides the bytes of a character.
@@ -67,7 +76,9 @@ struct bulk_memory {
     bulk_key key;
     bulk_memory* next;
     bulk_reader reader;
+    bulk_writer writer;
     bulk_ascii ascii;
+    u32 ascii_set; // ISO-2022-JP output: the set that runs of ASCII need
     u8 special[4]; // ASCII bytes that no run may hold; unused ones repeat the first
     u32 special_count;
     bulk_newline newline;
@@ -88,9 +99,46 @@ struct bulk_memory {
 struct bulk_stretch {
     const u8 *in, *in_end;
     u8 *out, *out_end;
-    u32 characters; // read
-    u32 codes;      // written
+    u32 characters;      // read
+    u32 codes;           // written
+    u32 in_set, out_set; // ISO-2022-JP: the sets designated
 };
+
+// ---- ISO-2022-JP
+
+constexpr bool bulk_iso2022_is_double_byte(u32 setNo) {
+    return setNo != PVZAN_SET_ISO_646_IRV && setNo != PVZAN_SET_JIS_X_0201_LATIN;
+}
+
+// The place of a code in the wide entries: each set has a quarter, the one-byte sets share one.
+constexpr u32 bulk_iso2022_base(u32 setNo) {
+    switch (setNo) {
+    case PVZAN_SET_JIS_X_0208_1990: return 0;
+    case PVZAN_SET_JIS_C_6226_1978: return 0x4000;
+    case PVZAN_SET_JIS_X_0213: return 0x8000;
+    case PVZAN_SET_ISO_646_IRV: return 0xC000;
+    default: return 0xC080;
+    }
+}
+constexpr u32 bulk_iso2022_offset(u32 code) {
+    return (code >> 8 & 0x7F) << 7 | (code & 0x7F);
+}
+constexpr u32 bulk_iso2022_key(u32 setNo, u32 code) {
+    return bulk_iso2022_base(setNo) | bulk_iso2022_offset(code);
+}
+
+// Entries for this output hold up to two bytes, and in their upper four bits which designation they
+// need: a slot from 1 on.
+constexpr u32 bulk_iso2022_slot(bulk_entry entry) {
+    return entry.packed >> 28;
+}
+constexpr u32 bulk_iso2022_length(bulk_entry entry) {
+    return entry.packed >> 24 & 0x0F;
+}
+u32 bulk_iso2022_slot_of(u32 setNo, bool is_2004);
+
+void bulk_read_iso2022(const bulk_memory& memory, bulk_stretch& stretch);
+void bulk_write_iso2022(const bulk_memory& memory, bulk_stretch& stretch);
 
 // Runs over known characters, and stands two characters before the first that is not. Nothing is
 // done when there are not that many.

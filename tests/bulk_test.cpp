@@ -183,7 +183,7 @@ settings random_settings(std::mt19937& random) {
     settings how{charsets[random() % std::size(charsets)],
                  charsets[random() % std::size(charsets)]};
     // Where this charset is cut matters to the rules themselves.
-    while (std::strncmp(how.from, "iso-2022-jp", 11) == 0) {
+    while (std::strcmp(how.from, "iso-2022-jp-2004") == 0) {
         how.from = charsets[random() % std::size(charsets)];
     }
     how.source.srcBigEndian = random() % 4 != 0;
