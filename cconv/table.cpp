@@ -287,11 +287,12 @@ void loadTablFile(table_object* table) {
 }
 
 u32 putTable(table_object* table, u32 key, u32 value) {
+    block_finder finder(table->blocks);
+    const bool stored = put_value(table, finder, key, value);
     if (table_loaded(table)) {
         generation.fetch_add(1, std::memory_order_release);
     }
-    block_finder finder(table->blocks);
-    return put_value(table, finder, key, value);
+    return stored;
 }
 
 u32 dstDsTableArray(object_array* tables, u32 code, u32* result, u16* resultBytes) {

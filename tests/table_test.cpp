@@ -1,0 +1,457 @@
+// Tables in memory and their loading: blocks, text files, caches.
+#include "cconv/document.h"
+#include "cconv/table.h"
+#include "platform/platform.h"
+#include "tests/support/charset_directory.h"
+#include "tests/support/child.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <sys/resource.h>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using test::charset_directory;
+using test::widen;
+
+struct table_release {
+    void operator()(table_object* table) const { termTable(table); }
+};
+using owned_table = std::unique_ptr<table_object, table_release>;
+
+owned_table make_table(u32 valueBytes, u32 toUnicode, const std::string& file = "") {
+    owned_table table(initTable(valueBytes, toUnicode));
+    copy_text(table->fileName, file.c_str());
+    table->textEncoding = encoding_utf16;
+    return table;
+}
+
+// What a table has for a key, found as the library's callers find it.
+u32 value_of(table_object* table, u32 key) {
+    void* item = table;
+    object_array tables{1, &item};
+    u32 value = 0;
+    u16 bytes = 0;
+    return dstDsTableArray(&tables, key, &value, &bytes) != 0 ? value : 0;
+}
+
+using pairs = std::vector<std::pair<u32, u32>>; // code, Unicode
+
+std::string as_text(const pairs& all) {
+    std::string text;
+    char line[32];
+    for (const auto& [code, ucs] : all) {
+        std::snprintf(line, sizeof line, "%X\t%x\r\n", code, ucs);
+        text += line;
+    }
+    return text;
+}
+
+std::string as_cache(const pairs& all) {
+    std::string bytes;
+    for (const auto& [code, ucs] : all) {
+        bytes.append(reinterpret_cast<const char*>(&code), sizeof code);
+        bytes.append(reinterpret_cast<const char*>(&ucs), sizeof ucs);
+    }
+    return bytes;
+}
+
+pairs many_pairs(u32 count) {
+    pairs all;
+    for (u32 i = 0; i < count; ++i) {
+        all.emplace_back(0x2121 + i, 0x4E00 + i * 3);
+    }
+    return all;
+}
+
+void expect_maps(table_object* table, const pairs& all) {
+    for (const auto& [code, ucs] : all) {
+        const u32 key = table->toUnicode == 1 ? code : ucs;
+        const u32 value = table->toUnicode == 1 ? ucs : code;
+        ASSERT_EQ(value_of(table, key), value) << std::hex << key;
+    }
+}
+
+std::vector<std::string> names_in(const charset_directory& dir) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::ranges::sort(names);
+    return names;
+}
+
+// ---- Blocks
+
+// Blocks as they are meant: each holds the 4096 keys from the one that made it, the first made
+// wins.
+class block_model {
+public:
+    void put(u32 key, u32 value) {
+        for (auto& [first, values] : blocks_) {
+            if (key >= first && key < first + u64{4096}) {
+                values[key] = value;
+                return;
+            }
+        }
+        blocks_.push_back({key, {{key, value}}});
+    }
+    [[nodiscard]] u32 get(u32 key) const {
+        for (const auto& [first, values] : blocks_) {
+            if (key >= first && key < first + u64{4096}) {
+                const auto at = values.find(key);
+                return at != values.end() ? at->second : 0;
+            }
+        }
+        return 0;
+    }
+    [[nodiscard]] std::vector<u32> first_keys() const {
+        std::vector<u32> keys;
+        for (const auto& block : blocks_) {
+            keys.push_back(block.first);
+        }
+        return keys;
+    }
+
+private:
+    using u64 = std::uint64_t;
+    std::vector<std::pair<u32, std::map<u32, u32>>> blocks_;
+};
+
+// Keys near each other and near both ends of the numbers, so that blocks overlap and wrap.
+u32 random_key(std::mt19937& random) {
+    constexpr u32 centres[] = {0, 0x3000, 0x5000, 0x10000, 0xFFFFE000, 0xFFFFF800, 0xFFFFFFFF};
+    return centres[random() % std::size(centres)] + static_cast<u32>(random() % 6000) - 3000;
+}
+
+std::vector<u32> first_keys(const table_object* table) {
+    std::vector<u32> keys;
+    for (const table_block* block : items_of<table_block>(table->blocks)) {
+        keys.push_back(block->firstKey);
+    }
+    return keys;
+}
+
+TEST(TableBlocks, OverlapWrapAndKeepTheirOrder) {
+    const charset_directory dir;
+    std::mt19937 random(4);
+    for (int round = 0; round < 20; ++round) {
+        const owned_table one_by_one = make_table(4, 1);
+        const owned_table from_cache = make_table(4, 1, "t.txt");
+        block_model model;
+        pairs all;
+        u32 low = 0xFFFFFFFF, high = 0;
+        for (int i = 0; i < 2000; ++i) {
+            const u32 key = random_key(random), value = static_cast<u32>(random()) | 1;
+            all.emplace_back(key, value);
+            model.put(key, value);
+            ASSERT_EQ(putTable(one_by_one.get(), key, value), 1U);
+            low = std::min(low, key);
+            high = std::max(high, key);
+        }
+        dir.write("t.cmp", as_cache(all));
+        one_by_one->loaded = 1;
+        ASSERT_EQ(loadTableFile(from_cache.get()), 1U);
+        for (table_object* table : {one_by_one.get(), from_cache.get()}) {
+            ASSERT_EQ(first_keys(table), model.first_keys());
+            ASSERT_EQ(table->minKey, low);
+            ASSERT_EQ(table->maxKey, high);
+            for (int i = 0; i < 3000; ++i) {
+                const u32 key =
+                    i < 2000 ? all[static_cast<std::size_t>(i)].first : random_key(random);
+                ASSERT_EQ(value_of(table, key), model.get(key)) << std::hex << key;
+            }
+        }
+    }
+}
+
+TEST(TableBlocks, ValuesKeepTheirLowBytes) {
+    struct {
+        u32 width, value;
+        std::vector<u8> stored;
+        u32 read;
+    } const cases[] = {
+        {1, 0x8140, {0x40}, 0x40},
+        {2, 0x8140, {0x81, 0x40}, 0x8140},
+        {2, 0x28140, {0x81, 0x40}, 0x8140},
+        {3, 0x28140, {2, 0x81, 0x40}, 0x28140},
+        {4, 0x3000, {0, 0, 0x30, 0}, 0x3000},
+        {6, 0x81308130, {0, 0, 0x81, 0x30, 0x81, 0x30}, 0x81308130},
+        {0, 0x8140, {}, 0},
+    };
+    for (const auto& c : cases) {
+        const owned_table table = make_table(c.width, 0);
+        putTable(table.get(), 0x3000, 1);
+        putTable(table.get(), 0x3000, c.value); // the later one stays
+        putTable(table.get(), 0x3002, 0);
+        table->loaded = 1;
+        const auto* block = static_cast<const table_block*>(getArray(table->blocks, 0));
+        EXPECT_EQ(std::vector<u8>(block->data, block->data + c.width), c.stored) << c.width;
+        EXPECT_EQ(value_of(table.get(), 0x3000), c.read) << c.width;
+        EXPECT_EQ(value_of(table.get(), 0x3001), 0U);
+        EXPECT_EQ(value_of(table.get(), 0x3002), 0U);
+    }
+    u8 bytes[4];
+    putEndian(bytes, 0x12345678);
+    EXPECT_EQ(std::vector<u8>(bytes, bytes + 4), (std::vector<u8>{0x12, 0x34, 0x56, 0x78}));
+}
+
+// ---- Loading
+
+TEST(TableLoading, WhichTablesCount) {
+    const charset_directory dir;
+    struct {
+        const char* text;
+        u32 first, second; // results of two calls
+        std::size_t keys;
+    } const cases[] = {
+        {"2121 3000\r\n", 1, 1, 1},
+        {"0 0\r\n", 0, 1, 1},
+        {"0 1\r\n1 2\r\n", 1, 1, 2},
+        {"FFFFFFF 1\r\n", 1, 1, 1},
+        {"10000000 1\r\n", 0, 1, 1}, // alone it cannot be a code
+        {"10000000 1\r\n5 1\r\n", 1, 1, 2},
+        {"2121 3000", 0, 1, 0}, // the last number is lost without two characters behind it
+        {"2121 3000\n", 0, 1, 0},
+        {"", 0, 1, 0},
+        {"no numbr\r\n", 0, 1, 0},
+    };
+    for (const auto& c : cases) {
+        dir.write("t.txt", widen(c.text, 2, false));
+        const owned_table table = make_table(4, 1, "t.txt");
+        EXPECT_EQ(loadTableFile(table.get()), c.first) << c.text;
+        EXPECT_EQ(table->loadTries, 0) << c.text;
+        EXPECT_EQ(loadTableFile(table.get()), c.second) << c.text;
+        EXPECT_EQ(table->blocks->count != 0, c.keys != 0) << c.text;
+        removeFile(dir.file("t.cmp").c_str());
+    }
+    const owned_table nameless = make_table(4, 1);
+    EXPECT_EQ(loadTableFile(nameless.get()), 0U);
+    EXPECT_EQ(loadTableFile(nameless.get()), 0U);
+    EXPECT_EQ(nameless->loadTries, -1);
+}
+
+TEST(TableLoading, BothDirectionsShareTextAndCache) {
+    const charset_directory dir;
+    const pairs all = many_pairs(11000);
+    dir.write("t.txt", widen(as_text(all), 2, false));
+    for (const u32 toUnicode : {1U, 0U, 0U, 1U}) { // from the text first, then from the cache
+        const owned_table table = make_table(4, toUnicode, "t.txt");
+        ASSERT_EQ(loadTableFile(table.get()), 1U);
+        expect_maps(table.get(), all);
+        EXPECT_TRUE(dir.read("t.cmp") == as_cache(all));
+    }
+    EXPECT_EQ(names_in(dir), (std::vector<std::string>{"t.cmp", "t.txt"}));
+}
+
+TEST(TableLoading, FileNamesFoldAndKeepTheirDirectory) {
+    const charset_directory dir;
+    std::filesystem::create_directories(dir.file("Sub.d"));
+    struct {
+        const char *name, *text, *cache;
+    } const cases[] = {
+        {"T.TXT", "t.txt", "t.cmp"},
+        {"Sub.d/JisX.Y.Txt", "Sub.d/jisx.y.txt", "Sub.d/jisx.y.cmp"},
+        {"plain", "plain", ".cmp"},
+    };
+    for (const auto& c : cases) {
+        dir.write(c.text, widen("21 3000\r\n", 2, false));
+        const owned_table table = make_table(4, 1, c.name);
+        EXPECT_EQ(loadTableFile(table.get()), 1U) << c.name;
+        EXPECT_EQ(value_of(table.get(), 0x21), 0x3000U) << c.name;
+        EXPECT_EQ(dir.read(c.cache), as_cache({{0x21, 0x3000}})) << c.name;
+    }
+}
+
+TEST(TableLoading, NamesThatCannotBeOpened) {
+    const charset_directory dir;
+    std::filesystem::create_directory(dir.file("directory.txt"));
+    for (const std::string& name :
+         {std::string("missing/t.txt"), std::string("directory.txt"), std::string("/"),
+          std::string(300, 'n') + ".txt", std::string(4095, 'n'), std::string(4000, '/')}) {
+        const owned_table table = make_table(2, 0, name);
+        EXPECT_EQ(loadTableFile(table.get()), 0U) << name;
+        EXPECT_EQ(loadTableFile(table.get()), 1U) << name;
+        EXPECT_EQ(value_of(table.get(), 0x3000), 0U) << name;
+    }
+}
+
+// ---- Caches
+
+TEST(TableCache, IsTrustedAsItIs) {
+    const charset_directory dir;
+    const pairs cached = many_pairs(3);
+    const std::string bytes = as_cache(cached);
+    dir.write("t.txt", widen("8140 3000\r\n8141 3001\r\n", 2, false));
+    for (std::size_t size = 0; size <= bytes.size(); ++size) {
+        dir.write("t.cmp", bytes.substr(0, size));
+        const owned_table table = make_table(2, 0, "t.txt");
+        EXPECT_EQ(loadTableFile(table.get()), size >= 8) << size;
+        loadTableFile(table.get());
+        expect_maps(table.get(),
+                    pairs(cached.begin(), cached.begin() + static_cast<int>(size / 8)));
+        EXPECT_EQ(value_of(table.get(), 0x3000), 0U) << "the text was read";
+        EXPECT_EQ(dir.read("t.cmp"), bytes.substr(0, size));
+    }
+    // One too large to be read is trusted, too: it gives nothing.
+    std::filesystem::resize_file(dir.file("t.cmp"), std::uintmax_t{1} << 32);
+    const owned_table table = make_table(2, 0, "t.txt");
+    EXPECT_EQ(loadTableFile(table.get()), 0U);
+    EXPECT_EQ(std::filesystem::file_size(dir.file("t.cmp")), std::uintmax_t{1} << 32);
+}
+
+TEST(TableCache, AMissingOrUnreadableTextLeavesAnEmptyOne) {
+    const charset_directory dir;
+    const std::string text = widen("8140 3000\r\n8141 3001\r\n", 2, false);
+    dir.write("shift.txt", text);
+    dir.write("huge.txt", text);
+    std::filesystem::resize_file(dir.file("huge.txt"), std::uintmax_t{1} << 32);
+    for (const auto& [base, encoding] :
+         {std::pair("missing", encoding_utf16), std::pair("huge", encoding_utf16),
+          std::pair("shift", encoding_shift_jis)}) {
+        const std::string text_name = base + std::string(".txt"),
+                          cache = base + std::string(".cmp");
+        for (int process = 0; process < 2; ++process) {
+            const owned_table table = make_table(2, 0, text_name);
+            table->textEncoding = encoding;
+            EXPECT_EQ(loadTableFile(table.get()), 0U) << base;
+            ASSERT_TRUE(dir.has(cache));
+            EXPECT_EQ(dir.read(cache), "");
+            dir.write(text_name, text); // too late for the second one
+        }
+    }
+}
+
+TEST(TableCache, OneThatCannotBeWrittenLeavesNothing) {
+    const charset_directory dir;
+    const pairs all = many_pairs(11000);
+    dir.write("t.txt", widen(as_text(all), 2, false));
+    const auto expect_table = [&] {
+        const owned_table table = make_table(4, 1, "t.txt");
+        EXPECT_EQ(loadTableFile(table.get()), 1U);
+        expect_maps(table.get(), all);
+    };
+    // A file size limit stands for a full disk, at every point of buffered writing.
+    for (const rlim_t most : {0U, 1U, 4096U, 50000U, 87999U}) {
+        test::in_child([&] {
+            std::signal(SIGXFSZ, SIG_IGN);
+            const rlimit limit{most, most};
+            ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+            expect_table();
+            EXPECT_EQ(names_in(dir), std::vector<std::string>{"t.txt"}) << most;
+        });
+    }
+    // Something in its place.
+    std::filesystem::create_directories(dir.file("t.cmp/d"));
+    expect_table();
+    EXPECT_EQ(names_in(dir), (std::vector<std::string>{"t.cmp", "t.txt"}));
+    std::filesystem::remove_all(dir.file("t.cmp"));
+    // A directory that cannot be written to; root can.
+    std::filesystem::permissions(dir.path(), std::filesystem::perms{0500});
+    expect_table();
+    std::filesystem::permissions(dir.path(), std::filesystem::perms{0700});
+}
+
+// Readers see no cache or a whole one, however many write it at once.
+TEST(TableCache, IsNeverSeenHalfWritten) {
+    const charset_directory dir;
+    const pairs all = many_pairs(5000);
+    dir.write("t.txt", widen(as_text(all), 2, false));
+    const std::string whole = as_cache(all);
+    std::vector<std::thread> writers;
+    std::atomic<int> running{3};
+    for (int i = 0; i < 3; ++i) {
+        writers.emplace_back([&] {
+            for (int round = 0; round < 10; ++round) {
+                const owned_table table = make_table(4, 1, "t.txt");
+                loadTablFile(table.get()); // without the lock, as other processes would
+                removeFile(dir.file("t.cmp").c_str());
+            }
+            --running;
+        });
+    }
+    while (running > 0) {
+        std::ifstream cache(dir.file("t.cmp"), std::ios::binary);
+        if (cache) {
+            const std::string seen{std::istreambuf_iterator<char>(cache), {}};
+            EXPECT_TRUE(seen == whole) << seen.size();
+        }
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    EXPECT_EQ(names_in(dir), std::vector<std::string>{"t.txt"});
+}
+
+TEST(TableLoading, ThreadsLoadEachTableOnce) {
+    const charset_directory dir;
+    std::vector<owned_table> tables;
+    const pairs all = many_pairs(300);
+    for (int i = 0; i < 8; ++i) {
+        const std::string name = "t" + std::to_string(i) + ".txt";
+        dir.write(name, widen(as_text(all), 2, false));
+        tables.push_back(make_table(4, 1, name));
+    }
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (const owned_table& table : tables) {
+                EXPECT_EQ(loadTableFile(table.get()), 1U);
+                expect_maps(table.get(), all);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (const owned_table& table : tables) {
+        EXPECT_EQ(table->loadTries, 0);
+    }
+}
+
+TEST(TableLookup, TheFirstTableThatMapsTheCodeWins) {
+    const charset_directory dir;
+    dir.write("a.txt", widen("21 3000\r\n0 3001\r\n22 3005\r\n", 2, false));
+    dir.write("b.txt", widen("23 3000\r\n8124 3001\r\n26 3009\r\n", 2, false));
+    const owned_table missing = make_table(1, 0, "missing.txt"), nameless = make_table(1, 0),
+                      a = make_table(1, 0, "a.txt"), b = make_table(2, 0, "b.txt");
+    void* items[] = {missing.get(), nameless.get(), a.get(), b.get()};
+    object_array tables{4, items};
+    struct {
+        u32 code, found, value;
+        u16 bytes;
+    } const cases[] = {
+        {0x3000, 1, 0x21, 1}, {0x3001, 1, 0x8124, 2}, {0x3005, 1, 0x22, 1}, {0x3009, 1, 0x26, 2},
+        {0x3003, 0, 7, 7},    {0x2FFF, 0, 7, 7},      {0x300A, 0, 7, 7},    {0, 0, 7, 7},
+    };
+    for (int round = 0; round < 2; ++round) {
+        for (const auto& c : cases) {
+            u32 value = 7;
+            u16 bytes = 7;
+            EXPECT_EQ(dstDsTableArray(&tables, c.code, &value, &bytes), c.found) << c.code;
+            EXPECT_EQ(value, c.value) << c.code;
+            EXPECT_EQ(bytes, c.bytes) << c.code;
+        }
+    }
+    u32 value = 7;
+    u16 bytes = 7;
+    EXPECT_EQ(dstDsTableArray(nullptr, 0x3000, &value, &bytes), 0U);
+    EXPECT_EQ(a->loaded & b->loaded & missing->loaded, 1U);
+    EXPECT_EQ(nameless->loaded, 0U);
+}
+
+} // namespace
