@@ -27,7 +27,6 @@ mode_t wanted_mode(const struct stat* replaced) {
 }
 
 // ---- The temporary goes when a signal ends the tool
-// ----------------------------------------------
 
 constexpr std::array ending_signals = {SIGHUP, SIGINT, SIGTERM};
 std::array<char, 4096> signal_removes{}; // the path; written with the signals blocked
@@ -38,14 +37,27 @@ void remove_and_end(int signal) {
     ::raise(signal);
 }
 
-// Empty: nothing is to be removed any more.
-void remove_on_signal(const std::string& path) {
-    sigset_t blocked, before;
-    ::sigemptyset(&blocked);
-    for (const int signal : ending_signals) {
-        ::sigaddset(&blocked, signal);
+// Holds the ending signals back: no temporary may exist that its handler does not know.
+class signals_held {
+public:
+    signals_held() {
+        sigset_t blocked;
+        ::sigemptyset(&blocked);
+        for (const int signal : ending_signals) {
+            ::sigaddset(&blocked, signal);
+        }
+        ::pthread_sigmask(SIG_BLOCK, &blocked, &before_);
     }
-    ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    ~signals_held() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    signals_held(const signals_held&) = delete;
+    signals_held& operator=(const signals_held&) = delete;
+
+private:
+    sigset_t before_{};
+};
+
+// Empty: nothing is to be removed any more. Called while signals are held.
+void remove_on_signal(const std::string& path) {
     const std::size_t length = path.size() < signal_removes.size() ? path.size() : 0;
     std::memcpy(signal_removes.data(), path.data(), length);
     signal_removes[length] = '\0';
@@ -57,7 +69,6 @@ void remove_on_signal(const std::string& path) {
             ::sigaction(signal, &current, nullptr);
         }
     }
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 // The file itself, where the path is a link to it: the link is to stay.
@@ -74,6 +85,7 @@ output_file::~output_file() {
         ::close(descriptor_);
     }
     if (!temporary_.empty()) {
+        const signals_held held;
         ::unlink(temporary_.c_str());
         remove_on_signal({});
     }
@@ -99,6 +111,7 @@ bool output_file::open(const std::string& path) {
         return descriptor_ >= 0 || fail("cannot open");
     }
     replaced_ = exists ? behind_links(path) : path;
+    const signals_held held;
     std::string pattern = replaced_ + ".XXXXXX";
     descriptor_ = ::mkostemp(pattern.data(), O_CLOEXEC);
     if (descriptor_ < 0) {
@@ -133,6 +146,7 @@ bool output_file::commit() {
     if (temporary_.empty()) {
         return true;
     }
+    const signals_held held;
     if (std::rename(temporary_.c_str(), replaced_.c_str()) != 0) {
         return fail("cannot create");
     }
