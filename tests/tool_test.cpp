@@ -1,6 +1,7 @@
 // The tool pvzan as its users meet it: arguments, output, messages, exit statuses, files.
 #include "tests/support/oracle.h"
 #include "tests/support/temp_dir.h"
+#include "tests/tool_test_process.h"
 
 #include <gtest/gtest.h>
 
@@ -13,6 +14,7 @@
 #include <fstream>
 #include <iterator>
 #include <poll.h>
+#include <sstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -22,142 +24,13 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
-using arguments = std::vector<std::string>;
+using test::arguments;
+using test::process;
+using test::run;
+using test::settings;
+using outcome = test::tool_outcome;
 
 const fs::path samples = fs::path(PVZAN_SOURCE_DIR) / "samples";
-
-// ---- Running the tool --------------------------------------------------------------------------
-
-struct settings {
-    std::string directory = "/";   // to run in
-    arguments environment = {};    // added to the test's own
-    std::string tool = PVZAN_TOOL; //
-    int output = -1;               // a descriptor, in place of a pipe
-    bool without_output = false;   // standard output is closed
-    rlim_t memory = RLIM_INFINITY; // bytes of data that the tool may hold
-};
-
-class process {
-public:
-    process(const arguments& args, const settings& set) {
-        std::array<int, 2> in{}, out{}, messages{};
-        EXPECT_EQ(::pipe(in.data()), 0);
-        EXPECT_EQ(::pipe(out.data()), 0);
-        EXPECT_EQ(::pipe(messages.data()), 0);
-        id_ = ::fork();
-        if (id_ == 0) {
-            ::dup2(in[0], STDIN_FILENO);
-            ::dup2(set.output >= 0 ? set.output : out[1], STDOUT_FILENO);
-            ::dup2(messages[1], STDERR_FILENO);
-            for (const int descriptor : {in[0], in[1], out[0], out[1], messages[0], messages[1]}) {
-                ::close(descriptor);
-            }
-            if (set.without_output) {
-                ::close(STDOUT_FILENO);
-            }
-            const rlimit data = {set.memory, set.memory};
-            ::setrlimit(RLIMIT_DATA, &data);
-            execute(args, set);
-        }
-        ::close(in[0]);
-        ::close(out[1]);
-        ::close(messages[1]);
-        input_ = in[1];
-        output_ = out[0];
-        messages_ = messages[0];
-    }
-    ~process() {
-        for (const int descriptor : {input_, output_, messages_}) {
-            if (descriptor >= 0) {
-                ::close(descriptor);
-            }
-        }
-    }
-    process(const process&) = delete;
-    process& operator=(const process&) = delete;
-
-    [[nodiscard]] pid_t id() const { return id_; }
-    [[nodiscard]] int input() const { return input_; }
-    [[nodiscard]] int output() const { return output_; }
-
-    // Writes the input and reads the rest of both outputs as they come.
-    void talk(std::string_view input, std::string& output, std::string& messages) {
-        if (input.empty()) {
-            close_input();
-        }
-        bool output_open = true, messages_open = true;
-        while (output_open || messages_open || input_ >= 0) {
-            std::array<pollfd, 3> ready = {{{input_, POLLOUT, 0},
-                                            {output_open ? output_ : -1, POLLIN, 0},
-                                            {messages_open ? messages_ : -1, POLLIN, 0}}};
-            ASSERT_GE(::poll(ready.data(), ready.size(), -1), 0);
-            if (ready[0].revents != 0) {
-                const ssize_t n = ::write(input_, input.data(), std::min(input.size(), pipe_bytes));
-                input.remove_prefix(n > 0 ? static_cast<std::size_t>(n) : input.size());
-                if (input.empty()) {
-                    close_input();
-                }
-            }
-            output_open = output_open && (ready[1].revents == 0 || read(output_, output));
-            messages_open = messages_open && (ready[2].revents == 0 || read(messages_, messages));
-        }
-    }
-
-    int wait() const {
-        int status = 0;
-        EXPECT_EQ(::waitpid(id_, &status, 0), id_);
-        return status;
-    }
-
-    static bool read(int descriptor, std::string& text) {
-        std::array<char, 65536> buffer{};
-        const ssize_t n = ::read(descriptor, buffer.data(), buffer.size());
-        text.append(buffer.data(), n > 0 ? static_cast<std::size_t>(n) : 0);
-        return n > 0;
-    }
-
-private:
-    static constexpr std::size_t pipe_bytes = 4096; // written at once without waiting
-
-    [[noreturn]] static void execute(const arguments& args, const settings& set) {
-        ::unsetenv("PVZAN_CHARSET_DIR");
-        for (const std::string& variable : set.environment) {
-            ::putenv(const_cast<char*>(variable.c_str()));
-        }
-        std::vector<char*> list = {const_cast<char*>(set.tool.c_str())};
-        for (const std::string& argument : args) {
-            list.push_back(const_cast<char*>(argument.c_str()));
-        }
-        list.push_back(nullptr);
-        if (::chdir(set.directory.c_str()) == 0) {
-            ::execv(list[0], list.data());
-        }
-        ::_exit(127);
-    }
-
-    void close_input() {
-        ::close(input_);
-        input_ = -1;
-    }
-
-    pid_t id_ = 0;
-    int input_ = -1, output_ = -1, messages_ = -1;
-};
-
-struct outcome {
-    int status = -1; // of the exit; -1: ended by a signal
-    std::string output, messages;
-};
-
-outcome run(const arguments& args, std::string_view input = {}, const settings& set = {}) {
-    ::signal(SIGPIPE, SIG_IGN); // a tool that refuses its arguments reads nothing
-    process tool(args, set);
-    outcome o;
-    tool.talk(input, o.output, o.messages);
-    const int status = tool.wait();
-    o.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return o;
-}
 
 std::string content(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
@@ -456,6 +329,51 @@ TEST(Tool, FindsTheCharsetDirectoryBesideTheLibrary) {
     fs::create_directory_symlink(PVZAN_BASE2_DIR, library / "pvzan" / "base2");
     const outcome found = run({"-f", "sjis"}, "a", moved);
     EXPECT_EQ(found.output, "a") << found.messages;
+}
+
+// ---- The other verbs ---------------------------------------------------------------------------
+
+TEST(Tool, ListsTheCharsetsThatItConverts) {
+    const test::temp_dir dir;
+    make_charset_directory(dir.path() + "mine");
+    dir.write("mine/zz.xml", "no definition");
+    dir.write("mine/zzz.xml", content(dir.path() + "mine/utf-8.xml")); // the first one has settled
+    const outcome o = run({"list", "--charset-dir", dir.path() + "mine"});
+    EXPECT_EQ(o.status, 0) << o.messages;
+    std::istringstream lines(o.output);
+    std::size_t count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        const std::string name = line.substr(0, line.find(' '));
+        EXPECT_EQ(run({"-f", name, "-t", name, "--charset-dir", dir.path() + "mine"}).status, 0)
+            << name;
+    }
+    std::size_t shipped = 0;
+    for (const auto& file : fs::directory_iterator(PVZAN_BASE2_DIR)) {
+        shipped += file.path().extension() == ".xml" ? 1U : 0U;
+    }
+    EXPECT_EQ(count, shipped + 1);
+    EXPECT_NE(
+        o.output.find("windows31j        1002        destWINDOWS31J        constWINDOWS31J     "
+                      "   JIS_X0201Latin (2002), JIS_X0201Kana (2003), JIS_X0208-1990 (2006), "
+                      "IBM_ExtSet (2009), NEC_ExtSet (2008), Windows31J-Usr (3001)\n"),
+        std::string::npos)
+        << o.output;
+}
+
+TEST(Tool, DetectsWhatTheSamplesAre) {
+    const settings here = {.directory = samples};
+    EXPECT_EQ(run({"detect", "report.euc-jp.txt", "report.shift_jis.txt", "report.utf-16.txt",
+                   "report.utf-8.txt"},
+                  "", here)
+                  .output,
+              "report.euc-jp.txt: EUC-JP, LF\n"
+              "report.shift_jis.txt: WINDOWS31J, LF\n"
+              "report.utf-16.txt: UTF-16, little-endian, LF, byte-order mark\n"
+              "report.utf-8.txt: UTF-8, LF\n");
+    const outcome missing = run({"detect", "nosuch", "report.utf-8.txt"}, "", here);
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_EQ(missing.output, "report.utf-8.txt: UTF-8, LF\n");
+    EXPECT_EQ(run({"detect"}, std::string(50, '\xFE'), here).status, 1);
 }
 
 } // namespace

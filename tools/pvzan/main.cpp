@@ -3,6 +3,7 @@
 #include "tools/pvzan/convert_file.h"
 #include "tools/pvzan/detect_file.h"
 #include "tools/pvzan/exit_status.h"
+#include "tools/pvzan/list_charsets.h"
 #include "tools/pvzan/message.h"
 
 #include "pvzan.h"
@@ -45,6 +46,13 @@ void add_detect(CLI::App& app, tool::detect_options& options) {
         ->type_name("FILE");
 }
 
+void add_list(CLI::App& app, tool::list_options& options) {
+    CLI::App* verb = app.add_subcommand(
+        "list", "List the charsets: name, number, decoder, encoder, coded sets by preference");
+    verb->add_option("--charset-dir", options.charset_dir, "Where the charset definitions lie")
+        ->type_name("DIR");
+}
+
 std::string version() {
     const tool::charset_directory directory = tool::settle_charset_directory({});
     return fmt::format(
@@ -58,7 +66,7 @@ std::string version() {
 // "./convert".
 std::vector<std::string> with_verb(int argc, char** argv) {
     std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
-    constexpr std::array known = {"convert", "detect", "-h", "--help", "--version"};
+    constexpr std::array known = {"convert", "detect", "list", "-h", "--help", "--version"};
     if (!arguments.empty() && std::ranges::find(known, arguments.front()) == known.end()) {
         arguments.insert(arguments.begin(), "convert");
     }
@@ -72,13 +80,18 @@ int run(int argc, char** argv) {
     tool::convert_options convert;
     tool::detect_options detect;
     add_convert(app, convert);
+    tool::list_options list;
     add_detect(app, detect);
+    add_list(app, list);
     try {
         std::vector<std::string> arguments = with_verb(argc, argv);
         std::ranges::reverse(arguments); // as CLI11 takes them
         app.parse(std::move(arguments));
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? tool::exit_converted : tool::exit_no_work;
+    }
+    if (app.got_subcommand("list")) {
+        return tool::list_charsets(list);
     }
     return app.got_subcommand("detect") ? tool::detect_files(detect) : tool::convert_files(convert);
 }
