@@ -39,7 +39,8 @@ install_packages() {
             --no-install-recommends -o Dpkg::Use-Pty=0 "${missing[@]}" </dev/null >&2
 }
 
-# build_preset NAME DIRECTORY: configure where that was not done yet, then build.
+# build_preset NAME DIRECTORY [TARGET...]: configure where that was not done yet, then build the
+# targets, all without one.
 build_preset() {
     install_packages "${build_packages[@]}" || return
     cd "$root" || return
@@ -47,6 +48,8 @@ build_preset() {
         say "configuring $2/"
         cmake --preset "$1" >&2 || return
     fi
-    cmake --build "$2" --parallel "$(nproc)" -- --quiet 2>&1 | sed '/^ninja: no work to do/d' >&2
+    local directory=$2
+    shift 2
+    cmake --build "$directory" --parallel "$(nproc)" ${*:+--target "$@"} -- --quiet 2>&1 | sed '/^ninja: no work to do/d' >&2
     return "${PIPESTATUS[0]}"
 }

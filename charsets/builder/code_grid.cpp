@@ -21,9 +21,9 @@ bool parse_range(std::string_view text, u32& low, u32& high) {
 
 } // namespace
 
-std::optional<code_grid> code_grid::parse(std::string_view spec) {
+std::optional<code_grid> code_grid::parse(std::string_view pattern) {
     code_grid grid;
-    std::istringstream words{std::string(spec)};
+    std::istringstream words{std::string(pattern)};
     for (std::string word; words >> word;) {
         column bytes;
         std::istringstream ranges(word);

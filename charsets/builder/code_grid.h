@@ -12,7 +12,7 @@ namespace charsets {
 class code_grid {
 public:
     // From "81-FE 40-7E,80-FE": one column a byte, inclusive ranges. Nothing when it is not one.
-    static std::optional<code_grid> parse(std::string_view spec);
+    static std::optional<code_grid> parse(std::string_view pattern);
 
     bool empty() const { return columns_.empty(); }
     int digits() const { return static_cast<int>(2 * columns_.size()); }

@@ -7,14 +7,14 @@ import unicodedata
 class Grid:
     """The codes whose bytes each lie in a given set, in ascending order: Grid("81-FE 40-7E,80-FE")."""
 
-    def __init__(self, spec):
-        self.spec = spec
-        self._columns = [self._column(column) for column in spec.split()]
+    def __init__(self, pattern):
+        self.pattern = pattern
+        self._columns = [self._column(column) for column in pattern.split()]
 
     @staticmethod
-    def _column(spec):
+    def _column(pattern):
         values = []
-        for part in spec.split(","):
+        for part in pattern.split(","):
             low, _, high = part.partition("-")
             values += range(int(low, 16), int(high or low, 16) + 1)
         return values
@@ -97,7 +97,7 @@ class Table:
     def text(self):
         header = [f"# {self.title}", "#"]
         header += [f"# {line}" if line else "#" for line in self.origin.strip().split("\n")]
-        header += ["", f"%bytes {self.grid.spec}"]
+        header += ["", f"%bytes {self.grid.pattern}"]
         if self.extra:
             header += ["%extra"]
         header += [f"%pairs {len(self.pairs) + len(self.decode_only)}"]
