@@ -20,8 +20,7 @@ constexpr i64 least_output = 96;
 
 std::atomic<bulk_memory*> memories;
 
-// ---- Which pairs
-// ---------------------------------------------------------------------------------
+// ---- Which pairs -------------------------------------------------------------------------------
 
 // With these rules a character's length follows from its lead byte, and its meaning from its bytes.
 bool reads_by_lead_byte(rule_function decoder) {
@@ -112,8 +111,7 @@ bulk_key key_of(const session* s) {
             table_generation()};
 }
 
-// ---- Making a memory
-// -----------------------------------------------------------------------------
+// ---- Making a memory ---------------------------------------------------------------------------
 
 struct probe_result {
     std::array<u8, 16> bytes{};

@@ -24,8 +24,7 @@ constexpr bool is_line_break(u32 c) {
     return c == '\r' || c == '\n';
 }
 
-// ---- Runs of ASCII
-// -------------------------------------------------------------------------------
+// ---- Runs of ASCII -----------------------------------------------------------------------------
 
 #if defined(__SSE2__)
 
@@ -151,8 +150,7 @@ std::size_t narrow_ascii(const ascii_vector&, const u8*, const u8*, u8*&, const 
 
 #endif
 
-// ---- Readers
-// -------------------------------------------------------------------------------------
+// ---- Readers -----------------------------------------------------------------------------------
 
 // Each reader tells the length of the character at p by its lead byte, 0 for "ask the rules", and
 // its entry.

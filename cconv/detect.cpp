@@ -13,8 +13,7 @@ using std::operator""sv;
 
 constexpr std::size_t examined_bytes = 2048;
 
-// ---- Byte-order marks
-// ----------------------------------------------------------------------------
+// ---- Byte-order marks --------------------------------------------------------------------------
 
 struct byte_order_mark {
     std::string_view bytes;
@@ -44,8 +43,7 @@ i32 read_mark(pvzan_detection_request* request, bytes_view text) {
     return 0;
 }
 
-// ---- The decision
-// --------------------------------------------------------------------------------
+// ---- The decision ------------------------------------------------------------------------------
 
 struct scores {
     u32 iso2022_jp, euc_jp_fix, euc_jp;

@@ -50,16 +50,14 @@ ordered_score score_ucs4(bytes_view text);
 u32 score_euc_jp(bytes_view text);
 shift_jis_score score_shift_jis(bytes_view text);
 
-// ---- detect_declaration.cpp
-// -----------------------------------------------------------------------
+// ---- detect_declaration.cpp --------------------------------------------------------------------
 
 // Looks for an XML declaration in text[pos, end), where text begins at index first and a byte-order
 // mark, if there was one, stands before pos. Fills in the request's xmlDeclared, bigEndian and
 // encodingName; false when there is none.
 bool read_declaration(pvzan_detection_request* request, i32 pos);
 
-// ---- detect_newline.cpp
-// ---------------------------------------------------------------------------
+// ---- detect_newline.cpp ------------------------------------------------------------------------
 
 // The PVZAN_NEWLINE_... that prevails in text, which is in the request's encoding; 0 for none.
 u32 find_newline_kind(const pvzan_detection_request* request, bytes_view text);

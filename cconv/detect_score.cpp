@@ -72,8 +72,7 @@ u32 pair_at(bytes_view text, std::size_t at) {
     return u32{text[at]} << 8 | text[at + 1];
 }
 
-// ---- ISO-2022-JP
-// ---------------------------------------------------------------------------------
+// ---- ISO-2022-JP -------------------------------------------------------------------------------
 
 enum class iso2022_set { one_byte, katakana, two_byte, invalid };
 
@@ -144,8 +143,7 @@ u32 score_iso2022_jp(bytes_view text) {
     return units.score();
 }
 
-// ---- UTF-8
-// ---------------------------------------------------------------------------------------
+// ---- UTF-8 -------------------------------------------------------------------------------------
 
 namespace {
 
@@ -209,8 +207,7 @@ utf8_score score_utf8(bytes_view text) {
     return result;
 }
 
-// ---- EUC-JP, and its fixed form
-// ------------------------------------------------------------------
+// ---- EUC-JP, and its fixed form ----------------------------------------------------------------
 
 u32 score_euc_jp_fix(bytes_view text) {
     tally units;
@@ -268,8 +265,7 @@ u32 score_euc_jp(bytes_view text) {
     return units.score();
 }
 
-// ---- UTF-16 and UCS-4
-// ----------------------------------------------------------------------------
+// ---- UTF-16 and UCS-4 --------------------------------------------------------------------------
 
 namespace {
 
@@ -310,8 +306,7 @@ ordered_score score_ucs4(bytes_view text) {
     return {score_ucs4_in(text, true), score_ucs4_in(text, false)};
 }
 
-// ---- Shift_JIS, with the repertoire of Windows-31J
-// -----------------------------------------------
+// ---- Shift_JIS, with the repertoire of Windows-31J ---------------------------------------------
 
 shift_jis_score score_shift_jis(bytes_view text) {
     tally units;
