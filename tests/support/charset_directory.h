@@ -12,9 +12,9 @@ namespace test {
 class charset_directory : public temp_dir {
 public:
     charset_directory() {
-        m_charsetpath[0] = '\0'; // whatever a test before this one settled
+        EXPECT_EQ(initProcess(), 1U); // the lock, too
+        m_charsetpath[0] = '\0';      // whatever a test before this one settled
         EXPECT_EQ(ZAN_setCharsetPath(path().c_str()), 1U);
-        EXPECT_EQ(initProcess(), 1U);
     }
     ~charset_directory() { termProcess(); }
     charset_directory(const charset_directory&) = delete;
