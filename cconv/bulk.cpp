@@ -313,6 +313,26 @@ bulk_memory* make_memory(const session* s, const bulk_key& key, bulk_reader read
     return memory;
 }
 
+// Most characters that the rules get are known: looking is cheaper than learning them again.
+bool already_known(const bulk_memory& memory, std::span<const u8> input) {
+    const u8* p = input.data();
+    const std::size_t length = input.size();
+    switch (memory.reader) {
+    case bulk_reader::lead_bytes:
+        return length == 1 ? memory.single_entry(p[0]).known()
+                           : length == 2 && memory.wide_entry(u32{p[0]} << 8 | p[1]).known();
+    case bulk_reader::utf8:
+        return length == 1 ? memory.wide_entry(p[0]).known()
+                           : length == 3 && memory.wide_entry(bulk_utf8_scalar(p)).known();
+    case bulk_reader::unit_big:
+        return length == 2 && memory.wide_entry(u32{p[0]} << 8 | p[1]).known();
+    case bulk_reader::unit_little:
+        return length == 2 && memory.wide_entry(u32{p[1]} << 8 | p[0]).known();
+    case bulk_reader::iso2022: break;
+    }
+    return false;
+}
+
 } // namespace
 
 void bulk_release() {
@@ -343,14 +363,7 @@ bulk_guide::bulk_guide(const session* s) {
     }
 }
 
-void bulk_guide::run(session* s) {
-    if (memory_ == nullptr) {
-        return;
-    }
-    if (wait_ > 0) {
-        --wait_;
-        return;
-    }
+void bulk_guide::try_stretch(session* s) {
     // A line feed behind this would belong to it.
     if (memory_->key.newline != 0 && s->srcCode == '\r') {
         return;
@@ -381,15 +394,11 @@ void bulk_guide::run(session* s) {
     wait_ = characters >= worth_it ? 2 : penalty_;
 }
 
-void bulk_guide::note(const session* s) {
-    noted_ = s->status == PVZAN_WRITTEN;
-    in_pos_ = s->inPos;
-    out_pos_ = s->outPos;
-    in_count_ = s->inCount;
-    out_count_ = s->outCount;
-}
-
 void bulk_guide::remember(const session* s) {
+    if (already_known(*memory_,
+                      {s->inBuf + in_pos_, static_cast<std::size_t>(s->inPos - in_pos_)})) {
+        return;
+    }
     const i32 in = s->inPos - in_pos_, out = s->outPos - out_pos_;
     const bool alone = s->status == PVZAN_WRITTEN && s->inCount - in_count_ == 1 &&
                        s->outCount - out_count_ == 1 && s->outCode2 == 0 && in >= 1 && out >= 1;

@@ -19,23 +19,36 @@ public:
     explicit bulk_guide(const session* s);
 
     // Runs over known characters when it is worth trying. To be called between two characters.
-    void run(session* s);
+    void run(session* s) {
+        if (memory_ != nullptr && !waits()) {
+            try_stretch(s);
+        }
+    }
 
     // Around the rules' own work on a character: notes where it began, and remembers what became of
     // it.
     void begin(const session* s) {
-        if (memory_ != nullptr) {
-            note(s);
-        }
+        noted_ = memory_ != nullptr && s->status == PVZAN_WRITTEN;
+        in_pos_ = s->inPos;
+        out_pos_ = s->outPos;
+        in_count_ = s->inCount;
+        out_count_ = s->outCount;
     }
     void learn(const session* s) {
-        if (memory_ != nullptr && noted_) {
+        if (noted_) {
             remember(s);
         }
     }
 
 private:
-    void note(const session* s);
+    bool waits() {
+        if (wait_ == 0) {
+            return false;
+        }
+        --wait_;
+        return true;
+    }
+    void try_stretch(session* s);
     void remember(const session* s);
 
     bulk_memory* memory_ = nullptr;

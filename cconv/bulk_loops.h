@@ -188,7 +188,7 @@ struct utf8_reader {
     }
     [[nodiscard]] bulk_entry entry(const u8* p, u32 length) const {
         if (length == 3) {
-            return memory.wide_entry((p[0] & 0x0FU) << 12 | (p[1] & 0x3FU) << 6 | (p[2] & 0x3FU));
+            return memory.wide_entry(bulk_utf8_scalar(p));
         }
         return memory.wide_entry(length == 2 ? (p[0] & 0x1FU) << 6 | (p[1] & 0x3FU) : p[0]);
     }

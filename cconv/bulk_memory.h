@@ -95,6 +95,11 @@ struct bulk_memory {
     }
 };
 
+// The scalar of a three-byte sequence in UTF-8.
+constexpr u32 bulk_utf8_scalar(const u8* p) {
+    return (p[0] & 0x0FU) << 12 | (p[1] & 0x3FU) << 6 | (p[2] & 0x3FU);
+}
+
 // A stretch of input and output for the loops, and how far they came.
 struct bulk_stretch {
     const u8 *in, *in_end;
