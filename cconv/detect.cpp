@@ -140,6 +140,9 @@ extern "C" {
 u32 cconvChkEncode(pvzan_detection_request* request) {
     constexpr u32 order_matters = 4098, order_does_not = 1;
     cconvLoadRule();
+    if (request == nullptr) {
+        return 0;
+    }
     request->encodingName[0] = '\0';
     request->xmlDeclared = 0;
     request->bomFound = 0;

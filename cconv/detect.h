@@ -6,9 +6,9 @@
 extern "C" {
 // 1 when the 16-bit value is a character that text is likely to hold.
 PVZAN_API u32 isUNICODE_BMP(u32 high, u32 low);
-// The offset, rounded down to whole units, of the keyword "encoding" on the first line of buffer[0,
-// end), in units of width bytes; 0 when there is none. A keyword at offset 0 cannot be told from
-// none, deliberately: a declaration opens with other characters.
+// The offset, rounded down to whole units, of the keyword "encoding" on the first line of
+// buffer[0, end), in units of width bytes; 0 when there is none. A keyword at offset 0 cannot be
+// told from none, deliberately: a declaration opens with other characters.
 PVZAN_API i32 findEncoding(const u8* buffer, i32 end, i32 width);
 }
 
@@ -52,9 +52,8 @@ shift_jis_score score_shift_jis(bytes_view text);
 
 // ---- detect_declaration.cpp --------------------------------------------------------------------
 
-// Looks for an XML declaration in text[pos, end), where text begins at index first and a byte-order
-// mark, if there was one, stands before pos. Fills in the request's xmlDeclared, bigEndian and
-// encodingName; false when there is none.
+// Looks for an XML declaration at pos, behind the byte-order mark if there was one. Fills in the
+// request's xmlDeclared, bigEndian and encodingName; false when there is none.
 bool read_declaration(pvzan_detection_request* request, i32 pos);
 
 // ---- detect_newline.cpp ------------------------------------------------------------------------

@@ -96,28 +96,34 @@ bool copy_declared_name(bytes_view text, std::size_t from, std::size_t width, bo
     return true;
 }
 
-} // namespace
-
-extern "C" i32 findEncoding(const u8* buffer, i32 end, i32 width) {
-    const std::size_t unit = unit_bytes(width);
-    const auto length = static_cast<i32>(pattern_bytes("encoding"sv, unit));
-    if (end - i64{length} < 1) {
-        return 0;
-    }
-    const bytes_view text(buffer, static_cast<std::size_t>(end));
-    for (std::size_t at = 0; at + static_cast<std::size_t>(length) < text.size(); ++at) {
-        if (text[at] == '\r' || text[at] == '\n') {
+// Where the keyword stands on the line that begins at from, 0 when there is none. Units are counted
+// from the buffer's start. The keyword must have something behind it.
+std::size_t find_keyword(bytes_view buffer, std::size_t from, std::size_t width) {
+    const std::size_t length = pattern_bytes("encoding"sv, width);
+    for (std::size_t at = from; at + length < buffer.size(); ++at) {
+        if (buffer[at] == '\r' || buffer[at] == '\n') {
             return 0;
         }
-        if (pattern_at(text, at, "ENCODING"sv, unit) || pattern_at(text, at, "encoding"sv, unit)) {
-            return static_cast<i32>(at / unit * unit);
+        if (pattern_at(buffer, at, "ENCODING"sv, width) ||
+            pattern_at(buffer, at, "encoding"sv, width)) {
+            return at / width * width;
         }
     }
     return 0;
 }
 
+} // namespace
+
+extern "C" i32 findEncoding(const u8* buffer, i32 end, i32 width) {
+    if (buffer == nullptr || end < 1) {
+        return 0;
+    }
+    return static_cast<i32>(
+        find_keyword({buffer, static_cast<std::size_t>(end)}, 0, unit_bytes(width)));
+}
+
 bool read_declaration(pvzan_detection_request* request, i32 pos) {
-    // Indexes count from the buffer's start, but nothing before the text's first byte is looked at.
+    // Indexes count from the buffer's start, but nothing before the text's first byte is read.
     const auto begin = static_cast<std::size_t>(pos);
     const bytes_view buffer(request->text, static_cast<std::size_t>(request->textEnd));
     const place* found = find_declaration(buffer, begin, request->bomFound != 0);
@@ -128,17 +134,17 @@ bool read_declaration(pvzan_detection_request* request, i32 pos) {
     if (found->width != 1) {
         request->bigEndian = buffer[begin] == 0;
     }
-    const bytes_view text = buffer.subspan(static_cast<std::size_t>(request->textPos));
-    const i32 keyword = findEncoding(text.data(), static_cast<i32>(text.size()), found->width);
-    if (keyword < 1) {
+    const std::size_t width = unit_bytes(found->width);
+    const std::size_t keyword =
+        find_keyword(buffer, static_cast<std::size_t>(request->textPos), width);
+    if (keyword == 0) {
         // Without a keyword the declaration settles the encoding, even against a mark.
         copy_text(request->encodingName, default_name(found->width));
         return true;
     }
-    const bool copied =
-        copy_declared_name(text, static_cast<std::size_t>(keyword), unit_bytes(found->width),
-                           request->bigEndian != 0, request->encodingName);
-    if (!copied && request->encodingName[0] == '\0') {
+    if (!copy_declared_name(buffer, keyword, width, request->bigEndian != 0,
+                            request->encodingName) &&
+        request->encodingName[0] == '\0') {
         copy_text(request->encodingName, default_name(found->width));
     }
     return true;

@@ -2,8 +2,8 @@
 //
 //   ~{   to GB 2312, two seven-bit bytes a character     ~}   back to ASCII
 //   ~~   a "~", and the second one opens the next escape sequence
-//   ~LF  a line that goes on; like ~ before any other byte it leaves one byte of the output as it
-//   was
+//   ~LF  a line that goes on; like "~" before any other byte, it leaves one byte of the output
+//        as it was
 #include "cconv/base.h"
 
 namespace {
@@ -14,6 +14,9 @@ constexpr u32 count_mask = 0xFFFF; // counts are reported modulo 65536
 } // namespace
 
 extern "C" u32 ZAN_HZtoGB2312(u8* out, const u8* in, i32 outSize, u32* outCount) {
+    if (in == nullptr || out == nullptr || outCount == nullptr) {
+        return 0;
+    }
     bool gb = false;
     u32 written = 0;
     const auto put = [&](u8 byte) {

@@ -1,10 +1,9 @@
 // UTF-7 (RFC 2152) to UCS-4.
 //
-//   direct characters   TAB, LF, CR, 20-7D but "\" and "+"
+//   direct characters   01 to 7D but "\" and "+"
 //   +-                  "+"
 //   + letters [-]       UTF-16, most significant byte first, in base 64 without padding; any other
-//   byte ends it,
-//                       and a "-" is used up by that
+//                       byte ends it, and a "-" is used up by that
 #include "cconv/base.h"
 
 #include <array>
@@ -23,9 +22,10 @@ constexpr std::array<u8, 256> base64_values = [] {
     return values;
 }();
 
-// Other control codes are let through: they mean the same in every charset, and mail carries them.
+// All control codes are let through, not only TAB, LF and CR: they mean the same in every charset,
+// and mail carries them.
 constexpr bool is_direct(u8 byte) {
-    return byte < 0x7F && byte != '~' && byte != '\\';
+    return byte < '~' && byte != '\\';
 }
 
 constexpr bool is_high_surrogate(u32 unit) {
@@ -121,7 +121,11 @@ private:
 } // namespace
 
 extern "C" u32 ZAN_UTF_7ToUCS_4(u32* out, const u8* in, i32 outSize, u32* outCount) {
-    decoder text({out, outSize > 0 ? static_cast<std::size_t>(outSize) : 0}, in);
+    if (in == nullptr || outCount == nullptr) {
+        return 0;
+    }
+    const bool has_room = out != nullptr && outSize > 0;
+    decoder text({out, has_room ? static_cast<std::size_t>(outSize) : 0}, in);
     const u32 result = text.run();
     *outCount = text.written();
     return result;

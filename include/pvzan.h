@@ -352,7 +352,8 @@ typedef struct pvzan_detection_request {
  * ISO-10646-UCS-4, UTF-16, UTF-8, EUC-JP-FIX, EUC-JP, WINDOWS31J, ISO-8859-1, ISO-646IRV and
  * ISO-2022-JP; a declaration's name is given as it stands there, unchecked. Reads nothing outside
  * [textPos, textEnd) and allocates nothing, but for the definitions that the first call of the
- * process loads. A request is used by one thread at a time. */
+ * process loads. An empty or impossible extent, and a null text, answer "unknown". A request is
+ * used by one thread at a time. */
 PVZAN_API uint32_t cconvChkEncode(pvzan_detection_request* request);
 
 /* 1 for the names of encodings whose byte order matters: exactly "UTF-16", "ISO-10646-UCS-2" and
@@ -361,7 +362,8 @@ PVZAN_API uint32_t cconvIsEndianAware(const char* name);
 
 /* ---- Stand-alone converters ----------------------------------------------------------------- */
 
-/* Converters that need no session, no charset directory and no my_init. */
+/* Converters that need no session, no charset directory and no my_init. Pure functions; with a null
+ * pointer they convert nothing. */
 
 /* HZ (RFC 1843) to GB 2312 in its EUC form. in is NUL-terminated; out must be as large as in, and
  * outSize is only looked at where in has a "~". Returns 0 when all was converted, with the number
@@ -375,9 +377,10 @@ PVZAN_API uint32_t ZAN_HZtoGB2312(uint8_t* out, const uint8_t* in, int32_t outSi
 /* UTF-7 (RFC 2152) to UCS-4 in native byte order, surrogate pairs joined. in is NUL-terminated,
  * outSize counts characters. *outCount receives the number of characters written. Returns 0 when
  * all was converted; else the number of input bytes converted before the malformed sequence, or
- * before the output was full, plus 1. Malformed
- * are bytes above 7E, "~" and "\", a "+" without a base-64 letter or "-" behind it, a run that
- * ends inside a character or in nonzero padding, and lone surrogates. */
+ * before the output was full, plus 1; that may lie inside a base-64 run, so call again with a
+ * larger buffer from the start. Malformed are bytes above 7D, "\", a "+" without a base-64 letter
+ * or "-" behind it, a run that ends inside a character or in nonzero padding, and lone surrogates.
+ * Control codes are let through. */
 PVZAN_API uint32_t ZAN_UTF_7ToUCS_4(uint32_t* out, const uint8_t* in, int32_t outSize,
                                     uint32_t* outCount);
 
