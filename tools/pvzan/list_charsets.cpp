@@ -1,9 +1,10 @@
 #include "tools/pvzan/list_charsets.h"
 
 #include "tools/pvzan/charset_directory.h"
+#include "tools/pvzan/check_directory.h"
+#include "tools/pvzan/definition_text.h"
 #include "tools/pvzan/exit_status.h"
 #include "tools/pvzan/message.h"
-#include "tools/pvzan/unicode_text.h"
 
 #include "pvzan.h"
 
@@ -12,8 +13,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -27,63 +26,18 @@ namespace fs = std::filesystem;
 
 // ---- Definition files --------------------------------------------------------------------------
 
-std::string fold(std::string_view text) {
-    std::string folded(text);
-    std::ranges::transform(folded, folded.begin(), [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    });
-    return folded;
-}
-
-// The text of a definition without its comments; everything of interest in it is ASCII. Empty where
-// it cannot be read. Files bear lower-case names, however they are referred to.
-std::string read_definition(const fs::path& directory, std::string_view name) {
-    std::ifstream file(directory / fold(fs::path(name).filename().string()), std::ios::binary);
-    const std::string bytes(std::istreambuf_iterator<char>(file), {});
-    charset_name utf16;
-    utf16.form = unicode_form::utf16;
-    utf16.big_endian = bytes.starts_with("\xFE\xFF");
-    bytes_view rest(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
-    std::string text;
-    while (!rest.empty()) {
-        const unicode_sequence next = read_sequence(rest, utf16);
-        text += next.scalar < 0x80 ? static_cast<char>(next.scalar) : '?';
-        rest = rest.subspan(next.bytes);
-    }
-    for (std::size_t begin = 0; (begin = text.find("--", begin)) != std::string::npos;) {
-        const std::size_t end = text.find("--", begin + 2);
-        text.erase(begin, end == std::string::npos ? 1 : end + 2 - begin);
-    }
-    return text;
-}
-
-// What stands between two texts, searched for from an offset, which is moved behind it. Empty when
-// it is not there.
-std::string_view between(std::string_view text, std::string_view before, std::string_view after,
-                         std::size_t& offset) {
-    const std::size_t begin = text.find(before, offset);
-    if (begin == std::string_view::npos) {
-        return {};
-    }
-    const std::size_t inside = begin + before.size(), end = text.find(after, inside);
-    if (end == std::string_view::npos) {
-        return {};
-    }
-    offset = end + after.size();
-    return text.substr(inside, end - inside);
-}
-
-std::string_view between(std::string_view text, std::string_view before, std::string_view after) {
-    std::size_t start = 0;
-    return between(text, before, after, start);
+std::string element_text(std::string_view text, std::string_view name) {
+    const auto found = find_element(text, name, 0);
+    return found ? std::string(found->in(text)) : std::string();
 }
 
 // The name of the coded set whose file the first entity reference of an element names.
-std::string set_name(const fs::path& directory, std::string_view document,
-                     std::string_view element) {
-    const std::string entity(between(element, "&", ";"));
-    const std::string_view file = between(document, "<!ENTITY " + entity + " SYSTEM \"", "\"");
-    return std::string(between(read_definition(directory, file), "<name>", "</name>"));
+std::string set_name(const fs::path& directory, const definition_text& document,
+                     const element& reference) {
+    const auto entity = entity_reference(reference.in(document.text));
+    const auto file = entity ? entity_file(document.text, *entity) : std::nullopt;
+    return file ? element_text(read_definition_text(directory, *file, document.units).text, "name")
+                : std::string();
 }
 
 struct charset_entry {
@@ -92,24 +46,21 @@ struct charset_entry {
 };
 
 charset_entry read_charset(const fs::path& directory, const std::string& file) {
-    const std::string document = read_definition(directory, file);
+    const definition_text document = read_definition_text(directory, file);
     charset_entry charset;
-    charset.name = fold(between(document, "<name>", "</name>"));
-    charset.decoder = between(document, "destrule=\"", "\"");
-    charset.encoder = between(document, "construle=\"", "\"");
+    charset.name = fold_name(element_text(document.text, "name"));
+    charset.decoder = quoted(document.text, "destrule=").value_or("");
+    charset.encoder = quoted(document.text, "construle=").value_or("");
     std::vector<std::pair<std::size_t, std::string>> sets; // with where they stand
     for (const std::string_view kind : {"baseset", "diffset", "eudcset"}) {
-        const std::string begin = fmt::format("<{}", kind), end = fmt::format("</{}>", kind);
-        for (std::size_t offset = 0;;) {
-            const std::string_view element = between(document, begin, end, offset);
-            if (element.empty()) {
-                break;
-            }
-            sets.emplace_back(offset, set_name(directory, document, element));
+        std::size_t at = 0;
+        while (const auto found = find_element(document.text, kind, at)) {
+            sets.emplace_back(found->start, set_name(directory, document, *found));
+            at = found->end;
         }
     }
     std::ranges::sort(sets);
-    for (auto& [offset, name] : sets) {
+    for (auto& [start, name] : sets) {
         charset.sets.push_back(std::move(name));
     }
     return charset;
@@ -146,7 +97,7 @@ constexpr std::array numbered_sets = {
 
 // A set with its number, where that is a fixed one.
 std::string with_number(const std::string& set) {
-    const auto found = std::ranges::find(numbered_sets, fold(set), &numbered_set::name);
+    const auto found = std::ranges::find(numbered_sets, fold_name(set), &numbered_set::name);
     return found == numbered_sets.end() ? set : fmt::format("{} ({})", set, found->number);
 }
 
@@ -161,6 +112,9 @@ std::uint32_t charset_number(const std::string& name) {
 } // namespace
 
 int list_charsets(const list_options& options) {
+    if (!options.check.empty()) {
+        return check_charset_directory(options.check);
+    }
     if (!open_charset_directory(options.charset_dir)) {
         return exit_no_work;
     }

@@ -7,6 +7,7 @@ namespace tool {
 
 struct list_options {
     std::string charset_dir; // empty: where it is usually found
+    std::string check;       // the directory to check instead of listing
 };
 
 // Returns an exit_status.

@@ -51,6 +51,9 @@ void add_list(CLI::App& app, tool::list_options& options) {
         "list", "List the charsets: name, number, decoder, encoder, coded sets by preference");
     verb->add_option("--charset-dir", options.charset_dir, "Where the charset definitions lie")
         ->type_name("DIR");
+    verb->add_option("--check", options.check,
+                     "Read a charset directory as the library does; tell what is wrong with it")
+        ->type_name("DIR");
 }
 
 std::string version() {
