@@ -276,8 +276,8 @@ TEST(DetectDeclaration, LengthOfTheName) {
     }
 }
 
-// How much must stand there: the pattern and a byte behind it; behind a mark, the pattern alone, for
-// it is the end's index that counts.
+// How much must stand there: the pattern and a byte behind it; behind a mark, the pattern alone,
+// for it is the end's index that counts.
 TEST(DetectDeclaration, LengthOfTheText) {
     const std::string xml = "<?xml", utf8 = "\xEF\xBB\xBF", big = "\xFE\xFF", little = "\xFF\xFE";
     struct row {
