@@ -1,0 +1,25 @@
+// Tells the charset of files, and what speaks for it: detect FILE...
+#include <pvzan.hpp>
+
+#include <fstream>
+#include <iostream>
+
+int main(int argc, char** argv) {
+    constexpr const char* breaks[] = {"no line break", "CR LF", "CR", "LF", "U+2028", "U+2029"};
+    for (int i = 1; i < argc; ++i) {
+        std::ifstream file(argv[i], std::ios::binary);
+        std::string start(8192, '\0'); // the library looks at 2048 bytes, and at declarations
+        file.read(start.data(), static_cast<std::streamsize>(start.size()));
+        start.resize(static_cast<std::size_t>(file.gcount()));
+
+        const auto found = pvzan::detect(start);
+        if (!found) {
+            std::cout << argv[i] << ": unknown\n";
+            continue;
+        }
+        std::cout << argv[i] << ": " << found->name << ", " << breaks[found->line_break]
+                  << (found->mark ? ", byte-order mark" : "")
+                  << (found->declared ? ", XML declaration" : "") << '\n';
+        // found->charset_name() is what a converter takes: with the byte order.
+    }
+}
