@@ -6,8 +6,13 @@ target_compile_options(pvzan_compile INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Wextra-semi>
     $<$<BOOL:${PVZAN_WARNINGS_AS_ERRORS}>:-Werror>)
 
-# Sanitizers instrument the whole tree, tests and build-time programs included.
+# Sanitizers instrument the whole tree, tests and build-time programs included. Their checks go further than
+# those of an optimised build, which would get in their way.
 if(PVZAN_SANITIZE)
     add_compile_options(-fsanitize=${PVZAN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${PVZAN_SANITIZE})
+elseif(PVZAN_HARDENING)
+    target_compile_options(pvzan_compile INTERFACE
+        $<$<NOT:$<CONFIG:Debug>>:-fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+    target_link_options(pvzan_compile INTERFACE -Wl,-z,relro,-z,now)
 endif()

@@ -88,6 +88,11 @@
 
 #include <stdint.h>
 
+/* The version of the library this header belongs to; the build takes its own from here. */
+#define PVZAN_VERSION_MAJOR 1
+#define PVZAN_VERSION_MINOR 0
+#define PVZAN_VERSION_PATCH 0
+
 #if defined(__GNUC__)
 #define PVZAN_API __attribute__((visibility("default")))
 #else

@@ -5,12 +5,14 @@ execute_process(COMMAND ${NM} --dynamic --defined-only --format=posix ${LIBRARY}
 set(exported "")
 string(REPLACE "\n" ";" lines "${symbols}")
 foreach(line IN LISTS lines)
-    if(SANITIZED AND line MATCHES "^__")
-        continue() # the sanitizers' own
+    if(line MATCHES "^PVZAN_1.0 A" OR (SANITIZED AND line MATCHES "^__"))
+        continue() # the name of the version; the sanitizers' own
     endif()
-    if(line MATCHES "^([^ ]+) T ")
+    if(line MATCHES "^([^ ]+)@@PVZAN_1.0 T ")
         list(APPEND exported "function ${CMAKE_MATCH_1}")
-    elseif(line MATCHES "^([^ ]+) ")
+    elseif(line MATCHES "^([^ ]+)@@PVZAN_1.0 ")
+        list(APPEND exported "data ${CMAKE_MATCH_1}")
+    elseif(line MATCHES "^([^ ]+) ") # of no version
         list(APPEND exported "data ${CMAKE_MATCH_1}")
     endif()
 endforeach()
