@@ -1,5 +1,6 @@
 /* Converts a stream with the C interface alone: plain_c FROM TO <input >output
- * The charset directory is what PVZAN_CHARSET_DIR says, or PVZAN_DEFAULT_CHARSET_DIR of the build. */
+ * The charset directory is what PVZAN_CHARSET_DIR says, or PVZAN_DEFAULT_CHARSET_DIR of the build.
+ */
 #include <pvzan.h>
 
 #include <stdio.h>
@@ -8,18 +9,16 @@
 
 static unsigned char in[65536], out[65536];
 
-static void flush_output(pvzan_session *s)
-{
+static void flush_output(pvzan_session* s) {
     fwrite(out, 1, (size_t)s->outPos, stdout);
     s->outPos = 0;
 }
 
-int main(int argc, char **argv)
-{
-    const char *directory = getenv("PVZAN_CHARSET_DIR");
+int main(int argc, char** argv) {
+    const char* directory = getenv("PVZAN_CHARSET_DIR");
     pvzan_target_options target = {.dstBigEndian = 1};
     pvzan_source_options source = {.srcBigEndian = 1, .srcCheckBom = 0};
-    pvzan_session *s = calloc(1, sizeof *s);
+    pvzan_session* s = calloc(1, sizeof *s);
     size_t kept = 0, got;
     int faults = 0;
 
@@ -40,7 +39,7 @@ int main(int argc, char **argv)
                 flush_output(s);
                 continue;
             }
-            faults++;                        /* invalid, or not in the target: left out */
+            faults++; /* invalid, or not in the target: left out */
             if (status == PVZAN_INVALID_INPUT && s->inPos == before)
                 s->inPos++;
         }

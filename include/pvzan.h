@@ -52,12 +52,14 @@
  *                     return free(s), -1;
  *                 }
  *             }
- *             kept = (size_t)(s->inLen - s->inPos);              // 12: the start of a cut
- * character memmove(in, in + s->inPos, kept);
+ *             kept = (size_t)(s->inLen - s->inPos);              // 12: a character is cut here
+ *             memmove(in, in + s->inPos, kept);
  *         }
- *         faults += kept > 0;                                    // the text ends inside a
- * character while (cconvTermConvert(s) == PVZAN_OUTPUT_FULL) take_output(out, s->outPos), s->outPos
- * = 0; take_output(out, s->outPos); return free(s), faults;
+ *         faults += kept > 0;                                    // the text ends in a character
+ *         while (cconvTermConvert(s) == PVZAN_OUTPUT_FULL)
+ *             take_output(out, s->outPos), s->outPos = 0;
+ *         take_output(out, s->outPos);
+ *         return free(s), faults;
  *     }
  *
  * WHAT TO KNOW BEFORE RELYING ON IT
@@ -288,8 +290,9 @@ PVZAN_API uint32_t cconvChgCharset(pvzan_session* session, const pvzan_source_op
  *   PVZAN_INPUT_INCOMPLETE  give the bytes from inPos on again, with more behind them;
  *   PVZAN_OUTPUT_FULL       no part of the next character was written: call again with more room;
  *   PVZAN_INVALID_INPUT     call again to go on; where inPos did not move, step over a byte first;
- *   PVZAN_UNREPRESENTABLE   charSetNo, setCode and, unless 0, ucsCode tell the character; call
- * again to go on behind it; PVZAN_UNKNOWN_CHARSET   the session has no source or no target. */
+ *   PVZAN_UNREPRESENTABLE   charSetNo, setCode and, unless 0, ucsCode tell the character;
+ *                           call again to go on behind it;
+ *   PVZAN_UNKNOWN_CHARSET   the session has no source or no target. */
 PVZAN_API uint32_t cconvConvert(pvzan_session* session);
 
 /* Close the output: ISO-2022-JP returns to ASCII, the other charsets write nothing. Returns

@@ -1,12 +1,14 @@
-/* A program of somebody else's, with functions that happen to be named like some inside the library:
- * consumer CHARSET-DIRECTORY */
+/* A program of somebody else's, with functions that happen to be named like some inside the
+ * library: consumer CHARSET-DIRECTORY */
 #include <pvzan.h>
 #include <stdlib.h>
 #include <string.h>
 
 #define MINE(name)                                                                                 \
     void name(void);                                                                               \
-    void name(void) { abort(); }
+    void name(void) {                                                                              \
+        abort();                                                                                   \
+    }
 MINE(addArray)
 MINE(convDstConvert)
 MINE(convSrcConvert)
