@@ -1,0 +1,64 @@
+#include "bench/charset_pairs.h"
+
+namespace bench {
+
+namespace {
+
+// The peers' names are those of the same repertoire; for UCS-2 they have UTF-16, which is the same
+// for these texts.
+constexpr charset ucs_2le{"iso-10646-ucs-2le", "UCS-2LE", "UTF-16LE", "utf-16le"};
+constexpr charset ucs_4le{"iso-10646-ucs-4le", "UCS-4LE", "UTF-32LE", nullptr};
+constexpr charset windows31j{"windows31j", "CP932", "ibm-943_P15A-2003", "shift_jis"};
+constexpr charset iso_2022_jp{"iso-2022-jp", "ISO-2022-JP", "ISO-2022-JP", "iso-2022-jp"};
+constexpr charset shift_jis_2004{"shift_jis-2004", "SHIFT_JISX0213", nullptr, nullptr};
+constexpr charset euc_jis_2004{"euc-jis-2004", "EUC-JISX0213", nullptr, nullptr};
+constexpr charset gbk{"chinesegbk", "GBK", "windows-936", "gbk"};
+constexpr charset big5{"chinesebig5", "CP950", "windows-950-2000", "big5"};
+constexpr charset ksc{"koreanksc", "UHC", "windows-949", "euc-kr"};
+
+constexpr char japanese[] = "ja-dense ja-prose ascii";
+constexpr char japanese_2004[] = "ja-dense ja-prose ja-jis2004 ascii";
+constexpr char simplified_chinese[] = "zh_cn-dense zh_cn-prose ascii";
+constexpr char traditional_chinese[] = "zh_tw-dense zh_tw-prose ascii";
+constexpr char korean[] = "ko-dense ko-prose ascii";
+
+constexpr measured_pair pairs[] = {
+    {{shift_jis, utf_8}, kind::to_unicode, japanese},
+    {{utf_8, shift_jis}, kind::from_unicode, japanese},
+    {{windows31j, utf_8}, kind::to_unicode, japanese},
+    {{utf_8, windows31j}, kind::from_unicode, japanese},
+    {{euc_jp, utf_8}, kind::to_unicode, japanese},
+    {{utf_8, euc_jp}, kind::from_unicode, japanese},
+    {{iso_2022_jp, utf_8}, kind::to_unicode, japanese},
+    {{utf_8, iso_2022_jp}, kind::from_unicode, japanese},
+    {{shift_jis_2004, utf_8}, kind::to_unicode, japanese_2004},
+    {{utf_8, shift_jis_2004}, kind::from_unicode, japanese_2004},
+    {{euc_jis_2004, utf_8}, kind::to_unicode, japanese_2004},
+    {{utf_8, euc_jis_2004}, kind::from_unicode, japanese_2004},
+    {{gbk, utf_8}, kind::to_unicode, simplified_chinese},
+    {{utf_8, gbk}, kind::from_unicode, simplified_chinese},
+    {{gb18030, utf_8}, kind::to_unicode, simplified_chinese},
+    {{utf_8, gb18030}, kind::from_unicode, simplified_chinese},
+    {{big5, utf_8}, kind::to_unicode, traditional_chinese},
+    {{utf_8, big5}, kind::from_unicode, traditional_chinese},
+    {{ksc, utf_8}, kind::to_unicode, korean},
+    {{utf_8, ksc}, kind::from_unicode, korean},
+    {{shift_jis, euc_jp}, kind::to_unicode, japanese},
+    {{euc_jp, shift_jis}, kind::to_unicode, japanese},
+    {{shift_jis, utf_16le}, kind::to_unicode, japanese},
+    {{utf_16le, shift_jis}, kind::from_unicode, japanese},
+    {{utf_8, utf_16le}, kind::unicode, japanese},
+    {{utf_16le, utf_8}, kind::unicode, japanese},
+    {{utf_8, ucs_2le}, kind::unicode, japanese},
+    {{ucs_2le, utf_8}, kind::unicode, japanese},
+    {{utf_8, ucs_4le}, kind::unicode, japanese},
+    {{ucs_4le, utf_8}, kind::unicode, japanese},
+};
+
+} // namespace
+
+std::span<const measured_pair> measured_pairs() {
+    return pairs;
+}
+
+} // namespace bench

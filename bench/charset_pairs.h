@@ -1,0 +1,33 @@
+// The pairs of charsets that are measured, with the texts for each.
+#pragma once
+
+#include "bench/contenders.h"
+
+namespace bench {
+
+// What a pair is asked for, as a multiple of the best peer.
+enum class kind {
+    to_unicode,   // or between legacy encodings
+    from_unicode, // to a legacy encoding
+    unicode       // both ends
+};
+
+struct measured_pair {
+    charset_pair charsets;
+    kind what;
+    const char* texts; // separated by spaces
+
+    [[nodiscard]] std::string name() const {
+        return std::string(charsets.from.pvzan) + ":" + charsets.to.pvzan;
+    }
+};
+
+std::span<const measured_pair> measured_pairs();
+
+inline constexpr charset utf_8{"utf-8", "UTF-8", "UTF-8", "utf-8"};
+inline constexpr charset utf_16le{"utf-16le", "UTF-16LE", "UTF-16LE", "utf-16le"};
+inline constexpr charset shift_jis{"shift_jis", "SHIFT_JIS", "ibm-943_P15A-2003", "shift_jis"};
+inline constexpr charset euc_jp{"euc-jp", "EUC-JP", "EUC-JP", "euc-jp"};
+inline constexpr charset gb18030{"gb18030", "GB18030", "gb18030", "gb18030"};
+
+} // namespace bench
