@@ -1,8 +1,14 @@
-// The scores.
+// The passes over the text, then marks, declarations, the decision, line breaks.
 #include "tests/detect_reference.h"
 
+#include "pvzan.h"
+#include "tests/support/temp_dir.h"
+
 #include <algorithm>
-#include <map>
+#include <bit>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <memory>
 #include <ostream>
 #include <sstream>
 #include <vector>
@@ -13,71 +19,29 @@ namespace {
 
 // ---- Ranges, as text: "40 81-AC" ----------------------------------------------------------------
 
-bool within(const char* ranges, u32 value) {
+std::vector<bool> listed(const char* ranges) {
+    std::vector<bool> values(0x10000);
     std::istringstream list(ranges);
     for (std::string item; list >> item;) {
-        const std::size_t dash = item.find('-');
         const auto low = std::stoul(item, nullptr, 16);
-        const auto high =
-            dash == std::string::npos ? low : std::stoul(item.substr(dash + 1), nullptr, 16);
-        if (value >= low && value <= high) {
-            return true;
-        }
+        const auto high = std::stoul(item.substr(item.find('-') + 1), nullptr, 16);
+        std::fill(values.begin() + static_cast<long>(low),
+                  values.begin() + static_cast<long>(high) + 1, true);
     }
-    return false;
+    return values;
 }
 
-// The low bytes of each row.
-const std::map<u32, const char*> plausible_rows = {
-    {0x00, "09 0A 0D 20-7E A0-FF"},
-    {0x01, "00-F5"},
-    {0x02, "50-A8 B0-E9"},
-    {0x03, "00-7E 84-F3"},
-    {0x04, "00-F9"},
-    {0x05, "31-5F 61-F4"},
-    {0x06, "0C-52 60-F9"},
-    {0x09, "01-70 81-FA"},
-    {0x0A, "02-74 81-EF"},
-    {0x0B, "82-F2"},
-    {0x0C, "01-6F 82-EF"},
-    {0x0D, "02-6F"},
-    {0x0E, "01-DD"},
-    {0x0F, "00-B9"},
-    {0x10, "A0-F9"},
-    {0x11, "00-F9"},
-    {0x1E, "00-F9"},
-    {0x1F, "00-7D"},
-    {0x20, "10-E1"},
-    {0x21, "00-EA"},
-    {0x22, "00-F1"},
-    {0x23, "00-7A"},
-    {0x24, "00-EA"},
-    {0x25, "00-EF"},
-    {0x26, "00-6F"},
-    {0x27, "01-BE"},
-    {0x30, "00-FE"},
-    {0x31, "05-9F"},
-    {0x32, "00-7F"},
-    {0x33, "00-FE"},
-    {0x4E, "00-A5"},
-};
-const char* const plausible_from_row_4f =
-    "4E00-9FA5 AC00-D7A3 F900-FA2D FB00-FBB1 FBD3-FDFB FE20-FEFC FFCA-FFEE";
-
+const char* const plausible_codes =
+    "09-0A 0D 20-7E A0-1F5 250-2A8 2B0-2E9 300-37E 384-3F3 400-4F9 531-55F 561-5F4 60C-652 660-6F9 "
+    "901-970 981-9FA A02-A74 A81-AEF B82-BF2 C01-C6F C82-CEF D02-D6F E01-EDD F00-FB9 10A0-10F9 "
+    "1100-11F9 1E00-1EF9 1F00-1F7D 2010-20E1 2100-21EA 2200-22F1 2300-237A 2400-24EA 2500-25EF "
+    "2600-266F 2701-27BE 3000-30FE 3105-319F 3200-327F 3300-33FE 4E00-4EA5 4F00-9FA5 AC00-D7A3 "
+    "F900-FA2D "
+    "FB00-FBB1 FBD3-FDFB FE20-FEFC FFCA-FFEE";
 const char* const double_byte_codes =
     "8140-81AC 81B8-81BF 81C8-81CE 81DA-81E8 81F0-81F7 824F-8258 8260-8279 8281-829A 829F-82F1 "
     "8340-8396 839F-83B6 83BF-83D6 8440-8460 8470-8491 849F-84BE 8740-8775 8780-879C 889F-9872 "
     "989F-9FFC E040-EAA4 ED40-EEEC EEEF-EEFC F040-F9FC FA40-FC4B 877E 81FC";
-
-// Both lists are asked often: once for each value is enough.
-template <class Test>
-std::vector<bool> tabulate(Test test) {
-    std::vector<bool> values(0x10000);
-    for (u32 value = 0; value < values.size(); ++value) {
-        values[value] = test(value);
-    }
-    return values;
-}
 
 // ---- Bytes --------------------------------------------------------------------------------------
 
@@ -104,6 +68,12 @@ u32 ratio(u32 good, u32 bad) {
 }
 
 // ---- The scores ---------------------------------------------------------------------------------
+
+struct scores {
+    u32 iso2022_jp = 0, utf8 = 0, utf8_multibyte = 0, utf8_latin1 = 0, euc_jp_fix = 0,
+        utf16_big = 0, utf16_little = 0, ucs4_big = 0, ucs4_little = 0, euc_jp = 0, shift_jis = 0,
+        shift_jis_double = 0, shift_jis_high = 0;
+};
 
 u32 iso2022_jp(const std::string& text) {
     enum { roman, ascii, kana, jis1978, jis1983, jis1990, nothing } set = roman;
@@ -145,16 +115,7 @@ u32 iso2022_jp(const std::string& text) {
 }
 
 void utf8(const std::string& text, scores& all) {
-    struct lead_class {
-        int first, last;
-        std::size_t more;
-        u32 least;
-    };
-    const lead_class classes[] = {{0xC0, 0xDF, 1, 0x80},
-                                  {0xE0, 0xEF, 2, 0x800},
-                                  {0xF0, 0xF7, 3, 0x10000},
-                                  {0xF8, 0xFB, 4, 0x200000},
-                                  {0xFC, 0xFD, 5, 0x4000000}};
+    constexpr u32 least[] = {0, 0x80, 0x800, 0x10000, 0x200000, 0x4000000};
     u32 good = 0, bad = 0, several = 0, latin = 0;
     std::size_t i = 0;
     while (i < text.size()) {
@@ -169,26 +130,23 @@ void utf8(const std::string& text, scores& all) {
             (plain(b) ? good : bad) += 1;
             continue;
         }
-        for (const lead_class& c : classes) {
-            if (b < c.first || b > c.last) {
-                continue;
-            }
-            if (i + c.more > text.size()) {
-                bad += 1;
-                break;
-            }
-            u32 value = static_cast<u32>(b - c.first);
-            for (std::size_t k = 0; k < c.more; ++k) {
-                value = value * 64 + static_cast<u32>(byte_at(text, i++)) % 64;
-            }
-            if (value < c.least) {
-                bad += 1;
-                break;
-            }
-            good += 1;
-            several += 1;
-            latin += c.more == 1 && value >= 0xA0 && value <= 0xFF ? 1U : 0U;
+        const auto ones = static_cast<unsigned>(std::countl_one(static_cast<u8>(b)));
+        const std::size_t more = ones - 1;
+        if (i + more > text.size()) {
+            bad += 1;
+            continue;
         }
+        u32 value = static_cast<u32>(b) & (0x7FU >> ones);
+        for (std::size_t k = 0; k < more; ++k) {
+            value = value * 64 + static_cast<u32>(byte_at(text, i++)) % 64;
+        }
+        if (value < least[more]) {
+            bad += 1;
+            continue;
+        }
+        good += 1;
+        several += 1;
+        latin += more == 1 && value >= 0xA0 && value <= 0xFF ? 1U : 0U;
     }
     all.utf8 = ratio(good, bad);
     all.utf8_multibyte = several;
@@ -274,8 +232,7 @@ u32 ucs4(const std::string& text, bool big) {
 }
 
 void shift_jis(const std::string& text, scores& all) {
-    static const std::vector<bool> codes =
-        tabulate([](u32 code) { return within(double_byte_codes, code); });
+    static const std::vector<bool> codes = listed(double_byte_codes);
     u32 good = 0, bad = 0, doubles = 0, high = 0;
     std::size_t i = 0;
     while (i + 2 <= text.size()) {
@@ -298,18 +255,6 @@ void shift_jis(const std::string& text, scores& all) {
     all.shift_jis_high = high;
 }
 
-} // namespace
-
-bool plausible(u32 high, u32 low) {
-    static const std::vector<bool> values = tabulate([](u32 value) {
-        const auto row = plausible_rows.find(value >> 8);
-        return row != plausible_rows.end()
-                   ? within(row->second, value & 0xFF)
-                   : value >= 0x4F00 && within(plausible_from_row_4f, value);
-    });
-    return values[high << 8 | low];
-}
-
 scores score(const std::string& text) {
     scores all;
     all.iso2022_jp = iso2022_jp(text);
@@ -324,12 +269,252 @@ scores score(const std::string& text) {
     return all;
 }
 
-std::ostream& operator<<(std::ostream& out, const scores& s) {
-    return out << "ISO-2022-JP " << s.iso2022_jp << ", UTF-8 " << s.utf8 << " (" << s.utf8_multibyte
-               << ", " << s.utf8_latin1 << "), EUC-JP-FIX " << s.euc_jp_fix << ", UTF-16 "
-               << s.utf16_big << " " << s.utf16_little << ", UCS-4 " << s.ucs4_big << " "
-               << s.ucs4_little << ", EUC-JP " << s.euc_jp << ", Shift_JIS " << s.shift_jis << " ("
-               << s.shift_jis_double << ", " << s.shift_jis_high << ")";
+void decide(const scores& s, answer& a) {
+    const u32 X = s.euc_jp_fix, E = s.euc_jp, S = s.shift_jis, U8 = s.utf8, J = s.iso2022_jp;
+    const u32 U16 = std::max(s.utf16_big, s.utf16_little);
+    const u32 U4 = std::max(s.ucs4_big, s.ucs4_little);
+    a.name.clear();
+    for (u32 t = 10000; t >= 7000 && a.name.empty(); t -= 100) {
+        if (X > t && X > E && X > U8 && X > U4 && X > U16 && X > S) {
+            a.name = "EUC-JP-FIX";
+        } else if (E > t && E > U8 && X <= E && E > U4 && E > U16 && E > S) {
+            a.name = "EUC-JP";
+        } else if (U16 > t && U16 > U8 && U16 >= X && U16 > E && U16 > U4 && U16 > S) {
+            a.name = "UTF-16";
+            a.big_endian = s.utf16_big > s.utf16_little ? 1U : 0U;
+        } else if (U4 > t && U4 > U8 && U4 >= X && U4 > E && U4 > U16 && U4 > S) {
+            a.name = "ISO-10646-UCS-4";
+            a.big_endian = s.ucs4_big > s.ucs4_little ? 1U : 0U;
+        } else if (S > t && S > U8 && S >= X && S >= U16 && S >= E && S > U4) {
+            a.name = s.shift_jis_double != 0 ? "WINDOWS31J"
+                     : s.shift_jis_high != 0 ? "ISO-8859-1"
+                                             : "ISO-646IRV";
+        } else if (U8 > t && U8 >= E && U8 >= X && U8 >= U4 && U8 >= U16 && U8 >= S) {
+            a.name = s.utf8_multibyte != 0 ? "UTF-8"
+                     : s.utf8_latin1 == 0  ? "ISO-646IRV"
+                                           : "ISO-8859-1";
+        } else if (J > t) {
+            a.name = "ISO-2022-JP";
+        }
+    }
+}
+
+// ASCII in little-endian units, the last one's zero bytes left off.
+std::string pattern(const char* ascii, std::size_t width) {
+    const std::string units = test::widen(ascii, width, false);
+    return units.substr(0, units.size() - (width - 1));
+}
+
+bool stands_at(const std::string& buffer, std::size_t at, const std::string& what) {
+    return at + what.size() <= buffer.size() && buffer.compare(at, what.size(), what) == 0;
+}
+
+// The units of text from a position on.
+std::vector<u32> units(const std::string& text, std::size_t from, std::size_t width, bool big) {
+    std::vector<u32> values;
+    for (; from + width <= text.size(); from += width) {
+        u32 value = 0;
+        for (std::size_t k = 0; k < width; ++k) {
+            const std::size_t at = big ? from + k : from + width - 1 - k;
+            value = value * 256 + static_cast<u32>(byte_at(text, at));
+        }
+        values.push_back(value);
+    }
+    return values;
+}
+
+bool declaration(const std::string& buffer, std::size_t begin, std::size_t s, answer& a) {
+    const std::size_t e = buffer.size();
+    struct trial {
+        std::size_t width, at;
+        bool long_enough, needs_mark;
+    };
+    const trial trials[] = {{1, s, e > 5, false},       {1, s + 2, e >= 8, true},
+                            {2, s, e > 9, false},       {2, s + 2, e >= 12, true},
+                            {2, s + 1, e >= 11, false}, {2, s + 3, e >= 13, true},
+                            {4, s, e > 17, false},      {4, s + 2, e >= 20, true},
+                            {4, s + 3, e > 20, false},  {4, s + 5, e >= 23, true}};
+    const auto matches = [&](const trial& t) {
+        return t.long_enough && (!t.needs_mark || a.marked != 0) &&
+               (stands_at(buffer, t.at, pattern("<?XML", t.width)) ||
+                stands_at(buffer, t.at, pattern("<?xml", t.width)));
+    };
+    const trial* t = std::ranges::find_if(trials, matches);
+    if (t == std::end(trials)) {
+        return false;
+    }
+    const std::size_t width = t->width;
+    const char* usual = width == 2 ? "UTF-16" : width == 4 ? "ISO-10646-UCS-4" : "UTF-8";
+    a.declared = 1;
+    if (width != 1) {
+        a.big_endian = buffer[s] == '\0' ? 1U : 0U;
+    }
+    const std::size_t p = find_keyword(buffer, begin, width);
+    if (p < 1) {
+        a.name = usual;
+        return true;
+    }
+    const std::vector<u32> rest = units(buffer, p, width, a.big_endian != 0);
+    const auto quote = [](u32 unit) { return unit == 34 || unit == 39; };
+    const auto opens = std::ranges::find_if(rest, quote);
+    if (opens != rest.end()) {
+        const auto first = opens + 1, closes = std::find_if(first, rest.end(), quote);
+        const auto span = static_cast<std::size_t>(closes - first) * width;
+        if (closes != rest.end() && span > 0 && span + 1 <= 4095) {
+            a.name.clear();
+            for (auto unit = first; unit != closes; ++unit) {
+                a.name += static_cast<char>(*unit % 256);
+            }
+            a.name = a.name.c_str(); // as a reader of the field sees it
+            return true;
+        }
+    }
+    a.name = a.name.empty() ? usual : a.name;
+    return true;
+}
+
+u32 newline(const std::string& text, const answer& a) {
+    std::size_t width = 1;
+    bool big = a.big_endian != 0;
+    if (a.name == "EUC-JP-FIX") {
+        width = 2;
+        big = true;
+    } else if (a.name == "UTF-16") {
+        width = 2;
+    } else if (a.name == "ISO-10646-UCS-4") {
+        width = 4;
+    }
+    u32 crlf = 0, cr = 0, lf = 0, ls = 0, ps = 0, previous = 0;
+    std::size_t at = 0;
+    while (at + width <= text.size()) {
+        const u32 unit = units(text.substr(at, width), 0, width, big)[0];
+        at += width;
+        const u32 p = previous;
+        previous = 0;
+        if (p == 13) {
+            (unit == 10 ? crlf : cr) += 1;
+        } else if (p == 10) {
+            (unit == 13 ? crlf : lf) += 1;
+        } else if (p == 0xE2 && unit == 0x80) {
+            const int third = byte_at(text, at);
+            at += 1;
+            ls += third == 0xA8 ? 1U : 0U;
+            ps += third == 0xA9 ? 1U : 0U;
+        } else {
+            ls += unit == 0x2028 ? 1U : 0U;
+            ps += unit == 0x2029 ? 1U : 0U;
+            previous = unit;
+        }
+    }
+    if (a.name == "ISO-2022-JP") {
+        return cr > lf ? 2 : lf > cr ? 3 : crlf != 0 ? 1U : 0U;
+    }
+    if (ls > std::max({crlf, cr, lf, ps})) {
+        return 4;
+    }
+    if (ps > std::max({crlf, cr, lf, ls})) {
+        return 5;
+    }
+    if (cr > std::max({crlf, lf, ls, ps})) {
+        return 2;
+    }
+    if (lf > std::max({crlf, cr, ls, ps})) {
+        return 3;
+    }
+    return crlf != 0 ? 1U : 0U;
+}
+
+std::size_t mark(const std::string& text, answer& a) {
+    const auto found = [&](const char* name, u32 big, std::size_t length) {
+        a.name = name;
+        a.marked = 1;
+        a.big_endian = big;
+        return length;
+    };
+    const int b0 = byte_at(text, 0), b1 = byte_at(text, 1), b2 = byte_at(text, 2),
+              b3 = byte_at(text, 3);
+    if (b0 == 0 && b1 == 0 && b2 == 0xFE && b3 == 0xFF) {
+        return found("ISO-10646-UCS-4", 1, 4);
+    }
+    if (b0 == 0xFF && b1 == 0xFE && b2 == 0 && b3 == 0) {
+        return found("ISO-10646-UCS-4", 0, 4);
+    }
+    if (b0 == 0xEF && b1 == 0xBB && b2 == 0xBF) {
+        return found("UTF-8", 1, 3);
+    }
+    if (b0 == 0xFE && b1 == 0xFF) {
+        return found("UTF-16", 1, 2);
+    }
+    return b0 == 0xFF && b1 == 0xFE ? found("UTF-16", 0, 2) : 0;
+}
+
+} // namespace
+
+bool plausible(u32 high, u32 low) {
+    static const std::vector<bool> values = listed(plausible_codes);
+    return values[high << 8 | low];
+}
+
+std::size_t find_keyword(const std::string& buffer, std::size_t from, std::size_t width) {
+    const std::size_t length = pattern("encoding", width).size();
+    const std::size_t line_end = std::min(buffer.find_first_of("\r\n", from), buffer.size());
+    const std::size_t q = std::min(buffer.find(pattern("ENCODING", width), from),
+                                   buffer.find(pattern("encoding", width), from));
+    return q < line_end && q + length < buffer.size() ? q / width * width : 0;
+}
+
+answer detect(const std::string& buffer, std::size_t pos, std::size_t end) {
+    answer a;
+    a.name.clear();
+    const std::string whole = buffer.substr(0, end), text = whole.substr(pos);
+    const std::string examined = text.substr(0, 2048);
+    const std::size_t skipped = mark(text, a);
+    if (!declaration(whole, pos, pos + skipped, a) && a.marked == 0) {
+        decide(score(examined), a);
+    }
+    if (a.name.empty()) {
+        a.name = "unknown";
+        return a;
+    }
+    a.newline = newline(examined, a);
+    a.result = 1;
+    a.flags =
+        a.name == "UTF-16" || a.name == "ISO-10646-UCS-4" || a.name == "ISO-10646-UCS-2" ? 4098 : 1;
+    return a;
+}
+
+std::ostream& operator<<(std::ostream& out, const answer& a) {
+    return out << a.result << " " << a.name << " declared " << a.declared << " marked " << a.marked
+               << " big " << a.big_endian << " newline " << a.newline << " flags " << a.flags;
 }
 
 } // namespace reference
+
+namespace test {
+
+reference::answer ask(const u8* text, i32 pos, i32 end) {
+    const auto request = std::make_unique<pvzan_detection_request>();
+    std::memset(request.get(), 'x', sizeof *request); // what the call does not set shows
+    request->text = text;
+    request->textPos = pos;
+    request->textEnd = end;
+    reference::answer a;
+    a.result = cconvChkEncode(request.get());
+    EXPECT_EQ(request->text, text);
+    EXPECT_EQ(request->textPos, pos);
+    EXPECT_EQ(request->textEnd, end);
+    a.name = std::string(request->encodingName, ::strnlen(request->encodingName, text_bytes));
+    a.declared = request->xmlDeclared;
+    a.marked = request->bomFound;
+    a.big_endian = request->bigEndian;
+    a.newline = request->newlineKind;
+    a.flags = request->resultFlags;
+    return a;
+}
+
+reference::answer ask(std::string_view text, std::size_t pos) {
+    return ask(reinterpret_cast<const u8*>(text.data()), static_cast<i32>(pos),
+               static_cast<i32>(text.size()));
+}
+
+} // namespace test
