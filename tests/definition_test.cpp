@@ -152,14 +152,9 @@ TEST(Definition, OtherFilesAreReadAsTheMainOneIs) {
         std::size_t unit;
         bool big_endian;
         const char* shown;
-    } const cases[] = {
-        {"UTF-16", "\xFE\xFF", 2, true, "11"},
-        {"ISO-10646-UCS-2", "\xFF\xFE", 2, false, "40"},
-        {"any",
-         "\xFE"
-         "xx\xFF",
-         4, true, "31"},
-    };
+    } const cases[] = {{"UTF-16", "\xFE\xFF", 2, true, "11"},
+                       {"ISO-10646-UCS-2", "\xFF\xFE", 2, false, "40"},
+                       {"any", "\xFExx\xFF", 4, true, "31"}};
     const charset_directory dir;
     for (const auto& c : cases) {
         charset_directory::clear_registry();
@@ -205,7 +200,6 @@ TEST(Definition, MainDocument) {
     expect_changes({
         {"main.xml", "<charset>", "", ""},
         {"main.xml", "<name>Shift_JIS</name>", "", ""},
-        {"main.xml", "Shift_JIS<", " Shift_JIS <", "group  shift_jis  const"},
         {"main.xml", "<rule construle=\"constShift_JIS\" destrule=\"destShift_JIS\"/>", "",
          "group shift_jis   sets JIS"},
         {"main.xml", "construle=", "", ""},
@@ -214,10 +208,6 @@ TEST(Definition, MainDocument) {
         {"main.xml", "constShift_JIS", "", "group shift_jis  destShift_JIS sets"},
         // A set of its own file that cannot be had fails the whole charset.
         {"main.xml", "Base.set", "missing.set", ""},
-        {"main.xml", "&base;", "&other;", ""},
-        {"main.xml", "&base;", "base", ""},
-        {"main.xml", "diff.set", "missing.set", ""},
-        {"main.xml", "user.set", "missing.set", ""},
         {"main.xml", "base.txt", "BASE.TXT", "BASE.TXT/4/10"}, // folded only when it is opened
         // In the order of the document, whatever their kinds.
         {"main.xml", "<diffset>&diff;</diffset>",
@@ -227,63 +217,34 @@ TEST(Definition, MainDocument) {
          "sets NEC_extset JIS_X0208-1990 NEC_extset windows31j-usr [] [bar.txt/3/10] []"},
         {"main.xml", "<eudcset>&user;</eudcset>", "",
          "JIS_X0208-1990 NEC_extset [bar.txt/3/10] []\n"},
-        {"main.xml", "<baseset>", "<eudcset>&user;</eudcset><baseset>", "windows31j-usr [bar"},
     });
-}
-
-TEST(Definition, SetsThatAreNotFound) {
-    files only_user = good_files();
-    std::string& main = only_user["main.xml"];
-    const std::size_t sets = main.find("<baseset>"), end = main.find("<eudcset>");
-    main.erase(sets, end - sets);
-    const charset_directory dir;
-    write(dir, only_user);
-    ASSERT_EQ(xmlReadXML("main.xml"), 1U);
-    EXPECT_EQ(show_groups(), "group shift_jis constShift_JIS destShift_JIS sets windows31j-usr\n");
-
-    // A user-defined set counts only behind the last other set.
-    files user_first = good_files();
-    user_first["main.xml"] = with(with(user_first["main.xml"], "<eudcset>&user;</eudcset>", ""),
-                                  "<baseset>", "<eudcset>&user;</eudcset><baseset>");
-    write(dir, user_first);
-    charset_directory::clear_registry();
-    ASSERT_EQ(xmlReadXML("main.xml"), 1U);
-    EXPECT_EQ(show_sets(), std::string(good_base) + good_diff);
 }
 
 TEST(Definition, SetFiles) {
     expect_changes({
         {"base.set", "<subseta>", "<subsetb>", ""},
         {"base.set", "<name>JIS_X0208-1990</name>", "", ""},
-        {"base.set", "<lang domain=\"ja\"/>", "", ""},
         {"base.set", "<lang domain=\"ja\"/>", "<lang/>", ""}, // neither form of an opening tag
         {"base.set", "domain=\"ja\"", "", " lang  on"},
         {"base.set", "<code ", "<kode ", ""},
         {"base.set", "bytenum=\"2\"", "bytenum=\"10\"", "base.txt/4/10 base.txt/A/10"}, // decimal
-        {"base.set", "bytenum=\"2\"", "", " bytes 2 "},
         {"base.set", "bytenum=\"2\"", "bytenum=\"65537\"", " bytes 1 "},
         {"base.set", "2121-227E 2330 ", "2121-227E 2330",
          " defined 2121-227E max"}, // it ends in one
         {"base.set", "<defined>2121-227E 2330 </defined>", "", " defined max 0 tables base.txt"},
         {"base.set", "<srtable>&table;</srtable>", "", "max 227E tables /4/00 /2/00"},
-        {"base.set", "&table;", "&undeclared;", ""},
-        {"base.set", "&table;", "base.txt", ""},
         // A range that is not closed ends at the next "/>", and there is none.
         {"base.set", "</range></code>", "</code>", good_base},
         {"diff.set", "<subsetb>", "<subseta>", ""},
         {"diff.set", "<codeb ", "<code ", ""},
         {"diff.set", " basedon=\"JIS_X0208-1990\"", "",
          "NEC_extset type 2 bytes 2 lang ja on  user"},
-        {"diff.set", "bytenum=\"2\"", "bytenum=\"1\"", "sub/diff.txt/1/10"},
         {"user.set", "<name>windows31j-usr</name>", "", ""},
         {"user.set", "<codec ", "<code ", ""},
         {"user.set", "<defrange start=\"F040\" number=\"758\"/>", "", " user 0+0 "},
-        {"user.set", "number=", "", ""},
-        {"user.set", "start=", "", ""},
         {"user.set", "\"758\"/>", "758/>", ""},
         {"user.set", "number=\"758\"", "number=\"12345\"", " user F040+2345 "}, // 16 bits
         {"user.set", "F040", " \tG", " user 0+758 "},
-        {"user.set", "bytenum=\"2\"", "bytenum=\"1\"", "windows31j-usr type 3 bytes 1 "},
     });
 }
 
@@ -291,13 +252,9 @@ TEST(Definition, ExtraTables) {
     const char* const table = "<dstable bytenum=\"3\">&bar;</dstable>";
     expect_changes({
         {"main.xml", "bytenum=\"3\"", "bytenum=\" \t10\"", "[bar.txt/10/10] []"}, // hexadecimal
-        {"main.xml", "bytenum=\"3\"", "", "[bar.txt/2/10] []"},
         {"main.xml", table, "<dstable>&bar;</dstable>", "[bar.txt/2/10] []"},
         {"main.xml", "bytenum=\"3\"", "bytenum=\"\"", "[bar.txt/0/10] []"},
-        {"main.xml", "bytenum=\"3\"", "bytenum=", "[bar.txt/2/10] []"}, // no quote in the element
-        {"main.xml", "bytenum=\"3\"", "bytenum=\"3", "[] []"},          // one that is never closed
-        {"main.xml", "&bar;</dstable>", "&none;</dstable>", "[] []"},
-        {"main.xml", table, "", "[] []"},
+        {"main.xml", "bytenum=\"3\"", "bytenum=\"3", "[] []"}, // one that is never closed
         {"main.xml", table, "<dstable bytenum=\"1\">&bar;</dstable><dstable>&table;</dstable>",
          "[bar.txt/1/10base.txt/2/10] []"},
         {"main.xml", "&diff;", "&diff;<dstable>&bar;</dstable>", "[bar.txt/3/10] [bar.txt/2/10]"},
@@ -329,27 +286,11 @@ TEST(Definition, TheFirstOfANumberWins) {
     EXPECT_EQ(getArray(group(0)->memberSets, 0), getArray(group(1)->memberSets, 0));
 }
 
-TEST(Definition, SetsReadBeforeAFailureStay) {
-    const charset_directory dir;
-    files all = good_files();
-    all.erase("diff.set");
-    write(dir, all);
-    EXPECT_EQ(xmlReadXML("main.xml"), 0U);
-    EXPECT_EQ(show_groups(), "");
-    EXPECT_EQ(show_sets(), good_base);
-}
-
 TEST(Definition, LongTextsAreCut) {
     const std::string text(5000, 'x'), kept = text.substr(0, text_bytes - 1);
     expect_changes({
         {"main.xml", "Shift_JIS", text.c_str(), "group " + kept + " const"},
-        {"main.xml", "constShift_JIS", text.c_str(), ' ' + kept + " dest"},
-        {"main.xml", "base.txt", text.c_str(), "tables " + kept + "/4/"},
-        {"main.xml", "Base.set", text.c_str(), ""},
-        {"main.xml", "&base;", ('&' + text + ';').c_str(), ""},
-        {"main.xml", "bytenum=\"3\"", ("bytenum=\"" + text + "\"").c_str(), "[bar.txt/0/10]"},
         {"base.set", "JIS_X0208-1990", text.c_str(), "sets " + kept + " NEC"},
-        {"base.set", "\"ja\"", ('"' + text + '"').c_str(), "lang " + kept + " on"},
         {"diff.set", "JIS_X0208-1990", text.c_str(), "on " + kept + " user"},
         {"user.set", "F040", text.c_str(), " user 0+758"},
     });
@@ -406,38 +347,22 @@ void expect_sound() {
     }
 }
 
-TEST(DamagedDefinition, EveryTruncation) {
+TEST(DamagedDefinition, CutOrChangedAnywhere) {
     const charset_directory dir;
     write(dir, good_files());
+    std::mt19937 random(3);
     for (const auto& [name, text] : good_files()) {
         const std::string whole = dir.read(name);
         for (std::size_t size = 0; size < whole.size(); ++size) {
             dir.write(name, whole.substr(0, size));
             ASSERT_NO_FATAL_FAILURE(expect_sound()) << name << " cut to " << size;
         }
-        dir.write(name, whole);
-    }
-    expect_sound();
-    EXPECT_EQ(show_groups(), good_group);
-}
-
-TEST(DamagedDefinition, RandomBytes) {
-    const charset_directory dir;
-    write(dir, good_files());
-    std::mt19937 random(3);
-    for (const auto& [name, text] : good_files()) {
-        const std::string whole = dir.read(name);
         for (int round = 0; round < 500; ++round) {
             std::string damaged = whole;
             for (auto n = random() % 4; n-- > 0;) {
-                const std::size_t at = random() % whole.size();
-                switch (random() % 3) {
-                case 0: damaged[at] = static_cast<char>(random()); break;
-                case 1:
-                    damaged.replace(at & ~std::size_t{1}, 2, "\"\0<\0>\0&\0", 2 * (random() % 5));
-                    break;
-                default: damaged.erase(at, random() % 40);
-                }
+                damaged[random() % whole.size()] = static_cast<char>(random());
+                damaged.replace(random() % whole.size() & ~std::size_t{1}, random() % 40,
+                                "\"\0<\0>\0&\0", 2 * (random() % 5));
                 damaged.resize(whole.size());
             }
             dir.write(name, damaged);
@@ -445,6 +370,8 @@ TEST(DamagedDefinition, RandomBytes) {
         }
         dir.write(name, whole);
     }
+    expect_sound();
+    EXPECT_EQ(show_groups(), good_group);
 }
 
 } // namespace

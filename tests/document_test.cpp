@@ -24,8 +24,8 @@ enum : u32 { failed = 99 };
 struct encoding_case {
     const char* about;
     std::string bytes;
-    u32 encoding, bigEndian; // expected; failed for a refused file
-    std::u32string text;
+    u32 encoding, bigEndian;  // expected; failed for a refused file
+    std::u32string text = {}; // expected, unless it is empty
 };
 
 std::vector<encoding_case> encoding_cases() {
@@ -46,32 +46,25 @@ std::vector<encoding_case> encoding_cases() {
         {"a mark alone settles no byte order", le + widen("ab", 2, false), encoding_utf16, 1,
          U"\xFFFE\x6100\x6200"},
         {"declaration on the second line", le + widen("\n" + declared + ucs2, 2, false),
-         encoding_utf16, 1, U""},
+         encoding_utf16, 1},
         {"a byte 0A of another character ends the line",
-         le + "\x41\x0A" + widen(declared + ucs2, 2, false), encoding_utf16, 1, U""},
+         le + "\x41\x0A" + widen(declared + ucs2, 2, false), encoding_utf16, 1},
         {"the name 30 bytes before the end counts",
          le + widen("UTF-16" + std::string(9, 'x'), 2, false), encoding_utf16, 0,
          mark + ascii("UTF-16xxxxxxxxx")},
         {"and 28 bytes before the end does not",
-         le + widen("UTF-16" + std::string(8, 'x'), 2, false), encoding_utf16, 1, U""},
+         le + widen("UTF-16" + std::string(8, 'x'), 2, false), encoding_utf16, 1},
         {"four-byte units, big-endian", "\xFE\x00\x00\xFF"s + widen("ab", 4, true), encoding_ucs4,
          1,
          U"\xFE0000FF"
          "ab"},
-        {"four-byte units, little-endian", "\xFF\x00\x00\xFE"s + widen("ab", 4, false),
-         encoding_ucs4, 0,
-         U"\xFE0000FF"
-         "ab"},
-        {"FF FE 00 00 is a 16-bit mark", "\xFF\xFE\x00\x00"s + widen("UTF-16          ", 2, false),
-         encoding_utf16, 0, mark + U'\0' + ascii("UTF-16          ")},
         {"no mark, no name", widen("<a/>", 2, true), encoding_utf16, 1, U"<a/>"},
-        {"utf-8 anywhere", widen("<a/>", 2, true) + "xutf-8x", failed, 0, U""},
-        {"shift anywhere", widen("<a/>", 2, true) + "shift_jis", failed, 0, U""},
-        {"upper case is no name", "UTF-8 " + widen("a", 2, true), encoding_utf16, 1, U""},
-        {"a name as the very end is not seen", "xutf-8", encoding_utf16, 1, U""},
-        {"one byte", "x", encoding_utf16, 1, U""},
+        {"utf-8 anywhere", widen("<a/>", 2, true) + "xutf-8x", failed, 0},
+        {"shift anywhere", widen("<a/>", 2, true) + "shift_jis", failed, 0},
+        {"upper case is no name", "UTF-8 " + widen("a", 2, true), encoding_utf16, 1},
+        {"a name as the very end is not seen", "xutf-8", encoding_utf16, 1},
         {"an odd byte is left over", widen("ab", 2, true) + "x", encoding_utf16, 1, U"ab"},
-        {"nothing", "", failed, 0, U""},
+        {"nothing", "", failed, 0},
     };
 }
 
