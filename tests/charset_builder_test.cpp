@@ -61,17 +61,7 @@ struct source_tree {
   <eudcset>&set-own;</eudcset>
 </charset>
 )");
-        place.write("source/definitions/other.xml", R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE charset [
-<!ENTITY set-latin SYSTEM "latin.set">
-<!ENTITY table-latin SYSTEM "latin.txt">
-]>
-<charset>
-  <name>Other</name>
-  <rule construle="constSAME" destrule="destSAME"/>
-  <baseset>&set-latin;</baseset>
-</charset>
-)");
+        place.write("source/definitions/other.xml", other("latin.txt"));
         place.write("source/sets/latin.set", R"(<?xml version="1.0" encoding="UTF-8"?>
 <subseta>
   <name>Latin</name>
@@ -109,17 +99,29 @@ struct source_tree {
         place.write("source/tables/signs.tsv", "%bytes 5C,7E\n%extra\n%pairs 1\n5C\t00A5\n");
     }
 
+    // A second charset of the same set.
+    static std::string other(const std::string& table) {
+        return R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE charset [
+<!ENTITY set-latin SYSTEM "latin.set">
+<!ENTITY table-latin SYSTEM ")" +
+               table + R"(">
+]>
+<charset>
+  <name>Other</name>
+  <rule construle="constSAME" destrule="destSAME"/>
+  <baseset>&set-latin;</baseset>
+</charset>
+)";
+    }
+
     // Replaces a text that stands in the file; an empty one stands for the whole file, be it there
     // or not.
-    void spoil(const std::string& file, const std::string& text, const std::string& other) const {
+    void spoil(const std::string& file, const std::string& text, const std::string& by) const {
         std::string content = place.read("source/" + file);
-        if (text.empty()) {
-            content = other;
-        } else {
-            const std::size_t start = content.find(text);
-            ASSERT_NE(start, std::string::npos) << file << " lacks " << text;
-            content.replace(start, text.size(), other);
-        }
+        const std::size_t start = content.find(text);
+        ASSERT_NE(start, std::string::npos) << file << " lacks " << text;
+        content.replace(start, text.empty() ? content.size() : text.size(), by);
         place.write("source/" + file, content);
     }
 
@@ -134,17 +136,7 @@ struct rejection {
     const char* message;             // behind the source directory
 };
 
-const char* const second_latin = R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE charset [
-<!ENTITY set-latin SYSTEM "latin.set">
-<!ENTITY table-latin SYSTEM "more.txt">
-]>
-<charset>
-  <name>Other</name>
-  <rule construle="constSAME" destrule="destSAME"/>
-  <baseset>&set-latin;</baseset>
-</charset>
-)";
+const std::string second_latin = source_tree::other("more.txt");
 
 const rejection rejections[] = {
     // Tables.
@@ -154,15 +146,12 @@ const rejection rejections[] = {
     {"tables/latin.tsv", "%two-way 128", "%two-way 1",
      "tables/latin.tsv: declares 1 two-way pairs, has 128"},
     {"tables/more.tsv", "2121\t", "217F\t", "tables/more.tsv:3: 217F is not a code of %bytes"},
-    {"tables/more.tsv", "2121\t", "21\t", "tables/more.tsv:3: codes have 4 upper-case digits here"},
     {"tables/more.tsv", "2121\t", "212a\t",
      "tables/more.tsv:3: codes have 4 upper-case digits here"},
     {"tables/more.tsv", "2121\t", "2124\t", "tables/more.tsv:4: code 2122 is not in order"},
-    {"tables/more.tsv", "2122..2123", "2121..2122", "tables/more.tsv:4: code 2121 is not in order"},
     {"tables/more.tsv", "2122..2123", "2123..2122", "tables/more.tsv:4: the range does not ascend"},
     {"tables/more.tsv", "\t3044", "\t3041", "tables/more.tsv:4: 3042 stands in line 3 too"},
     {"tables/more.tsv", "\t3044", "\t0", "tables/more.tsv:4: expected a scalar value"},
-    {"tables/more.tsv", "\t3044", "\tD7FF", "tables/more.tsv:4: D800 is not a scalar value"},
     {"tables/more.tsv", "\t3044", "\t10FFFF", "tables/more.tsv:4: 110000 is not a scalar value"},
     {"tables/more.tsv", "\t3044", "\t0000",
      "tables/more.tsv:4: 0 stands for no mapping, and only code 0 can have it"},
@@ -172,7 +161,6 @@ const rejection rejections[] = {
     {"tables/more.tsv", "%bytes 21 21-7E\n", "",
      "tables/more.tsv:2: %bytes and %pairs must stand before"},
     {"tables/more.tsv", "%bytes 21 ", "%bytes 21- ", "tables/more.tsv:1: %bytes needs"},
-    {"tables/more.tsv", "%pairs", "%paris", "tables/more.tsv:2: %paris is unknown"},
     {"tables/more.tsv", "\xE3\x81\x82", "\xE3\x81", "tables/more.tsv:3: not UTF-8"},
     {"tables/more.tsv", "%pairs 3\n", "%pairs 3\r\n", "tables/more.tsv:2: carriage return"},
     {"tables/latin.tsv", "80\t0041\tA", "41\t0041\tA",
@@ -181,7 +169,6 @@ const rejection rejections[] = {
      "tables/latin.tsv:5: 00C4 has no other code, so this pair goes both ways"},
     {"tables/stray.tsv", "", "%bytes 00\n%pairs 0\n", "tables/stray.tsv: nothing uses this table"},
     {"tables/Stray.tsv", "", "\n", "tables/Stray.tsv: file names are a-z"},
-    {"tables/stray.txt", "", "\n", "tables/stray.txt: only *.tsv belongs here"},
     // Sets.
     {"sets/stray.set", "",
      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<subseta>\n<name>Stray</name>\n"
@@ -194,15 +181,10 @@ const rejection rejections[] = {
      "sets/latin.set:6: the last code of <defined> needs a blank behind it"},
     {"sets/latin.set", "00-7F 80", "00-7F", "tables/latin.tsv:5: 0080 is outside what the set"},
     {"sets/latin.set", "00-7F", "7F-00", "sets/latin.set:6: 7F-00 is neither a code nor a range"},
-    {"sets/latin.set", "<lang domain=\"en\"/>", "", "sets/latin.set:5: expected <lang> here"},
     {"sets/latin.set", "bytenum=\"1\"", "bytenum=\"5\"",
      "sets/latin.set:5: bytenum must be a number from 1 to 4"},
-    {"sets/latin.set", "<code bytenum=\"1\"/>", "<code/>",
-     "sets/latin.set:5: <code> needs one attribute bytenum"},
     {"sets/more.set", "bytenum=\"2\"", "bytenum=\"1\"",
      "sets/more.set:7: codes are longer than bytenum says"},
-    {"sets/latin.set", "<subseta>\n", "<!ENTITY x SYSTEM \"y\">\n<subseta>\n",
-     "sets/latin.set:2: expected a name"},
     {"sets/own.set", "number=\"5E\"", "number=\"1901\"",
      "sets/own.set: the user-defined area is larger than private use"},
     {"sets/own.set", "start=\"7F21\"", "start=\"2123\"",
@@ -210,7 +192,6 @@ const rejection rejections[] = {
     {"tables/more.tsv", "2122..2123\t3044", "2122..2123\tE05D",
      "definitions/mini.xml:18: the user-defined area overlaps more.txt at 2122"},
     // Definitions.
-    {"definitions/mini.xml", "UTF-8", "UTF-16", "definitions/mini.xml:1: the first line must be"},
     {"definitions/mini.xml", "A comment;", "A -- comment;",
      "definitions/mini.xml:2: expected '-->'"},
     {"definitions/mini.xml", "constSAME", "constSame",
@@ -218,16 +199,10 @@ const rejection rejections[] = {
     {"definitions/mini.xml", "construle=\"constSAME\" destrule=\"destSAME\"",
      "destrule=\"destSAME\" construle=\"constSAME\"",
      "definitions/mini.xml:13: construle must stand before destrule"},
-    {"definitions/mini.xml", "<rule construle=\"constSAME\" destrule=\"destSAME\"/>\n", "",
-     "definitions/mini.xml:13: expected <rule> here"},
-    {"definitions/mini.xml", "</charset>\n", "",
-     "definitions/mini.xml:11: <charset> is not closed"},
     {"definitions/mini.xml", "<!ENTITY set-latin SYSTEM \"latin.set\">\n", "",
      "definitions/mini.xml:13: entity set-latin not declared"},
     {"definitions/mini.xml", "<!ENTITY table-latin SYSTEM \"latin.txt\">\n", "",
      "definitions/mini.xml:13: entity table-latin, which Latin refers to, is not declared"},
-    {"definitions/mini.xml", "<!ENTITY extra-signs SYSTEM \"signs.txt\">\n", "",
-     "definitions/mini.xml:14: entity extra-signs not declared"},
     {"definitions/mini.xml", "table-latin SYSTEM", "set-latin SYSTEM",
      "definitions/mini.xml:5: entity set-latin declared twice"},
     {"definitions/mini.xml", "<diffset>&set-more;</diffset>", "",
@@ -237,12 +212,8 @@ const rejection rejections[] = {
      "definitions/mini.xml:5: entity set-latin is not found"},
     {"definitions/mini.xml", "latin.set", "latin2.set",
      "definitions/mini.xml:4: there is no set latin2.set"},
-    {"definitions/mini.xml", "signs.txt", "signs2.txt",
-     "definitions/mini.xml:6: there is no table signs2.txt"},
     {"definitions/mini.xml", "<dstable bytenum=\"1\">", "<dstable bytenum=\"2\">",
      "definitions/mini.xml:15: on a one-byte set bytenum must be 1"},
-    {"definitions/mini.xml", "<dstable bytenum=\"1\">", "<dstable>",
-     "definitions/mini.xml:15: <dstable> needs one attribute bytenum"},
     {"tables/signs.tsv", "%extra\n", "", "definitions/mini.xml:15: signs.txt lacks %extra"},
     {"tables/signs.tsv", "00A5", "0041",
      "definitions/mini.xml:15: 0041 of signs.txt is never asked for: latin.txt has it"},
@@ -254,7 +225,7 @@ const rejection rejections[] = {
      "definitions/mini.xml:17: Latin is here twice"},
     {"definitions/mini.xml", "<diffset>&set-more;</diffset>", "<baseset>&set-more;</baseset>",
      "definitions/mini.xml:17: More is a set of another kind"},
-    {"definitions/other.xml", "", second_latin,
+    {"definitions/other.xml", "", second_latin.c_str(),
      "definitions/other.xml:4: Latin has the table latin.txt in another charset"},
     {"definitions/mini.xml", "<eudcset>&set-own;</eudcset>", "<eudcset>&set-own; </eudcset>x",
      "definitions/mini.xml:11: <charset> holds text"},
@@ -349,11 +320,6 @@ TEST(CharsetBuilder, WritesWhatTheLibraryReads) {
     EXPECT_TRUE(tree.place.has("output/kept.md"));
     EXPECT_EQ(tree.place.read("output/more.txt"),
               "\xFF\xFE" + test::widen("2121\t3042\r\n2122\t3044\r\n2123\t3045\r\n", 2, false));
-    const std::string definition = tree.place.read("output/other.xml");
-    EXPECT_EQ(definition.find("\xFF\xFE" + test::widen("<?xml version=\"1.0\" encoding=\"UTF-16\"?>"
-                                                       "\r\n<!DOCTYPE",
-                                                       2, false)),
-              0U);
     // The pair that only decodes comes first, so that the other one encodes.
     const std::string cache = tree.place.read("output/latin.cmp");
     u32 first[4] = {};

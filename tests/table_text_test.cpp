@@ -144,8 +144,7 @@ TEST(TableText, CharactersAndTheirSurrogates) {
               (std::vector<u32>{0xB7DF42D8, 0x42D8B7DF, 0x310000D8, 0x42303200}));
 }
 
-// A number ends at a character that is given back: only one unit of a pair of surrogates, whose
-// second unit then starts the next character.
+// A number ends at a character that is given back, but only the second unit of a pair is.
 TEST(TableText, ANumberBeforeAPairOfSurrogates) {
     const std::string text = widen("21", 2, true) + "\xD8\x42\xDF\xB7" + widen("22 33 ;", 2, true);
     EXPECT_EQ(numbers(text, encoding_utf16, 1), (std::vector<u32>{0x21, 2, 0x33}));
@@ -172,17 +171,11 @@ TEST(TableText, NothingIsLostAtRefills) {
     }
 }
 
-TEST(TableText, NoTextBreaksIt) {
-    for (std::size_t size = 0; size < 60; ++size) {
-        for (u32 encoding = 0; encoding < 7; ++encoding) {
-            numbers(random_bytes(40000).substr(0, size * 650 + size % 5), encoding, size % 2);
-        }
+TEST(TableText, WithoutEnd) {
+    for (const char* start : {"", "<"}) {
+        EXPECT_EQ(numbers(widen(start + std::string(60000, 'f'), 2, false), encoding_utf16, 0),
+                  std::vector<u32>());
     }
-    // Digits without end, markup without end.
-    EXPECT_EQ(numbers(widen(std::string(60000, 'f'), 2, false), encoding_utf16, 0),
-              std::vector<u32>());
-    EXPECT_EQ(numbers(widen("<" + std::string(60000, 'f'), 2, false), encoding_utf16, 0),
-              std::vector<u32>());
 }
 
 } // namespace
