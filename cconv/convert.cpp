@@ -4,6 +4,7 @@
 #include "cconv/lifecycle.h"
 #include "cconv/names.h"
 #include "cconv/table.h"
+#include "platform/platform.h"
 
 namespace {
 
@@ -12,16 +13,21 @@ namespace {
 enum class direction { encode, decode };
 
 charset_group* find_charset(const char* name) {
-    return name != nullptr ? findGroupArray(g_ProcessObject.groups, group_number(name)) : nullptr;
+    return name != nullptr && definitions_settled()
+               ? findGroupArray(g_ProcessObject.groups, group_number(name))
+               : nullptr;
 }
 
-// A table that cannot be loaded is no reason to stop: what it would have mapped is unknown.
-void load_tables(const charset_group* group, direction wanted) {
+// A table that cannot be loaded is no reason to stop: what it would have mapped is unknown. False
+// when memory or descriptors did not suffice.
+bool load_tables(const charset_group* group, direction wanted) {
+    const u32 failures = resource_failures();
     for (basic_set* set : member_sets(group)) {
         if (set->setType != PVZAN_SET_USER_DEFINED) {
             loadTableFile(wanted == direction::encode ? set->encodeTable : set->decodeTable);
         }
     }
+    return resource_failures() == failures;
 }
 
 void clear_session(session* s) {
@@ -161,10 +167,9 @@ u32 cconvInitConvert(session* s, const target_options* options, const char* name
     getCharsetPath(nullptr, 0); // settles the default
     charset_group* group = find_charset(name);
     clear_session(s);
-    if (group == nullptr) {
+    if (group == nullptr || !load_tables(group, direction::encode)) {
         return s->status = PVZAN_UNKNOWN_CHARSET;
     }
-    load_tables(group, direction::encode);
     s->dstGroupNo = group->groupNo;
     s->dstGroup = group;
     s->dstRule = TheRule(group->constRule);
@@ -180,11 +185,10 @@ u32 cconvInitConvert(session* s, const target_options* options, const char* name
 
 u32 cconvChgCharset(session* s, const source_options* options, const char* name) {
     charset_group* group = find_charset(name);
-    if (group == nullptr) {
+    if (group == nullptr || !load_tables(group, direction::decode)) {
         s->srcRule = nullptr;
         return s->status = PVZAN_UNKNOWN_CHARSET;
     }
-    load_tables(group, direction::decode);
     s->srcGroupNo = group->groupNo;
     s->srcGroup = group;
     s->srcRule = TheRule(group->destRule);

@@ -69,9 +69,72 @@ std::optional<i32> find_quote(const document& in, i32 from, i32 end) {
     return std::nullopt;
 }
 
+// Repeated searches for one key, each from where the one before began or further on. What lies
+// ahead is remembered, and so is that nothing does: a document that is full of one key, or of
+// another, takes linear time.
+class key_finder {
+public:
+    key_finder(document& in, const char* key)
+        : in_(in), key_(key), bytes_(static_cast<i32>(std::strlen(key) * sizeof(u32))) {}
+
+    // The offset behind the key.
+    std::optional<i32> find(i32 from) {
+        if (!searched_ || (behind_ && *behind_ - bytes_ < from)) {
+            behind_ = find_key(in_, key_, from);
+            searched_ = true;
+        }
+        return behind_;
+    }
+    [[nodiscard]] i32 bytes() const { return bytes_; }
+
+private:
+    document& in_;
+    const char* key_;
+    i32 bytes_;
+    bool searched_ = false;
+    std::optional<i32> behind_;
+};
+
+// The same for elements, which are found as find_element finds them.
+struct element_keys {
+    const char *plain, *attributed, *closing;
+};
+constexpr element_keys range_keys{"<range>", "<range ", "</range>"};
+constexpr element_keys extra_table_keys{"<dstable>", "<dstable ", "</dstable>"};
+constexpr element_keys base_set_keys{"<baseset>", "<baseset ", "</baseset>"};
+constexpr element_keys difference_set_keys{"<diffset>", "<diffset ", "</diffset>"};
+
+class element_finder {
+public:
+    element_finder(document& in, const element_keys& keys)
+        : plain_(in, keys.plain), attributed_(in, keys.attributed), closing_(in, keys.closing),
+          empty_(in, "/>") {}
+
+    std::optional<element> find(i32 from) {
+        auto start = plain_.find(from);
+        const auto attributed = attributed_.find(from);
+        if (!start || (attributed && *attributed < *start)) {
+            start = attributed;
+        }
+        if (!start) {
+            return std::nullopt;
+        }
+        for (key_finder* ending : {&closing_, &empty_}) {
+            if (const auto behind = ending->find(*start)) {
+                return element{*start, *behind - ending->bytes()};
+            }
+        }
+        return std::nullopt;
+    }
+
+private:
+    key_finder plain_, attributed_, closing_, empty_;
+};
+
 // Skips every "range" element from there; their contents are not used.
 i32 skip_ranges(document& in, i32 from) {
-    while (const auto range = find_element(in, "range", from)) {
+    element_finder ranges(in, range_keys);
+    while (const auto range = ranges.find(from)) {
         from = range->end;
     }
     return from;
@@ -80,13 +143,12 @@ i32 skip_ranges(document& in, i32 from) {
 // ---- Base and difference sets ------------------------------------------------------------------
 
 struct set_grammar {
-    const char* reference; // element of the main document
-    const char* set;       // elements of the set's own file
+    const char* set; // elements of the set's own file
     const char* code;
     u16 setType;
 };
-constexpr set_grammar base_grammar{"baseset", "subseta", "code", PVZAN_SET_BASE};
-constexpr set_grammar difference_grammar{"diffset", "subsetb", "codeb", PVZAN_SET_DIFFERENCE};
+constexpr set_grammar base_grammar{"subseta", "code", PVZAN_SET_BASE};
+constexpr set_grammar difference_grammar{"subsetb", "codeb", PVZAN_SET_DIFFERENCE};
 
 // Reads what stands behind the code element: the defined ranges and the table's name.
 bool read_set_contents(document& main, document& in, const set_grammar& grammar,
@@ -105,6 +167,7 @@ bool read_set_contents(document& main, document& in, const set_grammar& grammar,
 }
 
 owned_set read_set(document& main, const element& reference, const set_grammar& grammar) {
+    const u32 failures = resource_failures();
     owned_document in;
     if (readDAT(&main, reference.start, reference.end, &in) == 0) {
         return nullptr;
@@ -128,16 +191,26 @@ owned_set read_set(document& main, const element& reference, const set_grammar& 
     if (grammar.setType == PVZAN_SET_DIFFERENCE) {
         xmlGetBasedon(&in, code->start, code->end, set->basedOn);
     }
-    return read_set_contents(main, in, grammar, *code, *set) ? std::move(set) : nullptr;
+    const bool complete = read_set_contents(main, in, grammar, *code, *set);
+    return complete && resource_failures() == failures ? std::move(set) : nullptr;
 }
 
 // ---- Extra encode tables -----------------------------------------------------------------------
 
+// What the sets of a document are read with, one after the other.
+struct extra_table_finder {
+    element_finder tables;
+    key_finder width;
+    explicit extra_table_finder(document& main)
+        : tables(main, extra_table_keys), width(main, "bytenum=") {}
+};
+
 // The value width of an extra table: hexadecimal, 2 where none is given; nothing when its quotes
 // are not closed.
-std::optional<u32> extra_table_width(document& main, const element& table) {
+std::optional<u32> extra_table_width(document& main, extra_table_finder& finder,
+                                     const element& table) {
     constexpr u32 default_width = 2;
-    const auto key = find_key(main, "bytenum=", table.start);
+    const auto key = finder.width.find(table.start);
     if (!key || *key > table.end) {
         return default_width;
     }
@@ -156,19 +229,19 @@ std::optional<u32> extra_table_width(document& main, const element& table) {
 
 // The "dstable" elements inside a set element. A table whose file cannot be resolved is left out;
 // null is lack of memory.
-owned_tables read_extra_tables(document& main, const element& set) {
+owned_tables read_extra_tables(document& main, extra_table_finder& finder, const element& set) {
     owned_tables tables(initArray());
     if (tables == nullptr) {
         return nullptr;
     }
     i32 from = set.start;
     for (;;) {
-        const auto found = find_element(main, "dstable", from);
+        const auto found = finder.tables.find(from);
         if (!found || found->end >= set.end) {
             return tables;
         }
         from = found->end;
-        const auto width = extra_table_width(main, *found);
+        const auto width = extra_table_width(main, finder, *found);
         if (!width) {
             continue;
         }
@@ -200,13 +273,13 @@ bool register_set(charset_group& group, owned_set set) {
     return addNameArray(group.memberSets, setNo) != 0;
 }
 
-bool add_set(document& main, const element& reference, const set_grammar& grammar,
-             charset_group& group) {
+bool add_set(document& main, extra_table_finder& finder, const element& reference,
+             const set_grammar& grammar, charset_group& group) {
     owned_set set = read_set(main, reference, grammar);
     if (set == nullptr) {
         return false;
     }
-    owned_tables tables = read_extra_tables(main, reference);
+    owned_tables tables = read_extra_tables(main, finder, reference);
     if (tables == nullptr || addArray(group.dsTableArrays, tables.get()) == 0) {
         return false;
     }
@@ -218,15 +291,18 @@ bool add_set(document& main, const element& reference, const set_grammar& gramma
 // ended.
 bool add_sets(document& main, charset_group& group, i32& end) {
     end = 0;
+    element_finder bases(main, base_set_keys), differences(main, difference_set_keys);
+    extra_table_finder extra_tables(main);
     for (;;) {
-        const auto base = find_element(main, base_grammar.reference, end);
-        const auto difference = find_element(main, difference_grammar.reference, end);
+        const auto base = bases.find(end);
+        const auto difference = differences.find(end);
         if (!base && !difference) {
             return true;
         }
         const bool base_first = base && (!difference || base->start < difference->start);
         const element& reference = base_first ? *base : *difference;
-        if (!add_set(main, reference, base_first ? base_grammar : difference_grammar, group)) {
+        if (!add_set(main, extra_tables, reference, base_first ? base_grammar : difference_grammar,
+                     group)) {
             return false;
         }
         end = reference.end;
@@ -308,6 +384,7 @@ bool read_rules(document& main, const element& name, rule_names& rules) {
 extern "C" {
 
 u32 xmlReadXML(const char* fileName) {
+    const u32 failures = resource_failures();
     owned_document main;
     if (xmlReadFile(fileName, encoding_utf16, 0, &main) == 0) {
         return 0;
@@ -337,7 +414,8 @@ u32 xmlReadXML(const char* fileName) {
     if (user_defined && !add_user_defined_set(main, *user_defined, *group)) {
         return 0;
     }
-    if (TheAddGroup(group.get()) == 0) {
+    // A part left out for lack of memory or descriptors would be missed for ever.
+    if (resource_failures() != failures || TheAddGroup(group.get()) == 0) {
         return 0;
     }
     group.release();

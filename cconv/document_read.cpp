@@ -36,7 +36,7 @@ struct file_bytes {
 // False when there is no such file, or nothing in it. A file that cannot be read whole counts as no
 // bytes.
 bool read_file(const char* path, file_bytes& out) {
-    const owned_file file(is_regular_file(path) ? ZAN_FileOpen(path, "r") : nullptr);
+    const owned_file file = open_regular(path);
     if (file == nullptr || ZAN_FileSeek(file.get(), 0, SEEK_END) != 0) {
         return false;
     }

@@ -123,7 +123,8 @@ u32 xmlSeekObj1(document* document, const char* key, i32* end) {
     }
     const characters text = whole_text(document);
     const std::size_t from = clamp_offset(document, document->pos);
-    if ((wanted[0] == '<' || wanted[0] == '/') && document->tagCount > 0) {
+    // Of the keys that begin with "/" only those of an element's end stand at a tag.
+    if ((wanted[0] == '<' || wanted == "/" || wanted.starts_with("/>")) && document->tagCount > 0) {
         const std::span tags(document->tagPos, static_cast<std::size_t>(document->tagCount));
         auto tag = std::ranges::lower_bound(tags, static_cast<i32>(from));
         for (; tag != tags.end(); ++tag) {

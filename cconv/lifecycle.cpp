@@ -16,6 +16,11 @@ constexpr char definition_pattern[] = "*.xml";
 std::atomic<u32> s_loaded;    // 1 once the charset directory has been read, with whatever success
 std::atomic<i32> s_loadCount; // definitions read successfully
 
+// Reading that lacked memory or descriptors is tried again by the next call, but not for ever: a
+// definition may be too large for the machine. Counted under the table lock.
+constexpr u32 max_load_tries = 3;
+u32 load_tries;
+
 // Guards the reference count, so that first conversions on several threads may race without
 // my_init. It is held only here, never together with work on tables.
 pthread_mutex_t start_lock = PTHREAD_MUTEX_INITIALIZER;
@@ -75,19 +80,32 @@ char* copy_directory(char* buffer, u32 size) {
     return buffer;
 }
 
+// The pattern that finds a directory's definitions; the directory itself is taken literally.
+void make_pattern(char (&out)[2 * text_bytes], const char* directory) {
+    char* end = out;
+    for (; *directory != '\0'; ++directory) {
+        if (std::strchr("*?[\\", *directory) != nullptr) {
+            *end++ = '\\';
+        }
+        *end++ = *directory;
+    }
+    *end = '\0';
+}
+
 i32 read_definitions() {
     char directory[text_bytes];
     char path[text_bytes];
+    char pattern[2 * text_bytes];
     if (charset_path_locked(directory, sizeof directory) == nullptr) {
         return 0;
     }
-    copy_text(path, directory);
-    if (!append_text(path, definition_pattern)) {
+    make_pattern(pattern, directory);
+    if (!append_text(pattern, definition_pattern)) {
         return 0;
     }
     const owned_memory<directory_listing> listing(
         static_cast<directory_listing*>(ZAN_calloc(1, sizeof(directory_listing))));
-    if (listing == nullptr || openDir(path, listing.get()) == 0) {
+    if (listing == nullptr || openDir(pattern, listing.get()) == 0) {
         return 0;
     }
     i32 count = 0;
@@ -180,16 +198,26 @@ u32 cconvLoadRule(void) {
         return any_loaded();
     }
     // This reference is never given back, deliberately: sessions keep pointers into the registry.
-    initProcess();
+    if (initProcess() == 0) {
+        return 0;
+    }
     const table_lock lock;
     if (s_loaded.load(std::memory_order_acquire) == 0) {
+        const u32 failures = resource_failures();
         s_loadCount.store(read_definitions(), std::memory_order_relaxed);
+        if (resource_failures() != failures && ++load_tries < max_load_tries) {
+            return 0;
+        }
         s_loaded.store(1, std::memory_order_release); // an empty directory is not read again either
     }
     return any_loaded();
 }
 
 } // extern "C"
+
+bool definitions_settled() {
+    return s_loaded.load(std::memory_order_acquire) != 0;
+}
 
 char* charset_path_locked(char* buffer, u32 size) {
     if (m_charsetpath[0] == '\0') {

@@ -37,5 +37,9 @@ private:
     bool held_;
 };
 
+// Whether the charset directory has been read. Before that, and while memory or descriptors do not
+// suffice for it, there are no charsets.
+bool definitions_settled();
+
 // getCharsetPath for callers that hold the table lock.
 char* charset_path_locked(char* buffer, u32 size);

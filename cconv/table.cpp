@@ -140,16 +140,12 @@ i32 file_size(FILE* file) {
     return size <= std::numeric_limits<i32>::max() ? static_cast<i32>(size) : 0;
 }
 
-owned_file open_regular(const char* path, const char* mode) {
-    return owned_file(is_regular_file(path) ? ZAN_FileOpen(path, mode) : nullptr);
-}
-
 // ---- Caches ------------------------------------------------------------------------------------
 
 // Fills the table from its cache. False when there is none; what is there is trusted as it is, be
 // it empty.
 bool load_cache(table_object* table, const char* path) {
-    const owned_file file = open_regular(path, "rb");
+    const owned_file file = open_regular(path);
     if (file == nullptr) {
         return false;
     }
@@ -203,8 +199,9 @@ public:
         if (file_ == nullptr) {
             return;
         }
-        const bool complete = ZAN_FileClose(file_.release()) == 0;
-        if (!complete || !rename_file(temporary_, path_)) {
+        const bool flushed = flush_to_disk(file_.get());
+        const bool closed = ZAN_FileClose(file_.release()) == 0;
+        if (!flushed || !closed || !rename_file(temporary_, path_)) {
             removeFile(temporary_);
         }
     }
@@ -216,10 +213,12 @@ private:
 };
 
 // Fills the table from its text and writes the cache. A missing text leaves an empty cache,
-// deliberately: it is not looked for again by every process.
+// deliberately: it is not looked for again by every process. A text that was there but could not be
+// read to its end, for lack of memory or descriptors, leaves none: it would be trusted for ever.
 void load_text(table_object* table, const table_paths& paths) {
+    const u32 failures = resource_failures();
     cache_writer cache(paths.cache);
-    const owned_file file = open_regular(paths.text, "r");
+    const owned_file file = open_regular(paths.text);
     const owned_memory<u8> buffer(static_cast<u8*>(ZAN_malloc(TABLE_READ_BYTES)));
     if (file != nullptr && buffer != nullptr) {
         table_reader reader{};
@@ -238,7 +237,17 @@ void load_text(table_object* table, const table_paths& paths) {
             cache.add(p);
         }
     }
+    if (resource_failures() != failures || (file != nullptr && ran_short(file.get()))) {
+        cache.discard();
+    }
     cache.publish();
+}
+
+void fill_table(table_object* table) {
+    table_paths paths;
+    if (make_paths(table, paths) && !load_cache(table, paths.cache)) {
+        load_text(table, paths);
+    }
 }
 
 // A table of one key or none counts only with a key that can be a code.
@@ -248,6 +257,17 @@ bool is_usable(const table_object* table) {
 }
 
 std::atomic<u32> generation{1};
+
+// Forgets an attempt that failed for lack of memory or descriptors: the next one may do better.
+void forget_attempt(table_object* table) {
+    for (table_block* block : items_of<table_block>(table->blocks)) {
+        termBlock(block);
+    }
+    ZAN_free(table->blocks->items);
+    *table->blocks = {};
+    table->minKey = table->maxKey = table->keysSeen = 0;
+    table->loadTries = -1;
+}
 
 void mark_loaded(table_object* table, u32 loaded) {
     std::atomic_ref<u32>(table->loaded).store(loaded, std::memory_order_release);
@@ -269,20 +289,20 @@ u32 loadTableFile(table_object* table) {
     }
     const table_lock lock;
     if (!table_loaded(table)) {
-        if (++table->loadTries == 0) {
-            loadTablFile(table);
-        } else {
+        const u32 failures = resource_failures();
+        if (++table->loadTries != 0) {
             mark_loaded(table, 1);
+        } else if (fill_table(table); resource_failures() != failures) {
+            forget_attempt(table);
+        } else {
+            mark_loaded(table, is_usable(table));
         }
     }
     return table_loaded(table);
 }
 
 void loadTablFile(table_object* table) {
-    table_paths paths;
-    if (make_paths(table, paths) && !load_cache(table, paths.cache)) {
-        load_text(table, paths);
-    }
+    fill_table(table);
     mark_loaded(table, is_usable(table));
 }
 

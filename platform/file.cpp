@@ -1,11 +1,15 @@
 // File services.
 #include "platform/platform.h"
 
+#include <cerrno>
 #include <ctime>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
+
+thread_local u32 failures;
 
 std::size_t widen(i32 size) {
     return static_cast<std::size_t>(static_cast<i64>(size));
@@ -16,7 +20,11 @@ std::size_t widen(i32 size) {
 extern "C" {
 
 FILE* ZAN_FileOpen(const char* path, const char* mode) {
-    return std::fopen(path, mode);
+    FILE* stream = std::fopen(path, mode);
+    if (stream == nullptr) {
+        note_resource_failure(errno);
+    }
+    return stream;
 }
 
 i32 ZAN_FileClose(FILE* stream) {
@@ -24,11 +32,30 @@ i32 ZAN_FileClose(FILE* stream) {
 }
 
 i32 ZAN_FileRead(void* buffer, i32 size, i32 count, FILE* stream) {
-    return static_cast<i32>(std::fread(buffer, widen(size), widen(count), stream));
+    if (size <= 0 || count <= 0) {
+        return 0;
+    }
+    // A signal may interrupt a read; what it got so far counts, and reading goes on.
+    const std::size_t wanted = widen(size) * widen(count);
+    std::size_t got = 0;
+    for (;;) {
+        errno = 0;
+        got += std::fread(static_cast<u8*>(buffer) + got, 1, wanted - got, stream);
+        if (got == wanted || std::ferror(stream) == 0 || errno != EINTR) {
+            break;
+        }
+        std::clearerr(stream);
+    }
+    if (got != wanted && std::ferror(stream) != 0) {
+        ++failures;
+    }
+    return static_cast<i32>(got / widen(size));
 }
 
 i32 ZAN_FileWrite(const void* buffer, i32 size, i32 count, FILE* stream) {
-    return static_cast<i32>(std::fwrite(buffer, widen(size), widen(count), stream));
+    return size > 0 && count > 0
+               ? static_cast<i32>(std::fwrite(buffer, widen(size), widen(count), stream))
+               : 0;
 }
 
 i32 ZAN_FileSeek(FILE* stream, std::int64_t offset, i32 whence) {
@@ -49,9 +76,52 @@ i32 ZAN_VfPrintf(FILE* stream, const char* format, va_list* arguments) {
 
 } // extern "C"
 
-bool is_regular_file(const char* path) {
+u32 resource_failures() {
+    return failures;
+}
+
+void note_resource_failure(int error) {
+    switch (error) {
+    case ENOMEM:
+    case EMFILE:
+    case ENFILE:
+    case EIO: ++failures; break;
+    default: break; // a missing or forbidden file stays so
+    }
+}
+
+// Looked at when it is open, so that nothing can be put in its place meanwhile; without waiting for
+// a pipe's other end.
+owned_file open_regular(const char* path) {
+    int descriptor = -1;
+    do {
+        descriptor = ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    } while (descriptor < 0 && errno == EINTR);
+    if (descriptor < 0) {
+        note_resource_failure(errno);
+        return nullptr;
+    }
     struct stat status {};
-    return ::stat(path, &status) == 0 && S_ISREG(status.st_mode);
+    FILE* stream = nullptr;
+    if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+        stream = ::fdopen(descriptor, "rb");
+        if (stream == nullptr) {
+            note_resource_failure(errno);
+        }
+    }
+    if (stream == nullptr) {
+        ::close(descriptor);
+    }
+    return owned_file(stream);
+}
+
+bool ran_short(FILE* stream) {
+    return std::feof(stream) != 0 || std::ferror(stream) != 0;
+}
+
+bool flush_to_disk(FILE* stream) {
+    // Some file systems cannot: EINVAL is no failure.
+    return std::fflush(stream) == 0 && (::fsync(::fileno(stream)) == 0 || errno == EINVAL);
 }
 
 bool rename_file(const char* from, const char* to) {

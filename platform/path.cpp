@@ -1,6 +1,7 @@
 // Paths in parts, and the listing of a directory.
 #include "platform/platform.h"
 
+#include <cerrno>
 #include <string_view>
 
 namespace {
@@ -90,14 +91,20 @@ i32 ZAN_getPathBreak(const char* text) {
     }
 }
 
-i32 errorfn(const char*, i32) {
+// Never stops a listing.
+i32 errorfn(const char*, i32 error) {
+    note_resource_failure(error);
     return 0;
-} // never stop a listing
+}
 
 // No match and unreadable directories are empty listings; glob leaves its result releasable then.
 u32 ZAN_ASC_opendir(const char* pattern, listing_state* state) {
     *state = {};
-    return ::glob(pattern, 0, errorfn, &state->matches) != GLOB_NOSPACE;
+    if (::glob(pattern, 0, errorfn, &state->matches) == GLOB_NOSPACE) {
+        note_resource_failure(ENOMEM);
+        return 0;
+    }
+    return 1;
 }
 
 u32 ZAN_ASC_readdir(listing_state* state, listing_entry* entry) {

@@ -69,11 +69,19 @@ PVZAN_API i32 ZAN_nextDrivePathDelimiter(const char* text);
 PVZAN_API i32 ZAN_getPathBreak(const char* text);
 }
 
-// Whether path is a regular file, or a link to one: opening a pipe or a device could wait for ever.
-bool is_regular_file(const char* path);
+// How often this thread was refused memory or a descriptor, or failed to read. Work whose failure
+// may mean "there is none" or "not now" compares it before and after.
+u32 resource_failures();
+// Counts one more, for calls that allocate or open by themselves.
+void note_resource_failure(int error);
 
 // Gives a file another name in one step; a file of that name is replaced.
 bool rename_file(const char* from, const char* to);
+
+// Whether reading stopped before the end that the file had, or by an error.
+bool ran_short(FILE* stream);
+// Brings what was written to the disk, so that no crash of the system leaves less under its name.
+bool flush_to_disk(FILE* stream);
 
 // A name beside path that no other process uses, be it in a container with the same process
 // numbers. False when it would be too long.
@@ -90,3 +98,7 @@ struct file_close {
     void operator()(FILE* stream) const { ZAN_FileClose(stream); }
 };
 using owned_file = std::unique_ptr<FILE, file_close>;
+
+// Opens a regular file, or a link to one, for reading. Anything else, a pipe or a device, could
+// wait or run for ever: it counts as missing.
+owned_file open_regular(const char* path);
