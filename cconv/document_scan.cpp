@@ -47,12 +47,27 @@ bool key_at(characters text, std::size_t index, std::string_view key) {
 }
 
 std::optional<std::size_t> find_key(characters text, std::size_t from, std::string_view key) {
+    const u32 first = static_cast<u8>(key[0]); // no key is empty
     for (std::size_t i = from; i + key.size() <= text.size(); ++i) {
-        if (key_at(text, i, key)) {
+        if (text[i] == first && key_at(text, i, key)) {
             return i;
         }
     }
     return std::nullopt;
+}
+
+// A search key in its buffer. One that comes out longer than max_key finds nothing.
+using key_buffer = char[max_key + 5];
+
+void make_key(key_buffer& out, std::string_view before, std::string_view name,
+              std::string_view behind) {
+    std::size_t length = 0;
+    for (const std::string_view part : {before, name, behind}) {
+        const std::size_t n = std::min(part.size(), sizeof out - 1 - length);
+        std::memcpy(out + length, part.data(), n);
+        length += n;
+    }
+    out[length] = '\0';
 }
 
 // The text between the first two double quotes.
@@ -144,11 +159,10 @@ u32 xmlSeekObj1(document* document, const char* key, i32* end) {
 }
 
 u32 xmlSeekObj2(document* document, const char* elementName, i32* start, i32* end) {
-    // Keys that come out longer than max_key find nothing.
-    char plain[max_key + 5], attributed[max_key + 5], closing[max_key + 5];
-    std::snprintf(plain, sizeof plain, "<%s>", elementName);
-    std::snprintf(attributed, sizeof attributed, "<%s ", elementName);
-    std::snprintf(closing, sizeof closing, "</%s>", elementName);
+    key_buffer plain, attributed, closing;
+    make_key(plain, "<", elementName, ">");
+    make_key(attributed, "<", elementName, " ");
+    make_key(closing, "</", elementName, ">");
 
     *start = 0;
     const position_scope scope(document);

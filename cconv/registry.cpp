@@ -43,11 +43,7 @@ extern "C" {
 registry_root g_ProcessObject;
 
 void* initStruct(u16 size) {
-    void* record = ZAN_malloc(size);
-    if (record != nullptr) {
-        std::memset(record, 0, size);
-    }
-    return record;
+    return ZAN_calloc(1, size); // memory fresh from the system is clear already
 }
 
 void termStruct(void* record) {
