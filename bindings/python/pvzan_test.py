@@ -1,0 +1,163 @@
+"""pvzan.py against Python's own codecs."""
+
+import codecs
+import io
+import os
+import random
+import subprocess
+import sys
+import tempfile
+import threading
+import unittest
+
+import pvzan
+
+PEERS = {
+    "shift_jis-2004": "shift_jis_2004",
+    "euc-jis-2004": "euc_jis_2004",
+    "iso-2022-jp-2004": "iso2022_jp_2004",
+    "cp932": "cp932",
+    "euc-jp": "euc_jp",
+    "iso-2022-jp": "iso2022_jp",
+    "gbk": "gbk",
+    "big5": "cp950",
+    "uhc": "cp949",
+    "gb18030": "gb18030",
+    "ascii": "ascii",
+    "latin1": "latin-1",
+}
+# Read differently on purpose, see charsets/README.md: the wave dash and its kind, user-defined codes.
+DISPUTED = set("\\~¥‾～〜∥‖－−￠￡￢¢£¬―—·￤¦⦅⦆｟｠鬜¤\x0e\x0f\x1b\x7f\x80") | {chr(c) for c in range(0xE000, 0xF900)}
+GB18030_OF_2022 = set("ḿ龴龵龶龷龸龹龺龻") | {chr(c) for c in range(0xFE10, 0xFE1A)}
+SCALARS = "".join(chr(c) for c in range(0x30000) if not 0xD800 <= c < 0xE000)
+
+
+def comparable(name):
+    """Python has an older GB18030, JIS X 0212 in EUC-JIS-2004, and one extension of Big5 of several."""
+    skipped = DISPUTED | (GB18030_OF_2022 if name == "gb18030" else set())
+    if name == "euc-jis-2004":
+        skipped |= set(SCALARS) - set(SCALARS.encode("shift_jis_2004", "ignore").decode("shift_jis_2004"))
+    known = SCALARS.encode(PEERS[name], "ignore").decode(PEERS[name])
+    text = "".join(c for c in known if c not in skipped)
+    if name == "big5":
+        text = "".join(c for c in text if not b"\xc6\xa1" <= c.encode(PEERS[name]) <= b"\xc8\xfe")
+    return text
+
+
+class Codecs(unittest.TestCase):
+    def test_every_character_as_python_has_it(self):
+        for ours, theirs in PEERS.items():
+            text = comparable(ours)
+            self.assertGreater(len(text), 100)
+            self.assertTrue(text.encode(theirs).decode(f"pvzan:{ours}") == text, ours)
+            self.assertTrue(text.encode(f"pvzan:{ours}").decode(theirs) == text, ours)
+
+    def test_places_and_handlers(self):
+        rows = (
+            (b"A\x82\xa0\xff!\x82", "shift_jis"),
+            (b"\xa4\xa2\xff\xa4", "euc-jp"),
+            (b"\x1b$B$\"\x1b(Zx", "iso-2022-jp"),
+        )
+        for data, name in rows:
+            seen = []
+            codecs.register_error("pvzan-test", lambda e: (seen.append((e.start, e.end)), ("<>", e.end))[1])
+            text = data.decode(f"pvzan:{name}", "pvzan-test")
+            self.assertEqual(text.count("<>"), len(seen))
+            if not name.startswith("iso-2022"):  # Python lets no ASCII escape
+                escaped = data.decode(f"pvzan:{name}", "surrogateescape")
+                self.assertEqual(escaped.encode(f"pvzan:{name}", "surrogateescape"), data)
+            with self.assertRaises(UnicodeDecodeError) as caught:
+                data.decode(f"pvzan:{name}")
+            self.assertEqual((caught.exception.start, caught.exception.end), seen[0])
+        for text, at in (("あ☃", 1), ("か\u309a", 1), ("あ\udc80", 1), ("𠂉", 0)):
+            with self.assertRaises(UnicodeEncodeError) as caught:
+                text.encode("pvzan:shift_jis")
+            self.assertEqual((caught.exception.start, caught.exception.end), (at, at + 1))
+            for handler in ("ignore", "replace", "xmlcharrefreplace", "backslashreplace", "namereplace"):
+                if "か" not in text:  # Python has no place inside the pair
+                    self.assertEqual(text.encode("pvzan:cp932", handler), text.encode("cp932", handler))
+        for switch in "\x1b\x0e\x0f":
+            self.assertEqual(f"あ{switch}".encode("pvzan:iso-2022-jp", "replace"), b'\x1b$B$"\x1b(B?')
+        self.assertRaises(LookupError, "".encode, "pvzan:no-such")
+
+    def test_pieces_are_the_whole(self):
+        source = random.Random(7)
+        letters = ["A", "あ", "ｱ", "漢字", "か\u309a", "ㇷ\u309a", "æ\u0300", "𠂉", "丂", "\n", "plain text "]
+        for name in ("shift_jis-2004", "euc-jis-2004", "iso-2022-jp-2004", "iso-2022-jp"):
+            codec = f"pvzan:{name}"
+            text = "".join(source.choices(letters, k=3000))
+            data = text.encode(codec, "ignore")
+            whole = data.decode(codec)
+            self.assertEqual(whole.encode(codec), data, name)
+            if "か\u309a".encode(codec, "ignore").decode(codec) == "か\u309a":
+                self.assertEqual(whole, text, name)
+            pieces = [data[at : at + 7] for at in range(0, len(data), 7)]
+            self.assertEqual("".join(codecs.iterdecode(pieces, codec)), whole, name)
+            damaged = bytearray(data)
+            for _ in range(200):
+                damaged[source.randrange(len(damaged))] = source.randrange(256)
+            damaged = bytes(damaged)
+            pieces = [damaged[at : at + 5] for at in range(0, len(damaged), 5)]
+            replaced = damaged.decode(codec, "replace")
+            self.assertEqual("".join(codecs.iterdecode(pieces, codec, "replace")), replaced, name)
+
+    def test_files(self):
+        lines = [f"行 {i} 文字コード\n" for i in range(3000)]
+        with tempfile.TemporaryDirectory() as place:
+            path = os.path.join(place, "text")
+            for name in ("iso-2022-jp", "euc-jis-2004", "shift_jis"):
+                with open(path, "w", encoding=f"pvzan:{name}") as file:
+                    file.writelines(lines)
+                    file.write("終か")
+                with open(path, "rb") as file:
+                    data = file.read()
+                self.assertTrue(data.endswith({"iso-2022-jp": b"\x1b(B"}.get(name, "か".encode("euc_jp" if "euc" in name else "sjis"))))
+                with open(path, encoding=f"pvzan:{name}") as file:
+                    self.assertEqual([file.readline() for _ in range(1000)], lines[:1000])
+                    here = file.tell()
+                    rest = file.read()
+                    self.assertEqual(rest, "".join(lines[1000:]) + "終か")
+                    file.seek(here)
+                    self.assertEqual(file.read(), rest)
+                with codecs.open(path, encoding=f"pvzan:{name}") as file:
+                    self.assertEqual(list(file), lines + ["終か"])
+                writer = codecs.getwriter(f"pvzan:{name}")(io.BytesIO())
+                writer.write("あA")
+                self.assertEqual(writer.stream.getvalue().decode(f"pvzan:{name}"), "あA")
+
+    def test_threads(self):
+        wrong = []
+        text = "並列に変換する。" * 500
+
+        def work(name):
+            for _ in range(50):
+                if text.encode(name).decode(name) != text:
+                    wrong.append(name)
+
+        names = ["pvzan:" + name for name in ("iso-2022-jp", "shift_jis", "euc-jp", "gb18030")]
+        threads = [threading.Thread(target=work, args=(name,)) for name in names * 2]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        self.assertEqual(wrong, [])
+
+    def test_detection(self):
+        text = "これは日本語の文章です。\r\n" * 10
+        for name in ("cp932", "euc_jp", "iso2022_jp", "utf-8", "utf-8-sig", "utf-16"):
+            found = pvzan.detect(text.encode(name))
+            self.assertEqual((text.encode(name).decode(found.encoding), found.newline), (text, "\r\n"), name)
+        self.assertIsNone(pvzan.detect(b""))
+
+    def test_the_current_directory_is_not_trusted(self):
+        script = "import sys, os; sys.path.insert(0, sys.argv[1]); import pvzan; 'x'.encode('pvzan:ascii')"
+        with tempfile.TemporaryDirectory() as place:
+            os.symlink(pvzan.charset_directory(), os.path.join(place, "base2"))
+            environment = {key: value for key, value in os.environ.items() if key != "PVZAN_CHARSET_DIR"}
+            command = [sys.executable, "-c", script, os.path.dirname(pvzan.__file__)]
+            done = subprocess.run(command, cwd=place, env=environment, capture_output=True, text=True)
+            self.assertIn("no charset directory", done.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
