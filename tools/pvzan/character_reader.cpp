@@ -11,7 +11,7 @@ namespace {
 
 using kind = text_character::kind_type;
 
-constexpr std::size_t output_bytes = 256 * 1024;
+constexpr std::size_t output_bytes = 4096; // at first; for single characters
 constexpr std::uint8_t escape = 0x1B, shift_out = 0x0E, shift_in = 0x0F;
 constexpr std::string_view plane2_escape = "\x1b$(P";
 
@@ -37,6 +37,16 @@ charset_name utf8_name() {
     return name;
 }
 
+fault why_ill_formed(std::uint8_t lead, const unicode_sequence& sequence, unicode_form form) {
+    if (form == unicode_form::utf8) {
+        const bool leads = lead >= 0xC2 && lead <= 0xF4;
+        return leads ? fault::broken_off : fault::begins_nothing;
+    }
+    const bool surrogate =
+        form != unicode_form::ucs4 || (sequence.scalar >= 0xD800 && sequence.scalar <= 0xDFFF);
+    return surrogate ? fault::half_pair : fault::no_character;
+}
+
 } // namespace
 
 character_reader::character_reader(charset_name from, charset_name to)
@@ -48,8 +58,17 @@ bool character_reader::open() {
     target.dstBigEndian = 1;
     pvzan_source_options source{};
     source.srcBigEndian = from_.big_endian ? 1 : 0;
-    return cconvInitConvert(session_.get(), &target, "utf-8") == PVZAN_DONE &&
-           cconvChgCharset(session_.get(), &source, from_.library.c_str()) == PVZAN_DONE;
+    if (cconvInitConvert(session_.get(), &target, "utf-8") != PVZAN_DONE ||
+        cconvChgCharset(session_.get(), &source, from_.library.c_str()) != PVZAN_DONE) {
+        return false;
+    }
+    first_state_ = state();
+    return true;
+}
+
+void character_reader::set_state(const source_state& state) {
+    session_->srcShiftSet = state.set;
+    plane2_ = state.plane2;
 }
 
 void character_reader::set_byte_order(bool big_endian) {
@@ -97,7 +116,10 @@ text_character character_reader::read_unicode(bytes_view text) {
     switch (first.kind) {
     case unicode_sequence::cut: return {.kind = kind::cut, .bytes = text.size()};
     case unicode_sequence::ill_formed:
-        return {.kind = kind::invalid, .bytes = first.bytes, .blamed = first.bytes};
+        return {.kind = kind::invalid,
+                .bytes = first.bytes,
+                .blamed = first.bytes,
+                .why = why_ill_formed(text[0], first, from_.form)};
     case unicode_sequence::whole: break;
     }
     text_character character = {.kind = kind::whole, .bytes = first.bytes, .scalar = first.scalar};
@@ -114,17 +136,76 @@ text_character character_reader::read_unicode(bytes_view text) {
     return character;
 }
 
+bool character_reader::is_pair(std::uint8_t first, std::uint8_t second) {
+    const std::array<std::uint8_t, 2> code = {first, second};
+    const source_state before = state();
+    session_->inPos = 0;
+    session_->outPos = 0;
+    const bool pair = run(code, code.size()) == PVZAN_DONE;
+    set_state(before);
+    return pair;
+}
+
 // Whether the byte is the first of no two-byte code.
 bool character_reader::begins_nothing(std::uint8_t byte) {
-    for (unsigned second = 0; second <= 0xFF; ++second) {
-        const std::array<std::uint8_t, 2> code = {byte, static_cast<std::uint8_t>(second)};
-        session_->inPos = 0;
-        session_->outPos = 0;
-        if (run(code, code.size()) == PVZAN_DONE) {
-            return false;
+    std::optional<bool>& known = begins_nothing_[byte];
+    for (unsigned second = 0; !known && second <= 0xFF; ++second) {
+        if (is_pair(byte, static_cast<std::uint8_t>(second))) {
+            known = false;
         }
     }
-    return true;
+    if (!known) {
+        known = true;
+    }
+    return *known;
+}
+
+// Whether the byte is the second of no two-byte code.
+bool character_reader::ends_nothing(std::uint8_t byte) {
+    std::optional<bool>& known = ends_nothing_[byte];
+    for (unsigned first = 0x21; !known && first <= 0xFF; ++first) {
+        const auto lead = static_cast<std::uint8_t>(first);
+        if (!is_pair(lead, 'A') && is_pair(lead, byte)) {
+            known = false; // no two characters of one byte
+        }
+    }
+    if (!known) {
+        known = true;
+    }
+    return *known;
+}
+
+// How far to go on behind invalid bytes of which the library takes some: never over a character of
+// ASCII, which may be a delimiter, and in two-byte units by whole units.
+std::size_t character_reader::step_over(bytes_view text, std::size_t taken) const {
+    if (from_.unit_bytes() > 1) {
+        return std::min(std::max(taken, from_.unit_bytes()), text.size());
+    }
+    for (std::size_t i = 1; i < taken; ++i) {
+        const bool second_half = from_.is_iso2022() && text[i] > 0x20 && text[i] < 0x7F;
+        if (text[i] < 0x80 && !second_half) {
+            return i;
+        }
+    }
+    return std::max<std::size_t>(taken, 1);
+}
+
+// What is wrong with bytes that the library refused when it had been given that many.
+text_character character_reader::judge(bytes_view text, std::size_t given, std::size_t taken) {
+    text_character character = {
+        .kind = kind::invalid, .bytes = step_over(text, taken), .blamed = given};
+    if (text[0] == escape && from_.is_iso2022()) {
+        character.why = fault::escape;
+    } else if (given == 1) {
+        character.why = fault::begins_nothing;
+    } else if (given == 2 && begins_nothing(text[0])) {
+        character.blamed = 1;
+        character.why = fault::begins_nothing;
+    } else {
+        character.why =
+            given == 2 && ends_nothing(text[1]) ? fault::cannot_follow : fault::no_character;
+    }
+    return character;
 }
 
 text_character character_reader::read_code(bytes_view text) {
@@ -150,21 +231,22 @@ text_character character_reader::read_code(bytes_view text) {
     const std::size_t bytes = respelled ? 2 : taken;
     switch (status) {
     case PVZAN_DONE: break;
-    case PVZAN_INPUT_INCOMPLETE:
+    case PVZAN_INPUT_INCOMPLETE: {
         if (end == given.size() && end < longest_code) {
             return {.kind = kind::cut, .bytes = text.size()};
         }
-        return {.kind = kind::invalid, .bytes = 1, .blamed = text[0] == escape ? 3 : end};
-    case PVZAN_UNREPRESENTABLE: // by UTF-8: the code has no character
-        return {.kind = kind::invalid, .bytes = bytes, .blamed = bytes};
-    default: {
-        const bool lone = end == 2 && begins_nothing(text[0]);
+        const bool escapes = text[0] == escape;
         return {.kind = kind::invalid,
-                .bytes = std::max<std::size_t>(bytes, 1),
-                .blamed = lone        ? 1
-                          : respelled ? bytes
-                                      : end};
+                .bytes = 1,
+                .blamed = escapes ? 3 : std::min(end, text.size()),
+                .why = escapes ? fault::escape : fault::cannot_follow};
     }
+    case PVZAN_UNREPRESENTABLE: // by UTF-8: the code has no character
+        return {.kind = kind::invalid,
+                .bytes = step_over(text, bytes),
+                .blamed = bytes,
+                .why = fault::no_character};
+    default: return judge(text, respelled ? bytes : end, bytes);
     }
     const bytes_view written = bytes_view(out_).first(static_cast<std::size_t>(session_->outPos));
     if (written.empty()) {
@@ -189,6 +271,8 @@ text_character character_reader::read_code(bytes_view text) {
 bool character_reader::converts_clean(bytes_view text) {
     const charset_name utf8 = utf8_name();
     const bool pairs_welcome = to_.is_jis_x0213();
+    constexpr std::size_t piece = 64 * 1024;
+    out_.resize(std::max(out_.size(), piece));
     session_->inPos = 0;
     session_->outPos = 0;
     for (;;) {
@@ -204,15 +288,30 @@ bool character_reader::converts_clean(bytes_view text) {
     }
 }
 
+bool character_reader::is_lost(char32_t scalar) const {
+    if (to_.is_iso2022()) {
+        return scalar == escape || scalar == shift_out || scalar == shift_in;
+    }
+    return (scalar == 0x7F && to_.library.starts_with("euc-")) ||
+           (scalar == 0 && to_.library == "oasys-online");
+}
+
+bool character_reader::writes_clean(bytes_view text) const {
+    for (const std::uint8_t byte :
+         {escape, shift_out, shift_in, std::uint8_t{0x7F}, std::uint8_t{0}}) {
+        if (is_lost(byte) && has_byte(text, byte)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 bool character_reader::reads_clean(bytes_view text, const pvzan_session& conversion) {
     if (text.empty()) {
         return true;
     }
-    if (to_.is_iso2022()) {
-        const bool shifts = has_byte(text, shift_out) || has_byte(text, shift_in);
-        if (shifts || (!from_.is_iso2022() && has_byte(text, escape))) {
-            return false;
-        }
+    if (!writes_clean(text)) {
+        return false;
     }
     if (from_.is_unicode()) {
         const bool joins = from_.form == unicode_form::utf8 || from_.form == unicode_form::utf16;
@@ -230,6 +329,28 @@ bool character_reader::reads_clean(bytes_view text, const pvzan_session& convers
     }
     follow(conversion);
     return converts_clean(text);
+}
+
+bool character_reader::decode(bytes_view text, bool last, std::size_t& used, bytes_view& utf8) {
+    const source_state before = state();
+    const bool planes = from_.is_iso2022() && from_.is_jis_x0213();
+    if (planes && (plane2_ || ::memmem(text.data(), text.size(), plane2_escape.data(),
+                                       plane2_escape.size()) != nullptr)) {
+        return false;
+    }
+    constexpr std::size_t growth = 3; // no charset's text is longer in UTF-8
+    out_.resize(std::max(out_.size(), text.size() * growth + longest_code * growth));
+    session_->inPos = 0;
+    session_->outPos = 0;
+    const std::uint32_t status = run(text, text.size());
+    used = static_cast<std::size_t>(session_->inPos);
+    utf8 = bytes_view(out_).first(static_cast<std::size_t>(session_->outPos));
+    const bool cut = status == PVZAN_INPUT_INCOMPLETE && !last && text.size() - used < longest_code;
+    if ((status == PVZAN_DONE || cut) && !may_hold_joining_mark(utf8, utf8_name())) {
+        return true;
+    }
+    set_state(before);
+    return false;
 }
 
 } // namespace tool

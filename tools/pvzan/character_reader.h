@@ -11,9 +11,21 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace tool {
+
+// Why bytes are invalid.
+enum class fault {
+    none,
+    begins_nothing, // no character begins with this byte
+    cannot_follow,  // the last of the blamed bytes does not fit those before
+    broken_off,     // a sequence that the next byte does not continue
+    no_character,   // well-formed, and nothing stands there
+    half_pair,      // one half of a surrogate pair
+    escape          // an escape sequence of no known set
+};
 
 struct text_character {
     enum kind_type {
@@ -27,6 +39,15 @@ struct text_character {
     char32_t mark = 0;       // whole: what JIS X 0213 has in the same code, or 0
     bytes_view spelled = {}; // whole, silent: what to give the library for it
     std::size_t blamed = 0;  // invalid: bytes from the start that cannot be continued
+    fault why = fault::none; // invalid
+};
+
+// Where the reading of a text with set switches stands.
+struct source_state {
+    std::uint32_t set = 0; // the one designated
+    bool plane2 = false;   // ISO-2022-JP-2004: ESC $ ( P stands
+
+    bool operator==(const source_state&) const = default;
 };
 
 // No code of any charset is longer, and no escape sequence that the library knows.
@@ -43,6 +64,10 @@ public:
 
     // Goes on where a conversion of the same text stands.
     void follow(const pvzan_session& conversion);
+    [[nodiscard]] source_state state() const { return {session_->srcShiftSet, plane2_}; }
+    void set_state(const source_state& state);
+    // A text that begins as all texts do.
+    [[nodiscard]] source_state first_state() const { return first_state_; }
     // The character at the start of text, which is not empty. A letter and its mark are read as one
     // where the library reads them so and the target has them so. What the result's spelling points
     // to lives until the next call.
@@ -52,11 +77,25 @@ public:
     // written leniently. The text begins where the conversion stands.
     bool reads_clean(bytes_view text, const pvzan_session& conversion);
 
+    // Characters that the target takes but nothing reads back, and whether ASCII-compatible text is
+    // free of their bytes.
+    [[nodiscard]] bool is_lost(char32_t scalar) const;
+    [[nodiscard]] bool writes_clean(bytes_view text) const;
+
+    // Converts text to UTF-8 as a whole. False when it must be read one character at a time; used
+    // is less than all where the text ends inside a character. The result lives until the next
+    // call.
+    bool decode(bytes_view text, bool last, std::size_t& used, bytes_view& utf8);
+
 private:
     text_character read_unicode(bytes_view text);
     text_character read_code(bytes_view text);
     bool is_one_character(bytes_view text);
     bool begins_nothing(std::uint8_t byte);
+    bool ends_nothing(std::uint8_t byte);
+    bool is_pair(std::uint8_t first, std::uint8_t second);
+    [[nodiscard]] std::size_t step_over(bytes_view text, std::size_t taken) const;
+    text_character judge(bytes_view text, std::size_t given, std::size_t taken);
     std::uint32_t run(bytes_view text, std::size_t end);
     bool converts_clean(bytes_view text);
     [[nodiscard]] bool holds_pair(char32_t letter, char32_t mark) const;
@@ -66,6 +105,9 @@ private:
     std::vector<std::uint8_t> out_;
     std::array<std::uint8_t, 6> respelled_{}; // a code behind its escape sequence
     bool plane2_ = false;                     // ISO-2022-JP-2004: ESC $ ( P stands
+    source_state first_state_;
+    // What is known of single bytes, since asking takes 256 conversions.
+    std::array<std::optional<bool>, 256> begins_nothing_{}, ends_nothing_{};
 };
 
 } // namespace tool

@@ -1,5 +1,6 @@
 #include "tools/pvzan/charset_directory.h"
 
+#include "tools/pvzan/charset_name.h"
 #include "tools/pvzan/message.h"
 
 #include "pvzan.h"
@@ -94,6 +95,18 @@ bool open_charset_directory(const std::string& asked_for) {
         return false;
     }
     return true;
+}
+
+void complain_unknown(const std::string& name) {
+    const std::string similar = similar_name(name);
+    std::string message = fmt::format("unknown charset '{}'", printable(name));
+    if (name.find("//") != std::string::npos) {
+        message += "; what iconv takes behind // are options here: --similar, -e subst, -c";
+    } else {
+        message += similar.empty() ? "" : fmt::format("; did you mean {}?", similar);
+        message += " (pvzan list prints all names)";
+    }
+    complain(message);
 }
 
 } // namespace tool

@@ -4,13 +4,14 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tool {
 
 enum class unicode_form { none, utf8, utf16, ucs2, ucs4 };
 
 struct charset_name {
-    std::string asked;   // as the user wrote it
+    std::string shown;   // as messages tell it
     std::string library; // as the library knows it
     unicode_form form = unicode_form::none;
     bool big_endian = true;
@@ -22,9 +23,17 @@ struct charset_name {
     [[nodiscard]] bool is_iso2022() const;
     // Whether it has the 25 characters of JIS X 0213 that are a letter and a mark in Unicode.
     [[nodiscard]] bool is_jis_x0213() const;
+    // Whether it is one of the Japanese charsets that are not Unicode.
+    [[nodiscard]] bool is_japanese() const;
 };
 
 // Aliases and byte orders resolved; a name that is none of ours is passed on as it is.
 charset_name resolve_charset(std::string_view name);
+
+// The known name that is most like one that is not; empty when none is.
+std::string similar_name(std::string_view name);
+
+// Other names of a charset, by its name in the library.
+std::vector<std::string_view> other_names(std::string_view library);
 
 } // namespace tool

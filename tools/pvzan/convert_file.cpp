@@ -1,226 +1,240 @@
 #include "tools/pvzan/convert_file.h"
 
 #include "tools/pvzan/charset_directory.h"
+#include "tools/pvzan/convert_text.h"
+#include "tools/pvzan/error_policy.h"
 #include "tools/pvzan/exit_status.h"
-#include "tools/pvzan/input_file.h"
+#include "tools/pvzan/file_list.h"
+#include "tools/pvzan/file_queue.h"
 #include "tools/pvzan/message.h"
+#include "tools/pvzan/one_file.h"
 #include "tools/pvzan/output_file.h"
-#include "tools/pvzan/text_stream.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstring>
+#include <cstdio>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace tool {
 
 namespace {
 
-constexpr std::size_t input_bytes = 64 * 1024;
-constexpr std::size_t most_messages = 20; // for each file
-
-bool same_file(const struct stat& a, const struct stat& b) {
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+bool refuse(const std::string& message) {
+    complain(message);
+    return false;
 }
 
-// ---- Problems ----------------------------------------------------------------------------------
+// ---- Names -------------------------------------------------------------------------------------
 
-struct problem_counts {
-    std::array<std::uint64_t, 3> of_kind{}; // by problem_kind
-
-    [[nodiscard]] std::uint64_t total() const { return of_kind[0] + of_kind[1] + of_kind[2]; }
-};
-
-std::string code_point(char32_t scalar) {
-    return fmt::format("U+{:04X}", static_cast<std::uint32_t>(scalar));
-}
-
-std::string describe(const problem& p, const charset_name& from, const charset_name& to) {
-    switch (p.kind) {
-    case problem_kind::invalid: return fmt::format("invalid {}", printable(from.asked));
-    case problem_kind::incomplete:
-        return fmt::format("the text ends inside a character of {}", printable(from.asked));
-    case problem_kind::unrepresentable: break;
+std::vector<std::string> split_names(const std::string& names) {
+    std::vector<std::string> list;
+    for (std::size_t at = 0; at <= names.size();) {
+        const std::size_t end = std::min(names.find(',', at), names.size());
+        if (end > at) {
+            list.push_back(names.substr(at, end - at));
+        }
+        at = end + 1;
     }
-    return fmt::format("{}{}{} has no code in {}", code_point(p.scalar), p.mark != 0 ? " " : "",
-                       p.mark != 0 ? code_point(p.mark) : "", printable(to.asked));
+    return list;
 }
 
-std::string totals(const problem_counts& counts) {
-    constexpr std::array words = {"invalid sequence", "unrepresentable character",
-                                  "incomplete character"};
-    std::string text;
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        const std::uint64_t n = counts.of_kind[i];
-        if (n > 0) {
-            text +=
-                fmt::format("{}{} {}{}", text.empty() ? "" : ", ", n, words[i], n > 1 ? "s" : "");
+bool is_known(const std::string& name) {
+    text_stream probe(resolve_charset(name), resolve_charset("utf-8"), {});
+    if (probe.open()) {
+        return true;
+    }
+    complain_unknown(name);
+    return false;
+}
+
+bool choose_charsets(const convert_options& options, text_conversion& conversion) {
+    const std::vector<std::string> names = split_names(options.from);
+    if (names.empty()) {
+        return refuse("--from needs a name");
+    }
+    conversion.guess = names.size() > 1 || names.front() == "auto";
+    for (const std::string& name : names) {
+        if (name != "auto" && !is_known(name)) {
+            return false;
         }
     }
+    if (conversion.guess) {
+        conversion.candidates = names.size() > 1 ? names : std::vector<std::string>();
+    }
+    conversion.from = resolve_charset(conversion.guess ? "utf-8" : names.front());
+    conversion.to = resolve_charset(options.to);
+    conversion.options = options.text;
+    const char32_t substitute = options.text.substitute;
+    return is_known(options.to) &&
+           (substitute == 0 || can_write(conversion.to, substitute) ||
+            refuse(fmt::format("the substitute {} has no code in {}", character_text(substitute),
+                               conversion.to.shown)));
+}
+
+// ---- Where the output goes ---------------------------------------------------------------------
+
+enum class output_kind { stream, none, in_place, mirror };
+
+bool choose_output(const convert_options& options, output_kind& kind) {
+    struct stat status {};
+    const bool directory =
+        !options.output.empty() &&
+        (options.output.back() == '/' ||
+         (::stat(options.output.c_str(), &status) == 0 && S_ISDIR(status.st_mode)));
+    if (options.check) {
+        kind = output_kind::none;
+        return (!options.in_place && options.output.empty()) ||
+               refuse("check writes nothing: leave out -o and -i");
+    }
+    if (options.in_place) {
+        kind = output_kind::in_place;
+        return options.output.empty() || refuse("-i and -o cannot both be");
+    }
+    kind = directory || (options.recursive && !options.output.empty()) ? output_kind::mirror
+                                                                       : output_kind::stream;
+    return true;
+}
+
+// Writing to a file that is still to be read would destroy it.
+bool output_is_input(const convert_options& options, const file_list& list) {
+    struct stat out {};
+    const bool known = options.output.empty() ? ::fstat(STDOUT_FILENO, &out) == 0
+                                              : ::stat(options.output.c_str(), &out) == 0;
+    if (!known || !S_ISREG(out.st_mode)) {
+        return false;
+    }
+    for (const listed_file& file : list.files) {
+        struct stat in {};
+        const int found = is_standard_input(file.path) ? ::fstat(STDIN_FILENO, &in)
+                                                       : ::stat(file.path.c_str(), &in);
+        if (found == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino) {
+            complain_about(shown_name(file.path),
+                           "is the output, too; -i converts a file in place");
+            return true;
+        }
+    }
+    return false;
+}
+
+// ---- Several files, one output -----------------------------------------------------------------
+
+int convert_to_stream(const convert_options& options, text_conversion conversion,
+                      const file_list& list, int worst) {
+    if (output_is_input(options, list)) {
+        return exit_no_work;
+    }
+    output_file output;
+    if (!output.open(options.output)) {
+        complain(output.error());
+        return exit_no_work;
+    }
+    const auto write = [&](bytes_view bytes) {
+        if (!bytes.empty()) {
+            conversion.options.mark = mark_rule::drop; // one byte-order mark for all files
+        }
+        return output.write(bytes);
+    };
+    const std::string lost = options.output.empty()
+                                 ? std::string("its output ends before the first one")
+                                 : fmt::format("{} was not written", printable(options.output));
+    for (const listed_file& file : list.files) {
+        const file_outcome outcome = convert_one(file, conversion, write, lost, say_lines);
+        if (outcome.kind == file_kind::unwritable) {
+            complain(output.error());
+            return exit_no_work;
+        }
+        worst = std::max(worst, outcome.status);
+    }
+    // The output gets its name only when every file went into it whole.
+    if ((worst == exit_converted || options.output.empty()) && !output.commit()) {
+        complain(output.error());
+        return exit_no_work;
+    }
+    return worst;
+}
+
+// ---- Every file for itself ---------------------------------------------------------------------
+
+std::string totals(const queue_totals& count, output_kind kind) {
+    std::string text = fmt::format("{} {}", grouped(count.converted),
+                                   kind == output_kind::none ? "sound" : "converted");
+    const auto add = [&](std::uint64_t number, std::string_view words) {
+        if (number > 0) {
+            text += fmt::format(", {} {}", grouped(number), words);
+        }
+    };
+    add(count.unchanged, "unchanged");
+    add(count.binary, "binary skipped");
+    add(count.failed, kind == output_kind::in_place ? "failed (left as they were)" : "failed");
     return text;
 }
 
-// ---- One run -----------------------------------------------------------------------------------
-
-class conversion_run {
-public:
-    explicit conversion_run(const convert_options& options)
-        : options_(options), from_(resolve_charset(options.from)),
-          to_(resolve_charset(options.to)) {}
-
-    int run() {
-        std::vector<std::string> files = options_.files;
-        if (files.empty()) {
-            files.emplace_back("-");
-        }
-        if (!charsets_known() || output_is_input(files)) {
+int convert_each(const convert_options& options, const text_conversion& conversion,
+                 const file_list& list, output_kind kind, int worst) {
+    file_task task = {conversion, kind == output_kind::in_place, options.backup_suffix, {}};
+    if (kind == output_kind::mirror) {
+        task.directory = options.output;
+        if (!mirrors_safely(list, options.output)) {
             return exit_no_work;
         }
-        if (!output_.open(options_.output)) {
-            complain(output_.error());
-            return exit_no_work;
-        }
-        int worst = exit_converted;
-        for (const std::string& file : files) {
-            worst = std::max(worst, convert(file));
-            if (output_failed_) {
-                complain(output_.error());
-                return exit_no_work;
-            }
-        }
-        return finish(worst);
     }
-
-private:
-    bool charsets_known() {
-        text_stream probe(from_, to_, {});
-        if (probe.open()) {
-            return true;
-        }
-        complain(fmt::format("unknown charset '{}' (pvzan list prints all names)",
-                             printable(probe.unknown())));
-        return false;
+    const auto work = [&](const listed_file& file, const file_report::line_sink& sink) {
+        return kind == output_kind::none ? check_one(file, conversion, sink)
+                                         : convert_own(file, task, sink);
+    };
+    unsigned jobs = options.jobs;
+    if (jobs == 0) {
+        jobs = kind == output_kind::none ? 1 : std::max(std::thread::hardware_concurrency(), 1U);
     }
-
-    // Writing to a file that is still to be read would destroy it.
-    bool output_is_input(const std::vector<std::string>& files) {
-        struct stat out {};
-        const bool known = options_.output.empty() ? ::fstat(STDOUT_FILENO, &out) == 0
-                                                   : ::stat(options_.output.c_str(), &out) == 0;
-        if (!known || !S_ISREG(out.st_mode)) {
-            return false;
-        }
-        for (const std::string& file : files) {
-            struct stat in {};
-            const int found =
-                is_standard_input(file) ? ::fstat(STDIN_FILENO, &in) : ::stat(file.c_str(), &in);
-            if (found == 0 && same_file(in, out)) {
-                complain(fmt::format("{}: is the output, too; name another output with -o",
-                                     shown_name(file)));
-                return true;
-            }
-        }
-        return false;
+    if (list.files.size() == 1) {
+        jobs = 1; // they are inside the file
     }
-
-    int convert(const std::string& name) {
-        const input_file file(name);
-        if (!file.is_open()) {
-            complain(
-                fmt::format("{}: cannot open: {}", shown_name(name), system_error_text(errno)));
-            return exit_no_work;
-        }
-        problem_counts counts;
-        text_stream text(from_, to_,
-                         {[this](bytes_view bytes) { write(bytes); },
-                          [&](const problem& p) { report(name, p, counts); }});
-        text.open();
-        const int status = pump(file, text, name);
-        if (counts.total() > most_messages) {
-            say(fmt::format("{}: {} more problems not shown", shown_name(name),
-                            counts.total() - most_messages));
-        }
-        if (counts.total() > 0) {
-            const std::string lost =
-                options_.output.empty()
-                    ? std::string("its output ends before the first one")
-                    : fmt::format("{} was not written", printable(options_.output));
-            say(fmt::format("{}: not converted: {}; {}", shown_name(name), totals(counts), lost));
-            return std::max<int>(status, exit_bad_text);
-        }
-        return status;
+    const queue_totals count =
+        run_queue(list.files, jobs, options.recursive, kind == output_kind::none, work);
+    const message_style& style = current_style();
+    if ((options.recursive || style.verbose) && !style.quiet && !style.json) {
+        say(totals(count, kind));
     }
-
-    // Reads the file through the stream; what a piece leaves over goes before the next one.
-    int pump(const input_file& file, text_stream& text, const std::string& name) {
-        std::vector<std::uint8_t> buffer(input_bytes);
-        constexpr std::size_t longest_mark = 4;
-        std::size_t kept = 0;
-        bool started = false;
-        for (;;) {
-            const ssize_t n = file.read(std::span(buffer).subspan(kept));
-            if (n < 0) {
-                complain(
-                    fmt::format("{}: cannot read: {}", shown_name(name), system_error_text(errno)));
-                return exit_no_work;
-            }
-            if (n == 0) {
-                text.finish(bytes_view(buffer).first(kept));
-                return exit_converted;
-            }
-            const std::size_t filled = kept + static_cast<std::size_t>(n);
-            if (!started && filled < longest_mark) {
-                kept = filled; // a byte-order mark is looked for in one piece
-                continue;
-            }
-            started = true;
-            const std::size_t used = text.feed(bytes_view(buffer).first(filled));
-            kept = filled - used;
-            std::memmove(buffer.data(), buffer.data() + used, kept);
-            if (output_failed_) {
-                return exit_no_work;
-            }
-        }
-    }
-
-    void write(bytes_view bytes) {
-        output_failed_ = output_failed_ || !output_.write(bytes);
-        to_.marked = false; // one byte-order mark for all files
-    }
-
-    void report(const std::string& name, const problem& p, problem_counts& counts) {
-        ++counts.of_kind[static_cast<std::size_t>(p.kind)];
-        if (counts.total() <= most_messages) {
-            say(fmt::format("{}:{}:{}: error: {}, ({}) at byte {}", shown_name(name), p.place.line,
-                            p.place.column, describe(p, from_, to_), hex_bytes(p.bytes),
-                            p.place.offset));
-        }
-    }
-
-    // The output gets its name only when every file went into it whole.
-    int finish(int worst) {
-        if (worst == exit_converted || options_.output.empty()) {
-            if (!output_.commit()) {
-                complain(output_.error());
-                return exit_no_work;
-            }
-        }
-        return worst;
-    }
-
-    const convert_options& options_;
-    charset_name from_, to_;
-    output_file output_;
-    bool output_failed_ = false;
-};
+    return std::max(worst, count.worst);
+}
 
 } // namespace
 
 int convert_files(const convert_options& options) {
-    return open_charset_directory(options.charset_dir) ? conversion_run(options).run()
-                                                       : int{exit_no_work};
+    text_conversion conversion;
+    output_kind kind{};
+    if (!open_charset_directory(options.charset_dir) || !choose_charsets(options, conversion) ||
+        !choose_output(options, kind)) {
+        return exit_no_work;
+    }
+    std::vector<std::string> names = options.files;
+    if (names.empty()) {
+        names.emplace_back(options.recursive ? "." : "-");
+    }
+    const file_list list = list_files(names, options.recursive);
+    for (const std::string& error : list.errors) {
+        say_lines(error);
+    }
+    const int worst = list.errors.empty() ? exit_converted : exit_no_work;
+    const message_style& style = current_style();
+    conversion.options.read_back = conversion.options.read_back || options.check;
+    conversion.options.excerpts =
+        wants_excerpts(options.check ? STDOUT_FILENO : STDERR_FILENO) &&
+        (options.check || options.text.on_error == error_policy::stop || style.verbose);
+    conversion.options.count = style.verbose || style.json || options.check;
+    const bool cuttable = options.text.most_errors == std::numeric_limits<std::uint64_t>::max();
+    if (cuttable && list.files.size() == 1) {
+        conversion.jobs = std::clamp(options.jobs, 1U, static_cast<unsigned>(most_temporaries));
+    }
+    if (kind == output_kind::stream) {
+        if (cuttable) {
+            conversion.jobs = std::clamp(options.jobs, 1U, static_cast<unsigned>(most_temporaries));
+        }
+        return convert_to_stream(options, conversion, list, worst);
+    }
+    return convert_each(options, conversion, list, kind, worst);
 }
 
 } // namespace tool

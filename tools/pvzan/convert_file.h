@@ -1,5 +1,7 @@
-// The verb "convert": files, or standard input, to one output.
+// The verbs "convert" and "check".
 #pragma once
+
+#include "tools/pvzan/text_options.h"
 
 #include <string>
 #include <vector>
@@ -7,11 +9,17 @@
 namespace tool {
 
 struct convert_options {
-    std::string from;
+    std::string from = "auto"; // one name, or several to choose from
     std::string to = "utf-8";
-    std::string output;             // empty: standard output
+    std::string output; // empty: standard output
+    bool check = false; // write nothing, and convert back
+    bool in_place = false;
+    std::string backup_suffix; // in place: keeps the old file; empty: does not
+    bool recursive = false;
+    unsigned jobs = 0;              // 0: as many as fit
     std::string charset_dir;        // empty: where it is usually found
     std::vector<std::string> files; // none: standard input, as is "-"
+    text_options text;
 };
 
 // Returns an exit_status.

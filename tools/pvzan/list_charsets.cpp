@@ -1,6 +1,7 @@
 #include "tools/pvzan/list_charsets.h"
 
 #include "tools/pvzan/charset_directory.h"
+#include "tools/pvzan/charset_name.h"
 #include "tools/pvzan/check_directory.h"
 #include "tools/pvzan/definition_text.h"
 #include "tools/pvzan/exit_status.h"
@@ -109,15 +110,15 @@ std::uint32_t charset_number(const std::string& name) {
                : 0;
 }
 
-} // namespace
+// ---- The list ----------------------------------------------------------------------------------
 
-int list_charsets(const list_options& options) {
-    if (!options.check.empty()) {
-        return check_charset_directory(options.check);
-    }
-    if (!open_charset_directory(options.charset_dir)) {
-        return exit_no_work;
-    }
+struct listed_charset {
+    charset_entry charset;
+    std::uint32_t number;
+    std::string file;
+};
+
+std::vector<listed_charset> all_charsets() {
     const fs::path directory = ZAN_getCharsetPath();
     std::vector<std::string> files;
     std::error_code error;
@@ -128,27 +129,111 @@ int list_charsets(const list_options& options) {
         }
     }
     std::ranges::sort(files);
-    std::vector<std::string> listed;
+    std::vector<listed_charset> list;
     for (const std::string& file : files) {
-        const charset_entry charset = read_charset(directory, file);
+        charset_entry charset = read_charset(directory, file);
         const std::uint32_t number = charset_number(charset.name);
+        const bool listed = std::ranges::any_of(
+            list, [&](const listed_charset& row) { return row.charset.name == charset.name; });
         // The library refuses the definition, or an earlier one has settled the charset.
-        if (number == 0 || std::ranges::find(listed, charset.name) != listed.end()) {
-            continue;
+        if (number != 0 && !listed) {
+            list.push_back({std::move(charset), number, file});
         }
-        listed.push_back(charset.name);
-        std::string sets;
-        for (const std::string& set : charset.sets) {
-            sets += fmt::format("{}{}", sets.empty() ? "" : ", ", printable(with_number(set)));
+    }
+    return list;
+}
+
+std::string joined(const std::vector<std::string>& items, std::string_view between) {
+    std::string text;
+    for (const std::string& item : items) {
+        text += (text.empty() ? "" : std::string(between)) + item;
+    }
+    return text;
+}
+
+std::string line_of(const listed_charset& row) {
+    std::vector<std::string> sets;
+    for (const std::string& set : row.charset.sets) {
+        sets.push_back(printable(with_number(set)));
+    }
+    return fmt::format("{:<18}{:<12}{:<22}{:<23}{}\n", printable(row.charset.name), row.number,
+                       printable(row.charset.decoder), printable(row.charset.encoder),
+                       joined(sets, ", "));
+}
+
+std::vector<std::string> aliases_of(const listed_charset& row) {
+    const auto names = other_names(row.charset.name);
+    return {names.begin(), names.end()};
+}
+
+std::string json_of(const listed_charset& row) {
+    const auto quoted = [](std::vector<std::string> items) {
+        std::ranges::transform(items, items.begin(), json_string);
+        return joined(items, ",");
+    };
+    return fmt::format("{{\"charset\":{},\"number\":{},\"aliases\":[{}],\"sets\":[{}]}}\n",
+                       json_string(row.charset.name), row.number, quoted(aliases_of(row)),
+                       quoted(row.charset.sets));
+}
+
+std::string page_of(const listed_charset& row) {
+    const fs::path directory = ZAN_getCharsetPath();
+    std::string text = fmt::format(
+        "{} ({})\n  also called  {}\n  decoder      {}\n  encoder      {}\n  definition   {}\n",
+        printable(row.charset.name), row.number, joined(aliases_of(row), ", "),
+        printable(row.charset.decoder), printable(row.charset.encoder),
+        printable((directory / row.file).string()));
+    for (const std::string& set : row.charset.sets) {
+        text += fmt::format("  coded set    {}\n", printable(with_number(set)));
+    }
+    return text;
+}
+
+} // namespace
+
+std::vector<std::string> charset_names() {
+    std::vector<std::string> names;
+    for (const listed_charset& row : all_charsets()) {
+        names.push_back(row.charset.name);
+    }
+    return names;
+}
+
+int list_charsets(const list_options& options) {
+    if (!options.check.empty()) {
+        return check_charset_directory(options.check);
+    }
+    if (!open_charset_directory(options.charset_dir)) {
+        return exit_no_work;
+    }
+    std::vector<listed_charset> rows = all_charsets();
+    int status = exit_converted;
+    if (!options.names.empty()) {
+        std::vector<listed_charset> wanted;
+        for (const std::string& name : options.names) {
+            const auto found = std::ranges::find_if(rows, [&](const listed_charset& row) {
+                return row.charset.name == resolve_charset(name).library;
+            });
+            if (found == rows.end()) {
+                complain_unknown(name);
+                status = exit_no_work;
+            } else {
+                wanted.push_back(*found);
+            }
         }
-        fmt::print("{:<18}{:<12}{:<22}{:<23}{}\n", printable(charset.name), number,
-                   printable(charset.decoder), printable(charset.encoder), sets);
+        rows = std::move(wanted);
+    }
+    for (const listed_charset& row : rows) {
+        const std::string text = current_style().json    ? json_of(row)
+                                 : options.names.empty() ? line_of(row)
+                                                         : page_of(row);
+        std::fwrite(text.data(), 1, text.size(), stdout);
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         complain(fmt::format("standard output: cannot write: {}", system_error_text(errno)));
         return exit_no_work;
     }
-    return exit_converted;
+    return status;
 }
 
 } // namespace tool

@@ -9,18 +9,51 @@
 
 namespace tool {
 
+enum class color_when { automatic, always, never };
+
+// How messages look; settled once, at the start.
+struct message_style {
+    bool json = false;
+    bool quiet = false;
+    bool verbose = false;
+    color_when color = color_when::automatic;
+};
+
+void set_message_style(const message_style& style);
+const message_style& current_style();
+// Whether color and excerpts belong on a stream.
+bool wants_color(int descriptor);
+bool wants_excerpts(int descriptor);
+
 // Bytes in hex: "82 20".
-std::string hex_bytes(std::span<const std::uint8_t> bytes);
+std::string hex_bytes(std::span<const std::uint8_t> bytes, std::string_view between = " ");
 
 // A file name or text as it may be shown: control characters as \x1b, so that no file drives the
 // terminal.
 std::string printable(std::string_view text);
 
+// A JSON string, quotes included. Bytes that are no UTF-8 become \udc80 to \udcff.
+std::string json_string(std::string_view text);
+
+// A number as people read it: 12,310.
+std::string grouped(std::uint64_t number);
+
 // "pvzan: " and the message, as one line.
 void complain(std::string_view message);
 
+// What is wrong with a file: "name: message".
+void complain_about(const std::string& file, std::string_view message);
+// The same as text, with its line feed.
+std::string complaint_about(const std::string& file, std::string_view message);
+
 // A whole line of its own.
 void say(std::string_view line);
+// Whole lines, each with its line feed.
+void say_lines(std::string_view lines);
+
+// The last line of a terminal, which tells how far the work is; other lines push it down. Empty:
+// there is none.
+void show_status_line(const std::string& line);
 
 // The system's words for errno.
 std::string system_error_text(int error);

@@ -2,11 +2,8 @@
 
 #include "tools/pvzan/message.h"
 
-#include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
@@ -16,59 +13,14 @@ namespace tool {
 
 namespace {
 
-// Permissions of the file that a new one replaces, else those of any new file.
-mode_t wanted_mode(const struct stat* replaced) {
-    if (replaced != nullptr) {
-        return replaced->st_mode & 07777;
-    }
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    return 0666 & ~mask;
-}
-
-// ---- The temporary goes when a signal ends the tool
-
-constexpr std::array ending_signals = {SIGHUP, SIGINT, SIGTERM};
-std::array<char, 4096> signal_removes{}; // the path; written with the signals blocked
-
-void remove_and_end(int signal) {
-    ::unlink(signal_removes.data());
-    ::signal(signal, SIG_DFL);
-    ::raise(signal);
-}
-
-// Holds the ending signals back: no temporary may exist that its handler does not know.
-class signals_held {
-public:
-    signals_held() {
-        sigset_t blocked;
-        ::sigemptyset(&blocked);
-        for (const int signal : ending_signals) {
-            ::sigaddset(&blocked, signal);
-        }
-        ::pthread_sigmask(SIG_BLOCK, &blocked, &before_);
-    }
-    ~signals_held() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    signals_held(const signals_held&) = delete;
-    signals_held& operator=(const signals_held&) = delete;
-
-private:
-    sigset_t before_{};
-};
-
-// Empty: nothing is to be removed any more. Called while signals are held.
-void remove_on_signal(const std::string& path) {
-    const std::size_t length = path.size() < signal_removes.size() ? path.size() : 0;
-    std::memcpy(signal_removes.data(), path.data(), length);
-    signal_removes[length] = '\0';
-    for (const int signal : ending_signals) {
-        struct sigaction current {};
-        if (::sigaction(signal, nullptr, &current) == 0 && current.sa_handler != SIG_IGN) {
-            current = {};
-            current.sa_handler = length > 0 ? remove_and_end : SIG_DFL;
-            ::sigaction(signal, &current, nullptr);
-        }
-    }
+// Permissions of a new file. The mask can only be read by setting it, so once and for all threads.
+mode_t new_file_mode() {
+    static const mode_t mode = [] {
+        const mode_t mask = ::umask(0);
+        ::umask(mask);
+        return static_cast<mode_t>(0666 & ~mask);
+    }();
+    return mode;
 }
 
 // The file itself, where the path is a link to it: the link is to stay.
@@ -81,13 +33,8 @@ std::string behind_links(const std::string& path) {
 } // namespace
 
 output_file::~output_file() {
-    if (descriptor_ >= 0 && !path_.empty()) {
+    if (descriptor_ >= 0 && !path_.empty() && !temporary_.exists()) {
         ::close(descriptor_);
-    }
-    if (!temporary_.empty()) {
-        const signals_held held;
-        ::unlink(temporary_.c_str());
-        remove_on_signal({});
     }
 }
 
@@ -111,16 +58,12 @@ bool output_file::open(const std::string& path) {
         return descriptor_ >= 0 || fail("cannot open");
     }
     replaced_ = exists ? behind_links(path) : path;
-    const signals_held held;
-    std::string pattern = replaced_ + ".XXXXXX";
-    descriptor_ = ::mkostemp(pattern.data(), O_CLOEXEC);
-    if (descriptor_ < 0) {
+    if (!temporary_.create(replaced_)) {
         return fail("cannot create");
     }
-    temporary_ = pattern;
-    remove_on_signal(temporary_);
-    return ::fchmod(descriptor_, wanted_mode(exists ? &status : nullptr)) == 0 ||
-           fail("cannot set permissions");
+    descriptor_ = temporary_.descriptor();
+    const mode_t mode = exists ? status.st_mode & 07777 : new_file_mode();
+    return ::fchmod(descriptor_, mode) == 0 || fail("cannot set permissions");
 }
 
 bool output_file::write(std::span<const std::uint8_t> bytes) {
@@ -140,19 +83,43 @@ bool output_file::write(std::span<const std::uint8_t> bytes) {
 bool output_file::commit() {
     const int descriptor = descriptor_;
     descriptor_ = -1;
-    if (::close(descriptor) != 0) {
+    if (temporary_.exists()) {
+        return (temporary_.close() || fail("cannot write")) &&
+               (temporary_.rename_to(replaced_) || fail("cannot create"));
+    }
+    return ::close(descriptor) == 0 || fail("cannot write");
+}
+
+// Setting the owner clears the bits that run a file as its owner, so the mode comes last.
+bool output_file::keep_owner() {
+    struct stat old {
+    }, now{};
+    if (::stat(replaced_.c_str(), &old) != 0 || ::fstat(descriptor_, &now) != 0) {
+        return fail("cannot keep its owner");
+    }
+    const bool same = old.st_uid == now.st_uid && old.st_gid == now.st_gid;
+    if (!same && ::fchown(descriptor_, old.st_uid, old.st_gid) != 0) {
+        return fail("cannot keep its owner");
+    }
+    return ::fchmod(descriptor_, old.st_mode & 07777) == 0 || fail("cannot set permissions");
+}
+
+bool output_file::replace(const std::string& path, const std::string& backup) {
+    if (!keep_owner()) {
+        return false;
+    }
+    if (::fsync(descriptor_) != 0) {
         return fail("cannot write");
     }
-    if (temporary_.empty()) {
-        return true;
+    if (!backup.empty()) {
+        path_ = backup;
+        // A second name first, so that the file is there under its own at all times.
+        if (::link(replaced_.c_str(), backup.c_str()) != 0) {
+            return fail("cannot keep the old file");
+        }
+        path_ = path;
     }
-    const signals_held held;
-    if (std::rename(temporary_.c_str(), replaced_.c_str()) != 0) {
-        return fail("cannot create");
-    }
-    temporary_.clear();
-    remove_on_signal({});
-    return true;
+    return commit();
 }
 
 } // namespace tool

@@ -1,6 +1,8 @@
 // Output whose every write is checked, and which is not there when the conversion failed.
 #pragma once
 
+#include "tools/pvzan/temporary_file.h"
+
 #include <cstdint>
 #include <span>
 #include <string>
@@ -21,15 +23,21 @@ public:
     bool write(std::span<const std::uint8_t> bytes);
     bool commit();
 
+    // For a file that replaces another, with its mode, owner and links: keeps the other one under a
+    // name of its own, when that is not empty. The new file is on the disk before it has the name.
+    bool replace(const std::string& path, const std::string& backup);
+    [[nodiscard]] const std::string& temporary_name() const { return temporary_.name(); }
+
     [[nodiscard]] const std::string& error() const { return error_; }
 
 private:
     bool fail(const std::string& what);
+    bool keep_owner();
 
     int descriptor_ = -1;
-    std::string path_;      // empty: standard output
-    std::string replaced_;  // the path behind links
-    std::string temporary_; // empty: written in place
+    std::string path_;     // empty: standard output
+    std::string replaced_; // the path behind links
+    temporary_file temporary_;
     std::string error_;
 };
 

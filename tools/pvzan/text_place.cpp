@@ -119,6 +119,16 @@ std::size_t behind_last_break(bytes_view text, const charset_name& charset) {
     return 0;
 }
 
+std::size_t behind_last_line_feed(bytes_view text, const charset_name& charset) {
+    const std::size_t width = charset.unit_bytes();
+    for (std::size_t end = text.size() / width * width; end > 0; end -= width) {
+        if (unit_at(text, end - width, charset) == '\n') {
+            return end;
+        }
+    }
+    return 0;
+}
+
 std::size_t behind_first_break(bytes_view text, const charset_name& charset) {
     const std::size_t width = charset.unit_bytes();
     for (std::size_t at = 0; at + width <= text.size(); at += width) {
@@ -132,6 +142,27 @@ std::size_t behind_first_break(bytes_view text, const charset_name& charset) {
         }
     }
     return 0;
+}
+
+const char* kind_of_breaks(bytes_view text, const charset_name& charset) {
+    const std::size_t width = charset.unit_bytes();
+    const char* kind = "";
+    for (std::size_t at = 0; at + width <= text.size();) {
+        const std::size_t end = behind_first_break(text.subspan(at), charset);
+        if (end == 0) {
+            break;
+        }
+        const bool feed = unit_at(text, at + end - width, charset) == '\n';
+        const bool pair =
+            feed && end >= 2 * width && unit_at(text, at + end - 2 * width, charset) == '\r';
+        const char* next = pair ? "CRLF" : feed ? "LF" : "CR";
+        if (*kind != '\0' && kind != next) {
+            return "mixed line breaks";
+        }
+        kind = next;
+        at += end;
+    }
+    return kind;
 }
 
 } // namespace tool

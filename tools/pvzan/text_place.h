@@ -22,6 +22,10 @@ void pass(text_place& place, bytes_view text, const charset_name& charset,
 // The offset behind the last line break of text, and behind the first one; 0 when there is none.
 // In charsets of one-byte units CR and LF are never part of another character.
 std::size_t behind_last_break(bytes_view text, const charset_name& charset);
+std::size_t behind_last_line_feed(bytes_view text, const charset_name& charset);
 std::size_t behind_first_break(bytes_view text, const charset_name& charset);
+
+// The line breaks of a text: "LF", "CRLF", "CR", "mixed line breaks"; empty when there are none.
+const char* kind_of_breaks(bytes_view text, const charset_name& charset);
 
 } // namespace tool

@@ -1,5 +1,7 @@
 #include "tools/pvzan/text_stream.h"
 
+#include "tools/pvzan/error_policy.h"
+
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -8,8 +10,24 @@ namespace tool {
 
 namespace {
 
-constexpr std::size_t output_bytes = 256 * 1024; // grows where the output is much longer
-constexpr std::size_t most_blamed = 8;
+constexpr std::size_t least_output = 4096; // at first; grows to what a piece becomes
+
+charset_name utf8_name() {
+    charset_name name;
+    name.form = unicode_form::utf8;
+    return name;
+}
+
+// Between charsets of Japan the library hands codes on, and everything stays what it is. Other
+// charsets go by way of UTF-8, where characters that would come back as others are seen, and so
+// does all that becomes ISO-2022-JP, where ASCII would be left under JIS X 0201.
+bool goes_by_utf8(const charset_name& from, const charset_name& to) {
+    return !from.is_unicode() && !to.is_unicode() && (to.is_iso2022() || !from.is_japanese());
+}
+
+bool has_high_byte(bytes_view text) {
+    return std::ranges::any_of(text, [](std::uint8_t byte) { return byte >= 0x80; });
+}
 
 // The start of the last sequence of text, whole or not.
 std::size_t last_sequence(bytes_view text, const charset_name& charset) {
@@ -30,33 +48,88 @@ std::size_t last_sequence(bytes_view text, const charset_name& charset) {
 
 } // namespace
 
-text_stream::text_stream(charset_name from, charset_name to, text_sinks sinks)
-    : from_(std::move(from)), to_(std::move(to)), sinks_(std::move(sinks)), reader_(from_, to_),
+text_stream::text_stream(charset_name from, charset_name to, text_sinks sinks, text_options options)
+    : from_(std::move(from)), to_(std::move(to)), sinks_(std::move(sinks)), options_(options),
+      by_utf8_(goes_by_utf8(from_, to_)), reader_(from_, to_),
       session_(std::make_unique<pvzan_session>()), saved_(std::make_unique<pvzan_session>()),
-      out_(output_bytes) {}
+      out_(least_output) {}
 
 bool text_stream::open() {
+    constexpr std::array<std::uint32_t, 4> kinds = {0, PVZAN_NEWLINE_LF, PVZAN_NEWLINE_CRLF,
+                                                    PVZAN_NEWLINE_CR};
     pvzan_target_options target{};
     target.dstBigEndian = to_.big_endian ? 1 : 0;
-    target.dstWriteBom = to_.marked ? 1 : 0;
-    pvzan_source_options source{};
-    source.srcBigEndian = from_.big_endian ? 1 : 0;
+    target.convertNewline = options_.breaks == line_breaks::keep ? 0 : 1;
+    target.newlineMode = kinds[static_cast<std::size_t>(options_.breaks)];
+    const bool marked = options_.mark == mark_rule::usual && to_.marked;
+    target.dstWriteBom = to_.is_unicode() && (marked || options_.mark == mark_rule::add) ? 1 : 0;
     if (cconvInitConvert(session_.get(), &target, to_.library.c_str()) != PVZAN_DONE) {
-        unknown_ = to_.asked;
-    } else if (cconvChgCharset(session_.get(), &source, from_.library.c_str()) != PVZAN_DONE) {
-        unknown_ = from_.asked;
-    } else if (!reader_.open()) {
-        unknown_ = "utf-8"; // positions and characters are told by way of it
+        unknown_ = to_.shown;
+    } else if (change_source(from_)) {
+        substitute_ = options_.on_error == error_policy::subst
+                          ? choose_substitute(to_, options_.substitute)
+                          : 0;
     }
     return unknown_.empty();
 }
 
-// The byte-order mark at the start of the text. The library's own reading of UTF-16 marks is
-// lenient and would take a character such as U+FF01 for one.
-std::size_t text_stream::skip_mark(bytes_view text) {
-    const auto starts_with = [text](std::initializer_list<std::uint8_t> mark) {
-        return text.size() >= mark.size() && std::equal(mark.begin(), mark.end(), text.begin());
-    };
+bool text_stream::change_source(charset_name from) {
+    from_ = std::move(from);
+    by_utf8_ = goes_by_utf8(from_, to_);
+    started_ = place_.offset > 0;
+    reader_ = character_reader(from_, to_);
+    if (options_.read_back) {
+        back_.emplace(from_, to_, options_);
+    }
+    pvzan_source_options source{};
+    source.srcBigEndian = from_.big_endian ? 1 : 0;
+    const char* library = by_utf8_ ? "utf-8" : from_.library.c_str();
+    if (!reader_.open()) { // to UTF-8, by way of which places and characters are told
+        unknown_ = from_.shown;
+    } else if (cconvChgCharset(session_.get(), &source, library) != PVZAN_DONE ||
+               (back_ && !back_->open())) {
+        unknown_ = from_.shown;
+    }
+    return unknown_.empty();
+}
+
+void text_stream::begin_inside(const stream_state& state) {
+    started_ = true;
+    reader_.set_state(state.source);
+    session_->srcShiftSet = by_utf8_ ? session_->srcShiftSet : state.source.set;
+    session_->dstShiftSet = state.written_set;
+    session_->target.dstWriteBom = 0;
+}
+
+stream_state text_stream::behind_line_feed() const {
+    const std::uint32_t ascii = to_.is_iso2022() ? PVZAN_SET_ISO_646_IRV : 0;
+    return {reader_.first_state(), ascii};
+}
+
+stream_state text_stream::state() const {
+    return {source_now(), to_.is_iso2022() ? session_->dstShiftSet : 0};
+}
+
+void text_stream::go_on(const stream_state& state, const text_place& place,
+                        std::uint64_t characters, bool written, bool failed) {
+    begin_inside(state);
+    place_ = place;
+    characters_ += characters;
+    session_->outCount += written ? 1 : 0; // there is something to close
+    failed_ = failed;
+}
+
+source_state text_stream::source_now() const {
+    source_state state = reader_.state();
+    if (!by_utf8_) {
+        state.set = session_->srcShiftSet;
+    }
+    return state;
+}
+
+// The library's own reading of UTF-16 marks is lenient and would take a character such as U+FF01
+// for one.
+std::size_t find_mark(bytes_view text, charset_name& charset) {
     struct byte_order_mark {
         unicode_form form;
         std::initializer_list<std::uint8_t> bytes;
@@ -73,16 +146,32 @@ std::size_t text_stream::skip_mark(bytes_view text) {
     }};
     for (const byte_order_mark& mark : marks) {
         const bool expected =
-            mark.form == from_.form && (from_.marked || mark.form == unicode_form::utf8 ||
-                                        mark.big_endian == from_.big_endian);
-        if (expected && starts_with(mark.bytes)) {
-            from_.big_endian = mark.big_endian;
-            session_->source.srcBigEndian = mark.big_endian ? 1 : 0;
-            reader_.set_byte_order(mark.big_endian);
+            mark.form == charset.form && (charset.marked || mark.form == unicode_form::utf8 ||
+                                          mark.big_endian == charset.big_endian);
+        if (expected && text.size() >= mark.bytes.size() &&
+            std::equal(mark.bytes.begin(), mark.bytes.end(), text.begin())) {
+            charset.big_endian = mark.big_endian;
             return mark.bytes.size();
         }
     }
     return 0;
+}
+
+std::size_t text_stream::skip_mark(bytes_view text) {
+    const std::size_t length = find_mark(text, from_);
+    if (length > 0) {
+        session_->source.srcBigEndian = from_.big_endian ? 1 : 0;
+        reader_.set_byte_order(from_.big_endian);
+        had_mark_ = true;
+        if (options_.mark == mark_rule::keep && to_.is_unicode()) {
+            session_->target.dstWriteBom = 1;
+        }
+        if (back_) {
+            back_.emplace(from_, to_, options_);
+            back_->open();
+        }
+    }
+    return length;
 }
 
 // How much of a text that goes on may be converted now. Unicode text is cut between sequences, and
@@ -126,15 +215,6 @@ void text_stream::close() {
         deliver();
     }
     deliver();
-}
-
-void text_stream::report(problem_kind kind, bytes_view blamed, char32_t scalar, char32_t mark) {
-    if (!failed_) {
-        close();
-        failed_ = true;
-    }
-    sinks_.problems(
-        {kind, place_, blamed.first(std::min(blamed.size(), most_blamed)), scalar, mark});
 }
 
 std::size_t text_stream::take(bytes_view text, bool last) {
@@ -181,14 +261,63 @@ std::uint32_t text_stream::run(bytes_view text, std::size_t end) {
     }
 }
 
+// Asked as late as can be: it takes the target's tables, which ASCII does not need.
+void text_stream::know_one_way() {
+    if (!one_way_known_ && (by_utf8_ || from_.is_unicode())) {
+        one_way_known_ = true;
+        one_way_.open(to_);
+    }
+}
+
+// Whether no character of the text, which is in this form, must be looked at.
+bool text_stream::is_clean(bytes_view text, const charset_name& form) {
+    if (to_.is_unicode() || !form.is_unicode()) {
+        return true;
+    }
+    if (form.unit_bytes() > 1 || has_high_byte(text)) {
+        know_one_way();
+    }
+    return !one_way_known_ || !one_way_.may_be_in(text, form);
+}
+
 // Converts the piece as a whole. False, and nothing has happened, when something in it must be
-// looked at. A stop behind the last line break gives the count of characters that tells the column.
+// looked at.
 bool text_stream::convert_fast(bytes_view text, bool last, std::size_t& used) {
+    pvzan_session& s = *session_;
+    const source_state before = source_now();
+    if (!is_clean(text, from_)) {
+        return false;
+    }
+    *saved_ = s;
+    std::size_t tail = 0;
+    bool right =
+        by_utf8_ ? convert_by_utf8(text, last, used, tail) : convert_whole(text, last, used, tail);
+    // ISO-2022-JP-2004: behind a code of JIS X 0213 the library does not go back to the set before.
+    right = right && !(to_.is_iso2022() && s.dstShiftPlane != 0);
+    if (right && back_ && used > 0) {
+        bytes_view output = bytes_view(out_).first(static_cast<std::size_t>(s.outPos));
+        output = output.subspan(static_cast<std::size_t>(saved_->outPos));
+        if (saved_->target.dstWriteBom != 0 && s.target.dstWriteBom == 0) {
+            output = output.subspan(to_.form == unicode_form::utf8 ? 3 : to_.unit_bytes());
+        }
+        right = back_->comes_back(output, saved_->dstShiftSet, text.first(used), before.set);
+    }
+    if (!right) {
+        s = *saved_;
+        reader_.set_state(before);
+        return false;
+    }
+    pass(place_, text.first(used), from_, tail);
+    return true;
+}
+
+// By the library in one go. A stop behind the last line break gives the count of characters that
+// tells the column.
+bool text_stream::convert_whole(bytes_view text, bool last, std::size_t& used, std::size_t& tail) {
     pvzan_session& s = *session_;
     if (!reader_.reads_clean(text, s)) {
         return false;
     }
-    *saved_ = s;
     s.inPos = 0;
     std::uint32_t status = PVZAN_DONE;
     const std::size_t line_start = behind_last_break(text, from_);
@@ -202,15 +331,32 @@ bool text_stream::convert_fast(bytes_view text, bool last, std::size_t& used) {
     used = static_cast<std::size_t>(s.inPos);
     const bool cut = status == PVZAN_INPUT_INCOMPLETE && !last && used >= line_start &&
                      text.size() - used < longest_code;
-    // ISO-2022-JP-2004: behind a code of JIS X 0213 the library does not go back to the set before.
-    const bool wants_new_escape = to_.is_iso2022() && s.dstShiftPlane != 0;
-    if ((status != PVZAN_DONE && !cut) || wants_new_escape) {
-        s = *saved_;
+    if (status != PVZAN_DONE && !cut) {
         return false;
     }
-    const std::size_t tail =
+    tail =
         from_.is_unicode() ? count_sequences(text.subspan(line_start), from_) : s.inCount - count;
-    pass(place_, text.first(used), from_, tail);
+    if (options_.count) {
+        characters_ +=
+            from_.is_unicode() ? count_sequences(text, from_) : s.inCount - saved_->inCount;
+    }
+    return true;
+}
+
+bool text_stream::convert_by_utf8(bytes_view text, bool last, std::size_t& used,
+                                  std::size_t& tail) {
+    const charset_name form = utf8_name();
+    bytes_view utf8;
+    if (!reader_.decode(text, last, used, utf8) || !reader_.writes_clean(utf8) ||
+        !is_clean(utf8, form)) {
+        return false;
+    }
+    session_->inPos = 0;
+    if (run(utf8, utf8.size()) != PVZAN_DONE) {
+        return false;
+    }
+    tail = count_sequences(utf8.subspan(behind_last_break(utf8, form)), form);
+    characters_ += options_.count ? count_sequences(utf8, form) : 0;
     return true;
 }
 
@@ -224,6 +370,7 @@ std::size_t text_stream::convert_by_line(bytes_view text, bool last) {
         const bool known_bad = line == text.size();
         if (known_bad || !convert_fast(rest.first(line), last && line == rest.size(), used) ||
             used == 0) {
+            line_.clear();
             used = convert_by_character(rest, line, last);
         }
         if (used == 0) {
@@ -232,80 +379,6 @@ std::size_t text_stream::convert_by_line(bytes_view text, bool last) {
         at += used;
     }
     return at;
-}
-
-// ---- Single characters -------------------------------------------------------------------------
-
-// Converts the characters that begin before end.
-std::size_t text_stream::convert_by_character(bytes_view text, std::size_t end, bool last) {
-    reader_.follow(*session_);
-    std::size_t at = 0;
-    while (at < end) {
-        const bytes_view rest = text.subspan(at);
-        const text_character character = reader_.read(rest);
-        if (character.kind == text_character::cut) {
-            if (!last) {
-                break;
-            }
-            report(problem_kind::incomplete, rest);
-            place_.offset += rest.size();
-            return text.size();
-        }
-        convert_character(character, rest);
-        at += character.bytes;
-    }
-    return at;
-}
-
-// What the library would write although nothing reads it back: set switches as characters, and
-// codes of a letter and its mark in a target that has only the letter.
-bool text_stream::is_writable(const text_character& character) const {
-    if (to_.is_iso2022() &&
-        (character.scalar == 0x1B || character.scalar == 0x0E || character.scalar == 0x0F)) {
-        return false;
-    }
-    return character.mark == 0 || from_.is_unicode() || to_.is_unicode() || to_.is_jis_x0213();
-}
-
-std::uint32_t text_stream::put(bytes_view spelled) {
-    pvzan_session& s = *session_;
-    const std::int32_t before = s.outPos;
-    s.inPos = 0;
-    const std::uint32_t status = run(spelled, spelled.size());
-    if (status != PVZAN_DONE) {
-        s.outPos = before;
-    }
-    if (to_.is_iso2022() && s.dstShiftPlane != 0) {
-        s.dstShiftPlane = 0;
-        s.dstShiftSet = 0; // the next character is to be designated anew
-    }
-    return status;
-}
-
-void text_stream::convert_character(const text_character& character, bytes_view text) {
-    switch (character.kind) {
-    case text_character::silent:
-        put(character.spelled);
-        place_.offset += character.bytes;
-        return;
-    case text_character::whole: break;
-    default:
-        report(problem_kind::invalid, text.first(character.blamed));
-        step(place_, 0, character.bytes);
-        return;
-    }
-    const bytes_view bytes = text.first(character.bytes);
-    const std::uint32_t status =
-        is_writable(character) ? put(character.spelled) : std::uint32_t{PVZAN_UNREPRESENTABLE};
-    if (status == PVZAN_UNREPRESENTABLE) {
-        report(problem_kind::unrepresentable, bytes, character.scalar, character.mark);
-    } else if (status != PVZAN_DONE) {
-        report(problem_kind::invalid, bytes);
-    }
-    step(place_, character.scalar, character.bytes);
-    if (from_.is_unicode() && character.mark != 0) {
-        step(place_, character.mark, 0);
-    }
 }
 
 } // namespace tool

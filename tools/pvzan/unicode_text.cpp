@@ -1,9 +1,12 @@
 #include "tools/pvzan/unicode_text.h"
 
+#include "tools/pvzan/byte_patterns.h"
+
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 namespace tool {
 
@@ -89,11 +92,29 @@ std::size_t ascii_end(bytes_view text, std::size_t offset) {
     return offset;
 }
 
+// The end of the run of three-byte sequences, but for the leads that not every second byte may
+// follow: what Japanese text is made of.
+std::size_t behind_common(bytes_view text, std::size_t at) {
+    while (at + 3 <= text.size()) {
+        const std::uint8_t* p = text.data() + at;
+        const bool common = p[0] > 0xE0 && p[0] < 0xF0 && p[0] != 0xED;
+        if (!common || !is_continuation(p[1]) || !is_continuation(p[2])) {
+            break;
+        }
+        at += 3;
+    }
+    return at;
+}
+
 std::size_t well_formed_utf8(bytes_view text) {
     std::size_t at = 0;
     while (at < text.size()) {
         if (text[at] < 0x80) {
             at = ascii_end(text, at);
+            continue;
+        }
+        if (const std::size_t end = behind_common(text, at); end > at) {
+            at = end;
             continue;
         }
         const unicode_sequence next = read_utf8(text.subspan(at));
@@ -183,6 +204,63 @@ std::size_t count_sequences(bytes_view text, const charset_name& charset) {
     return count;
 }
 
+std::string utf8_of(char32_t scalar) {
+    const auto byte = [](char32_t value) { return static_cast<char>(value); };
+    if (scalar < 0x80) {
+        return {byte(scalar)};
+    }
+    if (scalar < 0x800) {
+        return {byte(0xC0 | scalar >> 6), byte(0x80 | (scalar & 0x3F))};
+    }
+    if (scalar < 0x10000) {
+        return {byte(0xE0 | scalar >> 12), byte(0x80 | (scalar >> 6 & 0x3F)),
+                byte(0x80 | (scalar & 0x3F))};
+    }
+    return {byte(0xF0 | scalar >> 18), byte(0x80 | (scalar >> 12 & 0x3F)),
+            byte(0x80 | (scalar >> 6 & 0x3F)), byte(0x80 | (scalar & 0x3F))};
+}
+
+namespace {
+
+using scalar_range = std::pair<char32_t, char32_t>;
+
+bool is_in(std::span<const scalar_range> ranges, char32_t scalar) {
+    return std::ranges::any_of(ranges, [scalar](const scalar_range& range) {
+        return scalar >= range.first && scalar <= range.second;
+    });
+}
+
+} // namespace
+
+bool is_wide(char32_t scalar) {
+    constexpr std::array<scalar_range, 8> wide = {{{0x1100, 0x115F},
+                                                   {0x2E80, 0x303E},
+                                                   {0x3041, 0xA4CF},
+                                                   {0xAC00, 0xD7A3},
+                                                   {0xF900, 0xFAFF},
+                                                   {0xFE30, 0xFE6F},
+                                                   {0xFF01, 0xFF60},
+                                                   {0x1F300, 0x3FFFD}}};
+    return is_in(wide, scalar) || (scalar >= 0xFFE0 && scalar <= 0xFFE6);
+}
+
+// Controls, marks that join what is before them, what turns the direction of writing, private use.
+bool is_visible(char32_t scalar) {
+    constexpr std::array<scalar_range, 12> hidden = {{{0x00, 0x1F},
+                                                      {0x7F, 0xA0},
+                                                      {0x0300, 0x036F},
+                                                      {0x200B, 0x200F},
+                                                      {0x2028, 0x202E},
+                                                      {0x2060, 0x206F},
+                                                      {0x3099, 0x309A},
+                                                      {0xD800, 0xF8FF},
+                                                      {0xFE00, 0xFE0F},
+                                                      {0xFEFF, 0xFEFF},
+                                                      {0xFFF0, 0xFFFC},
+                                                      {0xE0000, 0x10FFFF}}};
+    return !is_in(hidden, scalar);
+}
+
 bool is_joining_mark(char32_t scalar) {
     constexpr std::array<char32_t, 5> marks = {0x0300, 0x0301, 0x02E5, 0x02E9, 0x309A};
     return std::ranges::find(marks, scalar) != marks.end();
@@ -192,9 +270,8 @@ bool may_hold_joining_mark(bytes_view text, const charset_name& charset) {
     if (charset.form == unicode_form::utf8) {
         constexpr std::array marks = {"\xCC\x80"sv, "\xCC\x81"sv, "\xCB\xA5"sv, "\xCB\xA9"sv,
                                       "\xE3\x82\x9A"sv};
-        return std::ranges::any_of(marks, [text](std::string_view mark) {
-            return ::memmem(text.data(), text.size(), mark.data(), mark.size()) != nullptr;
-        });
+        static const byte_patterns patterns(marks);
+        return patterns.any_in(text);
     }
     for (std::size_t at = 0; at < text.size();) {
         const unicode_sequence next = read_sequence(text.subspan(at), charset);

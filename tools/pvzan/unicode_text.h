@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace tool {
 
@@ -25,6 +26,13 @@ std::size_t well_formed_length(bytes_view text, const charset_name& charset);
 
 // Sequences in well-formed text.
 std::size_t count_sequences(bytes_view text, const charset_name& charset);
+
+// A character in UTF-8.
+std::string utf8_of(char32_t scalar);
+
+// Whether it takes two columns of a terminal, and whether it may be shown there.
+bool is_wide(char32_t scalar);
+bool is_visible(char32_t scalar);
 
 // The marks that the library joins with the letter before them: with 25 letters they are one
 // character in JIS X 0213.

@@ -1,0 +1,286 @@
+#include "tools/pvzan/arguments.h"
+
+#include "tools/pvzan/charset_directory.h"
+#include "tools/pvzan/exit_status.h"
+#include "tools/pvzan/unicode_text.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <map>
+#include <utility>
+
+namespace tool {
+
+namespace {
+
+constexpr std::array<std::pair<const char*, verb>, 4> verbs = {{{"convert", verb::convert},
+                                                                {"check", verb::check},
+                                                                {"detect", verb::detect},
+                                                                {"list", verb::list}}};
+
+const std::map<std::string, line_breaks> break_names = {{"keep", line_breaks::keep},
+                                                        {"lf", line_breaks::lf},
+                                                        {"crlf", line_breaks::crlf},
+                                                        {"cr", line_breaks::cr}};
+const std::map<std::string, mark_rule> mark_names = {
+    {"add", mark_rule::add}, {"drop", mark_rule::drop}, {"keep", mark_rule::keep}};
+const std::map<std::string, color_when> color_names = {
+    {"auto", color_when::automatic}, {"always", color_when::always}, {"never", color_when::never}};
+
+std::string read_policy(const std::string& how, text_options& options) {
+    static const std::map<std::string, error_policy> names = {{"stop", error_policy::stop},
+                                                              {"subst", error_policy::subst},
+                                                              {"ref", error_policy::ref},
+                                                              {"hex", error_policy::hex},
+                                                              {"skip", error_policy::skip}};
+    const std::size_t equals = std::min(how.find('='), how.size());
+    const auto found = names.find(how.substr(0, equals));
+    if (found == names.end()) {
+        return "HOW is stop, subst, subst=CHAR, ref, hex or skip";
+    }
+    options.on_error = found->second;
+    if (equals < how.size()) {
+        const std::string character = how.substr(equals + 1);
+        const bytes_view bytes(reinterpret_cast<const std::uint8_t*>(character.data()),
+                               character.size());
+        const unicode_sequence first = character.empty()
+                                           ? unicode_sequence{unicode_sequence::cut, 0, 0}
+                                           : read_sequence(bytes, resolve_charset("utf-8"));
+        const bool one = first.kind == unicode_sequence::whole && first.bytes == bytes.size() &&
+                         first.scalar >= 0x20;
+        if (!one || options.on_error != error_policy::subst) {
+            return "only subst takes a character, and only one, in UTF-8: subst=?";
+        }
+        options.substitute = first.scalar;
+    }
+    return {};
+}
+
+// A word out of several, as a member of its enumeration.
+template <typename Choice>
+void add_choice(CLI::App& app, const std::string& name, Choice& into,
+                const std::map<std::string, Choice>& names, const std::string& words,
+                const std::string& help) {
+    app.add_option_function<std::string>(
+           name, [&into, &names](const std::string& word) { into = names.at(word); }, help)
+        ->type_name(words)
+        ->check(CLI::Validator(
+            [&names, words](const std::string& word) {
+                return names.contains(word) ? std::string() : "it is one of " + words;
+            },
+            ""));
+}
+
+void add_shared(CLI::App& app, command& c, std::string& directory) {
+    app.add_flag("--json", c.style.json, "Messages and answers as JSON, an object a line");
+    app.add_flag("-q,--quiet", c.style.quiet, "Only errors");
+    app.add_flag("-v,--verbose", c.style.verbose, "A line for each file, and the text at problems");
+    add_choice(app, "--color", c.style.color, color_names, "auto|always|never",
+               "Color of messages");
+    app.add_option("--charset-dir", directory, "Where the charset definitions lie")
+        ->type_name("DIR");
+}
+
+void add_source_and_target(CLI::App& app, command& c) {
+    convert_options& o = c.convert;
+    app.add_option("-f,--from", o.from, "Charset of the input; several: choose from these")
+        ->type_name("NAME[,NAME...]");
+    app.add_option("-t,--to", o.to, "Charset of the output")->type_name("NAME");
+}
+
+void add_bulk(CLI::App& app, command& c) {
+    app.add_flag("-r,--recursive", c.convert.recursive, "Open up directories");
+    app.add_option("-j,--jobs", c.convert.jobs, "Threads, over files or inside a long one")
+        ->check(CLI::Range(1, 1024))
+        ->type_name("N");
+}
+
+void add_text_options(CLI::App& app, command& c) {
+    text_options& text = c.convert.text;
+    app.add_flag("--similar", text.similar, "Take look-alikes as equal (wave dash, yen, ...)");
+    add_choice(app, "--eol", text.breaks, break_names, "lf|crlf|cr|keep", "Line breaks");
+}
+
+void add_convert(CLI::App& app, command& c) {
+    convert_options& o = c.convert;
+    add_source_and_target(app, c);
+    app.add_option("-o,--output", o.output, "File, or directory that mirrors the inputs")
+        ->type_name("PATH");
+    app.add_flag("-i,--in-place", o.in_place, "Replace each file; -i=SUFFIX keeps the old one");
+    app.add_option("--backup-suffix", o.backup_suffix)->group("");
+    add_bulk(app, c);
+    app.add_option_function<std::string>(
+           "-e,--on-error",
+           [&o](const std::string& how) {
+               if (const std::string wrong = read_policy(how, o.text); !wrong.empty()) {
+                   throw CLI::ValidationError("--on-error", wrong);
+               }
+           },
+           "stop, subst[=CHAR], ref (&#x1F600;), hex (<82>), skip")
+        ->type_name("HOW");
+    app.add_flag_callback(
+        "-c", [&o] { o.text.on_error = error_policy::skip; }, "The same as --on-error skip");
+    app.add_option("--max-errors", o.text.most_errors, "Fail all the same above so many problems")
+        ->type_name("N");
+    add_text_options(app, c);
+    add_choice(app, "--bom", o.text.mark, mark_names, "add|drop|keep",
+               "Byte-order mark of the output");
+    app.add_flag("--read-back", o.text.read_back, "Convert back and compare, before writing");
+    add_shared(app, c, o.charset_dir);
+    app.add_option("files", o.files, "Files; none, or -, is standard input")->type_name("FILE");
+}
+
+void add_check(CLI::App& app, command& c) {
+    c.convert.check = true;
+    add_source_and_target(app, c);
+    add_bulk(app, c);
+    add_text_options(app, c);
+    add_shared(app, c, c.convert.charset_dir);
+    app.add_option("files", c.convert.files, "Files; none, or -, is standard input")
+        ->type_name("FILE");
+}
+
+void add_detect(CLI::App& app, command& c) {
+    add_shared(app, c, c.detect.charset_dir);
+    app.add_option("files", c.detect.files, "Files; none, or -, is standard input")
+        ->type_name("FILE");
+}
+
+void add_list(CLI::App& app, command& c) {
+    app.add_option("--check", c.list.check,
+                   "Read a charset directory as the library does; tell what is wrong with it")
+        ->type_name("DIR");
+    add_shared(app, c, c.list.charset_dir);
+    app.add_option("names", c.list.names, "Charsets to tell more of")->type_name("NAME");
+}
+
+// ---- Help --------------------------------------------------------------------------------------
+
+struct description {
+    const char *usage, *what;
+    void (*add)(CLI::App&, command&);
+};
+
+constexpr std::array<description, 4> descriptions = {{
+    {"pvzan [OPTIONS] [FILE...]\n       pvzan check|detect|list [OPTIONS] ...   (--help tells "
+     "more)",
+     "Convert text; FILE to UTF-8, if nothing else is said. Strict: a problem is told with its\n"
+     "place, and a failed file leaves nothing behind.",
+     add_convert},
+    {"pvzan check [OPTIONS] [FILE...]",
+     "Convert without writing, convert back and compare; tell all that is invalid, cannot be\n"
+     "written, or would come back as something else.",
+     add_check},
+    {"pvzan detect [OPTIONS] [FILE...]", "Tell what encoding files are in.", add_detect},
+    {"pvzan list [OPTIONS] [NAME...]",
+     "List the charsets: name, number, decoder, encoder, coded sets by preference.", add_list},
+}};
+
+class help_format : public CLI::Formatter {
+public:
+    help_format() { column_width(help_column); }
+
+    std::string make_help(const CLI::App* app, std::string, CLI::AppFormatMode) const override {
+        std::string text = "Usage: " + app->get_name() + "\n" + app->get_description() + "\n\n";
+        for (const CLI::Option* option : app->get_options()) {
+            if (!option->get_group().empty() && !option->get_positional()) {
+                text += line(*option);
+            }
+        }
+        return text;
+    }
+
+private:
+    static constexpr std::size_t help_column = 30;
+
+    static std::string line(const CLI::Option& option) {
+        std::string names;
+        for (const std::string& name : option.get_snames()) {
+            names += (names.empty() ? "-" : ", -") + name;
+        }
+        names = names.empty() ? "    " : names;
+        for (const std::string& name : option.get_lnames()) {
+            names += (names == "    " ? "--" : ", --") + name;
+        }
+        if (option.get_items_expected_max() > 0 && !option.get_type_name().empty()) {
+            names += " " + option.get_type_name();
+        }
+        const bool fits = names.size() + 2 < help_column;
+        return fmt::format("  {:<{}}{}{}\n", names, fits ? help_column - 2 : 0,
+                           fits ? "" : "\n" + std::string(help_column, ' '),
+                           option.get_description());
+    }
+};
+
+std::string version() {
+    const charset_directory directory = settle_charset_directory({});
+    std::string text = "pvzan " PVZAN_VERSION "\ncharset directory: ";
+    if (directory.path.empty()) {
+        return text + "none";
+    }
+    return text + fmt::format("{} ({})\ncharsets: {}", printable(directory.path), directory.reason,
+                              charset_names().size());
+}
+
+// "-i=.orig" and "--in-place=.orig" as two arguments that the parser knows.
+std::vector<std::string> spell_out(std::vector<std::string> arguments) {
+    for (std::size_t i = 0; i < arguments.size() && arguments[i] != "--"; ++i) {
+        for (const std::string start : {"-i=", "--in-place="}) {
+            if (arguments[i].starts_with(start)) {
+                const std::string suffix = arguments[i].substr(start.size());
+                arguments[i] = "--in-place";
+                arguments.insert(arguments.begin() + static_cast<std::ptrdiff_t>(i) + 1,
+                                 "--backup-suffix=" + suffix);
+            }
+        }
+    }
+    return arguments;
+}
+
+} // namespace
+
+std::optional<command> read_arguments(int argc, char** argv, int& status) {
+    std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+    command c;
+    // Without a verb it is convert. A file that bears a verb's name is written "./convert".
+    for (const auto& [name, what] : verbs) {
+        if (!arguments.empty() && arguments.front() == name) {
+            c.what = what;
+            arguments.erase(arguments.begin());
+            break;
+        }
+    }
+    const description& about = descriptions[static_cast<std::size_t>(c.what)];
+    CLI::App app(about.what, about.usage);
+    app.formatter(std::make_shared<help_format>());
+    about.add(app, c);
+    app.set_version_flag("--version", version, "Version, charset directory, number of charsets");
+    app.set_help_flag("-h,--help", "This help");
+    status = exit_converted;
+    try {
+        arguments = spell_out(std::move(arguments));
+        std::ranges::reverse(arguments); // as CLI11 takes them
+        app.parse(std::move(arguments));
+    } catch (const CLI::CallForHelp&) {
+        fmt::print("{}", app.help());
+    } catch (const CLI::CallForVersion& error) {
+        fmt::print("{}\n", error.what());
+    } catch (const CLI::ParseError& error) {
+        complain(fmt::format("{} (pvzan --help tells the options)", printable(error.what())));
+        status = exit_no_work;
+        return std::nullopt;
+    }
+    const bool answered = app.get_help_ptr()->count() > 0 || app.get_version_ptr()->count() > 0;
+    if (answered) {
+        if (std::fflush(stdout) != 0) {
+            status = exit_no_work;
+        }
+        return std::nullopt;
+    }
+    return c;
+}
+
+} // namespace tool

@@ -1,0 +1,211 @@
+#include "tools/pvzan/convert_text.h"
+
+#include "tools/pvzan/message.h"
+#include "tools/pvzan/parallel_text.h"
+#include "tools/pvzan/source_guess.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace tool {
+
+namespace {
+
+constexpr std::size_t input_bytes = 64 * 1024;
+constexpr std::size_t longest_mark = 4;
+
+bool is_plain_ascii(std::uint8_t byte) {
+    return byte < 0x80 && byte != 0x1B && byte != 0;
+}
+
+class text_run {
+public:
+    text_run(const input_file& file, const text_conversion& conversion,
+             const std::function<bool(bytes_view)>& output, file_report& report)
+        : file_(file), conversion_(conversion), report_(report), output_(output),
+          buffer_(input_bytes) {
+        result_.from = conversion.guess ? resolve_charset("utf-8") : conversion.from;
+        guessing_ = conversion.guess;
+    }
+
+    text_result run() {
+        report_.set_source(result_.from);
+        text_stream text(result_.from, conversion_.to, sinks(), conversion_.options);
+        text.open();
+        if (fill(longest_mark) && (!guessing_ || pass_ascii(text))) {
+            find_breaks();
+            if (conversion_.jobs > 1 && !ended_) {
+                run_parallel(text);
+            }
+            pump(text);
+        }
+        result_.failed = result_.failed || text.failed();
+        result_.facts.characters += text.characters();
+        result_.facts.had_mark = text.had_mark();
+        return std::move(result_);
+    }
+
+private:
+    text_sinks sinks() {
+        return {[this](bytes_view bytes) { write(bytes); },
+                [this](const problem& p) { report_.add(p); },
+                [this](char32_t scalar) { report_.add_look_alike(scalar); }};
+    }
+
+    bool write(bytes_view bytes) {
+        result_.facts.bytes_out += bytes.size();
+        if (result_.end == text_end::whole && !output_(bytes)) {
+            result_.end = text_end::unwritable;
+        }
+        return result_.end == text_end::whole;
+    }
+
+    [[nodiscard]] bytes_view filled() const { return bytes_view(buffer_).first(kept_); }
+
+    // Reads what there is, once; false on failure.
+    bool read_more() {
+        const ssize_t n = file_.read(std::span(buffer_).subspan(kept_));
+        if (n < 0) {
+            result_.end = text_end::unreadable;
+            result_.error = fmt::format("cannot read: {}", system_error_text(errno));
+            return false;
+        }
+        ended_ = n == 0;
+        kept_ += static_cast<std::size_t>(n);
+        result_.facts.bytes_in += static_cast<std::uint64_t>(n);
+        return true;
+    }
+
+    bool fill(std::size_t least) {
+        while (!ended_ && kept_ < least) {
+            if (!read_more()) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    void drop(std::size_t used) {
+        kept_ -= used;
+        std::memmove(buffer_.data(), buffer_.data() + used, kept_);
+    }
+
+    // Text that is ASCII is the same in all charsets that are guessed, but for UTF-16, whose ASCII
+    // has NUL bytes. What comes then is looked at in a full buffer, so that the guess does not hang
+    // on how the input arrives.
+    bool pass_ascii(text_stream& text) {
+        for (;;) {
+            const auto plain = static_cast<std::size_t>(
+                std::ranges::find_if_not(filled(), is_plain_ascii) - filled().begin());
+            if (plain < kept_) {
+                const std::size_t lines = behind_last_break(filled().first(plain), result_.from);
+                if (lines > 0) {
+                    drop(text.feed(filled().first(lines)));
+                }
+                return fill(buffer_.size()) && change_source(text);
+            }
+            if (ended_) {
+                return true;
+            }
+            drop(text.feed(filled()));
+            if (result_.end != text_end::whole || !read_more()) {
+                return false;
+            }
+        }
+    }
+
+    bool change_source(text_stream& text) {
+        source_guess guess = guess_source(filled(), conversion_.candidates);
+        if (!guess.known) {
+            result_.end = guess.binary ? text_end::binary : text_end::unknown;
+            result_.error = guess.why;
+            return false;
+        }
+        result_.from = std::move(guess.charset);
+        report_.set_source(result_.from);
+        if (!text.change_source(result_.from)) {
+            result_.end = text_end::unknown;
+            result_.error = fmt::format("looks like {}, of which the charset directory has no "
+                                        "definition",
+                                        printable(result_.from.shown));
+            return false;
+        }
+        return true;
+    }
+
+    void find_breaks() {
+        charset_name charset = result_.from;
+        const std::size_t mark = find_mark(filled(), charset);
+        if (const bool units = kept_ >= mark + charset.unit_bytes(); units) {
+            result_.facts.breaks = kind_of_breaks(filled().subspan(mark), charset);
+        }
+    }
+
+    // Reads the file through the stream; what a piece leaves over goes before the next one.
+    void pump(text_stream& text) {
+        while (result_.end == text_end::whole) {
+            if (ended_) {
+                text.finish(filled());
+                return;
+            }
+            drop(text.feed(filled()));
+            if (kept_ == buffer_.size()) {
+                buffer_.resize(buffer_.size() * 2); // a sequence of marks without an end
+            }
+            if (result_.end == text_end::whole) {
+                read_more();
+            }
+        }
+    }
+
+    // The first lines go through the stream itself, and so does what is behind the last one.
+    void run_parallel(text_stream& text) {
+        if (!fill(buffer_.size()) || ended_) {
+            return;
+        }
+        const std::size_t lines = behind_last_line_feed(filled(), result_.from);
+        if (lines == 0) {
+            return;
+        }
+        drop(text.feed(filled().first(lines)));
+        parallel_text parts({conversion_.to, conversion_.options, conversion_.jobs}, text,
+                            {[this](std::span<std::uint8_t> into) { return read_into(into); },
+                             [this](bytes_view bytes) { return write(bytes); }, &report_});
+        buffer_ =
+            parts.run({buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(kept_)});
+        kept_ = buffer_.size();
+        buffer_.resize(std::max(buffer_.size(), input_bytes));
+        ended_ = true;
+    }
+
+    // For another buffer; 0 at the end and on failure.
+    std::size_t read_into(std::span<std::uint8_t> into) {
+        const ssize_t n = file_.read(into);
+        if (n < 0) {
+            result_.end = text_end::unreadable;
+            result_.error = fmt::format("cannot read: {}", system_error_text(errno));
+            return 0;
+        }
+        result_.facts.bytes_in += static_cast<std::uint64_t>(n);
+        return static_cast<std::size_t>(n);
+    }
+
+    const input_file& file_;
+    const text_conversion& conversion_;
+    file_report& report_;
+    const std::function<bool(bytes_view)>& output_;
+    text_result result_;
+    std::vector<std::uint8_t> buffer_;
+    std::size_t kept_ = 0;
+    bool ended_ = false, guessing_ = false;
+};
+
+} // namespace
+
+text_result convert_text(const input_file& file, const text_conversion& conversion,
+                         const std::function<bool(bytes_view)>& output, file_report& report) {
+    return text_run(file, conversion, output, report).run();
+}
+
+} // namespace tool

@@ -1,0 +1,43 @@
+// The conversion of one input, from its first byte to its last.
+#pragma once
+
+#include "tools/pvzan/file_report.h"
+#include "tools/pvzan/input_file.h"
+#include "tools/pvzan/text_stream.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+struct text_conversion {
+    bool guess = false;                  // the source; candidates may be named
+    std::vector<std::string> candidates; // none: the usual ones
+    charset_name from, to;
+    text_options options;
+    unsigned jobs = 1; // threads for one input
+};
+
+enum class text_end {
+    whole,      // converted, as far as the policy allows
+    unreadable, // the input; the error tells why
+    unknown,    // nobody can tell the charset; the error tells why
+    binary,     // no text
+    unwritable  // the output refused
+};
+
+struct text_result {
+    text_end end = text_end::whole;
+    bool failed = false; // the output is not what was asked for
+    std::string error;
+    charset_name from;
+    text_facts facts;
+};
+
+// output returns false to end it all. The report gets all problems, and the source when it is
+// known.
+text_result convert_text(const input_file& file, const text_conversion& conversion,
+                         const std::function<bool(bytes_view)>& output, file_report& report);
+
+} // namespace tool

@@ -1,0 +1,23 @@
+// Many files, by several threads; what is said comes in the order of the files.
+#pragma once
+
+#include "tools/pvzan/one_file.h"
+
+#include <functional>
+#include <vector>
+
+namespace tool {
+
+struct queue_totals {
+    int worst = 0; // exit_status
+    std::uint64_t converted = 0, unchanged = 0, binary = 0, failed = 0;
+};
+
+using file_work =
+    std::function<file_outcome(const listed_file& file, const file_report::line_sink& sink)>;
+
+// skips_binary: a binary file is no error. on_output: what is said goes to standard output.
+queue_totals run_queue(const std::vector<listed_file>& files, unsigned jobs, bool skips_binary,
+                       bool on_output, const file_work& work);
+
+} // namespace tool

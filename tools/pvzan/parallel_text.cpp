@@ -1,0 +1,133 @@
+#include "tools/pvzan/parallel_text.h"
+
+#include "tools/pvzan/message.h"
+#include "tools/pvzan/temporary_file.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace tool {
+
+namespace {
+
+constexpr std::size_t block_bytes = 1024 * 1024;
+constexpr std::size_t longest_line = 16 * block_bytes; // a text with longer ones is not cut
+constexpr std::size_t most_kept = 20; // problems of a part, as many as are told of a file
+
+} // namespace
+
+parallel_text::parallel_text(task what, text_stream& text, ends where)
+    : task_(std::move(what)), text_(text), ends_(std::move(where)), from_(text.source()),
+      at_(text.state()), place_(text.place()), failed_(text.failed()) {}
+
+parallel_text::part_result parallel_text::convert(const block& text,
+                                                  const stream_state& begin) const {
+    part_result result;
+    const auto keep = [&](const problem& p) {
+        if (result.problems.size() >= most_kept && !current_style().json) {
+            ++result.untold[{p.kind, p.scalar}];
+            return;
+        }
+        kept_problem kept = {
+            p, {p.bytes.begin(), p.bytes.end()}, {p.comes_back.begin(), p.comes_back.end()}};
+        result.problems.push_back(std::move(kept));
+    };
+    text_stream stream(from_, task_.to,
+                       {[&](bytes_view bytes) {
+                            result.output.insert(result.output.end(), bytes.begin(), bytes.end());
+                        },
+                        keep, [&](char32_t scalar) { result.look_alikes.push_back(scalar); }},
+                       task_.options);
+    stream.open();
+    stream.begin_inside(begin);
+    constexpr std::size_t piece = 64 * 1024; // so that little is taken back for a problem
+    bytes_view rest = *text;
+    while (rest.size() > piece) {
+        rest = rest.subspan(stream.feed(rest.first(piece)));
+    }
+    stream.finish_part(rest);
+    result.end = stream.state();
+    result.place = stream.place();
+    result.characters = stream.characters();
+    result.failed = stream.failed();
+    return result;
+}
+
+// The next block, up to its last line feed; what is behind it goes to the rest, and so does all at
+// the end. False when there is none.
+bool parallel_text::read_block(std::vector<std::uint8_t>& rest, block& text) {
+    std::vector<std::uint8_t> bytes = std::exchange(rest, {});
+    for (std::size_t wanted = block_bytes; wanted <= longest_line; wanted *= 2) {
+        std::size_t filled = bytes.size();
+        bytes.resize(std::max(wanted, filled));
+        std::size_t n = 1;
+        while (filled < bytes.size() && n > 0) {
+            n = ends_.read(std::span(bytes).subspan(filled));
+            filled += n;
+        }
+        bytes.resize(filled);
+        const std::size_t cut = behind_last_line_feed(bytes, from_);
+        if (cut > 0) {
+            rest.assign(bytes.begin() + static_cast<std::ptrdiff_t>(cut), bytes.end());
+            bytes.resize(cut);
+            text = std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes));
+            return true;
+        }
+        if (n == 0) {
+            break;
+        }
+    }
+    rest = std::move(bytes);
+    return false;
+}
+
+void parallel_text::deliver(part p) {
+    part_result result = p.result.get();
+    if (at_.source != text_.behind_line_feed().source ||
+        (!failed_ && at_.written_set != text_.behind_line_feed().written_set)) {
+        result = convert(p.text, at_); // it does not begin as was thought
+    }
+    if (!failed_ && !result.output.empty()) {
+        written_ = true;
+        refused_ = refused_ || !ends_.write(result.output);
+    }
+    for (kept_problem& kept : result.problems) {
+        kept.told.bytes = kept.bytes;
+        kept.told.comes_back = kept.comes_back;
+        kept.told.place.line += place_.line - 1;
+        kept.told.place.offset += place_.offset;
+        ends_.report->add(kept.told);
+    }
+    for (const auto& [key, count] : result.untold) {
+        ends_.report->add_untold(key.first, key.second, count);
+    }
+    for (const char32_t scalar : result.look_alikes) {
+        ends_.report->add_look_alike(scalar);
+    }
+    place_ = {place_.line + result.place.line - 1, result.place.column,
+              place_.offset + result.place.offset, result.place.behind_cr};
+    at_ = result.end;
+    characters_ += result.characters;
+    failed_ = failed_ || result.failed;
+}
+
+std::vector<std::uint8_t> parallel_text::run(std::vector<std::uint8_t> begun) {
+    block text;
+    while (!refused_ && read_block(begun, text)) {
+        running_.push_back({text, std::async(std::launch::async, [this, text] {
+                                hold_ending_signals();
+                                return convert(text, text_.behind_line_feed());
+                            })});
+        if (running_.size() >= task_.jobs) {
+            deliver(std::move(running_.front()));
+            running_.pop_front();
+        }
+    }
+    for (part& p : running_) {
+        deliver(std::move(p));
+    }
+    text_.go_on(at_, place_, characters_, written_, failed_);
+    return begun;
+}
+
+} // namespace tool
