@@ -25,11 +25,3 @@ file(RELATIVE_PATH PVZAN_PC_INCLUDEDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_F
 string(REGEX REPLACE "/$" "" PVZAN_PC_PREFIX ${PVZAN_PC_PREFIX})
 configure_file(${package_source}/pvzan.pc.in ${package_build}/pvzan.pc @ONLY)
 install(FILES ${package_build}/pvzan.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-
-# Manual pages, by the section that their names end in.
-foreach(section 1 3 5 7)
-    file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/*.${section})
-    if(pages)
-        install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
-    endif()
-endforeach()
