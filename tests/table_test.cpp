@@ -197,11 +197,14 @@ TEST(TableLoading, WhichTablesCount) {
         u32 first, second; // results of two calls
         std::size_t keys;
     } const cases[] = {
-        {"2121 3000\r\n", 1, 1, 1},         {"0 0\r\n", 0, 1, 1},   {"FFFFFFF 1\r\n", 1, 1, 1},
-        {"10000000 1\r\n", 0, 1, 1},                                // alone it cannot be a code
-        {"10000000 1\r\n5 1\r\n", 1, 1, 2}, {"2121 3000", 0, 1, 0}, // the last number is lost
-                                                                    // without two characters behind
-                                                                    // it
+        {"2121 3000\r\n", 1, 1, 1},
+        {"0 0\r\n", 0, 1, 1},
+        {"FFFFFFF 1\r\n", 1, 1, 1},
+        {"10000000 1\r\n", 0, 1, 1}, // alone it cannot be a code
+        {"10000000 1\r\n5 1\r\n", 1, 1, 2},
+        {"2121 3000", 0, 1, 0}, // the last number is lost
+                                // without two characters behind
+                                // it
         {"no numbr\r\n", 0, 1, 0},
     };
     for (const auto& c : cases) {
