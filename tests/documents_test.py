@@ -1,0 +1,88 @@
+"""Runs what documents show, and compares it with what they say it prints.
+
+In Markdown a block of c, cpp, python or console is run; an output block behind it is what it prints. A
+C++ block without main is the body of one. In manual pages the blocks between .EX and .EE that have a main are
+C programs, and what stands between the next .EX and .EE is their output.
+"""
+
+import os
+import re
+import subprocess
+import sys
+import tempfile
+
+HEADERS = "#include <pvzan.hpp>\n#include <fstream>\n#include <iostream>\n#include <sstream>\n"
+
+
+def build_and_run(language, code, place, settings):
+    if language == "cpp" and "main(" not in code:
+        includes = "".join(re.findall(r"^#include.*\n", code, re.M))
+        code = f"{HEADERS}{includes}int main() {{\n{re.sub(r'^#include.*$', '', code, flags=re.M)}\n}}\n"
+    source, program = os.path.join(place, f"program.{language}"), os.path.join(place, "program")
+    with open(source, "w", encoding="utf-8") as file:
+        file.write(code)
+    compiler = [settings["CXX"], "-std=c++17"] if language == "cpp" else [settings["CC"], "-std=c99"]
+    library = os.path.dirname(settings["PVZAN_LIBRARY"])
+    command = [*compiler, "-Wall", "-Wextra", "-Werror", *settings["FLAGS"].split(), source, "-o", program]
+    command += ["-I", settings["INCLUDE"], settings["PVZAN_LIBRARY"], f"-Wl,-rpath,{library}"]
+    subprocess.run(command, check=True)
+    return run([program], place)
+
+
+def run(command, place):
+    done = subprocess.run(command, cwd=place, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    return done.stdout.decode("utf-8", "replace") + (f"[exit {done.returncode}]\n" if done.returncode > 2 else "")
+
+
+def blocks_of(text, name):
+    """Language, code, expected output or None, line."""
+    if name.endswith(".md"):
+        pattern = r"^```(c|cpp|python|console)\n(.*?)^```\n(?:\n```output\n(.*?)^```\n)?"
+        for found in re.finditer(pattern, text, re.M | re.S):
+            yield found.group(1), found.group(2), found.group(3), text.count("\n", 0, found.start()) + 1
+        return
+    examples = [(m.start(), m.group(1)) for m in re.finditer(r"^\.EX\n(.*?)^\.EE\n", text, re.M | re.S)]
+    plain = [(at, block.replace("\\e", "\\").replace("\\-", "-").replace("\\&", "")) for at, block in examples]
+    for (at, code), (_, expected) in zip(plain, plain[1:] + [(0, None)]):
+        if "main(" in code:
+            yield "c", code, expected, text.count("\n", 0, at) + 1
+
+
+def console_steps(code):
+    for step in re.split(r"^\$ ", code, flags=re.M)[1:]:
+        command, _, expected = step.partition("\n")
+        yield command, expected
+
+
+def main(settings, names):
+    failures = count = 0
+    for name in names:
+        with open(name, encoding="utf-8") as file:
+            text = file.read()
+        with tempfile.TemporaryDirectory() as place:
+            for folder in ("samples", "examples"):
+                os.symlink(os.path.join(settings["SOURCE"], folder), os.path.join(place, folder))
+            for language, code, expected, line in blocks_of(text, name):
+                count += 1
+                if language == "console":
+                    results = [(run(["sh", "-c", command], place), e) for command, e in console_steps(code)]
+                elif language == "python":
+                    results = [(run([sys.executable, "-B", "-c", code], place), expected)]
+                else:
+                    results = [(build_and_run(language, code, place, settings), expected)]
+                for got, wanted in results:
+                    if got != (wanted or ""):
+                        failures += 1
+                        print(f"{name}:{line}: expected\n{wanted or ''}got\n{got}")
+    print(f"{count} blocks run, {failures} wrong")
+    return failures > 0 or count == 0
+
+
+if __name__ == "__main__":
+    keys = [argument.partition("=")[::2] for argument in sys.argv[1:] if "=" in argument]
+    given = dict(keys)
+    os.environ["PATH"] = os.path.dirname(given["TOOL"]) + os.pathsep + os.environ["PATH"]
+    os.environ["PYTHONPATH"] = os.path.join(given["SOURCE"], "bindings", "python")
+    os.environ["PVZAN_LIBRARY"] = given["PVZAN_LIBRARY"]
+    os.environ["PVZAN_CHARSET_DIR"] = given["PVZAN_CHARSET_DIR"]
+    sys.exit(main(given, [argument for argument in sys.argv[1:] if "=" not in argument]))
