@@ -2,11 +2,12 @@
 
 In Markdown a block of c, cpp, python or console is run; an output block behind it is what it prints. A
 C++ block without main is the body of one. In manual pages the blocks between .EX and .EE that have a main are
-C programs, and what stands between the next .EX and .EE is their output.
+C programs, and what stands between the next .EX and .EE is their output. A block behind a comment "file: NAME" is that file.
 """
 
 import os
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -48,6 +49,12 @@ def blocks_of(text, name):
             yield "c", code, expected, text.count("\n", 0, at) + 1
 
 
+def copies_in(text):
+    """What stands for a file, and the file's name."""
+    for found in re.finditer(r'^\.\\" file: (\S+)\n\.EX\n(.*?)^\.EE\n', text, re.M | re.S):
+        yield found.group(1), found.group(2).replace("\\-", "-").replace("\\e", "\\")
+
+
 def console_steps(code):
     for step in re.split(r"^\$ ", code, flags=re.M)[1:]:
         command, _, expected = step.partition("\n")
@@ -59,6 +66,16 @@ def main(settings, names):
     for name in names:
         with open(name, encoding="utf-8") as file:
             text = file.read()
+        for copied, shown in copies_in(text):
+            count += 1
+            with open(os.path.join(settings["SOURCE"], copied), encoding="utf-8") as file:
+                if file.read().rstrip("\n") != shown.rstrip("\n"):
+                    failures += 1
+                    print(f"{name}: {copied} is another now")
+        if not name.endswith(".md") and not text.startswith(".so ") and shutil.which("groff"):
+            warnings = run(["groff", "-man", "-ww", "-Kutf8", "-Tutf8", "-z", os.path.abspath(name)], ".")
+            failures += warnings != ""
+            print(warnings, end="")
         with tempfile.TemporaryDirectory() as place:
             for folder in ("samples", "examples"):
                 os.symlink(os.path.join(settings["SOURCE"], folder), os.path.join(place, folder))
