@@ -68,8 +68,12 @@ void add_choice(CLI::App& app, const std::string& name, Choice& into,
            name, [&into, &names](const std::string& word) { into = names.at(word); }, help)
         ->type_name(words)
         ->check(CLI::Validator(
-            [&names, words](const std::string& word) {
-                return names.contains(word) ? std::string() : "it is one of " + words;
+            [&names](const std::string& word) {
+                std::string all;
+                for (const auto& [known, value] : names) {
+                    all += (all.empty() ? "" : ", ") + known;
+                }
+                return names.contains(word) ? std::string() : "it is one of " + all;
             },
             ""));
 }
@@ -94,7 +98,7 @@ void add_source_and_target(CLI::App& app, command& c) {
 void add_bulk(CLI::App& app, command& c) {
     app.add_flag("-r,--recursive", c.convert.recursive, "Open up directories");
     app.add_option("-j,--jobs", c.convert.jobs, "Threads, over files or inside a long one")
-        ->check(CLI::Range(1, 1024))
+        ->check(CLI::Range(1, 1024).description(""))
         ->type_name("N");
 }
 

@@ -141,12 +141,13 @@ bool character_reader::is_pair(std::uint8_t first, std::uint8_t second) {
     const source_state before = state();
     session_->inPos = 0;
     session_->outPos = 0;
-    const bool pair = run(code, code.size()) == PVZAN_DONE;
+    const std::uint32_t status = run(code, code.size());
+    const bool pair = status == PVZAN_DONE || status == PVZAN_INPUT_INCOMPLETE;
     set_state(before);
     return pair;
 }
 
-// Whether the byte is the first of no two-byte code.
+// Whether the byte is the first of no code of two or more bytes.
 bool character_reader::begins_nothing(std::uint8_t byte) {
     std::optional<bool>& known = begins_nothing_[byte];
     for (unsigned second = 0; !known && second <= 0xFF; ++second) {
@@ -198,12 +199,15 @@ text_character character_reader::judge(bytes_view text, std::size_t given, std::
         character.why = fault::escape;
     } else if (given == 1) {
         character.why = fault::begins_nothing;
-    } else if (given == 2 && begins_nothing(text[0])) {
+    } else if (!from_.is_iso2022() && begins_nothing(text[0])) {
+        character.bytes = 1;
         character.blamed = 1;
         character.why = fault::begins_nothing;
+    } else if (!from_.is_iso2022() && from_.unit_bytes() == 1 && ends_nothing(text[1])) {
+        character.blamed = 2;
+        character.why = fault::cannot_follow;
     } else {
-        character.why =
-            given == 2 && ends_nothing(text[1]) ? fault::cannot_follow : fault::no_character;
+        character.why = fault::no_character;
     }
     return character;
 }
@@ -232,6 +236,9 @@ text_character character_reader::read_code(bytes_view text) {
     switch (status) {
     case PVZAN_DONE: break;
     case PVZAN_INPUT_INCOMPLETE: {
+        if (end == 1 && !reads_leniently(from_) && begins_nothing(text[0])) {
+            return judge(text, 1, 1);
+        }
         if (end == given.size() && end < longest_code) {
             return {.kind = kind::cut, .bytes = text.size()};
         }

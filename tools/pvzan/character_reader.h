@@ -24,7 +24,8 @@ enum class fault {
     broken_off,     // a sequence that the next byte does not continue
     no_character,   // well-formed, and nothing stands there
     half_pair,      // one half of a surrogate pair
-    escape          // an escape sequence of no known set
+    escape,         // an escape sequence of no known set
+    open_set        // the text ends in a set of two-byte codes
 };
 
 struct text_character {

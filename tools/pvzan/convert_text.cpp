@@ -15,8 +15,17 @@ namespace {
 constexpr std::size_t input_bytes = 64 * 1024;
 constexpr std::size_t longest_mark = 4;
 
-bool is_plain_ascii(std::uint8_t byte) {
-    return byte < 0x80 && byte != 0x1B && byte != 0;
+// How much of the text is ASCII, and nothing that may be a set switch of ISO-2022-JP.
+std::size_t plain_ascii(bytes_view text) {
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        constexpr std::uint8_t escape = 0x1B;
+        const bool switches = text[at] == escape && (at + 1 == text.size() || text[at + 1] == '$' ||
+                                                     text[at + 1] == '(');
+        if (text[at] >= 0x80 || text[at] == 0 || switches) {
+            return at;
+        }
+    }
+    return text.size();
 }
 
 class text_run {
@@ -96,8 +105,7 @@ private:
     // on how the input arrives.
     bool pass_ascii(text_stream& text) {
         for (;;) {
-            const auto plain = static_cast<std::size_t>(
-                std::ranges::find_if_not(filled(), is_plain_ascii) - filled().begin());
+            const std::size_t plain = plain_ascii(filled());
             if (plain < kept_) {
                 const std::size_t lines = behind_last_break(filled().first(plain), result_.from);
                 if (lines > 0) {

@@ -85,6 +85,7 @@ std::string file_report::why_invalid(const problem& p) const {
     case fault::half_pair: return fmt::format("{} is half of a surrogate pair", all);
     case fault::escape: return fmt::format("{} is no known escape sequence", all);
     case fault::begins_nothing:
+    case fault::open_set:
     case fault::none: break;
     }
     return fmt::format("{} is not a lead byte", all);
@@ -101,6 +102,11 @@ std::string file_report::describe(const problem& p) const {
     case problem_kind::invalid:
         return fmt::format("invalid {}: {}, at byte {}", from, why_invalid(p), p.place.offset);
     case problem_kind::incomplete:
+        if (p.why == fault::open_set) {
+            return fmt::format("the text ends without the way back to ASCII that {} asks for, at "
+                               "byte {}",
+                               from, p.place.offset);
+        }
         return fmt::format("invalid {}: {} at the end of the text, at byte {}", from,
                            hex_bytes(p.bytes), p.place.offset);
     case problem_kind::unrepresentable:
@@ -275,13 +281,17 @@ std::string file_report::changes() const {
 }
 
 void file_report::tell_summary_json(const text_facts& facts, bool failed) {
+    std::map<char32_t, std::uint64_t> by_character = lacking_;
+    for (const auto& [scalar, count] : one_way_) {
+        by_character[scalar] += count;
+    }
     emit(fmt::format(
         "{{\"file\":{},\"kind\":\"summary\",\"from\":{},\"to\":{},\"bytes_in\":{},\"bytes_out\":{},"
         "\"chars\":{},\"invalid\":{},\"unrepresentable\":{},\"not_round_trip\":{},"
         "\"look_alikes\":{},\"by_char\":{},\"failed\":{}}}",
         json_string(file_), json_string(from_.shown), json_string(to_.shown), facts.bytes_in,
         facts.bytes_out, facts.characters, of_kind_[0] + of_kind_[2], of_kind_[1], of_kind_[3],
-        json_counts(look_alikes_), json_counts(lacking_), failed ? "true" : "false"));
+        json_counts(look_alikes_), json_counts(by_character), failed ? "true" : "false"));
 }
 
 void file_report::finish(const text_facts& facts, bool failed, std::string_view lost) {

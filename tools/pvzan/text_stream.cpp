@@ -238,6 +238,7 @@ std::size_t text_stream::take(bytes_view text, bool last) {
 
 void text_stream::finish(bytes_view rest) {
     take(rest, true);
+    report_open_set();
     if (!failed_) {
         close();
     }
@@ -290,6 +291,7 @@ bool text_stream::convert_fast(bytes_view text, bool last, std::size_t& used) {
     }
     *saved_ = s;
     std::size_t tail = 0;
+    const std::uint64_t counted = characters_;
     bool right =
         by_utf8_ ? convert_by_utf8(text, last, used, tail) : convert_whole(text, last, used, tail);
     // ISO-2022-JP-2004: behind a code of JIS X 0213 the library does not go back to the set before.
@@ -305,6 +307,7 @@ bool text_stream::convert_fast(bytes_view text, bool last, std::size_t& used) {
     if (!right) {
         s = *saved_;
         reader_.set_state(before);
+        characters_ = counted;
         return false;
     }
     pass(place_, text.first(used), from_, tail);

@@ -109,6 +109,7 @@ private:
     void put_utf8(const std::string& text);
     [[nodiscard]] bool is_writable(const text_character& character) const;
     void report(problem told, bytes_view text, std::size_t bytes, std::size_t blamed);
+    void report_open_set();
     void add_excerpt(problem& told, bytes_view behind);
     void close();
     void deliver();

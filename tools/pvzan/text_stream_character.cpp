@@ -34,6 +34,16 @@ void text_stream::report(problem told, bytes_view text, std::size_t bytes, std::
     }
 }
 
+// A text that does not go back to one-byte codes has lost its end.
+void text_stream::report_open_set() {
+    const std::uint32_t set = source_now().set;
+    const bool one_byte = set == reader_.first_state().set || set == PVZAN_SET_ISO_646_IRV ||
+                          set == PVZAN_SET_JIS_X_0201_LATIN;
+    if (from_.is_iso2022() && !one_byte) {
+        report({.kind = problem_kind::incomplete, .why = fault::open_set}, {}, 0, 0);
+    }
+}
+
 // Reads on to the end of the line, and goes back.
 void text_stream::add_excerpt(problem& told, bytes_view behind) {
     constexpr int most_characters = 20;
