@@ -19,8 +19,8 @@ constexpr std::size_t longest_mark = 4;
 std::size_t plain_ascii(bytes_view text) {
     for (std::size_t at = 0; at < text.size(); ++at) {
         constexpr std::uint8_t escape = 0x1B;
-        const bool switches = text[at] == escape && (at + 1 == text.size() || text[at + 1] == '$' ||
-                                                     text[at + 1] == '(');
+        const bool switches = text[at] == escape &&
+                              (at + 1 == text.size() || text[at + 1] == '$' || text[at + 1] == '(');
         if (text[at] >= 0x80 || text[at] == 0 || switches) {
             return at;
         }
