@@ -1,7 +1,7 @@
 """Runs what documents show, and compares it with what they say it prints.
 
 In Markdown a block of c, cpp, python or console is run; an output block behind it is what it prints. A
-C++ block without main is the body of one, a C block without main is left alone. Links and paths lead
+C++ block is the body of a function, a C block without main is left alone. Links and paths lead
 somewhere. In manual pages the blocks between .EX and .EE that have a main are C programs, and the next
 such block is their output; a block behind a comment "file: NAME" is that file.
 """
@@ -16,11 +16,8 @@ import tempfile
 HEADERS = "#include <pvzan.hpp>\n#include <fstream>\n#include <iostream>\n#include <sstream>\n"
 
 
-def build_and_run(language, code, place, settings):
-    if language == "cpp" and "main(" not in code:
-        includes = "".join(re.findall(r"^#include.*\n", code, re.M))
-        code = f"{HEADERS}{includes}int main() {{\n{re.sub(r'^#include.*$', '', code, flags=re.M)}\n}}\n"
-    source, program = os.path.join(place, f"program.{language}"), os.path.join(place, "program")
+def build(language, code, place, settings):
+    source, program = os.path.join(place, f"program.{language}"), os.path.join(place, f"program_{language}")
     with open(source, "w", encoding="utf-8") as file:
         file.write(code)
     compiler = [settings["CXX"], "-std=c++17"] if language == "cpp" else [settings["CC"], "-std=c99"]
@@ -28,7 +25,17 @@ def build_and_run(language, code, place, settings):
     command = [*compiler, "-Wall", "-Wextra", "-Werror", *settings["FLAGS"].split(), source, "-o", program]
     command += ["-I", settings["INCLUDE"], settings["PVZAN_LIBRARY"], f"-Wl,-rpath,{library}"]
     subprocess.run(command, check=True)
-    return run([program], place)
+    return program
+
+
+def build_fragments(fragments, place, settings):
+    """All of them in one program, which runs the one whose number it is given."""
+    code = HEADERS
+    for number, fragment in enumerate(fragments):
+        code += f"static void block_{number}() {{\n{fragment}}}\n"
+    calls = ", ".join(f"block_{number}" for number in range(len(fragments)))
+    code += f"int main(int, char** n) {{ void (*const all[])() = {{{calls}}}; all[std::stoi(n[1])](); }}\n"
+    return build("cpp", code, place, settings)
 
 
 def run(command, place):
@@ -95,14 +102,20 @@ def main(settings, names):
         with tempfile.TemporaryDirectory() as place:
             for folder in ("samples", "examples"):
                 os.symlink(os.path.join(settings["SOURCE"], folder), os.path.join(place, folder))
-            for language, code, expected, line in blocks_of(text, name):
+            blocks = list(blocks_of(text, name))
+            fragments = [code for language, code, _, _ in blocks if language == "cpp"]
+            if fragments:
+                cpp_program = build_fragments(fragments, place, settings)
+            for language, code, expected, line in blocks:
                 count += 1
                 if language == "console":
                     results = [(run(["sh", "-c", command], place), e) for command, e in console_steps(code)]
                 elif language == "python":
                     results = [(run([sys.executable, "-B", "-c", code], place), expected)]
+                elif language == "cpp":
+                    results = [(run([cpp_program, str(fragments.index(code))], place), expected)]
                 else:
-                    results = [(build_and_run(language, code, place, settings), expected)]
+                    results = [(run([build(language, code, place, settings)], place), expected)]
                 for got, wanted in results:
                     if got != (wanted or ""):
                         failures += 1
