@@ -1,0 +1,406 @@
+// Kernels for processors with AVX2. Variable lengths are put together by byte shuffles that are
+// looked up by where characters end, four of them at a time.
+#include "cconv/bulk_kernels.h"
+
+#if defined(__x86_64__)
+
+#include <array>
+#include <bit>
+#include <immintrin.h>
+
+#define AVX2 [[gnu::target("avx2,bmi,bmi2,popcnt")]]
+
+namespace {
+
+constexpr std::size_t vector_bytes = 32;
+constexpr u8 nothing = 0x80; // in a shuffle: a zero byte
+
+// ---- ASCII -------------------------------------------------------------------------------------
+
+AVX2 inline __m256i load(const void* p) {
+    return _mm256_loadu_si256(static_cast<const __m256i*>(p));
+}
+AVX2 inline void store(void* p, __m256i v) {
+    _mm256_storeu_si256(static_cast<__m256i*>(p), v);
+}
+AVX2 inline u32 mask_of(__m256i bytes) {
+    return static_cast<u32>(_mm256_movemask_epi8(bytes));
+}
+
+AVX2 inline bool has_stop(__m256i bytes, const u8* stops) {
+    __m256i stop = bytes;
+    if (stops != nullptr) {
+        for (int i = 0; i < 4; ++i) {
+            stop = _mm256_or_si256(
+                stop, _mm256_cmpeq_epi8(bytes, _mm256_set1_epi8(static_cast<char>(stops[i]))));
+        }
+    }
+    return mask_of(stop) != 0;
+}
+
+AVX2 std::size_t copy_ascii(const ascii_run& run) {
+    const std::size_t size = run.in_size < run.out_size ? run.in_size : run.out_size;
+    std::size_t at = 0;
+    if (run.stops == nullptr) {
+        for (; at + 4 * vector_bytes <= size; at += 4 * vector_bytes) {
+            const u8* const in = run.in + at;
+            const __m256i a = load(in), b = load(in + vector_bytes);
+            const __m256i c = load(in + 2 * vector_bytes), d = load(in + 3 * vector_bytes);
+            if (mask_of(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d))) != 0) {
+                break;
+            }
+            u8* const out = run.out + at;
+            store(out, a);
+            store(out + vector_bytes, b);
+            store(out + 2 * vector_bytes, c);
+            store(out + 3 * vector_bytes, d);
+        }
+    }
+    for (; at + vector_bytes <= size; at += vector_bytes) {
+        const __m256i bytes = load(run.in + at);
+        if (has_stop(bytes, run.stops)) {
+            break;
+        }
+        store(run.out + at, bytes);
+    }
+    return at;
+}
+
+AVX2 std::size_t widen_ascii(const ascii_run& run, bool big_endian) {
+    const std::size_t room = run.out_size / 2;
+    const std::size_t size = run.in_size < room ? run.in_size : room;
+    const __m128i shift = _mm_cvtsi32_si128(big_endian ? 8 : 0);
+    std::size_t at = 0;
+    for (; at + vector_bytes <= size; at += vector_bytes) {
+        const __m256i bytes = load(run.in + at);
+        if (has_stop(bytes, run.stops)) {
+            break;
+        }
+        const __m256i low = _mm256_cvtepu8_epi16(_mm256_castsi256_si128(bytes));
+        const __m256i high = _mm256_cvtepu8_epi16(_mm256_extracti128_si256(bytes, 1));
+        store(run.out + 2 * at, _mm256_sll_epi16(low, shift));
+        store(run.out + 2 * at + vector_bytes, _mm256_sll_epi16(high, shift));
+    }
+    return at;
+}
+
+AVX2 std::size_t narrow_ascii(const ascii_run& run, bool big_endian) {
+    const std::size_t units = run.in_size / 2;
+    const std::size_t size = units < run.out_size ? units : run.out_size;
+    const __m128i shift = _mm_cvtsi32_si128(big_endian ? 8 : 0);
+    const __m256i beyond =
+        _mm256_set1_epi16(static_cast<short>(big_endian ? 0x80FF : 0xFF80)); // as they are loaded
+    std::size_t at = 0;
+    for (; at + vector_bytes <= size; at += vector_bytes) {
+        const __m256i low = load(run.in + 2 * at);
+        const __m256i high = load(run.in + 2 * at + vector_bytes);
+        if (_mm256_testz_si256(_mm256_or_si256(low, high), beyond) == 0) {
+            break;
+        }
+        const __m256i packed =
+            _mm256_packus_epi16(_mm256_srl_epi16(low, shift), _mm256_srl_epi16(high, shift));
+        const __m256i bytes = _mm256_permute4x64_epi64(packed, 0xD8);
+        if (has_stop(bytes, run.stops)) {
+            break;
+        }
+        store(run.out + at, bytes);
+    }
+    return at;
+}
+
+// ---- UTF-8 to scalars --------------------------------------------------------------------------
+
+// By where characters end among twelve bytes: which shuffle puts up to four of them into lanes of
+// four bytes, the last byte lowest, and what they come to.
+constexpr std::size_t decode_bytes = 12;
+constexpr u32 lanes = 4;
+
+struct decode_step {
+    u8 shuffle, characters, bytes;
+};
+struct decode_tables {
+    std::array<decode_step, std::size_t{1} << decode_bytes> steps{};
+    std::array<std::array<u8, 16>, 1 + 3 + 9 + 27 + 81> shuffles{};
+};
+
+constexpr decode_tables make_decode_tables() {
+    decode_tables tables;
+    for (u32 ends = 0; ends < tables.steps.size(); ++ends) {
+        decode_step& step = tables.steps[ends];
+        std::array<u8, 16> shuffle{};
+        shuffle.fill(nothing);
+        std::size_t index = 0; // the lengths as digits, with those of fewer characters before them
+        for (u32 rest = ends; rest != 0 && step.characters < lanes; rest &= rest - 1) {
+            const auto end = static_cast<std::size_t>(std::countr_zero(rest));
+            const std::size_t length = end + 1 - step.bytes;
+            if (length > 3) {
+                break;
+            }
+            for (std::size_t i = 0; i < length; ++i) {
+                shuffle[4 * step.characters + i] = static_cast<u8>(end - i);
+            }
+            index = 3 * index + length;
+            step.bytes = static_cast<u8>(end + 1);
+            ++step.characters;
+        }
+        step.shuffle = static_cast<u8>(index);
+        tables.shuffles[index] = shuffle;
+    }
+    return tables;
+}
+constexpr decode_tables decoding = make_decode_tables();
+
+// A bit for each of chunk_bytes bytes.
+AVX2 inline u64 in_range(__m256i low, __m256i high, u8 first, u8 last) {
+    // Signed comparison of bytes from 80 on.
+    const __m256i below = _mm256_set1_epi8(static_cast<char>(first - 1));
+    const __m256i above = _mm256_set1_epi8(static_cast<char>(last));
+    const auto half = [&](__m256i v) __attribute__((target("avx2,bmi,bmi2,popcnt"))) {
+        return mask_of(
+            _mm256_andnot_si256(_mm256_cmpgt_epi8(v, above), _mm256_cmpgt_epi8(v, below)));
+    };
+    return u64{half(high)} << 32 | half(low);
+}
+
+AVX2 scalar_block decode_utf8(const u8* in, u16* scalars) {
+    const __m256i low = load(in), high = load(in + vector_bytes);
+    const u64 beyond_ascii = u64{mask_of(high)} << 32 | mask_of(low);
+    const u64 lead2 = in_range(low, high, 0xC0, 0xDF);
+    const u64 lead3 = in_range(low, high, 0xE0, 0xEF);
+    const u64 other = in_range(low, high, 0xF0, 0xFF) & beyond_ascii;
+    const u64 continuation = beyond_ascii & ~(lead2 | lead3 | other);
+    const u64 leads = ~continuation;
+    const u64 wrong = (continuation ^ (lead2 << 1 | lead3 << 1 | lead3 << 2)) | other;
+    // What comes before the last lead is whole, and well-formed when that stands before any wrong
+    // byte.
+    const u64 candidates = leads & (wrong == 0 ? ~u64{0} : (wrong & -wrong) - 1);
+    if (candidates == 0) {
+        return {0, 0};
+    }
+    const auto size = static_cast<std::size_t>(63 - std::countl_zero(candidates));
+    const u64 ends = leads >> 1 & ((u64{1} << size) - 1);
+    scalar_block block{0, 0};
+    // The last steps would read behind the block.
+    while (block.bytes < size && block.bytes + 16 <= chunk_bytes) {
+        const decode_step& step = decoding.steps[ends >> block.bytes & (decoding.steps.size() - 1)];
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + block.bytes));
+        const __m128i shuffle = _mm_loadu_si128(
+            reinterpret_cast<const __m128i*>(decoding.shuffles[step.shuffle].data()));
+        const __m128i v = _mm_shuffle_epi8(bytes, shuffle);
+        const __m128i last = _mm_and_si128(v, _mm_set1_epi32(0x7F));
+        const __m128i middle = _mm_srli_epi32(_mm_and_si128(v, _mm_set1_epi32(0x3F00)), 2);
+        const __m128i first = _mm_srli_epi32(_mm_and_si128(v, _mm_set1_epi32(0x0F0000)), 4);
+        const __m128i joined = _mm_or_si128(_mm_or_si128(last, middle), first);
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(scalars + block.scalars),
+                         _mm_packus_epi32(joined, joined));
+        block.scalars += step.characters;
+        block.bytes += step.bytes;
+    }
+    return block;
+}
+
+// ---- Other chunks ------------------------------------------------------------------------------
+
+AVX2 inline __m256i repeat(__m128i v) {
+    return _mm256_broadcastsi128_si256(v);
+}
+
+AVX2 inline __m256i reverse_quads(__m256i quads) {
+    return _mm256_shuffle_epi8(
+        quads, repeat(_mm_set_epi8(12, 13, 14, 15, 8, 9, 10, 11, 4, 5, 6, 7, 0, 1, 2, 3)));
+}
+
+AVX2 inline __m256i swap_pairs(__m256i units) {
+    return _mm256_or_si256(_mm256_slli_epi16(units, 8), _mm256_srli_epi16(units, 8));
+}
+
+AVX2 std::size_t narrow_quads(const u8* in, u16* scalars, bool big_endian) {
+    __m256i low = load(in), high = load(in + vector_bytes);
+    if (big_endian) {
+        low = reverse_quads(low);
+        high = reverse_quads(high);
+    }
+    const __m256i beyond = _mm256_set1_epi32(static_cast<int>(0xFFFF0000));
+    if (_mm256_testz_si256(_mm256_or_si256(low, high), beyond) == 0) {
+        return 0;
+    }
+    store(scalars, _mm256_permute4x64_epi64(_mm256_packus_epi32(low, high), 0xD8));
+    return chunk_bytes / 4;
+}
+
+// Bit i: byte i, if a character begins there, is the lead of two.
+AVX2 inline u32 lead_mask(__m256i bytes, const lead_set& leads) {
+    const __m256i rows = repeat(_mm_loadu_si128(reinterpret_cast<const __m128i*>(leads.rows)));
+    // ASCII has no bit here.
+    const __m256i bits = repeat(_mm_set_epi8(static_cast<char>(0x80), 0x40, 0x20, 0x10, 8, 4, 2, 1,
+                                             0, 0, 0, 0, 0, 0, 0, 0));
+    const __m256i low4 = _mm256_set1_epi8(0x0F);
+    const __m256i row = _mm256_shuffle_epi8(rows, _mm256_and_si256(bytes, low4));
+    const __m256i bit =
+        _mm256_shuffle_epi8(bits, _mm256_and_si256(_mm256_srli_epi16(bytes, 4), low4));
+    return ~mask_of(_mm256_cmpeq_epi8(_mm256_and_si256(row, bit), _mm256_setzero_si256()));
+}
+
+// By where characters of one or two bytes end among eight bytes: the shuffle that puts them into
+// lanes of two bytes, the last byte lowest.
+struct split_step {
+    std::array<u8, 16> shuffle;
+    u8 characters, bytes;
+};
+
+constexpr std::array<split_step, 256> make_split_steps() {
+    std::array<split_step, 256> steps{};
+    for (u32 ends = 0; ends < steps.size(); ++ends) {
+        split_step& step = steps[ends];
+        step.shuffle.fill(nothing);
+        for (u32 rest = ends; rest != 0; rest &= rest - 1) {
+            const auto end = static_cast<u8>(std::countr_zero(rest));
+            const std::size_t lane = 2 * std::size_t{step.characters};
+            step.shuffle[lane] = end;
+            if (end > step.bytes) {
+                step.shuffle[lane + 1] = static_cast<u8>(end - 1);
+            }
+            step.bytes = static_cast<u8>(end + 1);
+            ++step.characters;
+        }
+    }
+    return steps;
+}
+constexpr std::array<split_step, 256> splitting = make_split_steps();
+
+AVX2 scalar_block split_codes(const u8* in, const lead_set& leads, u16* codes) {
+    const u64 trails = trails_of(u64{lead_mask(load(in + vector_bytes), leads)} << 32 |
+                                 lead_mask(load(in), leads));
+    const auto size = static_cast<std::size_t>(63 - std::countl_zero(~trails));
+    const u64 ends = ~trails >> 1 & ((u64{1} << size) - 1);
+    scalar_block block{0, 0};
+    while (block.bytes < size) {
+        const split_step& step = splitting[ends >> block.bytes & (splitting.size() - 1)];
+        const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(in + block.bytes));
+        const __m128i shuffle =
+            _mm_loadu_si128(reinterpret_cast<const __m128i*>(step.shuffle.data()));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(codes + block.scalars),
+                         _mm_shuffle_epi8(bytes, shuffle));
+        block.scalars += step.characters;
+        block.bytes += step.bytes;
+        if (block.bytes + 8 > chunk_bytes) {
+            break; // the next step would read behind the chunk
+        }
+    }
+    return block;
+}
+
+// ---- Scalars to UTF-8 --------------------------------------------------------------------------
+
+// By the lengths of four characters, two bits each: the shuffle that draws them together.
+struct encode_step {
+    std::array<u8, 16> shuffle;
+    u32 bytes;
+};
+
+constexpr std::array<encode_step, 256> make_encode_steps() {
+    std::array<encode_step, 256> steps{};
+    for (u32 index = 0; index < steps.size(); ++index) {
+        encode_step& step = steps[index];
+        step.shuffle.fill(nothing);
+        for (u32 lane = 0; lane < lanes; ++lane) {
+            // One bit for "two or more", one for "three", as the masks come.
+            const u32 length = 1 + (index >> lane & 1) + (index >> (lane + lanes) & 1);
+            for (u32 i = 0; i < length; ++i) {
+                step.shuffle[step.bytes++] = static_cast<u8>(4 * lane + i);
+            }
+        }
+    }
+    return steps;
+}
+constexpr std::array<encode_step, 256> encoding = make_encode_steps();
+
+AVX2 inline __m256i choose(__m256i condition, __m256i yes, __m256i no) {
+    return _mm256_blendv_epi8(no, yes, condition);
+}
+
+AVX2 inline u8* put_lanes(u8* out, __m128i bytes, u32 index, u32 count) {
+    const encode_step& step = encoding[index];
+    const __m128i shuffle = _mm_loadu_si128(reinterpret_cast<const __m128i*>(step.shuffle.data()));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(bytes, shuffle));
+    // Lanes behind the last scalar are zero, and came to a byte each.
+    return out + step.bytes - (count < lanes ? lanes - count : 0);
+}
+
+AVX2 std::size_t encode_utf8(const u16* scalars, std::size_t count, u8* out) {
+    const u8* const begin = out;
+    for (std::size_t at = 0; at < count; at += 2 * lanes) {
+        const auto left = static_cast<u32>(count - at);
+        __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(scalars + at));
+        if (left < 2 * lanes) {
+            const __m128i order = _mm_set_epi16(7, 6, 5, 4, 3, 2, 1, 0);
+            units = _mm_and_si128(units,
+                                  _mm_cmpgt_epi16(_mm_set1_epi16(static_cast<short>(left)), order));
+        }
+        const __m256i c = _mm256_cvtepu16_epi32(units);
+        const __m256i two = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0x7F));
+        const __m256i three = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0x7FF));
+        const __m256i low6 = _mm256_set1_epi32(0x3F), mark = _mm256_set1_epi32(0x80);
+        const __m256i up6 = _mm256_srli_epi32(c, 6);
+        const __m256i tail = _mm256_or_si256(_mm256_and_si256(c, low6), mark);
+        const __m256i middle = _mm256_or_si256(_mm256_and_si256(up6, low6), mark);
+        const __m256i of_two = _mm256_or_si256(_mm256_or_si256(up6, _mm256_set1_epi32(0xC0)),
+                                               _mm256_slli_epi32(tail, 8));
+        const __m256i of_three = _mm256_or_si256(
+            _mm256_or_si256(_mm256_srli_epi32(c, 12), _mm256_set1_epi32(0xE0)),
+            _mm256_or_si256(_mm256_slli_epi32(middle, 8), _mm256_slli_epi32(tail, 16)));
+        const __m256i bytes = choose(three, of_three, choose(two, of_two, c));
+        const auto twos = static_cast<u32>(_mm256_movemask_ps(_mm256_castsi256_ps(two)));
+        const auto threes = static_cast<u32>(_mm256_movemask_ps(_mm256_castsi256_ps(three)));
+        out =
+            put_lanes(out, _mm256_castsi256_si128(bytes), (twos & 0xF) | (threes & 0xF) << 4, left);
+        if (left > lanes) {
+            out = put_lanes(out, _mm256_extracti128_si256(bytes, 1), twos >> 4 | (threes & 0xF0),
+                            left - lanes);
+        }
+    }
+    return static_cast<std::size_t>(out - begin);
+}
+
+AVX2 void copy_units(const void* in, void* out, bool swap) {
+    for (std::size_t at = 0; at < chunk_bytes; at += vector_bytes) {
+        const __m256i units = load(static_cast<const u8*>(in) + at);
+        store(static_cast<u8*>(out) + at, swap ? swap_pairs(units) : units);
+    }
+}
+
+AVX2 void put_quads(const u16* scalars, std::size_t count, u8* out, bool big_endian) {
+    for (std::size_t at = 0; at < count; at += 2 * lanes) {
+        const __m256i quads =
+            _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(scalars + at)));
+        store(out + 4 * at, big_endian ? reverse_quads(quads) : quads);
+    }
+}
+
+AVX2 std::size_t plain_scalars(const u16* scalars, std::size_t count, std::span<const u16> stops) {
+    constexpr std::size_t step = 16;
+    for (std::size_t at = 0; at < count; at += step) {
+        const __m256i units = load(scalars + at);
+        __m256i stop = _mm256_cmpeq_epi16(
+            _mm256_and_si256(units, _mm256_set1_epi16(static_cast<short>(0xF800))),
+            _mm256_set1_epi16(static_cast<short>(0xD800)));
+        for (const u16 s : stops) {
+            stop = _mm256_or_si256(
+                stop, _mm256_cmpeq_epi16(units, _mm256_set1_epi16(static_cast<short>(s))));
+        }
+        if (mask_of(stop) != 0) {
+            const std::size_t first =
+                at + static_cast<std::size_t>(std::countr_zero(mask_of(stop))) / 2;
+            return first < count ? first : count;
+        }
+    }
+    return count;
+}
+
+} // namespace
+
+const bulk_kernels bulk_kernels_avx2 = {copy_ascii,   widen_ascii,  narrow_ascii, decode_utf8,
+                                        narrow_quads, split_codes,  encode_utf8,  copy_units,
+                                        put_quads,    plain_scalars};
+
+#endif

@@ -1,0 +1,73 @@
+// Vector code of the fast path, chosen by what the processor has: long runs of ASCII, and blocks of
+// well-formed Unicode text. Where there is none for a processor the loops go on character by
+// character.
+#pragma once
+
+#include "cconv/base.h"
+
+// A block is read in chunks of so many bytes, each of them so many scalars at most.
+inline constexpr std::size_t chunk_bytes = 64, chunk_scalars = 64;
+inline constexpr std::size_t block_chunks = 4, block_scalars = block_chunks * chunk_scalars;
+
+// Bytes that encode_utf8 may touch behind what it writes.
+inline constexpr std::size_t kernel_margin = 64;
+
+struct ascii_run {
+    const u8* in;
+    std::size_t in_size;
+    u8* out;
+    std::size_t out_size;
+    const u8* stops; // four bytes that no run may hold, or null
+};
+
+struct scalar_block {
+    std::size_t scalars, bytes; // read
+};
+
+// The bytes from 80 on that open double-byte characters: by the low four bits, a bit for each of
+// the high four.
+struct lead_set {
+    u8 rows[16];
+};
+
+// Which bytes are trails, of bytes that begin with a character; leads are those that open two bytes
+// where a character begins. In a run of such bytes every other one is a lead, from its first on.
+constexpr u64 trails_of(u64 leads) {
+    constexpr u64 even_places = 0x5555555555555555;
+    const u64 run_begins = leads & ~(leads << 1);
+    // Adding a run's lowest bit clears the run.
+    const u64 even_runs = leads & ~(leads + (run_begins & even_places));
+    return ((even_runs & even_places) | (leads & ~even_runs & ~even_places)) << 1;
+}
+
+struct bulk_kernels {
+    // Each takes whole vectors of ASCII and returns the number of characters, 0 for a shorter run;
+    // never writes more than it returns.
+    std::size_t (*copy_ascii)(const ascii_run& run);
+    std::size_t (*widen_ascii)(const ascii_run& run, bool big_endian);
+    std::size_t (*narrow_ascii)(const ascii_run& run, bool big_endian);
+
+    // Reads chunk_bytes bytes and writes the scalars of the well-formed sequences of one to three
+    // bytes that they begin with; room for chunk_scalars of them.
+    scalar_block (*decode_utf8)(const u8* in, u16* scalars);
+    // Reads chunk_bytes bytes of four-byte units; 0 when one does not fit, else their number.
+    std::size_t (*narrow_quads)(const u8* in, u16* scalars, bool big_endian);
+    // Reads chunk_bytes bytes of single- and double-byte characters and writes their codes; room
+    // for chunk_scalars of them. Whether they mean anything is not looked at.
+    scalar_block (*split_codes)(const u8* in, const lead_set& leads, u16* codes);
+    // Writes scalars without surrogates as UTF-8 and returns the bytes, three each at most; may
+    // touch kernel_margin bytes behind them. A chunk behind the scalars may be
+    // read.
+    std::size_t (*encode_utf8)(const u16* scalars, std::size_t count, u8* out);
+    // Copies chunk_bytes bytes, their two-byte units swapped where asked for.
+    void (*copy_units)(const void* in, void* out, bool swap);
+    // Writes count scalars in four bytes each; may touch kernel_margin bytes behind them.
+    void (*put_quads)(const u16* scalars, std::size_t count, u8* out, bool big_endian);
+    // How many of the scalars come before the first surrogate and the first of the stops.
+    std::size_t (*plain_scalars)(const u16* scalars, std::size_t count, std::span<const u16> stops);
+};
+
+extern const bulk_kernels bulk_kernels_avx2, bulk_kernels_avx512;
+
+// The best for this processor; null when none fits.
+const bulk_kernels* bulk_best_kernels();

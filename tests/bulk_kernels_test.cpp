@@ -1,0 +1,236 @@
+// The vector code of the fast path against plain loops, on random text with everything odd in it.
+#include "cconv/bulk_kernels.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <vector>
+
+namespace {
+
+struct named_kernels {
+    const char* name;
+    const bulk_kernels* kernels;
+};
+
+std::vector<named_kernels> runnable_kernels() {
+    std::vector<named_kernels> all;
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("bmi2") != 0) {
+        all.push_back({"avx2", &bulk_kernels_avx2});
+    }
+    if (bulk_best_kernels() == &bulk_kernels_avx512) {
+        all.push_back({"avx512", &bulk_kernels_avx512});
+    }
+#endif
+    return all;
+}
+
+constexpr std::size_t most_bytes = 4 * chunk_bytes;
+
+struct kernels_test : testing::TestWithParam<named_kernels> {
+    const bulk_kernels& k = *GetParam().kernels;
+    std::mt19937 random{1};
+
+    unsigned below(unsigned n) { return static_cast<unsigned>(random() % n); }
+
+    // One UTF-8 sequence, mostly whole, now and then an odd byte.
+    void add_utf8(std::vector<u8>& text) {
+        const unsigned c = below(3) == 0   ? below(0x80)
+                           : below(4) == 0 ? 0x80 + below(0x780)
+                                           : 0x800 + below(0xF800);
+        if (below(300) == 0) {
+            text.push_back(static_cast<u8>(random()));
+        } else if (c < 0x80) {
+            text.push_back(static_cast<u8>(c));
+        } else if (c < 0x800) {
+            text.insert(text.end(),
+                        {static_cast<u8>(0xC0 | c >> 6), static_cast<u8>(0x80 | (c & 0x3F))});
+        } else {
+            text.insert(text.end(),
+                        {static_cast<u8>(0xE0 | c >> 12), static_cast<u8>(0x80 | (c >> 6 & 0x3F)),
+                         static_cast<u8>(0x80 | (c & 0x3F))});
+        }
+    }
+};
+
+// The length of a well-formed sequence of up to three bytes, else 0.
+std::size_t sequence(std::span<const u8> text, u32& scalar) {
+    const u8 lead = text[0];
+    const std::size_t length = lead < 0x80             ? 1
+                               : (lead & 0xE0) == 0xC0 ? 2
+                               : (lead & 0xF0) == 0xE0 ? 3
+                                                       : 0;
+    if (length == 0 || length > text.size()) {
+        return 0;
+    }
+    scalar = length == 1 ? lead : lead & (0x7FU >> length);
+    for (const u8 byte : text.subspan(1, length - 1)) {
+        if ((byte & 0xC0) != 0x80) {
+            return 0;
+        }
+        scalar = scalar << 6 | (byte & 0x3FU);
+    }
+    return length;
+}
+
+TEST_P(kernels_test, DecodesUtf8) {
+    std::size_t whole = 0;
+    for (int round = 0; round < 20000; ++round) {
+        std::vector<u8> text;
+        while (text.size() < chunk_bytes) {
+            add_utf8(text);
+        }
+        text.resize(chunk_bytes); // exactly: reading further is a fault under the sanitizers
+        u16 scalars[chunk_scalars];
+        const scalar_block block = k.decode_utf8(text.data(), scalars);
+        std::size_t at = 0, n = 0;
+        for (u32 scalar = 0; n < block.scalars; ++n) {
+            const std::size_t length = sequence(std::span(text).subspan(at), scalar);
+            ASSERT_NE(length, 0U) << round;
+            ASSERT_EQ(scalars[n], scalar) << round;
+            at += length;
+        }
+        ASSERT_EQ(block.bytes, at);
+        whole += block.bytes > chunk_bytes / 2;
+    }
+    EXPECT_GT(whole, 10000U); // and not merely nothing
+}
+
+TEST_P(kernels_test, EncodesAndStopsScalars) {
+    for (int round = 0; round < 20000; ++round) {
+        u16 scalars[2 * chunk_scalars];
+        const unsigned limit = round % 3 == 0 ? 0x80 : round % 3 == 1 ? 0x900 : 0x10000;
+        for (u16& s : scalars) {
+            s = static_cast<u16>(below(limit));
+        }
+        const std::size_t count = below(chunk_scalars + 1);
+        const u16 stops[] = {0x301, static_cast<u16>(below(0x10000)), 0x0A};
+        const std::span used = std::span(scalars).first(count);
+        const auto stop = std::ranges::find_if(used, [&](u16 s) {
+            return (s & 0xF800) == 0xD800 || std::ranges::find(stops, s) != std::end(stops);
+        });
+        ASSERT_EQ(k.plain_scalars(scalars, count, std::span<const u16>(stops)),
+                  static_cast<std::size_t>(stop - used.begin()));
+
+        std::vector<u8> expected, out(3 * count + kernel_margin);
+        for (const u16 s : used) {
+            if (s < 0x80) {
+                expected.push_back(static_cast<u8>(s));
+            } else if (s < 0x800) {
+                expected.insert(expected.end(), {static_cast<u8>(0xC0 | s >> 6),
+                                                 static_cast<u8>(0x80 | (s & 0x3F))});
+            } else {
+                expected.insert(expected.end(), {static_cast<u8>(0xE0 | s >> 12),
+                                                 static_cast<u8>(0x80 | (s >> 6 & 0x3F)),
+                                                 static_cast<u8>(0x80 | (s & 0x3F))});
+            }
+        }
+        out.resize(k.encode_utf8(scalars, count, out.data()));
+        ASSERT_EQ(out, expected) << round;
+
+        for (const bool big : {false, true}) {
+            std::vector<u8> quads(4 * chunk_scalars + kernel_margin);
+            u16 back[chunk_scalars];
+            k.put_quads(scalars, count, quads.data(), big);
+            for (std::size_t i = 0; i < count; ++i) {
+                const std::span quad = std::span(quads).subspan(4 * i, 4);
+                ASSERT_EQ(load_code(quad, big), scalars[i]);
+            }
+            const std::size_t read = k.narrow_quads(quads.data(), back, big);
+            ASSERT_TRUE(count < chunk_bytes / 4 || read == chunk_bytes / 4);
+            ASSERT_TRUE(std::equal(back, back + std::min(read, count), scalars));
+            quads[4 * below(chunk_bytes / 4) + (big ? 1U : 2U)] = 1;
+            ASSERT_EQ(k.narrow_quads(quads.data(), back, big), 0U);
+        }
+        u16 swapped[chunk_bytes / 2];
+        k.copy_units(scalars, swapped, true);
+        for (std::size_t i = 0; i < std::size(swapped); ++i) {
+            ASSERT_EQ(swapped[i], static_cast<u16>(scalars[i] << 8 | scalars[i] >> 8));
+        }
+    }
+}
+
+TEST_P(kernels_test, SplitsCodes) {
+    for (int round = 0; round < 20000; ++round) {
+        lead_set leads{};
+        std::vector<u8> is_lead(256);
+        for (unsigned byte = 0x80; byte < 0x100; ++byte) {
+            if (below(4) != 0) {
+                leads.rows[byte & 0xF] |= static_cast<u8>(1U << (byte >> 4 & 7));
+                is_lead[byte] = 1;
+            }
+        }
+        std::vector<u8> text(chunk_bytes);
+        const unsigned ascii = below(8);
+        for (u8& byte : text) {
+            byte = static_cast<u8>(below(8) < ascii ? below(0x80) : 0x80 + below(0x80));
+        }
+        u16 codes[chunk_scalars];
+        const scalar_block block = k.split_codes(text.data(), leads, codes);
+        std::size_t at = 0;
+        for (std::size_t n = 0; n < block.scalars; ++n) {
+            const bool pair = is_lead[text[at]] != 0;
+            ASSERT_EQ(codes[n], pair ? text[at] << 8 | text[at + 1] : text[at]) << round;
+            at += pair ? 2 : 1;
+        }
+        ASSERT_EQ(block.bytes, at);
+        ASSERT_GE(block.bytes, chunk_bytes - 9);
+    }
+}
+
+TEST_P(kernels_test, CopiesAsciiOnly) {
+    for (int round = 0; round < 20000; ++round) {
+        std::vector<u8> text(below(most_bytes));
+        for (u8& byte : text) {
+            byte = static_cast<u8>(below(0x80));
+        }
+        if (!text.empty() && below(3) != 0) {
+            text[below(static_cast<unsigned>(text.size()))] = below(2) != 0 ? '\n' : 0x80;
+        }
+        const u8 stops[] = {'\n', '\r', 0, '\n'};
+        const u8* const used = below(2) != 0 ? stops : nullptr;
+        const auto stop = std::ranges::find_if(text, [&](u8 byte) {
+            return byte >= 0x80 ||
+                   (used != nullptr && std::ranges::find(stops, byte) != std::end(stops));
+        });
+        const auto clean = static_cast<std::size_t>(stop - text.begin());
+        std::vector<u8> same(below(most_bytes));
+        const auto in_run = [&](std::span<const u8> in, std::vector<u8>& out) {
+            return ascii_run{in.data(), in.size(), out.data(), out.size(), used};
+        };
+        const std::size_t n = k.copy_ascii(in_run(text, same));
+        ASSERT_LE(n, std::min(clean, same.size()));
+        ASSERT_TRUE(n + chunk_bytes > std::min(clean, same.size())); // all but a last vector
+        ASSERT_TRUE(
+            std::equal(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(n), same.begin()));
+        for (const bool big : {false, true}) {
+            std::vector<u8> wide(2 * below(most_bytes)), narrow(below(most_bytes)), units;
+            const std::size_t w = k.widen_ascii(in_run(text, wide), big);
+            ASSERT_LE(w, std::min(clean, wide.size() / 2));
+            ASSERT_TRUE(w + chunk_bytes > std::min(clean, wide.size() / 2));
+            for (std::size_t i = 0; i < w; ++i) {
+                ASSERT_EQ(load_code(std::span(wide).subspan(2 * i, 2), big), text[i]);
+            }
+            for (const u8 byte : text) {
+                units.insert(units.end(), {big ? u8{0} : byte, big ? byte : u8{0}});
+            }
+            if (!units.empty() && below(4) == 0) {
+                units[2 * below(static_cast<unsigned>(text.size())) + (big ? 0U : 1U)] =
+                    1; // beyond ASCII
+            }
+            const std::size_t m = k.narrow_ascii(in_run(units, narrow), big);
+            ASSERT_LE(m, std::min(clean, narrow.size()));
+            for (std::size_t i = 0; i < m; ++i) {
+                ASSERT_EQ(load_code(std::span(units).subspan(2 * i, 2), big), narrow[i]);
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, kernels_test, testing::ValuesIn(runnable_kernels()),
+                         [](const auto& test) { return std::string(test.param.name); });
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(kernels_test);
+
+} // namespace
