@@ -14,16 +14,17 @@ struct bulk_memory;
 
 class bulk_guide {
 public:
-    // Finds the memory of the session's pair; without one, for short input say, nothing here does
-    // anything.
+    // For short input nothing here does anything.
     explicit bulk_guide(const session* s);
 
     // Runs over known characters when it is worth trying. To be called between two characters.
     void run(session* s) {
-        if (memory_ != nullptr && !waits()) {
+        if (enabled_ && !waits()) {
             try_stretch(s);
         }
     }
+    // To be called at the end of the conversion's call.
+    void leave(const session* s) const;
 
     // Around the rules' own work on a character: notes where it began, and remembers what became of
     // it.
@@ -48,10 +49,12 @@ private:
         --wait_;
         return true;
     }
+    void find(const session* s);
     void try_stretch(session* s);
     void remember(const session* s);
 
-    bulk_memory* memory_ = nullptr;
+    bool enabled_;
+    bulk_memory* memory_ = nullptr; // of the session's pair, from the first try on
     bool noted_ = false;
     i32 in_pos_ = 0, out_pos_ = 0;
     u32 in_count_ = 0, out_count_ = 0;

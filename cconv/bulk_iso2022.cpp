@@ -117,7 +117,7 @@ public:
                        next == p + 1 && !break_goes_on(p)) {
                 taken = byte == '\r' && *next == '\n' ? 2 : 1;
                 next = p + taken;
-                std::memcpy(q, memory_.newline.bytes, sizeof memory_.newline.bytes);
+                bulk_store(q, memory_.newline.packed);
                 q += memory_.newline.length;
                 extra_codes += memory_.newline.codes - taken;
             } else {
@@ -263,7 +263,7 @@ public:
                 set = wanted.setNo;
             }
             if (newline != 0) {
-                std::memcpy(q, memory_.newline.bytes, sizeof memory_.newline.bytes);
+                bulk_store(q, memory_.newline.packed);
                 q += memory_.newline.length;
                 p += newline * Reader::unit_bytes;
                 characters += newline;
@@ -305,12 +305,13 @@ private:
 template <typename Reader>
 void run_output(const bulk_memory& memory, bulk_stretch& stretch) {
     iso2022_output<Reader> run(memory, stretch);
-    constexpr bulk_ascii kind = Reader::unit_bytes == 1 ? bulk_ascii::same : bulk_ascii::narrow;
-    if (memory.ascii == kind) {
-        run.template run<kind>();
-    } else {
-        run.template run<bulk_ascii::none>();
+    if constexpr (Reader::unit_bytes <= 2) {
+        constexpr bulk_ascii kind = Reader::unit_bytes == 1 ? bulk_ascii::same : bulk_ascii::narrow;
+        if (memory.ascii == kind) {
+            return run.template run<kind>();
+        }
     }
+    run.template run<bulk_ascii::none>();
 }
 
 } // namespace
@@ -341,6 +342,8 @@ void bulk_write_iso2022(const bulk_memory& memory, bulk_stretch& stretch) {
     case bulk_reader::utf8: run_output<utf8_reader>(memory, stretch); break;
     case bulk_reader::unit_big: run_output<unit_reader<true>>(memory, stretch); break;
     case bulk_reader::unit_little: run_output<unit_reader<false>>(memory, stretch); break;
+    case bulk_reader::quad_big: run_output<quad_reader<true>>(memory, stretch); break;
+    case bulk_reader::quad_little: run_output<quad_reader<false>>(memory, stretch); break;
     case bulk_reader::iso2022: break; // both ends stateful: the rules'
     }
 }

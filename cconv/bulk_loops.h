@@ -17,6 +17,7 @@ inline constexpr std::ptrdiff_t out_margin = 32;
 struct step {
     u32 in = 0, characters = 1;
     u32 out = 0, codes = 1;
+    u64 bytes = 0; // packed; not filled in for short entries
     [[nodiscard]] bool known() const { return in != 0; }
 };
 
@@ -29,7 +30,8 @@ constexpr bool is_line_break(u32 c) {
 #if defined(__SSE2__)
 
 struct ascii_vector {
-    explicit ascii_vector(const bulk_memory& memory) {
+    explicit ascii_vector(const bulk_memory& memory)
+        : kernels(memory.kernels), stops_at(memory.special_count != 0 ? memory.special : nullptr) {
         for (std::size_t i = 0; i < std::size(special); ++i) {
             special[i] = _mm_set1_epi8(static_cast<char>(memory.special[i]));
         }
@@ -52,9 +54,27 @@ struct ascii_vector {
         return static_cast<u32>(_mm_movemask_epi8(stop));
     }
 
+    const bulk_kernels* kernels;
+    const u8* stops_at;
     __m128i special[4];
     bool any_special;
 };
+
+// A run that fills a vector is probably long: the processor's own kernel goes on with it.
+template <bulk_ascii Kind>
+std::size_t long_run(const ascii_vector& vector, const u8* p, const u8* in_stop, u8* q,
+                     const u8* out_stop) {
+    if (vector.kernels == nullptr || p >= in_stop || q >= out_stop) {
+        return 0;
+    }
+    const ascii_run run{p, static_cast<std::size_t>(in_stop - p), q,
+                        static_cast<std::size_t>(out_stop - q), vector.stops_at};
+    if constexpr (Kind == bulk_ascii::same) {
+        return vector.kernels->copy_ascii(run);
+    } else {
+        return vector.kernels->widen_ascii(run, Kind == bulk_ascii::widen_big);
+    }
+}
 
 // The same for two-byte units that become single bytes, eight at a time.
 template <bool BigEndian>
@@ -78,6 +98,14 @@ std::size_t narrow_ascii(const ascii_vector& vector, const u8* p, const u8* in_s
         q += length;
         if (length < 8) {
             break;
+        }
+        if (p == begin + 16 && vector.kernels != nullptr && p < in_stop && q < out_stop) {
+            const std::size_t n = vector.kernels->narrow_ascii(
+                {p, static_cast<std::size_t>(in_stop - p), q,
+                 static_cast<std::size_t>(out_stop - q), vector.stops_at},
+                BigEndian);
+            p += 2 * n;
+            q += n;
         }
     }
     return static_cast<std::size_t>(p - begin) / 2;
@@ -108,6 +136,11 @@ std::size_t copy_ascii(const ascii_vector& vector, const u8* p, const u8* in_sto
         q += Kind == bulk_ascii::same ? length : 2 * length;
         if (length < 16) {
             break;
+        }
+        if (p == begin + 16) {
+            const std::size_t n = long_run<Kind>(vector, p, in_stop, q, out_stop);
+            p += n;
+            q += Kind == bulk_ascii::same ? n : 2 * n;
         }
     }
     return static_cast<std::size_t>(p - begin);
@@ -153,18 +186,43 @@ std::size_t narrow_ascii(const ascii_vector&, const u8*, const u8*, u8*&, const 
 // ---- Readers -----------------------------------------------------------------------------------
 
 // Each reader tells the length of the character at p by its lead byte, 0 for "ask the rules", and
-// its entry.
+// its entry. chunk() reads the characters of a chunk that are alike, double-byte ones or scalars,
+// by their wide entries; before() and behind() find their way among these.
 struct lead_byte_reader {
+    explicit lead_byte_reader(const bulk_memory& m) : memory(m) {
+        for (std::size_t i = 0; i < std::size(leads.rows); ++i) {
+            leads.rows[i] = m.lead_rows[i].load(std::memory_order_relaxed);
+        }
+    }
     const bulk_memory& memory;
+    lead_set leads;
 
     [[nodiscard]] u32 length(const u8* p) const {
         return memory.lead_length[*p].load(std::memory_order_relaxed);
     }
     [[nodiscard]] bulk_entry entry(const u8* p, u32 length) const {
-        return length == 2 ? memory.wide_entry(u32{p[0]} << 8 | p[1]) : memory.single_entry(p[0]);
+        return memory.wide_entry(length == 2 ? u32{p[0]} << 8 | p[1] : p[0]);
     }
     [[nodiscard]] u32 code(const u8* p) const { return p[0]; }
     static constexpr u32 unit_bytes = 1, usual_length = 2;
+
+    static constexpr std::size_t full_chunk = 1;
+    // Short runs of ASCII go with blocks.
+    static bool may_open_run(const u8* begin, const u8* end, std::size_t n) {
+        return static_cast<std::size_t>(end - begin) == n;
+    }
+    [[nodiscard]] u32 scalar(const u8* p, u32) const { return code(p); }
+    [[nodiscard]] scalar_block chunk(const u8* p, u16* codes) const {
+        return memory.kernels->split_codes(p, leads, codes);
+    }
+    static const u8* before(const u8* p, u16 code) { return p - length_of(code); }
+    static const u8* behind(const u8* p, std::span<const u16> codes) {
+        for (const u16 code : codes) {
+            p += length_of(code);
+        }
+        return p;
+    }
+    static std::ptrdiff_t length_of(u16 code) { return code > 0xFF ? 2 : 1; }
 
     template <bulk_ascii Kind>
     static std::size_t ascii_run(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
@@ -186,14 +244,40 @@ struct utf8_reader {
         }
         return *p < 0x80 ? 1 : 0;
     }
-    [[nodiscard]] bulk_entry entry(const u8* p, u32 length) const {
+    [[nodiscard]] static u32 scalar(const u8* p, u32 length) {
         if (length == 3) {
-            return memory.wide_entry(bulk_utf8_scalar(p));
+            return bulk_utf8_scalar(p);
         }
-        return memory.wide_entry(length == 2 ? (p[0] & 0x1FU) << 6 | (p[1] & 0x3FU) : p[0]);
+        return length == 2 ? (p[0] & 0x1FU) << 6 | (p[1] & 0x3FU) : p[0];
+    }
+    [[nodiscard]] bulk_entry entry(const u8* p, u32 length) const {
+        return memory.wide_entry(scalar(p, length));
     }
     [[nodiscard]] u32 code(const u8* p) const { return p[0]; }
     static constexpr u32 unit_bytes = 1, usual_length = 3;
+
+    static constexpr std::size_t full_chunk = 1;
+    // Short runs of ASCII go with blocks.
+    static bool may_open_run(const u8* begin, const u8* end, std::size_t n) {
+        return static_cast<std::size_t>(end - begin) == n;
+    }
+    [[nodiscard]] scalar_block chunk(const u8* p, u16* scalars) const {
+        return memory.kernels->decode_utf8(p, scalars);
+    }
+    static const u8* before(const u8* p, u16) {
+        do {
+            --p;
+        } while ((*p & 0xC0) == 0x80);
+        return p;
+    }
+    static const u8* behind(const u8* p, std::span<const u16> scalars) {
+        for (std::size_t n = scalars.size(); n > 0; --n) {
+            do {
+                ++p;
+            } while ((*p & 0xC0) == 0x80);
+        }
+        return p;
+    }
 
     template <bulk_ascii Kind>
     static std::size_t ascii_run(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
@@ -207,15 +291,57 @@ struct unit_reader {
     const bulk_memory& memory;
 
     [[nodiscard]] u32 length(const u8*) const { return 2; }
+    [[nodiscard]] u32 scalar(const u8* p, u32) const { return code(p); }
     [[nodiscard]] bulk_entry entry(const u8* p, u32) const { return memory.wide_entry(code(p)); }
     [[nodiscard]] u32 code(const u8* p) const {
         return BigEndian ? u32{p[0]} << 8 | p[1] : u32{p[1]} << 8 | p[0];
     }
     static constexpr u32 unit_bytes = 2, usual_length = 2;
 
+    static constexpr std::size_t full_chunk = chunk_bytes;
+    static bool may_open_run(const u8*, const u8* end, std::size_t) {
+        return (BigEndian ? end[-2] == 0 && end[-1] < 0x80 : end[-1] == 0 && end[-2] < 0x80);
+    }
+    [[nodiscard]] scalar_block chunk(const u8* p, u16* scalars) const {
+        memory.kernels->copy_units(p, scalars,
+                                   BigEndian != (std::endian::native == std::endian::big));
+        return {chunk_bytes / unit_bytes, chunk_bytes};
+    }
+    static const u8* before(const u8* p, u16) { return p - unit_bytes; }
+    static const u8* behind(const u8* p, std::span<const u16> units) {
+        return p + unit_bytes * units.size();
+    }
+
     template <bulk_ascii Kind>
     static std::size_t ascii_run(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
                                  const u8* out_stop) {
         return narrow_ascii<BigEndian>(vector, p, in_stop, q, out_stop);
+    }
+};
+
+// Scalars beyond U+FFFF are the rules'.
+template <bool BigEndian>
+struct quad_reader {
+    const bulk_memory& memory;
+
+    [[nodiscard]] u32 length(const u8* p) const { return code(p) < bulk_codes ? 4 : 0; }
+    [[nodiscard]] u32 scalar(const u8* p, u32) const { return code(p); }
+    [[nodiscard]] bulk_entry entry(const u8* p, u32) const {
+        return memory.wide_entry(code(p) % bulk_codes);
+    }
+    [[nodiscard]] u32 code(const u8* p) const {
+        return BigEndian ? load_big_endian({p, 4}) : load_little_endian({p, 4});
+    }
+    static constexpr u32 unit_bytes = 4, usual_length = 4;
+
+    static constexpr std::size_t full_chunk = chunk_bytes;
+    static bool may_open_run(const u8*, const u8*, std::size_t) { return false; }
+    [[nodiscard]] scalar_block chunk(const u8* p, u16* scalars) const {
+        const std::size_t n = memory.kernels->narrow_quads(p, scalars, BigEndian);
+        return {n, n * unit_bytes};
+    }
+    static const u8* before(const u8* p, u16) { return p - unit_bytes; }
+    static const u8* behind(const u8* p, std::span<const u16> units) {
+        return p + unit_bytes * units.size();
     }
 };

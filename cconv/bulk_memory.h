@@ -1,11 +1,13 @@
 // What the fast path remembers for a pair of charsets, and the loops that run on it.
 #pragma once
 
+#include "cconv/bulk_kernels.h"
 #include "cconv/engine.h"
 
 #include <atomic>
 #include <bit>
 #include <cstring>
+#include <optional>
 
 // How source characters are told apart.
 enum class bulk_reader : u8 {
@@ -13,6 +15,8 @@ enum class bulk_reader : u8 {
     utf8,       // one to three bytes; the scalar is the key
     unit_big,   // two-byte units
     unit_little,
+    quad_big, // four-byte units
+    quad_little,
     iso2022 // one or two bytes, by the set designated last
 };
 
@@ -32,13 +36,31 @@ enum class bulk_ascii : u8 {
     narrow // two-byte units to single bytes
 };
 
-// The bytes written for one character, up to three, and their number; 0 is "ask the rules".
+// What becomes of a block of scalars, where source characters are read in blocks.
+enum class bulk_blocks : u8 {
+    entries, // what their entries say
+    utf8,    // both charsets are Unicode: the scalars in another form
+    units_big,
+    units_little,
+    quads_big,
+    quads_little
+};
+
+// The bytes written for one character, up to three, and their number; or where among the long
+// entries they stand; 0 is "ask the rules".
 struct bulk_entry {
     u32 packed = 0;
 
     static constexpr u32 max_bytes = 3;
-    [[nodiscard]] u32 length() const { return packed >> 24; }
+    static constexpr u32 one_byte = 1U << 24; // the length, as it is packed
+    [[nodiscard]] u32 length() const { return packed / one_byte; }
     [[nodiscard]] bool known() const { return packed != 0; }
+    // Neither unknown nor long: odd() has its highest bit clear.
+    [[nodiscard]] u32 odd() const { return packed - one_byte; }
+    [[nodiscard]] bool is_short() const { return packed >= one_byte; }
+    [[nodiscard]] bool is_long() const { return known() && !is_short(); }
+    [[nodiscard]] u32 long_index() const { return packed - 1; }
+    static bulk_entry long_at(u32 index) { return {index + 1}; }
 
     // Stores four bytes, of which length() count.
     void store(u8* out) const {
@@ -50,12 +72,40 @@ struct bulk_entry {
     }
 };
 
+// Stores eight bytes, the lowest first.
+inline void bulk_store(u8* out, u64 packed) {
+    if constexpr (std::endian::native == std::endian::big) {
+        packed = __builtin_bswap64(packed);
+    }
+    std::memcpy(out, &packed, sizeof packed);
+}
+
+// Bytes packed the same way.
+constexpr u64 bulk_pack(std::span<const u8> bytes) {
+    u64 packed = 0;
+    for (std::size_t i = bytes.size(); i-- > 0;) {
+        packed = packed << 8 | bytes[i];
+    }
+    return packed;
+}
+
 inline constexpr std::size_t bulk_codes = 0x10000;
+
+// Characters written as more bytes, or as two codes. One atomic word each, so that it is there
+// whole or not yet: the bytes from the lowest on, their number, the codes.
+struct bulk_long_entry {
+    u64 packed = 0;
+
+    static constexpr u32 max_bytes = 6;
+    [[nodiscard]] u32 length() const { return static_cast<u32>(packed >> 48 & 0xFF); }
+    [[nodiscard]] u32 codes() const { return static_cast<u32>(packed >> 56); }
+};
+inline constexpr std::size_t bulk_long_entries = 1024;
 
 // Line breaks where they are normalised: any of them is written as these bytes, counted as so many
 // codes.
 struct bulk_newline {
-    u8 bytes[8];
+    u64 packed;
     u32 length; // 0: the rules write them
     u32 codes;
     u32 slot; // ISO-2022-JP output: the set that they need
@@ -63,35 +113,49 @@ struct bulk_newline {
 
 // Everything that decides the bytes of a character.
 struct bulk_key {
+    void** charsets; // the registered ones, and their number
+    u32 charset_count;
     const charset_group *source, *target;
     const rule_row *decoder, *encoder;
     u32 source_big_endian, target_big_endian;
     u32 newline; // 0: line breaks are characters like others; else 1 + newlineMode
     u32 tables;  // generation of the loaded tables
+    u32 use_substitute;
+    u32 substitutes[4]; // sets and codes, where they are used
 
     bool operator==(const bulk_key&) const = default;
 };
 
-struct bulk_memory {
+// How a pair is converted.
+struct bulk_plan {
     bulk_key key;
-    bulk_memory* next;
     bulk_reader reader;
     bulk_writer writer;
+    bulk_blocks blocks;
+};
+
+struct bulk_memory : bulk_plan {
+    bulk_memory* next;
     bulk_ascii ascii;
     u32 ascii_set; // ISO-2022-JP output: the set that runs of ASCII need
     u8 special[4]; // ASCII bytes that no run may hold; unused ones repeat the first
     u32 special_count;
     bulk_newline newline;
+    const bulk_kernels* kernels; // null: none for this processor
+    u16 stops[12]; // between Unicode charsets: scalars that do not stand for themselves
+    u32 stop_count;
+    std::atomic<u32> long_count;
+    std::atomic<u64> longs[bulk_long_entries];
     // By lead byte: 0 ask the rules, 1 a character by itself, 2 with the byte behind it.
     std::atomic<u8> lead_length[256];
-    std::atomic<u32> single[256];      // by byte; lead_bytes reader only
-    std::atomic<u32> wide[bulk_codes]; // by two bytes, scalar or unit
+    std::atomic<u8> lead_rows[16];     // those of length 2, as a lead_set
+    std::atomic<u32> wide[bulk_codes]; // by byte, two bytes, scalar or unit
 
-    [[nodiscard]] bulk_entry single_entry(u32 byte) const {
-        return {single[byte].load(std::memory_order_relaxed)};
-    }
     [[nodiscard]] bulk_entry wide_entry(u32 code) const {
         return {wide[code].load(std::memory_order_relaxed)};
+    }
+    [[nodiscard]] bulk_long_entry long_entry(bulk_entry entry) const {
+        return {longs[entry.long_index()].load(std::memory_order_relaxed)};
     }
 };
 
@@ -144,6 +208,25 @@ u32 bulk_iso2022_slot_of(u32 setNo, bool is_2004);
 
 void bulk_read_iso2022(const bulk_memory& memory, bulk_stretch& stretch);
 void bulk_write_iso2022(const bulk_memory& memory, bulk_stretch& stretch);
+
+// The plan for a session's pair and options; none where the rules alone will do.
+std::optional<bulk_plan> bulk_plan_of(const session* s);
+// Only charsets of the registry stay what they are.
+bool bulk_is_registered(const session* s);
+
+// A memory that knows ASCII and line breaks; null when memory is short.
+bulk_memory* bulk_make_memory(const session* s, const bulk_plan& plan);
+
+// The entry of a character that was just written: of what went out, its own bytes without the
+// escape sequence before them. Unknown when they are too many, or their set has no place.
+bulk_entry bulk_pack_short(const bulk_memory& memory, const session* s, std::span<const u8> bytes);
+// The same for what is too long for an entry, or two codes; unknown when there is no room left.
+bulk_entry bulk_pack_long(bulk_memory& memory, std::span<const u8> bytes, u32 codes);
+
+// Scalars are the key; some of these decoders read ahead for a mark, and none learns one.
+constexpr bool bulk_reads_scalars(bulk_reader reader) {
+    return reader != bulk_reader::lead_bytes && reader != bulk_reader::iso2022;
+}
 
 // Runs over known characters, and stands two characters before the first that is not. Nothing is
 // done when there are not that many.

@@ -138,16 +138,16 @@ bool normalise_newline(session* s) {
     return true;
 }
 
-// Runs the encode rule until the character is written, dropped or stopped at. False when a
-// substitute stands for it.
-bool encode_character(session* s) {
+// Runs the encode rule until the character, or a substitute for it, is written, dropped or stopped
+// at.
+void encode_character(session* s) {
     if (s->target.convertNewline != 0 && !normalise_newline(s)) {
         s->status = PVZAN_WRITTEN;
-        return true;
+        return;
     }
     s->dstRule->function(s);
     if (s->status != PVZAN_UNREPRESENTABLE || s->target.useSubstitute == 0) {
-        return true;
+        return;
     }
     load_substitute(s);
     s->status = PVZAN_OUTPUT_FULL; // "write what is prepared"
@@ -155,7 +155,34 @@ bool encode_character(session* s) {
     if (s->status == PVZAN_UNREPRESENTABLE) {
         s->status = PVZAN_WRITTEN; // no writing that either: the character is dropped
     }
-    return false;
+}
+
+// Decodes and encodes in turn until the input is used up or something stops it; the status tells.
+void drive(session* s, bulk_guide& bulk) {
+    for (;;) {
+        if (s->status == PVZAN_INPUT_INCOMPLETE || s->status == PVZAN_WRITTEN) {
+            if (input_left(s).empty()) {
+                s->status = PVZAN_DONE;
+                return;
+            }
+            if (s->status == PVZAN_WRITTEN) {
+                bulk.run(s);
+            }
+            bulk.begin(s);
+            decode_character(s);
+            if (s->status == PVZAN_WRITTEN) {
+                continue; // dropped
+            }
+        }
+        if (s->status != PVZAN_DECODED && s->status != PVZAN_OUTPUT_FULL) {
+            return;
+        }
+        encode_character(s);
+        bulk.learn(s);
+        if (s->status != PVZAN_WRITTEN && s->status != PVZAN_DECODED) {
+            return;
+        }
+    }
 }
 
 } // namespace
@@ -211,30 +238,9 @@ u32 cconvConvert(session* s) {
         s->status = PVZAN_WRITTEN;
     }
     bulk_guide bulk(s);
-    for (;;) {
-        if (s->status == PVZAN_INPUT_INCOMPLETE || s->status == PVZAN_WRITTEN) {
-            if (input_left(s).empty()) {
-                return s->status = PVZAN_DONE;
-            }
-            if (s->status == PVZAN_WRITTEN) {
-                bulk.run(s);
-            }
-            bulk.begin(s);
-            decode_character(s);
-            if (s->status == PVZAN_WRITTEN) {
-                continue; // dropped
-            }
-        }
-        if (s->status != PVZAN_DECODED && s->status != PVZAN_OUTPUT_FULL) {
-            return s->status;
-        }
-        if (encode_character(s)) {
-            bulk.learn(s);
-        }
-        if (s->status != PVZAN_WRITTEN && s->status != PVZAN_DECODED) {
-            return s->status;
-        }
-    }
+    drive(s, bulk);
+    bulk.leave(s);
+    return s->status;
 }
 
 u32 cconvTermConvert(session* s) {

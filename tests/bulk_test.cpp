@@ -35,18 +35,20 @@ struct result {
 
 // Cuts only where the rules see no difference: not between a base letter and its mark.
 bool may_cut(const std::string& text, std::size_t at, const settings& how) {
+    const auto byte = [&](std::size_t i) {
+        return i < text.size() ? static_cast<unsigned>(static_cast<unsigned char>(text[i])) : 0U;
+    };
     const auto unit = [&](std::size_t i) {
-        const auto byte = [&](std::size_t k) {
-            return k < text.size() ? static_cast<unsigned>(static_cast<unsigned char>(text[k]))
-                                   : 0U;
-        };
         return how.source.srcBigEndian != 0 ? byte(i) << 8 | byte(i + 1)
                                             : byte(i + 1) << 8 | byte(i);
     };
     if (std::strcmp(how.from, "utf-8") == 0) {
         // Neither ASCII nor these leads begin a mark, however damaged the text is.
-        const unsigned next = unit(at) >> (how.source.srcBigEndian != 0 ? 8 : 0) & 0xFF;
-        return at >= text.size() || (next >= 0x20 && next < 0x7F) || (next >= 0xE4 && next <= 0xE9);
+        // A damaged lead would take bytes from behind the cut.
+        const bool whole = byte(at - 1) < 0xC0 && byte(at - 2) < 0xE0 && byte(at - 3) < 0xF0;
+        const unsigned next = byte(at);
+        return at >= text.size() ||
+               (whole && ((next >= 0x20 && next < 0x7F) || (next >= 0xE4 && next <= 0xE9)));
     }
     if (std::strcmp(how.from, "utf-16") == 0) {
         const unsigned next = unit(at);
@@ -202,10 +204,10 @@ settings random_settings(std::mt19937& random) {
 
 TEST(Bulk, LeavesWhatTheRulesLeave) {
     test::use_shipped_charsets();
-    for (unsigned seed = 1; seed <= 600; ++seed) {
+    for (unsigned seed = 1; seed <= 500; ++seed) {
         std::mt19937 random(seed);
         const settings how = random_settings(random);
-        std::string text = encode(random_text(random, 300 + random() % 1500), how.from,
+        std::string text = encode(random_text(random, 200 + random() % 3000), how.from,
                                   how.source.srcBigEndian != 0);
         // Anomalies: none, few, many.
         const auto damage = random() % 3;
