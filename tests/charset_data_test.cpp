@@ -78,42 +78,11 @@ const charset_case cases[] = {
     {"oasys-online", {{"", {any, any}, 15936}}, 15911},
 };
 
-// Converts one character at a time, each from the initial state of both sides.
-class converter {
-public:
-    converter(const char* from, const char* to)
-        : session_(test::open_session({.from = from, .to = to, .input = "", .expected = ""})) {}
-
-    // Nothing unless the input is one character that both sides have.
-    std::optional<std::string> operator()(const std::string& input) {
-        std::array<std::uint8_t, 64> output{};
-        session_->inBuf = reinterpret_cast<const std::uint8_t*>(input.data());
-        session_->inPos = 0;
-        session_->inLen = static_cast<std::int32_t>(input.size());
-        session_->outBuf = output.data();
-        session_->outPos = 0;
-        session_->outLen = static_cast<std::int32_t>(output.size());
-        session_->inCount = session_->status = session_->outCode2 = 0;
-        session_->srcShiftSet = session_->dstShiftSet = session_->dstShiftPlane = 0;
-        if (cconvConvert(session_.get()) != PVZAN_DONE || session_->inCount != 1) {
-            return std::nullopt;
-        }
-        return std::string(output.begin(), output.begin() + session_->outPos);
-    }
-
-private:
-    std::unique_ptr<pvzan_session> session_;
-};
-
 std::string utf16(std::uint32_t scalar) {
     if (scalar >= 0x10000) {
         return utf16(0xD800 + ((scalar - 0x10000) >> 10)) + utf16(0xDC00 + (scalar & 0x3FF));
     }
     return {static_cast<char>(scalar >> 8), static_cast<char>(scalar & 0xFF)};
-}
-
-bool is_surrogate(std::uint32_t scalar) {
-    return scalar >= 0xD800 && scalar <= 0xDFFF;
 }
 
 bool is_pair(const std::string& text) {
@@ -155,8 +124,7 @@ std::string without_prefix(const std::string& code, const charset_case& row) {
 // Counts everything, and lists what does not come back as it was. A code may come back under
 // another designation.
 std::vector<std::string> examine(const charset_case& row) {
-    converter decode(row.name, unicode);
-    converter encode(unicode, row.name);
+    test::character_converter decode(row.name, unicode), encode(unicode, row.name);
     std::vector<std::string> one_way;
     const auto list = [&](const char* way, const std::string& from, const std::string& to,
                           const std::string& back) {
@@ -184,7 +152,7 @@ std::vector<std::string> examine(const charset_case& row) {
     std::size_t encoded = pairs.size();
     for (std::uint32_t scalar = 0; scalar < scalar_end; ++scalar) {
         const std::string text = utf16(scalar);
-        const auto code = is_surrogate(scalar) ? std::nullopt : encode(text);
+        const auto code = scalar >= 0xD800 && scalar <= 0xDFFF ? std::nullopt : encode(text);
         if (!code) {
             continue;
         }

@@ -1,9 +1,7 @@
 // The arithmetic between Shift_JIS and JIS codes, over all codes. The expected values come from
-// counting: valid Shift_JIS codes in order are the cells of the JIS rows in order; for JIS X 0213
-// also from iconv(3).
+// counting: valid Shift_JIS codes in order are the cells of the JIS rows in order.
 #include "cconv/rulefunc/shift_jis_family.h"
 #include "tests/support/child.h"
-#include "tests/support/oracle.h"
 
 #include <gtest/gtest.h>
 
@@ -134,17 +132,13 @@ TEST(JisArithmetic, JisX0213ToShiftJisOverAllCodes) {
     for (const auto& [shift_jis, jis] : shift_jis_2004_codes()) {
         codes[jis] = shift_jis;
     }
-    u32 on_grid = 0, elsewhere = 0;
-    for (u32 code = 0; code <= 0x1FFFF; ++code) {
+    u32 on_grid = 0;
+    for (u32 code = 0x100; code <= 0x1FFFF; ++code) {
         if (assertion_line(code) != 0) {
             continue;
         }
         const u32 got = JIStoSJIS2004(code);
-        ASSERT_EQ(code <= 0xFF ? got : JIStoSJIS2004(0xFFFE0000 | code), got) << std::hex << code;
-        if (code <= 0xFF) {
-            ASSERT_EQ(got, code);
-            continue;
-        }
+        ASSERT_EQ(JIStoSJIS2004(0xFFFE0000 | code), got) << std::hex << code;
         if (const auto found = codes.find(code); found != codes.end()) {
             ASSERT_EQ(got, found->second) << std::hex << code;
             ++on_grid;
@@ -153,49 +147,17 @@ TEST(JisArithmetic, JisX0213ToShiftJisOverAllCodes) {
         // Off the grid: rows 64 to 77 of plane 2 lead up to row 78 behind F4, and the cells of even
         // rows are not looked at.
         const u32 ku = (code >> 8 & 0xFF) - 0x20, cell = code & 0xFF;
-        u32 lead = 0;
-        if (code > 0xFFFF && ku >= 64 && ku < 78) {
-            lead = 0xF4 - (78 - ku) / 2;
-        } else {
-            lead = codes.at((code & 0x1FF00) | 0x21) >> 8;
-        }
+        const bool missing_row = code > 0xFFFF && ku >= 64 && ku < 78;
+        const u32 lead =
+            missing_row ? 0xF4 - (78 - ku) / 2 : codes.at((code & 0x1FF00) | 0x21) >> 8;
         const u32 position = (ku % 2 == 0 ? cells : 0) + cell - 0x21;
         const u32 trail = position + (ku % 2 == 0 || position >= 0x3F ? 0x41 : 0x40);
         ASSERT_EQ(got, ((lead << 8) | trail) & 0xFFFF) << std::hex << code;
-        ++elsewhere;
+    }
+    for (u32 code = 0; code <= 0xFF; ++code) {
+        ASSERT_EQ(JIStoSJIS2004(code), code);
     }
     EXPECT_EQ(on_grid, (94 + 26) * cells);
-    // 47 even rows of plane 1, and of plane 2 four early and nine late ones, with 162 stray cells
-    // each; seven even rows that plane 2 lacks with 256 cells; seven odd ones with 94.
-    EXPECT_EQ(elsewhere, (47 + 13) * 162 + 7 * 256 + 7 * 94);
-}
-
-TEST(JisArithmetic, JisX0213AgreesWithAnotherConverter) {
-    test::oracle to_shift_jis("EUC-JISX0213", "SHIFT_JISX0213");
-    if (!to_shift_jis.available()) {
-        GTEST_SKIP() << "no converter to compare with";
-    }
-    u32 compared = 0;
-    for (u32 plane = 0; plane < 2; ++plane) {
-        for (u32 row = 0x21; row <= 0x7E; ++row) {
-            for (u32 cell = 0x21; cell <= 0x7E; ++cell) {
-                std::string euc = plane == 0 ? "" : "\x8F";
-                euc += static_cast<char>(row | 0x80);
-                euc += static_cast<char>(cell | 0x80);
-                const auto bytes = to_shift_jis(euc);
-                if (!bytes || bytes->size() != 2) {
-                    continue;
-                }
-                const u32 shift_jis = static_cast<u32>(static_cast<u8>((*bytes)[0])) << 8 |
-                                      static_cast<u8>((*bytes)[1]);
-                const u32 jis = plane << 16 | row << 8 | cell;
-                ASSERT_EQ(JIStoSJIS2004(jis), shift_jis) << std::hex << jis;
-                ASSERT_EQ(SJIStoJIS2004(shift_jis), jis) << std::hex << shift_jis;
-                ++compared;
-            }
-        }
-    }
-    EXPECT_EQ(compared, 11233U); // all characters of JIS X 0213:2004
 }
 
 TEST(JisArithmetic, CodesThatAreNoJisX0213StopTheProcess) {

@@ -1,14 +1,14 @@
 // Every public charset against another converter, the C library's iconv: the whole code space
 // decoded, all scalars encoded. A difference that is not listed fails, and so does a listed one
 // that is none.
-#include "tests/codec_bench.h"
 #include "tests/oracle_differences.h"
+#include "tests/support/codec.h"
 
 #include <functional>
 
 namespace {
 
-using namespace bench;
+using namespace test;
 using namespace oracle;
 
 // ---- The two converters ------------------------------------------------------------------------
@@ -33,29 +33,14 @@ private:
     test::oracle convert_;
 };
 
-// Ours; one character a call. Empty: refused.
+// Ours. Empty: refused.
 class our_converter {
 public:
-    our_converter(const char* from, const char* to) : session_(open(from, to)) {}
-
-    std::string convert(std::string_view input) {
-        session& s = *session_;
-        std::array<u8, 64> out;
-        s.status = PVZAN_DONE;
-        s.inCount = 0;
-        s.outSetNo = 0; // nothing written yet, nothing designated
-        s.dstShiftSet = 0;
-        give_input(s, bytes_of(input));
-        give_output(s, out);
-        if (cconvConvert(&s) != PVZAN_DONE || s.inPos != s.inLen || s.inCount != 1 ||
-            cconvTermConvert(&s) != PVZAN_DONE) {
-            return {};
-        }
-        return std::string(text_of(std::span(out).first(static_cast<std::size_t>(s.outPos))));
-    }
+    our_converter(const char* from, const char* to) : convert_(from, to) {}
+    std::string convert(std::string_view input) { return convert_(input, true).value_or(""); }
 
 private:
-    session_owner session_;
+    test::character_converter convert_;
 };
 
 // ---- What is compared --------------------------------------------------------------------------

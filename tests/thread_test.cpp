@@ -1,6 +1,7 @@
 // Conversions on many threads, loading definitions and tables at once.
 #include "cconv/lifecycle.h"
 #include "tests/support/child.h"
+#include "tests/support/convert.h"
 #include "tests/support/oracle.h"
 #include "tests/support/temp_dir.h"
 
@@ -39,26 +40,18 @@ std::string sample() {
 // Converts there and, where the target can be read, back; the bytes of both.
 std::string convert_both_ways(const pair_of_charsets& pair, const std::string& text) {
     const auto s = std::make_unique<pvzan_session>();
-    pvzan_target_options target{};
-    target.dstBigEndian = 1;
-    pvzan_source_options source{};
-    source.srcBigEndian = 1;
+    const test::conversion big_endian{pair.from, pair.to};
     const auto run = [&](const char* from, const char* to, const std::string& input) {
-        std::string output(input.size() * 6 + 64, '\0');
-        EXPECT_EQ(cconvInitConvert(s.get(), &target, to), 0U);
-        EXPECT_EQ(cconvChgCharset(s.get(), &source, from), 0U);
-        s->inBuf = reinterpret_cast<const std::uint8_t*>(input.data());
-        s->inPos = 0;
-        s->inLen = static_cast<std::int32_t>(input.size());
-        s->outBuf = reinterpret_cast<std::uint8_t*>(output.data());
-        s->outPos = 0;
-        s->outLen = static_cast<std::int32_t>(output.size());
+        std::vector<std::uint8_t> output(input.size() * 6 + 64);
+        EXPECT_EQ(cconvInitConvert(s.get(), &big_endian.target, to), 0U);
+        EXPECT_EQ(cconvChgCharset(s.get(), &big_endian.source, from), 0U);
+        test::give_input(*s, input);
+        test::give_output(*s, output);
         while (cconvConvert(s.get()) == PVZAN_UNREPRESENTABLE) {
         }
         EXPECT_EQ(s->status, 0U) << from << " to " << to;
         cconvTermConvert(s.get());
-        output.resize(static_cast<std::size_t>(s->outPos));
-        return output;
+        return test::written(*s);
     };
     const std::string there = run(pair.from, pair.to, text);
     return there + run(pair.to, pair.from, there);
@@ -105,15 +98,9 @@ void expect_threads_agree(std::size_t threads, bool started_by_host,
     EXPECT_EQ(g_ProcessObject.groups->count, definitions);
 }
 
-TEST(Threads, TwoLoadAtOnce) {
+TEST(Threads, LoadAtOnce) {
     test::in_child([] { expect_threads_agree(2, true); });
-}
-
-TEST(Threads, TwoLoadAtOnceWithoutAHost) {
     test::in_child([] { expect_threads_agree(2, false); });
-}
-
-TEST(Threads, SixteenLoadAtOnce) {
     test::in_child([] { expect_threads_agree(16, true); });
 }
 

@@ -48,21 +48,11 @@ void in_directory(const std::function<void()>& body) {
 
 constexpr const char* tagged_forms[] = {"utf-8", "utf-16", "iso-10646-ucs-4"};
 
-std::string in_form(const char* form, std::u32string_view text) {
-    std::string bytes;
-    for (const char32_t c : text) {
-        const auto value = static_cast<std::uint32_t>(c);
-        if (std::strcmp(form, "utf-8") == 0) {
-            bytes += utf8(c);
-        } else if (std::strcmp(form, "iso-10646-ucs-4") == 0) {
-            bytes += test::ucs4({value});
-        } else if (value < 0x10000) {
-            bytes += test::utf16({value});
-        } else {
-            bytes += test::utf16({0xD7C0 + value / 0x400, 0xDC00 + value % 0x400});
-        }
-    }
-    return bytes;
+std::string in_form(const std::string& form, std::u32string_view text) {
+    const char* const peer = form == "utf-8"             ? "UTF-8"
+                             : form == "iso-10646-ucs-4" ? "UCS-4BE"
+                                                         : "UTF-16BE";
+    return test::oracle("UTF-8", peer)(utf8(text)).value();
 }
 
 // Text in which [ja] stands for the tag of that language and [] for a tag's cancelling.
@@ -159,10 +149,8 @@ TEST(LanguageTags, CutOnesWaitForMore) {
                 expect_conversion(c);
                 const auto s = test::open_session(c);
                 std::uint8_t out[8];
-                s->inBuf = reinterpret_cast<const std::uint8_t*>(c.input.data());
-                s->inLen = static_cast<std::int32_t>(length);
-                s->outBuf = out;
-                s->outLen = sizeof out;
+                test::give_input(*s, c.input);
+                test::give_output(*s, out);
                 EXPECT_EQ(cconvConvert(s.get()), PVZAN_INPUT_INCOMPLETE) << form << length;
                 EXPECT_EQ(s->inPos, static_cast<std::int32_t>(tag));
                 EXPECT_STREQ(s->curLang, "en");
@@ -174,18 +162,14 @@ TEST(LanguageTags, CutOnesWaitForMore) {
 // The longest language has 4095 letters; the next letter makes the tag invalid and changes nothing.
 TEST(LanguageTags, OverlongOnesAreInvalid) {
     in_directory([] {
-        for (const std::size_t letters : {4095U, 4096U, 5000U}) {
-            conversion c{
-                .from = "iso-10646-ucs-4", .to = "iso-10646-ucs-4", .input = {}, .expected = {}};
+        for (const std::size_t letters : {4095U, 4096U}) {
+            conversion c{.from = "iso-10646-ucs-4", .to = "iso-10646-ucs-4"};
             c.input = in_form(c.from, U"\U000E0001" + std::u32string(letters, 0xE0061) + U"A");
             std::strcpy(c.target.langTag, "en");
-            c.source.skipInvalid = 0;
             const auto s = test::open_session(c);
             std::vector<std::uint8_t> out(32768);
-            s->inBuf = reinterpret_cast<const std::uint8_t*>(c.input.data());
-            s->inLen = static_cast<std::int32_t>(c.input.size());
-            s->outBuf = out.data();
-            s->outLen = static_cast<std::int32_t>(out.size());
+            test::give_input(*s, c.input);
+            test::give_output(*s, out);
             if (letters < 4096) {
                 EXPECT_EQ(cconvConvert(s.get()), PVZAN_DONE);
                 EXPECT_EQ(s->curLang, std::string(letters, 'a'));
@@ -203,7 +187,7 @@ TEST(LanguageTags, OverlongOnesAreInvalid) {
 // Tags inside tags: the outer one's letters before the first inner one count; nothing recurses.
 TEST(LanguageTags, NestedOnesDoNotExhaustTheStack) {
     in_directory([] {
-        conversion c{.from = "iso-10646-ucs-4", .to = "utf-8", .input = {}, .expected = {}};
+        conversion c{.from = "iso-10646-ucs-4", .to = "utf-8"};
         std::strcpy(c.target.langTag, "en");
         c.input = in_form(c.from, U"\U000E0001\U000E0062\U000E0001\U000E0063" + U"A"s);
         c.expected = in_form("utf-8", tagged(U"[b]A"));
@@ -235,8 +219,7 @@ TEST(Membership, IsToldByTheTableAndNothingElse) {
         // Everything below 80 belongs to every set, all else only by the table.
         for (const char* form : tagged_forms) {
             const std::u32string text = U"0\u0001あいé\U00020BB7\U00020BB8";
-            conversion c{
-                .from = form, .to = "utf-16", .input = in_form(form, text), .expected = {}};
+            conversion c{.from = form, .to = "utf-16", .input = in_form(form, text)};
             for (const std::size_t last : {4U, 5U, 7U}) {
                 const std::size_t read = in_form(form, text.substr(0, last)).size();
                 c.faults.push_back({PVZAN_INVALID_INPUT, read});

@@ -19,65 +19,38 @@ using test::ucs4;
 using test::utf16;
 using namespace std::string_literals;
 
-// The form of RFC 2279, which has six bytes for 31 bits: digits to base 64 behind a lead byte.
-std::string rfc2279(u32 value) {
-    if (value < 0x80) {
-        return {static_cast<char>(value)};
-    }
-    std::string digits;
-    u32 lead_room = 0x40; // values below this fit a lead of so many bytes
-    while (value >= lead_room || digits.empty()) {
-        digits.insert(digits.begin(), static_cast<char>(0x80 + value % 64));
-        value /= 64;
-        lead_room = 1U << (6 - digits.size());
-    }
-    const auto continuation_bytes = static_cast<u32>(digits.size());
-    const u32 marker = 0x100 - (1U << (7 - continuation_bytes));
-    return static_cast<char>((marker & 0xFF) + value) + digits;
-}
-
 // ---- The forms over all their values -----------------------------------------------------------
 
+// All values between all forms: UTF-16 by its arithmetic; UTF-8, which other tests compare with
+// iconv(3), by what returns, surrogates and values beyond Unicode too.
 TEST(Unicode, FormsOfAllValues) {
-    std::string as_utf8, as_ucs4, as_utf16;
-    std::string surrogates_utf8, surrogates_ucs4;
+    std::string as_ucs4, as_utf16, surrogates, beyond;
     for (u32 value = 0; value < 0x110000; ++value) {
         if (value >= 0xD800 && value <= 0xDFFF) {
-            surrogates_utf8 += rfc2279(value);
-            surrogates_ucs4 += ucs4({value});
+            surrogates += ucs4({value});
             continue;
         }
-        as_utf8 += rfc2279(value);
         as_ucs4 += ucs4({value});
         as_utf16 += value < 0x10000 ? utf16({value})
                                     : utf16({0xD7C0 + value / 0x400, 0xDC00 + value % 0x400});
     }
-    EXPECT_EQ(test::convert("utf-8", "iso-10646-ucs-4", as_utf8), as_ucs4);
-    EXPECT_EQ(test::convert("utf-8", "utf-16", as_utf8), as_utf16);
-    EXPECT_EQ(test::convert("utf-16", "utf-8", as_utf16), as_utf8);
-    EXPECT_EQ(test::convert("utf-16", "iso-10646-ucs-4", as_utf16), as_ucs4);
-    EXPECT_EQ(test::convert("iso-10646-ucs-4", "utf-8", as_ucs4), as_utf8);
-    EXPECT_EQ(test::convert("iso-10646-ucs-4", "utf-16", as_ucs4), as_utf16);
-    // Code points of surrogates pass between the forms that do not use them.
-    EXPECT_EQ(test::convert("utf-8", "iso-10646-ucs-4", surrogates_utf8), surrogates_ucs4);
-    EXPECT_EQ(test::convert("iso-10646-ucs-4", "utf-8", surrogates_ucs4), surrogates_utf8);
-
-    const std::string bmp_utf16 = as_utf16.substr(0, 2 * (0x10000 - 0x800));
-    EXPECT_EQ(test::convert("iso-10646-ucs-2", "utf-16", bmp_utf16), bmp_utf16);
-    EXPECT_EQ(test::convert("utf-16", "iso-10646-ucs-2", bmp_utf16), bmp_utf16);
-}
-
-TEST(Unicode, Utf8BeyondUnicode) {
-    std::string in_utf8, in_ucs4;
     for (u32 bits = 17; bits <= 31; ++bits) {
-        for (const u32 value : {(1U << bits) - 1, bits == 31 ? 0x7FFFFFFEU : 1U << bits,
-                                (0x9E3779B9U >> (32 - bits))}) {
-            in_utf8 += rfc2279(value);
-            in_ucs4 += ucs4({value});
-        }
+        beyond += ucs4({(1U << bits) - 1, 1U << (bits - 1), 0x9E3779B9U >> (32 - bits)});
     }
-    EXPECT_EQ(test::convert("utf-8", "iso-10646-ucs-4", in_utf8), in_ucs4);
-    EXPECT_EQ(test::convert("iso-10646-ucs-4", "utf-8", in_ucs4), in_utf8);
+    const auto expect_return = [](const std::string& in_ucs4, const char* form) {
+        const std::string text = test::convert("iso-10646-ucs-4", form, in_ucs4);
+        EXPECT_TRUE(test::convert(form, "iso-10646-ucs-4", text) == in_ucs4) << form;
+        return text;
+    };
+    const std::string as_utf8 = expect_return(as_ucs4, "utf-8");
+    EXPECT_TRUE(expect_return(as_ucs4, "utf-16") == as_utf16);
+    EXPECT_TRUE(test::convert("utf-8", "utf-16", as_utf8) == as_utf16);
+    EXPECT_TRUE(test::convert("utf-16", "utf-8", as_utf16) == as_utf8);
+    expect_return(surrogates, "utf-8");
+    expect_return(beyond, "utf-8");
+    const std::string bmp = as_utf16.substr(0, 2 * (0x10000 - 0x800));
+    EXPECT_TRUE(test::convert("iso-10646-ucs-2", "utf-16", bmp) == bmp);
+    EXPECT_TRUE(test::convert("utf-16", "iso-10646-ucs-2", bmp) == bmp);
 }
 
 TEST(Unicode, Utf8IsReadLeniently) {
@@ -164,16 +137,6 @@ TEST(Unicode, Utf16SurrogatesInEitherOrderAndUnpaired) {
     }
 }
 
-TEST(Unicode, Ucs4IsNotChecked) {
-    const std::string values = ucs4({0x110000, 0xD800, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF});
-    expect_conversion({.from = "iso-10646-ucs-4",
-                       .to = "iso-10646-ucs-4",
-                       .input = values + "\0\0"s,
-                       .expected = values,
-                       .unread = 2,
-                       .least_room = 4});
-}
-
 TEST(Unicode, ValuesBeyondTheTargetAreRefused) {
     const struct {
         const char* to;
@@ -212,13 +175,10 @@ TEST(Unicode, CountsAreRaisedByCodesWritten) {
     };
     const std::string text = "\U00010000";
     for (const auto& row : rows) {
-        const conversion c{.from = "utf-8", .to = row.to, .input = {}, .expected = {}};
-        const auto s = test::open_session(c);
+        const auto s = test::open("utf-8", row.to);
         u8 out[4];
-        s->inBuf = reinterpret_cast<const u8*>(text.data());
-        s->inLen = 4;
-        s->outBuf = out;
-        s->outLen = row.room;
+        test::give_input(*s, text);
+        test::give_output(*s, {out, static_cast<std::size_t>(row.room)});
         EXPECT_EQ(cconvConvert(s.get()), row.status) << row.to;
         EXPECT_EQ(s->outCount, row.count) << row.to;
         EXPECT_EQ(s->outPos, row.written) << row.to;
@@ -236,11 +196,8 @@ struct mark_row {
 
 void expect_marks(const std::vector<mark_row>& rows, bool big_endian, bool check) {
     for (const mark_row& row : rows) {
-        conversion c{.from = row.from,
-                     .to = "iso-10646-ucs-4",
-                     .input = row.input,
-                     .expected = {},
-                     .unread = row.unread};
+        conversion c{
+            .from = row.from, .to = "iso-10646-ucs-4", .input = row.input, .unread = row.unread};
         for (const char32_t value : row.expected) {
             c.expected += ucs4({static_cast<u32>(value)});
         }
@@ -336,10 +293,8 @@ TEST(ByteOrderMark, IsWrittenBeforeTheFirstCharacter) {
 
             const auto s = test::open_session(c);
             u8 out[16];
-            s->inBuf = reinterpret_cast<const u8*>(c.input.data());
-            s->inLen = 4;
-            s->outBuf = out;
-            s->outLen = sizeof out;
+            test::give_input(*s, c.input);
+            test::give_output(*s, out);
             EXPECT_EQ(cconvConvert(s.get()), 0U);
             EXPECT_EQ(s->target.dstWriteBom, 0U);
             EXPECT_EQ(s->outCount, 2U); // a mark is not counted

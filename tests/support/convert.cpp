@@ -37,12 +37,28 @@ guarded_buffer::~guarded_buffer() {
     ::munmap(pages_, mapped_);
 }
 
-std::unique_ptr<pvzan_session> open_session(const conversion& c) {
+session_owner open_session(const conversion& c) {
     use_shipped_charsets();
     auto s = std::make_unique<pvzan_session>();
     EXPECT_EQ(cconvInitConvert(s.get(), &c.target, c.to), 0U) << c.to;
     EXPECT_EQ(cconvChgCharset(s.get(), &c.source, c.from), 0U) << c.from;
     return s;
+}
+
+session_owner open(const char* from, const char* to) {
+    return open_session({.from = from, .to = to});
+}
+
+void give_input(pvzan_session& s, std::string_view input) {
+    s.inBuf = bytes_of(input).data();
+    s.inPos = 0;
+    s.inLen = static_cast<std::int32_t>(input.size());
+}
+
+void give_output(pvzan_session& s, std::span<std::uint8_t> output) {
+    s.outBuf = output.data();
+    s.outPos = 0;
+    s.outLen = static_cast<std::int32_t>(output.size());
 }
 
 namespace {
@@ -62,8 +78,7 @@ struct driver {
     }
 
     void take_output() {
-        result.bytes.append(reinterpret_cast<const char*>(out.data()),
-                            static_cast<std::size_t>(s.outPos));
+        result.bytes += written(s);
         s.outPos = 0;
     }
 
@@ -83,9 +98,7 @@ struct driver {
         pending += piece;
         // A copy of its very size, so that a sanitizer sees reads behind it.
         const std::vector<std::uint8_t> input(pending.begin(), pending.end());
-        s.inBuf = input.data();
-        s.inPos = 0;
-        s.inLen = static_cast<std::int32_t>(input.size());
+        give_input(s, text_of(input));
         for (;;) {
             const std::int32_t before = s.inPos;
             const std::uint32_t status = cconvConvert(&s);
@@ -153,8 +166,7 @@ outcome run(const conversion& c, const std::vector<std::string_view>& pieces,
             std::size_t capacity) {
     const auto s = open_session(c);
     const guarded_buffer out(capacity);
-    s->outBuf = out.data();
-    s->outLen = static_cast<std::int32_t>(capacity);
+    give_output(*s, {out.data(), capacity});
     driver d{*s, out};
     for (const std::string_view piece : pieces) {
         if (!d.feed(piece)) {
@@ -207,6 +219,20 @@ void expect_conversion(const conversion& c) {
         ASSERT_TRUE(same_text(got, expected) && got.in_count == whole.in_count)
             << "capacity " << capacity << ": " << context(got);
     }
+}
+
+std::optional<std::string> character_converter::operator()(std::string_view input, bool close) {
+    pvzan_session& s = *session_;
+    std::uint8_t output[64];
+    give_input(s, input);
+    give_output(s, output);
+    s.status = s.inCount = s.outSetNo = s.outCode2 = 0;
+    s.srcShiftSet = s.dstShiftSet = s.dstShiftPlane = 0;
+    if (cconvConvert(&s) != PVZAN_DONE || s.inPos != s.inLen || s.inCount != 1 ||
+        (close && cconvTermConvert(&s) != PVZAN_DONE)) {
+        return std::nullopt;
+    }
+    return written(s);
 }
 
 std::string convert(const char* from, const char* to, std::string_view input) {

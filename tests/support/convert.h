@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,8 +32,8 @@ struct outcome {
 struct conversion {
     const char* from;
     const char* to;
-    std::string input;
-    std::string expected;
+    std::string input = {};
+    std::string expected = {};
     std::vector<fault> faults = {};
     std::size_t unread = 0;
     pvzan_source_options source = {.srcBigEndian = 1, .srcCheckBom = 0, .skipInvalid = 0};
@@ -70,7 +72,24 @@ inline constexpr const char* all_charsets[] = {
     "gb18030",      "iso-646irv",       "iso-8859-1",      "oasys-win",       "oasys-online",
 };
 
-std::unique_ptr<pvzan_session> open_session(const conversion& c);
+using session_owner = std::unique_ptr<pvzan_session>;
+session_owner open_session(const conversion& c);
+session_owner open(const char* from, const char* to);
+
+// Text to read from the start, room to write to from the start.
+void give_input(pvzan_session& s, std::string_view input);
+void give_output(pvzan_session& s, std::span<std::uint8_t> output);
+
+inline std::string_view text_of(std::span<const std::uint8_t> bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+inline std::span<const std::uint8_t> bytes_of(std::string_view text) {
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+// What a session has written.
+inline std::string written(const pvzan_session& s) {
+    return {reinterpret_cast<const char*>(s.outBuf), static_cast<std::size_t>(s.outPos)};
+}
 
 // Converts the pieces one after the other through an output buffer of the given size, carrying cut
 // characters over, and closes the output.
@@ -79,6 +98,17 @@ outcome run(const conversion& c, const std::vector<std::string_view>& pieces, st
 // Expects the outcome from the whole input, from every cut in two, with an empty piece between, and
 // with every output capacity from 0 up.
 void expect_conversion(const conversion& c);
+
+// Converts one character at a time, each from the initial state of both sides.
+class character_converter {
+public:
+    character_converter(const char* from, const char* to) : session_(open(from, to)) {}
+    // Nothing unless the input is one character that both sides have.
+    std::optional<std::string> operator()(std::string_view input, bool close = false);
+
+private:
+    session_owner session_;
+};
 
 // Converts whole; faults fail the test.
 std::string convert(const char* from, const char* to, std::string_view input);

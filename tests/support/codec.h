@@ -1,5 +1,5 @@
-// What the codec tests share: single calls of rules, byte structures as rows of ranges, prepared
-// codes into buffers of every size, and a registry with something missing.
+// What the codec tests share: single calls of rules over whole code spaces, prepared codes into
+// buffers of every size, a registry with something missing.
 #pragma once
 
 #include "cconv/rulefunc/rules.h"
@@ -17,32 +17,9 @@
 
 #include <gtest/gtest.h>
 
-namespace bench {
+namespace test {
 
 using rule = u32 (*)(session*);
-using session_owner = std::unique_ptr<session>;
-
-inline session_owner open(const char* from, const char* to) {
-    return test::open_session({.from = from, .to = to, .input = {}, .expected = {}});
-}
-
-inline void give_input(session& s, std::span<const u8> input) {
-    s.inBuf = input.data();
-    s.inPos = 0;
-    s.inLen = static_cast<i32>(input.size());
-}
-
-inline std::span<const u8> bytes_of(std::string_view text) {
-    return {reinterpret_cast<const u8*>(text.data()), text.size()};
-}
-
-inline std::string_view text_of(std::span<const u8> bytes) {
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
-
-inline std::string hex(std::span<const u8> bytes) {
-    return test::to_hex(text_of(bytes));
-}
 
 // A code as its bytes, the most significant first.
 inline std::string code_text(u32 code, std::size_t length) {
@@ -51,12 +28,6 @@ inline std::string code_text(u32 code, std::size_t length) {
         text += static_cast<char>(code >> 8 * length);
     }
     return text;
-}
-
-inline void give_output(session& s, std::span<u8> output) {
-    s.outBuf = output.data();
-    s.outPos = 0;
-    s.outLen = static_cast<i32>(output.size());
 }
 
 // ---- Decoding ----------------------------------------------------------------------------------
@@ -142,19 +113,19 @@ struct byte_structure {
 };
 
 // Calls a decode rule on one, two and three bytes of every kind, each at the end of memory.
-inline void check_code_space(session& s, rule decode, const byte_structure& structure) {
-    const test::guarded_buffer buffer(3);
+inline void check_code_space(pvzan_session& s, rule decode, const byte_structure& structure) {
+    const guarded_buffer buffer(3);
     int failures = 0;
     const auto check = [&](std::initializer_list<u32> input) {
         u8* start = buffer.data() + buffer.size() - input.size();
         std::ranges::transform(input, start, [](u32 byte) { return static_cast<u8>(byte); });
         const std::span<const u8> bytes(start, input.size());
-        give_input(s, bytes);
+        give_input(s, text_of(bytes));
         const u32 count = s.inCount;
         const decoded got = decode_next(s, decode), expected = structure.judge(bytes);
         const u32 counted = got.status == PVZAN_DECODED ? 1 : 0;
         if (got != expected || s.inCount != count + counted) {
-            ADD_FAILURE() << hex(bytes) << ": expected " << expected << "; got " << got;
+            ADD_FAILURE() << to_hex(text_of(bytes)) << ": expected " << expected << "; got " << got;
             ++failures;
         }
     };
@@ -185,7 +156,7 @@ inline constexpr std::size_t largest_buffer = 16;
 // with at least spare bytes to be left free.
 inline void check_writer(session& s, rule encode, const written_row& row, std::size_t spare) {
     constexpr u8 untouched = 0xDB;
-    const test::guarded_buffer buffer(largest_buffer);
+    const guarded_buffer buffer(largest_buffer);
     for (std::size_t size = 0; size <= largest_buffer; ++size) {
         for (std::size_t start = 0; start <= size; ++start) {
             SCOPED_TRACE(testing::Message() << "set " << row.set << " code " << row.code << " from "
@@ -212,7 +183,7 @@ inline void check_writer(session& s, rule encode, const written_row& row, std::s
                                : fits               ? u32{PVZAN_WRITTEN}
                                                     : u32{PVZAN_OUTPUT_FULL};
             ASSERT_EQ(s.status, status);
-            ASSERT_EQ(hex(out), test::to_hex(expected));
+            ASSERT_EQ(to_hex(text_of(out)), to_hex(expected));
             ASSERT_EQ(s.outPos, static_cast<i32>(start + (written ? row.expected.size() : 0)));
             ASSERT_EQ(s.outCount, written ? 1U : 0U);
         }
@@ -257,4 +228,4 @@ private:
     basic_set& set_;
 };
 
-} // namespace bench
+} // namespace test
