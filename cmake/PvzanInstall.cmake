@@ -25,3 +25,9 @@ file(RELATIVE_PATH PVZAN_PC_INCLUDEDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_F
 string(REGEX REPLACE "/$" "" PVZAN_PC_PREFIX ${PVZAN_PC_PREFIX})
 configure_file(${package_source}/pvzan.pc.in ${package_build}/pvzan.pc @ONLY)
 install(FILES ${package_build}/pvzan.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The Python module; where the Python of a system looks for modules, the system must tell.
+set(PVZAN_PYTHON_DIR "" CACHE STRING "Where below the prefix the Python module is installed; empty: nowhere")
+if(PVZAN_PYTHON_DIR)
+    install(FILES ${PROJECT_SOURCE_DIR}/bindings/python/pvzan.py DESTINATION ${PVZAN_PYTHON_DIR})
+endif()
