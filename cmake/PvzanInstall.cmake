@@ -26,6 +26,14 @@ string(REGEX REPLACE "/$" "" PVZAN_PC_PREFIX ${PVZAN_PC_PREFIX})
 configure_file(${package_source}/pvzan.pc.in ${package_build}/pvzan.pc @ONLY)
 install(FILES ${package_build}/pvzan.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
+# Manual pages, by the section that their names end in.
+foreach(section 1 3 5 7)
+    file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/*.${section})
+    if(pages)
+        install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+    endif()
+endforeach()
+
 # The Python module; where the Python of a system looks for modules, the system must tell.
 set(PVZAN_PYTHON_DIR "" CACHE STRING "Where below the prefix the Python module is installed; empty: nowhere")
 if(PVZAN_PYTHON_DIR)
