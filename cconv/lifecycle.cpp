@@ -80,44 +80,20 @@ char* copy_directory(char* buffer, u32 size) {
     return buffer;
 }
 
-// The pattern that finds a directory's definitions; the directory itself is taken literally.
-void make_pattern(char (&out)[2 * text_bytes], const char* directory) {
-    char* end = out;
-    for (; *directory != '\0'; ++directory) {
-        if (std::strchr("*?[\\", *directory) != nullptr) {
-            *end++ = '\\';
-        }
-        *end++ = *directory;
-    }
-    *end = '\0';
-}
-
 i32 read_definitions() {
     char directory[text_bytes];
     char path[text_bytes];
-    char pattern[2 * text_bytes];
     if (charset_path_locked(directory, sizeof directory) == nullptr) {
         return 0;
     }
-    make_pattern(pattern, directory);
-    if (!append_text(pattern, definition_pattern)) {
-        return 0;
-    }
-    const owned_memory<directory_listing> listing(
-        static_cast<directory_listing*>(ZAN_calloc(1, sizeof(directory_listing))));
-    if (listing == nullptr || openDir(pattern, listing.get()) == 0) {
-        return 0;
-    }
+    const file_names definitions(directory, definition_pattern);
     i32 count = 0;
-    while (readDir(listing.get()) != 0) {
-        const split_path& entry = listing->parts;
+    for (const char* name : definitions.all()) {
         copy_text(path, directory);
-        if (append_text(path, entry.baseName) && append_text(path, entry.extension) &&
-            xmlReadXML(path) != 0) {
+        if (append_text(path, name) && xmlReadXML(path) != 0) {
             ++count;
         }
     }
-    closeDir(listing.get());
     return count;
 }
 

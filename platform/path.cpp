@@ -1,7 +1,10 @@
 // Paths in parts, and the listing of a directory.
 #include "platform/platform.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <dirent.h>
+#include <fnmatch.h>
 #include <string_view>
 
 namespace {
@@ -142,3 +145,50 @@ void closeDir(directory_listing* listing) {
 }
 
 } // extern "C"
+
+file_names::file_names(const char* directory, const char* pattern) {
+    DIR* open = ::opendir(directory);
+    if (open == nullptr) {
+        note_resource_failure(errno);
+        return;
+    }
+    errno = 0;
+    for (const dirent* entry = ::readdir(open); entry != nullptr; entry = ::readdir(open)) {
+        if (::fnmatch(pattern, entry->d_name, FNM_PERIOD) == 0 && !add(entry->d_name)) {
+            break;
+        }
+        errno = 0;
+    }
+    note_resource_failure(errno);
+    ::closedir(open);
+    std::sort(names_, names_ + count_,
+              [](const char* a, const char* b) { return std::strcmp(a, b) < 0; });
+}
+
+file_names::~file_names() {
+    for (char* name : all()) {
+        ZAN_free(name);
+    }
+    ZAN_free(names_);
+}
+
+bool file_names::add(const char* name) {
+    if (count_ == room_) {
+        const std::size_t room = room_ != 0 ? 2 * room_ : 16;
+        auto** names =
+            static_cast<char**>(ZAN_realloc(names_, static_cast<i32>(room * sizeof(char*))));
+        if (names == nullptr) {
+            return false;
+        }
+        names_ = names;
+        room_ = room;
+    }
+    const std::size_t size = std::strlen(name) + 1;
+    auto* copy = static_cast<char*>(ZAN_malloc(static_cast<i32>(size)));
+    if (copy == nullptr) {
+        return false;
+    }
+    std::memcpy(copy, name, size);
+    names_[count_++] = copy;
+    return true;
+}

@@ -69,6 +69,24 @@ PVZAN_API i32 ZAN_nextDrivePathDelimiter(const char* text);
 PVZAN_API i32 ZAN_getPathBreak(const char* text);
 }
 
+// The names in a directory that match a pattern, in the order of their bytes whatever the locale
+// is. The directory is taken literally. Not by way of glob, which may release memory twice when
+// there is too little. Short of memory, it holds what there was room for.
+class file_names {
+public:
+    file_names(const char* directory, const char* pattern);
+    ~file_names();
+    file_names(const file_names&) = delete;
+    file_names& operator=(const file_names&) = delete;
+    [[nodiscard]] std::span<char* const> all() const { return {names_, count_}; }
+
+private:
+    bool add(const char* name);
+
+    char** names_ = nullptr;
+    std::size_t count_ = 0, room_ = 0;
+};
+
 // How often this thread was refused memory or a descriptor, or failed to read. Work whose failure
 // may mean "there is none" or "not now" compares it before and after.
 u32 resource_failures();
