@@ -62,5 +62,9 @@ private:
     u32 penalty_ = 0; // how many those are after a try that led nowhere
 };
 
+// Whether the length of the session's source characters follows from their first byte, and their
+// meaning from their bytes.
+bool bulk_reads_by_lead_byte(const session* s);
+
 // Releases every memory; no session may be running.
 void bulk_release();

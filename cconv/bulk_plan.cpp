@@ -1,4 +1,5 @@
 // Which pairs of charsets the fast path can remember, and by what.
+#include "cconv/bulk.h"
 #include "cconv/bulk_memory.h"
 #include "cconv/names.h"
 #include "cconv/rulefunc/rules.h"
@@ -54,8 +55,7 @@ std::optional<bulk_reader> reader_of(const session* s) {
     if (decoder == destISO_2022_JP || decoder == destISO_2022_JP_2004) {
         return bulk_reader::iso2022;
     }
-    if (reads_by_lead_byte(decoder) || ((decoder == destSAME || decoder == destOASYS_WIN) &&
-                                        tries_short_codes_first(s->srcGroup))) {
+    if (bulk_reads_by_lead_byte(s)) {
         return bulk_reader::lead_bytes;
     }
     return std::nullopt;
@@ -155,6 +155,12 @@ bulk_key key_of(const session* s) {
 }
 
 } // namespace
+
+bool bulk_reads_by_lead_byte(const session* s) {
+    const rule_function decoder = s->srcRule->function;
+    const bool table_driven = decoder == destSAME || decoder == destOASYS_WIN;
+    return reads_by_lead_byte(decoder) || (table_driven && tries_short_codes_first(s->srcGroup));
+}
 
 bool bulk_is_registered(const session* s) {
     return is_registered(s->srcGroup) && is_registered(s->dstGroup);

@@ -3,6 +3,7 @@
 #include "cconv/engine.h"
 #include "cconv/lifecycle.h"
 #include "cconv/names.h"
+#include "cconv/short_text.h"
 #include "cconv/table.h"
 #include "platform/platform.h"
 
@@ -158,7 +159,7 @@ void encode_character(session* s) {
 }
 
 // Decodes and encodes in turn until the input is used up or something stops it; the status tells.
-void drive(session* s, bulk_guide& bulk) {
+void drive(session* s, bulk_guide& bulk, short_guide& known) {
     for (;;) {
         if (s->status == PVZAN_INPUT_INCOMPLETE || s->status == PVZAN_WRITTEN) {
             if (input_left(s).empty()) {
@@ -169,6 +170,7 @@ void drive(session* s, bulk_guide& bulk) {
                 bulk.run(s);
             }
             bulk.begin(s);
+            known.begin(s);
             decode_character(s);
             if (s->status == PVZAN_WRITTEN) {
                 continue; // dropped
@@ -179,6 +181,7 @@ void drive(session* s, bulk_guide& bulk) {
         }
         encode_character(s);
         bulk.learn(s);
+        known.learn(s);
         if (s->status != PVZAN_WRITTEN && s->status != PVZAN_DECODED) {
             return;
         }
@@ -237,8 +240,12 @@ u32 cconvConvert(session* s) {
     if (!is_resume_point(s->status)) {
         s->status = PVZAN_WRITTEN;
     }
+    short_guide known(s);
+    if (known.convert(s)) {
+        return s->status;
+    }
     bulk_guide bulk(s);
-    drive(s, bulk);
+    drive(s, bulk, known);
     bulk.leave(s);
     return s->status;
 }

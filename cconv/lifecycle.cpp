@@ -4,6 +4,7 @@
 
 #include "cconv/bulk.h"
 #include "cconv/definition.h"
+#include "cconv/short_text.h"
 #include "platform/platform.h"
 
 #include <atomic>
@@ -36,6 +37,7 @@ public:
 // Groups go before the basic sets that they borrow.
 void release_registry() {
     bulk_release();
+    short_text_release();
     if (g_ProcessObject.groups != nullptr) {
         for (charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
             termGroup(group);

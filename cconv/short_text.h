@@ -1,0 +1,46 @@
+// Short calls: whole texts of known characters at once.
+//
+// A call on a line or a word is over before the fast path of bulk.h pays. For a pair of charsets
+// this keeps, by the bytes of a source character, what the rules wrote for it and what they left in
+// the session, wherever that depended on nothing else. A text whose characters are all known is
+// converted from there, to the last field of the session; any other text is the rules' alone.
+#pragma once
+
+#include "cconv/engine.h"
+
+struct short_memory;
+
+class short_guide {
+public:
+    // Finds the memory of the session's pair; without one, for long input say, nothing here does
+    // anything.
+    explicit short_guide(const session* s);
+
+    // Converts all input, or nothing. To be called before the first character of a call.
+    bool convert(session* s);
+
+    // Around the rules' own work on a character.
+    void begin(const session* s) {
+        noted_ = memory_ != nullptr && s->status == PVZAN_WRITTEN;
+        in_pos_ = s->inPos;
+        out_pos_ = s->outPos;
+        in_count_ = s->inCount;
+        out_count_ = s->outCount;
+    }
+    void learn(const session* s) {
+        if (noted_) {
+            remember(s);
+        }
+    }
+
+private:
+    void remember(const session* s);
+
+    short_memory* memory_ = nullptr;
+    bool noted_ = false;
+    i32 in_pos_ = 0, out_pos_ = 0;
+    u32 in_count_ = 0, out_count_ = 0;
+};
+
+// Releases every memory; no session may be running.
+void short_text_release();
