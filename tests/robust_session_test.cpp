@@ -324,6 +324,7 @@ TEST(Termination, TheWorstTextsTakeLinearTime) {
         {"iso-2022-jp", "\x1B(BA\x1B$B!!", ""},
         {"tagged", tag, cancel},
         {"tagged", tag + letter, cancel},
+        {"tagged", tag, "\xE4\xB8\x80"},
         {"tagged", tag, ""},
         {"utf-8", "\xFE\xFF", ""},
         {"utf-8", "A\xFE", "A"},

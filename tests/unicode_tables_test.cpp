@@ -197,9 +197,7 @@ TEST(LanguageTags, NestedOnesDoNotExhaustTheStack) {
         c.input = in_form(c.from, std::u32string(200000, 0xE0001) + U"A");
         const test::outcome got = test::run(c, {c.input}, 64);
         EXPECT_EQ(got.bytes, "A");
-        for (const fault& f : got.faults) { // more than 32 deep
-            ASSERT_EQ(f.status, PVZAN_INVALID_INPUT);
-        }
+        EXPECT_TRUE(got.faults.empty());
     });
 }
 

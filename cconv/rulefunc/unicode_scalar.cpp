@@ -41,12 +41,14 @@ void take_language(session* s, const tag_text& tag) {
     s->curLang[tag.length] = '\0';
 }
 
-// Of tags inside tags so many are followed; what begins one further is invalid there. Each of them
-// is read anew when it is given back, so this bounds how often a text is read.
+// What is given back is read anew, from each tag inside it: deeper than this, invalid tags are used
+// up instead, so that a text is not read as often as it has tags.
 constexpr u32 max_nested_tags = 32;
 
-u32 give_back(session* s, i32 start, u32 status) {
-    s->inPos = start;
+u32 give_back(session* s, i32 start, u32 status, u32 nested) {
+    if (status != PVZAN_INVALID_INPUT || nested <= max_nested_tags) {
+        s->inPos = start;
+    }
     return stop_with(s, status);
 }
 
@@ -67,28 +69,27 @@ u32 read_language_tag(session* s, i32 start) {
         const i32 before = s->inPos;
         row->function(s);
         if (s->status == PVZAN_DECODED && s->inPos == before) {
-            return give_back(s, start, PVZAN_INVALID_INPUT); // a rule that reads nothing
+            return give_back(s, start, PVZAN_INVALID_INPUT, nested); // a rule that reads nothing
         }
         if (s->status != PVZAN_DECODED) {
             // Used-up input is an incomplete tag like any other cut.
             return give_back(s, start,
-                             s->status == PVZAN_DONE ? u32{PVZAN_INPUT_INCOMPLETE} : s->status);
+                             s->status == PVZAN_DONE ? u32{PVZAN_INPUT_INCOMPLETE} : s->status,
+                             nested);
         }
         tag_text& tag = nested != 0 ? inner : outer;
         const u32 c = s->srcCode;
         if (c == language_tag) {
-            if (++nested > max_nested_tags) {
-                return stop_with(s, PVZAN_INVALID_INPUT);
-            }
+            ++nested;
             inner.length = 0;
         } else if (c == cancel_tag) {
             take_language(s, tag);
-            return nested != 0 ? give_back(s, start, PVZAN_INVALID_INPUT)
+            return nested != 0 ? give_back(s, start, PVZAN_INVALID_INPUT, nested)
                                : stop_with(s, PVZAN_INVALID_INPUT);
         } else if (is_tag_character(c)) {
             tag.letters[tag.length++] = static_cast<char>(c & 0xFF);
             if (tag.length == tag.letters.size()) {
-                return nested != 0 ? give_back(s, start, PVZAN_INVALID_INPUT)
+                return nested != 0 ? give_back(s, start, PVZAN_INVALID_INPUT, nested)
                                    : stop_with(s, PVZAN_INVALID_INPUT);
             }
         } else {
