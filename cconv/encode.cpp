@@ -55,7 +55,7 @@ void derive_unicode(session* s) {
 }
 
 // The code that a set, or its extra encode tables, has for the character's Unicode value.
-bool set_encodes(session* s, const basic_set* set, object_array* extra_tables, u32& code) {
+bool set_encodes(session* s, const basic_set* set, u16 position, u32& code) {
     if (!table_loaded(set->encodeTable)) {
         code = s->ucsCode;
         return true;
@@ -66,6 +66,7 @@ bool set_encodes(session* s, const basic_set* set, object_array* extra_tables, u
             return true;
         }
     }
+    auto* extra_tables = static_cast<object_array*>(getArray(s->dstGroup->dsTableArrays, position));
     return extra_tables != nullptr &&
            dstDsTableArray(extra_tables, s->ucsCode, &code, &s->outDone) != 0;
 }
@@ -78,10 +79,8 @@ bool encode_by_unicode(session* s) {
         if (set->setType == PVZAN_SET_USER_DEFINED) {
             continue;
         }
-        auto* extra_tables =
-            static_cast<object_array*>(getArray(s->dstGroup->dsTableArrays, index));
         u32 code = 0;
-        if (!set_encodes(s, set, extra_tables, code)) {
+        if (!set_encodes(s, set, index, code)) {
             continue;
         }
         choose_set(s, set, code);

@@ -11,9 +11,9 @@ namespace {
 
 // ---- Blocks ------------------------------------------------------------------------------------
 
-// Written without sums: blocks may end at 2^32.
+// Written without sums: blocks may end at 2^32. Most blocks fail the first comparison.
 bool holds(const table_block* block, u32 key) {
-    return key >= block->firstKey && key - block->firstKey < block->endKey - block->firstKey;
+    return key - block->firstKey < block->endKey - block->firstKey && key >= block->firstKey;
 }
 
 std::span<u8> slot(const table_block* block, u32 key) {

@@ -137,6 +137,12 @@ read_result read_utf8(session* s, u32& c) {
     return read_result::done;
 }
 
+// Whether a combining mark may begin here: most leads open other characters, or none at all.
+bool may_open_mark(std::span<const u8> input) {
+    const u32 lead = input.empty() ? 0 : input[0];
+    return lead == 0xCB || lead == 0xCC || lead == 0xE0 || lead == 0xE3 || lead >= 0xF0;
+}
+
 u32 put_utf8(session* s, u32 code) {
     if (code >= 0x80000000) {
         return stop_with(s, PVZAN_UNREPRESENTABLE);
@@ -260,7 +266,8 @@ u32 destUTF_8(session* s) {
     s->srcCode = c;
     const i32 behind = s->inPos;
     u32 next = 0;
-    if (read_utf8(s, next) == read_result::done && IsJISX0213CombiningUCS(c, next) != 0) {
+    if (may_open_mark(input_left(s)) && read_utf8(s, next) == read_result::done &&
+        IsJISX0213CombiningUCS(c, next) != 0) {
         s->outCode2 = next;
     } else {
         s->inPos = behind;
