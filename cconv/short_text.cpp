@@ -40,6 +40,8 @@ constexpr std::size_t record_count = (std::size_t{1} << hash_bits) + places_trie
 
 // Everything that decides what becomes of a character.
 struct pair_key {
+    void** charsets; // the registered ones, and their number: what may have become of the two
+    u32 charset_count;
     const charset_group *source, *target;
     const rule_row *decoder, *encoder;
     u32 byte_orders;
@@ -114,8 +116,16 @@ pair_key key_of(const session* s) {
         s->target.convertNewline != 0 ? 1 + std::min(s->target.newlineMode, any_other_mode) : 0;
     const u32 byte_orders = (s->source.srcBigEndian != 0 ? big_source : 0) |
                             (s->target.dstBigEndian != 0 ? big_target : 0);
-    return {s->srcGroup, s->dstGroup, s->srcRule,        s->dstRule,
-            byte_orders, newline,     table_generation()};
+    const object_array* groups = g_ProcessObject.groups;
+    return {groups != nullptr ? groups->items : nullptr,
+            groups != nullptr ? groups->count : u32{0},
+            s->srcGroup,
+            s->dstGroup,
+            s->srcRule,
+            s->dstRule,
+            byte_orders,
+            newline,
+            table_generation()};
 }
 
 short_memory* find_memory(const pair_key& key) {
