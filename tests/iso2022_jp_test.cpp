@@ -233,55 +233,6 @@ TEST(Iso2022JpEncoder, WritesEveryPairOfShifts) {
     }
 }
 
-// Were JIS X 0213 remembered as designated, its escape sequence would be left out within a plane.
-TEST(Iso2022JpEncoder, TellsThePlanesApart) {
-    const shift &plane1 = shifts[4], &plane2 = shifts[5];
-    for (const shift& before : {plane1, plane2}) {
-        for (const shift& next : {plane1, plane2}) {
-            const session_owner s = open("iso-2022-jp-2004", "iso-2022-jp-2004");
-            std::array<u8, 16> out;
-            const std::string input = join({next.escape, next.character});
-            give_input(*s, input);
-            give_output(*s, out);
-            s->dstShiftSet = PVZAN_SET_JIS_X_0213;
-            s->dstShiftPlane = is_plane2(before) ? 12 : 11;
-            ASSERT_EQ(cconvConvert(s.get()), PVZAN_DONE);
-            const bool same = is_plane2(before) == is_plane2(next);
-            EXPECT_EQ(written(*s), same ? next.character : std::string_view(input));
-        }
-    }
-}
-
-// An escape sequence needs a free byte behind it. It stays when the character did not fit, except
-// that of JIS X 0213, which no state remembers.
-TEST(Iso2022JpEncoder, StopsAtEveryByte) {
-    struct row {
-        const shift& character;
-        i32 escape_at, all_at; // the smallest rooms for the escape sequence and for everything
-        bool stays;
-    };
-    const row rows[] = {
-        {shifts[0], 4, 4, true}, {shifts[1], 4, 4, true},  {shifts[2], 4, 5, true},
-        {shifts[3], 5, 6, true}, {shifts[4], 5, 6, false}, {shifts[5], 5, 6, false},
-    };
-    for (const row& r : rows) {
-        const std::string input = join({r.character.escape, r.character.character});
-        for (i32 room = 0; room <= 7; ++room) {
-            SCOPED_TRACE(testing::Message() << test::to_hex(input) << "room " << room);
-            const session_owner s = open("iso-2022-jp-2004", "iso-2022-jp-2004");
-            give_input(*s, input);
-            std::array<u8, 8> out;
-            give_output(*s, std::span(out).first(static_cast<std::size_t>(room)));
-            const u32 status = cconvConvert(s.get());
-            EXPECT_EQ(status, room < r.all_at ? u32{PVZAN_OUTPUT_FULL} : u32{PVZAN_DONE});
-            const i32 escape_length = r.all_at - static_cast<i32>(r.character.character.size());
-            const bool escape_left = r.stays && room >= r.escape_at && room < r.all_at;
-            EXPECT_EQ(s->outPos, room >= r.all_at ? r.all_at : escape_left ? escape_length : 0);
-            EXPECT_EQ(s->outCount, room >= r.all_at ? 1U : 0U);
-        }
-    }
-}
-
 TEST(Iso2022JpEncoder, ClosesFromEveryState) {
     for (const shift& last : shifts) {
         for (std::size_t room = 0; room <= 5; ++room) {

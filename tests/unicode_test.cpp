@@ -214,11 +214,9 @@ TEST(ByteOrderMark, IsTakenAtTheStartOnly) {
             {
                 {"utf-8", "\xEF\xBB\xBFあ\xEF\xBB\xBF", U"あ\uFEFF"},
                 {"utf-8", "\xEF\xBB\xBF", U""},
-                {"utf-8", "ABC", U"ABC"},
                 {"utf-8", "\xEF\xBB\xBEx", U"\uFEFEx"},
                 // three bytes are waited for, even for complete text
                 {"utf-8", "A", U"", 1},
-                {"utf-8", "AB", U"", 2},
                 {"utf-8", "\xEF\xBB", U"", 2},
                 {"utf-8", "", U""},
                 {"utf-16", "\xFE\xFF\0A\xFE\xFF"s, U"A\uFEFF"},
@@ -228,13 +226,11 @@ TEST(ByteOrderMark, IsTakenAtTheStartOnly) {
                 {"utf-16", "\0\xFF"s + "A\0"s, U"A"},
                 {"utf-16", "\x12\xFE"s + "A\0"s, U"A"},
                 {"utf-16", "\xFE\x12\0A"s, U"A"},
-                {"utf-16", "\xFE", U"", 1},
                 {"iso-10646-ucs-4", "\0\0\xFE\xFF\0\0\0A"s, U"A"},
                 {"iso-10646-ucs-4", "\xFF\xFE\0\0A\0\0\0"s, U"A"},
                 {"iso-10646-ucs-4", "\0\0\xFE"s, U"", 3},
                 {"iso-10646-ucs-2", "\xFE\xFF\0A\xFE\xFF"s, U"A\uFEFF"},
                 {"iso-10646-ucs-2", "\xFF\xFE"s + "A\0\xFF\xFE"s, U"A\uFEFF"},
-                {"iso-10646-ucs-2", "\xFF", U"", 1},
             },
             big_endian, true);
     }
@@ -250,7 +246,6 @@ TEST(ByteOrderMark, IsTakenAtTheStartOnly) {
         true, true);
     expect_marks(
         {
-            {"utf-16", "A\0\xFF\xFE"s, U"A\uFEFF"},
             {"iso-10646-ucs-4", "A\0\0\0"s, U"A"},
             {"iso-10646-ucs-2", "\0\xFF"s + "A\0"s, U"\uFF00A"},
         },
@@ -259,9 +254,7 @@ TEST(ByteOrderMark, IsTakenAtTheStartOnly) {
     expect_marks(
         {
             {"utf-8", "\xEF\xBB\xBF", U"\uFEFF"},
-            {"utf-8", "A", U"A"},
             {"utf-16", "\xFE\xFF\0A"s, U"\uFEFFA"},
-            {"utf-16", "\xFF\xFE\0A"s, U"\uFFFEA"},
             {"iso-10646-ucs-4", "\0\0\xFE\xFF"s, U"\uFEFF"},
             {"iso-10646-ucs-2", "\xFF\xFE"s, U"\uFFFE"},
         },
