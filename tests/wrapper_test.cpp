@@ -105,12 +105,15 @@ TEST(Wrapper, IsStrictAndKnowsPlaces) {
         // Control codes that would switch sets, pairs that the target lacks.
         {"utf-8", "iso-2022-jp", "A\x1B(Bあ\x0E", "\x1B(BA(B\x1B$B$\"\x1B(B", "23@1:1 23@7:1 "},
         {"euc-jp", "iso-2022-jp", "\x1B\xA4\xA2", "\x1B$B$\"\x1B(B", "23@0:1 "},
+        {"utf-8", "euc-jp", "A\x7F", "A", "23@1:1 "},
         {"utf-8", "sjis", "か\u309Aき", "\x82\xA9\x82\xAB", "23@3:3 "},
         {"sjis-2004", "euc-jp", "\x82\xF5\x82\xA9", "\xA4\xAB", "23@0:2 "},
         {"sjis-2004", "utf-8", "\x82\xF5", "か\u309A", ""},
         {"utf-8", "sjis-2004", "か\u309A\u02E9\u02E5\u02E9", "\x82\xF5\x86\x85\x86\x84", ""},
         // Codes without a character, in a set that the target shares.
         {"euc-jp", "sjis", "\xA9\xA1\xA4\xA2", "\x82\xA0", "13@0:2 "},
+        {"euc-jp-fix", "utf-8", "\x80\xA1\0A"s, "A", "13@0:2 "},
+        {"iso-2022-jp", "utf-8", "\x1B$B!\x1B(BA", "A", "13@3:1 "},
         {"iso-2022-jp", "utf-8", "\x1B(Zab", "(Zab", "13@0:1 "},
         {"iso-2022-jp-2004", "utf-8", "\x1B$(P!!!\"\x1B(BA", "\U00020089\u4E02A", ""},
         {"utf-8", "iso-2022-jp-2004", "A\U00020089あA", "\x1B(BA\x1B$(P!!\x1B$(Q$\"\x1B(BA", ""},

@@ -267,7 +267,16 @@ class _Decoding(_Conversion):
             if status in (_DONE, _INCOMPLETE):
                 break
         self.set_state(after)
-        return text.decode(), at + begin, at + max(used, begin + 1), "illegal multibyte sequence"
+        end = begin + 2 if self.charset == "euc-jp-fix" else self._length_of_fault(window, begin, used)
+        return text.decode(), at + begin, at + end, "illegal multibyte sequence"
+
+    def _length_of_fault(self, data, begin, end):
+        """Never over a character of ASCII, which may be a delimiter."""
+        second_halves = range(0x21, 0x7F) if self.charset.startswith("iso-2022-jp") else ()
+        for at in range(begin + 1, end):
+            if data[at] < 0x80 and data[at] not in second_halves:
+                return at
+        return max(end, begin + 1)
 
 
 # ---- Encoding --------------------------------------------------------------------------------------
@@ -289,7 +298,9 @@ class _Encoding(_Conversion):
             marks = f"(?<!\u31f7){_KANA_MARK}"
         elif marks:
             marks = f"[{marks}]"
-        self.refused = re.compile("[\x0e\x0f\x1b\ud800-\udfff]" if self.iso2022 else "[\ud800-\udfff]")
+        # Control codes that the library writes and nothing reads back: switches of sets, DEL in EUC.
+        lost = "\x0e\x0f\x1b" if self.iso2022 else "\x7f" if self.charset.startswith("euc-") else ""
+        self.refused = re.compile(f"[{lost}\ud800-\udfff]")
         self.stop = re.compile("|".join(filter(None, (self.refused.pattern, marks))))
 
     def encode(self, text, errors):

@@ -78,6 +78,9 @@ class Codecs(unittest.TestCase):
                     self.assertEqual(text.encode("pvzan:cp932", handler), text.encode("cp932", handler))
         for switch in "\x1b\x0e\x0f":
             self.assertEqual(f"あ{switch}".encode("pvzan:iso-2022-jp", "replace"), b'\x1b$B$"\x1b(B?')
+        self.assertEqual("A\x7f".encode("pvzan:euc-jp", "replace"), b"A?")
+        self.assertEqual(b"\x80\xa1\0A".decode("pvzan:euc-jp-fix", "replace"), "\ufffdA")
+        self.assertEqual(b"\x1b$B!\x1b(BA".decode("pvzan:iso-2022-jp", "replace"), "\ufffdA")
         self.assertRaises(LookupError, "".encode, "pvzan:no-such")
 
     def test_pieces_are_the_whole(self):

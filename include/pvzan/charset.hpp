@@ -30,6 +30,7 @@ struct charset {
 
     bool is_unicode() const { return form != unicode_form::none; }
     bool is_iso2022() const { return library.compare(0, 11, "iso-2022-jp") == 0; }
+    bool is_euc() const { return library.compare(0, 4, "euc-") == 0; }
     // Whether it has the 25 characters that are a letter and a mark in Unicode.
     bool is_jis_x0213() const {
         return library.size() > 5 && library.compare(library.size() - 5, 5, "-2004") == 0;

@@ -27,56 +27,25 @@ inline bool has_byte(std::string_view text, char byte) {
     return text.find(byte) != std::string_view::npos;
 }
 
-// A control code that switches sets wherever it stands in ISO-2022 text.
-constexpr bool is_switch(char32_t c) {
-    return c == 0x1B || c == 0x0E || c == 0x0F;
+// Control codes that the library writes and nothing reads back: in ISO-2022 text they switch sets,
+// in EUC text DEL is no character.
+inline bool is_lost_in(const charset& target, char32_t c) {
+    return target.is_iso2022() ? c == 0x1B || c == 0x0E || c == 0x0F : target.is_euc() && c == 0x7F;
 }
 
-inline std::size_t ascii_end(std::string_view text, std::size_t at) {
-    std::uint64_t eight = 0;
-    while (at + sizeof eight <= text.size()) {
-        std::memcpy(&eight, text.data() + at, sizeof eight);
-        if ((eight & 0x8080808080808080U) != 0) {
-            break;
-        }
-        at += sizeof eight;
+// How far to go on behind bytes at fault of which the library takes some: never over a character of
+// ASCII, which may be a delimiter, and in two-byte units by whole units.
+inline std::size_t fault_length(std::string_view text, std::size_t taken, const charset& c) {
+    if (c.library == "euc-jp-fix") {
+        return std::max<std::size_t>(taken, 2);
     }
-    while (at < text.size() && byte_at(text, at) < 0x80) {
-        ++at;
-    }
-    return at;
-}
-
-// The end of the ASCII and the three-byte sequences from an offset on that need no second look.
-inline std::size_t plain_utf8_end(std::string_view text, std::size_t at) {
-    const auto is_continuation = [text](std::size_t i) {
-        return (byte_at(text, i) & 0xC0) == 0x80;
-    };
-    for (;;) {
-        if (at < text.size() && byte_at(text, at) < 0x80) {
-            at = ascii_end(text, at);
-        }
-        if (at + 3 > text.size()) {
-            return at;
-        }
-        const std::uint8_t lead = byte_at(text, at);
-        const bool plain = lead > 0xE0 && lead < 0xF0 && lead != 0xED && is_continuation(at + 1) &&
-                           is_continuation(at + 2);
-        if (!plain || text.substr(at, 3) == "\xE3\x82\x9A") { // the mark of kana
-            return at;
-        }
-        at += 3;
-    }
-}
-
-inline bool may_hold_joining_mark(std::string_view utf8) {
-    for (const std::string_view mark :
-         {"\xCC\x80", "\xCC\x81", "\xCB\xA5", "\xCB\xA9", "\xE3\x82\x9A"}) {
-        if (utf8.find(mark) != std::string_view::npos) {
-            return true;
+    for (std::size_t i = 1; i < taken; ++i) {
+        const std::uint8_t byte = byte_at(text, i);
+        if (byte < 0x80 && !(c.is_iso2022() && byte > 0x20 && byte < 0x7F)) {
+            return i;
         }
     }
-    return false;
+    return std::max<std::size_t>(taken, 1);
 }
 
 } // namespace detail
@@ -283,6 +252,9 @@ inline std::string_view converter::settled(std::string_view text, bool last) con
 
 // Whether the library converts the text right without being watched.
 inline bool converter::is_clean(std::string_view text) {
+    if (to_.is_euc() && detail::has_byte(text, '\x7F')) {
+        return false;
+    }
     if (to_.is_iso2022() && (detail::has_byte(text, '\x0E') || detail::has_byte(text, '\x0F') ||
                              (!from_.is_iso2022() && detail::has_byte(text, '\x1B')))) {
         return false;
@@ -312,8 +284,7 @@ inline bool converter::is_clean(std::string_view text) {
     }
     // These are decoded without a look at their tables, and where the target shares a set with
     // them, such codes are written as they are.
-    const bool lenient =
-        from_.library.compare(0, 4, "euc-") == 0 || from_.is_iso2022() || from_.is_jis_x0213();
+    const bool lenient = from_.is_euc() || from_.is_iso2022() || from_.is_jis_x0213();
     if (!lenient || to_.is_unicode()) {
         return true;
     }
@@ -404,8 +375,8 @@ inline std::size_t converter::step_code(std::string_view text, bool last) {
     }
     const auto read = static_cast<std::size_t>(prober_->inPos);
     std::size_t taken = read > prefix.size() ? read - prefix.size() : 0;
-    fault at = {status::invalid, so_far_.position, text.substr(0, std::max<std::size_t>(taken, 1)),
-                0, 0};
+    fault at = {status::invalid, so_far_.position,
+                text.substr(0, detail::fault_length(text, taken, from_)), 0, 0};
     if (found == PVZAN_INPUT_INCOMPLETE && length == text.size() && length < longest_code) {
         if (!last) {
             return 0;
@@ -445,10 +416,9 @@ inline void converter::forget_plane() {
 // Writes one character, or reports that the target lacks it: by the library's word, or because
 // nothing would read back what the library would write.
 inline void converter::put(std::string_view spelled, fault at) {
-    const bool switches = to_.is_iso2022() && detail::is_switch(at.scalar);
     const bool lone_pair = at.mark != 0 && !to_.is_unicode() && !to_.is_jis_x0213();
     std::uint32_t found = PVZAN_UNREPRESENTABLE;
-    if (!switches && !lone_pair) {
+    if (!lone_pair && !detail::is_lost_in(to_, at.scalar)) {
         found = run(spelled);
         forget_plane();
     }
@@ -477,8 +447,7 @@ inline void converter::replace(std::string_view text) {
     cconvChgCharset(&s, nullptr, "utf-8");
     while (!text.empty()) {
         const detail::sequence next = detail::read_utf8(text);
-        if (next.kind != detail::sequence::whole ||
-            (to_.is_iso2022() && detail::is_switch(next.scalar)) ||
+        if (next.kind != detail::sequence::whole || detail::is_lost_in(to_, next.scalar) ||
             run(text.substr(0, next.bytes)) != PVZAN_DONE) {
             run("?");
         }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 namespace pvzan {
@@ -147,6 +148,53 @@ constexpr bool joins(char32_t letter, char32_t mark) {
 
 constexpr bool may_join(char32_t letter) {
     return joins(letter, 0x309A) || joins(letter, 0x0300) || is_tone_letter(letter);
+}
+
+inline std::size_t ascii_end(std::string_view text, std::size_t at) {
+    std::uint64_t eight = 0;
+    while (at + sizeof eight <= text.size()) {
+        std::memcpy(&eight, text.data() + at, sizeof eight);
+        if ((eight & 0x8080808080808080U) != 0) {
+            break;
+        }
+        at += sizeof eight;
+    }
+    while (at < text.size() && byte_at(text, at) < 0x80) {
+        ++at;
+    }
+    return at;
+}
+
+// The end of the ASCII and the three-byte sequences from an offset on that need no second look.
+inline std::size_t plain_utf8_end(std::string_view text, std::size_t at) {
+    const auto is_continuation = [text](std::size_t i) {
+        return (byte_at(text, i) & 0xC0) == 0x80;
+    };
+    for (;;) {
+        if (at < text.size() && byte_at(text, at) < 0x80) {
+            at = ascii_end(text, at);
+        }
+        if (at + 3 > text.size()) {
+            return at;
+        }
+        const std::uint8_t lead = byte_at(text, at);
+        const bool plain = lead > 0xE0 && lead < 0xF0 && lead != 0xED && is_continuation(at + 1) &&
+                           is_continuation(at + 2);
+        if (!plain || text.substr(at, 3) == "\xE3\x82\x9A") { // the mark of kana
+            return at;
+        }
+        at += 3;
+    }
+}
+
+inline bool may_hold_joining_mark(std::string_view utf8) {
+    for (const std::string_view mark :
+         {"\xCC\x80", "\xCC\x81", "\xCB\xA5", "\xCB\xA9", "\xE3\x82\x9A"}) {
+        if (utf8.find(mark) != std::string_view::npos) {
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace detail
