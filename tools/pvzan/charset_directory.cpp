@@ -20,11 +20,11 @@ struct candidate {
     const char* reason;
 };
 
-// The directory of the loaded library, links resolved.
+// The directory of the loaded library, links resolved. One of its variables tells where it is: in a
+// program that is not position-independent the address of a function is the program's own.
 fs::path library_directory() {
     Dl_info info{};
-    if (::dladdr(reinterpret_cast<const void*>(&cconvConvert), &info) == 0 ||
-        info.dli_fname == nullptr) {
+    if (::dladdr(ZAN_getCharsetPath(), &info) == 0 || info.dli_fname == nullptr) {
         return {};
     }
     std::error_code error;
