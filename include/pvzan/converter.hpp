@@ -123,6 +123,7 @@ public:
 
     result convert(std::string_view text) {
         result all;
+        all.text.reserve(text.size());
         start([&all](std::string_view piece) { all.text += piece; });
         take(text, true);
         close();
