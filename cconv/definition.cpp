@@ -131,6 +131,28 @@ private:
     key_finder plain_, attributed_, closing_, empty_;
 };
 
+i64 characters_in(const document& in) {
+    return in.textBytes / i64{sizeof(u32)};
+}
+
+// Each reference looks for its entity in the whole main document, and each set reads a file. What a
+// definition may cost so is limited, far beyond what any charset needs: it stays linear in its
+// size.
+class work_budget {
+public:
+    explicit work_budget(const document& main)
+        : lookup_(characters_in(main)), left_((i64{1} << 28) + 64 * lookup_) {}
+    bool look_up() { return spend(lookup_); }
+    bool read(const document& in) { return spend(characters_in(in)); }
+
+private:
+    bool spend(i64 characters) {
+        left_ -= characters;
+        return left_ >= 0;
+    }
+    i64 lookup_, left_;
+};
+
 // Skips every "range" element from there; their contents are not used.
 i32 skip_ranges(document& in, i32 from) {
     element_finder ranges(in, range_keys);
@@ -166,10 +188,12 @@ bool read_set_contents(document& main, document& in, const set_grammar& grammar,
            xmlGetTable(&main, &in, table->start, table->end, set.decodeTable, set.encodeTable) != 0;
 }
 
-owned_set read_set(document& main, const element& reference, const set_grammar& grammar) {
+owned_set read_set(document& main, work_budget& budget, const element& reference,
+                   const set_grammar& grammar) {
     const u32 failures = resource_failures();
     owned_document in;
-    if (readDAT(&main, reference.start, reference.end, &in) == 0) {
+    if (!budget.look_up() || readDAT(&main, reference.start, reference.end, &in) == 0 ||
+        !budget.read(in)) {
         return nullptr;
     }
     const auto body = find_element(in, grammar.set, 0);
@@ -198,19 +222,19 @@ owned_set read_set(document& main, const element& reference, const set_grammar& 
 // ---- Extra encode tables -----------------------------------------------------------------------
 
 // What the sets of a document are read with, one after the other.
-struct extra_table_finder {
+struct set_reader {
     element_finder tables;
     key_finder width;
-    explicit extra_table_finder(document& main)
-        : tables(main, extra_table_keys), width(main, "bytenum=") {}
+    work_budget budget;
+    explicit set_reader(document& main)
+        : tables(main, extra_table_keys), width(main, "bytenum="), budget(main) {}
 };
 
 // The value width of an extra table: hexadecimal, 2 where none is given; nothing when its quotes
 // are not closed.
-std::optional<u32> extra_table_width(document& main, extra_table_finder& finder,
-                                     const element& table) {
+std::optional<u32> extra_table_width(document& main, set_reader& reader, const element& table) {
     constexpr u32 default_width = 2;
-    const auto key = finder.width.find(table.start);
+    const auto key = reader.width.find(table.start);
     if (!key || *key > table.end) {
         return default_width;
     }
@@ -228,20 +252,24 @@ std::optional<u32> extra_table_width(document& main, extra_table_finder& finder,
 }
 
 // The "dstable" elements inside a set element. A table whose file cannot be resolved is left out;
-// null is lack of memory.
-owned_tables read_extra_tables(document& main, extra_table_finder& finder, const element& set) {
+// null is lack of
+// memory, or far too many of them.
+owned_tables read_extra_tables(document& main, set_reader& reader, const element& set) {
     owned_tables tables(initArray());
     if (tables == nullptr) {
         return nullptr;
     }
     i32 from = set.start;
     for (;;) {
-        const auto found = finder.tables.find(from);
+        const auto found = reader.tables.find(from);
         if (!found || found->end >= set.end) {
             return tables;
         }
         from = found->end;
-        const auto width = extra_table_width(main, finder, *found);
+        if (!reader.budget.look_up()) {
+            return nullptr;
+        }
+        const auto width = extra_table_width(main, reader, *found);
         if (!width) {
             continue;
         }
@@ -273,13 +301,13 @@ bool register_set(charset_group& group, owned_set set) {
     return addNameArray(group.memberSets, setNo) != 0;
 }
 
-bool add_set(document& main, extra_table_finder& finder, const element& reference,
+bool add_set(document& main, set_reader& reader, const element& reference,
              const set_grammar& grammar, charset_group& group) {
-    owned_set set = read_set(main, reference, grammar);
+    owned_set set = read_set(main, reader.budget, reference, grammar);
     if (set == nullptr) {
         return false;
     }
-    owned_tables tables = read_extra_tables(main, finder, reference);
+    owned_tables tables = read_extra_tables(main, reader, reference);
     if (tables == nullptr || addArray(group.dsTableArrays, tables.get()) == 0) {
         return false;
     }
@@ -292,7 +320,7 @@ bool add_set(document& main, extra_table_finder& finder, const element& referenc
 bool add_sets(document& main, charset_group& group, i32& end) {
     end = 0;
     element_finder bases(main, base_set_keys), differences(main, difference_set_keys);
-    extra_table_finder extra_tables(main);
+    set_reader reader(main);
     for (;;) {
         const auto base = bases.find(end);
         const auto difference = differences.find(end);
@@ -301,7 +329,7 @@ bool add_sets(document& main, charset_group& group, i32& end) {
         }
         const bool base_first = base && (!difference || base->start < difference->start);
         const element& reference = base_first ? *base : *difference;
-        if (!add_set(main, extra_tables, reference, base_first ? base_grammar : difference_grammar,
+        if (!add_set(main, reader, reference, base_first ? base_grammar : difference_grammar,
                      group)) {
             return false;
         }
