@@ -191,6 +191,8 @@ const std::vector<stream_case> cases = {
       {lacking, 1, 3, 4, "\x8F\xA2\xB0", 0x2C7},
       {invalid, 1, 4, 7, "\x7F"},
       {invalid, 2, 1, 9, "\xA0\xA0"}}},
+    // In two-byte units the text stays in step.
+    {"euc-jp-fix", "utf-8", "\xA4\xA2\x80\xA1\0A"s, "\xE3\x81\x82", {{invalid, 1, 2, 2, "\x80"}}},
     // An unknown escape sequence; set switches as characters.
     {"iso-2022-jp", "shift_jis", "\x1B(I1A", "", {{invalid, 1, 1, 0, "\x1B(I"}}},
     {"utf-8",

@@ -200,7 +200,7 @@ text_character character_reader::judge(bytes_view text, std::size_t given, std::
     } else if (given == 1) {
         character.why = fault::begins_nothing;
     } else if (!from_.is_iso2022() && begins_nothing(text[0])) {
-        character.bytes = 1;
+        character.bytes = step_over(text, 1);
         character.blamed = 1;
         character.why = fault::begins_nothing;
     } else if (!from_.is_iso2022() && from_.unit_bytes() == 1 && ends_nothing(text[1])) {
