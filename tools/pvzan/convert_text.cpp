@@ -13,7 +13,6 @@ namespace tool {
 namespace {
 
 constexpr std::size_t input_bytes = 64 * 1024;
-constexpr std::size_t longest_mark = 4;
 
 // How much of the text is ASCII, and nothing that may be a set switch of ISO-2022-JP.
 std::size_t plain_ascii(bytes_view text) {
@@ -42,7 +41,7 @@ public:
         report_.set_source(result_.from);
         text_stream text(result_.from, conversion_.to, sinks(), conversion_.options);
         text.open();
-        if (fill(longest_mark) && (!guessing_ || pass_ascii(text))) {
+        if (fill(mark_bytes()) && (!guessing_ || pass_ascii(text))) {
             find_breaks();
             if (conversion_.jobs > 1 && !ended_) {
                 run_parallel(text);
@@ -86,6 +85,13 @@ private:
         return true;
     }
 
+    // What must be there to look for a byte-order mark.
+    [[nodiscard]] std::size_t mark_bytes() const {
+        constexpr std::size_t utf8_mark = 3;
+        const bool utf8 = result_.from.form == unicode_form::utf8 && !guessing_;
+        return utf8 ? utf8_mark : result_.from.unit_bytes();
+    }
+
     bool fill(std::size_t least) {
         while (!ended_ && kept_ < least) {
             if (!read_more()) {
@@ -107,9 +113,12 @@ private:
         for (;;) {
             const std::size_t plain = plain_ascii(filled());
             if (plain < kept_) {
-                const std::size_t lines = behind_last_break(filled().first(plain), result_.from);
-                if (lines > 0) {
-                    drop(text.feed(filled().first(lines)));
+                // What is before a NUL may be the first half of a character.
+                const std::size_t sure =
+                    buffer_[plain] == 0 ? behind_last_break(filled().first(plain), result_.from)
+                                        : plain;
+                if (sure > 0) {
+                    drop(text.feed(filled().first(sure)));
                 }
                 return fill(buffer_.size()) && change_source(text);
             }

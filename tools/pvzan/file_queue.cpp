@@ -50,7 +50,7 @@ public:
 private:
     void print(std::string_view lines) const {
         if (on_output_) {
-            std::fwrite(lines.data(), 1, lines.size(), stdout);
+            answer_lines(lines);
         } else {
             say_lines(lines);
         }

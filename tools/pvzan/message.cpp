@@ -139,6 +139,16 @@ void say_lines(std::string_view lines) {
     write_all(status_line);
 }
 
+void answer_lines(std::string_view lines) {
+    const std::scoped_lock lock(writing);
+    erase_status_line();
+    std::fwrite(lines.data(), 1, lines.size(), stdout);
+    if (!status_line.empty()) {
+        std::fflush(stdout);
+        write_all(status_line);
+    }
+}
+
 void show_status_line(const std::string& line) {
     const std::scoped_lock lock(writing);
     erase_status_line();

@@ -51,6 +51,9 @@ void say(std::string_view line);
 // Whole lines, each with its line feed.
 void say_lines(std::string_view lines);
 
+// The same on standard output, for answers.
+void answer_lines(std::string_view lines);
+
 // The last line of a terminal, which tells how far the work is; other lines push it down. Empty:
 // there is none.
 void show_status_line(const std::string& line);

@@ -13,6 +13,19 @@ namespace {
 
 constexpr std::size_t longest_sequence = 4;
 
+bool has_switches(bytes_view head) {
+    const std::string_view text(reinterpret_cast<const char*>(head.data()), head.size());
+    return text.find("\x1b$") != text.npos || text.find("\x1b(") != text.npos;
+}
+
+std::string name_of(const pvzan_detection_request& answer) {
+    std::string name = answer.encodingName;
+    if (cconvIsEndianAware(answer.encodingName) != 0) {
+        name += answer.bigEndian != 0 ? "be" : "le";
+    }
+    return name;
+}
+
 } // namespace
 
 source_guess guess_source(bytes_view head, const std::vector<std::string>& candidates) {
@@ -20,22 +33,18 @@ source_guess guess_source(bytes_view head, const std::vector<std::string>& candi
     const auto request = std::make_unique<pvzan_detection_request>();
     request->text = head.data();
     request->textEnd = static_cast<std::int32_t>(head.size());
-    if (cconvChkEncode(request.get()) == 0) {
-        const charset_name utf8 = resolve_charset("utf-8");
-        const std::size_t whole = well_formed_length(head, utf8);
-        const bool zeros = std::ranges::find(head, std::uint8_t{0}) != head.end();
-        if (!zeros && head.size() - whole < longest_sequence) {
-            return {.known = true, .charset = utf8, .why = {}};
-        }
+    const charset_name utf8 = resolve_charset("utf-8");
+    const bool zeros = std::ranges::find(head, std::uint8_t{0}) != head.end();
+    if (!zeros && !has_switches(head) &&
+        head.size() - well_formed_length(head, utf8) < longest_sequence) {
+        guess.charset = utf8;
+    } else if (cconvChkEncode(request.get()) == 0) {
         guess.binary = zeros;
         guess.why = "cannot tell the encoding; use --from";
         return guess;
+    } else {
+        guess.charset = resolve_charset(name_of(*request));
     }
-    std::string name = request->encodingName;
-    if (cconvIsEndianAware(request->encodingName) != 0) {
-        name += request->bigEndian != 0 ? "be" : "le";
-    }
-    guess.charset = resolve_charset(name);
     guess.known =
         candidates.empty() || std::ranges::any_of(candidates, [&](const std::string& candidate) {
             return resolve_charset(candidate).library == guess.charset.library;

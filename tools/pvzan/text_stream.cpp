@@ -363,19 +363,34 @@ bool text_stream::convert_by_utf8(bytes_view text, bool last, std::size_t& used,
     return true;
 }
 
+// Lines in large and small numbers: fewer when something is wrong in them, down to the one in which
+// it is, and then more again.
 std::size_t text_stream::convert_by_line(bytes_view text, bool last) {
-    std::size_t at = 0;
+    const std::size_t width = from_.unit_bytes();
+    std::size_t at = 0, step = text.size() / 2;
     while (at < text.size()) {
         const bytes_view rest = text.subspan(at);
-        const std::size_t behind_break = behind_first_break(rest, from_);
-        const std::size_t line = behind_break > 0 ? behind_break : rest.size();
+        const auto behind_break = [&](std::size_t from) {
+            const std::size_t begin = std::min(from, rest.size()) / width * width;
+            const std::size_t found = behind_first_break(rest.subspan(begin), from_);
+            return found > 0 ? begin + found : rest.size();
+        };
+        const std::size_t line = behind_break(0);
+        const std::size_t end = step <= line ? line : behind_break(step);
         std::size_t used = 0;
-        const bool known_bad = line == text.size();
-        if (known_bad || !convert_fast(rest.first(line), last && line == rest.size(), used) ||
-            used == 0) {
-            line_.clear();
-            used = convert_by_character(rest, line, last);
+        const bool known_bad = end == text.size();
+        if (!known_bad && convert_fast(rest.first(end), last && end == rest.size(), used) &&
+            used > 0) {
+            at += used;
+            step = std::max(step, end) * 2;
+            continue;
         }
+        step = std::min(step, end) / 4;
+        if (end > line) {
+            continue;
+        }
+        line_.clear();
+        used = convert_by_character(rest, line, last);
         if (used == 0) {
             break;
         }

@@ -1,0 +1,151 @@
+#!/usr/bin/env python3
+"""Runs pvzan as a person does at a terminal, and as a filter: terminal.py PVZAN"""
+import os
+import pathlib
+import pty
+import random
+import re
+import select
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+TOOL = os.path.abspath(sys.argv.pop(1))
+
+
+def at_terminal(arguments, directory, environment=None, then=None):
+    """Both outputs on a pseudo-terminal; what they say, and the status. then is called with the process id and the
+    text so far."""
+    child, terminal = pty.fork()
+    if child == 0:
+        os.chdir(directory)
+        os.execve(TOOL, [TOOL] + arguments, {"TERM": "xterm", "LC_ALL": "C.UTF-8", **(environment or {})})
+    text = b""
+    while True:
+        try:
+            more = os.read(terminal, 65536)
+        except OSError:
+            break
+        if not more:
+            break
+        text += more
+        if then:
+            then(child, text)
+    os.close(terminal)
+    return text.decode("utf-8", "replace"), os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
+
+
+def run(arguments, directory, **settings):
+    return subprocess.run([TOOL] + arguments, cwd=directory, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                          check=False, **settings)
+
+
+class Terminal(unittest.TestCase):
+    def setUp(self):
+        self.room = tempfile.TemporaryDirectory()
+        self.dir = pathlib.Path(self.room.name)
+
+    def tearDown(self):
+        self.room.cleanup()
+
+    def test_color_and_excerpt_only_at_a_terminal(self):
+        (self.dir / "bad").write_bytes("二行".encode("cp932") + b"\xff\n")
+        arguments = ["-f", "cp932", "-o", "x", "bad"]
+        seen, status = at_terminal(arguments, self.dir)
+        self.assertEqual(status, 1)
+        self.assertIn("\x1b[1;31merror:\x1b[0m", seen)
+        self.assertIn("    二行▒\r\n        \x1b[1;32m^", seen)  # under the fifth column
+        plain = run(arguments, self.dir).stderr.decode()
+        self.assertNotIn("\x1b", plain)
+        self.assertNotIn("▒", plain)
+        self.assertNotIn("\x1b", at_terminal(arguments, self.dir, {"NO_COLOR": "1"})[0])
+        self.assertNotIn("\x1b", at_terminal(["--color", "never"] + arguments, self.dir)[0])
+        self.assertIn("\x1b[1;31m", run(["--color", "always"] + arguments, self.dir).stderr.decode())
+
+    def fill(self, files, size):
+        text = ("日本語の文章 ABC\r\n" * (size // 20)).encode("cp932")
+        for i in range(files):
+            (self.dir / f"f{i:04}").write_bytes(text)
+
+    def test_progress_is_drawn_after_a_second_and_erased(self):
+        self.fill(2, 4000)
+        (self.dir / "bad").write_bytes(b"\xff")
+        os.mkfifo(self.dir / "slow")
+        arguments = ["check", "-v", "-f", "cp932", "f0000", "slow", "bad", "f0001"]
+        with subprocess.Popen(["bash", "-c", "sleep 1.2; echo done > slow"], cwd=self.dir):
+            seen, status = at_terminal(arguments, self.dir)
+        self.assertEqual(status, 1)
+        bar = re.search(r"\[#+-+\] +\d+ %  2/4 files  \S+ kB  \S+ \S+/s  \d+:\d\d left", seen)
+        self.assertIsNotNone(bar, seen)
+        self.assertTrue(seen[bar.end():].startswith("\r\x1b[K"), "erased before the next line")
+        self.assertTrue(seen.endswith("\r\x1b[K3 sound, 1 failed\r\n"), seen)
+        with subprocess.Popen(["bash", "-c", "sleep 1.2; echo done > slow"], cwd=self.dir):
+            self.assertNotIn(b"left", run(arguments, self.dir).stderr)
+
+    def test_interrupt_leaves_no_temporary_and_keeps_what_is_done(self):
+        self.fill(300, 200_000)
+        before = {file.name: file.read_bytes() for file in self.dir.iterdir()}
+        tool = subprocess.Popen([TOOL, "-i", "-j", "2", "-f", "cp932"] + sorted(before), cwd=self.dir,
+                                stderr=subprocess.DEVNULL)
+        while (self.dir / "f0003").read_bytes() == before["f0003"]:
+            time.sleep(0.001)
+        tool.send_signal(signal.SIGINT)
+        self.assertEqual(tool.wait(), -signal.SIGINT)  # a shell tells 130
+        self.assertEqual({file.name for file in self.dir.iterdir()}, set(before))
+        wanted = before["f0000"].decode("cp932").encode()
+        for name, old in before.items():
+            self.assertIn((self.dir / name).read_bytes(), (old, wanted))
+        self.assertEqual((self.dir / "f0000").read_bytes(), wanted)
+
+    def test_filter_passes_lines_on_and_dies_of_a_closed_pipe(self):
+        tool = subprocess.Popen([TOOL, "-f", "cp932"], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.addCleanup(tool.kill)
+        for _ in range(3):
+            tool.stdin.write(b"\x82\xa0\n")
+            tool.stdin.flush()
+            self.assertTrue(select.select([tool.stdout], [], [], 10)[0])
+            self.assertEqual(os.read(tool.stdout.fileno(), 100), "あ\n".encode())
+        tool.stdout.close()
+        try:
+            tool.stdin.write(b"x\n")
+            tool.stdin.close()
+        except BrokenPipeError:
+            pass
+        self.assertEqual(tool.wait(), -signal.SIGPIPE)
+
+    def test_threads_change_nothing(self):
+        """-j over files and inside a text: output, messages and their order are those of one thread."""
+        chance = random.Random(5)
+        lines = ["これは試験です、かな", "short", "俱A𠀋か゚〜①", "a" * 300]
+        for encoding in ("cp932", "utf-16-le", "iso-2022-jp", "utf-8"):
+            text = bytearray()
+            while len(text) < 2_500_000:
+                line = (chance.choice(lines) + chance.choice(["\n", "\r\n"])).encode(encoding, "ignore")
+                if chance.random() < 0.001:
+                    line = b"\x1b$B0!\n0!\n\x1b(B\n" if "2022" in encoding else line[:2] + b"\xff\xdc" + line[2:]
+                text += line
+            (self.dir / encoding).write_bytes(text)
+            for target, how in (("utf-16", "stop"), ("iso-2022-jp", "hex")):
+                arguments = ["-f", encoding.replace("16-le", "16le"), "-t", target, "-e", how, "-v", encoding]
+                one, four = (run(["-j", jobs] + arguments, self.dir) for jobs in "14")
+                self.assertEqual((one.returncode, one.stderr), (four.returncode, four.stderr), arguments)
+                self.assertTrue(one.stdout == four.stdout, arguments)
+        names = [file.name for file in self.dir.iterdir()] * 3 + ["missing"]
+        one, four = (run(["check", "-t", "cp932", "--json", "-j", jobs] + names, self.dir) for jobs in "14")
+        self.assertEqual((one.returncode, one.stderr), (four.returncode, four.stderr))
+        self.assertTrue(one.stdout == four.stdout)
+
+    def test_memory_does_not_grow_with_the_input(self):
+        script = "yes '日本語の文章、長い行' | head -c 60000000 | /usr/bin/env python3 -c \"" \
+                 "import resource, subprocess, sys; subprocess.run(sys.argv[1:], stdout=subprocess.DEVNULL); " \
+                 "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)\" "
+        for arguments in ("-t cp932", "-t iso-2022-jp --read-back", "-f utf-8 -t utf-16"):
+            peak = subprocess.check_output(["bash", "-c", script + TOOL + " " + arguments])
+            self.assertLess(int(peak), 16 * 1024, arguments)
+
+
+if __name__ == "__main__":
+    unittest.main()
