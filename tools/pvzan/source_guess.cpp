@@ -11,7 +11,12 @@ namespace tool {
 
 namespace {
 
-constexpr std::size_t longest_sequence = 4;
+// UTF-8 as far as it goes, cut or not.
+bool is_utf8(bytes_view head) {
+    const charset_name utf8 = resolve_charset("utf-8");
+    const bytes_view rest = head.subspan(well_formed_length(head, utf8));
+    return rest.empty() || read_sequence(rest, utf8).kind == unicode_sequence::cut;
+}
 
 bool has_switches(bytes_view head) {
     const std::string_view text(reinterpret_cast<const char*>(head.data()), head.size());
@@ -33,11 +38,9 @@ source_guess guess_source(bytes_view head, const std::vector<std::string>& candi
     const auto request = std::make_unique<pvzan_detection_request>();
     request->text = head.data();
     request->textEnd = static_cast<std::int32_t>(head.size());
-    const charset_name utf8 = resolve_charset("utf-8");
     const bool zeros = std::ranges::find(head, std::uint8_t{0}) != head.end();
-    if (!zeros && !has_switches(head) &&
-        head.size() - well_formed_length(head, utf8) < longest_sequence) {
-        guess.charset = utf8;
+    if (!zeros && !has_switches(head) && is_utf8(head)) {
+        guess.charset = resolve_charset("utf-8");
     } else if (cconvChkEncode(request.get()) == 0) {
         guess.binary = zeros;
         guess.why = "cannot tell the encoding; use --from";
