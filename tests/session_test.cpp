@@ -1,5 +1,4 @@
-// The session record: what each call sets and leaves, statuses as resume points, and records that a
-// careless caller filled in.
+// The session record: what each call sets and leaves, and statuses as resume points.
 #include "tests/support/convert.h"
 
 #include "tests/support/oracle.h"
@@ -146,94 +145,6 @@ TEST(Session, TheSourceMayChangeUnderWay) {
     s->outPos = 0;
     feed("shift_jis", "abc");
     EXPECT_EQ(s->inCount, 7U);
-}
-
-// ---- Records that a careless caller fills in ---------------------------------------------------
-
-TEST(Session, SenselessPositionsConvertNothing) {
-    const test::guarded_buffer in(16), out(16);
-    constexpr std::int32_t positions[] = {INT32_MIN, -1, 0, 8, INT32_MAX};
-    for (const char* from : test::all_charsets) {
-        for (const char* to : {"utf-8", "utf-16", "shift_jis", "iso-2022-jp", "iso-10646-ucs-2"}) {
-            const auto opened = test::open(from, to);
-            pvzan_session s = *opened;
-            for (const std::uint32_t status : {0U, 12U, 21U}) {
-                for (const std::int32_t position : positions) {
-                    for (const std::int32_t length : positions) {
-                        if (position >= 0 && position < length) {
-                            continue;
-                        }
-                        s = *opened;
-                        s.status = status;
-                        s.inBuf = in.data();
-                        s.inPos = position;
-                        s.inLen = length;
-                        test::give_output(s, {out.data(), 16});
-                        ASSERT_EQ(cconvConvert(&s), 0U) << from << position << ", " << length;
-                        ASSERT_EQ(s.inPos, position);
-                        ASSERT_EQ(s.outPos, 0);
-                        ASSERT_EQ(s.inCount, 0U);
-                    }
-                }
-            }
-        }
-    }
-}
-
-TEST(Session, SenselessOutputPositionsWriteNothing) {
-    const std::string text = test::convert("utf-8", "utf-16", "A");
-    const test::guarded_buffer out(16);
-    std::memset(out.data(), 0xDB, 16);
-    const std::string untouched(16, '\xDB');
-    for (const char* to : test::all_charsets) {
-        conversion c{.from = "utf-16", .to = to};
-        for (const bool mark : {false, true}) {
-            for (const bool newline : {false, true}) {
-                c.target.dstWriteBom = mark;
-                c.target.convertNewline = newline;
-                const std::string input = newline ? std::string("\0\r", 2) : text;
-                const struct {
-                    std::uint8_t* buffer;
-                    std::int32_t position, length;
-                } rows[] = {{out.data(), -1, 16},
-                            {out.data(), INT32_MIN, 16},
-                            {out.data(), INT32_MIN, INT32_MIN},
-                            {out.data(), 0, -1},
-                            {out.data(), 17, 16},
-                            {out.data(), INT32_MAX, INT32_MAX},
-                            {nullptr, 0, 16}};
-                for (const auto& row : rows) {
-                    const auto s = test::open_session(c);
-                    test::give_input(*s, input);
-                    s->outBuf = row.buffer;
-                    s->outPos = row.position;
-                    s->outLen = row.length;
-                    ASSERT_EQ(cconvConvert(s.get()), PVZAN_OUTPUT_FULL) << to;
-                    ASSERT_EQ(s->outPos, row.position);
-                    ASSERT_EQ(std::string(out.data(), out.data() + 16), untouched);
-                    // The character is not lost.
-                    test::give_output(*s, {out.data(), 16});
-                    ASSERT_EQ(cconvConvert(s.get()), 0U);
-                    ASSERT_GT(s->outPos, 0) << to;
-                    std::memset(out.data(), 0xDB, 16);
-                }
-            }
-        }
-    }
-}
-
-// A room that ends where positions end: sums of position and width must not wrap.
-TEST(Session, RoomAtTheEndOfAllPositions) {
-    for (const char* to : {"utf-8", "utf-16", "iso-10646-ucs-4", "shift_jis", "euc-jp"}) {
-        const auto s = test::open("utf-8", to);
-        std::uint8_t byte = 0;
-        test::give_input(*s, "あ");
-        s->outBuf = &byte; // not written to: there is room for one byte only
-        s->outPos = INT32_MAX - 1;
-        s->outLen = INT32_MAX;
-        EXPECT_EQ(cconvConvert(s.get()), PVZAN_OUTPUT_FULL);
-        EXPECT_EQ(s->outPos, INT32_MAX - 1);
-    }
 }
 
 } // namespace
