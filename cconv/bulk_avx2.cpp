@@ -162,6 +162,11 @@ AVX2 inline u64 in_range(__m256i low, __m256i high, u8 first, u8 last) {
     return u64{half(high)} << 32 | half(low);
 }
 
+// Sixteen single bytes.
+AVX2 inline void put_sixteen(const u8* in, u16* codes) {
+    store(codes, _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in))));
+}
+
 AVX2 scalar_block decode_utf8(const u8* in, u16* scalars) {
     const __m256i low = load(in), high = load(in + vector_bytes);
     const u64 beyond_ascii = u64{mask_of(high)} << 32 | mask_of(low);
@@ -182,6 +187,12 @@ AVX2 scalar_block decode_utf8(const u8* in, u16* scalars) {
     scalar_block block{0, 0};
     // The last steps would read behind the block.
     while (block.bytes < size && block.bytes + 16 <= chunk_bytes) {
+        if ((beyond_ascii >> block.bytes & 0xFFFF) == 0 && block.bytes + 16 <= size) {
+            put_sixteen(in + block.bytes, scalars + block.scalars);
+            block.scalars += 16;
+            block.bytes += 16;
+            continue;
+        }
         const decode_step& step = decoding.steps[ends >> block.bytes & (decoding.steps.size() - 1)];
         const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + block.bytes));
         const __m128i shuffle = _mm_loadu_si128(

@@ -186,7 +186,7 @@ public:
 private:
     // Converts as much of the block at p as stands for itself; 0 when that is nothing.
     std::size_t block(const u8*& p, u8*& q) {
-        if (stretch_.out_end - q < block_out_margin || memory_.kernels == nullptr) {
+        if (stretch_.out_end - q < block_out_margin) {
             return 0;
         }
         u16 scalars[block_scalars + chunk_scalars]; // vectors reach behind the last

@@ -1,6 +1,5 @@
 // Vector code of the fast path, chosen by what the processor has: long runs of ASCII, and blocks of
-// well-formed Unicode text. Where there is none for a processor the loops go on character by
-// character.
+// text taken apart and put together.
 #pragma once
 
 #include "cconv/base.h"
@@ -67,7 +66,7 @@ struct bulk_kernels {
     std::size_t (*plain_scalars)(const u16* scalars, std::size_t count, std::span<const u16> stops);
 };
 
-extern const bulk_kernels bulk_kernels_avx2, bulk_kernels_avx512;
+extern const bulk_kernels bulk_kernels_portable, bulk_kernels_avx2, bulk_kernels_avx512;
 
-// The best for this processor; null when none fits.
-const bulk_kernels* bulk_best_kernels();
+// The best for this processor.
+const bulk_kernels& bulk_best_kernels();

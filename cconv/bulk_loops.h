@@ -5,7 +5,8 @@
 
 #include <iterator>
 
-#if defined(__SSE2__)
+#if defined(__SSE2__) && !defined(PVZAN_PORTABLE)
+#define PVZAN_BULK_SSE2
 #include <emmintrin.h>
 #endif
 
@@ -27,7 +28,12 @@ constexpr bool is_line_break(u32 c) {
 
 // ---- Runs of ASCII -----------------------------------------------------------------------------
 
-#if defined(__SSE2__)
+struct ascii_vector;
+template <bulk_ascii Kind>
+std::size_t long_run(const ascii_vector& vector, const u8* p, const u8* in_stop, u8* q,
+                     const u8* out_stop);
+
+#if defined(PVZAN_BULK_SSE2)
 
 struct ascii_vector {
     explicit ascii_vector(const bulk_memory& memory)
@@ -60,22 +66,6 @@ struct ascii_vector {
     bool any_special;
 };
 
-// A run that fills a vector is probably long: the processor's own kernel goes on with it.
-template <bulk_ascii Kind>
-std::size_t long_run(const ascii_vector& vector, const u8* p, const u8* in_stop, u8* q,
-                     const u8* out_stop) {
-    if (vector.kernels == nullptr || p >= in_stop || q >= out_stop) {
-        return 0;
-    }
-    const ascii_run run{p, static_cast<std::size_t>(in_stop - p), q,
-                        static_cast<std::size_t>(out_stop - q), vector.stops_at};
-    if constexpr (Kind == bulk_ascii::same) {
-        return vector.kernels->copy_ascii(run);
-    } else {
-        return vector.kernels->widen_ascii(run, Kind == bulk_ascii::widen_big);
-    }
-}
-
 // The same for two-byte units that become single bytes, eight at a time.
 template <bool BigEndian>
 std::size_t narrow_ascii(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
@@ -99,7 +89,7 @@ std::size_t narrow_ascii(const ascii_vector& vector, const u8* p, const u8* in_s
         if (length < 8) {
             break;
         }
-        if (p == begin + 16 && vector.kernels != nullptr && p < in_stop && q < out_stop) {
+        if (p == begin + 16 && p < in_stop && q < out_stop) {
             const std::size_t n = vector.kernels->narrow_ascii(
                 {p, static_cast<std::size_t>(in_stop - p), q,
                  static_cast<std::size_t>(out_stop - q), vector.stops_at},
@@ -149,8 +139,11 @@ std::size_t copy_ascii(const ascii_vector& vector, const u8* p, const u8* in_sto
 #else
 
 struct ascii_vector {
-    explicit ascii_vector(const bulk_memory& m) : memory(m) {}
+    explicit ascii_vector(const bulk_memory& m)
+        : memory(m), kernels(m.kernels), stops_at(m.special_count != 0 ? m.special : nullptr) {}
     const bulk_memory& memory;
+    const bulk_kernels* kernels;
+    const u8* stops_at;
 };
 
 template <bulk_ascii Kind>
@@ -164,6 +157,9 @@ std::size_t copy_ascii(const ascii_vector& vector, const u8* p, const u8* in_sto
         }
         return special;
     };
+    const std::size_t n = long_run<Kind>(vector, p, in_stop, q, out_stop);
+    p += n;
+    q += Kind == bulk_ascii::same ? n : 2 * n;
     for (; p < in_stop && q < out_stop && !stops(*p); ++p) {
         if constexpr (Kind == bulk_ascii::widen_big) {
             *q++ = 0;
@@ -176,12 +172,35 @@ std::size_t copy_ascii(const ascii_vector& vector, const u8* p, const u8* in_sto
     return static_cast<std::size_t>(p - begin);
 }
 
+// What remains of a run after this the entries do.
 template <bool BigEndian>
-std::size_t narrow_ascii(const ascii_vector&, const u8*, const u8*, u8*&, const u8*) {
-    return 0; // the entries do
+std::size_t narrow_ascii(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
+                         const u8* out_stop) {
+    const std::size_t n =
+        vector.kernels->narrow_ascii({p, static_cast<std::size_t>(in_stop - p), q,
+                                      static_cast<std::size_t>(out_stop - q), vector.stops_at},
+                                     BigEndian);
+    q += n;
+    return n;
 }
 
 #endif
+
+// A run that fills a vector is probably long: the processor's own kernel goes on with it.
+template <bulk_ascii Kind>
+std::size_t long_run(const ascii_vector& vector, const u8* p, const u8* in_stop, u8* q,
+                     const u8* out_stop) {
+    if (p >= in_stop || q >= out_stop) {
+        return 0;
+    }
+    const ascii_run run{p, static_cast<std::size_t>(in_stop - p), q,
+                        static_cast<std::size_t>(out_stop - q), vector.stops_at};
+    if constexpr (Kind == bulk_ascii::same) {
+        return vector.kernels->copy_ascii(run);
+    } else {
+        return vector.kernels->widen_ascii(run, Kind == bulk_ascii::widen_big);
+    }
+}
 
 // ---- Readers -----------------------------------------------------------------------------------
 

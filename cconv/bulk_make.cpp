@@ -235,7 +235,7 @@ bulk_memory* bulk_make_memory(const session* s, const bulk_plan& plan) {
     }
     auto* memory = static_cast<bulk_memory*>(raw); // all zero is a valid state of it
     static_cast<bulk_plan&>(*memory) = plan;
-    memory->kernels = bulk_best_kernels();
+    memory->kernels = &bulk_best_kernels();
     set_stops(*memory);
     std::memcpy(scratch.get(), s, sizeof(session));
     scratch->target.useSubstitute = 0;

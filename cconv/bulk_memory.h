@@ -141,7 +141,7 @@ struct bulk_memory : bulk_plan {
     u8 special[4]; // ASCII bytes that no run may hold; unused ones repeat the first
     u32 special_count;
     bulk_newline newline;
-    const bulk_kernels* kernels; // null: none for this processor
+    const bulk_kernels* kernels;
     u16 stops[12]; // between Unicode charsets: scalars that do not stand for themselves
     u32 stop_count;
     std::atomic<u32> long_count;
