@@ -36,6 +36,11 @@ TEST(Wrapper, SettlesTheCharsetDirectoryAndNeverTakesTheCurrentOne) {
         EXPECT_TRUE(pvzan::use_charsets(PVZAN_BASE2_DIR));
     });
     test::in_child([] {
+        EXPECT_EQ(ZAN_setCharsetPath(PVZAN_BASE2_DIR), 1U); // the program's own choice stands
+        EXPECT_FALSE(pvzan::use_charsets("/"));
+        EXPECT_EQ(pvzan::charset_directory(), PVZAN_BASE2_DIR);
+    });
+    test::in_child([] {
         ::setenv("PVZAN_CHARSET_DIR", PVZAN_BASE2_DIR, 1);
         EXPECT_FALSE(pvzan::use_charsets("/no/such/directory"));
         EXPECT_FALSE(pvzan::converter("ascii", "utf-8"));
@@ -105,6 +110,7 @@ TEST(Wrapper, IsStrictAndKnowsPlaces) {
         // Control codes that would switch sets, pairs that the target lacks.
         {"utf-8", "iso-2022-jp", "A\x1B(Bあ\x0E", "\x1B(BA(B\x1B$B$\"\x1B(B", "23@1:1 23@7:1 "},
         {"euc-jp", "iso-2022-jp", "\x1B\xA4\xA2", "\x1B$B$\"\x1B(B", "23@0:1 "},
+        {"sjis", "UTF-8", "A\xFF", "A", "13@1:1 "},
         {"utf-8", "euc-jp", "A\x7F", "A", "23@1:1 "},
         {"utf-8", "sjis", "か\u309Aき", "\x82\xA9\x82\xAB", "23@3:3 "},
         {"sjis-2004", "euc-jp", "\x82\xF5\x82\xA9", "\xA4\xAB", "23@0:2 "},

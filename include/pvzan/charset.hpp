@@ -166,12 +166,8 @@ inline bool settle_directory() {
 // lie. False when path holds no definitions, or another directory was settled before.
 inline bool use_charsets(const std::string& path) {
     detail::directory_choice& choice = detail::directory_choice::of_process();
-    bool first = false;
-    std::call_once(choice.once, [&] {
-        choice.settle(path);
-        first = true;
-    });
-    return choice.usable && (first || choice.path == path);
+    std::call_once(choice.once, [&] { choice.settle(path); });
+    return choice.usable && choice.path == path;
 }
 
 // The charset directory in use; empty: there is none.

@@ -154,6 +154,7 @@ private:
     bool is_clean(std::string_view text);
     std::size_t step_unicode(std::string_view text, bool last);
     std::size_t step_code(std::string_view text, bool last);
+    bool may_continue(std::string_view text);
     void put(std::string_view spelled, fault at);
     void forget_plane();
     void report(const fault& what);

@@ -358,6 +358,20 @@ inline std::size_t converter::step_unicode(std::string_view text, bool last) {
     return at.bytes.size();
 }
 
+// Whether any byte behind the text makes it more of a character.
+inline bool converter::may_continue(std::string_view text) {
+    std::string longer(text);
+    longer += '\0';
+    for (int next = 0; next <= 0xFF; ++next) {
+        longer.back() = static_cast<char>(next);
+        prober_->srcShiftSet = session_->srcShiftSet;
+        if (probe(longer) != PVZAN_INVALID_INPUT) {
+            return true;
+        }
+    }
+    return false;
+}
+
 inline std::size_t converter::step_code(std::string_view text, bool last) {
     const char lead = text[0];
     const bool stands_alone = lead == '\x1B' || lead == '\r' || lead == '\n' || lead == '\t';
@@ -381,7 +395,7 @@ inline std::size_t converter::step_code(std::string_view text, bool last) {
         if (!last) {
             return 0;
         }
-        at.why = status::incomplete;
+        at.why = may_continue(text) ? status::incomplete : status::invalid;
         at.bytes = text;
         report(at);
         return text.size();
