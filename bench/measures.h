@@ -22,14 +22,10 @@ inline double now_ns() {
         .count();
 }
 
-// What lies at a fraction of the sorted values.
-inline double quantile(std::vector<double>& values, double fraction) {
-    const auto at = static_cast<std::ptrdiff_t>(fraction * static_cast<double>(values.size() - 1));
-    std::ranges::nth_element(values, values.begin() + at);
-    return values[static_cast<std::size_t>(at)];
-}
 inline double median(std::vector<double>& values) {
-    return quantile(values, 0.5);
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::ranges::nth_element(values, middle);
+    return *middle;
 }
 
 std::vector<std::uint8_t> read_text(const options& wanted, const std::string& name);

@@ -2,8 +2,8 @@
 //
 //     pvzan_bench_processes ROUNDS COMMAND...     each COMMAND one argument, split at spaces
 //
-// Prints a Markdown row for each: median of wall and processor time in ms, largest peak of memory
-// in MB. What they write is thrown away.
+// Prints a Markdown row for each: wall time in ms, the least and the median; median of the
+// processor time; largest peak of memory in MB. What they write is thrown away.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -89,7 +89,8 @@ int main(int argc, char** argv) {
             }
         }
     }
-    std::printf("| command | wall, ms | CPU, ms | peak, MB |\n|---|---:|---:|---:|\n");
+    std::printf(
+        "| command | wall, ms: least (median) | CPU, ms | peak, MB |\n|---|---:|---:|---:|\n");
     for (command& c : commands) {
         const std::size_t slash = c.words[0].rfind('/');
         std::string shown = slash == std::string::npos ? c.words[0] : c.words[0].substr(slash + 1);
