@@ -162,12 +162,13 @@ void encode_character(session* s) {
 void drive(session* s, bulk_guide& bulk, short_guide& known) {
     for (;;) {
         if (s->status == PVZAN_INPUT_INCOMPLETE || s->status == PVZAN_WRITTEN) {
+            if (s->status == PVZAN_WRITTEN) {
+                bulk.run(s);
+                known.run(s);
+            }
             if (input_left(s).empty()) {
                 s->status = PVZAN_DONE;
                 return;
-            }
-            if (s->status == PVZAN_WRITTEN) {
-                bulk.run(s);
             }
             bulk.begin(s);
             known.begin(s);
@@ -240,10 +241,7 @@ u32 cconvConvert(session* s) {
     if (!is_resume_point(s->status)) {
         s->status = PVZAN_WRITTEN;
     }
-    short_guide known(s);
-    if (known.convert(s)) {
-        return s->status;
-    }
+    short_guide known;
     bulk_guide bulk(s);
     drive(s, bulk, known);
     bulk.leave(s);

@@ -14,7 +14,6 @@
 
 namespace {
 
-constexpr std::size_t most_input = 128;
 constexpr u32 max_bytes = 4; // of a character, on either side
 
 // ---- What is remembered ------------------------------------------------------------------------
@@ -234,6 +233,7 @@ bool is_plain(const short_memory& memory, const record& r, std::span<const u8> s
 
 // What a call on known characters comes to.
 struct outcome {
+    const u8* in;
     u8* out;
     u32 current;         // srcCode of the last character
     u32 before_last = 0; // and of the one before it
@@ -307,6 +307,28 @@ std::size_t copy_plain(const short_memory& memory, std::span<const u8> input, co
     }
 }
 
+// The input without a cut character at its end and, where characters are read with a look at the
+// next one, the one before it.
+std::span<const u8> whole_part(const short_memory& memory, std::span<const u8> input) {
+    const auto is_continuation = [](u8 byte) { return byte >= 0x80 && byte < 0xC0; };
+    std::size_t size = input.size();
+    const u32 unit = unit_length(memory);
+    if (memory.length_by != reader::utf8) {
+        const bool cut = size % unit != 0;
+        return input.first(size - size % unit - (cut && size > unit ? unit : 0));
+    }
+    const auto last_lead = [&] {
+        while (size > 0 && is_continuation(input[--size])) {
+        }
+        return size;
+    };
+    const std::size_t lead = last_lead();
+    if (lead + length_at(memory, &input[lead]) <= input.size()) {
+        return input;
+    }
+    return input.first(last_lead());
+}
+
 // False when a character is not known, or there may be no room.
 bool look_up(short_memory& memory, std::span<const u8> input, const u8* out_stop, outcome& o) {
     const u8* p = input.data();
@@ -317,7 +339,10 @@ bool look_up(short_memory& memory, std::span<const u8> input, const u8* out_stop
             continue;
         }
         const u32 length = length_at(memory, p);
-        if (length == 0 || static_cast<std::size_t>(end - p) < length || o.out >= out_stop) {
+        if (length > static_cast<std::size_t>(end - p) && o.characters > 0) {
+            break; // a cut character
+        }
+        if (length == 0 || length > static_cast<std::size_t>(end - p) || o.out >= out_stop) {
             return false;
         }
         const record* r = find_record(memory, character_key(p, length, end));
@@ -334,18 +359,20 @@ bool look_up(short_memory& memory, std::span<const u8> input, const u8* out_stop
         o.last = r;
         p += length;
     }
-    if (o.last == nullptr) {
+    o.in = p;
+    if (o.last == nullptr && o.characters > 0) {
         const u32 length = unit_length(memory);
-        o.last = find_record(memory, character_key(end - length, length, end));
+        o.last = find_record(memory, character_key(p - length, length, p));
     }
     return o.last != nullptr;
 }
 
 } // namespace
 
-short_guide::short_guide(const session* s) {
-    const std::size_t size = input_left(s).size();
-    if (size == 0 || size > most_input || !only_characters(s)) {
+void short_guide::try_rest(session* s) {
+    const std::span<const u8> input = input_left(s);
+    const i64 room = output_room(s);
+    if (input.empty() || !only_characters(s)) {
         return;
     }
     const pair_key key = key_of(s);
@@ -353,21 +380,16 @@ short_guide::short_guide(const session* s) {
     if (memory_ == nullptr) {
         memory_ = make_memory(s, key);
     }
-}
-
-bool short_guide::convert(session* s) {
-    const i64 room = output_room(s);
-    if (memory_ == nullptr || s->status != PVZAN_WRITTEN || room < i64{max_bytes}) {
-        return false;
+    if (memory_ == nullptr || room < i64{max_bytes}) {
+        return;
     }
     u8* const out = s->outBuf + s->outPos;
-    const std::span<const u8> input = input_left(s);
-    outcome o{out, s->srcCode};
-    if (!look_up(*memory_, input, out + room - (max_bytes - 1), o)) {
-        return false;
+    outcome o{input.data(), out, s->srcCode};
+    if (!look_up(*memory_, whole_part(*memory_, input), out + room - (max_bytes - 1), o)) {
+        return;
     }
     const record& last = *o.last;
-    s->inPos += static_cast<i32>(input.size());
+    s->inPos += static_cast<i32>(o.in - input.data());
     s->outPos += static_cast<i32>(o.out - out);
     s->inCount += o.characters;
     s->outCount += o.codes;
@@ -383,8 +405,6 @@ bool short_guide::convert(session* s) {
     s->charSetType = last.charSetType;
     s->outSetNo = last.outSetNo;
     s->outSetType = last.outSetType;
-    s->status = PVZAN_DONE;
-    return true;
 }
 
 void short_guide::remember(const session* s) {

@@ -1,9 +1,10 @@
-// Short calls: whole texts of known characters at once.
+// Short texts of known characters at once.
 //
-// A call on a line or a word is over before the fast path of bulk.h pays. For a pair of charsets
-// this keeps, by the bytes of a source character, what the rules wrote for it and what they left in
-// the session, wherever that depended on nothing else. A text whose characters are all known is
-// converted from there, to the last field of the session; any other text is the rules' alone.
+// A call on a line or a word is over before the fast path of bulk.h pays, and that one ends a
+// little before its input does. For a pair of charsets this keeps, by the bytes of a source
+// character, what the rules wrote for it and what they left in the session, wherever that depended
+// on nothing else. A text whose characters are all known is converted from there, to the last field
+// of the session; any other text is the rules' alone.
 #pragma once
 
 #include "cconv/engine.h"
@@ -12,12 +13,14 @@ struct short_memory;
 
 class short_guide {
 public:
-    // Finds the memory of the session's pair; without one, for long input say, nothing here does
-    // anything.
-    explicit short_guide(const session* s);
-
-    // Converts all input, or nothing. To be called before the first character of a call.
-    bool convert(session* s);
+    // Converts all input but a cut character at its end, or nothing: once, as soon as little input
+    // is left. To be called between two characters.
+    void run(session* s) {
+        if (!tried_ && s->inLen - i64{s->inPos} <= most_input) {
+            tried_ = true;
+            try_rest(s);
+        }
+    }
 
     // Around the rules' own work on a character.
     void begin(const session* s) {
@@ -34,9 +37,13 @@ public:
     }
 
 private:
+    static constexpr i64 most_input = 128;
+
+    void try_rest(session* s);
     void remember(const session* s);
 
-    short_memory* memory_ = nullptr;
+    bool tried_ = false;
+    short_memory* memory_ = nullptr; // of the session's pair, from then on
     bool noted_ = false;
     i32 in_pos_ = 0, out_pos_ = 0;
     u32 in_count_ = 0, out_count_ = 0;
