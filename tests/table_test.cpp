@@ -15,7 +15,6 @@
 #include <random>
 #include <string>
 #include <sys/resource.h>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -324,36 +323,6 @@ TEST(TableCache, OneThatCannotBeWrittenLeavesNothing) {
     expect_table();
     EXPECT_EQ(names_in(dir), (std::vector<std::string>{"t.cmp", "t.txt"}));
     std::filesystem::remove_all(dir.file("t.cmp"));
-}
-
-// Threads load each table once. Whatever writes its cache at the same time, as other processes
-// would, readers see no cache or a whole one.
-TEST(TableLoading, ManyAtOnce) {
-    const charset_directory dir;
-    const pairs all = many_pairs(3000);
-    std::vector<owned_table> tables;
-    for (int i = 0; i < 8; ++i) {
-        const std::string name = "t" + std::to_string(i) + ".txt";
-        dir.write(name, widen(as_text(all), 2, false));
-        tables.push_back(make_table(4, 1, name));
-    }
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([&] {
-            for (const owned_table& table : tables) {
-                EXPECT_EQ(loadTableFile(table.get()), 1U);
-                EXPECT_EQ(table->loadTries, 0);
-                expect_maps(table.get(), all);
-                loadTablFile(make_table(4, 1, "t0.txt").get()); // without the lock
-                const std::string cache = dir.read("t0.cmp");
-                EXPECT_TRUE(cache.empty() || cache == as_cache(all)) << cache.size();
-                removeFile(dir.file("t0.cmp").c_str());
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
 }
 
 TEST(TableLookup, TheFirstTableThatMapsTheCodeWins) {
