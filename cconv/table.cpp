@@ -175,7 +175,7 @@ class cache_writer {
 public:
     explicit cache_writer(const char* path) : path_(path) {
         if (temporary_name(temporary_, path)) {
-            file_.reset(ZAN_FileOpen(temporary_, "wb+x"));
+            file_ = create_file(temporary_);
         }
     }
     ~cache_writer() { discard(); }

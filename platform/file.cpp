@@ -115,6 +115,10 @@ owned_file open_regular(const char* path) {
     return owned_file(stream);
 }
 
+owned_file create_file(const char* path) {
+    return owned_file(std::fopen(path, "wbxe"));
+}
+
 bool ran_short(FILE* stream) {
     return std::feof(stream) != 0 || std::ferror(stream) != 0;
 }
