@@ -1,6 +1,7 @@
 #include "tools/pvzan/source_guess.h"
 
 #include "tools/pvzan/message.h"
+#include "tools/pvzan/text_stream.h"
 
 #include "pvzan.h"
 
@@ -21,6 +22,40 @@ bool is_utf8(bytes_view head) {
 bool has_switches(bytes_view head) {
     const std::string_view text(reinterpret_cast<const char*>(head.data()), head.size());
     return text.find("\x1b$") != text.npos || text.find("\x1b(") != text.npos;
+}
+
+// What a text is taken for when nothing is said; and UTF-16 and the like.
+const std::vector<std::string>& usual() {
+    static const std::vector<std::string> names = {"utf-8", "iso-2022-jp", "windows-31j", "euc-jp"};
+    return names;
+}
+
+// The end may be cut.
+bool is_valid(bytes_view head, const charset_name& charset) {
+    bool valid = true;
+    text_stream text(charset, resolve_charset("utf-8"),
+                     {[](bytes_view) {}, [&](const problem&) { valid = false; }});
+    if (!text.open()) {
+        return false;
+    }
+    text.feed(head);
+    return valid;
+}
+
+// The only one of the charsets that the text is valid in, if there is just one.
+void choose_valid(bytes_view head, const std::vector<std::string>& names, source_guess& guess) {
+    std::string valid;
+    int number = 0;
+    for (const std::string& name : names) {
+        charset_name charset = resolve_charset(name);
+        if (is_valid(head, charset)) {
+            valid += (number++ > 0 ? " or " : "") + charset.shown;
+            guess.charset = std::move(charset);
+        }
+    }
+    guess.known = number == 1;
+    guess.why = number == 0 ? "cannot tell the encoding; use --from"
+                            : fmt::format("cannot tell the encoding ({}); use --from", valid);
 }
 
 std::string name_of(const pvzan_detection_request& answer) {
@@ -48,11 +83,15 @@ source_guess guess_source(bytes_view head, const std::vector<std::string>& candi
     } else {
         guess.charset = resolve_charset(name_of(*request));
     }
-    guess.known =
-        candidates.empty() || std::ranges::any_of(candidates, [&](const std::string& candidate) {
-            return resolve_charset(candidate).library == guess.charset.library;
-        });
-    guess.why = fmt::format("looks like {}; use --from", guess.charset.shown);
+    const std::vector<std::string>& allowed = candidates.empty() ? usual() : candidates;
+    const auto is_allowed = [&](const std::string& name) {
+        return resolve_charset(name).library == guess.charset.library;
+    };
+    guess.known = (candidates.empty() && guess.charset.unit_bytes() > 1) ||
+                  std::ranges::any_of(allowed, is_allowed);
+    if (!guess.known) {
+        choose_valid(head, allowed, guess);
+    }
     return guess;
 }
 
