@@ -19,6 +19,8 @@
 
 namespace {
 
+using std::operator""sv;
+
 constexpr std::size_t page = 4096;
 constexpr std::size_t memory_pages = 4;
 
@@ -100,8 +102,8 @@ std::string sample(const char* charset) {
     cconvConvert(&s);
     bytes.resize(static_cast<std::size_t>(s.outPos));
     random_numbers random(1);
-    constexpr std::string_view rubbish("\x1B$(B\x8E\x8F\xFE\xFF\xF3\xA0\x80\x81\xD8\x00\xE3\x82",
-                                       18);
+    constexpr std::string_view rubbish =
+        "\x1B$(B\x8E\x8F\xFE\xFF\xF3\xA0\x80\x81\xD8\x00\xE3\x82"sv;
     for (u32 i = 0; i < 200; ++i) {
         bytes += i % 2 != 0 ? rubbish[random() % rubbish.size()] : static_cast<char>(random());
     }
@@ -274,7 +276,7 @@ TEST(Termination, EveryCombinationEnds) {
         random_numbers random(2);
         session s{};
         u8 output[64];
-        constexpr std::string_view likely("\0A\x1B$B(\x8E\xF3\xA0\x80\x81\xFF\xFE\xD8\r\nA", 16);
+        constexpr std::string_view likely = "\0A\x1B$B(\x8E\xF3\xA0\x80\x81\xFF\xFE\xD8\r\nA"sv;
         std::string text(150, '\0');
         for (const std::string& from : names) {
             for (const std::string& to : names) {
