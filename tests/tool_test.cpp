@@ -347,14 +347,20 @@ TEST(Tool, DetectsWhatTheSamplesAre) {
                    "report.utf-8.txt"},
                   "", here)
                   .output,
-              "report.euc-jp.txt: EUC-JP, LF\n"
-              "report.shift_jis.txt: WINDOWS31J, LF\n"
-              "report.utf-16.txt: UTF-16, little-endian, LF, byte-order mark\n"
-              "report.utf-8.txt: UTF-8, LF\n");
+              "report.euc-jp.txt      EUC-JP            LF     sure\n"
+              "report.shift_jis.txt   Windows-31J       LF     sure\n"
+              "report.utf-16.txt      UTF-16LE, BOM     LF     sure\n"
+              "report.utf-8.txt       UTF-8             LF     sure\n");
+    EXPECT_EQ(
+        run({"detect", "-f", "euc-jp,windows-31j", "--json", "report.euc-jp.txt"}, "", here).output,
+        R"({"file":"report.euc-jp.txt","charset":"EUC-JP","sure":true,"eol":"lf",)"
+        R"("bom":false,"candidates":[{"charset":"EUC-JP","score":1.00}]})"
+        "\n");
+    EXPECT_EQ(run({"detect", "-f", "nkf-sjis", "report.euc-jp.txt"}, "", here).status, 2);
     const outcome missing = run({"detect", "nosuch", "report.utf-8.txt"}, "", here);
     EXPECT_EQ(missing.status, 2);
-    EXPECT_EQ(missing.output, "report.utf-8.txt: UTF-8, LF\n");
-    EXPECT_EQ(run({"detect"}, std::string(50, '\xFE'), here).status, 1);
+    EXPECT_EQ(missing.output, "report.utf-8.txt   UTF-8             LF     sure\n");
+    EXPECT_EQ(run({"detect"}, std::string(50, '\0'), here).status, 1);
 }
 
 } // namespace

@@ -148,6 +148,10 @@ void add_check(CLI::App& app, command& c) {
 }
 
 void add_detect(CLI::App& app, command& c) {
+    app.add_option("-f,--from", c.detect.candidates, "Charsets to choose from")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->type_name("NAME[,NAME...]");
     add_shared(app, c, c.detect.charset_dir);
     app.add_option("files", c.detect.files, "Files; none, or -, is standard input")
         ->type_name("FILE");

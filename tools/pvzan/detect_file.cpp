@@ -2,13 +2,13 @@
 
 #include "tools/pvzan/charset_directory.h"
 #include "tools/pvzan/exit_status.h"
+#include "tools/pvzan/guess.h"
 #include "tools/pvzan/input_file.h"
 #include "tools/pvzan/message.h"
 
 #include "pvzan.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
@@ -18,7 +18,13 @@ namespace tool {
 namespace {
 
 // More than detection looks at.
-constexpr std::size_t examined_bytes = 8192;
+constexpr std::size_t examined_bytes = 16384;
+
+bool is_known_charset(const std::string& name) {
+    const auto session = std::make_unique<pvzan_session>();
+    return cconvInitConvert(session.get(), nullptr, resolve_charset(name).library.c_str()) ==
+           PVZAN_DONE;
+}
 
 // The start of a file; false on failure, with errno set.
 bool read_start(const std::string& name, std::vector<std::uint8_t>& text) {
@@ -37,40 +43,50 @@ bool read_start(const std::string& name, std::vector<std::uint8_t>& text) {
     return n >= 0;
 }
 
-const char* newline_name(std::uint32_t kind) {
-    switch (kind) {
-    case PVZAN_NEWLINE_CRLF: return "CR LF";
-    case PVZAN_NEWLINE_CR: return "CR";
-    case PVZAN_NEWLINE_LF: return "LF";
-    case PVZAN_NEWLINE_LINE_SEPARATOR: return "U+2028";
-    case PVZAN_NEWLINE_PARAGRAPH_SEPARATOR: return "U+2029";
-    default: return "no line breaks";
+std::string json_line(const std::string& name, const charset_guess& guess) {
+    std::string breaks = guess.breaks;
+    std::ranges::transform(breaks, breaks.begin(),
+                           [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
+    std::string line =
+        fmt::format(R"({{"file":{},"charset":{},"sure":{},"eol":{},"bom":{})", json_string(name),
+                    guess.known ? json_string(guess.charset.shown) : "null", guess.sure,
+                    breaks == "-" ? "null" : json_string(breaks), guess.mark);
+    line += guess.binary ? R"(,"binary":true)" : "";
+    line += guess.reason.empty() ? "" : R"(,"reason":)" + json_string(guess.reason);
+    line += R"(,"candidates":[)";
+    const char* comma = "";
+    for (const guess_candidate& candidate : guess.candidates) {
+        line += fmt::format(R"({}{{"charset":{},"score":{:.2f}}})", comma,
+                            json_string(candidate.charset.shown), candidate.score);
+        comma = ",";
     }
+    return line + "]}\n";
 }
 
-std::string describe(const pvzan_detection_request& answer) {
-    std::string text = printable(answer.encodingName);
-    if (cconvIsEndianAware(answer.encodingName) != 0) {
-        text += answer.bigEndian != 0 ? ", big-endian" : ", little-endian";
+std::string plain_line(const std::string& name, std::size_t width, const charset_guess& guess) {
+    std::string line = fmt::format("{:<{}}   ", name, width);
+    if (!guess.known) {
+        return line + (guess.binary ? "binary\n" : "unknown\n");
     }
-    text += fmt::format(", {}", newline_name(answer.newlineKind));
-    text += answer.bomFound != 0 ? ", byte-order mark" : "";
-    text += answer.xmlDeclared != 0 ? ", XML declaration" : "";
-    return text;
+    line += fmt::format("{:<18}{:<7}{}", guess.charset.shown + (guess.mark ? ", BOM" : ""),
+                        guess.breaks, guess.sure ? "sure" : "unsure");
+    if (!guess.reason.empty()) {
+        line += fmt::format("{}({})", guess.sure ? "     " : "   ", guess.reason);
+    }
+    return line + "\n";
 }
 
-int detect(const std::string& name) {
+int detect(const std::string& name, std::size_t width, const detect_options& options) {
     std::vector<std::uint8_t> text;
     if (!read_start(name, text)) {
-        complain(fmt::format("{}: cannot read: {}", shown_name(name), system_error_text(errno)));
+        complain_about(shown_name(name), fmt::format("cannot read: {}", system_error_text(errno)));
         return exit_no_work;
     }
-    const auto request = std::make_unique<pvzan_detection_request>();
-    request->text = text.data();
-    request->textEnd = static_cast<std::int32_t>(text.size());
-    const bool known = cconvChkEncode(request.get()) != 0;
-    fmt::print("{}: {}\n", shown_name(name), known ? describe(*request) : "unknown");
-    return known ? exit_converted : exit_bad_text;
+    const bool whole = text.size() < examined_bytes;
+    const charset_guess guess = guess_charset(text, whole, options.candidates);
+    answer_lines(current_style().json ? json_line(name, guess)
+                                      : plain_line(shown_name(name), width, guess));
+    return guess.known ? exit_converted : exit_bad_text;
 }
 
 } // namespace
@@ -83,9 +99,19 @@ int detect_files(const detect_options& options) {
     if (files.empty()) {
         files.emplace_back("-");
     }
+    for (const std::string& name : options.candidates) {
+        if (!is_known_charset(name)) {
+            complain_unknown(name);
+            return exit_no_work;
+        }
+    }
+    std::size_t width = 0;
+    for (const std::string& file : files) {
+        width = std::max(width, shown_name(file).size());
+    }
     int worst = exit_converted;
     for (const std::string& file : files) {
-        worst = std::max(worst, detect(file));
+        worst = std::max(worst, detect(file, width, options));
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         complain(fmt::format("standard output: cannot write: {}", system_error_text(errno)));

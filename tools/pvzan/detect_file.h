@@ -8,7 +8,8 @@ namespace tool {
 
 struct detect_options {
     std::string charset_dir;
-    std::vector<std::string> files; // none: standard input, as is "-"
+    std::vector<std::string> candidates; // charsets to choose from; none: the usual ones
+    std::vector<std::string> files;      // none: standard input, as is "-"
 };
 
 // Prints a line for each file; returns an exit_status.
