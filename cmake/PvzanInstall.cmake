@@ -27,7 +27,7 @@ configure_file(${package_source}/pvzan.pc.in ${package_build}/pvzan.pc @ONLY)
 install(FILES ${package_build}/pvzan.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # Manual pages, by the section that their names end in.
-foreach(section 3 5 7)
+foreach(section 1 3 5 7)
     file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/*.${section})
     if(pages)
         install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
