@@ -2,6 +2,8 @@
 #include "cconv/bulk.h"
 
 #include "cconv/bulk_memory.h"
+#include "cconv/names.h"
+#include "cconv/rulefunc/rules.h"
 #include "platform/platform.h"
 
 #include <algorithm>
@@ -77,12 +79,20 @@ bool is_line_break(u32 c) {
     return c == '\r' || c == '\n';
 }
 
+bool is_euc(rule_function decoder) {
+    return decoder == destEUC_JP || decoder == destEUC_JIS_2004;
+}
+
 // Most characters that the rules get are known: looking is cheaper than learning them again.
 bool already_known(const bulk_memory& memory, std::span<const u8> input) {
     const u8* p = input.data();
     const std::size_t length = input.size();
     switch (memory.reader) {
     case bulk_reader::lead_bytes:
+        if (length == 3) {
+            const u32 key = p[0] == bulk_single_shift ? bulk_euc3_key(p) : 0;
+            return key != 0 && memory.wide_entry(key).known();
+        }
         return length == 1 ? memory.wide_entry(p[0]).known()
                            : length == 2 && memory.wide_entry(u32{p[0]} << 8 | p[1]).known();
     case bulk_reader::utf8:
@@ -235,6 +245,10 @@ void bulk_guide::remember(const session* s) {
         } else if (in == 1 && memory_->lead_length[p[0]].load(std::memory_order_relaxed) != 2) {
             put_entry(memory_->wide[p[0]], entry);
             memory_->lead_length[p[0]].store(1, std::memory_order_relaxed);
+        } else if (in == 3 && p[0] == bulk_single_shift && bulk_euc3_key(p) != 0 &&
+                   is_euc(memory_->key.decoder->function)) {
+            put_entry(memory_->wide[bulk_euc3_key(p)], entry);
+            memory_->lead_length[p[0]].store(3, std::memory_order_relaxed);
         }
         break;
     }

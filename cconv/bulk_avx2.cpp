@@ -27,34 +27,36 @@ AVX2 inline u32 mask_of(__m256i bytes) {
     return static_cast<u32>(_mm256_movemask_epi8(bytes));
 }
 
-AVX2 inline bool has_stop(__m256i bytes, const u8* stops) {
+AVX2 inline __m256i stops_in(__m256i bytes, std::span<const u8> stops) {
     __m256i stop = bytes;
-    if (stops != nullptr) {
-        for (int i = 0; i < 4; ++i) {
-            stop = _mm256_or_si256(
-                stop, _mm256_cmpeq_epi8(bytes, _mm256_set1_epi8(static_cast<char>(stops[i]))));
-        }
+    for (const u8 s : stops) {
+        stop =
+            _mm256_or_si256(stop, _mm256_cmpeq_epi8(bytes, _mm256_set1_epi8(static_cast<char>(s))));
     }
-    return mask_of(stop) != 0;
+    return stop;
+}
+
+AVX2 inline bool has_stop(__m256i bytes, std::span<const u8> stops) {
+    return mask_of(stops_in(bytes, stops)) != 0;
 }
 
 AVX2 std::size_t copy_ascii(const ascii_run& run) {
     const std::size_t size = run.in_size < run.out_size ? run.in_size : run.out_size;
     std::size_t at = 0;
-    if (run.stops == nullptr) {
-        for (; at + 4 * vector_bytes <= size; at += 4 * vector_bytes) {
-            const u8* const in = run.in + at;
-            const __m256i a = load(in), b = load(in + vector_bytes);
-            const __m256i c = load(in + 2 * vector_bytes), d = load(in + 3 * vector_bytes);
-            if (mask_of(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d))) != 0) {
-                break;
-            }
-            u8* const out = run.out + at;
-            store(out, a);
-            store(out + vector_bytes, b);
-            store(out + 2 * vector_bytes, c);
-            store(out + 3 * vector_bytes, d);
+    for (; at + 4 * vector_bytes <= size; at += 4 * vector_bytes) {
+        const u8* const in = run.in + at;
+        const __m256i a = load(in), b = load(in + vector_bytes);
+        const __m256i c = load(in + 2 * vector_bytes), d = load(in + 3 * vector_bytes);
+        const __m256i low = _mm256_or_si256(stops_in(a, run.stops), stops_in(b, run.stops));
+        const __m256i high = _mm256_or_si256(stops_in(c, run.stops), stops_in(d, run.stops));
+        if (mask_of(_mm256_or_si256(low, high)) != 0) {
+            break;
         }
+        u8* const out = run.out + at;
+        store(out, a);
+        store(out + vector_bytes, b);
+        store(out + 2 * vector_bytes, c);
+        store(out + 3 * vector_bytes, d);
     }
     for (; at + vector_bytes <= size; at += vector_bytes) {
         const __m256i bytes = load(run.in + at);
@@ -301,6 +303,23 @@ AVX2 scalar_block split_codes(const u8* in, const lead_set& leads, u16* codes) {
     return block;
 }
 
+AVX2 std::size_t seven_bit_pairs(const u8* in, u16 base, u16* codes) {
+    u64 others = 0;
+    for (std::size_t at = 0; at < chunk_bytes; at += vector_bytes) {
+        const __m256i bytes = load(in + at);
+        others |= u64{mask_of(_mm256_or_si256(_mm256_cmpgt_epi8(_mm256_set1_epi8(0x21), bytes),
+                                              _mm256_cmpeq_epi8(bytes, _mm256_set1_epi8(0x7F))))}
+                  << at;
+        const __m256i pairs = swap_pairs(bytes);
+        const __m256i rows =
+            _mm256_srli_epi16(_mm256_and_si256(pairs, _mm256_set1_epi16(0x7F00)), 1);
+        const __m256i cells = _mm256_and_si256(pairs, _mm256_set1_epi16(0x007F));
+        store(codes + at / 2, _mm256_or_si256(_mm256_or_si256(rows, cells),
+                                              _mm256_set1_epi16(static_cast<short>(base))));
+    }
+    return static_cast<std::size_t>(std::countr_zero(others)) / 2;
+}
+
 // ---- Scalars to UTF-8 --------------------------------------------------------------------------
 
 // By the lengths of four characters, two bits each: the shuffle that draws them together.
@@ -410,8 +429,8 @@ AVX2 std::size_t plain_scalars(const u16* scalars, std::size_t count, std::span<
 
 } // namespace
 
-const bulk_kernels bulk_kernels_avx2 = {copy_ascii,   widen_ascii,  narrow_ascii, decode_utf8,
-                                        narrow_quads, split_codes,  encode_utf8,  copy_units,
-                                        put_quads,    plain_scalars};
+const bulk_kernels bulk_kernels_avx2 = {copy_ascii,   widen_ascii,   narrow_ascii,   decode_utf8,
+                                        narrow_quads, split_codes,   encode_utf8,    copy_units,
+                                        put_quads,    plain_scalars, seven_bit_pairs};
 
 #endif

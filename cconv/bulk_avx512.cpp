@@ -17,43 +17,57 @@ namespace {
 constexpr std::size_t vector_bytes = 64;
 
 // Bit i: byte i is no ASCII, or a stop.
-AVX512 inline u64 stop_mask(__m512i bytes, const u8* stops) {
+AVX512 inline u64 stop_mask(__m512i bytes, std::span<const u8> stops) {
     u64 mask = _mm512_movepi8_mask(bytes);
-    if (stops != nullptr) {
-        for (int i = 0; i < 4; ++i) {
-            mask |= _mm512_cmpeq_epi8_mask(bytes, _mm512_set1_epi8(static_cast<char>(stops[i])));
-        }
+    for (const u8 stop : stops) {
+        mask |= _mm512_cmpeq_epi8_mask(bytes, _mm512_set1_epi8(static_cast<char>(stop)));
     }
     return mask;
+}
+
+AVX512 inline bool copy_vector(const ascii_run& run, std::size_t at) {
+    const __m512i bytes = _mm512_loadu_si512(run.in + at);
+    if (stop_mask(bytes, run.stops) != 0) {
+        return false;
+    }
+    _mm512_storeu_si512(run.out + at, bytes);
+    return true;
 }
 
 AVX512 std::size_t copy_ascii(const ascii_run& run) {
     const std::size_t size = run.in_size < run.out_size ? run.in_size : run.out_size;
     std::size_t at = 0;
-    if (run.stops == nullptr) {
-        for (; at + 4 * vector_bytes <= size; at += 4 * vector_bytes) {
-            const u8* const in = run.in + at;
-            const __m512i a = _mm512_loadu_si512(in);
-            const __m512i b = _mm512_loadu_si512(in + vector_bytes);
-            const __m512i c = _mm512_loadu_si512(in + 2 * vector_bytes);
-            const __m512i d = _mm512_loadu_si512(in + 3 * vector_bytes);
-            const __m512i all = _mm512_or_si512(_mm512_or_si512(a, b), _mm512_or_si512(c, d));
-            if (_mm512_movepi8_mask(all) != 0) {
-                break;
-            }
-            u8* const out = run.out + at;
-            _mm512_storeu_si512(out, a);
-            _mm512_storeu_si512(out + vector_bytes, b);
-            _mm512_storeu_si512(out + 2 * vector_bytes, c);
-            _mm512_storeu_si512(out + 3 * vector_bytes, d);
+    if (size >= 8 * vector_bytes) {
+        // Stores that cross no line of the cache are worth a vector written twice.
+        if (!copy_vector(run, at)) {
+            return 0;
         }
+        at = vector_bytes - reinterpret_cast<std::uintptr_t>(run.out) % vector_bytes;
     }
-    for (; at + vector_bytes <= size; at += vector_bytes) {
-        const __m512i bytes = _mm512_loadu_si512(run.in + at);
-        if (stop_mask(bytes, run.stops) != 0) {
+    for (; at + 4 * vector_bytes <= size; at += 4 * vector_bytes) {
+        const u8* const in = run.in + at;
+        const __m512i a = _mm512_loadu_si512(in);
+        const __m512i b = _mm512_loadu_si512(in + vector_bytes);
+        const __m512i c = _mm512_loadu_si512(in + 2 * vector_bytes);
+        const __m512i d = _mm512_loadu_si512(in + 3 * vector_bytes);
+        u64 stop =
+            _mm512_movepi8_mask(_mm512_or_si512(_mm512_or_si512(a, b), _mm512_or_si512(c, d)));
+        for (const u8 byte : run.stops) {
+            const __m512i s = _mm512_set1_epi8(static_cast<char>(byte));
+            stop |= _mm512_cmpeq_epi8_mask(a, s) | _mm512_cmpeq_epi8_mask(b, s) |
+                    _mm512_cmpeq_epi8_mask(c, s) | _mm512_cmpeq_epi8_mask(d, s);
+        }
+        if (stop != 0) {
             break;
         }
-        _mm512_storeu_si512(run.out + at, bytes);
+        u8* const out = run.out + at;
+        _mm512_storeu_si512(out, a);
+        _mm512_storeu_si512(out + vector_bytes, b);
+        _mm512_storeu_si512(out + 2 * vector_bytes, c);
+        _mm512_storeu_si512(out + 3 * vector_bytes, d);
+    }
+    while (at + vector_bytes <= size && copy_vector(run, at)) {
+        at += vector_bytes;
     }
     return at;
 }
@@ -221,6 +235,18 @@ AVX512 scalar_block split_codes(const u8* in, const lead_set& leads, u16* codes)
     return {count, size};
 }
 
+AVX512 std::size_t seven_bit_pairs(const u8* in, u16 base, u16* codes) {
+    const __m512i bytes = _mm512_loadu_si512(in);
+    const u64 others = _mm512_cmplt_epi8_mask(bytes, _mm512_set1_epi8(0x21)) |
+                       _mm512_cmpeq_epi8_mask(bytes, _mm512_set1_epi8(0x7F));
+    const __m512i pairs = swap_pairs(bytes);
+    const __m512i rows = _mm512_srli_epi16(_mm512_and_si512(pairs, _mm512_set1_epi16(0x7F00)), 1);
+    const __m512i cells = _mm512_and_si512(pairs, _mm512_set1_epi16(0x007F));
+    _mm512_storeu_si512(codes, _mm512_or_si512(_mm512_or_si512(rows, cells),
+                                               _mm512_set1_epi16(static_cast<short>(base))));
+    return static_cast<std::size_t>(std::countr_zero(others)) / 2;
+}
+
 AVX512 std::size_t encode_utf8(const u16* scalars, std::size_t count, u8* out) {
     constexpr std::size_t step = 16;
     const u8* const begin = out;
@@ -288,8 +314,8 @@ AVX512 std::size_t plain_scalars(const u16* scalars, std::size_t count,
 
 } // namespace
 
-const bulk_kernels bulk_kernels_avx512 = {copy_ascii,   widen_ascii,  narrow_ascii, decode_utf8,
-                                          narrow_quads, split_codes,  encode_utf8,  copy_units,
-                                          put_quads,    plain_scalars};
+const bulk_kernels bulk_kernels_avx512 = {copy_ascii,   widen_ascii,   narrow_ascii,   decode_utf8,
+                                          narrow_quads, split_codes,   encode_utf8,    copy_units,
+                                          put_quads,    plain_scalars, seven_bit_pairs};
 
 #endif

@@ -12,38 +12,6 @@ namespace {
 
 // ---- The loop ----------------------------------------------------------------------------------
 
-// Bytes behind the output position that a block may touch.
-constexpr std::ptrdiff_t block_out_margin = 4 * block_scalars + kernel_margin;
-
-struct block_written {
-    std::size_t characters, bytes;
-};
-
-// Writes what the entries say, up to the first that is not short. There is no branch on each of
-// them: all are written, and those in vain overwritten later.
-block_written put_entries(const bulk_memory& memory, const u16* scalars, std::size_t count, u8* q) {
-    const u8* const begin = q;
-    u32 odd = 0;
-#pragma GCC unroll 4
-    for (std::size_t i = 0; i < count; ++i) {
-        const bulk_entry entry = memory.wide_entry(scalars[i]);
-        entry.store(q);
-        q += entry.length(); // none, for a long one
-        odd |= entry.odd();
-    }
-    if (odd >> 31 == 0) {
-        return {count, static_cast<std::size_t>(q - begin)};
-    }
-    block_written written{0, 0};
-    for (;; ++written.characters) {
-        const bulk_entry entry = memory.wide_entry(scalars[written.characters]);
-        if (!entry.is_short()) {
-            return written;
-        }
-        written.bytes += entry.length();
-    }
-}
-
 // Native integers, most significant byte first where asked for.
 constexpr bool swapped(bool big_endian) {
     return big_endian != (std::endian::native == std::endian::big);
@@ -59,7 +27,7 @@ void put_units(const bulk_kernels& kernels, const u16* scalars, std::size_t coun
 
 block_written put_block(const bulk_memory& memory, const u16* scalars, std::size_t count, u8* q) {
     if (memory.blocks == bulk_blocks::entries) {
-        return put_entries(memory, scalars, count, q);
+        return bulk_put_entries(memory, scalars, count, q);
     }
     const bulk_kernels& kernels = *memory.kernels;
     count = kernels.plain_scalars(scalars, count, std::span(memory.stops).first(memory.stop_count));
@@ -120,7 +88,7 @@ public:
                 }
             }
             const u32 length = reader_.length(p);
-            if (p >= next_block) {
+            if (p >= next_block && Reader::may_open_chunk(length)) {
                 const u8* const begin = p;
                 const std::size_t n = block(p, q);
                 if (n > 0) {
@@ -287,6 +255,30 @@ void run_reader(const bulk_memory& memory, bulk_stretch& stretch) {
 }
 
 } // namespace
+
+block_written bulk_put_entries(const bulk_memory& memory, const u16* scalars, std::size_t count,
+                               u8* q) {
+    const u8* const begin = q;
+    u32 odd = 0;
+#pragma GCC unroll 4
+    for (std::size_t i = 0; i < count; ++i) {
+        const bulk_entry entry = memory.wide_entry(scalars[i]);
+        entry.store(q);
+        q += entry.length(); // none, for a long one
+        odd |= entry.odd();
+    }
+    if (odd >> 31 == 0) {
+        return {count, static_cast<std::size_t>(q - begin)};
+    }
+    block_written written{0, 0};
+    for (;; ++written.characters) {
+        const bulk_entry entry = memory.wide_entry(scalars[written.characters]);
+        if (!entry.is_short()) {
+            return written;
+        }
+        written.bytes += entry.length();
+    }
+}
 
 void bulk_convert(const bulk_memory& memory, bulk_stretch& stretch) {
     const bulk_stretch before = stretch;

@@ -64,6 +64,7 @@ public:
         bool double_byte = bulk_iso2022_is_double_byte(set);
         place begin{p, q, set}; // of the character under way, its escape sequences included
         place last = begin, before_last = begin;
+        const u8* next_block = p;
         u32 characters = 0, extra_codes = 0;
         while (p < in_stop && q < out_stop) {
             const u8 byte = *p;
@@ -77,6 +78,23 @@ public:
                 base = bulk_iso2022_base(set);
                 double_byte = bulk_iso2022_is_double_byte(set);
                 continue;
+            }
+            if (double_byte && p >= next_block && byte > ' ') {
+                const block_written run = block(p, q, base);
+                if (run.characters > 0) {
+                    const u8* const end = p + 2 * run.characters;
+                    const place first = begin;
+                    begin = {end, q + run.bytes, set};
+                    before_last = run.characters > 2   ? before(before(begin, base), base)
+                                  : run.characters > 1 ? first
+                                                       : last;
+                    last = run.characters > 1 ? before(begin, base) : first;
+                    p = end;
+                    q = begin.out;
+                    characters += static_cast<u32>(run.characters);
+                    continue;
+                }
+                next_block = p + chunk_bytes; // what stopped one will not stand alone
             }
             bulk_entry entry;
             const u8* next = p + 1;
@@ -136,6 +154,24 @@ public:
     }
 
 private:
+    // Converts the run of double-byte characters at p as far as they are known.
+    block_written block(const u8* p, u8* q, u32 base) const {
+        if (stretch_.in_end - p < static_cast<std::ptrdiff_t>(chunk_bytes) ||
+            stretch_.out_end - q < block_out_margin) {
+            return {0, 0};
+        }
+        u16 codes[chunk_scalars];
+        const std::size_t pairs =
+            memory_.kernels->seven_bit_pairs(p, static_cast<u16>(base), codes);
+        return bulk_put_entries(memory_, codes, pairs, q);
+    }
+    // The place before a double-byte character that was just written.
+    [[nodiscard]] place before(const place& at, u32 base) const {
+        const u8* const p = at.in - 2;
+        const u32 code = base + bulk_iso2022_offset(u32{p[0]} << 8 | p[1]);
+        return {p, at.out - memory_.wide_entry(code).length(), at.set};
+    }
+
     // A CR before an escape sequence may pair with an LF behind it.
     [[nodiscard]] static bool break_goes_on(const u8* p) {
         return *p == '\r' && p[1] == escape_byte;

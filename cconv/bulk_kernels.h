@@ -16,7 +16,7 @@ struct ascii_run {
     std::size_t in_size;
     u8* out;
     std::size_t out_size;
-    const u8* stops; // four bytes that no run may hold, or null
+    std::span<const u8> stops; // bytes that no run may hold
 };
 
 struct scalar_block {
@@ -64,6 +64,9 @@ struct bulk_kernels {
     void (*put_quads)(const u16* scalars, std::size_t count, u8* out, bool big_endian);
     // How many of the scalars come before the first surrogate and the first of the stops.
     std::size_t (*plain_scalars)(const u16* scalars, std::size_t count, std::span<const u16> stops);
+    // Reads chunk_bytes bytes; of the pairs of bytes from 21 to 7E that they begin with, writes
+    // base and the seven bits of both. Room for a chunk of codes.
+    std::size_t (*seven_bit_pairs)(const u8* in, u16 base, u16* codes);
 };
 
 extern const bulk_kernels bulk_kernels_portable, bulk_kernels_avx2, bulk_kernels_avx512;

@@ -22,6 +22,18 @@ struct step {
     [[nodiscard]] bool known() const { return in != 0; }
 };
 
+// Bytes behind the output position that a block may touch.
+inline constexpr std::ptrdiff_t block_out_margin = 4 * block_scalars + kernel_margin;
+
+struct block_written {
+    std::size_t characters, bytes;
+};
+
+// Writes what the entries say, up to the first that is not short. There is no branch on each of
+// them: all are written, and those in vain overwritten later.
+block_written bulk_put_entries(const bulk_memory& memory, const u16* codes, std::size_t count,
+                               u8* q);
+
 constexpr bool is_line_break(u32 c) {
     return c == '\r' || c == '\n';
 }
@@ -37,7 +49,7 @@ std::size_t long_run(const ascii_vector& vector, const u8* p, const u8* in_stop,
 
 struct ascii_vector {
     explicit ascii_vector(const bulk_memory& memory)
-        : kernels(memory.kernels), stops_at(memory.special_count != 0 ? memory.special : nullptr) {
+        : kernels(memory.kernels), stops_at(memory.special, memory.special_count) {
         for (std::size_t i = 0; i < std::size(special); ++i) {
             special[i] = _mm_set1_epi8(static_cast<char>(memory.special[i]));
         }
@@ -61,7 +73,7 @@ struct ascii_vector {
     }
 
     const bulk_kernels* kernels;
-    const u8* stops_at;
+    std::span<const u8> stops_at;
     __m128i special[4];
     bool any_special;
 };
@@ -140,10 +152,10 @@ std::size_t copy_ascii(const ascii_vector& vector, const u8* p, const u8* in_sto
 
 struct ascii_vector {
     explicit ascii_vector(const bulk_memory& m)
-        : memory(m), kernels(m.kernels), stops_at(m.special_count != 0 ? m.special : nullptr) {}
+        : memory(m), kernels(m.kernels), stops_at(m.special, m.special_count) {}
     const bulk_memory& memory;
     const bulk_kernels* kernels;
-    const u8* stops_at;
+    std::span<const u8> stops_at;
 };
 
 template <bulk_ascii Kind>
@@ -220,11 +232,16 @@ struct lead_byte_reader {
         return memory.lead_length[*p].load(std::memory_order_relaxed);
     }
     [[nodiscard]] bulk_entry entry(const u8* p, u32 length) const {
+        if (length == 3) {
+            const u32 key = bulk_euc3_key(p);
+            return key != 0 ? memory.wide_entry(key) : bulk_entry{};
+        }
         return memory.wide_entry(length == 2 ? u32{p[0]} << 8 | p[1] : p[0]);
     }
     [[nodiscard]] u32 code(const u8* p) const { return p[0]; }
     static constexpr u32 unit_bytes = 1, usual_length = 2;
 
+    static bool may_open_chunk(u32 length) { return length != 3; } // single shifts go alone
     static constexpr std::size_t full_chunk = 1;
     // Short runs of ASCII go with blocks.
     static bool may_open_run(const u8* begin, const u8* end, std::size_t n) {
@@ -275,6 +292,7 @@ struct utf8_reader {
     [[nodiscard]] u32 code(const u8* p) const { return p[0]; }
     static constexpr u32 unit_bytes = 1, usual_length = 3;
 
+    static bool may_open_chunk(u32) { return true; }
     static constexpr std::size_t full_chunk = 1;
     // Short runs of ASCII go with blocks.
     static bool may_open_run(const u8* begin, const u8* end, std::size_t n) {
@@ -317,6 +335,7 @@ struct unit_reader {
     }
     static constexpr u32 unit_bytes = 2, usual_length = 2;
 
+    static bool may_open_chunk(u32) { return true; }
     static constexpr std::size_t full_chunk = chunk_bytes;
     static bool may_open_run(const u8*, const u8* end, std::size_t) {
         return (BigEndian ? end[-2] == 0 && end[-1] < 0x80 : end[-1] == 0 && end[-2] < 0x80);
@@ -353,6 +372,7 @@ struct quad_reader {
     }
     static constexpr u32 unit_bytes = 4, usual_length = 4;
 
+    static bool may_open_chunk(u32) { return true; }
     static constexpr std::size_t full_chunk = chunk_bytes;
     static bool may_open_run(const u8*, const u8*, std::size_t) { return false; }
     [[nodiscard]] scalar_block chunk(const u8* p, u16* scalars) const {

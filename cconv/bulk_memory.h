@@ -146,10 +146,11 @@ struct bulk_memory : bulk_plan {
     u32 stop_count;
     std::atomic<u32> long_count;
     std::atomic<u64> longs[bulk_long_entries];
-    // By lead byte: 0 ask the rules, 1 a character by itself, 2 with the byte behind it.
+    // By lead byte: 0 ask the rules, 1 a character by itself, 2 with the byte behind it; 3 for the
+    // single shift of EUC.
     std::atomic<u8> lead_length[256];
     std::atomic<u8> lead_rows[16];     // those of length 2, as a lead_set
-    std::atomic<u32> wide[bulk_codes]; // by byte, two bytes, scalar or unit
+    std::atomic<u32> wide[bulk_codes]; // by byte, two bytes, scalar or unit; see bulk_euc3_key
 
     [[nodiscard]] bulk_entry wide_entry(u32 code) const {
         return {wide[code].load(std::memory_order_relaxed)};
@@ -162,6 +163,13 @@ struct bulk_memory : bulk_plan {
 // The scalar of a three-byte sequence in UTF-8.
 constexpr u32 bulk_utf8_scalar(const u8* p) {
     return (p[0] & 0x0FU) << 12 | (p[1] & 0x3FU) << 6 | (p[2] & 0x3FU);
+}
+
+// Three bytes of EUC, a single shift and two from A1 on, lie where no two bytes do: below the
+// leads.
+inline constexpr u8 bulk_single_shift = 0x8F;
+constexpr u32 bulk_euc3_key(const u8* p) {
+    return p[1] >= 0xA1 && p[2] >= 0xA1 ? (p[1] & 0x7FU) << 8 | (p[2] & 0x7FU) : 0;
 }
 
 // A stretch of input and output for the loops, and how far they came.

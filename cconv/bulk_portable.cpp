@@ -20,12 +20,10 @@ bool any_bit(byte_vector v) {
     return (words[0] | words[1]) != 0;
 }
 
-bool has_stop(byte_vector bytes, const u8* stops) {
+bool has_stop(byte_vector bytes, std::span<const u8> stops) {
     byte_vector stop = bytes & 0x80;
-    if (stops != nullptr) {
-        for (int i = 0; i < 4; ++i) {
-            stop |= reinterpret_cast<byte_vector>(bytes == stops[i]);
-        }
+    for (const u8 s : stops) {
+        stop |= reinterpret_cast<byte_vector>(bytes == s);
     }
     return any_bit(stop);
 }
@@ -132,6 +130,15 @@ scalar_block split_codes(const u8* in, const lead_set& leads, u16* codes) {
     return block;
 }
 
+std::size_t seven_bit_pairs(const u8* in, u16 base, u16* codes) {
+    const auto fits = [](u8 byte) { return byte >= 0x21 && byte <= 0x7E; };
+    std::size_t pairs = 0;
+    for (; pairs < chunk_bytes / 2 && fits(in[2 * pairs]) && fits(in[2 * pairs + 1]); ++pairs) {
+        codes[pairs] = static_cast<u16>(base | in[2 * pairs] << 7 | in[2 * pairs + 1]);
+    }
+    return pairs;
+}
+
 std::size_t encode_utf8(const u16* scalars, std::size_t count, u8* out) {
     const u8* const begin = out;
     for (const u16 c : std::span(scalars, count)) {
@@ -196,6 +203,6 @@ std::size_t plain_scalars(const u16* scalars, std::size_t count, std::span<const
 
 } // namespace
 
-const bulk_kernels bulk_kernels_portable = {copy_ascii,   widen_ascii,  narrow_ascii, decode_utf8,
-                                            narrow_quads, split_codes,  encode_utf8,  copy_units,
-                                            put_quads,    plain_scalars};
+const bulk_kernels bulk_kernels_portable = {
+    copy_ascii,  widen_ascii, narrow_ascii, decode_utf8,   narrow_quads,   split_codes,
+    encode_utf8, copy_units,  put_quads,    plain_scalars, seven_bit_pairs};

@@ -180,6 +180,27 @@ TEST_P(kernels_test, SplitsCodes) {
     }
 }
 
+TEST_P(kernels_test, JoinsSevenBitPairs) {
+    for (int round = 0; round < 20000; ++round) {
+        u8 text[chunk_bytes];
+        for (u8& byte : text) {
+            byte = static_cast<u8>(0x21 + below(0x5E));
+        }
+        if (below(4) != 0) {
+            constexpr u8 others[] = {0x20, 0x1B, 0x7F, 0x80, 0xFF, 0x00, 0x0A};
+            text[below(chunk_bytes)] = others[below(std::size(others))];
+        }
+        const auto other =
+            std::ranges::find_if(text, [](u8 byte) { return byte < 0x21 || byte > 0x7E; });
+        const auto base = static_cast<u16>(0x4000 * below(4));
+        u16 codes[chunk_bytes / 2];
+        ASSERT_EQ(k.seven_bit_pairs(text, base, codes), static_cast<std::size_t>(other - text) / 2);
+        for (std::size_t i = 0; i < static_cast<std::size_t>(other - text) / 2; ++i) {
+            ASSERT_EQ(codes[i], base | text[2 * i] << 7 | text[2 * i + 1]);
+        }
+    }
+}
+
 TEST_P(kernels_test, CopiesAsciiOnly) {
     for (int round = 0; round < 20000; ++round) {
         std::vector<u8> text(below(most_bytes));
@@ -189,16 +210,15 @@ TEST_P(kernels_test, CopiesAsciiOnly) {
         if (!text.empty() && below(3) != 0) {
             text[below(static_cast<unsigned>(text.size()))] = below(2) != 0 ? '\n' : 0x80;
         }
-        const u8 stops[] = {'\n', '\r', 0, '\n'};
-        const u8* const used = below(2) != 0 ? stops : nullptr;
+        const u8 all_stops[] = {'\n', '\r', 0};
+        const std::span<const u8> stops = std::span(all_stops).first(below(4));
         const auto stop = std::ranges::find_if(text, [&](u8 byte) {
-            return byte >= 0x80 ||
-                   (used != nullptr && std::ranges::find(stops, byte) != std::end(stops));
+            return byte >= 0x80 || std::ranges::find(stops, byte) != stops.end();
         });
         const auto clean = static_cast<std::size_t>(stop - text.begin());
         std::vector<u8> same(below(most_bytes));
         const auto in_run = [&](std::span<const u8> in, std::vector<u8>& out) {
-            return ascii_run{in.data(), in.size(), out.data(), out.size(), used};
+            return ascii_run{in.data(), in.size(), out.data(), out.size(), stops};
         };
         const std::size_t n = k.copy_ascii(in_run(text, same));
         ASSERT_LE(n, std::min(clean, same.size()));
