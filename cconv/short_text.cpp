@@ -307,26 +307,33 @@ std::size_t copy_plain(const short_memory& memory, std::span<const u8> input, co
     }
 }
 
-// The input without a cut character at its end and, where characters are read with a look at the
-// next one, the one before it.
-std::span<const u8> whole_part(const short_memory& memory, std::span<const u8> input) {
-    const auto is_continuation = [](u8 byte) { return byte >= 0x80 && byte < 0xC0; };
-    std::size_t size = input.size();
-    const u32 unit = unit_length(memory);
-    if (memory.length_by != reader::utf8) {
-        const bool cut = size % unit != 0;
-        return input.first(size - size % unit - (cut && size > unit ? unit : 0));
-    }
-    const auto last_lead = [&] {
-        while (size > 0 && is_continuation(input[--size])) {
+// The part of the input that can be looked up: all of it or, where a character is cut off at the
+// end and letters are read with a look at what follows, all before the character in front of the
+// cut. That one must be a known one, which no mark is: it would join the letter before it.
+std::span<const u8> whole_part(short_memory& memory, std::span<const u8> input) {
+    std::size_t cut = input.size();
+    const auto back_one = [&] {
+        if (memory.length_by == reader::utf8) {
+            const auto is_continuation = [](u8 byte) { return byte >= 0x80 && byte < 0xC0; };
+            while (cut > 0 && is_continuation(input[--cut])) {
+            }
+        } else {
+            const u32 unit = unit_length(memory);
+            cut -= std::min<std::size_t>(cut, cut % unit != 0 ? cut % unit : unit);
         }
-        return size;
     };
-    const std::size_t lead = last_lead();
-    if (lead + length_at(memory, &input[lead]) <= input.size()) {
+    const auto length_of_next = [&] { return length_at(memory, &input[cut]); };
+    const bool by_lead_byte = memory.length_by == reader::by_lead_byte;
+    back_one();
+    if (by_lead_byte || cut + length_of_next() <= input.size()) {
         return input;
     }
-    return input.first(last_lead());
+    const std::size_t end = cut;
+    back_one();
+    const u32 length = length_of_next();
+    const bool known =
+        cut + length == end && find_record(memory, character_key(&input[cut], length, &input[end]));
+    return input.first(known ? cut : 0);
 }
 
 // False when a character is not known, or there may be no room.

@@ -244,4 +244,22 @@ TEST(Bulk, LeavesWhatTheRulesLeave) {
     }
 }
 
+// A known letter whose mark is the last whole character before a cut one.
+TEST(Bulk, EndsShortTextsAnywhere) {
+    test::use_shipped_charsets();
+    const std::u32string letters = U"か\u00E6あか\u309A\u00E6\u0300か\u309Aあ\U00020089い";
+    for (const char* from : {"utf-8", "utf-16"}) {
+        const std::string text = encode(letters, from, true);
+        for (const char* to : {"utf-16", "iso-10646-ucs-2", "shift_jis-2004", "shift_jis"}) {
+            settings how{from, to, {.srcBigEndian = 1, .srcCheckBom = 0, .skipInvalid = 0}};
+            how.capacity = 1000;
+            for (std::size_t size = 1; size <= text.size(); ++size) {
+                const std::string part = text.substr(0, size);
+                ASSERT_NO_FATAL_FAILURE(expect_same(part, how, size, from + (", " + part)));
+                ASSERT_NO_FATAL_FAILURE(expect_same(part + "\xE9", how, size + 1, part));
+            }
+        }
+    }
+}
+
 } // namespace
