@@ -33,28 +33,6 @@ struct file_bytes {
     [[nodiscard]] std::span<const u8> bytes() const { return {data.get(), size}; }
 };
 
-// False when there is no such file, or nothing in it. A file that cannot be read whole counts as no
-// bytes.
-bool read_file(const char* path, file_bytes& out) {
-    const owned_file file = open_regular(path);
-    if (file == nullptr || ZAN_FileSeek(file.get(), 0, SEEK_END) != 0) {
-        return false;
-    }
-    const i64 size = ZAN_FileTell(file.get());
-    if (size <= 0 || size > max_file_bytes || ZAN_FileSeek(file.get(), 0, SEEK_SET) != 0) {
-        return false;
-    }
-    const i32 count = static_cast<i32>(size);
-    out.data.reset(static_cast<u8*>(ZAN_malloc(count)));
-    if (out.data == nullptr) {
-        return false;
-    }
-    if (ZAN_FileRead(out.data.get(), 1, count, file.get()) == count) {
-        out.size = static_cast<std::size_t>(count);
-    }
-    return true;
-}
-
 // ---- The encoding ------------------------------------------------------------------------------
 
 struct encoding_choice {
@@ -243,7 +221,7 @@ extern "C" u32 xmlReadFile(const char* fileName, u32 defaultEncoding, u32 defaul
 
     char path[text_bytes];
     file_bytes file;
-    if (!document_path(fileName, path) || !read_file(path, file)) {
+    if (!document_path(fileName, path) || !read_regular(path, file.data, file.size)) {
         return 0;
     }
     const encoding_choice encoding =

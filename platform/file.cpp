@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <ctime>
 #include <fcntl.h>
+#include <limits>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -90,29 +91,67 @@ void note_resource_failure(int error) {
     }
 }
 
-// Looked at when it is open, so that nothing can be put in its place meanwhile; without waiting for
-// a pipe's other end.
-owned_file open_regular(const char* path) {
+namespace {
+
+// Without waiting for a pipe's other end; -1 where there is no regular file. It is looked at when
+// it is open, so that nothing can be put in its place meanwhile.
+int open_to_read(const char* path, struct stat& status) {
     int descriptor = -1;
     do {
         descriptor = ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     } while (descriptor < 0 && errno == EINTR);
     if (descriptor < 0) {
         note_resource_failure(errno);
+        return -1;
+    }
+    if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        ::close(descriptor);
+        return -1;
+    }
+    return descriptor;
+}
+
+} // namespace
+
+owned_file open_regular(const char* path) {
+    struct stat status {};
+    const int descriptor = open_to_read(path, status);
+    if (descriptor < 0) {
         return nullptr;
     }
-    struct stat status {};
-    FILE* stream = nullptr;
-    if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
-        stream = ::fdopen(descriptor, "rb");
-        if (stream == nullptr) {
-            note_resource_failure(errno);
-        }
-    }
+    FILE* stream = ::fdopen(descriptor, "rb");
     if (stream == nullptr) {
+        note_resource_failure(errno);
         ::close(descriptor);
     }
     return owned_file(stream);
+}
+
+// Without a stream: loading reads a hundred small files, and calls of the system are most of it.
+bool read_regular(const char* path, owned_memory<u8>& data, std::size_t& size) {
+    size = 0;
+    struct stat status {};
+    const int descriptor = open_to_read(path, status);
+    if (descriptor < 0) {
+        return false;
+    }
+    const bool fits = status.st_size > 0 && status.st_size <= std::numeric_limits<i32>::max();
+    data.reset(fits ? static_cast<u8*>(ZAN_malloc(static_cast<i32>(status.st_size))) : nullptr);
+    const std::size_t wanted = data != nullptr ? static_cast<std::size_t>(status.st_size) : 0;
+    ssize_t n = 1;
+    while (size < wanted && n != 0) {
+        n = ::read(descriptor, data.get() + size, wanted - size);
+        if (n < 0 && errno != EINTR) {
+            ++failures;
+            break;
+        }
+        size += n > 0 ? static_cast<std::size_t>(n) : 0;
+    }
+    ::close(descriptor);
+    if (size != wanted) {
+        size = 0;
+    }
+    return data != nullptr;
 }
 
 owned_file create_file(const char* path) {

@@ -120,5 +120,8 @@ using owned_file = std::unique_ptr<FILE, file_close>;
 // Opens a regular file, or a link to one, for reading. Anything else, a pipe or a device, could
 // wait or run for ever: it counts as missing.
 owned_file open_regular(const char* path);
+// Reads such a file at once. False when there is none, or nothing in it; one that cannot be read
+// whole counts as no bytes.
+bool read_regular(const char* path, owned_memory<u8>& data, std::size_t& size);
 // Makes a file that was not there. Failing is no resource failure: what it was to hold is at hand.
 owned_file create_file(const char* path);
