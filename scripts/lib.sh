@@ -6,8 +6,9 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 # What the build and its tests need, as packages of Debian 12: the compiler and build programs;
 # CLI11 and fmt for the tool; GoogleTest and Python, a second opinion on character codes, for the
-# tests, pkg-config and the ABI comparison too.
-build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libgtest-dev python3 pkgconf abigail-tools)
+# tests, pkg-config and the ABI comparison too; zsh and fish for their completion.
+build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libgtest-dev python3 pkgconf abigail-tools
+    zsh fish)
 
 say() { echo "$*" >&2; }
 

@@ -90,7 +90,7 @@ void add_shared(CLI::App& app, command& c, std::string& directory) {
 
 void add_source_and_target(CLI::App& app, command& c) {
     convert_options& o = c.convert;
-    app.add_option("-f,--from", o.from, "Charset of the input; several: choose from these")
+    app.add_option("-f,--from", o.from, "Charset of the input; several: one of these")
         ->type_name("NAME[,NAME...]");
     app.add_option("-t,--to", o.to, "Charset of the output")->type_name("NAME");
 }
@@ -123,10 +123,9 @@ void add_convert(CLI::App& app, command& c) {
                    throw CLI::ValidationError("--on-error", wrong);
                }
            },
-           "stop, subst[=CHAR], ref (&#x1F600;), hex (<82>), skip")
+           "stop, subst[=CHAR], ref, hex (<82>), skip (-c)")
         ->type_name("HOW");
-    app.add_flag_callback(
-        "-c", [&o] { o.text.on_error = error_policy::skip; }, "The same as --on-error skip");
+    app.add_flag_callback("-c", [&o] { o.text.on_error = error_policy::skip; })->group("");
     app.add_option("--max-errors", o.text.most_errors, "Fail all the same above so many problems")
         ->type_name("N");
     add_text_options(app, c);
@@ -158,8 +157,7 @@ void add_detect(CLI::App& app, command& c) {
 }
 
 void add_list(CLI::App& app, command& c) {
-    app.add_option("--check", c.list.check,
-                   "Read a charset directory as the library does; tell what is wrong with it")
+    app.add_option("--check", c.list.check, "Tell what is wrong with a charset directory")
         ->type_name("DIR");
     add_shared(app, c, c.list.charset_dir);
     app.add_option("names", c.list.names, "Charsets to tell more of")->type_name("NAME");
@@ -175,16 +173,14 @@ struct description {
 constexpr std::array<description, 4> descriptions = {{
     {"pvzan [OPTIONS] [FILE...]\n       pvzan check|detect|list [OPTIONS] ...   (--help tells "
      "more)",
-     "Convert text; FILE to UTF-8, if nothing else is said. Strict: a problem is told with its\n"
-     "place, and a failed file leaves nothing behind.",
-     add_convert},
+     "Convert text, to UTF-8 unless told otherwise. A failed file leaves nothing.", add_convert},
     {"pvzan check [OPTIONS] [FILE...]",
-     "Convert without writing, convert back and compare; tell all that is invalid, cannot be\n"
-     "written, or would come back as something else.",
+     "Convert without writing, convert back and compare; tell all that is invalid,\n"
+     "cannot be written, or would come back as something else.",
      add_check},
     {"pvzan detect [OPTIONS] [FILE...]", "Tell what encoding files are in.", add_detect},
     {"pvzan list [OPTIONS] [NAME...]",
-     "List the charsets: name, number, decoder, encoder, coded sets by preference.", add_list},
+     "List the charsets: name, number, decoder, encoder, sets by preference.", add_list},
 }};
 
 class help_format : public CLI::Formatter {
@@ -202,7 +198,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t help_column = 30;
+    static constexpr std::size_t help_column = 33;
 
     static std::string line(const CLI::Option& option) {
         std::string names;
