@@ -6,9 +6,10 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 # What the build and its tests need, as packages of Debian 12: the compiler and build programs;
 # CLI11 and fmt for the tool; GoogleTest and Python, a second opinion on character codes, for the
-# tests, pkg-config and the ABI comparison too; zsh and fish for their completion.
+# tests, pkg-config and the ABI comparison too; zsh and fish for their
+# completion, manual pages in four languages to tell the charsets of.
 build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libgtest-dev python3 pkgconf abigail-tools
-    zsh fish)
+    zsh fish manpages-ja manpages-de manpages-fr manpages-es)
 
 say() { echo "$*" >&2; }
 
@@ -35,9 +36,11 @@ install_packages() {
         as_root=(sudo)
     fi
     say "installing: ${missing[*]}"
+    # Images made small may be told to leave manual pages out; tests read some.
     "${as_root[@]}" apt-get update -qq </dev/null >&2 &&
         "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
-            --no-install-recommends -o Dpkg::Use-Pty=0 "${missing[@]}" </dev/null >&2
+            --no-install-recommends -o Dpkg::Use-Pty=0 \
+            -o Dpkg::Options::='--path-include=/usr/share/man/*' "${missing[@]}" </dev/null >&2
 }
 
 # build_preset NAME DIRECTORY [TARGET...]: configure where that was not done yet, then build the
