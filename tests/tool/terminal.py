@@ -7,6 +7,7 @@ import random
 import re
 import select
 import signal
+import struct
 import subprocess
 import sys
 import tempfile
@@ -115,6 +116,35 @@ class Terminal(unittest.TestCase):
         except BrokenPipeError:
             pass
         self.assertEqual(tool.wait(), -signal.SIGPIPE)
+
+    def test_in_place_keeps_attributes_and_access_lists(self):
+        """What belongs to the file stays, and what its folder gives to new files does not come."""
+        def access_list(*entries):  # tag, permissions, id
+            return struct.pack("<I", 2) + b"".join(struct.pack("<HHI", *entry) for entry in entries)
+        none = 0xFFFFFFFF
+        listed = access_list((1, 6, none), (2, 4, 1234), (4, 0, none), (16, 4, none), (32, 0, none))
+        for name in ("plain", "listed"):
+            (self.dir / name).write_bytes(b"\x82\xa0\n")
+            if os.geteuid() == 0:
+                os.chown(self.dir / name, 1234, 1234)
+            (self.dir / name).chmod(0o640)
+        try:
+            os.setxattr(self.dir / "listed", "user.note", b"kept")
+            os.setxattr(self.dir / "listed", "system.posix_acl_access", listed)
+            os.setxattr(self.dir, "system.posix_acl_default", listed)
+        except OSError as error:
+            self.skipTest(f"no attributes here: {error}")
+
+        def belongings(name):
+            path = self.dir / name
+            status = path.stat()
+            return status.st_mode, status.st_uid, status.st_gid, {key: os.getxattr(path, key) for key in os.listxattr(path)}
+        before = [belongings(name) for name in ("plain", "listed")]
+        self.assertEqual(len(before[1][3]), 2)
+        done = run(["-i", "-f", "cp932", "plain", "listed"], self.dir)
+        self.assertEqual((done.returncode, done.stderr), (0, b""))
+        self.assertEqual((self.dir / "listed").read_text(), "あ\n")
+        self.assertEqual([belongings(name) for name in ("plain", "listed")], before)
 
     def test_threads_change_nothing(self):
         """-j over files and inside a text: output, messages and their order are those of one thread."""

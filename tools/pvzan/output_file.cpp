@@ -4,10 +4,13 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
+#include <vector>
 
 namespace tool {
 
@@ -90,7 +93,39 @@ bool output_file::commit() {
     return ::close(descriptor) == 0 || fail("cannot write");
 }
 
-// Setting the owner clears the bits that run a file as its owner, so the mode comes last.
+// Extended attributes, of which access control lists are some: those of the old file, and not those
+// that its folder gives to new ones. The labels of security modules are the system's to set. The
+// mode comes between, since it has a part in an access control list, and taking one away changes
+// it.
+bool output_file::keep_attributes(mode_t mode) {
+    constexpr std::size_t most = std::size_t{64} * 1024; // the system's limit
+    std::vector<char> names(most), value(most);
+    const auto each_name = [&](ssize_t length, const auto& use) {
+        for (const char* name = names.data(); name < names.data() + length;
+             name += std::strlen(name) + 1) {
+            if (!std::string_view(name).starts_with("security.") && !use(name)) {
+                return fail(fmt::format("cannot keep its attribute {}", printable(name)));
+            }
+        }
+        return true;
+    };
+    each_name(::flistxattr(descriptor_, names.data(), most),
+              [&](const char* name) { return ::fremovexattr(descriptor_, name) == 0; });
+    if (::fchmod(descriptor_, mode) != 0) {
+        return fail("cannot set permissions");
+    }
+    const ssize_t length = ::listxattr(replaced_.c_str(), names.data(), most);
+    if (length < 0 && errno != ENOTSUP) {
+        return fail("cannot keep its attributes");
+    }
+    return each_name(length, [&](const char* name) {
+        const ssize_t size = ::getxattr(replaced_.c_str(), name, value.data(), most);
+        return size >= 0 &&
+               ::fsetxattr(descriptor_, name, value.data(), static_cast<std::size_t>(size), 0) == 0;
+    });
+}
+
+// Setting the owner clears the bits that run a file as its owner, so the mode comes behind it.
 bool output_file::keep_owner() {
     struct stat old {
     }, now{};
@@ -101,7 +136,7 @@ bool output_file::keep_owner() {
     if (!same && ::fchown(descriptor_, old.st_uid, old.st_gid) != 0) {
         return fail("cannot keep its owner");
     }
-    return ::fchmod(descriptor_, old.st_mode & 07777) == 0 || fail("cannot set permissions");
+    return keep_attributes(old.st_mode & 07777);
 }
 
 bool output_file::replace(const std::string& path, const std::string& backup) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <sys/types.h>
 
 namespace tool {
 
@@ -23,8 +24,9 @@ public:
     bool write(std::span<const std::uint8_t> bytes);
     bool commit();
 
-    // For a file that replaces another, with its mode, owner and links: keeps the other one under a
-    // name of its own, when that is not empty. The new file is on the disk before it has the name.
+    // For a file that replaces another, with its mode, owner, attributes and links: keeps the other
+    // one under a name of its own, when that is not empty. The new file is on the disk before it
+    // has the name.
     bool replace(const std::string& path, const std::string& backup);
     [[nodiscard]] const std::string& temporary_name() const { return temporary_.name(); }
 
@@ -33,6 +35,7 @@ public:
 private:
     bool fail(const std::string& what);
     bool keep_owner();
+    bool keep_attributes(mode_t mode);
 
     int descriptor_ = -1;
     std::string path_;     // empty: standard output
