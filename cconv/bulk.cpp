@@ -133,7 +133,8 @@ bulk_guide::bulk_guide(const session* s)
 
 void bulk_guide::leave(const session* s) const {
     if (enabled_) {
-        last_call = {s, wait_, penalty_};
+        // What the last stretch left to the rules may be done by now, or known.
+        last_call = {s, penalty_ == 0 ? 0 : wait_, penalty_};
     }
 }
 
