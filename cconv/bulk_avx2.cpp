@@ -4,111 +4,15 @@
 
 #if defined(__x86_64__)
 
+#include "cconv/bulk_ascii.h"
+#include "cconv/bulk_avx2.h"
+
 #include <array>
 #include <bit>
-#include <immintrin.h>
-
-#define AVX2 [[gnu::target("avx2,bmi,bmi2,popcnt")]]
 
 namespace {
 
-constexpr std::size_t vector_bytes = 32;
 constexpr u8 nothing = 0x80; // in a shuffle: a zero byte
-
-// ---- ASCII -------------------------------------------------------------------------------------
-
-AVX2 inline __m256i load(const void* p) {
-    return _mm256_loadu_si256(static_cast<const __m256i*>(p));
-}
-AVX2 inline void store(void* p, __m256i v) {
-    _mm256_storeu_si256(static_cast<__m256i*>(p), v);
-}
-AVX2 inline u32 mask_of(__m256i bytes) {
-    return static_cast<u32>(_mm256_movemask_epi8(bytes));
-}
-
-AVX2 inline __m256i stops_in(__m256i bytes, std::span<const u8> stops) {
-    __m256i stop = bytes;
-    for (const u8 s : stops) {
-        stop =
-            _mm256_or_si256(stop, _mm256_cmpeq_epi8(bytes, _mm256_set1_epi8(static_cast<char>(s))));
-    }
-    return stop;
-}
-
-AVX2 inline bool has_stop(__m256i bytes, std::span<const u8> stops) {
-    return mask_of(stops_in(bytes, stops)) != 0;
-}
-
-AVX2 std::size_t copy_ascii(const ascii_run& run) {
-    const std::size_t size = run.in_size < run.out_size ? run.in_size : run.out_size;
-    std::size_t at = 0;
-    for (; at + 4 * vector_bytes <= size; at += 4 * vector_bytes) {
-        const u8* const in = run.in + at;
-        const __m256i a = load(in), b = load(in + vector_bytes);
-        const __m256i c = load(in + 2 * vector_bytes), d = load(in + 3 * vector_bytes);
-        const __m256i low = _mm256_or_si256(stops_in(a, run.stops), stops_in(b, run.stops));
-        const __m256i high = _mm256_or_si256(stops_in(c, run.stops), stops_in(d, run.stops));
-        if (mask_of(_mm256_or_si256(low, high)) != 0) {
-            break;
-        }
-        u8* const out = run.out + at;
-        store(out, a);
-        store(out + vector_bytes, b);
-        store(out + 2 * vector_bytes, c);
-        store(out + 3 * vector_bytes, d);
-    }
-    for (; at + vector_bytes <= size; at += vector_bytes) {
-        const __m256i bytes = load(run.in + at);
-        if (has_stop(bytes, run.stops)) {
-            break;
-        }
-        store(run.out + at, bytes);
-    }
-    return at;
-}
-
-AVX2 std::size_t widen_ascii(const ascii_run& run, bool big_endian) {
-    const std::size_t room = run.out_size / 2;
-    const std::size_t size = run.in_size < room ? run.in_size : room;
-    const __m128i shift = _mm_cvtsi32_si128(big_endian ? 8 : 0);
-    std::size_t at = 0;
-    for (; at + vector_bytes <= size; at += vector_bytes) {
-        const __m256i bytes = load(run.in + at);
-        if (has_stop(bytes, run.stops)) {
-            break;
-        }
-        const __m256i low = _mm256_cvtepu8_epi16(_mm256_castsi256_si128(bytes));
-        const __m256i high = _mm256_cvtepu8_epi16(_mm256_extracti128_si256(bytes, 1));
-        store(run.out + 2 * at, _mm256_sll_epi16(low, shift));
-        store(run.out + 2 * at + vector_bytes, _mm256_sll_epi16(high, shift));
-    }
-    return at;
-}
-
-AVX2 std::size_t narrow_ascii(const ascii_run& run, bool big_endian) {
-    const std::size_t units = run.in_size / 2;
-    const std::size_t size = units < run.out_size ? units : run.out_size;
-    const __m128i shift = _mm_cvtsi32_si128(big_endian ? 8 : 0);
-    const __m256i beyond =
-        _mm256_set1_epi16(static_cast<short>(big_endian ? 0x80FF : 0xFF80)); // as they are loaded
-    std::size_t at = 0;
-    for (; at + vector_bytes <= size; at += vector_bytes) {
-        const __m256i low = load(run.in + 2 * at);
-        const __m256i high = load(run.in + 2 * at + vector_bytes);
-        if (_mm256_testz_si256(_mm256_or_si256(low, high), beyond) == 0) {
-            break;
-        }
-        const __m256i packed =
-            _mm256_packus_epi16(_mm256_srl_epi16(low, shift), _mm256_srl_epi16(high, shift));
-        const __m256i bytes = _mm256_permute4x64_epi64(packed, 0xD8);
-        if (has_stop(bytes, run.stops)) {
-            break;
-        }
-        store(run.out + at, bytes);
-    }
-    return at;
-}
 
 // ---- UTF-8 to scalars --------------------------------------------------------------------------
 
@@ -429,8 +333,9 @@ AVX2 std::size_t plain_scalars(const u16* scalars, std::size_t count, std::span<
 
 } // namespace
 
-const bulk_kernels bulk_kernels_avx2 = {copy_ascii,   widen_ascii,   narrow_ascii,   decode_utf8,
-                                        narrow_quads, split_codes,   encode_utf8,    copy_units,
-                                        put_quads,    plain_scalars, seven_bit_pairs};
+const bulk_kernels bulk_kernels_avx2 = {copy_ascii_avx2, widen_ascii_avx2, narrow_ascii_avx2,
+                                        decode_utf8,     narrow_quads,     split_codes,
+                                        encode_utf8,     copy_units,       put_quads,
+                                        plain_scalars,   seven_bit_pairs};
 
 #endif

@@ -3,6 +3,8 @@
 
 #if defined(__x86_64__)
 
+#include "cconv/bulk_ascii.h"
+
 #include <bit>
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wuninitialized" // in the header of g++ 12 itself
@@ -13,107 +15,6 @@
 #define AVX512 [[gnu::target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,bmi,bmi2,popcnt")]]
 
 namespace {
-
-constexpr std::size_t vector_bytes = 64;
-
-// Bit i: byte i is no ASCII, or a stop.
-AVX512 inline u64 stop_mask(__m512i bytes, std::span<const u8> stops) {
-    u64 mask = _mm512_movepi8_mask(bytes);
-    for (const u8 stop : stops) {
-        mask |= _mm512_cmpeq_epi8_mask(bytes, _mm512_set1_epi8(static_cast<char>(stop)));
-    }
-    return mask;
-}
-
-AVX512 inline bool copy_vector(const ascii_run& run, std::size_t at) {
-    const __m512i bytes = _mm512_loadu_si512(run.in + at);
-    if (stop_mask(bytes, run.stops) != 0) {
-        return false;
-    }
-    _mm512_storeu_si512(run.out + at, bytes);
-    return true;
-}
-
-AVX512 std::size_t copy_ascii(const ascii_run& run) {
-    const std::size_t size = run.in_size < run.out_size ? run.in_size : run.out_size;
-    std::size_t at = 0;
-    if (size >= 8 * vector_bytes) {
-        // Stores that cross no line of the cache are worth a vector written twice.
-        if (!copy_vector(run, at)) {
-            return 0;
-        }
-        at = vector_bytes - reinterpret_cast<std::uintptr_t>(run.out) % vector_bytes;
-    }
-    for (; at + 4 * vector_bytes <= size; at += 4 * vector_bytes) {
-        const u8* const in = run.in + at;
-        const __m512i a = _mm512_loadu_si512(in);
-        const __m512i b = _mm512_loadu_si512(in + vector_bytes);
-        const __m512i c = _mm512_loadu_si512(in + 2 * vector_bytes);
-        const __m512i d = _mm512_loadu_si512(in + 3 * vector_bytes);
-        u64 stop =
-            _mm512_movepi8_mask(_mm512_or_si512(_mm512_or_si512(a, b), _mm512_or_si512(c, d)));
-        for (const u8 byte : run.stops) {
-            const __m512i s = _mm512_set1_epi8(static_cast<char>(byte));
-            stop |= _mm512_cmpeq_epi8_mask(a, s) | _mm512_cmpeq_epi8_mask(b, s) |
-                    _mm512_cmpeq_epi8_mask(c, s) | _mm512_cmpeq_epi8_mask(d, s);
-        }
-        if (stop != 0) {
-            break;
-        }
-        u8* const out = run.out + at;
-        _mm512_storeu_si512(out, a);
-        _mm512_storeu_si512(out + vector_bytes, b);
-        _mm512_storeu_si512(out + 2 * vector_bytes, c);
-        _mm512_storeu_si512(out + 3 * vector_bytes, d);
-    }
-    while (at + vector_bytes <= size && copy_vector(run, at)) {
-        at += vector_bytes;
-    }
-    return at;
-}
-
-AVX512 std::size_t widen_ascii(const ascii_run& run, bool big_endian) {
-    const std::size_t room = run.out_size / 2;
-    const std::size_t size = run.in_size < room ? run.in_size : room;
-    const __m128i shift = _mm_cvtsi32_si128(big_endian ? 8 : 0);
-    std::size_t at = 0;
-    for (; at + vector_bytes <= size; at += vector_bytes) {
-        const __m512i bytes = _mm512_loadu_si512(run.in + at);
-        if (stop_mask(bytes, run.stops) != 0) {
-            break;
-        }
-        const __m512i low = _mm512_cvtepu8_epi16(_mm512_castsi512_si256(bytes));
-        const __m512i high = _mm512_cvtepu8_epi16(_mm512_extracti64x4_epi64(bytes, 1));
-        _mm512_storeu_si512(run.out + 2 * at, _mm512_sll_epi16(low, shift));
-        _mm512_storeu_si512(run.out + 2 * at + vector_bytes, _mm512_sll_epi16(high, shift));
-    }
-    return at;
-}
-
-AVX512 std::size_t narrow_ascii(const ascii_run& run, bool big_endian) {
-    const std::size_t units = run.in_size / 2;
-    const std::size_t size = units < run.out_size ? units : run.out_size;
-    const __m128i shift = _mm_cvtsi32_si128(big_endian ? 8 : 0);
-    const __m512i beyond =
-        _mm512_set1_epi16(static_cast<short>(big_endian ? 0x80FF : 0xFF80)); // as they are loaded
-    std::size_t at = 0;
-    for (; at + vector_bytes <= size; at += vector_bytes) {
-        const u8* const in = run.in + 2 * at;
-        const __m512i low = _mm512_loadu_si512(in);
-        const __m512i high = _mm512_loadu_si512(in + vector_bytes);
-        if (_mm512_test_epi16_mask(_mm512_or_si512(low, high), beyond) != 0) {
-            break;
-        }
-        const __m512i bytes = _mm512_inserti64x4(
-            _mm512_castsi256_si512(_mm512_cvtepi16_epi8(_mm512_srl_epi16(low, shift))),
-            _mm512_cvtepi16_epi8(_mm512_srl_epi16(high, shift)), 1);
-        if (stop_mask(bytes, run.stops) != 0) {
-            break;
-        }
-        _mm512_storeu_si512(run.out + at, bytes);
-    }
-    return at;
-}
 
 // The kinds of bytes in 64 of them, a bit each.
 struct byte_kinds {
@@ -314,8 +215,9 @@ AVX512 std::size_t plain_scalars(const u16* scalars, std::size_t count,
 
 } // namespace
 
-const bulk_kernels bulk_kernels_avx512 = {copy_ascii,   widen_ascii,   narrow_ascii,   decode_utf8,
-                                          narrow_quads, split_codes,   encode_utf8,    copy_units,
-                                          put_quads,    plain_scalars, seven_bit_pairs};
+const bulk_kernels bulk_kernels_avx512 = {copy_ascii_avx2, widen_ascii_avx2, narrow_ascii_avx2,
+                                          decode_utf8,     narrow_quads,     split_codes,
+                                          encode_utf8,     copy_units,       put_quads,
+                                          plain_scalars,   seven_bit_pairs};
 
 #endif

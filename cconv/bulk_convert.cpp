@@ -246,7 +246,14 @@ void run_reader(const bulk_memory& memory, bulk_stretch& stretch) {
         case bulk_ascii::widen_little: return run.template run<bulk_ascii::widen_little>();
         default: break;
         }
-    } else if constexpr (Reader::unit_bytes == 2) {
+        if constexpr (std::is_same_v<Reader, utf8_reader>) {
+            switch (memory.ascii) {
+            case bulk_ascii::quads_big: return run.template run<bulk_ascii::quads_big>();
+            case bulk_ascii::quads_little: return run.template run<bulk_ascii::quads_little>();
+            default: break;
+            }
+        }
+    } else {
         if (memory.ascii == bulk_ascii::narrow) {
             return run.template run<bulk_ascii::narrow>();
         }

@@ -111,7 +111,7 @@ public:
                     if (set == PVZAN_SET_ISO_646_IRV) {
                         const std::size_t n = copy_ascii<Kind>(vector_, p, in_stop, q, out_stop);
                         if (n > 0) {
-                            constexpr std::size_t width = Kind == bulk_ascii::same ? 1 : 2;
+                            constexpr std::size_t width = ascii_target(Kind).bytes;
                             before_last = n > 1 ? place{p + n - 2, q - 2 * width, set} : last;
                             last = n > 1 ? place{p + n - 1, q - width, set} : begin;
                             // The run's first character may have an escape sequence before it.

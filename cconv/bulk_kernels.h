@@ -16,7 +16,14 @@ struct ascii_run {
     std::size_t in_size;
     u8* out;
     std::size_t out_size;
-    std::span<const u8> stops; // bytes that no run may hold
+    std::span<const u8> stops; // bytes that no run may hold, max_stops of them at most
+};
+inline constexpr std::size_t max_stops = 4;
+
+// A unit of two or four bytes, beside ASCII's one.
+struct ascii_unit {
+    u32 bytes;
+    bool big_endian;
 };
 
 struct scalar_block {
@@ -43,8 +50,8 @@ struct bulk_kernels {
     // Each takes whole vectors of ASCII and returns the number of characters, 0 for a shorter run;
     // never writes more than it returns.
     std::size_t (*copy_ascii)(const ascii_run& run);
-    std::size_t (*widen_ascii)(const ascii_run& run, bool big_endian);
-    std::size_t (*narrow_ascii)(const ascii_run& run, bool big_endian);
+    std::size_t (*widen_ascii)(const ascii_run& run, ascii_unit target);
+    std::size_t (*narrow_ascii)(const ascii_run& run, ascii_unit source);
 
     // Reads chunk_bytes bytes and writes the scalars of the well-formed sequences of one to three
     // bytes that they begin with; room for chunk_scalars of them.

@@ -74,7 +74,7 @@ struct ascii_vector {
 
     const bulk_kernels* kernels;
     std::span<const u8> stops_at;
-    __m128i special[4];
+    __m128i special[max_stops];
     bool any_special;
 };
 
@@ -105,7 +105,7 @@ std::size_t narrow_ascii(const ascii_vector& vector, const u8* p, const u8* in_s
             const std::size_t n = vector.kernels->narrow_ascii(
                 {p, static_cast<std::size_t>(in_stop - p), q,
                  static_cast<std::size_t>(out_stop - q), vector.stops_at},
-                BigEndian);
+                {2, BigEndian});
             p += 2 * n;
             q += n;
         }
@@ -135,14 +135,14 @@ std::size_t copy_ascii(const ascii_vector& vector, const u8* p, const u8* in_sto
         const auto length =
             stops == 0 ? std::size_t{16} : static_cast<std::size_t>(std::countr_zero(stops));
         p += length;
-        q += Kind == bulk_ascii::same ? length : 2 * length;
+        q += ascii_target(Kind).bytes * length;
         if (length < 16) {
             break;
         }
         if (p == begin + 16) {
             const std::size_t n = long_run<Kind>(vector, p, in_stop, q, out_stop);
             p += n;
-            q += Kind == bulk_ascii::same ? n : 2 * n;
+            q += ascii_target(Kind).bytes * n;
         }
     }
     return static_cast<std::size_t>(p - begin);
@@ -171,7 +171,7 @@ std::size_t copy_ascii(const ascii_vector& vector, const u8* p, const u8* in_sto
     };
     const std::size_t n = long_run<Kind>(vector, p, in_stop, q, out_stop);
     p += n;
-    q += Kind == bulk_ascii::same ? n : 2 * n;
+    q += ascii_target(Kind).bytes * n;
     for (; p < in_stop && q < out_stop && !stops(*p); ++p) {
         if constexpr (Kind == bulk_ascii::widen_big) {
             *q++ = 0;
@@ -191,7 +191,7 @@ std::size_t narrow_ascii(const ascii_vector& vector, const u8* p, const u8* in_s
     const std::size_t n =
         vector.kernels->narrow_ascii({p, static_cast<std::size_t>(in_stop - p), q,
                                       static_cast<std::size_t>(out_stop - q), vector.stops_at},
-                                     BigEndian);
+                                     {2, BigEndian});
     q += n;
     return n;
 }
@@ -210,8 +210,27 @@ std::size_t long_run(const ascii_vector& vector, const u8* p, const u8* in_stop,
     if constexpr (Kind == bulk_ascii::same) {
         return vector.kernels->copy_ascii(run);
     } else {
-        return vector.kernels->widen_ascii(run, Kind == bulk_ascii::widen_big);
+        return vector.kernels->widen_ascii(run, ascii_target(Kind));
     }
+}
+
+// With units of four bytes only whole vectors pay: blocks do what remains of a run.
+template <bulk_ascii Kind>
+std::size_t widen_to_quads(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
+                           const u8* out_stop) {
+    const std::size_t n = long_run<Kind>(vector, p, in_stop, q, out_stop);
+    q += ascii_target(Kind).bytes * n;
+    return n;
+}
+template <bool BigEndian>
+std::size_t narrow_quads(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
+                         const u8* out_stop) {
+    const std::size_t n =
+        vector.kernels->narrow_ascii({p, static_cast<std::size_t>(in_stop - p), q,
+                                      static_cast<std::size_t>(out_stop - q), vector.stops_at},
+                                     {4, BigEndian});
+    q += n;
+    return n;
 }
 
 // ---- Readers -----------------------------------------------------------------------------------
@@ -319,7 +338,11 @@ struct utf8_reader {
     template <bulk_ascii Kind>
     static std::size_t ascii_run(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
                                  const u8* out_stop) {
-        return copy_ascii<Kind>(vector, p, in_stop, q, out_stop);
+        if constexpr (ascii_target(Kind).bytes == 4) {
+            return widen_to_quads<Kind>(vector, p, in_stop, q, out_stop);
+        } else {
+            return copy_ascii<Kind>(vector, p, in_stop, q, out_stop);
+        }
     }
 };
 
@@ -374,7 +397,10 @@ struct quad_reader {
 
     static bool may_open_chunk(u32) { return true; }
     static constexpr std::size_t full_chunk = chunk_bytes;
-    static bool may_open_run(const u8*, const u8*, std::size_t) { return false; }
+    static bool may_open_run(const u8*, const u8* end, std::size_t) {
+        return BigEndian ? load_big_endian({end - 4, 4}) < 0x80
+                         : load_little_endian({end - 4, 4}) < 0x80;
+    }
     [[nodiscard]] scalar_block chunk(const u8* p, u16* scalars) const {
         const std::size_t n = memory.kernels->narrow_quads(p, scalars, BigEndian);
         return {n, n * unit_bytes};
@@ -382,5 +408,11 @@ struct quad_reader {
     static const u8* before(const u8* p, u16) { return p - unit_bytes; }
     static const u8* behind(const u8* p, std::span<const u16> units) {
         return p + unit_bytes * units.size();
+    }
+
+    template <bulk_ascii Kind>
+    static std::size_t ascii_run(const ascii_vector& vector, const u8* p, const u8* in_stop, u8*& q,
+                                 const u8* out_stop) {
+        return narrow_quads<BigEndian>(vector, p, in_stop, q, out_stop);
     }
 };

@@ -93,37 +93,34 @@ std::span<const u8> ascii_input(const bulk_memory& memory, u8 byte, std::array<u
     return std::span(unit).first(length);
 }
 
-bulk_ascii ascii_kind(const bulk_memory& memory, std::span<const u8> letter_a) {
-    const bool units =
-        memory.reader == bulk_reader::unit_big || memory.reader == bulk_reader::unit_little;
-    if (memory.reader == bulk_reader::quad_big || memory.reader == bulk_reader::quad_little) {
-        return bulk_ascii::none;
-    }
-    const auto is = [=](std::initializer_list<u8> bytes) {
-        return std::ranges::equal(letter_a, bytes);
-    };
-    if (is({'A'})) {
-        return units ? bulk_ascii::narrow : bulk_ascii::same;
-    }
-    if (units) {
-        return bulk_ascii::none;
-    }
-    if (is({0, 'A'})) {
-        return bulk_ascii::widen_big;
-    }
-    return is({'A', 0}) ? bulk_ascii::widen_little : bulk_ascii::none;
+// In what a run of ASCII becomes, one character.
+std::span<const u8> in_target(bulk_ascii kind, u8 byte, std::array<u8, 4>& unit) {
+    const ascii_unit target = ascii_target(kind);
+    unit = {};
+    unit[target.big_endian ? target.bytes - 1 : 0] = byte;
+    return std::span(unit).first(target.bytes);
 }
 
 // Whether an ASCII byte may lie in a run: it is written as the kind of run says.
 bool fits_run(bulk_ascii kind, u8 byte, std::span<const u8> written) {
-    switch (kind) {
-    case bulk_ascii::same:
-    case bulk_ascii::narrow: return std::ranges::equal(written, std::array{byte});
-    case bulk_ascii::widen_big: return std::ranges::equal(written, std::array{u8{0}, byte});
-    case bulk_ascii::widen_little: return std::ranges::equal(written, std::array{byte, u8{0}});
-    case bulk_ascii::none: break;
+    std::array<u8, 4> unit{};
+    return kind != bulk_ascii::none && std::ranges::equal(written, in_target(kind, byte, unit));
+}
+
+bulk_ascii ascii_kind(const bulk_memory& memory, std::span<const u8> letter_a) {
+    std::array<u8, 4> unit{};
+    if (ascii_input(memory, 'A', unit).size() > 1) {
+        return fits_run(bulk_ascii::narrow, 'A', letter_a) ? bulk_ascii::narrow : bulk_ascii::none;
     }
-    return false;
+    for (const bulk_ascii kind : {bulk_ascii::same, bulk_ascii::widen_big, bulk_ascii::widen_little,
+                                  bulk_ascii::quads_big, bulk_ascii::quads_little}) {
+        const bool by_blocks_only = ascii_target(kind).bytes == 4;
+        if (fits_run(kind, 'A', letter_a) &&
+            (!by_blocks_only || memory.blocks != bulk_blocks::entries)) {
+            return kind;
+        }
+    }
+    return bulk_ascii::none;
 }
 
 void learn_newline(bulk_memory& memory, session* s) {
@@ -177,7 +174,9 @@ void learn_ascii(bulk_memory& memory, session* s) {
         }
         const bool other_set =
             memory.writer != bulk_writer::plain && s->outSetNo != memory.ascii_set;
-        if (!learnable || other_set || !fits_run(memory.ascii, byte, written)) {
+        // Four bytes fit no entry.
+        const bool known = ascii_target(memory.ascii).bytes == 4 ? alone : learnable;
+        if (!known || other_set || !fits_run(memory.ascii, byte, written)) {
             if (memory.special_count == std::size(memory.special)) {
                 memory.ascii = bulk_ascii::none;
                 memory.special_count = 0;

@@ -33,8 +33,21 @@ enum class bulk_ascii : u8 {
     same,      // one byte each, unchanged
     widen_big, // the same in two bytes each
     widen_little,
-    narrow // two-byte units to single bytes
+    quads_big, // in four bytes each, between Unicode charsets
+    quads_little,
+    narrow // units of two or four bytes to single bytes
 };
+
+// What a character of a run becomes.
+constexpr ascii_unit ascii_target(bulk_ascii kind) {
+    switch (kind) {
+    case bulk_ascii::widen_big: return {2, true};
+    case bulk_ascii::widen_little: return {2, false};
+    case bulk_ascii::quads_big: return {4, true};
+    case bulk_ascii::quads_little: return {4, false};
+    default: return {1, false};
+    }
+}
 
 // What becomes of a block of scalars, where source characters are read in blocks.
 enum class bulk_blocks : u8 {
@@ -137,8 +150,8 @@ struct bulk_plan {
 struct bulk_memory : bulk_plan {
     bulk_memory* next;
     bulk_ascii ascii;
-    u32 ascii_set; // ISO-2022-JP output: the set that runs of ASCII need
-    u8 special[4]; // ASCII bytes that no run may hold; unused ones repeat the first
+    u32 ascii_set;         // ISO-2022-JP output: the set that runs of ASCII need
+    u8 special[max_stops]; // ASCII bytes that no run may hold; unused ones repeat the first
     u32 special_count;
     bulk_newline newline;
     const bulk_kernels* kernels;

@@ -1,6 +1,7 @@
 // Kernels for any processor, in the compiler's own vectors where they pay: SSE2, NEON and others.
 #include "cconv/bulk_kernels.h"
 
+#include <algorithm>
 #include <bit>
 
 namespace {
@@ -41,33 +42,39 @@ std::size_t copy_ascii(const ascii_run& run) {
     return at;
 }
 
-std::size_t widen_ascii(const ascii_run& run, bool big_endian) {
-    const std::size_t room = run.out_size / 2;
-    const std::size_t size = run.in_size < room ? run.in_size : room;
+template <u32 UnitBytes>
+std::size_t widen(const ascii_run& run, bool big_endian) {
+    const std::size_t size = std::min(run.in_size, run.out_size / UnitBytes);
+    const std::size_t place = big_endian ? UnitBytes - 1 : 0; // of the byte in its unit
     std::size_t at = 0;
     for (; at + vector_bytes <= size; at += vector_bytes) {
         if (has_stop(load(run.in + at), run.stops)) {
             break;
         }
-        for (std::size_t i = at; i < at + vector_bytes; ++i) {
-            run.out[2 * i] = big_endian ? u8{0} : run.in[i];
-            run.out[2 * i + 1] = big_endian ? run.in[i] : u8{0};
+        u8* const out = run.out + UnitBytes * at;
+        std::memset(out, 0, UnitBytes * vector_bytes);
+        for (std::size_t i = 0; i < vector_bytes; ++i) {
+            out[UnitBytes * i + place] = run.in[at + i];
         }
     }
     return at;
 }
 
-std::size_t narrow_ascii(const ascii_run& run, bool big_endian) {
-    const std::size_t units = run.in_size / 2;
-    const std::size_t size = units < run.out_size ? units : run.out_size;
+std::size_t widen_ascii(const ascii_run& run, ascii_unit target) {
+    return target.bytes == 2 ? widen<2>(run, target.big_endian) : widen<4>(run, target.big_endian);
+}
+
+template <u32 UnitBytes>
+std::size_t narrow(const ascii_run& run, bool big_endian) {
+    const std::size_t size = std::min(run.in_size / UnitBytes, run.out_size);
     std::size_t at = 0;
     for (; at + vector_bytes <= size; at += vector_bytes) {
         u8 bytes[vector_bytes];
-        u8 beyond = 0;
+        u32 beyond = 0;
         for (std::size_t i = 0; i < vector_bytes; ++i) {
-            const u8* const unit = run.in + 2 * (at + i);
-            bytes[i] = unit[big_endian ? 1 : 0];
-            beyond |= unit[big_endian ? 0 : 1];
+            const u32 value = load_code({run.in + UnitBytes * (at + i), UnitBytes}, big_endian);
+            bytes[i] = static_cast<u8>(value);
+            beyond |= value >> 8;
         }
         if (beyond != 0 || has_stop(load(bytes), run.stops)) {
             break;
@@ -75,6 +82,11 @@ std::size_t narrow_ascii(const ascii_run& run, bool big_endian) {
         std::memcpy(run.out + at, bytes, sizeof bytes);
     }
     return at;
+}
+
+std::size_t narrow_ascii(const ascii_run& run, ascii_unit source) {
+    return source.bytes == 2 ? narrow<2>(run, source.big_endian)
+                             : narrow<4>(run, source.big_endian);
 }
 
 constexpr bool is_continuation(u8 byte) {

@@ -210,7 +210,7 @@ TEST_P(kernels_test, CopiesAsciiOnly) {
         if (!text.empty() && below(3) != 0) {
             text[below(static_cast<unsigned>(text.size()))] = below(2) != 0 ? '\n' : 0x80;
         }
-        const u8 all_stops[] = {'\n', '\r', 0};
+        const u8 all_stops[] = {'\n', 0x7F, 0};
         const std::span<const u8> stops = std::span(all_stops).first(below(4));
         const auto stop = std::ranges::find_if(text, [&](u8 byte) {
             return byte >= 0x80 || std::ranges::find(stops, byte) != stops.end();
@@ -225,26 +225,32 @@ TEST_P(kernels_test, CopiesAsciiOnly) {
         ASSERT_TRUE(n + chunk_bytes > std::min(clean, same.size())); // all but a last vector
         ASSERT_TRUE(
             std::equal(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(n), same.begin()));
-        for (const bool big : {false, true}) {
-            std::vector<u8> wide(2 * below(most_bytes)), narrow(below(most_bytes)), units;
-            const std::size_t w = k.widen_ascii(in_run(text, wide), big);
-            ASSERT_LE(w, std::min(clean, wide.size() / 2));
-            ASSERT_TRUE(w + chunk_bytes > std::min(clean, wide.size() / 2));
-            for (std::size_t i = 0; i < w; ++i) {
-                ASSERT_EQ(load_code(std::span(wide).subspan(2 * i, 2), big), text[i]);
+        for (const ascii_unit unit : {ascii_unit{2, false}, {2, true}, {4, false}, {4, true}}) {
+            std::vector<u8> wide(unit.bytes * below(most_bytes)), narrow(below(most_bytes));
+            std::vector<u8> units(unit.bytes * text.size());
+            const std::size_t place = unit.big_endian ? unit.bytes - 1 : 0;
+            const auto value = [&](std::span<const u8> of, std::size_t i) {
+                return load_code(of.subspan(unit.bytes * i, unit.bytes), unit.big_endian);
+            };
+            const std::size_t w = k.widen_ascii(in_run(text, wide), unit);
+            const std::size_t room = std::min(clean, wide.size() / unit.bytes);
+            ASSERT_LE(w, room);
+            ASSERT_TRUE(w + chunk_bytes > room);
+            for (std::size_t i = 0; i < text.size(); ++i) {
+                units[unit.bytes * i + place] = text[i];
+                ASSERT_TRUE(i >= w || value(wide, i) == text[i]);
             }
-            for (const u8 byte : text) {
-                units.insert(units.end(), {big ? u8{0} : byte, big ? byte : u8{0}});
-            }
+            std::size_t beyond = clean;
             if (!units.empty() && below(4) == 0) {
-                units[2 * below(static_cast<unsigned>(text.size())) + (big ? 0U : 1U)] =
-                    1; // beyond ASCII
+                const std::size_t odd = below(static_cast<unsigned>(text.size()));
+                units[unit.bytes * odd + (place + 1 + below(unit.bytes - 1)) % unit.bytes] = 1;
+                beyond = std::min(clean, odd);
             }
-            const std::size_t m = k.narrow_ascii(in_run(units, narrow), big);
-            ASSERT_LE(m, std::min(clean, narrow.size()));
-            for (std::size_t i = 0; i < m; ++i) {
-                ASSERT_EQ(load_code(std::span(units).subspan(2 * i, 2), big), narrow[i]);
-            }
+            const std::size_t m = k.narrow_ascii(in_run(units, narrow), unit);
+            ASSERT_LE(m, std::min(beyond, narrow.size()));
+            ASSERT_TRUE(m + chunk_bytes > std::min(beyond, narrow.size()));
+            ASSERT_TRUE(std::equal(narrow.begin(), narrow.begin() + static_cast<std::ptrdiff_t>(m),
+                                   text.begin()));
         }
     }
 }
