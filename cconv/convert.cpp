@@ -93,8 +93,9 @@ constexpr bool is_resume_point(u32 status) {
            status == PVZAN_OUTPUT_FULL;
 }
 
-// Runs the decode rule for the next character. A rule that calls a character decoded which took no
-// input (a set of zero bytes) would do so for ever: that is invalid input.
+// Runs the decode rule for the next character. A rule that has the driver go on although it took no
+// input (a set of zero bytes, an encode rule that a definition names here) would do so for ever:
+// that is invalid input.
 void decode_character(session* s) {
     const bool first_attempt = s->status != PVZAN_INPUT_INCOMPLETE;
     if (first_attempt) {
@@ -110,7 +111,9 @@ void decode_character(session* s) {
 
     const i32 before = s->inPos;
     s->srcRule->function(s);
-    if (s->status == PVZAN_DECODED && s->inPos == before) {
+    const bool goes_on = s->status == PVZAN_DECODED || s->status == PVZAN_WRITTEN ||
+                         s->status == PVZAN_OUTPUT_FULL;
+    if (goes_on && s->inPos == before) {
         s->status = PVZAN_INVALID_INPUT;
     }
     if (s->status == PVZAN_INVALID_INPUT && s->source.skipInvalid != 0) {
