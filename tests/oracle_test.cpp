@@ -296,6 +296,28 @@ TEST(Oracle, Latin) {
     compare_encoding("iso-8859-1", "ISO-8859-1", 256, {});
 }
 
+// The second charset directory, which reads the disputed characters as the standards do.
+TEST(Oracle, DirectoryOfJisReadings) {
+    my_init();
+    ASSERT_EQ(ZAN_setCharsetPath(PVZAN_BASE2_JIS_DIR), 1U);
+    const differences otherwise = {{0x2014, 0x2014, same_character},
+                                   {0x2225, 0x2225, same_character},
+                                   {0xFF0D, 0xFF0D, same_character},
+                                   {0xFF5E, 0xFF5E, same_character}};
+    const differences control = {{0x7F, 0x8D, damage, is_refused_here},
+                                 {0x90, 0x9F, damage, is_refused_here}};
+    compare_decoding("shift_jis", "SJIS", 2, 7070, {});
+    compare_encoding("shift_jis", "SJIS", 7079, otherwise);
+    compare_decoding("euc-jp", "EUC-JP", 3, 13136, control);
+    compare_encoding(
+        "euc-jp", "EUC-JP", 13146,
+        otherwise + control +
+            differences{{0xFFE0, 0xFFE2, same_character}, {0xFFE4, 0xFFE4, same_character}});
+    EXPECT_EQ(test::convert("iso-2022-jp", "utf-8", "\x1B$B\x21\x41\x1B$@\x21\x41"), "〜〜");
+    EXPECT_EQ(cconvChgCharset(open("utf-8", "utf-8").get(), nullptr, "windows31j"),
+              u32{PVZAN_UNKNOWN_CHARSET});
+}
+
 // Well-formed text both ways; what else the decoders take is not this converter's to judge.
 void compare_unicode(const char* ours, const char* theirs, u32 last) {
     our_converter encode("iso-10646-ucs-4", ours), decode(ours, "iso-10646-ucs-4");

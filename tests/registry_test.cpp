@@ -1,12 +1,12 @@
-// Registry objects: arrays, groups, sets, blocks, limits.
+// Names and their numbers; registry objects: arrays, groups, sets, blocks, limits.
 #include "cconv/lifecycle.h"
+#include "cconv/names.h"
 #include "cconv/registry.h"
-
 #include "platform/platform.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <cctype>
+#include <gtest/gtest.h>
 #include <limits>
 #include <memory>
 #include <random>
@@ -14,6 +14,68 @@
 #include <vector>
 
 namespace {
+
+// ---- Names -------------------------------------------------------------------------------------
+
+// The numbers that definitions, the rules and programs in the field rely on.
+constexpr group_row known_names[] = {
+    {"shift_jis", 1001},       {"windows31j", 1002},     {"iso-10646-ucs-2", 1003},
+    {"iso-10646-ucs-4", 1004}, {"utf-16", 1005},         {"utf-8", 1006},
+    {"euc-jp", 1007},          {"euc-jp-fix", 1008},     {"iso-2022-jp", 1009},
+    {"shift_jis-2004", 1010},  {"euc-jis-2004", 1011},   {"iso-2022-jp-2004", 1012},
+    {"iso-646irv", 2001},      {"jis_x0201latin", 2002}, {"jis_x0201kana", 2003},
+    {"jis_c6226-1978", 2004},  {"jis_x0208-1983", 2005}, {"jis_x0208-1990", 2006},
+    {"jis_x0212-1990", 2007},  {"nec_extset", 2008},     {"ibm_extset", 2009},
+    {"jis-78-83", 2010},       {"jis_x0213", 2011},      {"windows31j-usr", 3001},
+    {"windowsntj-usr", 3002},  {"oasys_extset", 3003},   {"oasys2_extset", 3004},
+    {"chinesegbk", 5000},      {"chinesebig5", 5001},    {"koreanksc", 5002},
+    {"gb18030", 5003},
+};
+
+// The name is folded in place.
+void expect_number(std::string name, const std::string& folded, u32 number) {
+    EXPECT_EQ(TheCreateNo(name.data()), number) << folded.substr(0, 20);
+    EXPECT_EQ(name, folded);
+}
+
+TEST(Names, KnownOnesAreNumberedAndOthersHashedByByteAndPosition) {
+    ASSERT_EQ(std::size(known_names), std::size(groupList));
+    for (const auto& [name, number] : known_names) {
+        std::string upper = name;
+        std::ranges::transform(upper, upper.begin(),
+                               [](char c) { return static_cast<char>(std::toupper(c)); });
+        expect_number(name, name, number);
+        expect_number(upper, name, number);
+    }
+    expect_number("", "", 4000);
+    expect_number("AB", "ab", 4293);
+    // Bytes count as unsigned; only letters of ASCII are folded, not their neighbours.
+    expect_number("\xC1", "\xC1", 4193);
+    expect_number("@[`{Z", "@[`{z", 4000 + 64 + 2 * 91 + 3 * 96 + 4 * 123 + 5 * 122);
+    // 255 * (6000 * 6001 / 2) + 4000 = 4590769000, which wraps
+    expect_number(std::string(6000, '\xFF'), std::string(6000, '\xFF'), 295801704);
+}
+
+TEST(Names, RulesByTheirExactNames) {
+    for (const rule_row& row : ruleList) {
+        EXPECT_EQ(TheRule(row.name), &row) << row.name;
+    }
+    EXPECT_EQ(TheRule(nullptr), nullptr);
+    for (const char* name : {"", "dest", "destSAME ", "destsame", "destSHIFT_JIS", "utf-8"}) {
+        EXPECT_EQ(TheRule(name), nullptr) << name;
+    }
+}
+
+TEST(Names, TextsAreComparedToTheirEnds) {
+    constexpr const char* texts[] = {"", "a", "b", "ab", "ac", "abc", "\xFF", "\xFF\xFE"};
+    for (const char* a : texts) {
+        for (const char* b : texts) {
+            EXPECT_EQ(byteCmp(a, b) != 0, std::string_view(a) == b) << a << ", " << b;
+        }
+    }
+}
+
+// ---- Objects -----------------------------------------------------------------------------------
 
 struct array_release {
     void operator()(object_array* array) const { termArray(array); }
@@ -69,25 +131,19 @@ TEST(Array, RefusesNullsAndMoreThanItCanCount) {
     EXPECT_EQ(addArray(array.get(), &thing), most);
 }
 
-class Registry : public testing::Test {
-protected:
-    void SetUp() override { ASSERT_EQ(initProcess(), 1U); }
-    void TearDown() override { termProcess(); }
-
-    static basic_set* add_basic(std::string name, u16 type = PVZAN_SET_BASE) {
-        basic_set* set = initBasic(name.data(), type, 2);
+TEST(Registry, GroupsAndSetsAreFoundByNumberAndTheFirstWins) {
+    ASSERT_EQ(initProcess(), 1U);
+    const auto add_basic = [](std::string name) {
+        basic_set* set = initBasic(name.data(), PVZAN_SET_BASE, 2);
         EXPECT_NE(TheAddBasic(set), 0U);
         return set;
-    }
-    static charset_group* add_group(std::string name) {
+    };
+    const auto add_group = [](std::string name) {
         std::string rule = "constSAME";
         charset_group* group = initGroup(name.data(), rule.data(), rule.data());
         EXPECT_NE(TheAddGroup(group), 0U);
         return group;
-    }
-};
-
-TEST_F(Registry, GroupsAndSetsAreFoundByNumberAndTheFirstWins) {
+    };
     EXPECT_EQ(findGroupArray(nullptr, PVZAN_SHIFT_JIS), nullptr);
     EXPECT_EQ(findBasicArray(nullptr, PVZAN_SET_JIS_X_0208_1990), nullptr);
     charset_group* other = add_group("utf-8");
@@ -104,6 +160,7 @@ TEST_F(Registry, GroupsAndSetsAreFoundByNumberAndTheFirstWins) {
     EXPECT_EQ(addNameArray(other->memberSets, PVZAN_SET_JIS_X_0213), 0U);
     EXPECT_EQ(addNameArray(nullptr, PVZAN_SET_JIS_X_0208_1990), 0U);
     EXPECT_EQ(contents(other->memberSets), std::vector<void*>{set});
+    termProcess();
 }
 
 TEST(RegistryObjects, AreMadeFromTheirNames) {
@@ -124,9 +181,7 @@ TEST(RegistryObjects, AreMadeFromTheirNames) {
     EXPECT_STREQ(group->destRule, "destEUC-JP");
     termBasic(set);
     termGroup(group);
-}
 
-TEST(RegistryObjects, ReleasingNothingIsFine) {
     termGroup(nullptr);
     termBasic(nullptr);
     termTable(nullptr);

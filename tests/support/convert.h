@@ -2,10 +2,16 @@
 #pragma once
 
 #include "pvzan.h"
+#include "tests/support/oracle.h"
+#include "tests/support/text.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
+#include <gtest/gtest.h>
 #include <memory>
 #include <optional>
+#include <random>
 #include <span>
 #include <string>
 #include <string_view>

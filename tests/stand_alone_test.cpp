@@ -1,0 +1,235 @@
+// The conversions that need no session: HZ to GB 2312, UTF-7 to UCS-4.
+#include "tests/support/convert.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+template <class Text>
+struct result {
+    std::uint32_t value;
+    std::optional<std::uint32_t> count; // nothing: left alone
+    Text out;
+    bool operator==(const result&) const = default;
+};
+
+template <class Text>
+std::ostream& operator<<(std::ostream& stream, const result<Text>& r) {
+    return stream << r.value << ", count " << (r.count ? std::to_string(*r.count) : "none") << ": "
+                  << testing::PrintToString(r.out);
+}
+
+// Lets a conversion write count elements; input and output end where memory ends.
+template <class Element, class Call>
+auto run(Call call, const std::string& text, std::size_t count) {
+    constexpr std::uint32_t left_alone = 0xAAAAAAAA;
+    const test::guarded_buffer in(text.size() + 1), out(count * sizeof(Element));
+    std::ranges::copy(text, in.data());
+    in.data()[text.size()] = 0;
+    std::fill_n(out.data(), out.size(), std::uint8_t{'?'});
+    auto* const elements = reinterpret_cast<Element*>(out.data());
+    std::uint32_t written = left_alone;
+    const std::uint32_t value = call(elements, in.data(), &written);
+    result<std::vector<Element>> r{value, {}, {elements, elements + count}};
+    if (written != left_alone) {
+        r.count = written;
+    }
+    return r;
+}
+
+// ---- HZ ----------------------------------------------------------------------------------------
+
+using hz_result = result<std::string>; // out is as long as the input
+
+hz_result from_hz(const std::string& text, std::int32_t size) {
+    const auto r = run<std::uint8_t>(
+        [=](auto* out, auto* in, auto* count) { return ZAN_HZtoGB2312(out, in, size, count); },
+        text, text.size());
+    return {r.value, r.count, std::string(r.out.begin(), r.out.end())};
+}
+
+// The rules once more, with positions for pointers and text for states.
+hz_result reference(const std::string& text, std::int32_t size) {
+    hz_result r = {0, 0, std::string(text.size(), '?')};
+    std::int64_t n = 0;
+    std::size_t to = 0;
+    bool gb = false;
+    for (std::size_t at = 0; at < text.size();) {
+        if (text[at] != '~') {
+            r.out[to++] = gb ? static_cast<char>(text[at] | 0x80) : text[at];
+            ++n, ++at;
+            continue;
+        }
+        if (!(n + 1 < size)) { // room counts only at a "~"
+            return {static_cast<std::uint32_t>(n % 65536), {}, r.out};
+        }
+        const std::string escape = text.substr(at, 2);
+        if (escape == (gb ? "~}" : "~{")) {
+            gb = !gb;
+            at += 2;
+        } else if (gb) {
+            r.out[to++] = '\xFE';
+            ++n, ++at;
+        } else if (escape == "~~") { // the second one opens an escape itself
+            r.out[to++] = '~';
+            ++n, ++at;
+        } else {
+            ++to; // a byte is left out
+            at += escape == "~\n" ? 2U : 1U;
+        }
+    }
+    r.count = static_cast<std::uint32_t>(n % 65536);
+    return r;
+}
+
+// Every text of up to six of the bytes that matter, with every size around its length.
+TEST(Hz, EveryShortText) {
+    const std::string bytes = "~{}\nA\xB0";
+    for (std::size_t length = 0; length <= 6; ++length) {
+        std::string text(length, bytes[0]);
+        for (std::size_t digits = 0; !::testing::Test::HasFailure(); ++digits) {
+            std::size_t rest = digits;
+            for (char& byte : text) {
+                byte = bytes[rest % bytes.size()];
+                rest /= bytes.size();
+            }
+            if (rest != 0 || (length == 0 && digits > 0)) {
+                break;
+            }
+            const auto around = static_cast<std::int32_t>(digits % (length + 3));
+            for (const std::int32_t size : {around, 100}) {
+                ASSERT_EQ(from_hz(text, size), reference(text, size))
+                    << test::to_hex(text) << ", " << size;
+            }
+        }
+    }
+}
+
+// Counts are given modulo 65536; room is counted in full.
+TEST(Hz, KnownAndLongTexts) {
+    EXPECT_EQ(from_hz("a~}~~{<>~}", 1000), (hz_result{0, 5, "a?}~\xBC\xBE????"}));
+    EXPECT_EQ(from_hz("~{<>~}", 3), (hz_result{2, {}, "\xBC\xBE????"}));
+    EXPECT_EQ(from_hz("abc", -5), (hz_result{0, 3, "abc"}));
+    EXPECT_EQ(from_hz("ab~", INT32_MIN), (hz_result{2, {}, "ab?"}));
+    const std::string stops = std::string(70000, 'a') + "~{";
+    for (const auto& [text, size] :
+         {std::pair(std::string(65536, 'a'), 1), {stops, 70001}, {stops, 70002}}) {
+        EXPECT_TRUE(from_hz(text, size) == reference(text, size)) << size;
+    }
+}
+
+// ---- UTF-7 -------------------------------------------------------------------------------------
+
+using utf7_result = result<std::u32string>;
+
+utf7_result from_utf7(const std::string& text, std::int32_t size) {
+    const auto r = run<std::uint32_t>(
+        [=](auto* out, auto* in, auto* count) { return ZAN_UTF_7ToUCS_4(out, in, size, count); },
+        text, static_cast<std::size_t>(std::max(size, 0)));
+    EXPECT_LE(r.count.value_or(0), r.out.size());
+    return {r.value, r.count, {r.out.begin(), r.out.begin() + r.count.value_or(0)}};
+}
+
+utf7_result expected(std::uint32_t value, const std::u32string& text) {
+    return {value, static_cast<std::uint32_t>(text.size()), text};
+}
+
+TEST(Utf7, KnownAndMalformedTexts) {
+    const struct {
+        const char* in;
+        const char32_t* out;
+        std::uint32_t value = 0; // for a fault: one more than was read before it
+    } rows[] = {
+        {"", U""},
+        {"A+ImIDkQ.", U"A\u2262\u0391."},
+        {"Hi Mom -+Jjo--!", U"Hi Mom -\u263A-!"},
+        {"+ZeVnLIqe", U"\u65E5\u672C\u8A9E"}, // the end of the text ends a run
+        {"+-", U"+"},
+        {"+AGE-+AGI-", U"ab"},
+        {"+2//f/w-", U"\U0010FFFF"},
+        {"+AH4-+AFw-+AAE-", U"~\\\x01"},
+        {"}{|_@!\t\r\n\x01\x1F", U"}{|_@!\t\r\n\x01\x1F"},
+        {"ab~", U"ab", 3},
+        {"ab\\", U"ab", 3},
+        {"ab\x7F", U"ab", 3},
+        {"a\xE3\x81\x82", U"a", 2},
+        {"a+", U"a", 2},
+        {"a+ b", U"a", 2},
+        {"a+~", U"a", 2},
+        {"a+A-", U"a", 2},             // 6 bits,
+        {"a+AG-", U"a", 2},            // 12
+        {"a+AGEA-", U"aa", 6},         // 16, and a letter too many
+        {"a+AGEAY", U"aa", 6},         // 16, and a character cut
+        {"a+AGF-b", U"aa", 6},         // padding that is not zero
+        {"a+AGE+AGI", U"aa\u3E00", 9}, // a "+" is a letter inside a run
+        {"a+2D0-", U"a", 2},           // high surrogate alone
+        {"a+2D0AYQ-", U"a", 2},        // and before another character
+        {"a+2D3YPQ-", U"a", 2},        // two of them
+        {"a+AGHYPQ-", U"aa", 6},       // a good character before it
+        {"a+3AE-", U"a", 2},           // low surrogate alone
+        {"a+2D3cAdg9-", U"a\U0001F401", 9},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(from_utf7(row.in, 100), expected(row.value, row.out)) << row.in;
+    }
+}
+
+// A character that does not fit is left whole, and so is a pair.
+TEST(Utf7, EveryOutputSize) {
+    const std::string text = "a+-+ZeVnLIqe-b+AGHYPdwBAGI-c";
+    const std::u32string all = U"a+\u65E5\u672C\u8A9Eba\U0001F401bc";
+    const std::uint32_t read[] = {0, 1, 3, 7, 10, 13, 14, 18, 23, 27};
+    for (std::size_t size = 0; size <= all.size() + 2; ++size) {
+        EXPECT_EQ(from_utf7(text, static_cast<std::int32_t>(size)),
+                  expected(size < all.size() ? read[size] + 1 : 0, all.substr(0, size)))
+            << size;
+    }
+    EXPECT_EQ(from_utf7("a", -1), expected(1, U""));
+    EXPECT_EQ(from_utf7("", INT32_MIN), expected(0, U""));
+}
+
+// Every character, as another converter writes it, in runs of all lengths.
+TEST(Utf7, EveryCharacter) {
+    test::oracle to_utf7("UCS-4BE", "UTF-7");
+    if (!to_utf7.available()) {
+        GTEST_SKIP() << "no UTF-7 here";
+    }
+    std::mt19937 random(7);
+    std::u32string text;
+    std::string bytes;
+    for (char32_t c = 1; c <= 0x10FFFF; ++c) {
+        c = c == 0xD800 ? 0xE000 : c;
+        text += c;
+        if (random() % 5 == 0) {
+            text += static_cast<char32_t>('!' + random() % 94);
+        }
+        if (text.size() < 500 && c < 0x10FFFF) {
+            continue;
+        }
+        bytes.clear();
+        for (const char32_t each : text) {
+            bytes += test::ucs4({each});
+        }
+        const auto utf7 = to_utf7(bytes);
+        ASSERT_TRUE(utf7.has_value()) << static_cast<std::uint32_t>(c);
+        ASSERT_EQ(from_utf7(*utf7, static_cast<std::int32_t>(text.size())), expected(0, text));
+        text.clear();
+    }
+}
+
+TEST(StandAlone, NullPointers) {
+    std::uint8_t byte = 'a';
+    std::uint32_t out = 7, count = 7;
+    EXPECT_EQ(ZAN_HZtoGB2312(nullptr, &byte, 1, &count), 0U);
+    EXPECT_EQ(ZAN_HZtoGB2312(&byte, nullptr, 1, &count), 0U);
+    EXPECT_EQ(ZAN_HZtoGB2312(&byte, &byte, 1, nullptr), 0U);
+    EXPECT_EQ(count, 7U);
+    std::uint8_t in[] = {'a', 0};
+    EXPECT_EQ(ZAN_UTF_7ToUCS_4(nullptr, in, 1, &count), 1U);
+    EXPECT_EQ(count, 0U);
+    EXPECT_EQ(ZAN_UTF_7ToUCS_4(&out, nullptr, 1, &count), 0U);
+    EXPECT_EQ(ZAN_UTF_7ToUCS_4(&out, in, 1, nullptr), 0U);
+    EXPECT_EQ(out, 7U);
+}
+
+} // namespace
