@@ -2,13 +2,6 @@
 #include "cconv/engine.h"
 #include "tests/support/convert.h"
 #include "tests/support/temp_dir.h"
-#include "tests/support/text.h"
-
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <memory>
-#include <string>
 
 namespace {
 

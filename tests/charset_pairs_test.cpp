@@ -54,12 +54,6 @@ void check_pair(std::string_view from, std::string_view to, std::string_view tex
         EXPECT_EQ(test::to_hex(output), test::to_hex(test::convert("utf-8", to_name.c_str(), text)))
             << from << " to " << to;
     }
-    // The same in small pieces.
-    const test::conversion conversion{
-        .from = from_name.c_str(), .to = to_name.c_str(), .input = input};
-    const std::string_view all = conversion.input;
-    EXPECT_EQ(test::to_hex(test::run(conversion, {all}, 8).bytes), test::to_hex(output))
-        << from << " to " << to;
 }
 
 TEST(CharsetPairs, ReturnTheText) {

@@ -7,7 +7,7 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
+#include <map>
 
 namespace {
 
@@ -15,31 +15,30 @@ namespace fs = std::filesystem;
 using test::run;
 using test::temp_dir;
 
-constexpr std::string_view head = "<?xml version=\"1.0\" encoding=\"UTF-16\"?>\r\n";
-
 // A directory with one sound charset of one set and table.
 struct sources {
-    std::string definition =
-        "<!DOCTYPE charset [<!ENTITY set-one SYSTEM \"one.set\"> "
-        "<!ENTITY table-one SYSTEM \"one.txt\"> ]>\r\n<charset><name>private</name>"
-        "<rule construle=\"constSAME\" destrule=\"destSAME\"/>"
-        "<baseset>&set-one;</baseset></charset>\r\n";
-    std::string set = "<subseta><name>One</name><lang domain=\"en\"/><code bytenum=\"1\"/>"
-                      "<srtable>&table-one;</srtable></subseta>\r\n";
-    std::string table = "41 61\r\n42 62\r\n43 63\r\n";
+    std::map<std::string, std::string> files = {
+        {"private.xml", "<?xml version=\"1.0\" encoding=\"UTF-16\"?>\r\n"
+                        "<!DOCTYPE charset [<!ENTITY set-one SYSTEM \"one.set\"> "
+                        "<!ENTITY table-one SYSTEM \"one.txt\"> ]>\r\n<charset><name>private</name>"
+                        "<rule construle=\"constSAME\" destrule=\"destSAME\"/>"
+                        "<baseset>&set-one;</baseset></charset>\r\n"},
+        {"one.set", "<?xml version=\"1.0\" encoding=\"UTF-16\"?>\r\n"
+                    "<subseta><name>One</name><lang domain=\"en\"/><code bytenum=\"1\"/>"
+                    "<srtable>&table-one;</srtable></subseta>\r\n"},
+        {"one.txt", "41 61\r\n42 62\r\n43 63\r\n"}};
 
+    void replace(const std::string& file, std::string_view part, std::string_view by) {
+        const std::size_t at = files[file].find(part);
+        ASSERT_NE(at, std::string::npos) << part;
+        files[file].replace(at, part.size(), by);
+    }
     void write(const temp_dir& dir) const {
-        dir.write_utf16("private.xml", std::string(head) + definition);
-        dir.write_utf16("one.set", std::string(head) + set);
-        dir.write_utf16("one.txt", table);
+        for (const auto& [name, text] : files) {
+            dir.write_utf16(name, text);
+        }
     }
 };
-
-std::string without(std::string text, std::string_view part) {
-    const std::size_t at = text.find(part);
-    EXPECT_NE(at, std::string::npos) << part;
-    return text.erase(at, part.size());
-}
 
 TEST(CheckDirectory, TakesTheShippedOne) {
     const auto outcome = run({"list", "--check", PVZAN_BASE2_DIR});
@@ -47,61 +46,54 @@ TEST(CheckDirectory, TakesTheShippedOne) {
     EXPECT_NE(outcome.output.find("shift_jis.xml: taken as shift_jis (1001)"), std::string::npos);
 }
 
+void expect_complaint(const temp_dir& dir, const std::string& expected) {
+    const auto outcome = run({"list", "--check", dir.path()});
+    EXPECT_NE(outcome.output.find(expected), std::string::npos)
+        << "expected: " << expected << "\ngot: " << outcome.output << outcome.messages;
+    EXPECT_EQ(outcome.status, 1) << expected;
+}
+
 TEST(CheckDirectory, SaysWhatIsWrongAndWhere) {
-    struct row {
-        std::function<void(sources&)> damage;
-        std::function<void(const temp_dir&)> damage_files;
-        std::string expected;
-    };
-    const auto nothing = [](const temp_dir&) {};
-    const auto keep = [](sources&) {};
-    const row rows[] = {
-        {[](sources& s) { s.definition = without(s.definition, "<name>private</name>"); }, nothing,
+    const struct {
+        const char *file, *part, *by, *expected;
+    } rows[] = {
+        {"private.xml", "<name>private</name>", "",
          "private.xml: not taken: the element name is missing"},
-        {[](sources& s) { s.definition = without(s.definition, "<charset>"); }, nothing,
-         "private.xml: not taken: the element charset is missing"},
-        {[](sources& s) { s.definition = without(s.definition, " destrule=\"destSAME\""); },
-         nothing, "private.xml: not taken: its rule element lacks construle= or destrule="},
-        {[](sources& s) {
-             s.definition = without(s.definition, "<!ENTITY set-one SYSTEM \"one.set\"> ");
-         },
-         nothing, "private.xml: the entity set-one is not declared in it"},
-        {[](sources& s) {
-             s.definition = without(s.definition, "<!ENTITY table-one SYSTEM \"one.txt\"> ");
-         },
-         nothing, "private.xml: the entity table-one of one.set is not declared in it"},
-        {[](sources& s) { s.set = without(s.set, "<lang domain=\"en\"/>"); }, nothing,
-         "one.set: the element lang is missing"},
-        {[](sources& s) { s.set = without(s.set, "<subseta>"); }, nothing,
-         "one.set: the element subseta is missing"},
-        {[](sources& s) { s.definition.replace(s.definition.find("constSAME"), 9, "constNone"); },
-         nothing, "private.xml: private has no encode rule"},
-        {[](sources& s) { s.table.clear(); }, nothing, "one.txt: the table is empty"},
-        {[](sources& s) { s.table = "41 61\n42 62\n43 63\n"; }, nothing,
-         "one.txt: the table is cut"},
-        {keep, [](const temp_dir& dir) { fs::remove(dir.file("one.txt")); },
-         "one.txt: there is no such table"},
-        {keep, [](const temp_dir& dir) { fs::remove(dir.file("one.set")); },
-         "private.xml: there is no file one.set"},
-        {keep, [](const temp_dir& dir) { dir.write("one.cmp", "AAAABBBB"); },
-         "one.cmp: the cache differs from its table"},
-        {keep, [](const temp_dir& dir) { dir.write("private.xml", "<charset>utf-8</charset>"); },
-         "private.xml: not taken: private.xml is not in UTF-16, UCS-2 or UCS-4"},
-        {keep,
-         [](const temp_dir& dir) { fs::copy(dir.file("private.xml"), dir.file("second.xml")); },
-         "second.xml: not taken: private is already defined by private.xml"},
+        {"private.xml", "<charset>", "", "private.xml: not taken: the element charset is missing"},
+        {"private.xml", " destrule=\"destSAME\"", "",
+         "private.xml: not taken: its rule element lacks construle= or destrule="},
+        {"private.xml", "<!ENTITY set-one SYSTEM \"one.set\"> ", "",
+         "private.xml: the entity set-one is not declared in it"},
+        {"private.xml", "<!ENTITY table-one SYSTEM \"one.txt\"> ", "",
+         "private.xml: the entity table-one of one.set is not declared in it"},
+        {"private.xml", "constSAME", "constNone", "private.xml: private has no encode rule"},
+        {"one.set", "<lang domain=\"en\"/>", "", "one.set: the element lang is missing"},
+        {"one.set", "<subseta>", "", "one.set: the element subseta is missing"},
+        {"one.txt", "41 61\r\n42 62\r\n43 63\r\n", "", "one.txt: the table is empty"},
+        {"one.txt", "63\r\n", "63\n", "one.txt: the table is cut"},
     };
-    for (const row& r : rows) {
+    for (const auto& row : rows) {
         const temp_dir dir;
         sources s;
-        r.damage(s);
+        s.replace(row.file, row.part, row.by);
         s.write(dir);
-        r.damage_files(dir);
-        const auto outcome = run({"list", "--check", dir.path()});
-        EXPECT_NE(outcome.output.find(r.expected), std::string::npos)
-            << "expected: " << r.expected << "\ngot: " << outcome.output << outcome.messages;
-        EXPECT_EQ(outcome.status, 1) << r.expected;
+        expect_complaint(dir, row.expected);
     }
+}
+
+TEST(CheckDirectory, MissesFilesAndComparesCaches) {
+    const temp_dir dir;
+    sources().write(dir);
+    dir.write("one.cmp", "AAAABBBB");
+    expect_complaint(dir, "one.cmp: the cache differs from its table");
+    fs::copy(dir.file("private.xml"), dir.file("second.xml"));
+    expect_complaint(dir, "second.xml: not taken: private is already defined by private.xml");
+    fs::remove(dir.file("one.txt"));
+    expect_complaint(dir, "one.txt: there is no such table");
+    fs::remove(dir.file("one.set"));
+    expect_complaint(dir, "private.xml: there is no file one.set");
+    dir.write("private.xml", "<charset>utf-8</charset>");
+    expect_complaint(dir, "private.xml: not taken: private.xml is not in UTF-16, UCS-2 or UCS-4");
 }
 
 // Numbers are sums of letters times positions: 97 + 2 * 98 = 99 + 2 * 97.
@@ -109,25 +101,20 @@ TEST(CheckDirectory, TellsNumbersThatCollide) {
     const temp_dir dir;
     for (const char* name : {"ab", "ca"}) {
         sources s;
-        s.definition.replace(s.definition.find("private"), 7, name);
+        s.replace("private.xml", "private", name);
         s.write(dir);
         fs::rename(dir.file("private.xml"), dir.file(std::string(name) + ".xml"));
     }
-    const auto outcome = run({"list", "--check", dir.path()});
-    EXPECT_NE(outcome.output.find("ca.xml: the name ca has the number 4293 of ab"),
-              std::string::npos)
-        << outcome.output;
-    EXPECT_EQ(outcome.status, 1);
+    expect_complaint(dir, "ca.xml: the name ca has the number 4293 of ab");
 }
 
 // Whatever a cut definition looks like, the check ends, and says "taken" only of what the library
 // then lists.
 TEST(CheckDirectory, AgreesWithTheLibraryOnCutDefinitions) {
-    const sources whole;
-    for (std::size_t length = 0; length < whole.definition.size(); length += 7) {
+    for (std::size_t length = 0; length < sources().files["private.xml"].size(); length += 7) {
         const temp_dir dir;
         sources s;
-        s.definition.resize(length);
+        s.files["private.xml"].resize(length);
         s.write(dir);
         const auto checked = run({"list", "--check", dir.path()});
         const auto listed = run({"list", "--charset-dir", dir.path()});

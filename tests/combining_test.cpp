@@ -2,13 +2,8 @@
 #include "cconv/engine.h"
 #include "cconv/rulefunc/rules.h"
 #include "tests/support/convert.h"
-#include "tests/support/text.h"
-
-#include <gtest/gtest.h>
 
 #include <numeric>
-#include <string>
-#include <vector>
 
 namespace {
 

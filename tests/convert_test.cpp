@@ -2,15 +2,6 @@
 // however input and output are cut.
 #include "tests/support/convert.h"
 
-#include "tests/support/oracle.h"
-#include "tests/support/text.h"
-
-#include <gtest/gtest.h>
-
-#include <random>
-#include <string>
-#include <vector>
-
 namespace {
 
 using test::conversion;
@@ -181,28 +172,22 @@ TEST(Substitutes, AreChosenByTheCharacterAndResolvedInOrder) {
     }
 }
 
+// The black square that was asked for, and the fallbacks.
 TEST(Substitutes, FallbacksAreKeptInTheOptions) {
-    const struct {
-        const char* to;
-        char16_t wide;
-        std::uint32_t narrow_kept, wide_kept, first_set, second_set, second_bytes;
-    } rows[] = {
-        {"iso-646irv", u'\u25A0', 0x3F, 0x3F, PVZAN_SET_ISO_646_IRV, 0, 0},
-        // the black square that was asked for, and the fallback
-        {"shift_jis", 0, 0x3F, 0x3013, PVZAN_SET_JIS_X_0208_1990, PVZAN_SET_JIS_X_0208_1990, 2},
-    };
-    for (const auto& row : rows) {
-        conversion c{.from = "utf-8", .to = row.to};
+    const auto resolve = [](const char* to, std::uint16_t wide) {
+        conversion c{.from = "utf-8", .to = to};
         c.target.useSubstitute = 1;
         c.target.substChar1 = u'\u25A0';
-        c.target.substChar2 = row.wide;
+        c.target.substChar2 = wide;
         const auto s = test::open_session(c);
-        EXPECT_EQ(s->target.substChar1, row.narrow_kept) << row.to;
-        EXPECT_EQ(s->target.substChar2, row.wide_kept) << row.to;
-        EXPECT_EQ(s->subst1.setNo, row.first_set);
-        EXPECT_EQ(s->subst2.setNo, row.second_set);
-        EXPECT_EQ(s->subst2.bytes, row.second_bytes);
-    }
+        return std::vector<std::uint32_t>{s->target.substChar1, s->target.substChar2,
+                                          s->subst1.setNo, s->subst2.setNo, s->subst2.bytes};
+    };
+    EXPECT_EQ(resolve("iso-646irv", u'\u25A0'),
+              (std::vector<std::uint32_t>{0x3F, 0x3F, PVZAN_SET_ISO_646_IRV, 0, 0}));
+    EXPECT_EQ(resolve("shift_jis", 0),
+              (std::vector<std::uint32_t>{0x3F, 0x3013, PVZAN_SET_JIS_X_0208_1990,
+                                          PVZAN_SET_JIS_X_0208_1990, 2}));
 }
 
 TEST(Substitutes, StandForWhatTheEncodingCannotWrite) {

@@ -1,15 +1,6 @@
 // The session record: what each call sets and leaves, and statuses as resume points.
 #include "tests/support/convert.h"
 
-#include "tests/support/oracle.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <memory>
-#include <string>
-
 namespace {
 
 using test::conversion;
@@ -106,19 +97,6 @@ TEST(Session, EveryStatusIsAResumePointOrAFreshStart) {
         EXPECT_EQ(s->srcCode, 0x82A0U);
         EXPECT_EQ(s->outCount, 2U);
     }
-}
-
-TEST(Session, FaultsAreReportedOnceAndWithTheCharacter) {
-    const auto s = test::open("utf-8", "shift_jis");
-    std::uint8_t out[4];
-    test::give_input(*s, "\u00E9b");
-    test::give_output(*s, out);
-    EXPECT_EQ(cconvConvert(s.get()), PVZAN_UNREPRESENTABLE);
-    EXPECT_EQ(s->ucsCode, 0xE9U);
-    EXPECT_EQ(s->inPos, 2);
-    EXPECT_EQ(s->outPos, 0);
-    EXPECT_EQ(cconvConvert(s.get()), 0U);
-    EXPECT_EQ(test::written(*s), "b");
 }
 
 TEST(Session, TheSourceMayChangeUnderWay) {

@@ -1,7 +1,6 @@
 // Shift_JIS and Shift_JIS-2004: every byte sequence, what is stepped over, and codes that are none.
 // The mapping itself is compared with iconv(3) in oracle_test.cpp.
 #include "tests/support/codec.h"
-#include "tests/support/text.h"
 
 #include <set>
 

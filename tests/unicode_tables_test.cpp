@@ -4,14 +4,8 @@
 #include "tests/support/child.h"
 #include "tests/support/convert.h"
 #include "tests/support/definitions.h"
-#include "tests/support/text.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
 #include <functional>
-#include <string>
 
 namespace {
 

@@ -5,17 +5,10 @@
 #include "cconv/rulefunc/rules.h"
 #include "cconv/table.h"
 #include "tests/support/convert.h"
-#include "tests/support/oracle.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <ostream>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 namespace test {
 

@@ -1,14 +1,7 @@
 #include "tests/support/convert.h"
 
-#include "tests/support/oracle.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <new>
-#include <optional>
 #include <sys/mman.h>
 #include <unistd.h>
 
