@@ -1,17 +1,14 @@
 // The vector code of the fast path against plain loops, on random text with everything odd in it.
 #include "cconv/bulk_kernels.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <random>
-#include <vector>
+#include "tests/support/convert.h"
 
 namespace {
 
 struct named_kernels {
     const char* name;
     const bulk_kernels* kernels;
+
+    friend void PrintTo(const named_kernels& k, std::ostream* out) { *out << k.name; }
 };
 
 std::vector<named_kernels> runnable_kernels() {
@@ -34,25 +31,6 @@ struct kernels_test : testing::TestWithParam<named_kernels> {
     std::mt19937 random{1};
 
     unsigned below(unsigned n) { return static_cast<unsigned>(random() % n); }
-
-    // One UTF-8 sequence, mostly whole, now and then an odd byte.
-    void add_utf8(std::vector<u8>& text) {
-        const unsigned c = below(3) == 0   ? below(0x80)
-                           : below(4) == 0 ? 0x80 + below(0x780)
-                                           : 0x800 + below(0xF800);
-        if (below(300) == 0) {
-            text.push_back(static_cast<u8>(random()));
-        } else if (c < 0x80) {
-            text.push_back(static_cast<u8>(c));
-        } else if (c < 0x800) {
-            text.insert(text.end(),
-                        {static_cast<u8>(0xC0 | c >> 6), static_cast<u8>(0x80 | (c & 0x3F))});
-        } else {
-            text.insert(text.end(),
-                        {static_cast<u8>(0xE0 | c >> 12), static_cast<u8>(0x80 | (c >> 6 & 0x3F)),
-                         static_cast<u8>(0x80 | (c & 0x3F))});
-        }
-    }
 };
 
 // The length of a well-formed sequence of up to three bytes, else 0.
@@ -78,11 +56,15 @@ std::size_t sequence(std::span<const u8> text, u32& scalar) {
 TEST_P(kernels_test, DecodesUtf8) {
     std::size_t whole = 0;
     for (int round = 0; round < 20000; ++round) {
-        std::vector<u8> text;
-        while (text.size() < chunk_bytes) {
-            add_utf8(text);
+        std::string utf8;
+        while (utf8.size() < chunk_bytes) { // mostly whole sequences, now and then an odd byte
+            const unsigned c = below(3) == 0   ? below(0x80)
+                               : below(4) == 0 ? 0x80 + below(0x780)
+                                               : 0x800 + below(0xF800);
+            utf8 += below(300) == 0 ? std::string(1, static_cast<char>(random())) : test::utf8(c);
         }
-        text.resize(chunk_bytes); // exactly: reading further is a fault under the sanitizers
+        // Exactly a chunk: reading further is a fault under the sanitizers.
+        const std::vector<u8> text(utf8.begin(), utf8.begin() + chunk_bytes);
         u16 scalars[chunk_scalars];
         const scalar_block block = k.decode_utf8(text.data(), scalars);
         std::size_t at = 0, n = 0;
@@ -255,7 +237,6 @@ TEST_P(kernels_test, CopiesAsciiOnly) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, kernels_test, testing::ValuesIn(runnable_kernels()),
-                         [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(All, kernels_test, testing::ValuesIn(runnable_kernels()));
 
 } // namespace

@@ -47,28 +47,6 @@ TEST(CharacterReferences, StandForWhatWindows31jLacks) {
     expect_conversion(c);
 }
 
-TEST(CharacterReferences, LeaveOneByteFree) {
-    test::convert("utf-8", "windows31j", "A");
-    conversion c{.from = "utf-8",
-                 .to = "iso-10646-ucs-2",
-                 .input = "é",
-                 .expected = test::convert("utf-8", "utf-16", "&#233;"),
-                 .enough_room = 13,
-                 .least_room = 13};
-    c.target.charRefMode = PVZAN_CHARREF_DECIMAL;
-    expect_conversion(c);
-    const auto s = test::open_session(c);
-    const test::guarded_buffer out(13);
-    test::give_input(*s, c.input);
-    test::give_output(*s, {out.data(), 12});
-    EXPECT_EQ(cconvConvert(s.get()), PVZAN_OUTPUT_FULL);
-    EXPECT_EQ(s->outCount, 0U);
-    s->outLen = 13;
-    EXPECT_EQ(cconvConvert(s.get()), PVZAN_DONE);
-    EXPECT_EQ(s->outPos, 12);
-    EXPECT_EQ(s->outCount, 6U); // units, not characters
-}
-
 TEST(CharacterReferences, OfEveryLength) {
     const struct {
         u32 value;

@@ -3,6 +3,7 @@
 #include "tests/detect_reference.h"
 #include "tests/support/convert.h"
 
+#include <bit>
 #include <map>
 
 namespace {
@@ -82,38 +83,15 @@ private:
         return below(5) == 0 ? one_of(breaks) : within(0x21, 0x7E);
     }
 
-    using ranges = std::vector<std::pair<u32, u32>>;
-    static const std::vector<ranges>& parsed(const char* form) {
-        static std::map<const char*, std::vector<ranges>> all;
-        std::vector<ranges>& choices = all[form];
-        std::istringstream list(choices.empty() ? form : "");
-        for (std::string choice; std::getline(list, choice, '|');) {
-            choices.emplace_back();
-            std::istringstream bytes(choice);
-            for (std::string range; bytes >> range;) {
-                const std::string last = range.substr(range.find('-') + 1);
-                choices.back().emplace_back(std::stoul(range, nullptr, 16),
-                                            std::stoul(last, nullptr, 16));
-            }
-        }
-        return choices;
-    }
-    // The bytes of one unit as ranges; "|" parts the choices.
     std::string unit(u32 flavour) {
         static constexpr u32 units[] = {'A',    'z',    0x09,   0x0A,   0x0D,   0x20,   0x7F,
                                         0xA0,   0x2028, 0x2029, 0x3042, 0x4E00, 0x4EA6, 0x4F00,
                                         0x6F22, 0x9FA5, 0x9FA6, 0xAC00, 0xFF01, 0xFFEE, 0x200B};
-        static const char* const forms[] = {
-            "1B 24 42|1B 24 40|1B 24 28 44|1B 24 28 51|1B 24 41|1B 28 42|1B 28 4A|1B 28 49|1B 28 "
-            "48|"
-            "1B 4E|A0-E0|21-7E 21-7E|21-7E 21-7E|21-7E 21-7E|21-7E 21-7E|21-7E 21-7E|21-7E 21-7E",
-            "E2 80 A7-AA|C0-DF 80-BF|F0-F7 80-BF 80 80|F8-FB 80-90 80 80 80|FC-FF 80-90 80 80 80 "
-            "80|"
-            "E0-EF 80-BF 80-BF|E0-EF 80-BF 80-BF|E0-EF 80-BF 80-BF",
-            "8E A0-E0|8F A0-E0 A0-FF|A1-E1 A0-FE|A1-E1 A0-FE|A1-E1 A0-FE",
-            "9F-E0|E0-FF 40-FF|80-9F 3F-FF|80-9F 3F-FF",
-            "A1-DF 21-FF",
-        };
+        static const std::string escapes[] = {"\x1B$B", "\x1B$@", "\x1B$(D", "\x1B$(Q", "\x1B$A",
+                                              "\x1B(B", "\x1B(J", "\x1B(I",  "\x1B(H",  "\x1BN"};
+        if (flavour >= 5 && below(6) == 0) {
+            return flavour == 9 ? byte(0) + ascii() : ascii();
+        }
         switch (flavour) {
         case 0: return byte(below(256));
         case 1: return byte(one_of(edges));
@@ -123,15 +101,31 @@ private:
             const u32 plane = below(30) == 0 ? one_of(edges) : below(20) == 0 ? 16U : 0U;
             return ordered(byte(0) + byte(plane) + pair(one_of(units)));
         }
-        default:
-            if (below(6) == 0) {
-                return flavour == 9 ? byte(0) + ascii() : ascii();
+        case 5:
+            return below(2) == 0   ? one_of(escapes)
+                   : below(8) == 0 ? within(0xA0, 0xE0)
+                                   : within(0x21, 0x7E) + within(0x21, 0x7E);
+        case 6: {
+            if (below(8) == 0) {
+                return "\xE2\x80" + within(0xA7, 0xAA);
             }
-            std::string made;
-            for (const auto& [low, high] : one_of(parsed(forms[flavour - 5]))) {
-                made += within(low, high);
+            const u32 lead = below(2) == 0 ? 0xE0 + below(16) : 0xC0 + below(64);
+            std::string made = byte(lead);
+            for (int more = std::countl_one(static_cast<u8>(lead)); more > 1; --more) {
+                made += within(0x80, below(2) == 0 ? 0x90 : 0xBF);
             }
             return made;
+        }
+        case 7:
+            return below(5) == 0   ? "\x8E" + within(0xA0, 0xE0)
+                   : below(4) == 0 ? "\x8F" + within(0xA0, 0xE0) + within(0xA0, 0xFF)
+                                   : within(0xA1, 0xE1) + within(0xA0, 0xFE);
+        case 8:
+            return below(4) == 0
+                       ? within(0x9F, 0xE0)
+                       : within(below(3) == 0 ? 0xE0 : 0x80, below(2) == 0 ? 0xFF : 0xE0) +
+                             within(0x3F, 0xFF);
+        default: return within(0xA1, 0xDF) + within(0x21, 0xFF);
         }
     }
 

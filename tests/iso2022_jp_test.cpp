@@ -183,20 +183,6 @@ TEST(Iso2022JpDecoder, RefusesSetsTheCharsetLacks) {
 
 // ---- Encoding ----------------------------------------------------------------------------------
 
-TEST(Iso2022JpEncoder, WritesTheSameInEveryCut) {
-    const char* const rows[][4] = {
-        {"utf-8", "iso-2022-jp", "Aあいz\n", "\x1B(BA\x1B$B$\"$$\x1B(Bz\n"},
-        {"utf-8", "iso-2022-jp", "\u00A5\uFF71", "\x1B(J\\\x1B$B%\"\x1B(B"},
-        {"shift_jis", "iso-2022-jp", "A\x82\xA0z", "\x1B(JA\x1B$B$\"\x1B(Jz\x1B(B"},
-        {"utf-8", "iso-2022-jp-2004", "A𠂉B", "\x1B(BA\x1B$(P!!B"},
-        {"utf-8", "iso-2022-jp-2004", "あ𠂉あ", "\x1B$(Q$\"\x1B$(P!!$\"\x1B(B"},
-        {"utf-8", "iso-2022-jp-2004", "①①", "\x1B$(Q-!\x1B$(Q-!\x1B(B"},
-    };
-    for (const auto& [from, to, input, expected] : rows) {
-        test::expect_conversion({from, to, input, expected});
-    }
-}
-
 // Cuts behind ESC $ ( P, which lose the plane.
 std::vector<std::size_t> cuts_before(const shift& plane2, std::size_t start) {
     if (!is_plane2(plane2)) {
