@@ -111,8 +111,8 @@ void decode_character(session* s) {
 
     const i32 before = s->inPos;
     s->srcRule->function(s);
-    const bool goes_on = s->status == PVZAN_DECODED || s->status == PVZAN_WRITTEN ||
-                         s->status == PVZAN_OUTPUT_FULL;
+    const bool goes_on =
+        s->status == PVZAN_DECODED || s->status == PVZAN_WRITTEN || s->status == PVZAN_OUTPUT_FULL;
     if (goes_on && s->inPos == before) {
         s->status = PVZAN_INVALID_INPUT;
     }
