@@ -23,6 +23,7 @@ import re
 import threading
 
 __all__ = ["Detection", "PvzanError", "charset_directory", "detect", "use_charsets"]
+__version__ = "1.0.0"
 
 _PREFIX = "pvzan:"
 _DONE, _INCOMPLETE, _FULL = 0, 12, 22
