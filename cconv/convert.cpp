@@ -93,7 +93,7 @@ constexpr bool is_resume_point(u32 status) {
            status == PVZAN_OUTPUT_FULL;
 }
 
-// Runs the decode rule for the next character. A rule that has the driver go on although it took no
+// Runs the decode rule for the next character. A rule after which one goes on although it took no
 // input (a set of zero bytes, an encode rule that a definition names here) would do so for ever:
 // that is invalid input.
 void decode_character(session* s) {
@@ -111,8 +111,8 @@ void decode_character(session* s) {
 
     const i32 before = s->inPos;
     s->srcRule->function(s);
-    const bool goes_on =
-        s->status == PVZAN_DECODED || s->status == PVZAN_WRITTEN || s->status == PVZAN_OUTPUT_FULL;
+    const bool goes_on = s->status == PVZAN_DECODED || s->status == PVZAN_WRITTEN ||
+                         s->status == PVZAN_OUTPUT_FULL || s->status == PVZAN_UNREPRESENTABLE;
     if (goes_on && s->inPos == before) {
         s->status = PVZAN_INVALID_INPUT;
     }
