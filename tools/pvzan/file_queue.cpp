@@ -8,11 +8,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
 #include <cstdio>
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <utility>
 
 namespace tool {
 
@@ -87,20 +87,21 @@ private:
                         work_(files_[k], [&](std::string_view lines) { result.lines += lines; });
                     const std::scoped_lock lock(mutex_);
                     finished_[k] = std::move(result);
-                    ready_.notify_one();
+                    tell_finished();
                 }
             });
         }
-        for (std::size_t k = 0; k < files_.size(); ++k) {
-            std::unique_lock lock(mutex_);
-            ready_.wait(lock, [&] { return finished_[k].has_value(); });
-            const finished_file result = std::move(*finished_[k]);
-            lock.unlock();
-            print(result.lines);
-            count(files_[k], result.outcome, [this](std::string_view lines) { print(lines); });
-        }
         for (std::thread& thread : threads) {
             thread.join();
+        }
+    }
+
+    // In the order of the files, as far as those before are finished.
+    void tell_finished() {
+        for (; told_ < files_.size() && finished_[told_]; ++told_) {
+            const finished_file result = *std::exchange(finished_[told_], std::nullopt);
+            print(result.lines);
+            count(files_[told_], result.outcome, [this](std::string_view lines) { print(lines); });
         }
     }
 
@@ -108,8 +109,8 @@ private:
     bool skips_binary_, on_output_;
     const file_work& work_;
     std::vector<std::optional<finished_file>> finished_;
-    std::mutex mutex_;
-    std::condition_variable ready_;
+    std::mutex mutex_; // of what is finished, and told
+    std::size_t told_ = 0;
     queue_totals totals_;
     progress progress_;
 };

@@ -20,9 +20,20 @@ parallel_text::parallel_text(task what, text_stream& text, ends where)
     : task_(std::move(what)), text_(text), ends_(std::move(where)), from_(text.source()),
       at_(text.state()), place_(text.place()), failed_(text.failed()) {}
 
-parallel_text::part_result parallel_text::convert(const block& text,
-                                                  const stream_state& begin) const {
+parallel_text::block parallel_text::spare_block() {
+    block found;
+    if (!spare_.empty()) {
+        found = std::move(spare_.back());
+        spare_.pop_back();
+        found.clear();
+    }
+    return found;
+}
+
+parallel_text::part_result parallel_text::convert(const block& text, const stream_state& begin,
+                                                  block output) const {
     part_result result;
+    result.output = std::move(output);
     const auto keep = [&](const problem& p) {
         if (result.problems.size() >= most_kept && !current_style().json) {
             ++result.untold[{p.kind, p.scalar}];
@@ -41,7 +52,7 @@ parallel_text::part_result parallel_text::convert(const block& text,
     stream.open();
     stream.begin_inside(begin);
     constexpr std::size_t piece = 64 * 1024; // so that little is taken back for a problem
-    bytes_view rest = *text;
+    bytes_view rest = text;
     while (rest.size() > piece) {
         rest = rest.subspan(stream.feed(rest.first(piece)));
     }
@@ -55,37 +66,36 @@ parallel_text::part_result parallel_text::convert(const block& text,
 
 // The next block, up to its last line feed; what is behind it goes to the rest, and so does all at
 // the end. False when there is none.
-bool parallel_text::read_block(std::vector<std::uint8_t>& rest, block& text) {
-    std::vector<std::uint8_t> bytes = std::exchange(rest, {});
+bool parallel_text::read_block(block& rest, block& text) {
+    text = std::exchange(rest, spare_block());
     for (std::size_t wanted = block_bytes; wanted <= longest_line; wanted *= 2) {
-        std::size_t filled = bytes.size();
-        bytes.resize(std::max(wanted, filled));
+        std::size_t filled = text.size();
+        text.resize(std::max(wanted, filled));
         std::size_t n = 1;
-        while (filled < bytes.size() && n > 0) {
-            n = ends_.read(std::span(bytes).subspan(filled));
+        while (filled < text.size() && n > 0) {
+            n = ends_.read(std::span(text).subspan(filled));
             filled += n;
         }
-        bytes.resize(filled);
-        const std::size_t cut = behind_last_line_feed(bytes, from_);
+        text.resize(filled);
+        const std::size_t cut = behind_last_line_feed(text, from_);
         if (cut > 0) {
-            rest.assign(bytes.begin() + static_cast<std::ptrdiff_t>(cut), bytes.end());
-            bytes.resize(cut);
-            text = std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes));
+            rest.assign(text.begin() + static_cast<std::ptrdiff_t>(cut), text.end());
+            text.resize(cut);
             return true;
         }
         if (n == 0) {
             break;
         }
     }
-    rest = std::move(bytes);
+    rest = std::move(text);
     return false;
 }
 
-void parallel_text::deliver(part p) {
+void parallel_text::deliver(part& p) {
     part_result result = p.result.get();
     if (at_.source != text_.behind_line_feed().source ||
         (!failed_ && at_.written_set != text_.behind_line_feed().written_set)) {
-        result = convert(p.text, at_); // it does not begin as was thought
+        result = convert(p.text, at_, {}); // it does not begin as was thought
     }
     if (!failed_ && !result.output.empty()) {
         written_ = true;
@@ -109,22 +119,26 @@ void parallel_text::deliver(part p) {
     at_ = result.end;
     characters_ += result.characters;
     failed_ = failed_ || result.failed;
+    spare_.push_back(std::move(p.text));
+    spare_.push_back(std::move(result.output));
 }
 
 std::vector<std::uint8_t> parallel_text::run(std::vector<std::uint8_t> begun) {
     block text;
     while (!refused_ && read_block(begun, text)) {
-        running_.push_back({text, std::async(std::launch::async, [this, text] {
-                                hold_ending_signals();
-                                return convert(text, text_.behind_line_feed());
-                            })});
+        part& added = running_.emplace_back(part{std::move(text), {}});
+        added.result =
+            std::async(std::launch::async, [this, &added, output = spare_block()]() mutable {
+                hold_ending_signals();
+                return convert(added.text, text_.behind_line_feed(), std::move(output));
+            });
         if (running_.size() >= task_.jobs) {
-            deliver(std::move(running_.front()));
+            deliver(running_.front());
             running_.pop_front();
         }
     }
     for (part& p : running_) {
-        deliver(std::move(p));
+        deliver(p);
     }
     text_.go_on(at_, place_, characters_, written_, failed_);
     return begun;

@@ -11,7 +11,6 @@
 #include <deque>
 #include <functional>
 #include <future>
-#include <memory>
 #include <span>
 #include <vector>
 
@@ -38,13 +37,13 @@ public:
     std::vector<std::uint8_t> run(std::vector<std::uint8_t> begun);
 
 private:
-    using block = std::shared_ptr<const std::vector<std::uint8_t>>;
+    using block = std::vector<std::uint8_t>;
     struct kept_problem {
         problem told;
         std::vector<std::uint8_t> bytes, comes_back;
     };
     struct part_result {
-        std::vector<std::uint8_t> output;
+        block output;
         std::vector<kept_problem> problems;
         std::map<std::pair<problem_kind, char32_t>, std::uint64_t> untold;
         std::vector<char32_t> look_alikes;
@@ -58,15 +57,18 @@ private:
         std::future<part_result> result;
     };
 
-    [[nodiscard]] part_result convert(const block& text, const stream_state& begin) const;
-    void deliver(part p);
-    bool read_block(std::vector<std::uint8_t>& rest, block& text);
+    [[nodiscard]] part_result convert(const block& text, const stream_state& begin,
+                                      block output) const;
+    void deliver(part& p);
+    bool read_block(block& rest, block& text);
+    block spare_block();
 
     task task_;
     text_stream& text_;
     ends ends_;
     charset_name from_;
     std::deque<part> running_;
+    std::vector<block> spare_; // memory that the system need not give and clear again
     stream_state at_;
     text_place place_;
     std::uint64_t characters_ = 0;

@@ -7,14 +7,25 @@ namespace tool {
 
 namespace {
 
-char32_t unit_at(bytes_view text, std::size_t index, const charset_name& charset) {
-    const std::size_t width = charset.unit_bytes();
-    char32_t unit = 0;
-    for (std::size_t i = 0; i < width; ++i) {
-        unit = unit << 8 | text[index + (charset.big_endian ? i : width - 1 - i)];
+// Reads code units of a charset.
+class unit_reader {
+public:
+    explicit unit_reader(const charset_name& charset)
+        : width(charset.unit_bytes()), big_endian_(charset.big_endian) {}
+
+    [[nodiscard]] char32_t operator()(bytes_view text, std::size_t index) const {
+        char32_t unit = 0;
+        for (std::size_t i = 0; i < width; ++i) {
+            unit = unit << 8 | text[index + (big_endian_ ? i : width - 1 - i)];
+        }
+        return unit;
     }
-    return unit;
-}
+
+    const std::size_t width;
+
+private:
+    bool big_endian_;
+};
 
 bool is_break(char32_t unit) {
     return unit == '\n' || unit == '\r';
@@ -60,9 +71,9 @@ void count_byte_breaks(text_place& place, bytes_view text) {
 }
 
 void count_unit_breaks(text_place& place, bytes_view text, const charset_name& charset) {
-    const std::size_t width = charset.unit_bytes();
-    for (std::size_t i = 0; i + width <= text.size(); i += width) {
-        const char32_t unit = unit_at(text, i, charset);
+    const unit_reader unit_at(charset);
+    for (std::size_t i = 0; i + unit_at.width <= text.size(); i += unit_at.width) {
+        const char32_t unit = unit_at(text, i);
         if (is_break(unit)) {
             count_break(place, unit);
         } else {
@@ -100,8 +111,8 @@ void pass(text_place& place, bytes_view text, const charset_name& charset,
 }
 
 std::size_t behind_last_break(bytes_view text, const charset_name& charset) {
-    const std::size_t width = charset.unit_bytes();
-    if (width == 1) {
+    const unit_reader unit_at(charset);
+    if (unit_at.width == 1) {
         const auto behind_last = [text](char byte) -> std::size_t {
             const void* found = text.empty() ? nullptr : ::memrchr(text.data(), byte, text.size());
             return found == nullptr ? 0
@@ -111,8 +122,9 @@ std::size_t behind_last_break(bytes_view text, const charset_name& charset) {
         };
         return std::max(behind_last('\n'), behind_last('\r'));
     }
-    for (std::size_t end = text.size() / width * width; end > 0; end -= width) {
-        if (is_break(unit_at(text, end - width, charset))) {
+    for (std::size_t end = text.size() / unit_at.width * unit_at.width; end > 0;
+         end -= unit_at.width) {
+        if (is_break(unit_at(text, end - unit_at.width))) {
             return end;
         }
     }
@@ -120,9 +132,10 @@ std::size_t behind_last_break(bytes_view text, const charset_name& charset) {
 }
 
 std::size_t behind_last_line_feed(bytes_view text, const charset_name& charset) {
-    const std::size_t width = charset.unit_bytes();
+    const unit_reader unit_at(charset);
+    const std::size_t width = unit_at.width;
     for (std::size_t end = text.size() / width * width; end > 0; end -= width) {
-        if (unit_at(text, end - width, charset) == '\n') {
+        if (unit_at(text, end - width) == '\n') {
             return end;
         }
     }
@@ -130,31 +143,42 @@ std::size_t behind_last_line_feed(bytes_view text, const charset_name& charset) 
 }
 
 std::size_t behind_first_break(bytes_view text, const charset_name& charset) {
-    const std::size_t width = charset.unit_bytes();
-    for (std::size_t at = 0; at + width <= text.size(); at += width) {
-        if (unit_at(text, at, charset) == '\n') {
-            return at + width;
-        }
-        if (unit_at(text, at, charset) == '\r') {
-            const std::size_t next = at + width;
-            const bool pair = next + width <= text.size() && unit_at(text, next, charset) == '\n';
-            return pair ? next + width : next;
+    const unit_reader unit_at(charset);
+    const std::size_t width = unit_at.width;
+    std::size_t at = 0;
+    if (width == 1) {
+        const auto first = [](bytes_view in, char byte) {
+            const void* found = in.empty() ? nullptr : std::memchr(in.data(), byte, in.size());
+            return found == nullptr ? in.size()
+                                    : static_cast<std::size_t>(
+                                          static_cast<const std::uint8_t*>(found) - in.data());
+        };
+        at = first(text.first(first(text, '\n')), '\r');
+    } else {
+        while (at + width <= text.size() && !is_break(unit_at(text, at))) {
+            at += width;
         }
     }
-    return 0;
+    const std::size_t next = at + width;
+    if (next > text.size()) {
+        return 0;
+    }
+    const bool pair =
+        unit_at(text, at) == '\r' && next + width <= text.size() && unit_at(text, next) == '\n';
+    return pair ? next + width : next;
 }
 
 const char* kind_of_breaks(bytes_view text, const charset_name& charset) {
-    const std::size_t width = charset.unit_bytes();
+    const unit_reader unit_at(charset);
+    const std::size_t width = unit_at.width;
     const char* kind = "";
     for (std::size_t at = 0; at + width <= text.size();) {
         const std::size_t end = behind_first_break(text.subspan(at), charset);
         if (end == 0) {
             break;
         }
-        const bool feed = unit_at(text, at + end - width, charset) == '\n';
-        const bool pair =
-            feed && end >= 2 * width && unit_at(text, at + end - 2 * width, charset) == '\r';
+        const bool feed = unit_at(text, at + end - width) == '\n';
+        const bool pair = feed && end >= 2 * width && unit_at(text, at + end - 2 * width) == '\r';
         const char* next = pair ? "CRLF" : feed ? "LF" : "CR";
         if (*kind != '\0' && kind != next) {
             return "mixed line breaks";
