@@ -203,7 +203,7 @@ record* claim_record(short_memory& memory, u64 key) {
 }
 
 // Length of the character at p, 0 when it cannot be told.
-u32 length_at(const short_memory& memory, const u8* p) {
+[[gnu::always_inline]] inline u32 length_at(const short_memory& memory, const u8* p) {
     switch (memory.length_by) {
     case reader::by_lead_byte: return memory.lead_length[*p].load(std::memory_order_relaxed);
     case reader::utf8: return *p < 0xC0 ? 1 : *p < 0xE0 ? 2 : *p < 0xF0 ? 3 : *p < 0xF8 ? 4 : 0;
@@ -341,9 +341,12 @@ bool look_up(short_memory& memory, std::span<const u8> input, const u8* out_stop
     const u8* p = input.data();
     const u8* const end = p + input.size();
     while (p < end) {
-        if (const std::size_t n = copy_plain(memory, {p, end}, out_stop, o); n > 0) {
-            p += n;
-            continue;
+        // No byte of a longer sequence of UTF-8 is plain.
+        if (memory.length_by != reader::utf8 || *p < 0x80) {
+            if (const std::size_t n = copy_plain(memory, {p, end}, out_stop, o); n > 0) {
+                p += n;
+                continue;
+            }
         }
         const u32 length = length_at(memory, p);
         if (length > static_cast<std::size_t>(end - p) && o.characters > 0) {
