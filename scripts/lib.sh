@@ -6,10 +6,10 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 # What the build and its tests need, as packages of Debian 12: the compiler and build programs;
 # CLI11 and fmt for the tool; GoogleTest and Python, a second opinion on character codes, for the
-# tests, pkg-config and the ABI comparison too; zsh and fish for their
-# completion, manual pages in four languages to tell the charsets of.
+# tests, pkg-config and the ABI comparison too; zsh and fish for their completion,
+# groff for the manual pages, those in four languages to tell the charsets of.
 build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libgtest-dev python3 pkgconf abigail-tools
-    zsh fish manpages-ja manpages-de manpages-fr manpages-es)
+    zsh fish groff-base manpages-ja manpages-de manpages-fr manpages-es)
 
 say() { echo "$*" >&2; }
 
