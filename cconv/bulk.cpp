@@ -17,10 +17,7 @@ constexpr i64 least_output = 96;
 
 // Memories by the hash of their key, and how many there may be: more pairs and settings than that
 // are converted by the rules.
-constexpr std::size_t buckets = 256;
-constexpr u32 most_memories = 1024;
-std::atomic<bulk_memory*> memories[buckets];
-std::atomic<u32> memory_count;
+memory_list<bulk_memory, 256, 1024> memories;
 
 // What the last call on this thread left of the tries: a text full of anomalies comes in many short
 // calls.
@@ -30,7 +27,7 @@ struct patience {
 };
 thread_local patience last_call;
 
-std::atomic<bulk_memory*>& bucket_of(const bulk_key& key) {
+u64 hash_of(const bulk_key& key) {
     constexpr u64 golden = 0x9E3779B97F4A7C15;
     u64 hash = 0;
     const auto mix = [&](u64 v) { hash = (hash ^ v) * golden; };
@@ -38,35 +35,16 @@ std::atomic<bulk_memory*>& bucket_of(const bulk_key& key) {
     mix(reinterpret_cast<std::uintptr_t>(key.target));
     mix(key.source_big_endian << 16 | key.target_big_endian << 8 | key.newline);
     mix(u64{key.substitutes[1]} << 32 | key.substitutes[3]);
-    return memories[hash >> 56];
+    return hash >> 56;
 }
 
-bulk_memory* find_memory(const bulk_key& key) {
-    for (bulk_memory* m = bucket_of(key).load(std::memory_order_acquire); m != nullptr;
-         m = m->next) {
-        if (m->key == key) {
-            return m;
-        }
-    }
-    return nullptr;
-}
-
-// Makes and publishes a memory; two threads may make the same one, and the later is found first.
 bulk_memory* add_memory(const session* s, const bulk_plan& plan) {
-    if (!bulk_is_registered(s)) {
-        return nullptr;
-    }
-    if (memory_count.fetch_add(1, std::memory_order_relaxed) >= most_memories) {
-        memory_count.store(most_memories, std::memory_order_relaxed);
+    if (!bulk_is_registered(s) || !memories.claim()) {
         return nullptr;
     }
     bulk_memory* memory = bulk_make_memory(s, plan);
     if (memory != nullptr) {
-        std::atomic<bulk_memory*>& bucket = bucket_of(plan.key);
-        memory->next = bucket.load(std::memory_order_relaxed);
-        while (!bucket.compare_exchange_weak(memory->next, memory, std::memory_order_release,
-                                             std::memory_order_relaxed)) {
-        }
+        memories.publish(hash_of(plan.key), memory);
     }
     return memory;
 }
@@ -112,15 +90,7 @@ bool already_known(const bulk_memory& memory, std::span<const u8> input) {
 } // namespace
 
 void bulk_release() {
-    for (std::atomic<bulk_memory*>& bucket : memories) {
-        bulk_memory* memory = bucket.exchange(nullptr, std::memory_order_acquire);
-        while (memory != nullptr) {
-            bulk_memory* next = memory->next;
-            ZAN_free(memory);
-            memory = next;
-        }
-    }
-    memory_count.store(0, std::memory_order_relaxed);
+    memories.release();
 }
 
 bulk_guide::bulk_guide(const session* s)
@@ -140,7 +110,7 @@ void bulk_guide::leave(const session* s) const {
 
 void bulk_guide::find(const session* s) {
     if (const std::optional<bulk_plan> plan = bulk_plan_of(s)) {
-        memory_ = find_memory(plan->key);
+        memory_ = memories.find(hash_of(plan->key), plan->key);
         if (memory_ == nullptr) {
             memory_ = add_memory(s, *plan);
         }
@@ -187,25 +157,25 @@ void bulk_guide::try_stretch(session* s) {
 }
 
 void bulk_guide::remember(const session* s) {
-    if (already_known(*memory_,
-                      {s->inBuf + in_pos_, static_cast<std::size_t>(s->inPos - in_pos_)})) {
+    if (already_known(*memory_, {s->inBuf + note_.in_pos,
+                                 static_cast<std::size_t>(s->inPos - note_.in_pos)})) {
         return;
     }
-    const i32 in = s->inPos - in_pos_, out = s->outPos - out_pos_;
+    const i32 in = s->inPos - note_.in_pos, out = s->outPos - note_.out_pos;
     // A code of JIS X 0213 may stand for a letter and a mark.
-    const u32 codes = s->outCount - out_count_;
+    const u32 codes = s->outCount - note_.out_count;
     const bool one = codes == 1 && s->outCode2 == 0;
     const bool two = codes == 2 && memory_->reader == bulk_reader::lead_bytes;
-    const bool alone = s->status == PVZAN_WRITTEN && s->inCount - in_count_ == 1 && (one || two) &&
-                       in >= 1 && out >= 1;
+    const bool alone = s->status == PVZAN_WRITTEN && s->inCount - note_.in_count == 1 &&
+                       (one || two) && in >= 1 && out >= 1;
     const bool breaks =
         memory_->key.newline != 0 && (s->ucsCode == '\r' || is_line_break(s->srcCode));
     const bool may_join = bulk_reads_scalars(memory_->reader) && is_combining_mark(s->srcCode);
     if (!alone || breaks || may_join) {
         return;
     }
-    const u8* p = s->inBuf + in_pos_;
-    const std::span<const u8> written(s->outBuf + out_pos_, static_cast<std::size_t>(out));
+    const u8* p = s->inBuf + note_.in_pos;
+    const std::span<const u8> written(s->outBuf + note_.out_pos, static_cast<std::size_t>(out));
     bulk_entry entry = one ? bulk_pack_short(*memory_, s, written) : bulk_entry{};
     if (!entry.known()) {
         entry = bulk_pack_long(*memory_, written, codes);

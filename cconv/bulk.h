@@ -8,7 +8,7 @@
 // call each field of the session is what the rules alone leave.
 #pragma once
 
-#include "cconv/engine.h"
+#include "cconv/memory_list.h"
 
 struct bulk_memory;
 
@@ -28,15 +28,9 @@ public:
 
     // Around the rules' own work on a character: notes where it began, and remembers what became of
     // it.
-    void begin(const session* s) {
-        noted_ = memory_ != nullptr && s->status == PVZAN_WRITTEN;
-        in_pos_ = s->inPos;
-        out_pos_ = s->outPos;
-        in_count_ = s->inCount;
-        out_count_ = s->outCount;
-    }
+    void begin(const session* s) { note_.take(s, memory_ != nullptr); }
     void learn(const session* s) {
-        if (noted_) {
+        if (note_.taken) {
             remember(s);
         }
     }
@@ -55,9 +49,7 @@ private:
 
     bool enabled_;
     bulk_memory* memory_ = nullptr; // of the session's pair, from the first try on
-    bool noted_ = false;
-    i32 in_pos_ = 0, out_pos_ = 0;
-    u32 in_count_ = 0, out_count_ = 0;
+    character_note note_;
     u32 wait_ = 0;    // characters to leave to the rules before the next try
     u32 penalty_ = 0; // how many those are after a try that led nowhere
 };

@@ -67,18 +67,14 @@ namespace {
 // Bits of pair_key::byte_orders.
 constexpr u32 big_source = 1, big_target = 2;
 
-constexpr std::size_t bucket_count = 16;
-std::atomic<short_memory*> buckets[bucket_count];
+// More pairs and settings than these are the rules' alone.
+memory_list<short_memory, 16, 256> memories;
 
-// How many memories there may be: more pairs and settings than that are the rules' alone.
-constexpr u32 most_memories = 256;
-std::atomic<u32> memory_count;
-
-std::size_t bucket_of(const pair_key& key) {
+u64 hash_of(const pair_key& key) {
     const auto bits = [](const charset_group* group) {
         return reinterpret_cast<std::uintptr_t>(group) >> 4;
     };
-    return (bits(key.source) ^ bits(key.target) << 1) % bucket_count;
+    return bits(key.source) ^ bits(key.target) << 1;
 }
 
 // ---- Which sessions ----------------------------------------------------------------------------
@@ -127,35 +123,18 @@ pair_key key_of(const session* s) {
             table_generation()};
 }
 
-short_memory* find_memory(const pair_key& key) {
-    short_memory* m = buckets[bucket_of(key)].load(std::memory_order_acquire);
-    while (m != nullptr && m->key != key) {
-        m = m->next;
-    }
-    return m;
-}
-
-// Publishes a memory; two threads may make the same one, and the later is found first.
 short_memory* make_memory(const session* s, const pair_key& key) {
     const reader length_by = reader_of(s);
-    if (length_by == reader::none || !writes_without_state(s) || !bulk_is_registered(s)) {
-        return nullptr;
-    }
-    if (memory_count.fetch_add(1, std::memory_order_relaxed) >= most_memories) {
-        memory_count.store(most_memories, std::memory_order_relaxed);
+    if (length_by == reader::none || !writes_without_state(s) || !bulk_is_registered(s) ||
+        !memories.claim()) {
         return nullptr;
     }
     auto* memory =
         static_cast<short_memory*>(ZAN_calloc(1, static_cast<i32>(sizeof(short_memory))));
-    if (memory == nullptr) {
-        return nullptr;
-    }
-    memory->key = key; // all zero is a valid state of the rest
-    memory->length_by = length_by;
-    std::atomic<short_memory*>& bucket = buckets[bucket_of(key)];
-    memory->next = bucket.load(std::memory_order_relaxed);
-    while (!bucket.compare_exchange_weak(memory->next, memory, std::memory_order_release,
-                                         std::memory_order_relaxed)) {
+    if (memory != nullptr) {
+        memory->key = key; // all zero is a valid state of the rest
+        memory->length_by = length_by;
+        memories.publish(hash_of(key), memory);
     }
     return memory;
 }
@@ -386,7 +365,7 @@ void short_guide::try_rest(session* s) {
         return;
     }
     const pair_key key = key_of(s);
-    memory_ = find_memory(key);
+    memory_ = memories.find(hash_of(key), key);
     if (memory_ == nullptr) {
         memory_ = make_memory(s, key);
     }
@@ -419,12 +398,12 @@ void short_guide::try_rest(session* s) {
 
 void short_guide::remember(const session* s) {
     short_memory& memory = *memory_;
-    const u8* const p = s->inBuf + in_pos_;
-    const auto in = static_cast<u32>(s->inPos - in_pos_);
-    const auto out = static_cast<u32>(s->outPos - out_pos_);
-    const u32 codes = s->outCount - out_count_;
+    const u8* const p = s->inBuf + note_.in_pos;
+    const auto in = static_cast<u32>(s->inPos - note_.in_pos);
+    const auto out = static_cast<u32>(s->outPos - note_.out_pos);
+    const u32 codes = s->outCount - note_.out_count;
     // A mark may join the letter before it; a user-defined set leaves the number of another behind.
-    const bool alone = s->status == PVZAN_WRITTEN && s->inCount - in_count_ == 1 &&
+    const bool alone = s->status == PVZAN_WRITTEN && s->inCount - note_.in_count == 1 &&
                        s->outCode2 == 0 && s->target.useSubstitute == 0 &&
                        !is_combining_mark(s->srcCode) && s->outSetType != PVZAN_SET_USER_DEFINED &&
                        !s->target.dstWriteBom;
@@ -444,7 +423,7 @@ void short_guide::remember(const session* s) {
     if (r == nullptr) {
         return;
     }
-    std::memcpy(r->written, s->outBuf + out_pos_, out);
+    std::memcpy(r->written, s->outBuf + note_.out_pos, out);
     r->srcCode = s->srcCode;
     r->setCode = s->setCode;
     r->ucsCode = s->ucsCode;
@@ -464,13 +443,5 @@ void short_guide::remember(const session* s) {
 }
 
 void short_text_release() {
-    for (std::atomic<short_memory*>& bucket : buckets) {
-        short_memory* memory = bucket.exchange(nullptr, std::memory_order_acquire);
-        while (memory != nullptr) {
-            short_memory* next = memory->next;
-            ZAN_free(memory);
-            memory = next;
-        }
-    }
-    memory_count.store(0, std::memory_order_relaxed);
+    memories.release();
 }

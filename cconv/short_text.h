@@ -7,7 +7,7 @@
 // of the session; any other text is the rules' alone.
 #pragma once
 
-#include "cconv/engine.h"
+#include "cconv/memory_list.h"
 
 struct short_memory;
 
@@ -23,15 +23,9 @@ public:
     }
 
     // Around the rules' own work on a character.
-    void begin(const session* s) {
-        noted_ = memory_ != nullptr && s->status == PVZAN_WRITTEN;
-        in_pos_ = s->inPos;
-        out_pos_ = s->outPos;
-        in_count_ = s->inCount;
-        out_count_ = s->outCount;
-    }
+    void begin(const session* s) { note_.take(s, memory_ != nullptr); }
     void learn(const session* s) {
-        if (noted_) {
+        if (note_.taken) {
             remember(s);
         }
     }
@@ -44,9 +38,7 @@ private:
 
     bool tried_ = false;
     short_memory* memory_ = nullptr; // of the session's pair, from then on
-    bool noted_ = false;
-    i32 in_pos_ = 0, out_pos_ = 0;
-    u32 in_count_ = 0, out_count_ = 0;
+    character_note note_;
 };
 
 // Releases every memory; no session may be running.
