@@ -315,13 +315,21 @@ std::span<const u8> whole_part(short_memory& memory, std::span<const u8> input) 
     return input.first(known ? cut : 0);
 }
 
+// Tells kanji from plain characters where that is cheap.
+[[gnu::always_inline]] inline bool may_be_plain(const short_memory& memory, const u8* p) {
+    switch (memory.length_by) {
+    case reader::utf8: return *p < 0x80;
+    case reader::two_bytes: return p[(memory.key.byte_orders & big_source) != 0 ? 0 : 1] == 0;
+    default: return true;
+    }
+}
+
 // False when a character is not known, or there may be no room.
 bool look_up(short_memory& memory, std::span<const u8> input, const u8* out_stop, outcome& o) {
     const u8* p = input.data();
     const u8* const end = p + input.size();
     while (p < end) {
-        // No byte of a longer sequence of UTF-8 is plain.
-        if (memory.length_by != reader::utf8 || *p < 0x80) {
+        if (may_be_plain(memory, p)) {
             if (const std::size_t n = copy_plain(memory, {p, end}, out_stop, o); n > 0) {
                 p += n;
                 continue;
