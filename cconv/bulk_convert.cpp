@@ -265,7 +265,7 @@ void run_reader(const bulk_memory& memory, bulk_stretch& stretch) {
 
 block_written bulk_put_entries(const bulk_memory& memory, const u16* scalars, std::size_t count,
                                u8* q) {
-    const u8* const begin = q;
+    u8* const begin = q;
     u32 odd = 0;
 #pragma GCC unroll 4
     for (std::size_t i = 0; i < count; ++i) {
@@ -277,14 +277,17 @@ block_written bulk_put_entries(const bulk_memory& memory, const u16* scalars, st
     if (odd >> 31 == 0) {
         return {count, static_cast<std::size_t>(q - begin)};
     }
+    // Other threads may have learnt some of them by now, which were not written above: once more.
     block_written written{0, 0};
-    for (;; ++written.characters) {
+    for (; written.characters < count; ++written.characters) {
         const bulk_entry entry = memory.wide_entry(scalars[written.characters]);
         if (!entry.is_short()) {
-            return written;
+            break;
         }
+        entry.store(begin + written.bytes);
         written.bytes += entry.length();
     }
+    return written;
 }
 
 void bulk_convert(const bulk_memory& memory, bulk_stretch& stretch) {
