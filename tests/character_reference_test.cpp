@@ -85,15 +85,4 @@ TEST(CharacterReferences, OfEveryLength) {
     }
 }
 
-TEST(CharacterReferences, OnlyForUcs2AndOnlyIfAskedFor) {
-    for (const char* to : {"iso-10646-ucs-2", "utf-16", "utf-8", "iso-10646-ucs-4"}) {
-        conversion c{.from = "utf-8",
-                     .to = to,
-                     .input = "é\u0E01",
-                     .expected = test::convert("utf-8", to, "é\u0E01")};
-        c.target.charRefMode = std::strcmp(to, "iso-10646-ucs-2") == 0 ? 0 : PVZAN_CHARREF_HEX;
-        expect_conversion(c);
-    }
-}
-
 } // namespace

@@ -130,19 +130,6 @@ TEST(DocumentSearch, Attributes) {
     }
 }
 
-TEST(DocumentSearch, ExtentsBoundKeysAndQuotes) {
-    const std::string text = R"(..domain="ja" bytenum="3"..)";
-    made_document d(text);
-    for (std::size_t end = 0; end <= text.size() + 2; ++end) {
-        text_buffer out;
-        u16 bytenum = 99;
-        xmlGetLang(&d, offset(1), offset(end), out.text);
-        EXPECT_STREQ(out.text, end >= 13 ? "ja" : "") << end;
-        xmlGetBytenum(&d, offset(1), offset(end), &bytenum);
-        EXPECT_EQ(bytenum, end >= 25 ? 3 : 2) << end;
-    }
-}
-
 // The end of the extent counts characters, though it is an offset in bytes.
 TEST(DocumentSearch, BasedonLooksBeyondItsExtentNotBeyondTheText) {
     for (std::size_t gap = 0; gap < 60; ++gap) {

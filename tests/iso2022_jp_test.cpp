@@ -49,23 +49,6 @@ void expect_stop(session& s, u32 status, i32 position) {
 
 // ---- Decoding ----------------------------------------------------------------------------------
 
-// A run of escape sequences counts as none; the last one holds. The mark of plane 2 once read stays
-// for the call.
-TEST(Iso2022JpDecoder, ReadsRunsOfEscapes) {
-    for (const shift& a : shifts) {
-        for (const shift& b : shifts) {
-            const std::string input = join({a.escape, b.escape, b.character});
-            SCOPED_TRACE(test::to_hex(input));
-            const session_owner s = reader();
-            give_input(*s, input);
-            const bool marked = is_plane2(a) && b.character.size() == 2;
-            expect_character(*s, b.set, marked ? b.code | jisx0213_plane2 : b.code,
-                             static_cast<i32>(input.size()));
-            EXPECT_EQ(s->inCount, 1U);
-        }
-    }
-}
-
 // Cut anywhere, the input is read up to the last whole escape sequence or character; what is left
 // is incomplete. A cut behind ESC $ ( P loses the plane: it lives for one call.
 TEST(Iso2022JpDecoder, StopsAtEveryCut) {

@@ -318,11 +318,6 @@ TEST(TableCache, OneThatCannotBeWrittenLeavesNothing) {
             EXPECT_EQ(names_in(dir), std::vector<std::string>{"t.txt"}) << most;
         });
     }
-    // Something stands in its place.
-    std::filesystem::create_directories(dir.file("t.cmp/d"));
-    expect_table();
-    EXPECT_EQ(names_in(dir), (std::vector<std::string>{"t.cmp", "t.txt"}));
-    std::filesystem::remove_all(dir.file("t.cmp"));
 }
 
 TEST(TableLookup, TheFirstTableThatMapsTheCodeWins) {
