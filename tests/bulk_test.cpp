@@ -124,37 +124,6 @@ void expect_same(const std::string& text, const settings& how, std::size_t piece
     }
 }
 
-// Text of several scripts with line breaks of all kinds, marks and rare characters.
-std::u32string random_text(std::mt19937& random, std::size_t length) {
-    const auto up_to = [&](unsigned n) { return static_cast<char32_t>(random() % n); };
-    std::u32string text;
-    unsigned mode = 0;
-    while (text.size() < length) {
-        if (random() % 24 == 0) {
-            mode = random() % 8;
-        }
-        switch (mode) {
-        case 0:
-        case 1: text += 0x20 + up_to(0x5F); break;
-        case 2: text += 0x3041 + up_to(0x53); break;
-        case 3: text += 0x30A1 + up_to(0x56); break;
-        case 4: text += 0x4E00 + up_to(0x2000); break;
-        case 5: text += 0xFF61 + up_to(0x3F); break;
-        case 6: text += 0x3000 + up_to(0x20); break;
-        default: text += 0x4E00 + up_to(0x100); break;
-        }
-        if (random() % 60 == 0) {
-            constexpr std::u32string_view rare[] = {
-                U"\r\n",         U"\n",         U"\r",           U"\r\r\n",       U"\n\r",
-                U"\u304B\u309A", U"\u309A",     U"\u02E9\u02E5", U"\u00E6\u0300", U"\u2028",
-                U"\u2029",       U"\U00020089", U"\U0001F600",   U"\u301C",       U"\x1B",
-                U"\x7F",         U"\t",         U"\uE000",       U"\u00A5",       U"\u2460"};
-            text += rare[random() % std::size(rare)];
-        }
-    }
-    return text;
-}
-
 settings random_settings(std::mt19937& random) {
     const auto any_charset = [&] {
         return test::all_charsets[random() % std::size(test::all_charsets)];
@@ -183,7 +152,7 @@ TEST(Bulk, LeavesWhatTheRulesLeave) {
         std::mt19937 random(seed);
         const settings how = random_settings(random);
         test::conversion encode{.from = "utf-8", .to = how.from};
-        encode.input = test::utf8(random_text(random, 200 + random() % 3000));
+        encode.input = test::utf8(test::random_text(random, 200 + random() % 3000, 24));
         encode.target.dstBigEndian = how.source.srcBigEndian;
         std::string text = test::run(encode, {encode.input}, 65536).bytes;
         // Anomalies: none, few, many.

@@ -228,6 +228,31 @@ std::optional<std::string> character_converter::operator()(std::string_view inpu
     return written(s);
 }
 
+std::u32string random_text(std::mt19937& random, std::size_t length, unsigned run_length) {
+    constexpr std::pair<char32_t, unsigned> blocks[] = {
+        {0x20, 0x5F},     {0x20, 0x5F},      {0x3041, 0x56},   {0x30A1, 0x5A},  {0x4E00, 0x100},
+        {0x4E00, 0x2000}, {0x4E00, 0x5000},  {0xFF61, 0x3F},   {0x3000, 0x20},  {0xA1, 0x5F},
+        {0x3131, 0x5E},   {0x20000, 0xA000}, {0x1F300, 0x100}, {0xE000, 0x700}, {0x2500, 0x80},
+    };
+    constexpr std::u32string_view rare[] = {
+        U"\r\n",         U"\n",         U"\r",           U"\r\r\n",       U"\n\r",
+        U"\u304B\u309A", U"\u309A",     U"\u02E9\u02E5", U"\u00E6\u0300", U"\u2028",
+        U"\u2029",       U"\U00020089", U"\U0001F600",   U"\u301C",       U"\x1B",
+        U"\x7F",         U"\t",         U"\uE000",       U"\u00A5",       U"\u2460"};
+    std::u32string text;
+    const auto* block = &blocks[0];
+    while (text.size() < length) {
+        if (random() % run_length == 0) {
+            block = &blocks[random() % std::size(blocks)];
+        }
+        text += block->first + static_cast<char32_t>(random() % block->second);
+        if (random() % 60 == 0) {
+            text += rare[random() % std::size(rare)];
+        }
+    }
+    return text;
+}
+
 std::string convert(const char* from, const char* to, std::string_view input) {
     conversion c{.from = from, .to = to, .input = std::string(input), .expected = {}};
     outcome o = run(c, {input}, 65536);

@@ -116,6 +116,10 @@ private:
     session_owner session_;
 };
 
+// Text of several scripts in runs of about that length, now and then a line break of any kind, a
+// mark or a rare character.
+std::u32string random_text(std::mt19937& random, std::size_t length, unsigned run_length);
+
 // Converts whole; faults fail the test.
 std::string convert(const char* from, const char* to, std::string_view input);
 
