@@ -23,7 +23,7 @@ memory_list<bulk_memory, 256, 1024> memories;
 // calls.
 struct patience {
     const session* of;
-    u32 wait, penalty;
+    u32 wait, penalty, fruitless;
 };
 thread_local patience last_call;
 
@@ -49,16 +49,59 @@ bulk_memory* add_memory(const session* s, const bulk_plan& plan) {
     return memory;
 }
 
-void put_entry(std::atomic<u32>& slot, bulk_entry entry) {
-    slot.store(entry.packed, std::memory_order_relaxed);
-}
-
 bool is_line_break(u32 c) {
     return c == '\r' || c == '\n';
 }
 
 bool is_euc(rule_function decoder) {
     return decoder == destEUC_JP || decoder == destEUC_JIS_2004;
+}
+
+// Where the entry of the character that these bytes were has its place; none when the loops would
+// not read it by them alone.
+std::optional<u32> place_of(const bulk_memory& memory, const session* s,
+                            std::span<const u8> input) {
+    const u32 code = s->srcCode;
+    const u8* const p = input.data();
+    const auto scalar_of = [&](std::size_t length) {
+        return code < bulk_codes && input.size() == length ? std::optional(code) : std::nullopt;
+    };
+    switch (memory.reader) {
+    case bulk_reader::utf8: return scalar_of(code < 0x80 ? 1 : code < 0x800 ? 2 : 3);
+    case bulk_reader::unit_big:
+    case bulk_reader::unit_little: return scalar_of(2);
+    case bulk_reader::quad_big:
+    case bulk_reader::quad_little: return scalar_of(4);
+    case bulk_reader::iso2022:
+        // Escape sequences before it are not the character's; plane 2 is not theirs to tell.
+        if (s->charSetNo == s->srcShiftSet && (code & ~0x7F7FU) == 0) {
+            return bulk_iso2022_key(s->srcShiftSet, code);
+        }
+        break;
+    case bulk_reader::lead_bytes:
+        if (input.size() == 2 && p[0] >= 0x80) {
+            return u32{p[0]} << 8 | p[1];
+        }
+        if (input.size() == 1 && memory.lead_length[p[0]].load(std::memory_order_relaxed) != 2) {
+            return p[0];
+        }
+        if (input.size() == 3 && p[0] == bulk_single_shift && bulk_euc3_key(p) != 0 &&
+            is_euc(memory.key.decoder->function)) {
+            return bulk_euc3_key(p);
+        }
+        break;
+    }
+    return std::nullopt;
+}
+
+// The length of characters that begin with this one's lead byte.
+void note_lead(bulk_memory& memory, std::span<const u8> input) {
+    const u8 lead = input[0];
+    memory.lead_length[lead].store(static_cast<u8>(input.size()), std::memory_order_relaxed);
+    if (input.size() == 2) {
+        memory.lead_rows[lead & 0xF].fetch_or(static_cast<u8>(1U << (lead >> 4 & 7)),
+                                              std::memory_order_relaxed);
+    }
 }
 
 // Most characters that the rules get are known: looking is cheaper than learning them again.
@@ -98,13 +141,14 @@ bulk_guide::bulk_guide(const session* s)
     if (enabled_ && last_call.of == s) {
         wait_ = last_call.wait;
         penalty_ = last_call.penalty;
+        fruitless_ = last_call.fruitless;
     }
 }
 
 void bulk_guide::leave(const session* s) const {
     if (enabled_) {
         // What the last stretch left to the rules may be done by now, or known.
-        last_call = {s, penalty_ == 0 ? 0 : wait_, penalty_};
+        last_call = {s, penalty_ == 0 ? 0 : wait_, penalty_, fruitless_};
     }
 }
 
@@ -151,76 +195,42 @@ void bulk_guide::try_stretch(session* s) {
         s->dstShiftSet = stretch.out_set;
         s->srcCode = 0; // of no consequence: two characters by the rules follow, and none was a CR
     }
-    constexpr u32 worth_it = 16, most = 64;
+    constexpr u32 worth_it = 4, most = 256;
     penalty_ = characters >= worth_it ? 0 : std::min(penalty_ * 2 + 4, most);
     wait_ = characters >= worth_it ? 2 : penalty_;
 }
 
-void bulk_guide::remember(const session* s) {
-    if (already_known(*memory_, {s->inBuf + note_.in_pos,
-                                 static_cast<std::size_t>(s->inPos - note_.in_pos)})) {
-        return;
+bool bulk_guide::remember(const session* s) {
+    const std::span<const u8> input(s->inBuf + note_.in_pos,
+                                    static_cast<std::size_t>(s->inPos - note_.in_pos));
+    if (already_known(*memory_, input)) {
+        return false;
     }
-    const i32 in = s->inPos - note_.in_pos, out = s->outPos - note_.out_pos;
+    const i32 out = s->outPos - note_.out_pos;
     // A code of JIS X 0213 may stand for a letter and a mark.
     const u32 codes = s->outCount - note_.out_count;
     const bool one = codes == 1 && s->outCode2 == 0;
     const bool two = codes == 2 && memory_->reader == bulk_reader::lead_bytes;
     const bool alone = s->status == PVZAN_WRITTEN && s->inCount - note_.in_count == 1 &&
-                       (one || two) && in >= 1 && out >= 1;
+                       (one || two) && !input.empty() && out >= 1;
     const bool breaks =
         memory_->key.newline != 0 && (s->ucsCode == '\r' || is_line_break(s->srcCode));
     const bool may_join = bulk_reads_scalars(memory_->reader) && is_combining_mark(s->srcCode);
-    if (!alone || breaks || may_join) {
-        return;
+    const std::optional<u32> place = place_of(*memory_, s, input);
+    if (!alone || breaks || may_join || !place) {
+        return false;
     }
-    const u8* p = s->inBuf + note_.in_pos;
     const std::span<const u8> written(s->outBuf + note_.out_pos, static_cast<std::size_t>(out));
     bulk_entry entry = one ? bulk_pack_short(*memory_, s, written) : bulk_entry{};
     if (!entry.known()) {
         entry = bulk_pack_long(*memory_, written, codes);
     }
     if (!entry.known()) {
-        return;
+        return false;
     }
-    switch (memory_->reader) {
-    case bulk_reader::utf8:
-        if (s->srcCode < bulk_codes && in == (s->srcCode < 0x80 ? 1 : s->srcCode < 0x800 ? 2 : 3)) {
-            put_entry(memory_->wide[s->srcCode], entry);
-        }
-        break;
-    case bulk_reader::unit_big:
-    case bulk_reader::unit_little:
-        if (in == 2 && s->srcCode < bulk_codes) {
-            put_entry(memory_->wide[s->srcCode], entry);
-        }
-        break;
-    case bulk_reader::quad_big:
-    case bulk_reader::quad_little:
-        if (in == 4 && s->srcCode < bulk_codes) {
-            put_entry(memory_->wide[s->srcCode], entry);
-        }
-        break;
-    case bulk_reader::iso2022:
-        // Escape sequences before it are not the character's; plane 2 is not theirs to tell.
-        if (s->charSetNo == s->srcShiftSet && (s->srcCode & ~0x7F7FU) == 0) {
-            put_entry(memory_->wide[bulk_iso2022_key(s->srcShiftSet, s->srcCode)], entry);
-        }
-        break;
-    case bulk_reader::lead_bytes:
-        if (in == 2 && p[0] >= 0x80) {
-            put_entry(memory_->wide[u32{p[0]} << 8 | p[1]], entry);
-            memory_->lead_length[p[0]].store(2, std::memory_order_relaxed);
-            memory_->lead_rows[p[0] & 0xF].fetch_or(static_cast<u8>(1U << (p[0] >> 4 & 7)),
-                                                    std::memory_order_relaxed);
-        } else if (in == 1 && memory_->lead_length[p[0]].load(std::memory_order_relaxed) != 2) {
-            put_entry(memory_->wide[p[0]], entry);
-            memory_->lead_length[p[0]].store(1, std::memory_order_relaxed);
-        } else if (in == 3 && p[0] == bulk_single_shift && bulk_euc3_key(p) != 0 &&
-                   is_euc(memory_->key.decoder->function)) {
-            put_entry(memory_->wide[bulk_euc3_key(p)], entry);
-            memory_->lead_length[p[0]].store(3, std::memory_order_relaxed);
-        }
-        break;
+    memory_->wide[*place].store(entry.packed, std::memory_order_relaxed);
+    if (memory_->reader == bulk_reader::lead_bytes) {
+        note_lead(*memory_, input);
     }
+    return true;
 }

@@ -28,10 +28,10 @@ public:
 
     // Around the rules' own work on a character: notes where it began, and remembers what became of
     // it.
-    void begin(const session* s) { note_.take(s, memory_ != nullptr); }
+    void begin(const session* s) { note_.take(s, memory_ != nullptr && may_learn()); }
     void learn(const session* s) {
         if (note_.taken) {
-            remember(s);
+            fruitless_ = remember(s) ? 0 : fruitless_ + 1;
         }
     }
 
@@ -43,15 +43,21 @@ private:
         --wait_;
         return true;
     }
+    // Where nothing is left to learn, or nothing can be, looking for it only costs.
+    bool may_learn() {
+        constexpr u32 many = 16, seldom = 8;
+        return fruitless_ < many || ++fruitless_ % seldom == 0;
+    }
     void find(const session* s);
     void try_stretch(session* s);
-    void remember(const session* s);
+    bool remember(const session* s); // whether it was new
 
     bool enabled_;
     bulk_memory* memory_ = nullptr; // of the session's pair, from the first try on
     character_note note_;
-    u32 wait_ = 0;    // characters to leave to the rules before the next try
-    u32 penalty_ = 0; // how many those are after a try that led nowhere
+    u32 wait_ = 0;      // characters to leave to the rules before the next try
+    u32 fruitless_ = 0; // characters looked at since one was learnt
+    u32 penalty_ = 0;   // how many those are after a try that led nowhere
 };
 
 // Whether the length of the session's source characters follows from their first byte, and their

@@ -63,6 +63,9 @@ struct character_note {
 
     void take(const session* s, bool wanted) {
         taken = wanted && s->status == PVZAN_WRITTEN;
+        if (!taken) {
+            return;
+        }
         in_pos = s->inPos;
         out_pos = s->outPos;
         in_count = s->inCount;
