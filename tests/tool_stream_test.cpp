@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <optional>
 #include <ostream>
 #include <random>
 #include <tuple>
@@ -312,6 +313,67 @@ TEST(ToolStream, PlacesAreExactAndCutsDoNotMatter) {
                                            [&] { return std::size_t{random()} % longest; });
                 ASSERT_EQ(cut, whole) << "pieces of less than " << longest;
             }
+        }
+    }
+}
+
+// Random bytes, read one character at a time: wherever there is none, there is a problem, with that
+// line, column and byte, and nowhere else.
+TEST(ToolStream, PlacesAreThoseOfASlowReader) {
+    std::mt19937 random(3);
+    constexpr std::string_view often = "\n\r\r\n ab\0\x82\xA0\xE3\x81\x82\xA4\xD8\x8F";
+    for (const source& s : sources) {
+        const bool euc = std::string_view(s.name).starts_with("euc"),
+                   unicode = std::string_view(s.name).starts_with("utf");
+        test::oracle peer(s.oracle, "UTF-8");
+        const auto character_at =
+            [&](std::string_view text) -> std::optional<std::pair<std::size_t, std::string>> {
+            for (std::size_t n = s.unit; n <= std::min<std::size_t>(text.size(), 4); n += s.unit) {
+                const auto c = peer(text.substr(0, n));
+                // Its EUC has DEL and controls above it, and ours has not.
+                if (c && !(euc && (text[0] == '\xA0' || (*c >= "\x7F" && *c < "\xC2\xA0")))) {
+                    return std::pair(n, *c);
+                }
+            }
+            return std::nullopt;
+        };
+        for (int round = 0; round < 300; ++round) {
+            std::string text;
+            while (text.size() < 100) {
+                text += random() % 3 != 0 ? often[random() % often.size()]
+                                          : static_cast<char>(random());
+            }
+            SCOPED_TRACE(s.name + ": "s + test::to_hex(text));
+            const std::vector<told> found = convert(s.name, "utf-8", text).problems;
+            auto next = found.begin();
+            std::uint64_t line = 1, column = 1;
+            bool behind_cr = false;
+            for (std::size_t at = 0; at < text.size();) {
+                if (const auto read = character_at(std::string_view(text).substr(at))) {
+                    const auto& [length, c] = *read;
+                    const bool ends = c == "\n" || c == "\r";
+                    line += ends && !(c == "\n" && behind_cr) ? 1U : 0U;
+                    column = ends ? 1 : column + 1;
+                    behind_cr = c == "\r";
+                    at += length;
+                    continue;
+                }
+                ASSERT_NE(next, found.end()) << "no problem at byte " << at;
+                ASSERT_EQ(std::tie(next->line, next->column, next->offset),
+                          std::tie(line, column, at))
+                    << *next;
+                // ASCII in what is blamed is looked at anew, and so is a byte that can follow none.
+                std::size_t blamed = 1;
+                while (blamed < next->bytes.size() && (unicode || next->bytes[blamed] < 0) &&
+                       (next + 1 == found.end() || next[1].offset != at + blamed)) {
+                    ++blamed;
+                }
+                at += blamed;
+                ++column;
+                behind_cr = false;
+                ++next;
+            }
+            EXPECT_TRUE(next == found.end()) << *next;
         }
     }
 }

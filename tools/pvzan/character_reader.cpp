@@ -166,8 +166,10 @@ bool character_reader::ends_nothing(std::uint8_t byte) {
     std::optional<bool>& known = ends_nothing_[byte];
     for (unsigned first = 0x21; !known && first <= 0xFF; ++first) {
         const auto lead = static_cast<std::uint8_t>(first);
-        if (!is_pair(lead, 'A') && is_pair(lead, byte)) {
-            known = false; // no two characters of one byte
+        session_->inPos = 0;
+        const bool alone = run({&lead, 1}, 1) != PVZAN_INPUT_INCOMPLETE; // a character of its own
+        if (!alone && is_pair(lead, byte)) {
+            known = false;
         }
     }
     if (!known) {
@@ -208,6 +210,9 @@ text_character character_reader::judge(bytes_view text, std::size_t given, std::
         character.why = fault::cannot_follow;
     } else {
         character.why = fault::no_character;
+        if (!from_.is_iso2022()) { // its second half must not be taken for a first one
+            character.bytes = step_over(text, std::max(taken, given));
+        }
     }
     return character;
 }
