@@ -5,27 +5,16 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <array>
-#include <cerrno>
-#include <csignal>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <poll.h>
 #include <sstream>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 using test::arguments;
-using test::process;
 using test::run;
 using test::settings;
 using outcome = test::tool_outcome;
@@ -36,11 +25,6 @@ std::string content(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
     EXPECT_TRUE(file.is_open()) << path;
     return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::size_t files_in(const std::string& directory) {
-    return static_cast<std::size_t>(
-        std::distance(fs::directory_iterator(directory), fs::directory_iterator()));
 }
 
 // ---- Conversions -------------------------------------------------------------------------------
@@ -74,70 +58,7 @@ TEST(Tool, ConvertsTheSamplesAsTheOracleDoes) {
     }
 }
 
-TEST(Tool, ReadsFilesAndStandardInputInOrder) {
-    const test::temp_dir dir;
-    dir.write("a", "\x82\xA0\n");
-    dir.write("b", "\x82\xA2");
-    dir.write("./convert", "c");
-    const settings here = {.directory = dir.path()};
-    EXPECT_EQ(run({"-f", "shift_jis", "a", "-", "b"}, "\xB1", here).output, "あ\nｱい");
-    EXPECT_EQ(run({"-f", "shift_jis"}, "\x82\xA4", here).output, "う");
-    EXPECT_EQ(run({"-f", "sjis", "-t", "euc-jp", "./convert"}, "", here).output, "c");
-    // One byte-order mark for all, and none where there is no text; each text is closed.
-    EXPECT_EQ(run({"-f", "sjis", "-t", "utf-16", "a", "b"}, "", here).output,
-              "\xFE\xFF\x30\x42\0\n\x30\x44"s);
-    EXPECT_EQ(run({"-f", "sjis", "-t", "utf-16"}).output, "");
-    EXPECT_EQ(run({"-f", "sjis", "-t", "iso-2022-jp", "b", "b"}, "", here).output,
-              "\x1B$B$$\x1B(B\x1B$B$$\x1B(B");
-}
-
-// Output comes as soon as there is a line, as a filter between two programs needs it.
-TEST(Tool, PassesLinesOnAtOnce) {
-    process tool({"-f", "shift_jis"}, {});
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_EQ(::write(tool.input(), "\x82\xA0.\n", 4), 4);
-        pollfd ready = {tool.output(), POLLIN, 0};
-        ASSERT_EQ(::poll(&ready, 1, 10'000), 1) << "no output for a line of input";
-        std::string line;
-        ASSERT_TRUE(process::read(tool.output(), line));
-        EXPECT_EQ(line, "あ.\n");
-    }
-    std::string output, messages;
-    tool.talk("", output, messages);
-    EXPECT_EQ(tool.wait(), 0);
-}
-
-TEST(Tool, TakesInputOfAnySizeInLittleMemory) {
-    const std::string sample = content(samples / "report.shift_jis.txt");
-    const std::string text = content(samples / "report.utf-8.txt");
-    std::string input, expected;
-    for (int i = 0; i < 2000; ++i) {
-        input += sample;
-        expected += text;
-    }
-    settings limited;
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    limited.memory = 8 << 20;
-#endif
-    const outcome o = run({"-f", "shift_jis"}, input, limited);
-    EXPECT_EQ(o.status, 0) << o.messages;
-    EXPECT_TRUE(o.output == expected); // too long to be printed
-}
-
 // ---- Problems ----------------------------------------------------------------------------------
-
-TEST(Tool, StopsTellingAfterTwentyProblemsAndCountsOn) {
-    std::string input;
-    for (int i = 0; i < 30'000; ++i) {
-        input += "\xFD\n";
-    }
-    const outcome o = run({"-f", "shift_jis"}, input);
-    EXPECT_EQ(o.status, 1);
-    EXPECT_EQ(std::ranges::count(o.messages, '\n'), 22);
-    EXPECT_NE(o.messages.find("20:1: error"), std::string::npos);
-    EXPECT_NE(o.messages.find("29,980 more problems"), std::string::npos);
-    EXPECT_NE(o.messages.find("30,000 invalid sequences"), std::string::npos);
-}
 
 TEST(Tool, TellsTroubleByItsStatus) {
     const test::temp_dir dir;
@@ -175,77 +96,6 @@ TEST(Tool, TellsTroubleByItsStatus) {
         EXPECT_EQ(o.status, c.status) << testing::PrintToString(c.args) << o.messages;
         EXPECT_NE(o.messages.find(c.says), std::string::npos) << o.messages;
         EXPECT_EQ(o.messages.empty(), c.status == 0) << o.messages;
-    }
-}
-
-TEST(Tool, ChecksItsStandardOutput) {
-    const int full = ::open("/dev/full", O_WRONLY);
-    ASSERT_GE(full, 0);
-    const outcome no_room = run({"-f", "sjis"}, "a", {.output = full});
-    ::close(full);
-    EXPECT_EQ(no_room.status, 2);
-    EXPECT_NE(no_room.messages.find("standard output: cannot write: No space"), std::string::npos);
-
-    // A file to be read must not become the closed standard output.
-    const test::temp_dir dir;
-    dir.write("a", "text");
-    const outcome closed = run({"-f", "sjis", dir.file("a")}, "", {.without_output = true});
-    EXPECT_EQ(closed.status, 2);
-    EXPECT_NE(closed.messages.find("standard output: cannot write"), std::string::npos);
-    EXPECT_EQ(dir.read("a"), "text");
-}
-
-// ---- Output files ------------------------------------------------------------------------------
-
-TEST(Tool, WritesAFileOnlyWhole) {
-    const test::temp_dir dir;
-    dir.write("out", "as it was");
-    ASSERT_EQ(::chmod(dir.file("out").c_str(), 0640), 0);
-    EXPECT_EQ(run({"-f", "sjis", "-o", dir.file("out")}, "abc\xFD\n").status, 1);
-    EXPECT_EQ(run({"-f", "sjis", "-o", dir.file("new")}, "abc\xFD\n").status, 1);
-    EXPECT_EQ(run({"-f", "sjis", "-o", dir.file("new"), "-", dir.file("missing")}, "abc").status,
-              2);
-    EXPECT_EQ(dir.read("out"), "as it was");
-    EXPECT_EQ(files_in(dir.path()), 1U);
-
-    fs::create_symlink("out", dir.file("link"));
-    const outcome o = run({"-f", "sjis", "-o", dir.file("link")}, "\x82\xA0");
-    EXPECT_EQ(o.status, 0) << o.messages;
-    EXPECT_EQ(o.output, "");
-    EXPECT_EQ(dir.read("out"), "あ");
-    EXPECT_TRUE(fs::is_symlink(dir.file("link")));
-    EXPECT_EQ(fs::status(dir.file("out")).permissions(), fs::perms{0640});
-    EXPECT_EQ(files_in(dir.path()), 2U);
-}
-
-TEST(Tool, RefusesToWriteWhatItReads) {
-    const test::temp_dir dir;
-    dir.write("a", "\x82\xA0");
-    fs::create_hard_link(dir.file("a"), dir.file("b"));
-    const outcome named = run({"-f", "sjis", dir.file("a"), "-o", dir.file("b")});
-    EXPECT_EQ(named.status, 2);
-    EXPECT_NE(named.messages.find("is the output, too"), std::string::npos);
-
-    const int appended = ::open(dir.file("a").c_str(), O_WRONLY | O_APPEND);
-    ASSERT_GE(appended, 0);
-    EXPECT_EQ(run({"-f", "sjis", dir.file("a")}, "", {.output = appended}).status, 2);
-    ::close(appended);
-    EXPECT_EQ(dir.read("a"), "\x82\xA0");
-}
-
-TEST(Tool, LeavesNothingWhenASignalEndsIt) {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        const test::temp_dir dir;
-        process tool({"-f", "sjis", "-o", dir.file("out")}, {});
-        ASSERT_EQ(::write(tool.input(), "abcd\n", 5), 5);
-        for (int i = 0; i < 1000 && files_in(dir.path()) == 0; ++i) {
-            ::usleep(10'000);
-        }
-        EXPECT_EQ(files_in(dir.path()), 1U) << "the temporary";
-        ASSERT_EQ(::kill(tool.id(), signal), 0);
-        const int status = tool.wait();
-        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal);
-        EXPECT_EQ(files_in(dir.path()), 0U);
     }
 }
 

@@ -2,11 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
-#include <csignal>
+#include <cstdio>
 #include <cstdlib>
-#include <poll.h>
+#include <memory>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,11 +13,16 @@ namespace test {
 
 namespace {
 
-constexpr std::size_t pipe_bytes = 4096; // written at once without waiting
+struct close_file {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using stream = std::unique_ptr<std::FILE, close_file>;
 
-[[noreturn]] void execute(const arguments& args, const settings& set) {
-    const rlimit data = {set.memory, set.memory};
-    ::setrlimit(RLIMIT_DATA, &data);
+[[noreturn]] void execute(const arguments& args, const settings& set,
+                          const std::array<stream, 3>& streams) {
+    for (int number = 0; number < 3; ++number) {
+        ::dup2(::fileno(streams[static_cast<std::size_t>(number)].get()), number);
+    }
     ::unsetenv("PVZAN_CHARSET_DIR");
     for (const std::string& variable : set.environment) {
         ::putenv(const_cast<char*>(variable.c_str()));
@@ -35,90 +39,28 @@ constexpr std::size_t pipe_bytes = 4096; // written at once without waiting
     ::_exit(127);
 }
 
+std::string content(std::FILE* file) {
+    std::string text(static_cast<std::size_t>(::lseek(::fileno(file), 0, SEEK_END)), '\0');
+    EXPECT_EQ(::pread(::fileno(file), text.data(), text.size(), 0),
+              static_cast<ssize_t>(text.size()));
+    return text;
+}
+
 } // namespace
 
-process::process(const arguments& args, const settings& set) {
-    std::array<int, 2> in{}, out{}, messages{};
-    EXPECT_EQ(::pipe(in.data()), 0);
-    EXPECT_EQ(::pipe(out.data()), 0);
-    EXPECT_EQ(::pipe(messages.data()), 0);
-    id_ = ::fork();
-    if (id_ == 0) {
-        ::dup2(in[0], STDIN_FILENO);
-        ::dup2(set.output >= 0 ? set.output : out[1], STDOUT_FILENO);
-        ::dup2(messages[1], STDERR_FILENO);
-        for (const int descriptor : {in[0], in[1], out[0], out[1], messages[0], messages[1]}) {
-            ::close(descriptor);
-        }
-        if (set.without_output) {
-            ::close(STDOUT_FILENO);
-        }
-        execute(args, set);
-    }
-    ::close(in[0]);
-    ::close(out[1]);
-    ::close(messages[1]);
-    input_ = in[1];
-    output_ = out[0];
-    messages_ = messages[0];
-}
-
-process::~process() {
-    close_input();
-    ::close(output_);
-    ::close(messages_);
-}
-
-void process::close_input() {
-    if (input_ >= 0) {
-        ::close(input_);
-    }
-    input_ = -1;
-}
-
-void process::talk(std::string_view input, std::string& output, std::string& messages) {
-    if (input.empty()) {
-        close_input();
-    }
-    bool output_open = true, messages_open = true;
-    while (output_open || messages_open || input_ >= 0) {
-        std::array<pollfd, 3> ready = {{{input_, POLLOUT, 0},
-                                        {output_open ? output_ : -1, POLLIN, 0},
-                                        {messages_open ? messages_ : -1, POLLIN, 0}}};
-        ASSERT_GE(::poll(ready.data(), ready.size(), -1), 0);
-        if (ready[0].revents != 0) {
-            const ssize_t n = ::write(input_, input.data(), std::min(input.size(), pipe_bytes));
-            input.remove_prefix(n > 0 ? static_cast<std::size_t>(n) : input.size());
-            if (input.empty()) {
-                close_input();
-            }
-        }
-        output_open = output_open && (ready[1].revents == 0 || read(output_, output));
-        messages_open = messages_open && (ready[2].revents == 0 || read(messages_, messages));
-    }
-}
-
-int process::wait() const {
-    int status = 0;
-    EXPECT_EQ(::waitpid(id_, &status, 0), id_);
-    return status;
-}
-
-bool process::read(int descriptor, std::string& text) {
-    std::array<char, 65536> buffer{};
-    const ssize_t n = ::read(descriptor, buffer.data(), buffer.size());
-    text.append(buffer.data(), n > 0 ? static_cast<std::size_t>(n) : 0);
-    return n > 0;
-}
-
 tool_outcome run(const arguments& args, std::string_view input, const settings& set) {
-    ::signal(SIGPIPE, SIG_IGN); // a tool that refuses its arguments reads nothing
-    process tool(args, set);
-    tool_outcome outcome;
-    tool.talk(input, outcome.output, outcome.messages);
-    const int status = tool.wait();
-    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return outcome;
+    const std::array<stream, 3> streams = {stream(std::tmpfile()), stream(std::tmpfile()),
+                                           stream(std::tmpfile())};
+    std::fwrite(input.data(), 1, input.size(), streams[0].get());
+    std::rewind(streams[0].get());
+    const pid_t child = ::fork();
+    if (child == 0) {
+        execute(args, set, streams);
+    }
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, content(streams[1].get()),
+            content(streams[2].get())};
 }
 
 } // namespace test
