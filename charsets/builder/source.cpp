@@ -47,7 +47,7 @@ bool is_fit_name(const std::string& name) {
 
 source_error::source_error(const std::filesystem::path& file, std::size_t line,
                            const std::string& message)
-    : std::runtime_error(file.string() + (line != 0 ? ":" + std::to_string(line) : "") + ": " +
+    : std::runtime_error(file.string() + (line != 0 ? ':' + std::to_string(line) : "") + ": " +
                          message) {}
 
 void source_file::fail(std::size_t line, const std::string& message) const {
