@@ -19,16 +19,13 @@ charset_group* find_charset(const char* name) {
                : nullptr;
 }
 
-// A table that cannot be loaded is no reason to stop: what it would have mapped is unknown. False
-// when memory or descriptors did not suffice.
-bool load_tables(const charset_group* group, direction wanted) {
-    const u32 failures = resource_failures();
+// A table that cannot be loaded is no reason to stop: what it would have mapped is unknown.
+void load_tables(const charset_group* group, direction wanted) {
     for (basic_set* set : member_sets(group)) {
         if (set->setType != PVZAN_SET_USER_DEFINED) {
             loadTableFile(wanted == direction::encode ? set->encodeTable : set->decodeTable);
         }
     }
-    return resource_failures() == failures;
 }
 
 void clear_session(session* s) {
@@ -201,9 +198,10 @@ u32 cconvInitConvert(session* s, const target_options* options, const char* name
     getCharsetPath(nullptr, 0); // settles the default
     charset_group* group = find_charset(name);
     clear_session(s);
-    if (group == nullptr || !load_tables(group, direction::encode)) {
+    if (group == nullptr) {
         return s->status = PVZAN_UNKNOWN_CHARSET;
     }
+    load_tables(group, direction::encode);
     s->dstGroupNo = group->groupNo;
     s->dstGroup = group;
     s->dstRule = TheRule(group->constRule);
@@ -219,10 +217,11 @@ u32 cconvInitConvert(session* s, const target_options* options, const char* name
 
 u32 cconvChgCharset(session* s, const source_options* options, const char* name) {
     charset_group* group = find_charset(name);
-    if (group == nullptr || !load_tables(group, direction::decode)) {
+    if (group == nullptr) {
         s->srcRule = nullptr;
         return s->status = PVZAN_UNKNOWN_CHARSET;
     }
+    load_tables(group, direction::decode);
     s->srcGroupNo = group->groupNo;
     s->srcGroup = group;
     s->srcRule = TheRule(group->destRule);

@@ -190,7 +190,6 @@ bool read_set_contents(document& main, document& in, const set_grammar& grammar,
 
 owned_set read_set(document& main, work_budget& budget, const element& reference,
                    const set_grammar& grammar) {
-    const u32 failures = resource_failures();
     owned_document in;
     if (!budget.look_up() || readDAT(&main, reference.start, reference.end, &in) == 0 ||
         !budget.read(in)) {
@@ -215,8 +214,7 @@ owned_set read_set(document& main, work_budget& budget, const element& reference
     if (grammar.setType == PVZAN_SET_DIFFERENCE) {
         xmlGetBasedon(&in, code->start, code->end, set->basedOn);
     }
-    const bool complete = read_set_contents(main, in, grammar, *code, *set);
-    return complete && resource_failures() == failures ? std::move(set) : nullptr;
+    return read_set_contents(main, in, grammar, *code, *set) ? std::move(set) : nullptr;
 }
 
 // ---- Extra encode tables -----------------------------------------------------------------------
@@ -412,7 +410,6 @@ bool read_rules(document& main, const element& name, rule_names& rules) {
 extern "C" {
 
 u32 xmlReadXML(const char* fileName) {
-    const u32 failures = resource_failures();
     owned_document main;
     if (xmlReadFile(fileName, encoding_utf16, 0, &main) == 0) {
         return 0;
@@ -442,8 +439,7 @@ u32 xmlReadXML(const char* fileName) {
     if (user_defined && !add_user_defined_set(main, *user_defined, *group)) {
         return 0;
     }
-    // A part left out for lack of memory or descriptors would be missed for ever.
-    if (resource_failures() != failures || TheAddGroup(group.get()) == 0) {
+    if (TheAddGroup(group.get()) == 0) {
         return 0;
     }
     group.release();

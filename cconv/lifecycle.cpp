@@ -17,11 +17,6 @@ constexpr char definition_pattern[] = "*.xml";
 std::atomic<u32> s_loaded;    // 1 once the charset directory has been read, with whatever success
 std::atomic<i32> s_loadCount; // definitions read successfully
 
-// Reading that lacked memory or descriptors is tried again by the next call, but not for ever: a
-// definition may be too large for the machine. Counted under the table lock.
-constexpr u32 max_load_tries = 3;
-u32 load_tries;
-
 // Guards the reference count, so that first conversions on several threads may race without
 // my_init. It is held only here, never together with work on tables.
 pthread_mutex_t start_lock = PTHREAD_MUTEX_INITIALIZER;
@@ -181,12 +176,10 @@ u32 cconvLoadRule(void) {
     }
     const table_lock lock;
     if (s_loaded.load(std::memory_order_acquire) == 0) {
-        const u32 failures = resource_failures();
         s_loadCount.store(read_definitions(), std::memory_order_relaxed);
-        if (resource_failures() != failures && ++load_tries < max_load_tries) {
-            return 0;
-        }
-        s_loaded.store(1, std::memory_order_release); // an empty directory is not read again either
+        // Deliberately once and for all, whatever failed: sessions rely on a registry that stays as
+        // it is.
+        s_loaded.store(1, std::memory_order_release);
     }
     return any_loaded();
 }

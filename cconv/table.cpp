@@ -5,6 +5,7 @@
 #include "platform/platform.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
 
 namespace {
@@ -53,7 +54,18 @@ private:
     u32 low_ = 0, high_ = 0;
 };
 
+// A table of so many blocks is full: more than the codes of any charset need, and little enough for
+// the memory, and for the search among them, that a hostile table may cost.
+bool has_all_blocks(const table_object* table) {
+    constexpr u32 most_values = 1 << 25, block_values = 4096;
+    const u32 words = std::max<u32>(static_cast<u16>(table->valueBytes) / sizeof(u32), 1);
+    return table->blocks->count >= std::max<u32>(most_values / block_values / words, 1);
+}
+
 table_block* add_block(table_object* table, u32 key) {
+    if (has_all_blocks(table)) {
+        return nullptr;
+    }
     table_block* block = initBlock(key, table->valueBytes);
     if (block != nullptr && addArray(table->blocks, block) == 0) {
         termBlock(block);
@@ -213,12 +225,15 @@ private:
 };
 
 // Fills the table from its text and writes the cache. A missing text leaves an empty cache,
-// deliberately: it is not looked for again by every process. A text that was there but could not be
-// read to its end, for lack of memory or descriptors, leaves none: it would be trusted for ever.
+// deliberately: it is not looked for again by every process; and so does a missing read buffer. A
+// text that is there but could not be opened now, read to its end, or kept in memory leaves none.
 void load_text(table_object* table, const table_paths& paths) {
-    const u32 failures = resource_failures();
     cache_writer cache(paths.cache);
     const owned_file file = open_regular(paths.text);
+    if (file == nullptr && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
+        cache.discard();
+        return;
+    }
     const owned_memory<u8> buffer(static_cast<u8*>(ZAN_malloc(TABLE_READ_BYTES)));
     if (file != nullptr && buffer != nullptr) {
         table_reader reader{};
@@ -236,9 +251,9 @@ void load_text(table_object* table, const table_paths& paths) {
             }
             cache.add(p);
         }
-    }
-    if (resource_failures() != failures || (file != nullptr && ran_short(file.get()))) {
-        cache.discard();
+        if (ran_short(file.get())) {
+            cache.discard();
+        }
     }
     cache.publish();
 }
@@ -258,17 +273,6 @@ bool is_usable(const table_object* table) {
 
 std::atomic<u32> generation{1};
 
-// Forgets an attempt that failed for lack of memory or descriptors: the next one may do better.
-void forget_attempt(table_object* table) {
-    for (table_block* block : items_of<table_block>(table->blocks)) {
-        termBlock(block);
-    }
-    ZAN_free(table->blocks->items);
-    *table->blocks = {};
-    table->minKey = table->maxKey = table->keysSeen = 0;
-    table->loadTries = -1;
-}
-
 void mark_loaded(table_object* table, u32 loaded) {
     std::atomic_ref<u32>(table->loaded).store(loaded, std::memory_order_release);
     generation.fetch_add(1, std::memory_order_release);
@@ -278,8 +282,8 @@ void mark_loaded(table_object* table, u32 loaded) {
 
 extern "C" {
 
-// A file is read once per process; a table that could not be loaded counts as loaded, and maps
-// nothing, from the second attempt on.
+// A file is read once per process, deliberately: a table that could not be loaded, whatever for,
+// counts as loaded from the second attempt on, and maps what was stored by then.
 u32 loadTableFile(table_object* table) {
     if (table_loaded(table)) {
         return 1;
@@ -289,13 +293,10 @@ u32 loadTableFile(table_object* table) {
     }
     const table_lock lock;
     if (!table_loaded(table)) {
-        const u32 failures = resource_failures();
-        if (++table->loadTries != 0) {
-            mark_loaded(table, 1);
-        } else if (fill_table(table); resource_failures() != failures) {
-            forget_attempt(table);
+        if (++table->loadTries == 0) {
+            loadTablFile(table);
         } else {
-            mark_loaded(table, is_usable(table));
+            mark_loaded(table, 1);
         }
     }
     return table_loaded(table);

@@ -275,8 +275,9 @@ typedef struct pvzan_session {
 /* Start a conversion to the charset called name; case does not count. The first call of the process
  * reads the definitions; each loads the tables it needs that are not loaded yet. options may be
  * null (all zero). Returns PVZAN_DONE, or PVZAN_UNKNOWN_CHARSET, after which cconvConvert answers
- * the same: also when memory or descriptors do not suffice to load it, in which case a later call
- * may succeed. The session has no source afterwards: call cconvChgCharset next. */
+ * the same. Definitions and tables are read once per process: what memory or descriptors did not
+ * suffice for then stays unknown. The session has no source afterwards: call cconvChgCharset next.
+ */
 PVZAN_API uint32_t cconvInitConvert(pvzan_session* session, const pvzan_target_options* options,
                                     const char* name);
 

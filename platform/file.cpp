@@ -10,8 +10,6 @@
 
 namespace {
 
-thread_local u32 failures;
-
 std::size_t widen(i32 size) {
     return static_cast<std::size_t>(static_cast<i64>(size));
 }
@@ -21,11 +19,7 @@ std::size_t widen(i32 size) {
 extern "C" {
 
 FILE* ZAN_FileOpen(const char* path, const char* mode) {
-    FILE* stream = std::fopen(path, mode);
-    if (stream == nullptr) {
-        note_resource_failure(errno);
-    }
-    return stream;
+    return std::fopen(path, mode);
 }
 
 i32 ZAN_FileClose(FILE* stream) {
@@ -46,9 +40,6 @@ i32 ZAN_FileRead(void* buffer, i32 size, i32 count, FILE* stream) {
             break;
         }
         std::clearerr(stream);
-    }
-    if (got != wanted && std::ferror(stream) != 0) {
-        ++failures;
     }
     return static_cast<i32>(got / widen(size));
 }
@@ -77,20 +68,6 @@ i32 ZAN_VfPrintf(FILE* stream, const char* format, va_list* arguments) {
 
 } // extern "C"
 
-u32 resource_failures() {
-    return failures;
-}
-
-void note_resource_failure(int error) {
-    switch (error) {
-    case ENOMEM:
-    case EMFILE:
-    case ENFILE:
-    case EIO: ++failures; break;
-    default: break; // a missing or forbidden file stays so
-    }
-}
-
 namespace {
 
 // Without waiting for a pipe's other end; -1 where there is no regular file. It is looked at when
@@ -100,12 +77,9 @@ int open_to_read(const char* path, struct stat& status) {
     do {
         descriptor = ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     } while (descriptor < 0 && errno == EINTR);
-    if (descriptor < 0) {
-        note_resource_failure(errno);
-        return -1;
-    }
-    if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (descriptor >= 0 && (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode))) {
         ::close(descriptor);
+        errno = ENOENT;
         return -1;
     }
     return descriptor;
@@ -121,8 +95,8 @@ owned_file open_regular(const char* path) {
     }
     FILE* stream = ::fdopen(descriptor, "rb");
     if (stream == nullptr) {
-        note_resource_failure(errno);
         ::close(descriptor);
+        errno = ENOMEM;
     }
     return owned_file(stream);
 }
@@ -142,7 +116,6 @@ bool read_regular(const char* path, owned_memory<u8>& data, std::size_t& size) {
     while (size < wanted && n != 0) {
         n = ::read(descriptor, data.get() + size, wanted - size);
         if (n < 0 && errno != EINTR) {
-            ++failures;
             break;
         }
         size += n > 0 ? static_cast<std::size_t>(n) : 0;

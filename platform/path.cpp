@@ -2,7 +2,6 @@
 #include "platform/platform.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <dirent.h>
 #include <fnmatch.h>
 #include <string_view>
@@ -97,19 +96,14 @@ i32 ZAN_getPathBreak(const char* text) {
 }
 
 // Never stops a listing.
-i32 errorfn(const char*, i32 error) {
-    note_resource_failure(error);
+i32 errorfn(const char*, i32) {
     return 0;
 }
 
 // No match and unreadable directories are empty listings; glob leaves its result releasable then.
 u32 ZAN_ASC_opendir(const char* pattern, listing_state* state) {
     *state = {};
-    if (::glob(pattern, 0, errorfn, &state->matches) == GLOB_NOSPACE) {
-        note_resource_failure(ENOMEM);
-        return 0;
-    }
-    return 1;
+    return ::glob(pattern, 0, errorfn, &state->matches) != GLOB_NOSPACE;
 }
 
 u32 ZAN_ASC_readdir(listing_state* state, listing_entry* entry) {
@@ -149,17 +143,13 @@ void closeDir(directory_listing* listing) {
 file_names::file_names(const char* directory, const char* pattern) {
     DIR* open = ::opendir(directory);
     if (open == nullptr) {
-        note_resource_failure(errno);
         return;
     }
-    errno = 0;
     for (const dirent* entry = ::readdir(open); entry != nullptr; entry = ::readdir(open)) {
         if (::fnmatch(pattern, entry->d_name, FNM_PERIOD) == 0 && !add(entry->d_name)) {
             break;
         }
-        errno = 0;
     }
-    note_resource_failure(errno);
     ::closedir(open);
     std::sort(names_, names_ + count_,
               [](const char* a, const char* b) { return std::strcmp(a, b) < 0; });

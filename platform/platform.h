@@ -87,12 +87,6 @@ private:
     std::size_t count_ = 0, room_ = 0;
 };
 
-// How often this thread was refused memory or a descriptor, or failed to read. Work whose failure
-// may mean "there is none" or "not now" compares it before and after.
-u32 resource_failures();
-// Counts one more, for calls that allocate or open by themselves.
-void note_resource_failure(int error);
-
 // Gives a file another name in one step; a file of that name is replaced.
 bool rename_file(const char* from, const char* to);
 
@@ -118,10 +112,10 @@ struct file_close {
 using owned_file = std::unique_ptr<FILE, file_close>;
 
 // Opens a regular file, or a link to one, for reading. Anything else, a pipe or a device, could
-// wait or run for ever: it counts as missing.
+// wait or run for ever: it counts as missing. errno tells why it is null.
 owned_file open_regular(const char* path);
 // Reads such a file at once. False when there is none, or nothing in it; one that cannot be read
 // whole counts as no bytes.
 bool read_regular(const char* path, owned_memory<u8>& data, std::size_t& size);
-// Makes a file that was not there. Failing is no resource failure: what it was to hold is at hand.
+// Makes a file that was not there.
 owned_file create_file(const char* path);
