@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <random>
 #include <sstream>
 #include <string>
 
@@ -308,34 +307,6 @@ TEST(Definition, LongTextsAreCut) {
         {"diff.set", "JIS_X0208-1990", text.c_str(), "on " + kept + " user"},
         {"user.set", "F040", text.c_str(), " user 0+758"},
     });
-}
-
-// Cut anywhere or damaged, a file gives a whole charset or none.
-TEST(Definition, DamagedFiles) {
-    const charset_directory dir;
-    write(dir, good_files());
-    std::mt19937 random(3);
-    for (const auto& [name, text] : good_files()) {
-        const std::string whole = dir.read(name);
-        for (std::size_t round = 0; round < whole.size() + 500; ++round) {
-            std::string damaged = whole.substr(0, round);
-            for (auto n = round < whole.size() ? 0 : random() % 4; n-- > 0;) {
-                damaged[random() % whole.size()] = static_cast<char>(random());
-                damaged.replace(random() % whole.size() & ~std::size_t{1}, random() % 40,
-                                "\"\0<\0>\0&\0", 2 * (random() % 5));
-                damaged.resize(whole.size());
-            }
-            dir.write(name, damaged);
-            charset_directory::clear_registry();
-            ASSERT_EQ(xmlReadXML("main.xml"), g_ProcessObject.groups->count) << name << round;
-            for (const charset_group* g : items_of<charset_group>(g_ProcessObject.groups)) {
-                // One array of extra tables for each set but the user-defined one.
-                const int without_tables = g->memberSets->count - g->dsTableArrays->count;
-                ASSERT_TRUE(without_tables == 0 || without_tables == 1) << name << round;
-            }
-        }
-        dir.write(name, whole);
-    }
 }
 
 } // namespace
