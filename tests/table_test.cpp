@@ -318,6 +318,10 @@ TEST(TableCache, OneThatCannotBeWrittenLeavesNothing) {
             EXPECT_EQ(names_in(dir), std::vector<std::string>{"t.txt"}) << most;
         });
     }
+    // Something stands in its place.
+    std::filesystem::create_directories(dir.file("t.cmp/d"));
+    expect_table();
+    EXPECT_EQ(names_in(dir), (std::vector<std::string>{"t.cmp", "t.txt"}));
 }
 
 TEST(TableLookup, TheFirstTableThatMapsTheCodeWins) {
