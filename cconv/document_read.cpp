@@ -75,7 +75,7 @@ u32 named_narrow_encoding(std::span<const u8> bytes) {
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     constexpr std::size_t name_and_one = 6;
     for (std::size_t offset = 0; offset + name_and_one <= text.size(); ++offset) {
-        const std::string_view rest = text.substr(offset);
+        const std::string_view rest(text.begin() + offset, text.end());
         if (rest.starts_with("utf-8"sv)) {
             return encoding_utf8;
         }

@@ -45,12 +45,12 @@ void splitPath(const char* path, split_path* parts) {
     }
     const std::size_t slash = last_of(rest, '/');
     if (slash != rest.npos) {
-        store_part(parts->directory, rest.substr(0, slash + 1));
+        store_part(parts->directory, {rest.data(), slash + 1});
         rest.remove_prefix(slash + 1);
     }
     const std::size_t dot = last_of(rest, '.');
     if (dot != rest.npos && dot != 0) {
-        store_part(parts->baseName, rest.substr(0, dot));
+        store_part(parts->baseName, {rest.data(), dot});
         rest.remove_prefix(dot);
     }
     // A name without a usable "." lands here whole, deliberately: its users only ever join the two.

@@ -29,11 +29,12 @@ foreach(name IN LISTS extra)
     message("exported but not listed: ${name}")
 endforeach()
 
-# The library allocates through its platform layer alone, throws nothing, and runs nothing when it is loaded.
+# The library allocates through its platform layer alone, throws nothing, needs no C++ library, and runs
+# nothing when it is loaded.
 set(foreign "")
 if(NOT SANITIZED)
     execute_process(COMMAND ${NM} --format=posix ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
-    string(REGEX MATCHALL "(_Zn[wa][jm]|__cxa_(throw|allocate_exception|guard_acquire)|_GLOBAL__sub_I|_GLOBAL__I_)[^\n]*"
+    string(REGEX MATCHALL "(_Zn[wa][jm]|__cxa_(throw|allocate_exception|guard_acquire)|_GLOBAL__sub_I|_GLOBAL__I_)[^\n]*|[^\n]*@(GLIBCXX|CXXABI)_[^\n]*"
         foreign "${symbols}")
     foreach(name IN LISTS foreign)
         message("not to be in the library: ${name}")
