@@ -128,16 +128,13 @@ void expect_same(const std::string& text, const settings& how, std::size_t piece
     }
 }
 
-settings random_settings(std::mt19937& random) {
-    const auto any_charset = [&] {
-        return test::all_charsets[random() % std::size(test::all_charsets)];
-    };
-    settings how{{.from = any_charset(), .to = any_charset()}};
-    // Where this charset is cut matters to the rules themselves.
-    while (std::strcmp(how.from, "iso-2022-jp-2004") == 0) {
-        how.from = any_charset();
-    }
-    how.source.srcBigEndian = random() % 4 != 0;
+// Every pair of charsets in every byte order in turn, the rest at random.
+constexpr unsigned charset_count = std::size(test::all_charsets);
+constexpr unsigned all_pairs = charset_count * charset_count * 2;
+settings settings_of(unsigned seed, std::mt19937& random) {
+    settings how{{.from = test::all_charsets[seed % charset_count],
+                  .to = test::all_charsets[seed / charset_count % charset_count]}};
+    how.source.srcBigEndian = seed / (charset_count * charset_count) % 2;
     how.source.skipInvalid = random() % 4 == 0;
     how.target.dstBigEndian = random() % 4 != 0;
     how.target.useSubstitute = random() % 3 == 0;
@@ -174,9 +171,12 @@ TEST(Bulk, RemembersNothingOfTheSession) {
 }
 
 TEST(Bulk, LeavesWhatTheRulesLeave) {
-    for (unsigned seed = 1; seed <= 500; ++seed) {
+    for (unsigned seed = 0; seed < all_pairs; ++seed) {
         std::mt19937 random(seed);
-        const settings how = random_settings(random);
+        const settings how = settings_of(seed, random);
+        if (std::strcmp(how.from, "iso-2022-jp-2004") == 0) {
+            continue; // where this charset is cut matters to the rules themselves
+        }
         test::conversion encode{.from = "utf-8", .to = how.from};
         encode.input = test::utf8(test::random_text(random, 200 + random() % 3000, 24));
         encode.target.dstBigEndian = how.source.srcBigEndian;
