@@ -13,7 +13,7 @@ _pvzan_operands() {
 
 _pvzan() {
     local verb line action text
-    local -a specs names match mbegin mend
+    local -a arguments names match mbegin mend
     case $words[2] in check | detect | list) verb=$words[2] ;; esac
     for line in ${(f)"$(pvzan $verb --help 2>/dev/null)"}; do
         [[ $line =~ '^  +((-[a-z]), )?(--[a-z-]+)( ([^ ]+))?  +(.*)$' ]] || continue
@@ -29,14 +29,14 @@ _pvzan() {
         *) action=':number:' ;;
         esac
         text=${${match[6]//\[/\\[}//\]/\\]}
-        specs+=("($names)"${^names}"[$text]$action")
+        arguments+=("($names)"${^names}"[$text]$action")
     done
     if [[ $verb == list ]]; then
-        specs+=('*:charset:_pvzan_charsets')
+        arguments+=('*:charset:_pvzan_charsets')
     else
-        specs+=('*:file:_pvzan_operands')
+        arguments+=('*:file:_pvzan_operands')
     fi
-    _arguments -s $specs
+    _arguments -s $arguments
 }
 
 _pvzan "$@"
