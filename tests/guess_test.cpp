@@ -12,7 +12,6 @@
 #include <fmt/core.h>
 #include <map>
 #include <random>
-#include <regex>
 
 namespace {
 
@@ -96,13 +95,13 @@ std::vector<std::string> unseen_lines(const std::string& language) {
     const std::string command =
         "ls /usr/share/man/" + language +
         "/man[1-8]/*.gz 2>/dev/null | LC_ALL=C sort | awk 'NR % 2 == 0' | head -120 | "
-        "xargs -r zcat 2>/dev/null | grep -v '^[.]'";
+        R"(xargs -r zcat 2>/dev/null | LC_ALL=C sed '/^[.]/d; s/\\f.\|\\(..\|\\[-&]//g')";
     std::vector<std::string> lines;
     FILE* pipe = ::popen(command.c_str(), "r");
     std::array<char, 8192> buffer;
     while (pipe != nullptr && std::fgets(buffer.data(), buffer.size(), pipe) != nullptr) {
-        std::string line = std::regex_replace(std::string(buffer.data()),
-                                              std::regex(R"(\\f.|\\\(..|\\-|\\&|\n)"), "");
+        std::string line = buffer.data();
+        line.resize(line.size() - line.ends_with('\n'));
         if (!line.empty() && line.size() < 2000) {
             lines.push_back(line);
         }
