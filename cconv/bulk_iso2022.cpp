@@ -5,6 +5,7 @@
 // do once more, the last two characters, begins in the state of that place, so places are kept with
 // their states.
 #include "cconv/bulk_loops.h"
+#include "cconv/registry.h"
 
 #include <string_view>
 
@@ -28,14 +29,16 @@ constexpr input_designation input_designations[] = {
     {"\x1B$(Q"sv, PVZAN_SET_JIS_X_0213},
 };
 
-const input_designation* designation_at(const u8* p) {
-    const std::string_view text(reinterpret_cast<const char*>(p), 4);
-    for (const input_designation& d : input_designations) {
-        if (text.starts_with(d.sequence)) {
-            return &d;
+// Whether the charset has the set, in the width that the entries are for. Without it nothing is
+// known of what follows: there the rules refuse even line controls.
+bool has_set(const charset_group* group, u32 setNo) {
+    for (const basic_set* set : member_sets(group)) {
+        if (set->setNo == setNo) {
+            const bool double_byte = set->byteNum == 2 || set->byteNum == 4;
+            return bulk_iso2022_is_double_byte(setNo) ? double_byte : set->byteNum == 1;
         }
     }
-    return nullptr;
+    return false;
 }
 
 constexpr bool is_line_control(u32 byte) {
@@ -52,10 +55,17 @@ struct place {
 class iso2022_input {
 public:
     iso2022_input(const bulk_memory& memory, bulk_stretch& stretch)
-        : memory_(memory), stretch_(stretch), vector_(memory) {}
+        : memory_(memory), stretch_(stretch), vector_(memory) {
+        for (std::size_t i = 0; i < std::size(input_designations); ++i) {
+            known_[i] = has_set(memory.key.source, input_designations[i].setNo);
+        }
+    }
 
     template <bulk_ascii Kind>
     void run() {
+        if (!has_set(memory_.key.source, stretch_.in_set)) {
+            return;
+        }
         const u8* p = stretch_.in;
         const u8* const in_stop = stretch_.in_end - in_margin;
         u8* q = stretch_.out;
@@ -154,6 +164,17 @@ public:
     }
 
 private:
+    // The escape sequence at p; null for one that is the rules'.
+    [[nodiscard]] const input_designation* designation_at(const u8* p) const {
+        const std::string_view text(reinterpret_cast<const char*>(p), 4);
+        for (std::size_t i = 0; i < std::size(input_designations); ++i) {
+            if (text.starts_with(input_designations[i].sequence)) {
+                return known_[i] ? &input_designations[i] : nullptr;
+            }
+        }
+        return nullptr;
+    }
+
     // Converts the run of double-byte characters at p as far as they are known.
     block_written block(const u8* p, u8* q, u32 base) const {
         if (stretch_.in_end - p < static_cast<std::ptrdiff_t>(chunk_bytes) ||
@@ -211,6 +232,7 @@ private:
     const bulk_memory& memory_;
     bulk_stretch& stretch_;
     ascii_vector vector_;
+    bool known_[std::size(input_designations)]; // by their places there
 };
 
 // ---- Output ------------------------------------------------------------------------------------
