@@ -1,5 +1,5 @@
 // Every pair of charsets on texts that both have: the target reads back as the text.
-#include "tests/support/codec.h"
+#include "tests/support/convert.h"
 
 namespace {
 

@@ -2,7 +2,8 @@
 // decoded, all scalars encoded. A difference that is not listed fails, and so does a listed one
 // that is none.
 #include "tests/oracle_differences.h"
-#include "tests/support/codec.h"
+#include "cconv/table.h"
+#include "tests/support/convert.h"
 
 #include <functional>
 

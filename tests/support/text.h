@@ -11,6 +11,15 @@
 
 namespace test {
 
+// A code as its bytes, the most significant first.
+inline std::string code_text(std::uint32_t code, std::size_t length) {
+    std::string text;
+    while (length-- > 0) {
+        text += static_cast<char>(code >> 8 * length);
+    }
+    return text;
+}
+
 inline std::string ucs4(std::initializer_list<std::uint32_t> values) {
     std::string bytes;
     for (const std::uint32_t value : values) {

@@ -1,0 +1,245 @@
+// The codec rules by themselves, over whole code spaces: every decode rule under every charset,
+// every encode rule with every coded set, the state of ISO-2022-JP. Mappings are compared with
+// another converter in oracle_test.cpp; here it is statuses, positions and fields, which were found
+// to be right by tests that spelled each byte structure out, and are recorded.
+#include "cconv/names.h"
+#include "cconv/rulefunc/rules.h"
+#include "tests/support/convert.h"
+#include "tests/support/digest.h"
+
+#include <array>
+
+namespace {
+
+using namespace std::string_view_literals;
+using test::give_input;
+using test::give_output;
+using test::open;
+using test::session_owner;
+
+class digest : public test::digest {
+public:
+    using test::digest::digest;
+    ~digest() { test::expect_recorded("codec_answers.tsv", *this); }
+};
+
+// What one call of a decode rule on input that ends where memory ends leaves behind.
+void read_one(session& s, rule_function decode, std::string_view input, digest& answers) {
+    static const test::guarded_buffer memory(8);
+    u8* const start = memory.data() + memory.size() - input.size();
+    std::ranges::copy(input, start);
+    give_input(s, test::text_of({start, input.size()}));
+    s.inCount = 0;
+    s.setCode = s.ucsCode = s.outCode2 = s.srcCode = 0;
+    s.charSetNo = s.charSetType = 0;
+    decode(&s);
+    answers.add({s.status, static_cast<u32>(s.inPos), s.inCount, s.charSetNo, s.charSetType,
+                 s.setCode, s.ucsCode, s.srcCode, s.outCode2, s.srcShiftSet});
+}
+
+// All inputs of up to two bytes, and of three or four behind some bytes that begin so many.
+void read_code_space(session& s, rule_function decode, digest& answers) {
+    read_one(s, decode, "", answers);
+    const u32 shift_set = s.srcShiftSet;
+    const auto read = [&](std::initializer_list<u32> bytes) {
+        std::string input;
+        for (const u32 byte : bytes) {
+            input += static_cast<char>(byte);
+        }
+        s.srcShiftSet = shift_set;
+        read_one(s, decode, input, answers);
+    };
+    for (u32 first = 0; first < 0x100; ++first) {
+        read({first});
+        const bool longer = first == 0x8F || first == 0x81 || first == 0xE3 || first == 0xFE;
+        for (u32 second = 0; second < 0x100; ++second) {
+            read({first, second});
+            for (u32 third = 0; longer && third < 0x100; third += 3) {
+                read({first, second, third});
+                read({first, second, third, 0x30 + (third & 0x8F)});
+            }
+        }
+    }
+}
+
+bool decodes(const rule_row& row) {
+    return std::string_view(row.name).starts_with("dest");
+}
+
+// Most charsets lack most sets that a rule may find, so this also tells how those are refused.
+TEST(Codec, EveryDecodeRuleUnderEveryCharset) {
+    for (const rule_row& row : ruleList) {
+        for (const char* charset : test::all_charsets) {
+            if (decodes(row)) {
+                const session_owner s = open(charset, "utf-8");
+                digest answers(std::string(row.name) + " under " + charset);
+                read_code_space(*s, row.function, answers);
+            }
+        }
+    }
+}
+
+// A set whose table is missing is read as its codes, before all sets behind it.
+TEST(Codec, EverySetWithoutItsTable) {
+    for (const char* charset : test::all_charsets) {
+        const session_owner s = open(charset, "utf-8");
+        digest answers(std::string(charset) + " without tables");
+        for (basic_set* set : member_sets(s->srcGroup)) {
+            const u32 loaded = std::exchange(set->decodeTable->loaded, 0);
+            read_code_space(*s, s->srcRule->function, answers);
+            set->decodeTable->loaded = loaded;
+        }
+    }
+}
+
+// ---- Encoding ----------------------------------------------------------------------------------
+
+constexpr u8 untouched = 0xDB;
+
+// Lets an encode rule write a prepared code behind start bytes; what is beyond them stays.
+void write_one(session& s, rule_function encode, u32 set, u32 code, std::span<u8> out, u32 start,
+               digest& answers) {
+    std::ranges::fill(out, untouched);
+    give_output(s, out);
+    s.outPos = static_cast<i32>(start);
+    s.outSetNo = set;
+    s.outCode = code;
+    s.outBytes = 2;
+    s.outCode2 = 0;
+    s.outCount = 0;
+    s.dstShiftSet = s.dstShiftPlane = 0;
+    s.status = PVZAN_OUTPUT_FULL; // write what is prepared
+    encode(&s);
+    answers.add({s.status, static_cast<u32>(s.outPos), s.outCount, s.dstShiftSet, s.dstShiftPlane});
+    answers.add(test::text_of(out));
+}
+
+constexpr u32 sets[] = {0,
+                        PVZAN_SET_ISO_646_IRV,
+                        PVZAN_SET_JIS_X_0201_LATIN,
+                        PVZAN_SET_JIS_X_0201_KANA,
+                        PVZAN_SET_JIS_C_6226_1978,
+                        PVZAN_SET_JIS_X_0208_1983,
+                        PVZAN_SET_JIS_X_0208_1990,
+                        PVZAN_SET_JIS_X_0212_1990,
+                        PVZAN_SET_NEC_EXT,
+                        PVZAN_SET_IBM_EXT,
+                        PVZAN_SET_JIS_X_0213,
+                        PVZAN_SET_WINDOWS_31J_USER,
+                        PVZAN_SET_OASYS_EXT,
+                        PVZAN_SET_OASYS2_EXT};
+
+// Codes reach the rules unchecked by way of a set that source and target share. They never reach
+// the arithmetic that stops the process, and every room is kept to.
+TEST(Codec, EveryEncodeRuleWithEverySet) {
+    for (const rule_row& row : ruleList) {
+        if (decodes(row)) {
+            continue;
+        }
+        const session_owner s = open("utf-8", "euc-jp");
+        for (const u32 set : sets) {
+            digest answers(std::string(row.name) + " of set " + std::to_string(set));
+            std::array<u8, 12> out;
+            for (u32 code = 0; code < 0x20000; ++code) {
+                write_one(*s, row.function, set, code, out, 0, answers);
+            }
+            const test::guarded_buffer memory(16);
+            for (const u32 code :
+                 {0x41U, 0xB1U, 0x3021U, 0x7E7EU, 0x7F21U, 0x9321U, 0x12121U, 0x1F600U}) {
+                for (std::size_t size = 0; size <= memory.size(); ++size) {
+                    for (u32 start = 0; start <= size; ++start) {
+                        const std::span<u8> room(memory.data() + memory.size() - size, size);
+                        write_one(*s, row.function, set, code, room, start, answers);
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST(Codec, RepertoireOfWindows31j) {
+    const session_owner tables = open("utf-8", "windows31j"); // loads the encode tables
+    const session_owner s = open("utf-8", "iso-10646-ucs-2");
+    s->subst1.code = '?';
+    s->subst2.code = 0x3013;
+    for (const u32 set : sets) {
+        digest answers("repertoire in set " + std::to_string(set));
+        for (u32 code = 0; code < 0x10000; ++code) {
+            for (const u32 scalar : {code, 0U, 0x3042U, 0x4E02U}) {
+                s->charSetNo = set;
+                s->outCode = code;
+                s->ucsCode = scalar;
+                answers.add({IsWIN31J(s.get())});
+            }
+        }
+    }
+}
+
+// ---- The state of ISO-2022-JP ------------------------------------------------------------------
+
+constexpr std::string_view tokens[] = {"\x1B(B",  "\x1B(J", "\x1B$@",  "\x1B$B", "\x1B$(Q",
+                                       "\x1B$(P", "\x1B(I", "\x1B$(D", "\x1B",   "0!",
+                                       "A",       "!\"",    "\r",      "\t",     "\n"};
+
+// Every sequence of three, cut everywhere: a cut may lose the plane, which lives for one call.
+TEST(Codec, Iso2022JpReadsEverySequenceAtEveryCut) {
+    for (const char* charset : {"iso-2022-jp", "iso-2022-jp-2004"}) {
+        for (const std::string_view first : tokens) {
+            digest answers(std::string(charset) + " from " + test::to_hex(first));
+            for (const std::string_view second : tokens) {
+                for (const std::string_view third : tokens) {
+                    std::string input(first);
+                    input.append(second).append(third).append("$\"");
+                    const session_owner s = open(charset, "utf-8");
+                    for (std::size_t cut = 0; cut < input.size(); ++cut) {
+                        s->srcShiftSet = 0;
+                        give_input(*s, input);
+                        for (const std::size_t end : {cut, input.size()}) {
+                            s->inLen = static_cast<i32>(end);
+                            u32 steps = 0;
+                            do {
+                                s->srcRule->function(s.get());
+                                answers.add({s->status, static_cast<u32>(s->inPos), s->charSetNo,
+                                             s->setCode, s->srcShiftSet});
+                            } while (s->status == PVZAN_DECODED && ++steps < 32);
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
+// JIS X 0213 is designated for each character and never remembered: behind it the set before it
+// counts as designated. All other sets when they change. JIS X 0208 goes out as JIS X 0213 plane 1.
+TEST(Codec, Iso2022JpWritesEveryPairOfDesignations) {
+    digest answers("designations written");
+    for (const char* charset : {"iso-2022-jp", "iso-2022-jp-2004"}) {
+        for (std::size_t a = 0; a < 6; ++a) {
+            for (std::size_t b = 0; b < 6; ++b) {
+                for (const std::string_view between : {""sv, "\x1B$(Q!!"sv}) {
+                    std::string input(tokens[a]);
+                    input.append(a < 2 ? "A" : "!\"")
+                        .append(between)
+                        .append(tokens[b])
+                        .append(b < 2 ? "B" : "0!");
+                    for (std::size_t room = 0; room < 24; ++room) {
+                        std::array<u8, 24> out;
+                        const session_owner s = open("iso-2022-jp-2004", charset);
+                        give_input(*s, input);
+                        give_output(*s, std::span(out).first(room));
+                        for (u32 calls = 0;
+                             calls < 4 && cconvConvert(s.get()) == PVZAN_UNREPRESENTABLE; ++calls) {
+                        }
+                        answers.add({s->status, static_cast<u32>(s->inPos), s->dstShiftSet,
+                                     s->dstShiftPlane});
+                        answers.add({cconvTermConvert(s.get()), s->dstShiftSet});
+                        answers.add(test::written(*s));
+                    }
+                }
+            }
+        }
+    }
+}
+
+} // namespace
