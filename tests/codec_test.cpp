@@ -98,7 +98,7 @@ constexpr u8 untouched = 0xDB;
 
 // Lets an encode rule write a prepared code behind start bytes; what is beyond them stays.
 void write_one(session& s, rule_function encode, u32 set, u32 code, std::span<u8> out, u32 start,
-               digest& answers) {
+               u32 designated, digest& answers) {
     std::ranges::fill(out, untouched);
     give_output(s, out);
     s.outPos = static_cast<i32>(start);
@@ -107,7 +107,8 @@ void write_one(session& s, rule_function encode, u32 set, u32 code, std::span<u8
     s.outBytes = 2;
     s.outCode2 = 0;
     s.outCount = 0;
-    s.dstShiftSet = s.dstShiftPlane = 0;
+    s.dstShiftSet = designated;
+    s.dstShiftPlane = designated == 0 ? 0 : 11;
     s.status = PVZAN_OUTPUT_FULL; // write what is prepared
     encode(&s);
     answers.add({s.status, static_cast<u32>(s.outPos), s.outCount, s.dstShiftSet, s.dstShiftPlane});
@@ -141,7 +142,7 @@ TEST(Codec, EveryEncodeRuleWithEverySet) {
             digest answers(std::string(row.name) + " of set " + std::to_string(set));
             std::array<u8, 12> out;
             for (u32 code = 0; code < 0x20000; ++code) {
-                write_one(*s, row.function, set, code, out, 0, answers);
+                write_one(*s, row.function, set, code, out, 0, 0, answers);
             }
             const test::guarded_buffer memory(16);
             for (const u32 code :
@@ -149,7 +150,10 @@ TEST(Codec, EveryEncodeRuleWithEverySet) {
                 for (std::size_t size = 0; size <= memory.size(); ++size) {
                     for (u32 start = 0; start <= size; ++start) {
                         const std::span<u8> room(memory.data() + memory.size() - size, size);
-                        write_one(*s, row.function, set, code, room, start, answers);
+                        for (const u32 designated : {0U, set}) {
+                            write_one(*s, row.function, set, code, room, start, designated,
+                                      answers);
+                        }
                     }
                 }
             }
