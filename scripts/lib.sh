@@ -4,12 +4,17 @@
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# What the build and its tests need, as packages of Debian 12: the compiler and build programs;
-# CLI11 and fmt for the tool; GoogleTest and Python, a second opinion on character codes, for the
-# tests, pkg-config and the ABI comparison too; zsh and fish for their completion,
-# groff for the manual pages, those in four languages to tell the charsets of.
-build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libgtest-dev python3 pkgconf abigail-tools
-    zsh fish groff-base manpages-ja manpages-de manpages-fr manpages-es)
+# Packages of Debian 12. What the build needs: the compiler and build programs; CLI11 and fmt for the
+# tool; GoogleTest for its tests, and Python, a second opinion on character codes.
+build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libgtest-dev python3)
+# What running the tests needs: pkg-config and the ABI comparison; zsh and fish for their completion,
+# groff for the manual pages, those in four languages to tell the charsets of; a user of the tool.
+# shellcheck disable=SC2034 # for scripts/test
+test_packages=(pkgconf abigail-tools zsh fish groff-base manpages-ja manpages-de manpages-fr manpages-es
+    parallel)
+# What a few tests are skipped without: large, and a server that starts when it is installed.
+# shellcheck disable=SC2034 # for scripts/test
+large_packages=(clang-14 postgresql-15)
 
 say() { echo "$*" >&2; }
 
@@ -54,6 +59,6 @@ build_preset() {
     fi
     local directory=$2
     shift 2
-    cmake --build "$directory" --parallel "$(nproc)" ${*:+--target "$@"} -- --quiet 2>&1 | sed '/^ninja: no work to do/d' >&2
+    cmake --build "$directory" --parallel "$(nproc)" ${1:+--target} "$@" -- --quiet 2>&1 | sed '/^ninja: no work to do/d' >&2
     return "${PIPESTATUS[0]}"
 }

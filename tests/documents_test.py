@@ -38,7 +38,7 @@ def build_fragments(fragments, place, settings):
 
 
 def run(command, place):
-    done = subprocess.run(command, cwd=place, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    done = subprocess.run(command, cwd=place, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=120)
     return done.stdout.decode("utf-8", "replace") + (f"[exit {done.returncode}]\n" if done.returncode > 2 else "")
 
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Runs pvzan as a person does at a terminal, and as a filter: terminal.py PVZAN"""
+"""Runs pvzan as a person does at a terminal, and as a filter: terminal.py PVZAN Terminal|Filter"""
+import faulthandler
 import os
 import pathlib
 import pty
@@ -44,7 +45,7 @@ def run(arguments, directory, **settings):
                           check=False, **settings)
 
 
-class Terminal(unittest.TestCase):
+class Room(unittest.TestCase):
     def setUp(self):
         self.room = tempfile.TemporaryDirectory()
         self.dir = pathlib.Path(self.room.name)
@@ -52,6 +53,13 @@ class Terminal(unittest.TestCase):
     def tearDown(self):
         self.room.cleanup()
 
+    def fill(self, files, size):
+        text = ("日本語の文章 ABC\r\n" * (size // 20)).encode("cp932")
+        for i in range(files):
+            (self.dir / f"f{i:04}").write_bytes(text)
+
+
+class Terminal(Room):
     def test_color_and_excerpt_only_at_a_terminal(self):
         (self.dir / "bad").write_bytes("二行".encode("cp932") + b"\xff\n")
         arguments = ["-f", "cp932", "-o", "x", "bad"]
@@ -66,26 +74,24 @@ class Terminal(unittest.TestCase):
         self.assertNotIn("\x1b", at_terminal(["--color", "never"] + arguments, self.dir)[0])
         self.assertIn("\x1b[1;31m", run(["--color", "always"] + arguments, self.dir).stderr.decode())
 
-    def fill(self, files, size):
-        text = ("日本語の文章 ABC\r\n" * (size // 20)).encode("cp932")
-        for i in range(files):
-            (self.dir / f"f{i:04}").write_bytes(text)
-
     def test_progress_is_drawn_after_a_second_and_erased(self):
         self.fill(2, 4000)
         (self.dir / "bad").write_bytes(b"\xff")
         os.mkfifo(self.dir / "slow")
         arguments = ["check", "-v", "-f", "cp932", "f0000", "slow", "bad", "f0001"]
-        with subprocess.Popen(["bash", "-c", "sleep 1.2; echo done > slow"], cwd=self.dir):
+        slow = ["timeout", "60", "bash", "-c", "sleep 1.2; echo done > slow"]  # its open waits for a reader
+        with subprocess.Popen(slow, cwd=self.dir):
             seen, status = at_terminal(arguments, self.dir)
         self.assertEqual(status, 1)
         bar = re.search(r"\[#+-+\] +\d+ %  2/4 files  \S+ kB  \S+ \S+/s  \d+:\d\d left", seen)
         self.assertIsNotNone(bar, seen)
         self.assertTrue(seen[bar.end():].startswith("\r\x1b[K"), "erased before the next line")
         self.assertTrue(seen.endswith("\r\x1b[K3 sound, 1 failed\r\n"), seen)
-        with subprocess.Popen(["bash", "-c", "sleep 1.2; echo done > slow"], cwd=self.dir):
+        with subprocess.Popen(slow, cwd=self.dir):
             self.assertNotIn(b"left", run(arguments, self.dir).stderr)
 
+
+class Filter(Room):
     def test_interrupt_leaves_no_temporary_and_keeps_what_is_done(self):
         self.fill(300, 200_000)
         before = {file.name: file.read_bytes() for file in self.dir.iterdir()}
@@ -133,7 +139,8 @@ class Terminal(unittest.TestCase):
             os.setxattr(self.dir / "listed", "system.posix_acl_access", listed)
             os.setxattr(self.dir, "system.posix_acl_default", listed)
         except OSError as error:
-            self.skipTest(f"no attributes here: {error}")
+            print(f"skipped: no attributes here: {error}", flush=True)
+            self.skipTest("no attributes")
 
         def belongings(name):
             path = self.dir / name
@@ -178,4 +185,5 @@ class Terminal(unittest.TestCase):
 
 
 if __name__ == "__main__":
+    faulthandler.dump_traceback_later(300, exit=True)  # tells where it stopped
     unittest.main()
