@@ -3,6 +3,7 @@
     import pvzan                            # registers the codecs
     text = data.decode("pvzan:euc-jis-2004")
     with open(name, "w", encoding="pvzan:shift_jis-2004", errors="xmlcharrefreplace") as file: ...
+    data = pvzan.convert(data, "windows-31j", "utf-8")  # bytes; stricter than the codecs, see there
     pvzan.detect(data).encoding             # "pvzan:windows31j"; detect gives None where it cannot tell
 
 All error handlers work, with the place in the object at fault. One module, no compiler: it calls the
@@ -22,7 +23,7 @@ import os
 import re
 import threading
 
-__all__ = ["Detection", "PvzanError", "charset_directory", "detect", "use_charsets"]
+__all__ = ["Detection", "PvzanError", "charset_directory", "convert", "detect", "use_charsets"]
 __version__ = "1.0.0"
 
 _PREFIX = "pvzan:"
@@ -34,7 +35,8 @@ _ROOM = 65536
 _LONGEST_CODE = 4
 _PLANE2_ESCAPE = b"\x1b$(P"
 _ALIASES = {
-    "sjis": "shift_jis", "shiftjis": "shift_jis", "cp932": "windows31j", "ms932": "windows31j",
+    "sjis": "shift_jis", "shiftjis": "shift_jis",
+    "windows31j": "windows31j", "cp932": "windows31j", "ms932": "windows31j",
     "eucjp": "euc-jp", "ujis": "euc-jp", "eucjpfix": "euc-jp-fix",
     "iso2022jp": "iso-2022-jp", "jis": "iso-2022-jp",
     "sjis2004": "shift_jis-2004", "shiftjis2004": "shift_jis-2004",
@@ -456,6 +458,22 @@ def _search(name):
 
 
 codecs.register(_search)
+
+
+def convert(data, source, target):
+    """The bytes of a whole text in another encoding; names go without "pvzan:".
+
+    UnicodeDecodeError or UnicodeEncodeError tell the first character that is invalid, cut off, missing
+    in the target, or would come back as another, which the codecs write: a wave dash in windows-31j.
+    """
+    text = data.decode(_PREFIX + source)
+    result = text.encode(_PREFIX + target)
+    back = result.decode(_PREFIX + target)
+    if back != text:
+        at = len(os.path.commonprefix((text, back)))
+        raise UnicodeEncodeError(_PREFIX + target, text, at, at + 1, f"would come back as {ascii(back[at:at + 1])}")
+    return result
+
 
 # ---- Detection -------------------------------------------------------------------------------------
 

@@ -74,6 +74,19 @@ class Codecs(unittest.TestCase):
         self.assertEqual(b"\x1b$B!\x1b(BA".decode("pvzan:iso-2022-jp", "replace"), "\ufffdA")
         self.assertRaises(LookupError, "".encode, "pvzan:no-such")
 
+    def test_convert_is_strict(self):
+        for source, target in (("windows-31j", "utf-8"), ("utf-8", "iso-2022-jp"), ("utf-16", "euc-jis-2004")):
+            data = "日本語".encode(f"pvzan:{source}")
+            self.assertEqual(pvzan.convert(data, source, target), "日本語".encode(f"pvzan:{target}"))
+        for data, source, target, at in (
+            (b"A\xff", "windows-31j", "utf-8", 1), (b"A\x82", "windows-31j", "utf-8", 1),
+            (b"\x1b$B$\"$", "iso-2022-jp", "utf-8", 5), ("A☃".encode(), "utf-8", "windows-31j", 1),
+            ("A〜".encode(), "utf-8", "windows-31j", 1), ("日¥".encode(), "utf-8", "shift_jis", 1),
+        ):  # fmt: skip
+            with self.assertRaises(UnicodeError) as caught:
+                pvzan.convert(data, source, target)
+            self.assertEqual(caught.exception.start, at, data)
+
     def test_pieces_are_the_whole(self):
         source = random.Random(7)
         letters = ["A", "あ", "ｱ", "漢字", "か\u309a", "ㇷ\u309a", "æ\u0300", "𠂉", "丂", "\n", "plain text "]
