@@ -12,6 +12,7 @@ endif()
 install(TARGETS ${libraries} EXPORT PVZANTargets)
 install(EXPORT PVZANTargets NAMESPACE PVZAN:: DESTINATION ${package_dir})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 configure_package_config_file(${package_source}/PVZANConfig.cmake.in ${package_build}/PVZANConfig.cmake
     INSTALL_DESTINATION ${package_dir}
