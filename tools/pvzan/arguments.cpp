@@ -1,6 +1,7 @@
 #include "tools/pvzan/arguments.h"
 
 #include "tools/pvzan/charset_directory.h"
+#include "tools/pvzan/charset_name.h"
 #include "tools/pvzan/exit_status.h"
 #include "tools/pvzan/unicode_text.h"
 
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <filesystem>
 #include <map>
 #include <utility>
 
@@ -78,13 +80,20 @@ void add_choice(CLI::App& app, const std::string& name, Choice& into,
             ""));
 }
 
-void add_shared(CLI::App& app, command& c, std::string& directory) {
+std::string& charset_dir_of(command& c) {
+    return c.what == verb::detect ? c.detect.charset_dir
+           : c.what == verb::list ? c.list.charset_dir
+                                  : c.convert.charset_dir;
+}
+
+void add_shared(CLI::App& app, command& c,
+                const char* verbose = "A line for each file, and the text at problems") {
     app.add_flag("--json", c.style.json, "Messages and answers as JSON, an object a line");
     app.add_flag("-q,--quiet", c.style.quiet, "Only errors");
-    app.add_flag("-v,--verbose", c.style.verbose, "A line for each file, and the text at problems");
+    app.add_flag("-v,--verbose", c.style.verbose, verbose);
     add_choice(app, "--color", c.style.color, color_names, "auto|always|never",
                "Color of messages");
-    app.add_option("--charset-dir", directory, "Where the charset definitions lie")
+    app.add_option("--charset-dir", charset_dir_of(c), "Where the charset definitions lie")
         ->type_name("DIR");
 }
 
@@ -127,12 +136,18 @@ void add_convert(CLI::App& app, command& c) {
         ->type_name("HOW");
     app.add_flag_callback("-c", [&o] { o.text.on_error = error_policy::skip; })->group("");
     app.add_option("--max-errors", o.text.most_errors, "Fail all the same above so many problems")
+        ->check(CLI::Validator(
+            [](const std::string& number) {
+                return number.starts_with('-') ? "N is a number from 0 on" : std::string();
+            },
+            ""))
         ->type_name("N");
     add_text_options(app, c);
     add_choice(app, "--bom", o.text.mark, mark_names, "add|drop|keep",
                "Byte-order mark of the output");
     app.add_flag("--read-back", o.text.read_back, "Convert back and compare, before writing");
-    add_shared(app, c, o.charset_dir);
+    add_shared(app, c);
+    app.add_flag("-l,--list", c.list.bare)->group("");
     app.add_option("files", o.files, "Files; none, or -, is standard input")->type_name("FILE");
 }
 
@@ -141,7 +156,7 @@ void add_check(CLI::App& app, command& c) {
     add_source_and_target(app, c);
     add_bulk(app, c);
     add_text_options(app, c);
-    add_shared(app, c, c.convert.charset_dir);
+    add_shared(app, c);
     app.add_option("files", c.convert.files, "Files; none, or -, is standard input")
         ->type_name("FILE");
 }
@@ -151,7 +166,7 @@ void add_detect(CLI::App& app, command& c) {
         ->delimiter(',')
         ->allow_extra_args(false)
         ->type_name("NAME[,NAME...]");
-    add_shared(app, c, c.detect.charset_dir);
+    add_shared(app, c);
     app.add_option("files", c.detect.files, "Files; none, or -, is standard input")
         ->type_name("FILE");
 }
@@ -159,8 +174,8 @@ void add_detect(CLI::App& app, command& c) {
 void add_list(CLI::App& app, command& c) {
     app.add_option("--check", c.list.check, "Tell what is wrong with a charset directory")
         ->type_name("DIR");
-    add_shared(app, c, c.list.charset_dir);
-    app.add_option("names", c.list.names, "Charsets to tell more of")->type_name("NAME");
+    add_shared(app, c, "Numbers, rules, definitions and coded sets, too");
+    app.add_option("names", c.list.names, "Charsets to tell of")->type_name("NAME");
 }
 
 // ---- Help --------------------------------------------------------------------------------------
@@ -180,7 +195,7 @@ constexpr std::array<description, 4> descriptions = {{
      add_check},
     {"pvzan detect [OPTIONS] [FILE...]", "Tell what encoding files are in.", add_detect},
     {"pvzan list [OPTIONS] [NAME...]",
-     "List the charsets: name, number, decoder, encoder, sets by preference.", add_list},
+     "List the charsets and their other names; pvzan -l prints the bare names.", add_list},
 }};
 
 class help_format : public CLI::Formatter {
@@ -219,14 +234,14 @@ private:
     }
 };
 
-std::string version() {
-    const charset_directory directory = settle_charset_directory({});
+std::string version(const std::string& asked_for) {
+    const charset_directory directory = settle_charset_directory(asked_for);
     std::string text = "pvzan " PVZAN_VERSION "\ncharset directory: ";
     if (directory.path.empty()) {
-        return text + "none";
+        return text + fmt::format("none (looked for {})\n", printable(directory.tried.front()));
     }
-    return text + fmt::format("{} ({})\ncharsets: {}", printable(directory.path), directory.reason,
-                              charset_names().size());
+    return text + fmt::format("{} ({})\ncharsets: {}\n", printable(directory.path),
+                              directory.reason, charset_names().size());
 }
 
 // "-i=.orig" and "--in-place=.orig" as two arguments that the parser knows.
@@ -244,45 +259,91 @@ std::vector<std::string> spell_out(std::vector<std::string> arguments) {
     return arguments;
 }
 
+// ---- Verbs -------------------------------------------------------------------------------------
+
+// Takes the verb away from the front; without one it is convert. A file that bears a verb's name is
+// written "./convert". "help check" is "check --help".
+verb take_verb(std::vector<std::string>& arguments) {
+    const bool help = !arguments.empty() && arguments.front() == "help";
+    if (help) {
+        arguments.erase(arguments.begin());
+    }
+    const auto* found = std::ranges::find_if(verbs, [&](const std::pair<const char*, verb>& known) {
+        return !arguments.empty() && arguments.front() == known.first;
+    });
+    if (found != verbs.end()) {
+        arguments.erase(arguments.begin());
+    }
+    if (help) {
+        arguments = {"--help"};
+    }
+    return found == verbs.end() ? verb::convert : found->second;
+}
+
+// What is wrong with arguments that are well-formed each; empty where nothing is.
+std::string mistake_in(const command& c) {
+    const convert_options& o = c.convert;
+    if (c.what != verb::convert || c.list.bare) {
+        return {};
+    }
+    if (std::error_code error; !o.files.empty() && !std::filesystem::exists(o.files[0], error)) {
+        for (const auto& [name, what] : verbs) {
+            constexpr std::size_t long_word = 6;
+            const std::size_t most = o.files[0].size() < long_word ? 1 : 2;
+            if (spelling_distance(o.files[0], name) <= most) {
+                return fmt::format("{}: no such file; did you mean 'pvzan {} ...'?",
+                                   printable(o.files[0]), name);
+            }
+        }
+    }
+    const bool nowhere = o.recursive && !o.in_place && o.output.empty();
+    return nowhere ? "-r needs -i, to replace each file, or -o DIRECTORY, for a copy of the tree"
+                   : std::string();
+}
+
 } // namespace
 
 std::optional<command> read_arguments(int argc, char** argv, int& status) {
     std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+    // Before all is read, for what is wrong with it.
+    const auto options_end = std::ranges::find(arguments, "--");
+    const bool json = std::find(arguments.begin(), options_end, "--json") != options_end;
+    set_message_style({.json = json});
     command c;
-    // Without a verb it is convert. A file that bears a verb's name is written "./convert".
-    for (const auto& [name, what] : verbs) {
-        if (!arguments.empty() && arguments.front() == name) {
-            c.what = what;
-            arguments.erase(arguments.begin());
-            break;
-        }
-    }
+    c.what = take_verb(arguments);
     const description& about = descriptions[static_cast<std::size_t>(c.what)];
     CLI::App app(about.what, about.usage);
     app.formatter(std::make_shared<help_format>());
     about.add(app, c);
-    app.set_version_flag("--version", version, "Version, charset directory, number of charsets");
+    bool asks_version = false;
+    app.add_flag("--version", asks_version, "Version, charset directory, number of charsets");
     app.set_help_flag("-h,--help", "This help");
     status = exit_converted;
+    std::string mistake;
+    bool asks_help = false;
     try {
         arguments = spell_out(std::move(arguments));
         std::ranges::reverse(arguments); // as CLI11 takes them
         app.parse(std::move(arguments));
+        mistake = asks_version ? std::string() : mistake_in(c);
     } catch (const CLI::CallForHelp&) {
-        fmt::print("{}", app.help());
-    } catch (const CLI::CallForVersion& error) {
-        fmt::print("{}\n", error.what());
+        asks_help = true;
     } catch (const CLI::ParseError& error) {
-        complain(fmt::format("{} (pvzan --help tells the options)", printable(error.what())));
+        mistake = fmt::format("{} (pvzan --help tells the options)", printable(error.what()));
+    }
+    if (!mistake.empty()) {
+        complain(mistake);
         status = exit_no_work;
         return std::nullopt;
     }
-    const bool answered = app.get_help_ptr()->count() > 0 || app.get_version_ptr()->count() > 0;
-    if (answered) {
-        if (std::fflush(stdout) != 0) {
-            status = exit_no_work;
-        }
+    if (asks_help || asks_version) {
+        fmt::print("{}", asks_help ? app.help() : version(charset_dir_of(c)));
+        status = std::fflush(stdout) == 0 ? exit_converted : exit_no_work;
         return std::nullopt;
+    }
+    if (c.list.bare) {
+        c.what = verb::list;
+        c.list.charset_dir = c.convert.charset_dir;
     }
     return c;
 }

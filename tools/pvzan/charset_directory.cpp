@@ -83,10 +83,11 @@ charset_directory settle_charset_directory(const std::string& asked_for) {
 bool open_charset_directory(const std::string& asked_for) {
     const charset_directory directory = settle_charset_directory(asked_for);
     if (directory.path.empty()) {
-        complain("no charset directory; looked for");
+        std::string places;
         for (const std::string& place : directory.tried) {
-            say(fmt::format("  {}", printable(place)));
+            places += (places.empty() ? "" : ", ") + printable(place);
         }
+        complain(fmt::format("no charset directory; looked for {}", places));
         return false;
     }
     if (cconvLoadRule() == 0) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <utility>
 
 namespace tool {
@@ -21,6 +22,10 @@ using enum unicode_form;
 
 // The first row of each charset gives the name that messages use; case and separators do not count.
 constexpr std::array aliases = {
+    alias{"utf-8", "utf-8", "UTF-8", utf8},
+    alias{"utf-16", "utf-16", "UTF-16", utf16, true, true},
+    alias{"utf-16be", "utf-16", "UTF-16BE", utf16},
+    alias{"utf-16le", "utf-16", "UTF-16LE", utf16, false},
     alias{"shift_jis", "shift_jis", "Shift_JIS"},
     alias{"sjis", "shift_jis"},
     alias{"shiftjis", "shift_jis"},
@@ -78,25 +83,21 @@ constexpr std::array aliases = {
     alias{"ksc5601", "koreanksc"},
     alias{"oasys-win", "oasys-win", "OASYS-WIN"},
     alias{"oasys-online", "oasys-online", "OASYS-ONLINE"},
-    alias{"utf-8", "utf-8", "UTF-8", utf8},
-    alias{"utf-16", "utf-16", "UTF-16", utf16, true, true},
-    alias{"utf-16be", "utf-16", "UTF-16BE", utf16},
-    alias{"utf-16le", "utf-16", "UTF-16LE", utf16, false},
     alias{"ucs-2", "iso-10646-ucs-2", "UCS-2", ucs2, true, true},
+    alias{"ucs-2be", "iso-10646-ucs-2", "UCS-2BE", ucs2},
+    alias{"ucs-2le", "iso-10646-ucs-2", "UCS-2LE", ucs2, false},
     alias{"iso-10646-ucs-2", "iso-10646-ucs-2", "UCS-2", ucs2, true, true},
     alias{"iso-10646-ucs-2be", "iso-10646-ucs-2", "UCS-2BE", ucs2},
     alias{"iso-10646-ucs-2le", "iso-10646-ucs-2", "UCS-2LE", ucs2, false},
-    alias{"ucs-2be", "iso-10646-ucs-2", "UCS-2BE", ucs2},
-    alias{"ucs-2le", "iso-10646-ucs-2", "UCS-2LE", ucs2, false},
     alias{"ucs-4", "iso-10646-ucs-4", "UCS-4", ucs4, true, true},
-    alias{"iso-10646-ucs-4", "iso-10646-ucs-4", "UCS-4", ucs4, true, true},
+    alias{"ucs-4be", "iso-10646-ucs-4", "UCS-4BE", ucs4},
+    alias{"ucs-4le", "iso-10646-ucs-4", "UCS-4LE", ucs4, false},
     alias{"utf-32", "iso-10646-ucs-4", "UTF-32", ucs4, true, true},
+    alias{"utf-32be", "iso-10646-ucs-4", "UTF-32BE", ucs4},
+    alias{"utf-32le", "iso-10646-ucs-4", "UTF-32LE", ucs4, false},
+    alias{"iso-10646-ucs-4", "iso-10646-ucs-4", "UCS-4", ucs4, true, true},
     alias{"iso-10646-ucs-4be", "iso-10646-ucs-4", "UCS-4BE", ucs4},
     alias{"iso-10646-ucs-4le", "iso-10646-ucs-4", "UCS-4LE", ucs4, false},
-    alias{"ucs-4be", "iso-10646-ucs-4", "UCS-4BE", ucs4},
-    alias{"utf-32be", "iso-10646-ucs-4", "UTF-32BE", ucs4},
-    alias{"ucs-4le", "iso-10646-ucs-4", "UCS-4LE", ucs4, false},
-    alias{"utf-32le", "iso-10646-ucs-4", "UTF-32LE", ucs4, false},
 };
 
 constexpr char fold(char c) {
@@ -125,24 +126,12 @@ const alias* find_alias(std::string_view name) {
     return found == aliases.end() ? nullptr : found;
 }
 
-// Letters to add, drop, change or swap to make one name of the other.
-std::size_t distance(std::string_view a, std::string_view b) {
-    std::vector<std::vector<std::size_t>> cost(a.size() + 1,
-                                               std::vector<std::size_t>(b.size() + 1));
-    for (std::size_t i = 0; i <= a.size(); ++i) {
-        for (std::size_t j = 0; j <= b.size(); ++j) {
-            if (i == 0 || j == 0) {
-                cost[i][j] = i + j;
-                continue;
-            }
-            cost[i][j] = std::min({cost[i - 1][j] + 1, cost[i][j - 1] + 1,
-                                   cost[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
-            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
-                cost[i][j] = std::min(cost[i][j], cost[i - 2][j - 2] + 1);
-            }
-        }
-    }
-    return cost[a.size()][b.size()];
+// Letters and digits apart: a wrong letter is a slip, but another number is another charset.
+std::string digits_of(std::string_view name) {
+    std::string digits;
+    std::ranges::copy_if(name, std::back_inserter(digits),
+                         [](char c) { return c >= '0' && c <= '9'; });
+    return digits;
 }
 
 } // namespace
@@ -187,19 +176,47 @@ charset_name resolve_charset(std::string_view name) {
             .marked = found->marked};
 }
 
+bool same_name(std::string_view a, std::string_view b) {
+    return plain_name(a) == plain_name(b);
+}
+
+std::size_t spelling_distance(std::string_view a, std::string_view b) {
+    std::vector<std::vector<std::size_t>> cost(a.size() + 1,
+                                               std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 0; i <= a.size(); ++i) {
+        for (std::size_t j = 0; j <= b.size(); ++j) {
+            if (i == 0 || j == 0) {
+                cost[i][j] = i + j;
+                continue;
+            }
+            cost[i][j] = std::min({cost[i - 1][j] + 1, cost[i][j - 1] + 1,
+                                   cost[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+                cost[i][j] = std::min(cost[i][j], cost[i - 2][j - 2] + 1);
+            }
+        }
+    }
+    return cost[a.size()][b.size()];
+}
+
 std::string similar_name(std::string_view name) {
     const std::string plain = plain_name(name);
     constexpr std::size_t longest = 40;
     if (plain.size() > longest) {
         return {};
     }
+    const std::string digits = digits_of(plain);
+    constexpr std::size_t long_word = 6; // in shorter ones two changes make another name
     const alias* best = nullptr;
-    std::size_t least = plain.size() < 4 ? 2 : 3; // more changes make another name
+    std::size_t least = plain.size() - digits.size() < long_word ? 2 : 3;
     for (const alias& row : aliases) {
         const std::string known = plain_name(row.name);
+        if (!digits.empty() && digits_of(known) != digits) {
+            continue;
+        }
         // A word put before or behind a name counts little.
         const bool within = known.size() > 3 && plain.find(known) != std::string::npos;
-        const std::size_t changes = within ? 1 : distance(plain, known);
+        const std::size_t changes = within ? 1 : spelling_distance(plain, known);
         if (changes < least) {
             least = changes;
             best = &row;
@@ -216,6 +233,18 @@ std::vector<std::string_view> other_names(std::string_view library) {
         }
     }
     return names;
+}
+
+std::size_t charset_rank(std::string_view library) {
+    const auto* first = std::ranges::find(aliases, library, &alias::library);
+    return static_cast<std::size_t>(first - aliases.begin());
+}
+
+int code_page(std::string_view library) {
+    constexpr std::array<std::pair<std::string_view, int>, 4> pages = {
+        {{"windows31j", 932}, {"chinesegbk", 936}, {"koreanksc", 949}, {"chinesebig5", 950}}};
+    const auto* found = std::ranges::find(pages, library, &std::pair<std::string_view, int>::first);
+    return found == pages.end() ? 0 : found->second;
 }
 
 } // namespace tool

@@ -30,10 +30,22 @@ struct charset_name {
 // Aliases and byte orders resolved; a name that is none of ours is passed on as it is.
 charset_name resolve_charset(std::string_view name);
 
-// The known name that is most like one that is not; empty when none is.
+// Whether two names differ in case and separators at most.
+bool same_name(std::string_view a, std::string_view b);
+
+// Letters to add, drop, change or swap to make one word of the other.
+std::size_t spelling_distance(std::string_view a, std::string_view b);
+
+// The known name that is most like one that is not, with the same number in it; empty when none is.
 std::string similar_name(std::string_view name);
 
 // Other names of a charset, by its name in the library.
 std::vector<std::string_view> other_names(std::string_view library);
+
+// Where a charset, by its name in the library, stands among those that people name most.
+std::size_t charset_rank(std::string_view library);
+
+// The Windows code page that a charset is; 0 for none.
+int code_page(std::string_view library);
 
 } // namespace tool

@@ -109,7 +109,9 @@ public:
 private:
     void fault(const std::string& file, const std::string& what) {
         if (said_.insert(file + what).second) {
-            fmt::print("{}: {}\n", printable(file), printable(what));
+            answer_lines(current_style().json
+                             ? complaint_about(file, what)
+                             : fmt::format("{}: {}\n", printable(file), printable(what)));
         }
         sound_ = false;
     }
@@ -176,10 +178,15 @@ private:
                                     "converted {} it",
                                     name, encodes ? "decode" : "encode", encodes ? "from" : "to"));
         }
-        fmt::print("{}: taken as {} ({})\n", printable(file), printable(name),
-                   cconvInitConvert(session.get(), nullptr, name.c_str()) == PVZAN_DONE
-                       ? session->dstGroupNo
-                       : 0);
+        const std::uint32_t number =
+            cconvInitConvert(session.get(), nullptr, name.c_str()) == PVZAN_DONE
+                ? session->dstGroupNo
+                : 0;
+        answer_lines(
+            current_style().json
+                ? fmt::format("{{\"file\":{},\"kind\":\"taken\",\"charset\":{},\"number\":{}}}\n",
+                              json_string(file), json_string(name), number)
+                : fmt::format("{}: taken as {} ({})\n", printable(file), printable(name), number));
     }
 
     void check_sets(const std::string& file, const definition_text& document) {
@@ -345,7 +352,7 @@ private:
 int check_charset_directory(const std::string& directory) {
     const charset_directory settled = settle_charset_directory(directory);
     if (settled.path.empty()) {
-        complain(fmt::format("{}: no such directory", printable(directory)));
+        complain_about(directory, "no such directory");
         return exit_no_work;
     }
     const int status = checker(settled.path).run();

@@ -79,7 +79,7 @@ std::string plain_line(const std::string& name, std::size_t width, const charset
 int detect(const std::string& name, std::size_t width, const detect_options& options) {
     std::vector<std::uint8_t> text;
     if (!read_start(name, text)) {
-        complain_about(shown_name(name), fmt::format("cannot read: {}", system_error_text(errno)));
+        complain_about(name, fmt::format("cannot read: {}", system_error_text(errno)));
         return exit_no_work;
     }
     const bool whole = text.size() < examined_bytes;

@@ -4,7 +4,10 @@
 #include "tools/pvzan/input_file.h"
 #include "tools/pvzan/message.h"
 
+#include "pvzan.h"
+
 #include <algorithm>
+#include <memory>
 #include <unistd.h>
 #include <utility>
 
@@ -41,6 +44,41 @@ std::string json_counts(const std::map<char32_t, std::uint64_t>& counts) {
         text += fmt::format("{}\"{}\":{}", text.size() > 1 ? "," : "", code_point(scalar), count);
     }
     return text + "}";
+}
+
+// What calls itself Shift_JIS is often code page 932, which has ① and others besides. The character
+// that the two bytes are there; 0 for none.
+char32_t in_windows_31j(std::uint8_t lead, std::uint8_t trail) {
+    const auto session = std::make_unique<pvzan_session>();
+    pvzan_target_options big_endian{};
+    big_endian.dstBigEndian = 1;
+    const std::array<std::uint8_t, 2> code = {lead, trail};
+    std::array<std::uint8_t, 16> scalar{};
+    session->inBuf = code.data();
+    session->inLen = code.size();
+    session->outBuf = scalar.data();
+    session->outLen = scalar.size();
+    const bool one =
+        cconvInitConvert(session.get(), &big_endian, "iso-10646-ucs-4") == PVZAN_DONE &&
+        cconvChgCharset(session.get(), nullptr, "windows31j") == PVZAN_DONE &&
+        cconvConvert(session.get()) == PVZAN_DONE && session->outPos == 4;
+    return one ? char32_t{scalar[2]} << 8 | scalar[3] : 0;
+}
+
+std::string windows_31j_hint(const charset_name& from, const charset_name& to, const problem& p) {
+    if (p.kind == problem_kind::invalid && from.library == "shift_jis" && p.bytes.size() == 1 &&
+        p.follower >= 0) {
+        const auto trail = static_cast<std::uint8_t>(p.follower);
+        const char32_t scalar = in_windows_31j(p.bytes[0], trail);
+        return scalar == 0 ? std::string()
+                           : fmt::format("    hint: {:02x} {:02x} is {} in Windows-31J; -f "
+                                         "windows-31j reads it",
+                                         p.bytes[0], trail, character_text(scalar));
+    }
+    const bool lacks = p.kind == problem_kind::unrepresentable && to.library == "shift_jis";
+    return lacks && p.mark == 0 && can_write(resolve_charset("windows-31j"), p.scalar)
+               ? "    hint: Windows-31J has it; -t windows-31j writes it"
+               : std::string();
 }
 
 void append(std::string& list, const std::string& item) {
@@ -121,6 +159,11 @@ std::string file_report::describe(const problem& p) const {
 // Once for each file.
 void file_report::tell_hint(const problem& p) {
     if (hinted_ || options_.similar || p.mark != 0) {
+        return;
+    }
+    if (const std::string hint = windows_31j_hint(from_, to_, p); !hint.empty()) {
+        hinted_ = true;
+        emit(hint);
         return;
     }
     const char32_t like = stand_in(p.scalar);

@@ -140,6 +140,9 @@ std::vector<listed_charset> all_charsets() {
             list.push_back({std::move(charset), number, file});
         }
     }
+    std::ranges::stable_sort(list, {}, [](const listed_charset& row) {
+        return charset_rank(row.charset.name); // those of one's own last
+    });
     return list;
 }
 
@@ -151,19 +154,52 @@ std::string joined(const std::vector<std::string>& items, std::string_view betwe
     return text;
 }
 
-std::string line_of(const listed_charset& row) {
-    std::vector<std::string> sets;
-    for (const std::string& set : row.charset.sets) {
-        sets.push_back(printable(with_number(set)));
-    }
-    return fmt::format("{:<18}{:<12}{:<22}{:<23}{}\n", printable(row.charset.name), row.number,
-                       printable(row.charset.decoder), printable(row.charset.encoder),
-                       joined(sets, ", "));
-}
-
 std::vector<std::string> aliases_of(const listed_charset& row) {
     const auto names = other_names(row.charset.name);
     return {names.begin(), names.end()};
+}
+
+// The name that people know, and all others that are not spelled alike.
+std::vector<std::string> human_names(const listed_charset& row) {
+    std::vector<std::string> names = {resolve_charset(row.charset.name).shown};
+    for (const std::string& name : aliases_of(row)) {
+        if (!same_name(name, names.front())) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+// Words behind a heading, in as many lines as they need.
+std::string wrapped(std::string_view heading, const std::vector<std::string>& words) {
+    constexpr std::size_t column = 18, width = 80;
+    std::string text, line = fmt::format("{:<{}}", printable(heading), column);
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const std::string word = printable(words[i]) + (i + 1 < words.size() ? "," : "");
+        if (i > 0 && line.size() + 1 + word.size() > width) {
+            text += line + "\n";
+            line = std::string(column, ' ');
+        } else if (i > 0) {
+            line += ' ';
+        }
+        line += word;
+    }
+    return text + line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+}
+
+std::string line_of(const listed_charset& row) {
+    std::vector<std::string> names = human_names(row);
+    const std::string first = names.front();
+    names.erase(names.begin());
+    if (const int page = code_page(row.charset.name); page != 0) {
+        names.back() += fmt::format(" (Windows code page {})", page);
+    }
+    return wrapped(first, names);
+}
+
+// One line for a program to split at blanks.
+std::string bare_line_of(const listed_charset& row) {
+    return printable(joined(human_names(row), " ")) + "\n";
 }
 
 std::string json_of(const listed_charset& row) {
@@ -176,17 +212,16 @@ std::string json_of(const listed_charset& row) {
                        quoted(row.charset.sets));
 }
 
+// A line, and what the charset is to the library and to those who write definitions.
 std::string page_of(const listed_charset& row) {
     const fs::path directory = ZAN_getCharsetPath();
-    std::string text = fmt::format(
-        "{} ({})\n  also called  {}\n  decoder      {}\n  encoder      {}\n  definition   {}\n",
-        printable(row.charset.name), row.number, joined(aliases_of(row), ", "),
-        printable(row.charset.decoder), printable(row.charset.encoder),
-        printable((directory / row.file).string()));
-    for (const std::string& set : row.charset.sets) {
-        text += fmt::format("  coded set    {}\n", printable(with_number(set)));
-    }
-    return text;
+    std::string text = line_of(row);
+    text += wrapped("  in C", {fmt::format("\"{}\" ({})", row.charset.name, row.number)});
+    text += wrapped("  rules", {row.charset.decoder, row.charset.encoder});
+    text += wrapped("  definition", {(directory / row.file).string()});
+    std::vector<std::string> sets = row.charset.sets;
+    std::ranges::transform(sets, sets.begin(), with_number);
+    return text + wrapped("  coded sets", sets);
 }
 
 } // namespace
@@ -224,9 +259,11 @@ int list_charsets(const list_options& options) {
         rows = std::move(wanted);
     }
     for (const listed_charset& row : rows) {
-        const std::string text = current_style().json    ? json_of(row)
-                                 : options.names.empty() ? line_of(row)
-                                                         : page_of(row);
+        const message_style& style = current_style();
+        const std::string text = style.json      ? json_of(row)
+                                 : options.bare  ? bare_line_of(row)
+                                 : style.verbose ? page_of(row)
+                                                 : line_of(row);
         std::fwrite(text.data(), 1, text.size(), stdout);
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {

@@ -9,13 +9,14 @@ namespace tool {
 struct list_options {
     std::string charset_dir;        // empty: where it is usually found
     std::string check;              // the directory to check instead of listing
-    std::vector<std::string> names; // to be told more of; none: all, a line each
+    std::vector<std::string> names; // to be told of; none: all
+    bool bare = false;              // all names of a charset in a line, parted by blanks
 };
 
 // Returns an exit_status.
 int list_charsets(const list_options& options);
 
-// Names of the charsets of the settled directory, in the order of its files.
+// Names of the charsets of the settled directory, the best-known ones first.
 std::vector<std::string> charset_names();
 
 } // namespace tool

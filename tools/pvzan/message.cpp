@@ -1,6 +1,7 @@
 #include "tools/pvzan/message.h"
 
 #include "tools/pvzan/charset_name.h"
+#include "tools/pvzan/input_file.h"
 #include "tools/pvzan/unicode_text.h"
 
 #include <cstdio>
@@ -28,9 +29,18 @@ void erase_status_line() {
     }
 }
 
-std::string control_code(unsigned char byte) {
-    return fmt::format("\\x{:02x}", byte);
+bytes_view bytes_of(std::string_view text) {
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
+
+// Control characters, and what turns the direction of writing or ends a line.
+bool drives_terminal(char32_t scalar) {
+    return scalar < 0x20 || (scalar >= 0x7F && scalar < 0xA0) || scalar == 0x200E ||
+           scalar == 0x200F || (scalar >= 0x2028 && scalar <= 0x202E) ||
+           (scalar >= 0x2066 && scalar <= 0x2069);
+}
+
+constexpr std::size_t most_escaped = 16; // bytes of a name
 
 } // namespace
 
@@ -67,22 +77,33 @@ std::string hex_bytes(std::span<const std::uint8_t> bytes, std::string_view betw
 }
 
 std::string printable(std::string_view text) {
+    const charset_name utf8 = resolve_charset("utf-8");
     std::string shown;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7F) {
-            shown += control_code(byte);
-        } else {
-            shown += c;
+    std::size_t escaped = 0;
+    bool left_out = false; // the bytes before
+    for (std::size_t at = 0; at < text.size();) {
+        const unicode_sequence next = read_sequence(bytes_of(text.substr(at)), utf8);
+        const std::string_view sequence = text.substr(at, next.bytes);
+        at += next.bytes;
+        if (next.kind == unicode_sequence::whole && !drives_terminal(next.scalar)) {
+            shown += sequence;
+            left_out = false;
+            continue;
+        }
+        for (const std::uint8_t byte : bytes_of(sequence)) {
+            shown += ++escaped <= most_escaped ? fmt::format("\\x{:02x}", byte)
+                     : left_out                ? ""
+                                               : "…";
+            left_out = escaped > most_escaped;
         }
     }
-    return shown;
+    return escaped > most_escaped ? fmt::format("{} ({} bytes)", shown, text.size()) : shown;
 }
 
 std::string json_string(std::string_view text) {
     const charset_name utf8 = resolve_charset("utf-8");
     std::string quoted = "\"";
-    const bytes_view bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+    const bytes_view bytes = bytes_of(text);
     for (std::size_t at = 0; at < text.size();) {
         const unicode_sequence next = read_sequence(bytes.subspan(at), utf8);
         if (next.kind != unicode_sequence::whole) {
@@ -111,14 +132,20 @@ std::string grouped(std::uint64_t number) {
 }
 
 void complain(std::string_view message) {
-    say(the_style.json ? fmt::format("{{\"kind\":\"error\",\"message\":{}}}", json_string(message))
-                       : fmt::format("pvzan: {}", message));
+    say_lines(complaint(message));
+}
+
+std::string complaint(std::string_view message, const std::string& file) {
+    return the_style.json
+               ? fmt::format("{{\"file\":{},\"kind\":\"error\",\"message\":{}}}\n",
+                             file.empty() ? "null" : json_string(file), json_string(message))
+               : fmt::format("pvzan: {}\n", message);
 }
 
 std::string complaint_about(const std::string& file, std::string_view message) {
-    return the_style.json ? fmt::format("{{\"file\":{},\"kind\":\"error\",\"message\":{}}}\n",
-                                        json_string(file), json_string(message))
-                          : fmt::format("pvzan: {}: {}\n", printable(file), message);
+    return complaint(the_style.json ? std::string(message)
+                                    : fmt::format("{}: {}", shown_name(file), message),
+                     file);
 }
 
 void complain_about(const std::string& file, std::string_view message) {

@@ -28,8 +28,9 @@ bool wants_excerpts(int descriptor);
 // Bytes in hex: "82 20".
 std::string hex_bytes(std::span<const std::uint8_t> bytes, std::string_view between = " ");
 
-// A file name or text as it may be shown: control characters as \x1b, so that no file drives the
-// terminal.
+// A file name or text as it may be shown: bytes that are no UTF-8, control characters and what
+// turns the direction of writing as \x1b, so that no file drives the terminal. Of many such bytes
+// only the first few.
 std::string printable(std::string_view text);
 
 // A JSON string, quotes included. Bytes that are no UTF-8 become \udc80 to \udcff.
@@ -38,12 +39,13 @@ std::string json_string(std::string_view text);
 // A number as people read it: 12,310.
 std::string grouped(std::uint64_t number);
 
-// "pvzan: " and the message, as one line.
+// "pvzan: " and the message, as one line. In JSON it goes with the file that it is about, which is
+// null for none.
 void complain(std::string_view message);
+std::string complaint(std::string_view message, const std::string& file = {});
 
-// What is wrong with a file: "name: message".
+// What is wrong with a file: "pvzan: name: message", one line.
 void complain_about(const std::string& file, std::string_view message);
-// The same as text, with its line feed.
 std::string complaint_about(const std::string& file, std::string_view message);
 
 // A whole line of its own.

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 file_outcome fail(const listed_file& file, std::string_view message, int status,
                   const file_report::line_sink& sink) {
-    sink(complaint_about(shown_name(file.path), message));
+    sink(complaint_about(file.path, message));
     return {status, file_kind::failed};
 }
 
@@ -206,7 +206,7 @@ file_outcome convert_own(const listed_file& file, const file_task& task,
     }
     output_file output;
     if (!output.open(target)) {
-        sink(fmt::format("pvzan: {}\n", output.error()));
+        sink(complaint(output.error(), file.path));
         return {exit_no_work, file_kind::failed};
     }
     file_report report(file.path, conversion.to, conversion.options, false, sink);
@@ -216,7 +216,7 @@ file_outcome convert_own(const listed_file& file, const file_task& task,
                                            : fmt::format("{} was not written", printable(target));
     file_outcome outcome = outcome_of(file, result, report, false, lost, sink);
     if (outcome.kind == file_kind::unwritable) {
-        sink(fmt::format("pvzan: {}\n", output.error()));
+        sink(complaint(output.error(), file.path));
         return {exit_no_work, file_kind::failed};
     }
     if (outcome.kind != file_kind::converted) {
@@ -224,7 +224,7 @@ file_outcome convert_own(const listed_file& file, const file_task& task,
     }
     if (!task.in_place) {
         if (!output.commit()) {
-            sink(fmt::format("pvzan: {}\n", output.error()));
+            sink(complaint(output.error(), file.path));
             return {exit_no_work, file_kind::failed};
         }
         return outcome;
@@ -241,7 +241,7 @@ file_outcome convert_own(const listed_file& file, const file_task& task,
     const std::string backup =
         task.backup_suffix.empty() ? std::string() : file.path + task.backup_suffix;
     if (!output.replace(file.path, backup)) {
-        sink(fmt::format("pvzan: {}\n", output.error()));
+        sink(complaint(output.error(), file.path));
         return {exit_no_work, file_kind::failed};
     }
     return outcome;
