@@ -108,13 +108,21 @@ class Filter(Room):
         self.assertEqual((self.dir / "f0000").read_bytes(), wanted)
 
     def test_filter_passes_lines_on_and_dies_of_a_closed_pipe(self):
-        tool = subprocess.Popen([TOOL, "-f", "cp932"], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-        self.addCleanup(tool.kill)
-        for _ in range(3):
-            tool.stdin.write(b"\x82\xa0\n")
-            tool.stdin.flush()
-            self.assertTrue(select.select([tool.stdout], [], [], 10)[0])
-            self.assertEqual(os.read(tool.stdout.fileno(), 100), "あ\n".encode())
+        # What is to be guessed by goes on when there is enough of it.
+        for arguments, line, passed in ((["-f", "cp932"], b"\x82\xa0\n", "あ\n"), ([], b"ab\n", "ab\n"), ([], b"\x82\xa0\n", "")):
+            tool = subprocess.Popen([TOOL] + arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+            self.addCleanup(tool.kill)
+            for _ in range(3):
+                tool.stdin.write(line)
+                tool.stdin.flush()
+                self.assertEqual(bool(select.select([tool.stdout], [], [], 10 if passed else 0.1)[0]), passed != "")
+                if passed:
+                    self.assertEqual(os.read(tool.stdout.fileno(), 100).decode(), passed)
+            if passed:
+                tool.communicate()
+        tool.stdin.write(line * 22000)
+        tool.stdin.flush()
+        self.assertTrue(os.read(tool.stdout.fileno(), 100))
         tool.stdout.close()
         try:
             tool.stdin.write(b"x\n")
@@ -174,6 +182,29 @@ class Filter(Room):
         one, four = (run(["check", "-t", "cp932", "--json", "-j", jobs] + names, self.dir) for jobs in "14")
         self.assertEqual((one.returncode, one.stderr), (four.returncode, four.stderr))
         self.assertTrue(one.stdout == four.stdout)
+
+    @unittest.skipIf(len(os.sched_getaffinity(0)) < 2, "one processor: no two files at a time anyway")
+    def test_files_at_a_time(self):
+        """Two that wait for their text are open at once where each has an output of its own."""
+        names = ["one", "two"]
+        for arguments, at_once in ((["-o", "."], True), (["-j", "1", "-o", "."], False), (["check"], False)):
+            room = pathlib.Path(tempfile.mkdtemp(dir=self.dir))
+            for name in names:
+                os.mkfifo(room / name)
+            tool = subprocess.Popen([TOOL] + arguments + ["-f", "cp932"] + [room / name for name in names], cwd=self.dir)
+            ends = []
+            for name, opened in zip(names, (True, at_once)):
+                patience = time.monotonic() + (10 if opened else 0.3)
+                while len(ends) < names.index(name) + 1 and time.monotonic() < patience:
+                    try:
+                        ends.append(os.open(room / name, os.O_WRONLY | os.O_NONBLOCK))
+                    except OSError:
+                        time.sleep(0.01)
+            tool.kill()
+            tool.wait()
+            self.assertEqual(len(ends), 1 + at_once, arguments)
+            for end in ends:
+                os.close(end)
 
     def test_memory_does_not_grow_with_the_input(self):
         script = "yes '日本語の文章、長い行' | head -c 60000000 | /usr/bin/env python3 -c \"" \

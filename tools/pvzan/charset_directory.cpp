@@ -101,7 +101,9 @@ bool open_charset_directory(const std::string& asked_for) {
 void complain_unknown(const std::string& name) {
     const std::string similar = similar_name(name);
     std::string message = fmt::format("unknown charset '{}'", printable(name));
-    if (name.find("//") != std::string::npos) {
+    if (similar == resolve_charset(name).shown) {
+        message = fmt::format("the charset directory has no definition of {}", similar);
+    } else if (name.find("//") != std::string::npos) {
         message += "; what iconv takes behind // are options here: --similar, -e subst, -c";
     } else {
         message += similar.empty() ? "" : fmt::format("; did you mean {}?", similar);

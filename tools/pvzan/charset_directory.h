@@ -20,7 +20,7 @@ charset_directory settle_charset_directory(const std::string& asked_for);
 // Settles it and reads the definitions; complains and returns false when there are none.
 bool open_charset_directory(const std::string& asked_for);
 
-// That the library does not know a charset, and which one may be meant.
+// That the library does not know a charset: its directory lacks it, or another one may be meant.
 void complain_unknown(const std::string& name);
 
 } // namespace tool

@@ -23,7 +23,7 @@ _pvzan() {
             COMPREPLY=($(compgen -W "$(_pvzan_charsets)" -- "$word"))
         else
             COMPREPLY=($(compgen -f -- "$word"))
-            ((COMP_CWORD > 1)) || COMPREPLY+=($(compgen -W "check convert detect list" -- "$word"))
+            ((COMP_CWORD > 1)) || COMPREPLY+=($(compgen -W "check convert detect help list" -- "$word"))
         fi ;;
     esac
 }

@@ -5,7 +5,7 @@ function __pvzan_charsets
         string split -n , | string trim -c '"'
 end
 
-complete -c pvzan -n __fish_is_first_token -a 'check convert detect list'
+complete -c pvzan -n __fish_is_first_token -a 'check convert detect help list'
 complete -c pvzan -n '__fish_seen_subcommand_from list' -f -a '(__pvzan_charsets)'
 for verb in convert check detect list
     set -l when "__fish_seen_subcommand_from $verb"

@@ -7,7 +7,7 @@ _pvzan_charsets() {
 }
 
 _pvzan_operands() {
-    ((CURRENT > 2)) || compadd check convert detect list
+    ((CURRENT > 2)) || compadd check convert detect help list
     _files
 }
 
