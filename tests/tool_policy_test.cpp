@@ -22,7 +22,7 @@ constexpr std::array targets = {"utf-8", "utf-16le", "windows31j",  "euc-jp",
 
 struct converted {
     std::string output;
-    std::uint64_t problems = 0, look_alikes = 0;
+    std::uint64_t problems = 0;
     bool failed = false;
 };
 
@@ -37,7 +37,7 @@ converted convert(const char* from, const char* to, std::string_view text,
     tool::text_stream stream(
         tool::resolve_charset(from), tool::resolve_charset(to),
         {[&](tool::bytes_view bytes) { c.output.append(bytes.begin(), bytes.end()); },
-         [&](const tool::problem&) { ++c.problems; }, [&](char32_t) { ++c.look_alikes; }},
+         [&](const tool::problem&) { ++c.problems; }},
         options);
     EXPECT_TRUE(stream.open());
     stream.finish(view(text));
@@ -124,17 +124,6 @@ TEST(ToolPolicy, ReadsBackWhatItWrites) {
             EXPECT_EQ(convert(c.from, c.to, text + c.odd + text, options).problems, 1U);
         }
     }
-}
-
-// Look-alikes are written when they are taken as equal, and counted; no ASCII comes of them.
-TEST(ToolPolicy, TakesLookAlikesAsEqual) {
-    tool::text_options options;
-    options.similar = true;
-    const converted c = convert("utf-8", "windows31j", "〜−¥‾¢x", options);
-    EXPECT_EQ(c.problems, 0U);
-    EXPECT_EQ(c.look_alikes, 5U);
-    EXPECT_EQ(convert("windows31j", "utf-8", c.output, {}).output, "～－￥￣￠x");
-    EXPECT_EQ(convert("utf-8", "windows31j", "〜−¥‾¢x", {}).problems, 5U);
 }
 
 TEST(ToolPolicy, StopsAboveTheMostErrors) {

@@ -114,7 +114,7 @@ std::string json_string(std::string_view text) {
         if (next.scalar == '"' || next.scalar == '\\') {
             quoted += '\\';
             quoted += text[at];
-        } else if (next.scalar < 0x20) {
+        } else if (drives_terminal(next.scalar)) {
             quoted += fmt::format("\\u{:04x}", static_cast<unsigned>(next.scalar));
         } else {
             quoted += text.substr(at, next.bytes);

@@ -33,7 +33,8 @@ std::string hex_bytes(std::span<const std::uint8_t> bytes, std::string_view betw
 // only the first few.
 std::string printable(std::string_view text);
 
-// A JSON string, quotes included. Bytes that are no UTF-8 become \udc80 to \udcff.
+// A JSON string, quotes included, that drives no terminal either. Bytes that are no UTF-8 become
+// \udc80 to \udcff.
 std::string json_string(std::string_view text);
 
 // A number as people read it: 12,310.
