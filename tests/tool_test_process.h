@@ -19,6 +19,6 @@ struct tool_outcome {
     std::string output, messages;
 };
 
-tool_outcome run(const arguments& args, std::string_view input = {}, const settings& set = {});
+tool_outcome run(const arguments& args, std::string_view input = "", const settings& set = {});
 
 } // namespace test
