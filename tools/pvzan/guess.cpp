@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -328,6 +327,17 @@ bool is_half_katakana_only(std::u32string_view text) {
         text, [](char32_t c) { return c < 0x80 || kind_of(c) == kind::half_katakana; });
 }
 
+// One half to the power of bits, in the steps of costs. The function of the mathematics library would
+// make every start of the tool load that library.
+double half_to_the(double bits) {
+    constexpr double step = 0.957603280698573647; // 2 to the power of -1 / bit_cost
+    double power = 1;
+    for (auto steps = static_cast<unsigned>(bits * bit_cost); steps > 0; --steps) {
+        power *= step;
+    }
+    return power;
+}
+
 void decide(charset_guess& guess, std::vector<reading>& readings, bytes_view text, bool whole) {
     std::ranges::stable_sort(readings, {}, &reading::bits);
     const reading& best = readings.front();
@@ -352,7 +362,7 @@ void decide(charset_guess& guess, std::vector<reading>& readings, bytes_view tex
         if (&r != &best && rival == nullptr) {
             rival = &r;
         }
-        const double score = std::exp2(std::max(best.bits - r.bits, -60.0));
+        const double score = half_to_the(std::min(r.bits - best.bits, 60.0));
         sum += score;
         guess.candidates.push_back({r.charset, score});
     }
