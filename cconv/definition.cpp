@@ -5,12 +5,9 @@
 // after the other, each behind the start or the end of another; nesting is not checked.
 #include "cconv/definition.h"
 
+#include "cconv/document_search.h"
+#include "cconv/known_sets.h"
 #include "cconv/names.h"
-#include "platform/platform.h"
-
-#include <algorithm>
-#include <memory>
-#include <optional>
 
 namespace {
 
@@ -27,109 +24,10 @@ using owned_set = std::unique_ptr<basic_set, release>;
 using owned_table = std::unique_ptr<table_object, release>;
 using owned_tables = std::unique_ptr<object_array, release>;
 
-struct owned_document : document {
-    owned_document() : document{} {}
-    ~owned_document() {
-        ZAN_free(text);
-        ZAN_free(tagPos);
-    }
-    owned_document(const owned_document&) = delete;
-    owned_document& operator=(const owned_document&) = delete;
-};
-
-// ---- Searches ----------------------------------------------------------------------------------
-
-struct element {
-    i32 start, end; // of its content; attributes count as content
-};
-
-std::optional<element> find_element(document& in, const char* name, i32 from) {
-    in.pos = from;
-    element found{};
-    if (xmlSeekObj2(&in, name, &found.start, &found.end) == 0) {
-        return std::nullopt;
-    }
-    return found;
-}
-
-// The offset behind a key such as "start=".
-std::optional<i32> find_key(document& in, const char* key, i32 from) {
-    in.pos = from;
-    i32 behind = 0;
-    return xmlSeekObj1(&in, key, &behind) != 0 ? std::optional(behind) : std::nullopt;
-}
-
-// Whether characters [from, end) hold a double quote, and the offset behind it.
-std::optional<i32> find_quote(const document& in, i32 from, i32 end) {
-    for (i32 at = from; at < std::min(end, in.textBytes); at += i32{sizeof(u32)}) {
-        if (in.text[static_cast<std::size_t>(at) / sizeof(u32)] == '"') {
-            return at + i32{sizeof(u32)};
-        }
-    }
-    return std::nullopt;
-}
-
-// Repeated searches for one key, each from where the one before began or further on. What lies
-// ahead is remembered, and so is that nothing does: a document that is full of one key, or of
-// another, takes linear time.
-class key_finder {
-public:
-    key_finder(document& in, const char* key)
-        : in_(in), key_(key), bytes_(static_cast<i32>(std::strlen(key) * sizeof(u32))) {}
-
-    // The offset behind the key.
-    std::optional<i32> find(i32 from) {
-        if (!searched_ || (behind_ && *behind_ - bytes_ < from)) {
-            behind_ = find_key(in_, key_, from);
-            searched_ = true;
-        }
-        return behind_;
-    }
-    [[nodiscard]] i32 bytes() const { return bytes_; }
-
-private:
-    document& in_;
-    const char* key_;
-    i32 bytes_;
-    bool searched_ = false;
-    std::optional<i32> behind_;
-};
-
-// The same for elements, which are found as find_element finds them.
-struct element_keys {
-    const char *plain, *attributed, *closing;
-};
 constexpr element_keys range_keys{"<range>", "<range ", "</range>"};
 constexpr element_keys extra_table_keys{"<dstable>", "<dstable ", "</dstable>"};
 constexpr element_keys base_set_keys{"<baseset>", "<baseset ", "</baseset>"};
 constexpr element_keys difference_set_keys{"<diffset>", "<diffset ", "</diffset>"};
-
-class element_finder {
-public:
-    element_finder(document& in, const element_keys& keys)
-        : plain_(in, keys.plain), attributed_(in, keys.attributed), closing_(in, keys.closing),
-          empty_(in, "/>") {}
-
-    std::optional<element> find(i32 from) {
-        auto start = plain_.find(from);
-        const auto attributed = attributed_.find(from);
-        if (!start || (attributed && *attributed < *start)) {
-            start = attributed;
-        }
-        if (!start) {
-            return std::nullopt;
-        }
-        for (key_finder* ending : {&closing_, &empty_}) {
-            if (const auto behind = ending->find(*start)) {
-                return element{*start, *behind - ending->bytes()};
-            }
-        }
-        return std::nullopt;
-    }
-
-private:
-    key_finder plain_, attributed_, closing_, empty_;
-};
 
 i64 characters_in(const document& in) {
     return in.textBytes / i64{sizeof(u32)};
@@ -143,15 +41,20 @@ public:
     explicit work_budget(const document& main)
         : lookup_(characters_in(main)), left_((i64{1} << 28) + 64 * lookup_) {}
     bool look_up() { return spend(lookup_); }
-    bool read(const document& in) { return spend(characters_in(in)); }
-
-private:
     bool spend(i64 characters) {
         left_ -= characters;
         return left_ >= 0;
     }
+
+private:
     i64 lookup_, left_;
 };
+
+// The file that the entity in an extent stands for; null when there is none.
+owned_memory<char> entity_file(document& main, i32 start, i32 end) {
+    const owned_memory<char> link(xmlGetLink(&main, start, end));
+    return owned_memory<char>(link != nullptr ? xmlFindEntry(&main, link.get()) : nullptr);
+}
 
 // Skips every "range" element from there; their contents are not used.
 i32 skip_ranges(document& in, i32 from) {
@@ -172,10 +75,18 @@ struct set_grammar {
 constexpr set_grammar base_grammar{"subseta", "code", PVZAN_SET_BASE};
 constexpr set_grammar difference_grammar{"subsetb", "codeb", PVZAN_SET_DIFFERENCE};
 
+// A set read from its file.
+struct read_set {
+    owned_set set;
+    owned_memory<char> table; // the entity of its table
+    i32 characters = 0;       // in the file
+};
+
 // Reads what stands behind the code element: the defined ranges and the table's name.
 bool read_set_contents(document& main, document& in, const set_grammar& grammar,
-                       const element& code, basic_set& set) {
+                       const element& code, read_set& out) {
     const bool is_base = grammar.setType == PVZAN_SET_BASE;
+    basic_set& set = *out.set;
     i32 behind = is_base ? skip_ranges(in, code.start) : code.end;
     if (const auto defined = find_element(in, "defined", is_base ? behind : code.start)) {
         if (loadHex(in.text, defined->start, defined->end, set.defined) == 0) {
@@ -184,37 +95,41 @@ bool read_set_contents(document& main, document& in, const set_grammar& grammar,
         behind = defined->end;
     }
     const auto table = find_element(in, "srtable", behind);
-    return !table ||
-           xmlGetTable(&main, &in, table->start, table->end, set.decodeTable, set.encodeTable) != 0;
+    if (!table) {
+        return true;
+    }
+    out.table.reset(xmlGetLink(&in, table->start, table->end));
+    return xmlGetTable(&main, &in, table->start, table->end, set.decodeTable, set.encodeTable) != 0;
 }
 
-owned_set read_set(document& main, work_budget& budget, const element& reference,
-                   const set_grammar& grammar) {
+bool read_set_file(document& main, work_budget& budget, const char* file,
+                   const set_grammar& grammar, read_set& out) {
     owned_document in;
-    if (!budget.look_up() || readDAT(&main, reference.start, reference.end, &in) == 0 ||
-        !budget.read(in)) {
-        return nullptr;
+    if (xmlReadFile(file, main.encoding, main.bigEndian, &in) == 0 ||
+        !budget.spend(characters_in(in))) {
+        return false;
     }
+    out.characters = static_cast<i32>(characters_in(in));
     const auto body = find_element(in, grammar.set, 0);
     const auto name = body ? find_element(in, "name", body->start) : std::nullopt;
     const auto lang = name ? find_element(in, "lang", name->end) : std::nullopt;
     const auto code = lang ? find_element(in, grammar.code, lang->end) : std::nullopt;
     if (!code) {
-        return nullptr;
+        return false;
     }
     char text[text_bytes];
     u16 byteNum = 0;
     xmlGetBytenum(&in, code->start, code->end, &byteNum);
     xmlGetName(&in, name->start, name->end, text);
-    owned_set set(initBasic(text, grammar.setType, byteNum));
-    if (set == nullptr) {
-        return nullptr;
+    out.set.reset(initBasic(text, grammar.setType, byteNum));
+    if (out.set == nullptr) {
+        return false;
     }
-    xmlGetLang(&in, lang->start, lang->end, set->lang);
+    xmlGetLang(&in, lang->start, lang->end, out.set->lang);
     if (grammar.setType == PVZAN_SET_DIFFERENCE) {
-        xmlGetBasedon(&in, code->start, code->end, set->basedOn);
+        xmlGetBasedon(&in, code->start, code->end, out.set->basedOn);
     }
-    return read_set_contents(main, in, grammar, *code, *set) ? std::move(set) : nullptr;
+    return read_set_contents(main, in, grammar, *code, out);
 }
 
 // ---- Extra encode tables -----------------------------------------------------------------------
@@ -224,8 +139,9 @@ struct set_reader {
     element_finder tables;
     key_finder width;
     work_budget budget;
-    explicit set_reader(document& main)
-        : tables(main, extra_table_keys), width(main, "bytenum="), budget(main) {}
+    known_sets& known;
+    set_reader(document& main, known_sets& sets)
+        : tables(main, extra_table_keys), width(main, "bytenum="), budget(main), known(sets) {}
 };
 
 // The value width of an extra table: hexadecimal, 2 where none is given; nothing when its quotes
@@ -299,10 +215,38 @@ bool register_set(charset_group& group, owned_set set) {
     return addNameArray(group.memberSets, setNo) != 0;
 }
 
+known_set known_as(const document& main, const basic_set& set, i32 characters) {
+    return {.file = nullptr,
+            .table = nullptr,
+            .encoding = main.encoding,
+            .bigEndian = main.bigEndian,
+            .setNo = set.setNo,
+            .setType = set.setType,
+            .characters = characters};
+}
+
+// What a set that is known still asks of the definition that names it: room in the budget, and its
+// table among the entities.
+bool may_take(document& main, work_budget& budget, const known_set& known) {
+    const auto finds_table = [&] {
+        return owned_memory<char>(xmlFindEntry(&main, known.table)) != nullptr;
+    };
+    return budget.spend(known.characters) && (known.table == nullptr || finds_table());
+}
+
 bool add_set(document& main, set_reader& reader, const element& reference,
              const set_grammar& grammar, charset_group& group) {
-    owned_set set = read_set(main, reader.budget, reference, grammar);
-    if (set == nullptr) {
+    if (!reader.budget.look_up()) {
+        return false;
+    }
+    owned_memory<char> file = entity_file(main, reference.start, reference.end);
+    if (file == nullptr) {
+        return false;
+    }
+    const known_set* known = reader.known.find(main, file.get(), grammar.setType);
+    read_set read;
+    if (known != nullptr ? !may_take(main, reader.budget, *known)
+                         : !read_set_file(main, reader.budget, file.get(), grammar, read)) {
         return false;
     }
     owned_tables tables = read_extra_tables(main, reader, reference);
@@ -310,15 +254,23 @@ bool add_set(document& main, set_reader& reader, const element& reference,
         return false;
     }
     tables.release();
-    return register_set(group, std::move(set));
+    if (known != nullptr) {
+        return addNameArray(group.memberSets, known->setNo) != 0;
+    }
+    const known_set as = known_as(main, *read.set, read.characters);
+    if (!register_set(group, std::move(read.set))) {
+        return false;
+    }
+    reader.known.add(std::move(file), std::move(read.table), as);
+    return true;
 }
 
 // Takes base and difference sets in the order of the document; end receives where the last one
 // ended.
-bool add_sets(document& main, charset_group& group, i32& end) {
+bool add_sets(document& main, known_sets& known, charset_group& group, i32& end) {
     end = 0;
     element_finder bases(main, base_set_keys), differences(main, difference_set_keys);
-    set_reader reader(main);
+    set_reader reader(main, known);
     for (;;) {
         const auto base = bases.find(end);
         const auto difference = differences.find(end);
@@ -349,9 +301,17 @@ std::optional<u16> quoted_hex(document& in, const char* key, i32 from) {
 }
 
 // The one set of user-defined characters, which has no tables and so no array of extra ones.
-bool add_user_defined_set(document& main, const element& reference, charset_group& group) {
+bool add_user_defined_set(document& main, known_sets& known_files, const element& reference,
+                          charset_group& group) {
+    owned_memory<char> file = entity_file(main, reference.start, reference.end);
+    if (file == nullptr) {
+        return false;
+    }
+    if (const auto* known = known_files.find(main, file.get(), PVZAN_SET_USER_DEFINED)) {
+        return addNameArray(group.memberSets, known->setNo) != 0;
+    }
     owned_document in;
-    if (readDAT(&main, reference.start, reference.end, &in) == 0) {
+    if (xmlReadFile(file.get(), main.encoding, main.bigEndian, &in) == 0) {
         return false;
     }
     const auto name = find_element(in, "name", 0);
@@ -377,7 +337,12 @@ bool add_user_defined_set(document& main, const element& reference, charset_grou
     }
     set->eudcStart = *start;
     set->eudcNumber = *number;
-    return register_set(group, std::move(set));
+    const known_set as = known_as(main, *set, 0);
+    if (!register_set(group, std::move(set))) {
+        return false;
+    }
+    known_files.add(std::move(file), nullptr, as);
+    return true;
 }
 
 bool is_registered(u32 groupNo) {
@@ -407,52 +372,55 @@ bool read_rules(document& main, const element& name, rule_names& rules) {
 
 } // namespace
 
-extern "C" {
-
-u32 xmlReadXML(const char* fileName) {
+bool read_definition(const char* fileName, known_sets& known) {
     owned_document main;
     if (xmlReadFile(fileName, encoding_utf16, 0, &main) == 0) {
-        return 0;
+        return false;
     }
     const auto charset = find_element(main, "charset", 0);
     const auto name = charset ? find_element(main, "name", charset->start) : std::nullopt;
     if (!name) {
-        return 0;
+        return false;
     }
     char text[text_bytes];
     xmlGetName(&main, name->start, name->end, text);
     fold_text(text);
     // The first definition of a charset wins; later ones are not looked at further.
     if (is_registered(group_number(text))) {
-        return 1;
+        return true;
     }
     rule_names rules;
     if (!read_rules(main, *name, rules)) {
-        return 0;
+        return false;
     }
     owned_group group(initGroup(text, rules.constRule, rules.destRule));
     i32 sets_end = 0;
-    if (group == nullptr || !add_sets(main, *group, sets_end)) {
-        return 0;
+    if (group == nullptr || !add_sets(main, known, *group, sets_end)) {
+        return false;
     }
     const auto user_defined = find_element(main, "eudcset", sets_end);
-    if (user_defined && !add_user_defined_set(main, *user_defined, *group)) {
-        return 0;
+    if (user_defined && !add_user_defined_set(main, known, *user_defined, *group)) {
+        return false;
     }
     if (TheAddGroup(group.get()) == 0) {
-        return 0;
+        return false;
     }
     group.release();
-    return 1;
+    return true;
+}
+
+extern "C" {
+
+u32 xmlReadXML(const char* fileName) {
+    known_sets known;
+    return read_definition(fileName, known) ? 1 : 0;
 }
 
 u32 readDAT(document* document, i32 start, i32 end, struct document* subDocument) {
-    const owned_memory<char> link(xmlGetLink(document, start, end));
-    const owned_memory<char> file(link != nullptr ? xmlFindEntry(document, link.get()) : nullptr);
-    if (file == nullptr) {
-        return 0;
-    }
-    return xmlReadFile(file.get(), document->encoding, document->bigEndian, subDocument);
+    const owned_memory<char> file = entity_file(*document, start, end);
+    return file != nullptr
+               ? xmlReadFile(file.get(), document->encoding, document->bigEndian, subDocument)
+               : 0;
 }
 
 u32 loadHex(const u32* text, i32 start, i32 end, limit_array* limits) {

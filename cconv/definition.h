@@ -12,3 +12,8 @@ PVZAN_API u32 readDAT(document* document, i32 start, i32 end, struct document* s
 // Codes and ranges of an extent (byte offsets into text): 1 done, 0 when one could not be stored.
 PVZAN_API u32 loadHex(const u32* text, i32 start, i32 end, limit_array* limits);
 }
+
+class known_sets;
+
+// xmlReadXML for one definition of several: set files that they share are read once.
+bool read_definition(const char* fileName, known_sets& known);

@@ -4,6 +4,8 @@
 
 #include "cconv/registry.h"
 
+#include <optional>
+
 // Encodings of a definition document and of the tables that it names; only 1, 3 and 4 can be read.
 enum text_encoding : u32 {
     encoding_none = 0,
@@ -56,6 +58,13 @@ PVZAN_API char* UCS4toASCII(const u32* characters, i32 count, char* out);
 // Reads hexadecimal, whatever the name says.
 PVZAN_API u32 xatoi(const char* string);
 }
+
+// xmlSeekObj1 and xmlSeekObj2 from an offset. Where xmlReadFile made the document, its tags are
+// known:
+// "<" stands nowhere but at them, and the text need not be searched when none of them will do.
+std::optional<i32> seek_key(const document* document, const char* key, i32 from, bool tags_known);
+bool seek_element(const document* document, const char* name, i32 from, bool tags_known, i32* start,
+                  i32* end);
 
 // Hexadecimal numbers of documents and table texts.
 constexpr bool is_hex_digit(u32 c) {

@@ -107,6 +107,27 @@ constexpr bool is_surrogate(u32 unit) {
     return unit >= 0xD800 && unit <= 0xDFFF;
 }
 
+// Widens units of two bytes; returns how many characters they are.
+std::size_t widen_pairs(std::span<const u8> bytes, encoding_choice encoding, u32* out) {
+    const u8* high = bytes.data() + (encoding.bigEndian != 0 ? 0 : 1);
+    const u8* low = bytes.data() + (encoding.bigEndian != 0 ? 1 : 0);
+    const auto unit = [=](std::size_t at) { return u32{high[at]} << 8 | low[at]; };
+    const bool joins = encoding.encoding == encoding_utf16;
+    const u32* begin = out;
+    for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
+        u32 character = unit(at);
+        if (is_surrogate(character) && joins) {
+            at += 2;
+            if (at + 1 >= bytes.size()) {
+                break;
+            }
+            character = join_surrogates(character, unit(at));
+        }
+        *out++ = character;
+    }
+    return static_cast<std::size_t>(out - begin);
+}
+
 // Widens the file to one u32 a character. False when the encoding is none that we read, or the text
 // would be too large.
 bool widen(std::span<const u8> bytes, encoding_choice encoding, owned_memory<u32>& out,
@@ -130,18 +151,13 @@ bool widen(std::span<const u8> bytes, encoding_choice encoding, owned_memory<u32
     if (out == nullptr) {
         return false;
     }
-    const auto unit = [&](std::size_t i) {
-        return load_code(bytes.subspan(i * unit_bytes, unit_bytes), encoding.bigEndian != 0);
-    };
-    for (std::size_t i = 0; i < units; ++i) {
-        u32 character = unit(i);
-        if (encoding.encoding == encoding_utf16 && is_surrogate(character)) {
-            if (++i == units) {
-                break;
-            }
-            character = join_surrogates(character, unit(i));
-        }
-        out.get()[count++] = character;
+    if (unit_bytes == 2) {
+        count = widen_pairs(bytes, encoding, out.get());
+        return true;
+    }
+    for (; count < units; ++count) {
+        out.get()[count] =
+            load_code(bytes.subspan(count * unit_bytes, unit_bytes), encoding.bigEndian != 0);
     }
     return true;
 }
@@ -154,7 +170,10 @@ public:
 
     void run() {
         while (at_ < text_.size()) {
-            step();
+            copy_plain();
+            if (at_ < text_.size()) {
+                step();
+            }
         }
     }
     [[nodiscard]] std::size_t length() const { return length_; }
@@ -177,6 +196,16 @@ private:
         none_left = true;
         ++at_; // the opening stays alone: only its first character is dropped
         return false;
+    }
+
+    // Most characters: nothing that is looked for begins with one above "<".
+    void copy_plain() {
+        std::size_t from = at_, to = length_;
+        while (from < text_.size() && text_[from] > '<') {
+            text_[to++] = text_[from++];
+        }
+        at_ = from;
+        length_ = to;
     }
 
     void step() {
@@ -236,14 +265,12 @@ extern "C" u32 xmlReadFile(const char* fileName, u32 defaultEncoding, u32 defaul
     if (count == 0) {
         return 1;
     }
-    const std::span<u32> characters(text.get(), count);
-    const auto tags = std::ranges::count_if(characters, [](u32 c) { return c == '<' || c == '/'; });
-    owned_memory<i32> tagPos(
-        static_cast<i32*>(ZAN_malloc(static_cast<i32>((tags + 1) * i64{sizeof(i32)}))));
+    // One for each character is more than there are; what is not used costs nothing.
+    owned_memory<i32> tagPos(static_cast<i32*>(ZAN_malloc(static_cast<i32>(count * sizeof(i32)))));
     if (tagPos == nullptr) {
         return 0;
     }
-    normaliser normal(characters, tagPos.get());
+    normaliser normal({text.get(), count}, tagPos.get());
     normal.run();
     document->text = text.release();
     document->textBytes = static_cast<i32>(normal.length() * sizeof(u32));

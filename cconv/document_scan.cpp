@@ -4,6 +4,7 @@
 #include "platform/platform.h"
 
 #include <algorithm>
+#include <cwchar>
 #include <limits>
 #include <optional>
 #include <string_view>
@@ -42,16 +43,36 @@ bool key_at(characters text, std::size_t index, std::string_view key) {
     if (index > text.size() || text.size() - index < key.size()) {
         return false;
     }
-    return std::equal(key.begin(), key.end(), text.begin() + static_cast<std::ptrdiff_t>(index),
-                      [](char a, u32 b) { return static_cast<u8>(a) == b; });
+    const u32* at = text.data() + index;
+    for (const char c : key) {
+        if (*at++ != static_cast<u8>(c)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The first of a character in the text; its end when there is none.
+const u32* find_character(characters text, u32 wanted) {
+    if constexpr (sizeof(wchar_t) == sizeof(u32)) {
+        static_assert(alignof(wchar_t) == alignof(u32));
+        const auto* found = std::wmemchr(reinterpret_cast<const wchar_t*>(text.data()),
+                                         static_cast<wchar_t>(wanted), text.size());
+        return found != nullptr ? reinterpret_cast<const u32*>(found) : text.data() + text.size();
+    }
+    return std::to_address(std::ranges::find(text, wanted));
 }
 
 std::optional<std::size_t> find_key(characters text, std::size_t from, std::string_view key) {
     const u32 first = static_cast<u8>(key[0]); // no key is empty
-    for (std::size_t i = from; i + key.size() <= text.size(); ++i) {
-        if (text[i] == first && key_at(text, i, key)) {
-            return i;
+    while (from + key.size() <= text.size()) {
+        const u32* at =
+            find_character(text.subspan(from, text.size() - from - key.size() + 1), first);
+        from = static_cast<std::size_t>(at - text.data());
+        if (key_at(text, from, key)) {
+            return from;
         }
+        ++from;
     }
     return std::nullopt;
 }
@@ -112,80 +133,69 @@ T* new_items(i32 count) {
     return static_cast<T*>(ZAN_malloc(static_cast<i32>((i64{count} + 1) * i64{sizeof(T)})));
 }
 
-// Puts a document's position back at the end of a search.
-class position_scope {
-public:
-    explicit position_scope(document* document) : document_(document), pos_(document->pos) {}
-    ~position_scope() { document_->pos = pos_; }
-    position_scope(const position_scope&) = delete;
-    position_scope& operator=(const position_scope&) = delete;
-
-private:
-    document* document_;
-    i32 pos_;
-};
-
 } // namespace
-
-extern "C" {
 
 // ---- Keywords and elements
 
-u32 xmlSeekObj1(document* document, const char* key, i32* end) {
+std::optional<i32> seek_key(const document* document, const char* key, i32 from, bool tags_known) {
     const std::string_view wanted(key, ::strnlen(key, max_key + 1));
     if (wanted.empty() || wanted.size() > max_key) {
-        return 0;
+        return std::nullopt;
     }
     const characters text = whole_text(document);
-    const std::size_t from = clamp_offset(document, document->pos);
+    const std::size_t first = clamp_offset(document, from);
     // Of the keys that begin with "/" only those of an element's end stand at a tag.
     if ((wanted[0] == '<' || wanted == "/" || wanted.starts_with("/>")) && document->tagCount > 0) {
         const std::span tags(document->tagPos, static_cast<std::size_t>(document->tagCount));
-        auto tag = std::ranges::lower_bound(tags, static_cast<i32>(from));
+        auto tag = std::ranges::lower_bound(tags, static_cast<i32>(first));
         for (; tag != tags.end(); ++tag) {
             const auto index = static_cast<std::size_t>(*tag);
             if (key_at(text, index, wanted)) {
-                *end = offset_of(index + wanted.size());
-                return 1;
+                return offset_of(index + wanted.size());
             }
         }
     }
-    const auto found = find_key(text, from, wanted);
-    if (!found) {
-        return 0;
+    if (tags_known && wanted[0] == '<') {
+        return std::nullopt;
     }
-    *end = offset_of(*found + wanted.size());
-    return 1;
+    const auto found = find_key(text, first, wanted);
+    return found ? std::optional(offset_of(*found + wanted.size())) : std::nullopt;
+}
+
+bool seek_element(const document* document, const char* name, i32 from, bool tags_known, i32* start,
+                  i32* end) {
+    key_buffer plain, attributed, closing;
+    make_key(plain, "<", name, ">");
+    make_key(attributed, "<", name, " ");
+    make_key(closing, "</", name, ">");
+
+    const i32 opened = seek_key(document, plain, from, tags_known).value_or(0);
+    const i32 opened_attributed = seek_key(document, attributed, from, tags_known).value_or(0);
+    *start = opened_attributed != 0 && (opened == 0 || opened_attributed < opened)
+                 ? opened_attributed
+                 : opened;
+    if (*start == 0) {
+        return false;
+    }
+    for (const char* ending : {static_cast<const char*>(closing), "/>"}) {
+        if (const auto behind = seek_key(document, ending, *start, tags_known)) {
+            *end = *behind - offset_of(std::strlen(ending));
+            return true;
+        }
+    }
+    return false;
+}
+
+extern "C" {
+
+u32 xmlSeekObj1(document* document, const char* key, i32* end) {
+    const auto found = seek_key(document, key, document->pos, false);
+    *end = found.value_or(*end);
+    return found.has_value();
 }
 
 u32 xmlSeekObj2(document* document, const char* elementName, i32* start, i32* end) {
-    key_buffer plain, attributed, closing;
-    make_key(plain, "<", elementName, ">");
-    make_key(attributed, "<", elementName, " ");
-    make_key(closing, "</", elementName, ">");
-
-    *start = 0;
-    const position_scope scope(document);
-    i32 opened = 0;
-    i32 opened_attributed = 0;
-    const bool has_plain = xmlSeekObj1(document, plain, &opened) != 0;
-    if (xmlSeekObj1(document, attributed, &opened_attributed) != 0 &&
-        (!has_plain || opened_attributed < opened)) {
-        opened = opened_attributed;
-    }
-    if (opened == 0) {
-        return 0;
-    }
-    *start = opened;
-    document->pos = opened;
-    i32 behind = 0;
-    for (const char* ending : {static_cast<const char*>(closing), "/>"}) {
-        if (xmlSeekObj1(document, ending, &behind) != 0) {
-            *end = behind - offset_of(std::strlen(ending));
-            return 1;
-        }
-    }
-    return 0;
+    return seek_element(document, elementName, document->pos, false, start, end) ? 1 : 0;
 }
 
 // ---- Texts and attributes
@@ -277,17 +287,17 @@ char* xmlGetLink(document* document, i32 start, i32 end) {
 }
 
 char* xmlFindEntry(document* document, const char* name) {
-    const position_scope scope(document);
     const characters text = whole_text(document);
-    document->pos = 0;
-    while (xmlSeekObj1(document, name, &document->pos) != 0) {
-        const std::size_t behind = clamp_offset(document, document->pos);
+    i32 from = 0;
+    while (const auto found = seek_key(document, name, from, false)) {
+        from = *found;
+        const std::size_t behind = clamp_offset(document, from);
         if (behind < text.size() && text[behind] == ' ') {
-            i32 at = 0;
-            if (xmlSeekObj1(document, "SYSTEM ", &at) == 0) {
+            const auto at = seek_key(document, "SYSTEM ", from, false);
+            if (!at) {
                 return nullptr;
             }
-            const characters rest = extent(document, at, document->textBytes);
+            const characters rest = extent(document, *at, document->textBytes);
             const auto value = quoted_value(rest);
             return !rest.empty() && rest[0] == '"' && value ? new_string(*value) : nullptr;
         }

@@ -4,6 +4,7 @@
 
 #include "cconv/bulk.h"
 #include "cconv/definition.h"
+#include "cconv/known_sets.h"
 #include "cconv/short_text.h"
 #include "platform/platform.h"
 
@@ -84,10 +85,11 @@ i32 read_definitions() {
         return 0;
     }
     const file_names definitions(directory, definition_pattern);
+    known_sets known;
     i32 count = 0;
     for (const char* name : definitions.all()) {
         copy_text(path, directory);
-        if (append_text(path, name) && xmlReadXML(path) != 0) {
+        if (append_text(path, name) && read_definition(path, known)) {
             ++count;
         }
     }
