@@ -1,13 +1,19 @@
 // Definition files to registry objects, good files and bad.
 #include "cconv/definition.h"
 #include "tests/support/charset_directory.h"
+#include "tests/support/child.h"
 #include "tests/support/document.h"
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <functional>
 #include <map>
+#include <random>
 #include <sstream>
 #include <string>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 namespace {
 
@@ -307,6 +313,84 @@ TEST(Definition, LongTextsAreCut) {
         {"diff.set", "JIS_X0208-1990", text.c_str(), "on " + kept + " user"},
         {"user.set", "F040", text.c_str(), " user 0+758"},
     });
+}
+
+// ---- A directory as a whole
+
+// How often each file of a directory is opened while something is done.
+std::map<std::string, int> opened(const std::string& directory, const std::function<void()>& act) {
+    const int watch = ::inotify_init1(IN_NONBLOCK);
+    EXPECT_GE(::inotify_add_watch(watch, directory.c_str(), IN_OPEN), 0);
+    act();
+    std::map<std::string, int> counts;
+    alignas(inotify_event) char events[1 << 16];
+    const ssize_t bytes = ::read(watch, events, sizeof events);
+    for (ssize_t at = 0; at < bytes;) {
+        const auto* event = reinterpret_cast<const inotify_event*>(events + at);
+        if (event->len > 0) {
+            ++counts[event->name];
+        }
+        at += static_cast<ssize_t>(sizeof *event + event->len);
+    }
+    ::close(watch);
+    return counts;
+}
+
+// Whatever definitions share, they give the same registry as when each reads all its files itself.
+TEST(Definition, ADirectoryIsItsDefinitionsOneAfterTheOther) {
+    const std::pair<const char*, const char*> changes[] = {
+        {"difftable SYSTEM", "missing SYSTEM"},
+        {"base.txt", "other.txt"},
+        {"Base.set", "base2.set"},
+        {"Base.set", "base.set"},
+        {"Base.set", "diff.set"},
+        {"diff.set", "missing.set"},
+        {"<diffset>&diff;</diffset>", "<diffset>&diff;</diffset><baseset>&base;</baseset>"},
+        {"<eudcset>&user;</eudcset>", "<eudcset>&base;</eudcset>"},
+        {"<eudcset>&user;</eudcset>", ""},
+        {"UTF-16", "ISO-10646-UCS-2"}};
+    std::mt19937 random(1);
+    for (int round = 0; round < 20; ++round) {
+        const charset_directory dir;
+        files all = good_files();
+        const std::string main = all["main.xml"];
+        all.erase("main.xml");
+        all["base2.set"] = with(all["base.set"], "2121-227E", "2121-7E7E");
+        write(dir, all);
+        for (const char name : std::string("abcdefghijklmnop")) {
+            std::string text = with(main, "Shift_JIS<", std::string("set-") + name + "<");
+            for (auto left = random() % 4; left > 0; --left) {
+                const auto& [from, to] = changes[random() % std::size(changes)];
+                const std::size_t at = text.find(from);
+                text = at != text.npos ? text.replace(at, std::strlen(from), to) : text;
+            }
+            // Set files tell no encoding: they are read as the definition is, or not at all.
+            const std::pair<const char*, std::size_t> forms[] = {
+                {"\xFE\xFF", 2}, {"\xFFxx\xFE", 4}, {"\xFF\xFE", 2}};
+            const std::size_t form = std::min<std::size_t>(random() % 16, 2);
+            const auto& [mark, unit] = forms[form];
+            dir.write(std::string(1, name) + ".xml", mark + test::widen(text, unit, form == 0));
+            xmlReadXML((std::string(1, name) + ".xml").c_str());
+        }
+        const std::string expected = show_groups() + show_sets();
+        charset_directory::clear_registry();
+        test::in_child([&] {
+            cconvLoadRule();
+            EXPECT_EQ(show_groups() + show_sets(), expected);
+        });
+    }
+}
+
+TEST(Definition, AFileIsReadOnceForAllThatShareIt) {
+    const charset_directory dir;
+    for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
+        std::filesystem::copy(entry.path(), dir.path());
+    }
+    const auto counts = opened(dir.path(), [] { EXPECT_EQ(cconvLoadRule(), 1U); });
+    EXPECT_EQ(counts.count("jis_x0208-1990.set"), 1U);
+    for (const auto& [name, count] : counts) {
+        EXPECT_EQ(count, 1) << name;
+    }
 }
 
 } // namespace
