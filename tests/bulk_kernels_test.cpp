@@ -17,7 +17,8 @@ std::vector<named_kernels> runnable_kernels() {
     if (__builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("bmi2") != 0) {
         all.push_back({"avx2", &bulk_kernels_avx2});
     }
-    if (&bulk_best_kernels() == &bulk_kernels_avx512) {
+    if (__builtin_cpu_supports("avx512vbmi2") != 0 && __builtin_cpu_supports("avx512vbmi") != 0 &&
+        __builtin_cpu_supports("avx512bw") != 0 && __builtin_cpu_supports("avx512vl") != 0) {
         all.push_back({"avx512", &bulk_kernels_avx512});
     }
 #endif
