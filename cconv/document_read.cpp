@@ -17,14 +17,14 @@ constexpr i64 max_file_bytes = std::numeric_limits<i32>::max();
 // ---- The file ----------------------------------------------------------------------------------
 
 // Definition files lie in the charset directory under lower-case names; a directory part is
-// dropped.
+// dropped, where splitPath would see one.
 bool document_path(const char* fileName, char (&path)[text_bytes]) {
-    split_path parts;
-    splitPath(fileName, &parts);
-    fold_text(parts.baseName);
-    fold_text(parts.extension);
-    return getCharsetPath(path, text_bytes) != nullptr && append_text(path, parts.baseName) &&
-           append_text(path, parts.extension);
+    char name[text_bytes];
+    copy_text(name, fileName + (fileName[0] == '/' ? 1 : 0));
+    const char* delimiter = _right(name, '/');
+    fold_text(name);
+    return getCharsetPath(path, text_bytes) != nullptr &&
+           append_text(path, delimiter != nullptr ? delimiter + 1 : name);
 }
 
 struct file_bytes {
