@@ -178,6 +178,19 @@ class Filter(Room):
                 one, four = (run(["-j", jobs] + arguments, self.dir) for jobs in "14")
                 self.assertEqual((one.returncode, one.stderr), (four.returncode, four.stderr), arguments)
                 self.assertTrue(one.stdout == four.stdout, arguments)
+        # Lines up to and beyond what a thread takes at once; also where the system gives no threads.
+        block = 1024 * 1024
+        for encoding, line, limit, lengths in (
+                ("cp932", b"\x82\xa0ab", "", [0, 1, block, 16 * block - 70_000, 16 * block, 40 * block, 3, 70_000]),
+                ("utf-16-le", b"B0a\0", "ulimit -s 1000000000000 && ", [0, 70_000, 9 * block, 17 * block, 3])):
+            chance.shuffle(lengths)
+            bad = line[:2] + b"\xff\xdc" + "\n".encode(encoding)
+            (self.dir / "long").write_bytes(bad.join(line * (length // 4) for length in [30_000] + lengths))
+            script = TOOL + f" -f {encoding.replace('16-le', '16le')} -c --json long -j %s 2> told | sha256sum - told"
+            one, four = (subprocess.check_output(["bash", "-c", way % jobs], cwd=self.dir)
+                         for way, jobs in ((script, 1), (limit + script, 4)))
+            self.assertEqual(one, four, (encoding, lengths))
+        (self.dir / "long").unlink()
         names = [file.name for file in self.dir.iterdir()] * 3 + ["missing"]
         one, four = (run(["check", "-t", "cp932", "--json", "-j", jobs] + names, self.dir) for jobs in "14")
         self.assertEqual((one.returncode, one.stderr), (four.returncode, four.stderr))

@@ -176,7 +176,7 @@ private:
         }
     }
 
-    // The first lines go through the stream itself, and so does what is behind the last one.
+    // The first lines go through the stream itself, and so does what the parts leave.
     void run_parallel(text_stream& text) {
         if (!fill(buffer_.size()) || ended_) {
             return;
@@ -191,9 +191,13 @@ private:
                              [this](bytes_view bytes) { return write(bytes); }, &report_});
         buffer_ =
             parts.run({buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(kept_)});
+        std::size_t used = 0;
+        while (result_.end == text_end::whole && buffer_.size() - used > input_bytes) {
+            used += text.feed(bytes_view(buffer_).subspan(used, input_bytes));
+        }
         kept_ = buffer_.size();
-        buffer_.resize(std::max(buffer_.size(), input_bytes));
-        ended_ = true;
+        drop(used);
+        buffer_.resize(std::max(kept_, input_bytes));
     }
 
     // For another buffer; 0 at the end and on failure.
@@ -204,6 +208,7 @@ private:
             result_.error = fmt::format("cannot read: {}", system_error_text(errno));
             return 0;
         }
+        ended_ = n == 0;
         result_.facts.bytes_in += static_cast<std::uint64_t>(n);
         return static_cast<std::size_t>(n);
     }

@@ -4,6 +4,7 @@
 #include "tools/pvzan/temporary_file.h"
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
 namespace tool {
@@ -11,7 +12,7 @@ namespace tool {
 namespace {
 
 constexpr std::size_t block_bytes = 1024 * 1024;
-constexpr std::size_t longest_line = 16 * block_bytes; // a text with longer ones is not cut
+constexpr std::size_t longest_line = 16 * block_bytes; // longer ones are left to the stream
 constexpr std::size_t most_kept = 20; // problems of a part, as many as are told of a file
 
 } // namespace
@@ -64,8 +65,8 @@ parallel_text::part_result parallel_text::convert(const block& text, const strea
     return result;
 }
 
-// The next block, up to its last line feed; what is behind it goes to the rest, and so does all at
-// the end. False when there is none.
+// The next block, up to its last line feed; what is behind it goes to the rest. False, and all is
+// in the rest, when there is no line feed in as much as a line may have, or up to the end.
 bool parallel_text::read_block(block& rest, block& text) {
     text = std::exchange(rest, spare_block());
     for (std::size_t wanted = block_bytes; wanted <= longest_line; wanted *= 2) {
@@ -125,13 +126,17 @@ void parallel_text::deliver(part& p) {
 
 std::vector<std::uint8_t> parallel_text::run(std::vector<std::uint8_t> begun) {
     block text;
+    // Where the system gives no thread, a part is converted when its turn comes.
+    constexpr std::launch how = std::launch::async | std::launch::deferred;
+    const std::thread::id caller = std::this_thread::get_id();
     while (!refused_ && read_block(begun, text)) {
         part& added = running_.emplace_back(part{std::move(text), {}});
-        added.result =
-            std::async(std::launch::async, [this, &added, output = spare_block()]() mutable {
+        added.result = std::async(how, [this, &added, caller, output = spare_block()]() mutable {
+            if (std::this_thread::get_id() != caller) {
                 hold_ending_signals();
-                return convert(added.text, text_.behind_line_feed(), std::move(output));
-            });
+            }
+            return convert(added.text, text_.behind_line_feed(), std::move(output));
+        });
         if (running_.size() >= task_.jobs) {
             deliver(running_.front());
             running_.pop_front();

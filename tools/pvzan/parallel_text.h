@@ -32,8 +32,8 @@ public:
     // The stream is where a line begins, and holds the beginning of the text.
     parallel_text(task what, text_stream& text, ends where);
 
-    // Converts the text, of which begun has been read already, up to its last line feed; returns
-    // what is behind it. The stream is there, then.
+    // Converts the text, of which begun has been read already, up to its last line feed or up to a
+    // line that is too long; returns what it has read beyond. The stream is there, then.
     std::vector<std::uint8_t> run(std::vector<std::uint8_t> begun);
 
 private:
