@@ -64,6 +64,7 @@ TEST(Guess, TellsWhatDecides) {
         {"\xB1\xB2\xB3\xB4\n", "", "LF", false, false, false, "half-width katakana only"},
         {"f\xFCr den Fall", "ISO-8859-1", "-", false, false, false, ""},
         {"plain\nASCII", "UTF-8", "LF", true, false, false, ""},
+        {"\x1B[31m\1\x7F\x7F\n", "UTF-8", "LF", true, false, false, ""},
         {"\xFF\xFE\x42\x30\x0A\0"sv, "UTF-16LE", "LF", true, true, false, ""},
         {"\xEF\xBB\xBF"
          "a\r",

@@ -140,8 +140,8 @@ std::size_t charset_name::unit_bytes() const {
     if (form == unicode_form::ucs4) {
         return 4;
     }
-    const bool two =
-        form == unicode_form::utf16 || form == unicode_form::ucs2 || library == "euc-jp-fix";
+    const bool two = form == unicode_form::utf16 || form == unicode_form::ucs2 ||
+                     library == "euc-jp-fix" || library == "oasys-online";
     return two ? 2 : 1;
 }
 

@@ -1,5 +1,6 @@
 #include "tools/pvzan/convert_text.h"
 
+#include "tools/pvzan/guess.h"
 #include "tools/pvzan/message.h"
 #include "tools/pvzan/parallel_text.h"
 #include "tools/pvzan/source_guess.h"
@@ -13,19 +14,6 @@ namespace tool {
 namespace {
 
 constexpr std::size_t input_bytes = 64 * 1024;
-
-// How much of the text is ASCII, and nothing that may be a set switch of ISO-2022-JP.
-std::size_t plain_ascii(bytes_view text) {
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        constexpr std::uint8_t escape = 0x1B;
-        const bool switches = text[at] == escape &&
-                              (at + 1 == text.size() || text[at + 1] == '$' || text[at + 1] == '(');
-        if (text[at] >= 0x80 || text[at] == 0 || switches) {
-            return at;
-        }
-    }
-    return text.size();
-}
 
 class text_run {
 public:
@@ -106,17 +94,24 @@ private:
         std::memmove(buffer_.data(), buffer_.data() + used, kept_);
     }
 
-    // Text that is ASCII is the same in all charsets that are guessed, but for UTF-16, whose ASCII
-    // has NUL bytes. What comes then is looked at in a full buffer, so that the guess does not hang
-    // on how the input arrives.
+    // Text that is ASCII is the same in all charsets that are guessed, but for UTF-16 and UTF-32,
+    // whose ASCII has NUL bytes; where these are named, nothing is taken for ASCII. What comes then
+    // is looked at in a full buffer, so that the guess does not hang on how the input arrives.
     bool pass_ascii(text_stream& text) {
+        const bool wide =
+            std::ranges::any_of(conversion_.candidates, [](const std::string& candidate) {
+                return resolve_charset(candidate).unit_bytes() > 1;
+            });
+        if (wide) {
+            return fill(buffer_.size()) && change_source(text);
+        }
         for (;;) {
             const std::size_t plain = plain_ascii(filled());
             if (plain < kept_) {
-                // What is before a NUL may be the first half of a character.
+                // Before a NUL there may be UTF-16 that looks like ASCII: あ is "B0".
+                constexpr std::size_t looked_at = 8192;
                 const std::size_t sure =
-                    buffer_[plain] == 0 ? behind_last_break(filled().first(plain), result_.from)
-                                        : plain;
+                    buffer_[plain] == 0 ? plain / looked_at * looked_at : plain;
                 if (sure > 0) {
                     drop(text.feed(filled().first(sure)));
                 }

@@ -391,7 +391,33 @@ void decide(charset_guess& guess, std::vector<reading>& readings, bytes_view tex
     }
 }
 
+// Other controls than text has, too many of them, make it binary; not in the ASCII it begins with,
+// which is no matter of charsets.
+bool has_many_controls(const reading& r, bytes_view text) {
+    constexpr std::size_t characters_for_a_control = 20;
+    std::u32string_view judged = r.text;
+    if (r.charset.unit_bytes() == 1) {
+        judged.remove_prefix(std::min(plain_ascii(text), judged.size()));
+    }
+    const auto controls = std::ranges::count_if(judged, [](char32_t c) {
+        return kind_of(c) == kind::control && c != U'\x1b' && c != '\f' && c != '\b';
+    });
+    return static_cast<std::size_t>(controls) * characters_for_a_control > judged.size();
+}
+
 } // namespace
+
+std::size_t plain_ascii(bytes_view text) {
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        constexpr std::uint8_t escape = 0x1B;
+        const bool switches = text[at] == escape &&
+                              (at + 1 == text.size() || text[at + 1] == '$' || text[at + 1] == '(');
+        if (text[at] >= 0x80 || text[at] == 0 || switches) {
+            return at;
+        }
+    }
+    return text.size();
+}
 
 charset_guess guess_charset(bytes_view text, bool whole, const std::vector<std::string>& names) {
     charset_guess guess;
@@ -416,6 +442,15 @@ charset_guess guess_charset(bytes_view text, bool whole, const std::vector<std::
             return guess;
         }
     }
+    const bool wide = std::ranges::any_of(
+        candidates, [](const charset_name& charset) { return charset.unit_bytes() > 1; });
+    if (!wide && !candidates.empty() && plain_ascii(text) == text.size()) {
+        guess.known = guess.sure = true;
+        guess.charset = candidates.front();
+        guess.breaks = breaks_of(std::u32string(text.begin(), text.end()));
+        guess.candidates = {{guess.charset, 1.0}};
+        return guess;
+    }
     std::vector<reading> readings;
     for (charset_name& candidate : candidates) {
         readings.push_back(read_as(std::move(candidate), text, whole));
@@ -423,13 +458,9 @@ charset_guess guess_charset(bytes_view text, bool whole, const std::vector<std::
     }
     decide(guess, readings, text, whole);
     const reading& best = readings.front();
-    const auto controls = std::ranges::count_if(best.text, [](char32_t c) {
-        return kind_of(c) == kind::control && c != U'\x1b' && c != '\f' && c != '\b';
-    });
-    constexpr std::size_t characters_for_a_control = 20;
     const bool zeros = std::ranges::find(text, std::uint8_t{0}) != text.end();
     if ((zeros && !guess.known) || best.text.find(U'\0') != best.text.npos ||
-        static_cast<std::size_t>(controls) * characters_for_a_control > best.text.size()) {
+        has_many_controls(best, text)) {
         guess.known = guess.sure = false;
         guess.binary = true;
     }

@@ -26,6 +26,10 @@ struct charset_guess {
     std::string reason; // "needs 87 40 ①, not in Shift_JIS", "EUC-JP fits too"; or empty
 };
 
+// How much of the text is ASCII, and nothing that may be a set switch of ISO-2022-JP: so much is
+// the same in all charsets that are guessed but UTF-16 and UTF-32, and tells nothing.
+std::size_t plain_ascii(bytes_view text);
+
 // The start of a text, or the whole of it. No names: UTF-8, UTF-16 and UTF-32 (without a mark only
 // where zero bytes speak for them), ISO-2022-JP, Windows-31J, EUC-JP, their 2004 relatives, and
 // ISO-8859-1, of which one is never sure.

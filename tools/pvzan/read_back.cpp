@@ -8,16 +8,11 @@ namespace {
 
 constexpr std::size_t least_room = 4096;
 
-std::string scalars(bytes_view text) {
-    return {reinterpret_cast<const char*>(text.data()), text.size()};
-}
-
 } // namespace
 
 // A text with set switches can be spelled in many ways, so it is compared as UTF-8.
-read_back::read_back(const charset_name& from, const charset_name& to, const text_options& options)
-    : from_(from), to_(to), compared_(from.is_iso2022() ? resolve_charset("utf-8") : from),
-      options_(options) {}
+read_back::read_back(const charset_name& from, const charset_name& to)
+    : from_(from), to_(to), compared_(from.is_iso2022() ? resolve_charset("utf-8") : from) {}
 
 bool read_back::begin(way& w, const charset_name& source, const charset_name& target) {
     pvzan_target_options there{};
@@ -57,22 +52,6 @@ bool read_back::convert(way& w, bytes_view text) {
     }
 }
 
-// Line breaks that were asked for are no difference.
-bool read_back::same(bytes_view a, bytes_view b) const {
-    if (std::ranges::equal(a, b)) {
-        return true;
-    }
-    if (options_.breaks == line_breaks::keep || compared_.unit_bytes() > 1) {
-        return false;
-    }
-    const auto without_breaks = [](bytes_view text) {
-        std::string rest = scalars(text);
-        std::erase_if(rest, [](char c) { return c == '\r' || c == '\n'; });
-        return rest;
-    };
-    return without_breaks(a) == without_breaks(b);
-}
-
 bool read_back::comes_back(bytes_view output, std::uint32_t output_set, bytes_view text,
                            std::uint32_t text_set) {
     const auto result = [](const way& w) {
@@ -83,10 +62,10 @@ bool read_back::comes_back(bytes_view output, std::uint32_t output_set, bytes_vi
         return false;
     }
     if (!from_.is_iso2022()) {
-        return same(result(back_), text);
+        return std::ranges::equal(result(back_), text);
     }
     plain_.session->srcShiftSet = text_set != 0 ? text_set : first_plain_set_;
-    return convert(plain_, text) && same(result(back_), result(plain_));
+    return convert(plain_, text) && std::ranges::equal(result(back_), result(plain_));
 }
 
 std::vector<std::uint8_t> read_back::other_than(bytes_view spelled) {
@@ -100,7 +79,7 @@ std::vector<std::uint8_t> read_back::other_than(bytes_view spelled) {
     const bool reads = convert(again_, code);
     const auto came =
         bytes_view(again_.out).first(static_cast<std::size_t>(again_.session->outPos));
-    if (reads && same(came, spelled)) {
+    if (reads && std::ranges::equal(came, spelled)) {
         return {};
     }
     return reads && !came.empty() ? std::vector<std::uint8_t>(came.begin(), came.end())

@@ -1,7 +1,6 @@
 // Converts output back, to prove that nothing is lost.
 #pragma once
 
-#include "tools/pvzan/text_options.h"
 #include "tools/pvzan/unicode_text.h"
 
 #include "pvzan.h"
@@ -14,7 +13,7 @@ namespace tool {
 
 class read_back {
 public:
-    read_back(const charset_name& from, const charset_name& to, const text_options& options);
+    read_back(const charset_name& from, const charset_name& to);
 
     bool open();
 
@@ -34,14 +33,12 @@ private:
         std::vector<std::uint8_t> out;
     };
     bool convert(way& w, bytes_view text);
-    [[nodiscard]] bool same(bytes_view a, bytes_view b) const;
     bool begin(way& w, const charset_name& source, const charset_name& target);
 
     charset_name from_, to_;
     charset_name compared_; // what both are compared in: the source, unless it has set switches
-    text_options options_;
-    way back_;  // of output
-    way plain_; // of text, where it is compared as UTF-8
+    way back_;              // of output
+    way plain_;             // of text, where it is compared as UTF-8
     std::uint32_t first_set_ = 0, first_plain_set_ = 0;
     way there_, again_;
 };

@@ -9,7 +9,7 @@ namespace tool {
 
 namespace {
 
-// So much well-formed UTF-8 is nothing else, and not worth another reading.
+// So much well-formed UTF-8 without controls is nothing else, and not worth another reading.
 bool is_plainly_utf8(bytes_view head) {
     constexpr std::ptrdiff_t enough = 64;
     const charset_name utf8 = resolve_charset("utf-8");
@@ -17,9 +17,12 @@ bool is_plainly_utf8(bytes_view head) {
     if (!rest.empty() && read_sequence(rest, utf8).kind != unicode_sequence::cut) {
         return false;
     }
-    constexpr std::uint8_t escape = 0x1B;
+    const auto is_control = [](std::uint8_t b) {
+        const bool space = b == '\t' || b == '\n' || b == '\r';
+        return (b < 0x20 && !space) || b == 0x7F || b == 0xC2; // C2 80 to C2 9F are controls, too
+    };
     return std::ranges::count_if(head, [](std::uint8_t b) { return b >= 0x80; }) >= enough &&
-           std::ranges::none_of(head, [](std::uint8_t b) { return b == 0 || b == escape; });
+           std::ranges::none_of(head, is_control);
 }
 
 } // namespace

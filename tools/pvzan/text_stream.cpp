@@ -52,15 +52,11 @@ text_stream::text_stream(charset_name from, charset_name to, text_sinks sinks, t
     : from_(std::move(from)), to_(std::move(to)), sinks_(std::move(sinks)), options_(options),
       by_utf8_(goes_by_utf8(from_, to_)), reader_(from_, to_),
       session_(std::make_unique<pvzan_session>()), saved_(std::make_unique<pvzan_session>()),
-      out_(least_output) {}
+      breaks_(options_.breaks, to_), out_(least_output) {}
 
 bool text_stream::open() {
-    constexpr std::array<std::uint32_t, 4> kinds = {0, PVZAN_NEWLINE_LF, PVZAN_NEWLINE_CRLF,
-                                                    PVZAN_NEWLINE_CR};
     pvzan_target_options target{};
     target.dstBigEndian = to_.big_endian ? 1 : 0;
-    target.convertNewline = options_.breaks == line_breaks::keep ? 0 : 1;
-    target.newlineMode = kinds[static_cast<std::size_t>(options_.breaks)];
     const bool marked = options_.mark == mark_rule::usual && to_.marked;
     target.dstWriteBom = to_.is_unicode() && (marked || options_.mark == mark_rule::add) ? 1 : 0;
     if (cconvInitConvert(session_.get(), &target, to_.library.c_str()) != PVZAN_DONE) {
@@ -79,7 +75,7 @@ bool text_stream::change_source(charset_name from) {
     started_ = place_.offset > 0;
     reader_ = character_reader(from_, to_);
     if (options_.read_back) {
-        back_.emplace(from_, to_, options_);
+        back_.emplace(from_, to_);
     }
     pvzan_source_options source{};
     source.srcBigEndian = from_.big_endian ? 1 : 0;
@@ -167,7 +163,7 @@ std::size_t text_stream::skip_mark(bytes_view text) {
             session_->target.dstWriteBom = 1;
         }
         if (back_) {
-            back_.emplace(from_, to_, options_);
+            back_.emplace(from_, to_);
             back_->open();
         }
     }
@@ -201,7 +197,7 @@ void text_stream::deliver() {
     const auto length = static_cast<std::size_t>(session_->outPos);
     session_->outPos = 0;
     if (length > 0 && !failed_) {
-        sinks_.output(bytes_view(out_).first(length));
+        sinks_.output(breaks_(bytes_view(out_).first(length)));
     }
 }
 

@@ -5,6 +5,7 @@
 // character: that is where problems are met and told.
 #pragma once
 
+#include "tools/pvzan/break_writer.h"
 #include "tools/pvzan/character_reader.h"
 #include "tools/pvzan/line_excerpt.h"
 #include "tools/pvzan/one_way.h"
@@ -123,6 +124,7 @@ private:
     one_way_characters one_way_;
     std::optional<read_back> back_;
     std::unique_ptr<pvzan_session> session_, saved_;
+    break_writer breaks_;
     std::vector<std::uint8_t> out_; // all output of one piece, so that it can be taken back
     text_place place_;
     line_excerpt line_;
