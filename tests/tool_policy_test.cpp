@@ -57,7 +57,7 @@ std::string random_records(std::mt19937& random, std::size_t length) {
     while (text.size() < length) {
         text += random() % 2 == 0 ? parts[random() % parts.size()] : static_cast<char>(random());
     }
-    return text + "\x1B(B.";
+    return text;
 }
 
 std::string only(std::string_view text, std::string_view wanted) {

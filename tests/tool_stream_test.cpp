@@ -183,6 +183,18 @@ const std::vector<stream_case> cases = {
       {invalid, 2, 6, 9, "\xFF"},
       {incomplete, 3, 1, 11, "\x82"}}},
     {"chinesegbk", "utf-8", "\x80\xFF\x41", "\xE2\x82\xAC", {{invalid, 1, 2, 1, "\xFF"}}},
+    // Of a code of four bytes, the ASCII in it is looked at anew, also where the text ends.
+    {"gb18030",
+     "utf-8",
+     "a\x81\n\x81\x30\x81\n\x84\x31\xA5\x30\n\x81\x30\x81\x30\x81\x30\x81",
+     "a",
+     {{invalid, 1, 2, 1, "\x81\n"},
+      {invalid, 2, 1, 3, "\x81\x30\x81\n"},
+      {invalid, 2, 3, 5, "\x81\n"},
+      {invalid, 3, 1, 7, "\x84\x31\xA5\x30"},
+      {invalid, 3, 3, 9, "\xA5\x30\n"},
+      {incomplete, 4, 2, 16, "\x81\x30\x81"},
+      {incomplete, 4, 4, 18, "\x81"}}},
     // EUC codes without a character, which the library would hand on where the sets are the same.
     {"euc-jp",
      "shift_jis",

@@ -47,6 +47,21 @@ fault why_ill_formed(std::uint8_t lead, const unicode_sequence& sequence, unicod
     return surrogate ? fault::half_pair : fault::no_character;
 }
 
+// Which of the bytes is the first that no code of four bytes in GB 18030 has there, 0: none. The
+// library tells only when it has seen all four.
+std::size_t unfit_byte(bytes_view text, const charset_name& charset) {
+    const std::size_t length =
+        charset.library == "gb18030" ? std::min(text.size(), longest_code) : 0;
+    for (std::size_t i = 1; i < length; ++i) {
+        const bool fits =
+            i % 2 == 1 ? text[i] >= '0' && text[i] <= '9' : text[i] >= 0x81 && text[i] <= 0xFE;
+        if (!fits) {
+            return i;
+        }
+    }
+    return 0;
+}
+
 } // namespace
 
 character_reader::character_reader(charset_name from, charset_name to)
@@ -114,7 +129,7 @@ bool character_reader::is_one_character(bytes_view text) {
 text_character character_reader::read_unicode(bytes_view text) {
     const unicode_sequence first = read_sequence(text, from_);
     switch (first.kind) {
-    case unicode_sequence::cut: return {.kind = kind::cut, .bytes = text.size()};
+    case unicode_sequence::cut: return cut(text);
     case unicode_sequence::ill_formed:
         return {.kind = kind::invalid,
                 .bytes = first.bytes,
@@ -193,6 +208,13 @@ std::size_t character_reader::step_over(bytes_view text, std::size_t taken) cons
     return std::max<std::size_t>(taken, 1);
 }
 
+// An escape sequence that is cut off is one byte of ESC, and text.
+text_character character_reader::cut(bytes_view text) const {
+    return {.kind = kind::cut,
+            .bytes = from_.is_iso2022() ? 1 : step_over(text, text.size()),
+            .blamed = text.size()};
+}
+
 // What is wrong with bytes that the library refused when it had been given that many.
 text_character character_reader::judge(bytes_view text, std::size_t given, std::size_t taken) {
     text_character character = {
@@ -222,7 +244,7 @@ text_character character_reader::read_code(bytes_view text) {
     // The library forgets the plane behind the first code.
     if (plane2_ && text[0] != escape && !is_single_among_pairs(text[0])) {
         if (text.size() < 2) {
-            return {.kind = kind::cut, .bytes = text.size()};
+            return cut(text);
         }
         std::ranges::copy(plane2_escape, respelled_.begin());
         std::ranges::copy(text.first(2), respelled_.begin() + plane2_escape.size());
@@ -238,6 +260,13 @@ text_character character_reader::read_code(bytes_view text) {
     }
     const auto taken = static_cast<std::size_t>(session_->inPos);
     const std::size_t bytes = respelled ? 2 : taken;
+    const std::size_t unfit = unfit_byte(text, from_);
+    if (unfit > 0 && unfit < end && (status == PVZAN_INPUT_INCOMPLETE || end > 2)) {
+        return {.kind = kind::invalid,
+                .bytes = step_over(text, unfit),
+                .blamed = unfit + 1,
+                .why = fault::cannot_follow};
+    }
     switch (status) {
     case PVZAN_DONE: break;
     case PVZAN_INPUT_INCOMPLETE: {
@@ -245,7 +274,7 @@ text_character character_reader::read_code(bytes_view text) {
             return judge(text, 1, 1);
         }
         if (end == given.size() && end < longest_code) {
-            return {.kind = kind::cut, .bytes = text.size()};
+            return cut(text);
         }
         const bool escapes = text[0] == escape;
         return {.kind = kind::invalid,

@@ -32,7 +32,7 @@ struct text_character {
     enum kind_type {
         whole,
         silent, // an escape sequence: no character
-        cut,    // the text ends inside a character
+        cut,    // the text ends inside a character; blamed: its bytes
         invalid
     } kind;
     std::size_t bytes;       // of the text, to be stepped over
@@ -96,6 +96,7 @@ private:
     bool ends_nothing(std::uint8_t byte);
     bool is_pair(std::uint8_t first, std::uint8_t second);
     [[nodiscard]] std::size_t step_over(bytes_view text, std::size_t taken) const;
+    [[nodiscard]] text_character cut(bytes_view text) const;
     text_character judge(bytes_view text, std::size_t given, std::size_t taken);
     std::uint32_t run(bytes_view text, std::size_t end);
     bool converts_clean(bytes_view text);

@@ -87,11 +87,11 @@ std::size_t text_stream::convert_by_character(bytes_view text, std::size_t end, 
             if (!last) {
                 break;
             }
-            report({.kind = problem_kind::incomplete}, rest, rest.size(), rest.size());
-            place_.offset += rest.size();
-            return text.size();
+            report({.kind = problem_kind::incomplete}, rest, character.bytes, character.blamed);
+            step(place_, 0, character.bytes);
+        } else {
+            convert_character(character, rest);
         }
-        convert_character(character, rest);
         at += character.bytes;
     }
     return at;
