@@ -37,7 +37,7 @@ public:
             pump(text);
         }
         result_.failed = result_.failed || text.failed();
-        result_.facts.characters += text.characters();
+        result_.facts.counts = text.counts();
         result_.facts.had_mark = text.had_mark();
         return std::move(result_);
     }

@@ -276,8 +276,8 @@ std::string file_report::check_totals(const text_facts& facts) const {
         const std::uint64_t number = of_kind_[static_cast<std::size_t>(kind)];
         if (number > 0) {
             append(text, fmt::format("{} of {} {} ({})", grouped(number),
-                                     counted(facts.characters, "character", "characters"), what,
-                                     most_frequent(counts)));
+                                     counted(facts.counts.characters, "character", "characters"),
+                                     what, most_frequent(counts)));
         }
     };
     part(lacking_, problem_kind::unrepresentable, "cannot be written");
@@ -330,11 +330,13 @@ void file_report::tell_summary_json(const text_facts& facts, bool failed) {
     }
     emit(fmt::format(
         "{{\"file\":{},\"kind\":\"summary\",\"from\":{},\"to\":{},\"bytes_in\":{},\"bytes_out\":{},"
-        "\"chars\":{},\"invalid\":{},\"unrepresentable\":{},\"not_round_trip\":{},"
+        "\"chars\":{},\"private_use\":{},\"invalid\":{},\"unrepresentable\":{},\"not_round_trip\":{"
+        "},"
         "\"look_alikes\":{},\"by_char\":{},\"failed\":{}}}",
         json_string(file_), json_string(from_.shown), json_string(to_.shown), facts.bytes_in,
-        facts.bytes_out, facts.characters, of_kind_[0] + of_kind_[2], of_kind_[1], of_kind_[3],
-        json_counts(look_alikes_), json_counts(by_character), failed ? "true" : "false"));
+        facts.bytes_out, facts.counts.characters, facts.counts.private_use,
+        of_kind_[0] + of_kind_[2], of_kind_[1], of_kind_[3], json_counts(look_alikes_),
+        json_counts(by_character), failed ? "true" : "false"));
 }
 
 void file_report::finish(const text_facts& facts, bool failed, std::string_view lost) {
@@ -365,15 +367,17 @@ void file_report::tell_totals(const text_facts& facts, bool failed, std::string_
         const auto with_breaks = [](const std::string& charset, std::string_view breaks) {
             return breaks.empty() ? charset : fmt::format("{}, {}", charset, breaks);
         };
+        const std::uint64_t own = facts.counts.private_use;
         emit(fmt::format(
-            "{}: {} -> {}  ({}, {}, nothing lost)", name,
-            with_breaks(printable(from_.shown), facts.breaks),
+            "{}: {} -> {}  ({}, {}, {})", name, with_breaks(printable(from_.shown), facts.breaks),
             with_breaks(printable(to_.shown),
                         keeps || facts.breaks.empty()
                             ? facts.breaks
                             : std::string(asked[static_cast<std::size_t>(options_.breaks)])),
             counted(facts.bytes_in, "byte", "bytes"),
-            counted(facts.characters, "character", "characters")));
+            counted(facts.counts.characters, "character", "characters"),
+            own > 0 ? counted(own, "character", "characters") + " of private use"
+                    : std::string("nothing lost")));
     }
 }
 

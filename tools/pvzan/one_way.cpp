@@ -89,17 +89,25 @@ std::string through(pvzan_session& session, std::string_view bytes) {
 } // namespace
 
 void one_way_characters::open(const charset_name& to) {
-    comes_back_.clear();
-    patterns_ = {};
-    if (to.is_unicode() || !(to.is_japanese() || to.library == "gb18030")) {
-        return;
+    if (!to.is_unicode() && (to.is_japanese() || to.library == "gb18030")) {
+        ask(to, candidates(to));
     }
+}
+
+void one_way_characters::open_ascii(const charset_name& to) {
+    constexpr std::array<char32_t, 2> in_jis_x0201 = {U'\\', U'~'};
+    if (to.is_japanese()) {
+        ask(to, in_jis_x0201);
+    }
+}
+
+void one_way_characters::ask(const charset_name& to, std::span<const char32_t> list) {
     const auto there = std::make_unique<pvzan_session>(), back = std::make_unique<pvzan_session>();
     pvzan_target_options target{};
     target.dstBigEndian = 1;
     pvzan_source_options source{};
     source.srcBigEndian = 1;
-    for (const char32_t scalar : candidates(to)) {
+    for (const char32_t scalar : list) {
         const std::string text = utf8_of(scalar);
         if (cconvInitConvert(there.get(), &target, to.library.c_str()) != PVZAN_DONE ||
             cconvChgCharset(there.get(), &source, "utf-8") != PVZAN_DONE ||

@@ -7,14 +7,17 @@
 
 #include <array>
 #include <map>
+#include <span>
 #include <string>
 
 namespace tool {
 
 class one_way_characters {
 public:
-    // Asks the library, once for a target; Unicode has none of them.
+    // Ask the library, once for a target; Unicode has none of them. It takes the target's tables,
+    // which ASCII without the two that may be a yen sign and an overline there does not need.
     void open(const charset_name& to);
+    void open_ascii(const charset_name& to);
 
     // Whether one may be in Unicode text; fast, and right when it says no.
     [[nodiscard]] bool may_be_in(bytes_view text, const charset_name& form) const;
@@ -22,6 +25,8 @@ public:
     [[nodiscard]] char32_t comes_back(char32_t scalar) const;
 
 private:
+    void ask(const charset_name& to, std::span<const char32_t> list);
+
     std::map<char32_t, char32_t> comes_back_;
     byte_patterns patterns_; // in UTF-8, two or three bytes
 };

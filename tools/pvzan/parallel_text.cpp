@@ -60,7 +60,7 @@ parallel_text::part_result parallel_text::convert(const block& text, const strea
     stream.finish_part(rest);
     result.end = stream.state();
     result.place = stream.place();
-    result.characters = stream.characters();
+    result.counts = stream.counts();
     result.failed = stream.failed();
     return result;
 }
@@ -118,7 +118,7 @@ void parallel_text::deliver(part& p) {
     place_ = {place_.line + result.place.line - 1, result.place.column,
               place_.offset + result.place.offset, result.place.behind_cr};
     at_ = result.end;
-    characters_ += result.characters;
+    counts_ += result.counts;
     failed_ = failed_ || result.failed;
     spare_.push_back(std::move(p.text));
     spare_.push_back(std::move(result.output));
@@ -145,7 +145,7 @@ std::vector<std::uint8_t> parallel_text::run(std::vector<std::uint8_t> begun) {
     for (part& p : running_) {
         deliver(p);
     }
-    text_.go_on(at_, place_, characters_, written_, failed_);
+    text_.go_on(at_, place_, counts_, written_, failed_);
     return begun;
 }
 

@@ -49,7 +49,7 @@ private:
         std::vector<char32_t> look_alikes;
         stream_state end;
         text_place place;
-        std::uint64_t characters = 0;
+        text_counts counts;
         bool failed = false;
     };
     struct part {
@@ -71,7 +71,7 @@ private:
     std::vector<block> spare_; // memory that the system need not give and clear again
     stream_state at_;
     text_place place_;
-    std::uint64_t characters_ = 0;
+    text_counts counts_;
     bool written_ = false, failed_, refused_ = false;
 };
 

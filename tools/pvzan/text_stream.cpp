@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <utility>
 
 namespace tool {
@@ -23,6 +24,10 @@ charset_name utf8_name() {
 // does all that becomes ISO-2022-JP, where ASCII would be left under JIS X 0201.
 bool goes_by_utf8(const charset_name& from, const charset_name& to) {
     return !from.is_unicode() && !to.is_unicode() && (to.is_iso2022() || !from.is_japanese());
+}
+
+bool has_byte(bytes_view text, char byte) {
+    return std::memchr(text.data(), byte, text.size()) != nullptr;
 }
 
 bool has_high_byte(bytes_view text) {
@@ -47,6 +52,12 @@ std::size_t last_sequence(bytes_view text, const charset_name& charset) {
 }
 
 } // namespace
+
+text_counts& text_counts::operator+=(const text_counts& more) {
+    characters += more.characters;
+    private_use += more.private_use;
+    return *this;
+}
 
 text_stream::text_stream(charset_name from, charset_name to, text_sinks sinks, text_options options)
     : from_(std::move(from)), to_(std::move(to)), sinks_(std::move(sinks)), options_(options),
@@ -107,10 +118,10 @@ stream_state text_stream::state() const {
 }
 
 void text_stream::go_on(const stream_state& state, const text_place& place,
-                        std::uint64_t characters, bool written, bool failed) {
+                        const text_counts& counts, bool written, bool failed) {
     begin_inside(state);
     place_ = place;
-    characters_ += characters;
+    counts_ += counts;
     session_->outCount += written ? 1 : 0; // there is something to close
     failed_ = failed;
 }
@@ -258,11 +269,18 @@ std::uint32_t text_stream::run(bytes_view text, std::size_t end) {
     }
 }
 
-// Asked as late as can be: it takes the target's tables, which ASCII does not need.
-void text_stream::know_one_way() {
-    if (!one_way_known_ && (by_utf8_ || from_.is_unicode())) {
+// Asked as late as can be: before a text with characters beyond ASCII, or with the odd ones in it.
+void text_stream::know_one_way(bool high, bool ascii) {
+    if (!by_utf8_ && !from_.is_unicode()) {
+        return;
+    }
+    if (high && !one_way_known_) {
         one_way_known_ = true;
         one_way_.open(to_);
+    }
+    if (ascii && !one_way_ascii_known_) {
+        one_way_ascii_known_ = true;
+        one_way_.open_ascii(to_);
     }
 }
 
@@ -271,10 +289,10 @@ bool text_stream::is_clean(bytes_view text, const charset_name& form) {
     if (to_.is_unicode() || !form.is_unicode()) {
         return true;
     }
-    if (form.unit_bytes() > 1 || has_high_byte(text)) {
-        know_one_way();
-    }
-    return !one_way_known_ || !one_way_.may_be_in(text, form);
+    const bool wide = form.unit_bytes() > 1;
+    know_one_way(wide || has_high_byte(text),
+                 one_way_ascii_known_ || wide || has_byte(text, '\\') || has_byte(text, '~'));
+    return !one_way_.may_be_in(text, form);
 }
 
 // Converts the piece as a whole. False, and nothing has happened, when something in it must be
@@ -287,7 +305,7 @@ bool text_stream::convert_fast(bytes_view text, bool last, std::size_t& used) {
     }
     *saved_ = s;
     std::size_t tail = 0;
-    const std::uint64_t counted = characters_;
+    const text_counts counted = counts_;
     bool right =
         by_utf8_ ? convert_by_utf8(text, last, used, tail) : convert_whole(text, last, used, tail);
     // ISO-2022-JP-2004: behind a code of JIS X 0213 the library does not go back to the set before.
@@ -303,11 +321,18 @@ bool text_stream::convert_fast(bytes_view text, bool last, std::size_t& used) {
     if (!right) {
         s = *saved_;
         reader_.set_state(before);
-        characters_ = counted;
+        counts_ = counted;
         return false;
     }
     pass(place_, text.first(used), from_, tail);
     return true;
+}
+
+void text_stream::count_characters(bytes_view unicode, const charset_name& form) {
+    if (options_.count) {
+        counts_.characters += count_sequences(unicode, form);
+        counts_.private_use += count_private_use(unicode, form);
+    }
 }
 
 // By the library in one go. A stop behind the last line break gives the count of characters that
@@ -335,9 +360,13 @@ bool text_stream::convert_whole(bytes_view text, bool last, std::size_t& used, s
     }
     tail =
         from_.is_unicode() ? count_sequences(text.subspan(line_start), from_) : s.inCount - count;
-    if (options_.count) {
-        characters_ +=
-            from_.is_unicode() ? count_sequences(text, from_) : s.inCount - saved_->inCount;
+    if (from_.is_unicode()) {
+        count_characters(text, from_);
+    } else if (to_.is_unicode()) {
+        const auto begin = static_cast<std::size_t>(saved_->outPos);
+        count_characters(bytes_view(out_).subspan(begin, static_cast<std::size_t>(s.outPos) - begin), to_);
+    } else {
+        counts_.characters += s.inCount - saved_->inCount;
     }
     return true;
 }
@@ -355,7 +384,7 @@ bool text_stream::convert_by_utf8(bytes_view text, bool last, std::size_t& used,
         return false;
     }
     tail = count_sequences(utf8.subspan(behind_last_break(utf8, form)), form);
-    characters_ += options_.count ? count_sequences(utf8, form) : 0;
+    count_characters(utf8, form);
     return true;
 }
 

@@ -44,6 +44,14 @@ struct text_sinks {
     std::function<void(char32_t)> look_alikes = {};
 };
 
+// What came through, when counts are wanted.
+struct text_counts {
+    std::uint64_t characters = 0;
+    std::uint64_t private_use = 0; // characters that mean what two parties have agreed upon
+
+    text_counts& operator+=(const text_counts& more);
+};
+
 // How a part of a text leaves the reading and the writing to the next one.
 struct stream_state {
     source_state source;
@@ -74,7 +82,7 @@ public:
     [[nodiscard]] stream_state state() const;
     [[nodiscard]] const charset_name& source() const { return from_; }
     // Goes on behind parts that others have converted.
-    void go_on(const stream_state& state, const text_place& place, std::uint64_t characters,
+    void go_on(const stream_state& state, const text_place& place, const text_counts& counts,
                bool written, bool failed);
 
     // Converts what it can of the text, and returns how much that was: the rest is to be given
@@ -88,7 +96,7 @@ public:
     // The output ends early: because of the policy, or of too many problems.
     [[nodiscard]] bool failed() const { return failed_; }
     [[nodiscard]] const text_place& place() const { return place_; }
-    [[nodiscard]] std::uint64_t characters() const { return characters_; }
+    [[nodiscard]] const text_counts& counts() const { return counts_; }
     [[nodiscard]] bool had_mark() const { return had_mark_; }
 
 private:
@@ -96,9 +104,10 @@ private:
     [[nodiscard]] source_state source_now() const;
     std::size_t skip_mark(bytes_view text);
     [[nodiscard]] std::size_t whole_piece(bytes_view text) const;
-    void know_one_way();
+    void know_one_way(bool high, bool ascii);
     bool is_clean(bytes_view text, const charset_name& form);
     bool convert_fast(bytes_view text, bool last, std::size_t& used);
+    void count_characters(bytes_view unicode, const charset_name& form);
     bool convert_whole(bytes_view text, bool last, std::size_t& used, std::size_t& tail);
     bool convert_by_utf8(bytes_view text, bool last, std::size_t& used, std::size_t& tail);
     std::size_t convert_by_line(bytes_view text, bool last);
@@ -129,8 +138,9 @@ private:
     text_place place_;
     line_excerpt line_;
     char32_t substitute_ = 0;
-    std::uint64_t characters_ = 0, problems_ = 0;
-    bool one_way_known_ = false;
+    text_counts counts_;
+    std::uint64_t problems_ = 0;
+    bool one_way_known_ = false, one_way_ascii_known_ = false;
     bool started_ = false, had_mark_ = false;
     bool failed_ = false; // there is no more output
 };

@@ -163,11 +163,12 @@ void text_stream::convert_character(const text_character& character, bytes_view 
                 .mark = character.mark},
                text, character.bytes, character.bytes);
     }
-    ++characters_;
+    ++counts_.characters;
+    counts_.private_use += is_private_use(character.scalar) ? 1U : 0U;
     step(place_, character.scalar, character.bytes);
     if (from_.is_unicode() && character.mark != 0) {
         step(place_, character.mark, 0);
-        ++characters_;
+        ++counts_.characters;
     }
     if (options_.excerpts) {
         line_.add(character.scalar);
@@ -180,9 +181,7 @@ bool text_stream::convert_known(const text_character& character, bytes_view text
         return false;
     }
     const bool has_switches = from_.is_iso2022();
-    if (character.scalar >= 0x80) {
-        know_one_way();
-    }
+    know_one_way(character.scalar >= 0x80, character.scalar == '\\' || character.scalar == '~');
     const std::string utf8 =
         utf8_of(character.scalar) + (character.mark != 0 ? utf8_of(character.mark) : "");
     const bytes_view as_utf8(reinterpret_cast<const std::uint8_t*>(utf8.data()), utf8.size());

@@ -204,6 +204,26 @@ std::size_t count_sequences(bytes_view text, const charset_name& charset) {
     return count;
 }
 
+bool is_private_use(char32_t scalar) {
+    return (scalar >= 0xE000 && scalar <= 0xF8FF) || scalar >= 0xF0000;
+}
+
+std::size_t count_private_use(bytes_view text, const charset_name& charset) {
+    constexpr std::uint8_t first_lead = 0xEE; // in UTF-8
+    const bool utf8 = charset.form == unicode_form::utf8;
+    std::size_t count = 0;
+    for (std::size_t at = 0; at < text.size();) {
+        if (utf8 && text[at] < first_lead) {
+            ++at;
+            continue;
+        }
+        const unicode_sequence next = read_sequence(text.subspan(at), charset);
+        count += is_private_use(next.scalar) ? 1U : 0U;
+        at += next.bytes;
+    }
+    return count;
+}
+
 std::string utf8_of(char32_t scalar) {
     const auto byte = [](char32_t value) { return static_cast<char>(value); };
     if (scalar < 0x80) {

@@ -27,6 +27,11 @@ std::size_t well_formed_length(bytes_view text, const charset_name& charset);
 // Sequences in well-formed text.
 std::size_t count_sequences(bytes_view text, const charset_name& charset);
 
+// Whether nobody but those who exchange the text say what the character is; and how many such are
+// in well-formed text.
+bool is_private_use(char32_t scalar);
+std::size_t count_private_use(bytes_view text, const charset_name& charset);
+
 // A character in UTF-8.
 std::string utf8_of(char32_t scalar);
 
