@@ -13,6 +13,7 @@ import subprocess
 import sys
 import tempfile
 import time
+import unicodedata
 import unittest
 
 TOOL = os.path.abspath(sys.argv.pop(1))
@@ -218,6 +219,21 @@ class Filter(Room):
             self.assertEqual(len(ends), 1 + at_once, arguments)
             for end in ends:
                 os.close(end)
+    def test_letters_and_marks_are_what_unicode_says(self):
+        """Where a target has a character but not its marks, it gets the character: the same that Unicode's own tables
+        compose."""
+        characters = [c for c in map(chr, range(0xA0, 0x3400)) if unicodedata.normalize("NFC", c) == c]
+        for target in ("cp932", "euc-jp", "iso-2022-jp", "shift_jis-2004", "iso-8859-1", "gbk", "big5", "euc-kr"):
+            there = run(["-f", "utf-8", "-t", target, "-e", "hex"], self.dir, input="\n".join(characters).encode()).stdout
+            back = run(["-f", target], self.dir, input=there).stdout.decode().split("\n")
+            held = "\n".join(c for c, b in zip(characters, back) if c == b)
+            apart = unicodedata.normalize("NFD", held).encode()
+            self.assertNotEqual(apart, held.encode())
+            for verb in ([], ["--read-back"]):
+                done = run(verb + ["-f", "utf-8", "-t", target], self.dir, input=apart)
+                self.assertEqual(done.returncode, 0, done.stderr)
+                again = run(["-f", target], self.dir, input=done.stdout).stdout.decode()
+                self.assertEqual(unicodedata.normalize("NFC", again), held, target)
 
     def test_memory_does_not_grow_with_the_input(self):
         script = "yes '日本語の文章、長い行' | head -c 60000000 | /usr/bin/env python3 -c \"" \

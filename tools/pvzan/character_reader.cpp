@@ -31,12 +31,6 @@ bool reads_leniently(const charset_name& charset) {
     return charset.library.starts_with("euc-") || charset.is_iso2022() || charset.is_jis_x0213();
 }
 
-charset_name utf8_name() {
-    charset_name name;
-    name.form = unicode_form::utf8;
-    return name;
-}
-
 fault why_ill_formed(std::uint8_t lead, const unicode_sequence& sequence, unicode_form form) {
     if (form == unicode_form::utf8) {
         const bool leads = lead >= 0xC2 && lead <= 0xF4;

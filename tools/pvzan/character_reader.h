@@ -38,6 +38,7 @@ struct text_character {
     std::size_t bytes;       // of the text, to be stepped over
     char32_t scalar = 0;     // whole
     char32_t mark = 0;       // whole: what JIS X 0213 has in the same code, or 0
+    std::size_t marks = 0;   // whole: those in the text that the scalar is composed with
     bytes_view spelled = {}; // whole, silent: what to give the library for it
     std::size_t blamed = 0;  // invalid: bytes from the start that cannot be continued
     fault why = fault::none; // invalid

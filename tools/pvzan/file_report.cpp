@@ -286,7 +286,7 @@ std::string file_report::check_totals(const text_facts& facts) const {
 }
 
 // What stands in the output that did not stand in the text.
-std::string file_report::changes() const {
+std::string file_report::changes(const text_facts& facts) const {
     std::string text;
     if (!look_alikes_.empty()) {
         std::uint64_t number = 0;
@@ -295,6 +295,9 @@ std::string file_report::changes() const {
         }
         append(text, fmt::format("{} used ({})", counted(number, "look-alike", "look-alikes"),
                                  most_frequent(look_alikes_)));
+    }
+    if (facts.counts.composed > 0) {
+        append(text, counted(facts.counts.composed, "character", "characters") + " composed");
     }
     const std::uint64_t characters = of_kind_[1] + of_kind_[3];
     const std::uint64_t invalid = of_kind_[0] + of_kind_[2];
@@ -330,11 +333,12 @@ void file_report::tell_summary_json(const text_facts& facts, bool failed) {
     }
     emit(fmt::format(
         "{{\"file\":{},\"kind\":\"summary\",\"from\":{},\"to\":{},\"bytes_in\":{},\"bytes_out\":{},"
-        "\"chars\":{},\"private_use\":{},\"invalid\":{},\"unrepresentable\":{},\"not_round_trip\":{"
+        "\"chars\":{},\"private_use\":{},\"composed\":{},\"invalid\":{},\"unrepresentable\":{},"
+        "\"not_round_trip\":{"
         "},"
         "\"look_alikes\":{},\"by_char\":{},\"failed\":{}}}",
         json_string(file_), json_string(from_.shown), json_string(to_.shown), facts.bytes_in,
-        facts.bytes_out, facts.counts.characters, facts.counts.private_use,
+        facts.bytes_out, facts.counts.characters, facts.counts.private_use, facts.counts.composed,
         of_kind_[0] + of_kind_[2], of_kind_[1], of_kind_[3], json_counts(look_alikes_),
         json_counts(by_character), failed ? "true" : "false"));
 }
@@ -354,7 +358,7 @@ void file_report::tell_totals(const text_facts& facts, bool failed, std::string_
         emit(fmt::format("{}: {} not shown", name,
                          counted(problems() - shown_, "more problem", "more problems")));
     }
-    const std::string changed = changes();
+    const std::string changed = changes(facts);
     if (checking_ && problems() > 0) {
         emit(fmt::format("{}: {}", name, check_totals(facts)));
     } else if (failed) {

@@ -47,7 +47,7 @@ private:
     [[nodiscard]] std::string why_invalid(const problem& p) const;
     [[nodiscard]] std::string totals() const;
     [[nodiscard]] std::string check_totals(const text_facts& facts) const;
-    [[nodiscard]] std::string changes() const;
+    [[nodiscard]] std::string changes(const text_facts& facts) const;
     [[nodiscard]] bool is_fatal() const {
         return checking_ || options_.on_error == error_policy::stop;
     }

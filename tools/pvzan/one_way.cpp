@@ -118,11 +118,9 @@ void one_way_characters::ask(const charset_name& to, std::span<const char32_t> l
         const std::string code = through(*there, text);
         const std::string again = code.empty() ? std::string() : through(*back, code);
         if (!again.empty() && again != text) {
-            charset_name form;
-            form.form = unicode_form::utf8;
             const bytes_view bytes(reinterpret_cast<const std::uint8_t*>(again.data()),
                                    again.size());
-            comes_back_[scalar] = read_sequence(bytes, form).scalar;
+            comes_back_[scalar] = read_sequence(bytes, utf8_name()).scalar;
             // Many of one kind share their first two bytes.
             const bool many = scalar >= first_half_width && scalar <= last_half_width;
             patterns_.add(many || to.library == "gb18030" ? text.substr(0, 2) : text);

@@ -68,9 +68,7 @@ bool read_back::comes_back(bytes_view output, std::uint32_t output_set, bytes_vi
     return convert(plain_, text) && std::ranges::equal(result(back_), result(plain_));
 }
 
-std::vector<std::uint8_t> read_back::other_than(bytes_view spelled) {
-    const charset_name utf8 = resolve_charset("utf-8");
-    const charset_name& source = from_.is_iso2022() ? utf8 : from_;
+std::vector<std::uint8_t> read_back::other_than(bytes_view spelled, const charset_name& source) {
     if (!begin(there_, source, to_) || !begin(again_, to_, source) || !convert(there_, spelled)) {
         return {};
     }

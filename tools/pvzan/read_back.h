@@ -23,8 +23,8 @@ public:
                     std::uint32_t text_set);
 
     // What one character comes back as; empty where it comes back as itself, or does not go. It is
-    // spelled as in the source, or in UTF-8 where the source has set switches.
-    std::vector<std::uint8_t> other_than(bytes_view spelled);
+    // spelled in a charset without set switches.
+    std::vector<std::uint8_t> other_than(bytes_view spelled, const charset_name& source);
 
 private:
     // One way: its session, and what came out of it last.

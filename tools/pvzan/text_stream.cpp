@@ -13,12 +13,6 @@ namespace {
 
 constexpr std::size_t least_output = 4096; // at first; grows to what a piece becomes
 
-charset_name utf8_name() {
-    charset_name name;
-    name.form = unicode_form::utf8;
-    return name;
-}
-
 // Between charsets of Japan the library hands codes on, and everything stays what it is. Other
 // charsets go by way of UTF-8, where characters that would come back as others are seen, and so
 // does all that becomes ISO-2022-JP, where ASCII would be left under JIS X 0201.
@@ -56,12 +50,13 @@ std::size_t last_sequence(bytes_view text, const charset_name& charset) {
 text_counts& text_counts::operator+=(const text_counts& more) {
     characters += more.characters;
     private_use += more.private_use;
+    composed += more.composed;
     return *this;
 }
 
 text_stream::text_stream(charset_name from, charset_name to, text_sinks sinks, text_options options)
     : from_(std::move(from)), to_(std::move(to)), sinks_(std::move(sinks)), options_(options),
-      by_utf8_(goes_by_utf8(from_, to_)), reader_(from_, to_),
+      by_utf8_(goes_by_utf8(from_, to_)), reader_(from_, to_), composer_(to_),
       session_(std::make_unique<pvzan_session>()), saved_(std::make_unique<pvzan_session>()),
       breaks_(options_.breaks, to_), out_(least_output) {}
 
@@ -193,11 +188,14 @@ std::size_t text_stream::whole_piece(bytes_view text) const {
         const std::size_t at = last_sequence(text.first(end), from_);
         const unicode_sequence last = read_sequence(text.subspan(at, end - at), from_);
         const bool whole = last.kind == unicode_sequence::whole;
-        if (last.kind == unicode_sequence::ill_formed || (whole && last.scalar < 0x80)) {
-            return end; // no letter of a pair
+        const bool composes = whole && !to_.is_unicode();
+        if (last.kind == unicode_sequence::ill_formed ||
+            (whole && last.scalar < 0x80 && !(composes && takes_composing_mark(last.scalar)))) {
+            return end; // no letter that takes a mark
         }
         end = at;
-        if (whole && !is_joining_mark(last.scalar)) {
+        if (whole && !is_joining_mark(last.scalar) &&
+            !(composes && is_composing_mark(last.scalar))) {
             return end;
         }
     }
@@ -364,7 +362,8 @@ bool text_stream::convert_whole(bytes_view text, bool last, std::size_t& used, s
         count_characters(text, from_);
     } else if (to_.is_unicode()) {
         const auto begin = static_cast<std::size_t>(saved_->outPos);
-        count_characters(bytes_view(out_).subspan(begin, static_cast<std::size_t>(s.outPos) - begin), to_);
+        count_characters(
+            bytes_view(out_).subspan(begin, static_cast<std::size_t>(s.outPos) - begin), to_);
     } else {
         counts_.characters += s.inCount - saved_->inCount;
     }

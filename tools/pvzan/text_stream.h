@@ -7,6 +7,7 @@
 
 #include "tools/pvzan/break_writer.h"
 #include "tools/pvzan/character_reader.h"
+#include "tools/pvzan/composition.h"
 #include "tools/pvzan/line_excerpt.h"
 #include "tools/pvzan/one_way.h"
 #include "tools/pvzan/read_back.h"
@@ -48,6 +49,7 @@ struct text_sinks {
 struct text_counts {
     std::uint64_t characters = 0;
     std::uint64_t private_use = 0; // characters that mean what two parties have agreed upon
+    std::uint64_t composed = 0;    // written for a letter and marks
 
     text_counts& operator+=(const text_counts& more);
 };
@@ -112,6 +114,7 @@ private:
     bool convert_by_utf8(bytes_view text, bool last, std::size_t& used, std::size_t& tail);
     std::size_t convert_by_line(bytes_view text, bool last);
     std::size_t convert_by_character(bytes_view text, std::size_t end, bool last);
+    text_character read_character(bytes_view text);
     void convert_character(const text_character& character, bytes_view text);
     bool convert_known(const text_character& character, bytes_view text);
     std::uint32_t run(bytes_view text, std::size_t end);
@@ -131,6 +134,7 @@ private:
     std::string unknown_;
     character_reader reader_;
     one_way_characters one_way_;
+    composer composer_;
     std::optional<read_back> back_;
     std::unique_ptr<pvzan_session> session_, saved_;
     break_writer breaks_;

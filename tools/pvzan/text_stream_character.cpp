@@ -74,6 +74,22 @@ void text_stream::add_excerpt(problem& told, bytes_view behind) {
 
 // ---- Single characters -------------------------------------------------------------------------
 
+// A letter and its marks are one character where the target has nothing else for them.
+text_character text_stream::read_character(bytes_view text) {
+    text_character character = reader_.read(text);
+    if (character.kind == text_character::whole && character.mark == 0 && from_.is_unicode() &&
+        !to_.is_unicode()) {
+        const composed_character composed =
+            composer_.read(character.scalar, text.subspan(character.bytes), from_);
+        if (composed.scalar != 0) {
+            character.scalar = composed.scalar;
+            character.bytes += composed.bytes;
+            character.marks = composed.marks;
+        }
+    }
+    return character;
+}
+
 // Converts the characters that begin before end.
 std::size_t text_stream::convert_by_character(bytes_view text, std::size_t end, bool last) {
     if (!by_utf8_) {
@@ -82,7 +98,7 @@ std::size_t text_stream::convert_by_character(bytes_view text, std::size_t end, 
     std::size_t at = 0;
     while (at < end) {
         const bytes_view rest = text.subspan(at);
-        const text_character character = reader_.read(rest);
+        const text_character character = read_character(rest);
         if (character.kind == text_character::cut) {
             if (!last) {
                 break;
@@ -170,6 +186,11 @@ void text_stream::convert_character(const text_character& character, bytes_view 
         step(place_, character.mark, 0);
         ++counts_.characters;
     }
+    for (std::size_t i = 0; i < character.marks; ++i) {
+        step(place_, character.scalar, 0);
+        ++counts_.characters;
+    }
+    counts_.composed += character.marks > 0 ? 1U : 0U;
     if (options_.excerpts) {
         line_.add(character.scalar);
     }
@@ -180,15 +201,16 @@ bool text_stream::convert_known(const text_character& character, bytes_view text
     if (!is_writable(character)) {
         return false;
     }
-    const bool has_switches = from_.is_iso2022();
     know_one_way(character.scalar >= 0x80, character.scalar == '\\' || character.scalar == '~');
     const std::string utf8 =
         utf8_of(character.scalar) + (character.mark != 0 ? utf8_of(character.mark) : "");
     const bytes_view as_utf8(reinterpret_cast<const std::uint8_t*>(utf8.data()), utf8.size());
+    const bool as_utf8_only = from_.is_iso2022() || character.marks > 0;
     const char32_t again = character.mark == 0 ? one_way_.comes_back(character.scalar) : 0;
     std::vector<std::uint8_t> other;
     if (back_ && (again == 0 || !options_.similar)) {
-        other = back_->other_than(has_switches ? as_utf8 : character.spelled);
+        other = as_utf8_only ? back_->other_than(as_utf8, utf8_name())
+                             : back_->other_than(character.spelled, from_);
     }
     if (!other.empty() || (again != 0 && !options_.similar)) {
         report({.kind = problem_kind::one_way,
@@ -201,6 +223,10 @@ bool text_stream::convert_known(const text_character& character, bytes_view text
     }
     // A yen sign that becomes a backslash is alike to nobody's program.
     const bool becomes_ascii = again != 0 && again < 0x80;
+    if (character.marks > 0) {
+        put_utf8(utf8);
+        return true;
+    }
     if (!becomes_ascii && put(by_utf8_ ? as_utf8 : character.spelled) == PVZAN_DONE) {
         if (again != 0 && sinks_.look_alikes) {
             sinks_.look_alikes(character.scalar);

@@ -169,6 +169,12 @@ unicode_sequence read_unit(bytes_view text, std::size_t width, bool big_endian) 
 
 } // namespace
 
+charset_name utf8_name() {
+    charset_name name;
+    name.form = unicode_form::utf8;
+    return name;
+}
+
 unicode_sequence read_sequence(bytes_view text, const charset_name& charset) {
     switch (charset.form) {
     case unicode_form::utf16: return read_utf16(text, charset.big_endian);

@@ -12,6 +12,9 @@ namespace tool {
 
 using bytes_view = std::span<const std::uint8_t>;
 
+// The form that all texts are looked at in.
+charset_name utf8_name();
+
 struct unicode_sequence {
     enum kind_type { whole, cut, ill_formed } kind; // cut: the text ends inside it
     std::size_t bytes;                              // ill-formed: those that cannot be continued
