@@ -36,6 +36,7 @@ public:
             }
             pump(text);
         }
+        report_.flush();
         result_.failed = result_.failed || text.failed();
         result_.facts.counts = text.counts();
         result_.facts.had_mark = text.had_mark();
@@ -59,8 +60,9 @@ private:
 
     [[nodiscard]] bytes_view filled() const { return bytes_view(buffer_).first(kept_); }
 
-    // Reads what there is, once; false on failure.
+    // Reads what there is, once; false on failure. Who waits for it has been told all.
     bool read_more() {
+        report_.flush();
         const ssize_t n = file_.read(std::span(buffer_).subspan(kept_));
         if (n < 0) {
             result_.end = text_end::unreadable;
@@ -197,6 +199,7 @@ private:
 
     // For another buffer; 0 at the end and on failure.
     std::size_t read_into(std::span<std::uint8_t> into) {
+        report_.flush();
         const ssize_t n = file_.read(into);
         if (n < 0) {
             result_.end = text_end::unreadable;

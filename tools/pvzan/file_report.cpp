@@ -100,7 +100,31 @@ file_report::file_report(std::string file, charset_name to, const text_options& 
                          bool checking, line_sink sink)
     : file_(std::move(file)), to_(std::move(to)), options_(options), checking_(checking),
       colored_(wants_color(checking ? STDOUT_FILENO : STDERR_FILENO)),
-      excerpts_(wants_excerpts(checking ? STDOUT_FILENO : STDERR_FILENO)), sink_(std::move(sink)) {}
+      excerpts_(wants_excerpts(checking ? STDOUT_FILENO : STDERR_FILENO)), sink_(std::move(sink)) {
+    json_file_ = json_string(file_);
+    json_to_ = json_string(to_.shown);
+}
+
+void file_report::set_source(charset_name from) {
+    from_ = std::move(from);
+    json_from_ = json_string(from_.shown);
+}
+
+void file_report::emit(std::string_view line) {
+    constexpr std::size_t most = 64 * 1024;
+    lines_ += line;
+    lines_ += '\n';
+    if (!current_style().json || lines_.size() >= most) {
+        flush();
+    }
+}
+
+void file_report::flush() {
+    if (!lines_.empty()) {
+        sink_(lines_);
+        lines_.clear();
+    }
+}
 
 std::uint64_t file_report::problems() const {
     return of_kind_[0] + of_kind_[1] + of_kind_[2] + of_kind_[3];
@@ -196,7 +220,7 @@ void file_report::tell(const problem& p) {
 void file_report::tell_json(const problem& p) {
     constexpr std::array kinds = {"invalid", "unrepresentable", "incomplete", "not_round_trip"};
     std::string line = fmt::format(
-        "{{\"file\":{},\"line\":{},\"column\":{},\"byte\":{},\"kind\":\"{}\"", json_string(file_),
+        "{{\"file\":{},\"line\":{},\"column\":{},\"byte\":{},\"kind\":\"{}\"", json_file_,
         p.place.line, p.place.column, p.place.offset, kinds[static_cast<std::size_t>(p.kind)]);
     const bool character =
         p.kind == problem_kind::unrepresentable || p.kind == problem_kind::one_way;
@@ -210,8 +234,8 @@ void file_report::tell_json(const problem& p) {
     } else if (p.kind == problem_kind::one_way) {
         line += fmt::format(",\"again\":\"{}\"", hex_bytes(p.comes_back, ""));
     }
-    line += character ? fmt::format(",\"to\":{}}}", json_string(to_.shown))
-                      : fmt::format(",\"from\":{}}}", json_string(from_.shown));
+    line += character ? fmt::format(",\"to\":{}}}", json_to_)
+                      : fmt::format(",\"from\":{}}}", json_from_);
     emit(line);
 }
 
@@ -337,10 +361,10 @@ void file_report::tell_summary_json(const text_facts& facts, bool failed) {
         "\"not_round_trip\":{"
         "},"
         "\"look_alikes\":{},\"by_char\":{},\"failed\":{}}}",
-        json_string(file_), json_string(from_.shown), json_string(to_.shown), facts.bytes_in,
-        facts.bytes_out, facts.counts.characters, facts.counts.private_use, facts.counts.composed,
-        of_kind_[0] + of_kind_[2], of_kind_[1], of_kind_[3], json_counts(look_alikes_),
-        json_counts(by_character), failed ? "true" : "false"));
+        json_file_, json_from_, json_to_, facts.bytes_in, facts.bytes_out, facts.counts.characters,
+        facts.counts.private_use, facts.counts.composed, of_kind_[0] + of_kind_[2], of_kind_[1],
+        of_kind_[3], json_counts(look_alikes_), json_counts(by_character),
+        failed ? "true" : "false"));
 }
 
 void file_report::finish(const text_facts& facts, bool failed, std::string_view lost) {
@@ -349,6 +373,7 @@ void file_report::finish(const text_facts& facts, bool failed, std::string_view 
     } else {
         tell_totals(facts, failed, lost);
     }
+    flush();
 }
 
 void file_report::tell_totals(const text_facts& facts, bool failed, std::string_view lost) {

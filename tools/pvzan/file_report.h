@@ -26,13 +26,14 @@ public:
     file_report(std::string file, charset_name to, const text_options& options, bool checking,
                 line_sink sink);
 
-    void set_source(charset_name from) { from_ = std::move(from); }
+    void set_source(charset_name from);
     void add(const problem& p);
     void add_look_alike(char32_t scalar);
     // Problems that are counted only.
     void add_untold(problem_kind kind, char32_t scalar, std::uint64_t count);
 
     // failed: nothing came of it, as the lost words tell.
+    void flush(); // what is kept back, since a call for each line takes long
     void finish(const text_facts& facts, bool failed, std::string_view lost);
 
     [[nodiscard]] std::uint64_t problems() const;
@@ -51,16 +52,18 @@ private:
     [[nodiscard]] bool is_fatal() const {
         return checking_ || options_.on_error == error_policy::stop;
     }
-    void emit(std::string_view line) { sink_(std::string(line) + '\n'); }
+    void emit(std::string_view line);
 
     std::string file_;
     charset_name from_, to_;
+    std::string json_file_, json_from_, json_to_; // as JSON quotes them
     text_options options_;
     bool checking_;
     bool colored_, excerpts_;
     line_sink sink_;
     std::array<std::uint64_t, 4> of_kind_{}; // by problem_kind
     std::map<char32_t, std::uint64_t> lacking_, one_way_, look_alikes_;
+    std::string lines_;
     std::uint64_t shown_ = 0, excerpt_line_ = 0;
     bool hinted_ = false;
 };

@@ -41,6 +41,9 @@ private:
     way plain_;             // of text, where it is compared as UTF-8
     std::uint32_t first_set_ = 0, first_plain_set_ = 0;
     way there_, again_;
+    // What is known to come back as itself, or not to go, by a hash of the spelling: asking takes
+    // two sessions.
+    std::vector<std::uint64_t> sound_;
 };
 
 } // namespace tool

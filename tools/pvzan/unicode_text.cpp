@@ -170,9 +170,7 @@ unicode_sequence read_unit(bytes_view text, std::size_t width, bool big_endian) 
 } // namespace
 
 charset_name utf8_name() {
-    charset_name name;
-    name.form = unicode_form::utf8;
-    return name;
+    return {.shown = "UTF-8", .library = "utf-8", .form = unicode_form::utf8};
 }
 
 unicode_sequence read_sequence(bytes_view text, const charset_name& charset) {
