@@ -219,6 +219,7 @@ class Filter(Room):
             self.assertEqual(len(ends), 1 + at_once, arguments)
             for end in ends:
                 os.close(end)
+
     def test_letters_and_marks_are_what_unicode_says(self):
         """Where a target has a character but not its marks, it gets the character: the same that Unicode's own tables
         compose."""
