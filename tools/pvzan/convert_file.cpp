@@ -13,6 +13,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
+#include <set>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -139,7 +141,8 @@ int convert_to_stream(const convert_options& options, text_conversion conversion
                                  ? std::string("its output ends before the first one")
                                  : fmt::format("{} was not written", printable(options.output));
     for (const listed_file& file : list.files) {
-        const file_outcome outcome = convert_one(file, conversion, write, lost, say_lines);
+        const file_outcome outcome = guarded(
+            file, say_lines, [&] { return convert_one(file, conversion, write, lost, say_lines); });
         if (outcome.kind == file_kind::unwritable) {
             complain(output.error());
             return exit_no_work;
@@ -147,7 +150,8 @@ int convert_to_stream(const convert_options& options, text_conversion conversion
         worst = std::max(worst, outcome.status);
     }
     // The output gets its name only when every file went into it whole.
-    if ((worst == exit_converted || options.output.empty()) && !output.commit()) {
+    const bool whole = worst == exit_converted || options.output.empty();
+    if (whole && (!output.flush() || !output.commit())) {
         complain(output.error());
         return exit_no_work;
     }
@@ -179,16 +183,14 @@ int convert_each(const convert_options& options, const text_conversion& conversi
             return exit_no_work;
         }
     }
-    const auto work = [&](const listed_file& file, const file_report::line_sink& sink) {
+    const auto work = [&](const listed_file& file, const file_report::line_sink& sink,
+                          const std::function<void()>& converted) {
         return kind == output_kind::none ? check_one(file, conversion, sink)
-                                         : convert_own(file, task, sink);
+                                         : convert_own(file, task, sink, converted);
     };
     unsigned jobs = options.jobs;
     if (jobs == 0) {
         jobs = kind == output_kind::none ? 1 : std::max(std::thread::hardware_concurrency(), 1U);
-    }
-    if (list.files.size() == 1) {
-        jobs = 1; // they are inside the file
     }
     const queue_totals count =
         run_queue(list.files, jobs, options.recursive, kind == output_kind::none, work);
@@ -197,6 +199,29 @@ int convert_each(const convert_options& options, const text_conversion& conversi
         say(totals(count, kind));
     }
     return std::max(worst, count.worst);
+}
+
+// The folders that are written to are looked at once more: not all of them were opened up.
+void tell_left_over(const convert_options& options, output_kind kind, file_list& list) {
+    namespace fs = std::filesystem;
+    std::set<std::string> folders;
+    for (const listed_file& file : list.files) {
+        if (kind == output_kind::in_place) {
+            folders.insert(fs::path(file.path).parent_path());
+        } else if (kind == output_kind::mirror) {
+            folders.insert((options.output / fs::path(file.mirrored)).parent_path());
+        }
+    }
+    if (kind == output_kind::stream && !options.output.empty()) {
+        folders.insert(fs::path(options.output).parent_path());
+    }
+    for (const std::string& folder : folders) {
+        look_for_left_over(folder, list.left_over);
+    }
+    for (const std::string& file : list.left_over) {
+        complain_about(file,
+                       "was left over when a run was killed; remove it if no text is missing");
+    }
 }
 
 } // namespace
@@ -212,10 +237,11 @@ int convert_files(const convert_options& options) {
     if (names.empty()) {
         names.emplace_back(options.recursive ? "." : "-");
     }
-    const file_list list = list_files(names, options.recursive);
+    file_list list = list_files(names, options.recursive);
     for (const std::string& error : list.errors) {
         say_lines(error);
     }
+    tell_left_over(options, kind, list);
     const int worst = list.errors.empty() ? exit_converted : exit_no_work;
     const message_style& style = current_style();
     conversion.options.read_back = conversion.options.read_back || options.check;

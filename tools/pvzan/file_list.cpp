@@ -2,6 +2,7 @@
 
 #include "tools/pvzan/input_file.h"
 #include "tools/pvzan/message.h"
+#include "tools/pvzan/temporary_file.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -43,6 +44,10 @@ void walk(const fs::path& directory, const fs::path& mirrored, file_list& list) 
             if (name != ".git") {
                 walk(entry.path(), mirrored / name, list);
             }
+        } else if (is_temporary_name(name.native())) {
+            if (is_left_over(entry.path())) {
+                list.left_over.insert(entry.path());
+            }
         } else if (entry.is_regular_file(ignored)) {
             list.files.push_back({entry.path(), mirrored / name, entry.file_size(ignored)});
         }
@@ -69,6 +74,20 @@ file_list list_files(const std::vector<std::string>& arguments, bool recursive) 
         }
     }
     return list;
+}
+
+// In a folder of very many files, looking at all their names would take longer than the work.
+void look_for_left_over(const std::string& folder, std::set<std::string>& left_over) {
+    constexpr int most_names = 10'000;
+    std::error_code error;
+    fs::directory_iterator entry(folder.empty() ? "." : folder, error);
+    for (int i = 0; i < most_names && !error && entry != fs::directory_iterator(); ++i) {
+        const std::string name = entry->path().filename();
+        if (is_temporary_name(name) && is_left_over(entry->path())) {
+            left_over.insert(fs::path(folder) / name);
+        }
+        entry.increment(error);
+    }
 }
 
 } // namespace tool

@@ -9,8 +9,11 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <exception>
 #include <mutex>
 #include <optional>
+#include <semaphore>
+#include <sys/resource.h>
 #include <thread>
 #include <utility>
 
@@ -31,13 +34,15 @@ public:
           finished_(files.size()), progress_(files) {}
 
     queue_totals run(unsigned jobs) {
-        if (jobs <= 1) {
+        const std::size_t threads = number_of_threads(jobs);
+        if (threads <= 1) {
             const auto at_once = [this](std::string_view lines) { print(lines); };
             for (const listed_file& file : files_) {
-                count(file, work_(file, at_once), at_once);
+                count(file, guarded(file, at_once, [&] { return work_(file, at_once, [] {}); }),
+                      at_once);
             }
         } else {
-            run_threads(jobs);
+            run_threads(threads, jobs);
         }
         progress_.end();
         if (on_output_ && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
@@ -74,26 +79,75 @@ private:
         progress_.add(file.bytes, outcome.problems);
     }
 
-    void run_threads(unsigned jobs) {
-        std::atomic<std::size_t> next = 0;
+    // As many as may wait, unless there is a limit to what they take.
+    [[nodiscard]] std::size_t number_of_threads(unsigned jobs) const {
+        constexpr rlim_t for_all = 16, for_each = 3; // descriptors
+        rlimit memory{}, descriptors{};
+        ::getrlimit(RLIMIT_AS, &memory);
+        ::getrlimit(RLIMIT_NOFILE, &descriptors);
+        const rlim_t files = std::max(descriptors.rlim_cur, for_all + for_each) - for_all;
+        const bool only_jobs = on_output_ || memory.rlim_cur != RLIM_INFINITY;
+        return std::min({only_jobs ? std::size_t{jobs} : most_temporaries, most_temporaries,
+                         static_cast<std::size_t>(files / for_each), files_.size()});
+    }
+
+    // This thread is one of them, and does it all when the system gives no others.
+    void run_threads(std::size_t number, unsigned jobs) {
+        std::counting_semaphore<> turns(jobs);
         std::vector<std::thread> threads;
-        const std::size_t number = std::min<std::size_t>({jobs, most_temporaries, files_.size()});
-        for (std::size_t i = 0; i < number; ++i) {
-            threads.emplace_back([&] {
-                hold_ending_signals();
-                for (std::size_t k = next++; k < files_.size(); k = next++) {
-                    finished_file result{};
-                    result.outcome =
-                        work_(files_[k], [&](std::string_view lines) { result.lines += lines; });
-                    const std::scoped_lock lock(mutex_);
-                    finished_[k] = std::move(result);
-                    tell_finished();
-                }
-            });
+        threads.reserve(number);
+        try {
+            while (threads.size() + 1 < number) {
+                threads.emplace_back([&] {
+                    hold_ending_signals();
+                    take_files(turns);
+                });
+            }
+        } catch (const std::exception&) { // fewer, then
         }
+        take_files(turns);
         for (std::thread& thread : threads) {
             thread.join();
         }
+        if (trouble_) {
+            std::rethrow_exception(trouble_);
+        }
+    }
+
+    void take_files(std::counting_semaphore<>& turns) noexcept {
+        try {
+            while (take_file(turns)) {
+            }
+        } catch (...) {
+            const std::scoped_lock lock(mutex_);
+            trouble_ = std::current_exception();
+        }
+    }
+
+    // False when there is none.
+    bool take_file(std::counting_semaphore<>& turns) {
+        bool has_turn = true;
+        turns.acquire();
+        const auto give_turn = [&] {
+            if (std::exchange(has_turn, false)) {
+                turns.release();
+            }
+        };
+        const std::size_t k = next_++;
+        const bool found = k < files_.size();
+        finished_file result{};
+        if (found) {
+            const auto sink = [&](std::string_view lines) { result.lines += lines; };
+            result.outcome =
+                guarded(files_[k], sink, [&] { return work_(files_[k], sink, give_turn); });
+        }
+        give_turn();
+        if (found) {
+            const std::scoped_lock lock(mutex_);
+            finished_[k] = std::move(result);
+            tell_finished();
+        }
+        return found;
     }
 
     // In the order of the files, as far as those before are finished.
@@ -109,7 +163,9 @@ private:
     bool skips_binary_, on_output_;
     const file_work& work_;
     std::vector<std::optional<finished_file>> finished_;
+    std::atomic<std::size_t> next_ = 0;
     std::mutex mutex_; // of what is finished, and told
+    std::exception_ptr trouble_;
     std::size_t told_ = 0;
     queue_totals totals_;
     progress progress_;

@@ -21,6 +21,7 @@ public:
     input_file& operator=(const input_file&) = delete;
 
     [[nodiscard]] bool is_open() const { return descriptor_ >= 0; }
+    [[nodiscard]] int descriptor() const { return descriptor_; }
 
     // Reads what there is: 0 at the end, -1 on failure with errno set.
     ssize_t read(std::span<std::uint8_t> into) const;

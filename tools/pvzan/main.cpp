@@ -1,6 +1,7 @@
 // pvzan: what the arguments ask for.
 #include "tools/pvzan/arguments.h"
 #include "tools/pvzan/exit_status.h"
+#include "tools/pvzan/output_file.h"
 
 #include "pvzan.h"
 
@@ -51,6 +52,7 @@ void keep_memory() {
 int main(int argc, char** argv) {
     keep_standard_streams();
     keep_memory();
+    tool::prepare_output();
     my_init();
     int status = tool::exit_no_work;
     try {

@@ -8,9 +8,11 @@
 #include <cerrno>
 #include <filesystem>
 #include <map>
+#include <new>
 #include <optional>
 #include <set>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace tool {
 
@@ -56,57 +58,53 @@ std::optional<file_id> id_of(const std::string& path) {
     return file_id{status.st_dev, status.st_ino};
 }
 
-bool read_block(const input_file& file, std::vector<std::uint8_t>& block, std::size_t& filled) {
-    filled = 0;
+constexpr std::size_t block_bytes = std::size_t{64} * 1024;
+
+// From a place in an open file, as much as there is; less than a block at the end. False on
+// failure.
+bool read_block(int descriptor, std::uint64_t place, std::vector<std::uint8_t>& block) {
+    std::size_t filled = 0;
+    block.resize(block_bytes);
     ssize_t n = 1;
-    while (n > 0 && filled < block.size()) {
-        n = file.read(std::span(block).subspan(filled));
+    while (filled < block.size() && (n > 0 || (n < 0 && errno == EINTR))) {
+        n = ::pread(descriptor, block.data() + filled, block.size() - filled,
+                    static_cast<off_t>(place + filled));
         filled += n > 0 ? static_cast<std::size_t>(n) : 0;
     }
+    block.resize(filled);
     return n >= 0;
 }
 
-constexpr std::size_t block_bytes = 64 * 1024;
-
-bool same_content(const std::string& one, const std::string& other) {
-    const input_file a(one), b(other);
-    std::vector<std::uint8_t> a_block(block_bytes), b_block(block_bytes);
-    std::size_t a_filled = 1, b_filled = 1;
-    while (a_filled > 0) {
-        if (!a.is_open() || !b.is_open() || !read_block(a, a_block, a_filled) ||
-            !read_block(b, b_block, b_filled) ||
-            !std::ranges::equal(bytes_view(a_block).first(a_filled),
-                                bytes_view(b_block).first(b_filled))) {
+bool same_content(int one, int other) {
+    std::vector<std::uint8_t> a, b;
+    std::uint64_t place = 0;
+    do {
+        if (!read_block(one, place, a) || !read_block(other, place, b) || a != b) {
             return false;
         }
-    }
+        place += a.size();
+    } while (!a.empty());
     return true;
 }
 
 // The number of characters beyond ASCII in a file that is well-formed UTF-8; 0 for all others.
-std::uint64_t utf8_characters(const std::string& path) {
+std::uint64_t utf8_characters(int descriptor) {
     const charset_name utf8 = resolve_charset("utf-8");
-    const input_file file(path);
-    std::vector<std::uint8_t> block(block_bytes);
-    std::uint64_t number = 0;
-    for (std::size_t kept = 0, filled = 0;; kept += filled) {
-        std::vector<std::uint8_t> more(block_bytes - kept);
-        if (!file.is_open() || !read_block(file, more, filled)) {
+    std::vector<std::uint8_t> block;
+    std::uint64_t number = 0, place = 0;
+    do {
+        if (!read_block(descriptor, place, block)) {
             return 0;
         }
-        std::copy_n(more.begin(), filled, block.begin() + static_cast<std::ptrdiff_t>(kept));
-        const bytes_view text = bytes_view(block).first(kept + filled);
-        const std::size_t whole = well_formed_length(text, utf8);
-        number += static_cast<std::uint64_t>(std::ranges::count_if(
-            text.first(whole), [](std::uint8_t byte) { return byte >= 0xC2; }));
-        const std::size_t rest = text.size() - whole;
-        if (filled == 0 || rest >= longest_code) {
-            return rest == 0 ? number : 0;
+        const std::size_t whole = well_formed_length(block, utf8);
+        if (whole == 0 && !block.empty()) {
+            return 0;
         }
-        std::copy_n(text.begin() + static_cast<std::ptrdiff_t>(whole), rest, block.begin());
-        kept = rest;
-        filled = 0;
-    }
+        number += static_cast<std::uint64_t>(std::ranges::count_if(
+            bytes_view(block).first(whole), [](std::uint8_t byte) { return byte >= 0xC2; }));
+        place += whole; // a character that the block cuts is read again
+    } while (!block.empty());
+    return number;
 }
 
 } // namespace
@@ -129,6 +127,24 @@ file_outcome convert_one(const listed_file& file, const text_conversion& convers
     return outcome_of(file, result, report, false, lost, sink);
 }
 
+file_outcome guarded(const listed_file& file, const file_report::line_sink& sink,
+                     const std::function<file_outcome()>& work) {
+    const auto tell = [&](std::string_view why) {
+        try {
+            return fail(file, why, exit_no_work, sink);
+        } catch (const std::exception&) {
+            return file_outcome{exit_no_work, file_kind::failed}; // no memory even for that
+        }
+    };
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+        return tell("there is not enough memory");
+    } catch (const std::exception& error) {
+        return tell(error.what());
+    }
+}
+
 file_outcome check_one(const listed_file& file, const text_conversion& conversion,
                        const file_report::line_sink& sink) {
     const input_file input(file.path);
@@ -146,105 +162,137 @@ file_outcome check_one(const listed_file& file, const text_conversion& conversio
 namespace {
 
 // Why a file cannot be converted in place; empty when it can.
-std::string in_place_obstacle(const listed_file& file, const file_task& task,
-                              const struct stat& status) {
+std::string in_place_obstacle(const std::string& backup, const struct stat& status) {
     if (!S_ISREG(status.st_mode)) {
         return "is no regular file, so it cannot be converted in place";
     }
-    if (status.st_nlink > 1 && task.backup_suffix.empty()) {
+    if (status.st_nlink > 1 && backup.empty()) {
         return fmt::format("has {} names (hard links), and the others would keep the old text; "
                            "-i=SUFFIX converts it under this name",
                            status.st_nlink);
     }
-    if (!task.backup_suffix.empty() && fs::exists(file.path + task.backup_suffix)) {
-        return fmt::format("{} exists, and would be lost",
-                           printable(file.path + task.backup_suffix));
+    struct stat kept {};
+    if (!backup.empty() && ::lstat(backup.c_str(), &kept) == 0 &&
+        (kept.st_dev != status.st_dev || kept.st_ino != status.st_ino)) {
+        return fmt::format("{} exists, and would be lost", printable(backup));
     }
     return {};
 }
 
-bool has_changed(const std::string& path, const struct stat& before) {
+bool same_time(const struct timespec& one, const struct timespec& other) {
+    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+}
+
+// Whether anything was done to the file since.
+bool has_changed(const input_file& file, const struct stat& before) {
     struct stat now {};
-    return ::stat(path.c_str(), &now) != 0 || now.st_ino != before.st_ino ||
-           now.st_size != before.st_size || now.st_mtim.tv_sec != before.st_mtim.tv_sec ||
-           now.st_mtim.tv_nsec != before.st_mtim.tv_nsec;
+    return ::fstat(file.descriptor(), &now) != 0 || now.st_size != before.st_size ||
+           !same_time(now.st_mtim, before.st_mtim) || !same_time(now.st_ctim, before.st_ctim);
+}
+
+file_outcome cannot_write(const listed_file& file, const output_file& output,
+                          const file_report::line_sink& sink) {
+    sink(complaint(output.error(), file.path));
+    return {exit_no_work, file_kind::failed};
+}
+
+struct written_text {
+    file_outcome outcome;
+    text_facts facts;
+};
+
+written_text write_text(const listed_file& file, const input_file& input,
+                        const text_conversion& conversion, output_file& output,
+                        std::string_view lost, const file_report::line_sink& sink) {
+    file_report report(file.path, conversion.to, conversion.options, false, sink);
+    const text_result result = convert_text(
+        input, conversion, [&](bytes_view bytes) { return output.write(bytes); }, report);
+    const file_outcome outcome = outcome_of(file, result, report, false, lost, sink);
+    return {outcome.kind == file_kind::unwritable ? cannot_write(file, output, sink) : outcome,
+            result.facts};
+}
+
+file_outcome convert_in_place(const listed_file& file, const file_task& task,
+                              const input_file& input, const file_report::line_sink& sink,
+                              const std::function<void()>& converted) {
+    const text_conversion& conversion = task.conversion;
+    const std::string backup =
+        task.backup_suffix.empty() ? std::string() : file.path + task.backup_suffix;
+    struct stat before {};
+    if (::fstat(input.descriptor(), &before) != 0) {
+        return cannot_open(file, sink);
+    }
+    const std::string obstacle = in_place_obstacle(backup, before);
+    if (!obstacle.empty()) {
+        return fail(file, obstacle, exit_no_work, sink);
+    }
+    const bool utf8_expected = conversion.guess || conversion.from.form == unicode_form::utf8 ||
+                               conversion.from.unit_bytes() > 1 ||
+                               conversion.to.form != unicode_form::utf8;
+    const std::uint64_t already = utf8_expected ? 0 : utf8_characters(input.descriptor());
+    if (already > 0) {
+        return fail(file,
+                    fmt::format("already valid UTF-8 with {} non-ASCII character{}; not "
+                                "converted a second time (name it with -o to insist)",
+                                grouped(already), already == 1 ? "" : "s"),
+                    exit_bad_text, sink);
+    }
+    output_file output;
+    if (!output.open_in_place(file.path, input.descriptor())) {
+        return cannot_write(file, output, sink);
+    }
+    auto [outcome, facts] =
+        write_text(file, input, conversion, output, "it was left as it was", sink);
+    if (outcome.kind != file_kind::converted) {
+        return outcome;
+    }
+    if (facts.bytes_in == facts.bytes_out &&
+        same_content(input.descriptor(), output.descriptor())) {
+        outcome.kind = file_kind::unchanged;
+        return outcome;
+    }
+    converted();
+    if (!output.flush()) {
+        return cannot_write(file, output, sink);
+    }
+    if (has_changed(input, before) || !output.has_its_name()) {
+        return fail(file, "was changed by someone else meanwhile; left as it is", exit_no_work,
+                    sink);
+    }
+    return output.commit(backup) ? outcome : cannot_write(file, output, sink);
 }
 
 } // namespace
 
 file_outcome convert_own(const listed_file& file, const file_task& task,
-                         const file_report::line_sink& sink) {
-    const text_conversion& conversion = task.conversion;
-    struct stat status {};
+                         const file_report::line_sink& sink,
+                         const std::function<void()>& converted) {
+    if (is_standard_input(file.path)) {
+        return fail(file, "has no name to write to", exit_no_work, sink);
+    }
     const input_file input(file.path);
-    if (!input.is_open() || ::stat(file.path.c_str(), &status) != 0) {
-        return is_standard_input(file.path)
-                   ? fail(file, "has no name to write to", exit_no_work, sink)
-                   : cannot_open(file, sink);
+    if (!input.is_open()) {
+        return cannot_open(file, sink);
     }
-    std::string target = file.path;
     if (task.in_place) {
-        const std::string obstacle = in_place_obstacle(file, task, status);
-        if (!obstacle.empty()) {
-            return fail(file, obstacle, exit_no_work, sink);
-        }
-        const bool utf8_expected = conversion.guess || conversion.from.form == unicode_form::utf8 ||
-                                   conversion.from.unit_bytes() > 1 ||
-                                   conversion.to.form != unicode_form::utf8;
-        const std::uint64_t already = utf8_expected ? 0 : utf8_characters(file.path);
-        if (already > 0) {
-            return fail(file,
-                        fmt::format("already valid UTF-8 with {} non-ASCII character{}; not "
-                                    "converted a second time (name it with -o to insist)",
-                                    grouped(already), already == 1 ? "" : "s"),
-                        exit_bad_text, sink);
-        }
-    } else {
-        target = fs::path(task.directory) / file.mirrored;
-        std::error_code error;
-        fs::create_directories(fs::path(target).parent_path(), error);
+        return convert_in_place(file, task, input, sink, converted);
     }
+    const std::string target = fs::path(task.directory) / file.mirrored;
+    std::error_code ignored; // what is missing is told when the file is opened
+    fs::create_directories(fs::path(target).parent_path(), ignored);
     output_file output;
     if (!output.open(target)) {
-        sink(complaint(output.error(), file.path));
-        return {exit_no_work, file_kind::failed};
+        return cannot_write(file, output, sink);
     }
-    file_report report(file.path, conversion.to, conversion.options, false, sink);
-    const text_result result = convert_text(
-        input, conversion, [&](bytes_view bytes) { return output.write(bytes); }, report);
-    const std::string lost = task.in_place ? std::string("it was left as it was")
-                                           : fmt::format("{} was not written", printable(target));
-    file_outcome outcome = outcome_of(file, result, report, false, lost, sink);
-    if (outcome.kind == file_kind::unwritable) {
-        sink(complaint(output.error(), file.path));
-        return {exit_no_work, file_kind::failed};
-    }
+    const file_outcome outcome =
+        write_text(file, input, task.conversion, output,
+                   fmt::format("{} was not written", printable(target)), sink)
+            .outcome;
     if (outcome.kind != file_kind::converted) {
         return outcome;
     }
-    if (!task.in_place) {
-        if (!output.commit()) {
-            sink(complaint(output.error(), file.path));
-            return {exit_no_work, file_kind::failed};
-        }
-        return outcome;
-    }
-    if (result.facts.bytes_in == result.facts.bytes_out &&
-        same_content(file.path, output.temporary_name())) {
-        outcome.kind = file_kind::unchanged;
-        return outcome;
-    }
-    if (has_changed(file.path, status)) {
-        return fail(file, "was changed by someone else meanwhile; left as it is", exit_no_work,
-                    sink);
-    }
-    const std::string backup =
-        task.backup_suffix.empty() ? std::string() : file.path + task.backup_suffix;
-    if (!output.replace(file.path, backup)) {
-        sink(complaint(output.error(), file.path));
-        return {exit_no_work, file_kind::failed};
-    }
-    return outcome;
+    converted();
+    return output.flush() && output.commit() ? outcome : cannot_write(file, output, sink);
 }
 
 bool mirrors_safely(const file_list& list, const std::string& directory) {

@@ -22,6 +22,10 @@ file_outcome convert_one(const listed_file& file, const text_conversion& convers
                          const std::function<bool(bytes_view)>& output, std::string_view lost,
                          const file_report::line_sink& sink);
 
+// What a piece of work throws, such as that there is no memory, is only its file's trouble.
+file_outcome guarded(const listed_file& file, const file_report::line_sink& sink,
+                     const std::function<file_outcome()>& work);
+
 // Without any output.
 file_outcome check_one(const listed_file& file, const text_conversion& conversion,
                        const file_report::line_sink& sink);
@@ -33,9 +37,10 @@ struct file_task {
     std::string directory;     // else: where the outputs go
 };
 
-// To a file of its own.
+// To a file of its own. converted is called once nothing is left but to wait for the disk.
 file_outcome convert_own(const listed_file& file, const file_task& task,
-                         const file_report::line_sink& sink);
+                         const file_report::line_sink& sink,
+                         const std::function<void()>& converted);
 
 // Whether no output is an input or another file's output; complains.
 bool mirrors_safely(const file_list& list, const std::string& directory);

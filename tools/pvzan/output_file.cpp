@@ -1,43 +1,61 @@
 #include "tools/pvzan/output_file.h"
 
+#include "tools/pvzan/file_belongings.h"
 #include "tools/pvzan/message.h"
 
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
+#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace tool {
 
 namespace {
 
-// Permissions of a new file. The mask can only be read by setting it, so once and for all threads.
-mode_t new_file_mode() {
-    static const mode_t mode = [] {
-        const mode_t mask = ::umask(0);
-        ::umask(mask);
-        return static_cast<mode_t>(0666 & ~mask);
-    }();
-    return mode;
+namespace fs = std::filesystem;
+
+mode_t new_file_mode = 0600;
+
+// The file itself, where the path is a link to it: the link is to stay, even one to nothing.
+fs::path behind_links(fs::path path) {
+    constexpr int most = 40; // as the system allows
+    for (int i = 0; i < most; ++i) {
+        std::error_code error;
+        const fs::path target = fs::read_symlink(path, error);
+        if (error) {
+            break;
+        }
+        path = path.parent_path() / target;
+    }
+    return path;
 }
 
-// The file itself, where the path is a link to it: the link is to stay.
-std::string behind_links(const std::string& path) {
-    std::error_code error;
-    const std::filesystem::path target = std::filesystem::canonical(path, error);
-    return error ? path : target.string();
+bool is_same_file(int descriptor, const std::string& path) {
+    struct stat one {
+    }, other{};
+    return ::fstat(descriptor, &one) == 0 && ::lstat(path.c_str(), &other) == 0 &&
+           one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
 } // namespace
 
+void prepare_output() {
+    const mode_t mask = ::umask(0); // it can only be read by setting it
+    ::umask(mask);
+    new_file_mode = 0666 & ~mask;
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
 output_file::~output_file() {
     if (descriptor_ >= 0 && !path_.empty() && !temporary_.exists()) {
         ::close(descriptor_);
+    }
+    if (original_ >= 0 && !in_place_) {
+        ::close(original_);
     }
 }
 
@@ -53,25 +71,40 @@ bool output_file::open(const std::string& path) {
         descriptor_ = STDOUT_FILENO;
         return true;
     }
-    struct stat status {};
-    const bool exists = ::stat(path.c_str(), &status) == 0;
-    // A device or a pipe is written in place: there is nothing to replace.
-    if (exists && !S_ISREG(status.st_mode)) {
-        descriptor_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
-        return descriptor_ >= 0 || fail("cannot open");
+    const int there = ::open(path.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC);
+    if (there < 0 && errno != ENOENT) {
+        return fail("cannot open");
     }
-    replaced_ = exists ? behind_links(path) : path;
-    if (!temporary_.create(replaced_)) {
-        return fail("cannot create");
+    struct stat status {};
+    if (there >= 0 && ::fstat(there, &status) == 0 && !S_ISREG(status.st_mode)) {
+        descriptor_ = there; // a device or a pipe, of which nothing can be replaced
+        return true;
+    }
+    original_ = there;
+    target_ = behind_links(path);
+    if (!temporary_.create(fs::path(target_).parent_path())) {
+        const int error = errno;
+        std::error_code unknown;
+        writes_over_ = there >= 0 && temporary_.create(fs::temp_directory_path(unknown));
+        errno = error;
     }
     descriptor_ = temporary_.descriptor();
-    const mode_t mode = exists ? status.st_mode & 07777 : new_file_mode();
-    return ::fchmod(descriptor_, mode) == 0 || fail("cannot set permissions");
+    return temporary_.exists() || fail("cannot create");
 }
 
-bool output_file::write(std::span<const std::uint8_t> bytes) {
+bool output_file::open_in_place(const std::string& path, int original) {
+    path_ = path;
+    in_place_ = true;
+    original_ = original;
+    target_ = behind_links(path);
+    const bool created = temporary_.create(fs::path(target_).parent_path());
+    descriptor_ = temporary_.descriptor();
+    return created || fail("cannot create");
+}
+
+bool output_file::write_to(int descriptor, std::span<const std::uint8_t> bytes) {
     while (!bytes.empty()) {
-        const ssize_t n = ::write(descriptor_, bytes.data(), bytes.size());
+        const ssize_t n = ::write(descriptor, bytes.data(), bytes.size());
         if (n < 0 && errno == EINTR) {
             continue;
         }
@@ -83,78 +116,87 @@ bool output_file::write(std::span<const std::uint8_t> bytes) {
     return true;
 }
 
-bool output_file::commit() {
-    const int descriptor = descriptor_;
-    descriptor_ = -1;
-    if (temporary_.exists()) {
-        return (temporary_.close() || fail("cannot write")) &&
-               (temporary_.rename_to(replaced_) || fail("cannot create"));
-    }
-    return ::close(descriptor) == 0 || fail("cannot write");
+bool output_file::write(std::span<const std::uint8_t> bytes) {
+    return write_to(descriptor_, bytes);
 }
 
-// Extended attributes, of which access control lists are some: those of the old file, and not those
-// that its folder gives to new ones. The labels of security modules are the system's to set. The
-// mode comes between, since it has a part in an access control list, and taking one away changes
-// it.
-bool output_file::keep_attributes(mode_t mode) {
-    constexpr std::size_t most = std::size_t{64} * 1024; // the system's limit
-    std::vector<char> names(most), value(most);
-    const auto each_name = [&](ssize_t length, const auto& use) {
-        for (const char* name = names.data(); name < names.data() + length;
-             name += std::strlen(name) + 1) {
-            if (!std::string_view(name).starts_with("security.") && !use(name)) {
-                return fail(fmt::format("cannot keep its attribute {}", printable(name)));
-            }
-        }
+bool output_file::flush() {
+    if (!temporary_.exists() || writes_over_) {
         return true;
-    };
-    each_name(::flistxattr(descriptor_, names.data(), most),
-              [&](const char* name) { return ::fremovexattr(descriptor_, name) == 0; });
-    if (::fchmod(descriptor_, mode) != 0) {
-        return fail("cannot set permissions");
     }
-    const ssize_t length = ::listxattr(replaced_.c_str(), names.data(), most);
-    if (length < 0 && errno != ENOTSUP) {
-        return fail("cannot keep its attributes");
+    if (original_ < 0) {
+        return ::fchmod(descriptor_, new_file_mode) == 0 || fail("cannot set permissions");
     }
-    return each_name(length, [&](const char* name) {
-        const ssize_t size = ::getxattr(replaced_.c_str(), name, value.data(), most);
-        return size >= 0 &&
-               ::fsetxattr(descriptor_, name, value.data(), static_cast<std::size_t>(size), 0) == 0;
-    });
+    struct stat status {};
+    const bool replaceable =
+        in_place_ || (has_its_name() && ::fstat(original_, &status) == 0 && status.st_nlink == 1);
+    std::string what;
+    if (!replaceable || !copy_belongings(original_, descriptor_, what)) {
+        writes_over_ = !in_place_;
+        return writes_over_ || fail(what);
+    }
+    return ::fsync(descriptor_) == 0 || fail("cannot write");
 }
 
-// Setting the owner clears the bits that run a file as its owner, so the mode comes behind it.
-bool output_file::keep_owner() {
-    struct stat old {
-    }, now{};
-    if (::stat(replaced_.c_str(), &old) != 0 || ::fstat(descriptor_, &now) != 0) {
-        return fail("cannot keep its owner");
-    }
-    const bool same = old.st_uid == now.st_uid && old.st_gid == now.st_gid;
-    if (!same && ::fchown(descriptor_, old.st_uid, old.st_gid) != 0) {
-        return fail("cannot keep its owner");
-    }
-    return keep_attributes(old.st_mode & 07777);
+bool output_file::has_its_name() const {
+    return is_same_file(original_, target_);
 }
 
-bool output_file::replace(const std::string& path, const std::string& backup) {
-    if (!keep_owner()) {
-        return false;
-    }
-    if (::fsync(descriptor_) != 0) {
+// As a shell's ">" does, but when the whole text is there, and has room.
+bool output_file::write_over() {
+    const ending_held held;
+    struct stat status {};
+    const int text = temporary_.descriptor();
+    if (::fstat(text, &status) != 0 || ::lseek(text, 0, SEEK_SET) != 0 ||
+        (::fallocate(original_, FALLOC_FL_KEEP_SIZE, 0, status.st_size) != 0 &&
+         (errno == ENOSPC || errno == EDQUOT || errno == EFBIG))) {
         return fail("cannot write");
     }
-    if (!backup.empty()) {
-        path_ = backup;
-        // A second name first, so that the file is there under its own at all times.
-        if (::link(replaced_.c_str(), backup.c_str()) != 0) {
-            return fail("cannot keep the old file");
+    constexpr std::size_t block_bytes = std::size_t{64} * 1024;
+    std::vector<std::uint8_t> block(block_bytes);
+    ssize_t n = 1;
+    while (n > 0) {
+        n = ::read(text, block.data(), block.size());
+        if (n < 0) {
+            return fail("cannot read its text again");
         }
-        path_ = path;
+        if (!write_to(original_, std::span(block).first(static_cast<std::size_t>(n)))) {
+            return false;
+        }
     }
-    return commit();
+    return ::ftruncate(original_, status.st_size) == 0 || fail("cannot write");
+}
+
+bool output_file::commit(const std::string& backup) {
+    const int descriptor = std::exchange(descriptor_, -1);
+    if (!temporary_.exists()) {
+        return ::close(descriptor) == 0 || fail("cannot write");
+    }
+    if (writes_over_) {
+        return write_over();
+    }
+    // Nothing has waited for the disk; some file systems tell only now that there is no room.
+    if (original_ < 0 && !temporary_.close()) {
+        return fail("cannot write");
+    }
+    // A second name first, so that the file is there under its own at all times. It may have that
+    // one already, from a run that was ended in between.
+    const bool linked = !backup.empty() && ::link(target_.c_str(), backup.c_str()) == 0;
+    if (!backup.empty() && !linked && (errno != EEXIST || !is_same_file(original_, backup))) {
+        return fail(fmt::format("cannot keep the old file as {}", printable(backup)));
+    }
+    if (temporary_.rename_to(target_)) {
+        return true;
+    }
+    if (original_ >= 0 && !in_place_) {
+        return write_over(); // mounted by itself, for instance
+    }
+    const int error = errno;
+    if (linked) {
+        ::unlink(backup.c_str());
+    }
+    errno = error;
+    return fail("cannot create");
 }
 
 } // namespace tool
