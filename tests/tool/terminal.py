@@ -1,11 +1,14 @@
 #!/usr/bin/env python3
-"""Runs pvzan as a person does at a terminal, and as a filter: terminal.py PVZAN Terminal|Filter"""
+"""Runs pvzan as a person does at a terminal, and as a filter: terminal.py PVZAN [FAULTS] Terminal|Filter
+
+FAULTS is the library of faults.c; without it, what the system does seldom is not tried."""
 import faulthandler
 import os
 import pathlib
 import pty
 import random
 import re
+import resource
 import select
 import signal
 import struct
@@ -17,6 +20,7 @@ import unicodedata
 import unittest
 
 TOOL = os.path.abspath(sys.argv.pop(1))
+FAULTS = os.path.abspath(sys.argv.pop(1)) if len(sys.argv) > 1 and sys.argv[1].endswith(".so") else None
 
 
 def at_terminal(arguments, directory, environment=None, then=None):
@@ -132,17 +136,19 @@ class Filter(Room):
             pass
         self.assertEqual(tool.wait(), -signal.SIGPIPE)
 
-    def test_in_place_keeps_attributes_and_access_lists(self):
+    def test_a_replaced_file_keeps_what_belongs_to_it(self):
         """What belongs to the file stays, and what its folder gives to new files does not come."""
         def access_list(*entries):  # tag, permissions, id
             return struct.pack("<I", 2) + b"".join(struct.pack("<HHI", *entry) for entry in entries)
         none = 0xFFFFFFFF
         listed = access_list((1, 6, none), (2, 4, 1234), (4, 0, none), (16, 4, none), (32, 0, none))
-        for name in ("plain", "listed"):
+        root = os.geteuid() == 0
+        modes = {"plain": 0o640, "listed": 0o640, "runs": 0o6755}
+        for name, mode in modes.items():
             (self.dir / name).write_bytes(b"\x82\xa0\n")
-            if os.geteuid() == 0:
+            if root:
                 os.chown(self.dir / name, 1234, 1234)
-            (self.dir / name).chmod(0o640)
+            (self.dir / name).chmod(mode)
         try:
             os.setxattr(self.dir / "listed", "user.note", b"kept")
             os.setxattr(self.dir / "listed", "system.posix_acl_access", listed)
@@ -155,12 +161,64 @@ class Filter(Room):
             path = self.dir / name
             status = path.stat()
             return status.st_mode, status.st_uid, status.st_gid, {key: os.getxattr(path, key) for key in os.listxattr(path)}
-        before = [belongings(name) for name in ("plain", "listed")]
-        self.assertEqual(len(before[1][3]), 2)
-        done = run(["-i", "-f", "cp932", "plain", "listed"], self.dir)
+        before = {name: belongings(name) for name in modes}
+        self.assertEqual(len(before["listed"][3]), 2)
+        done = run(["-i", "-f", "cp932"] + list(modes), self.dir)
         self.assertEqual((done.returncode, done.stderr), (0, b""))
-        self.assertEqual((self.dir / "listed").read_text(), "あ\n")
-        self.assertEqual([belongings(name) for name in ("plain", "listed")], before)
+        self.assertEqual({name: belongings(name) for name in modes}, before)
+        for name in modes:
+            with subprocess.Popen([TOOL, "-f", "cp932", "-o", name], cwd=self.dir, stdin=subprocess.PIPE) as tool:
+                for _ in range(10_000):
+                    if new := [file for file in self.dir.iterdir() if file.name not in modes]:
+                        break
+                    time.sleep(0.001)
+                # The ones who own it, or run it as its owner, are so only once it is theirs.
+                self.assertEqual((new[0].stat().st_mode & 0o7777, new[0].stat().st_uid), (0o600, os.geteuid()))
+                tool.communicate(b"\x82\xa2\n")
+            self.assertEqual((tool.returncode, (self.dir / name).read_text()), (0, "い\n"))
+        self.assertEqual({name: belongings(name) for name in modes}, before)
+        if root:  # who may not give files away, or make any there, writes into them, or leaves them
+            (self.dir / "plain").chmod(0o666)
+            powerless = ["setpriv", "--bounding-set=-chown,-dac_override", TOOL]
+            for folder_of, text in ((0, "う"), (1234, "え")):
+                os.chown(self.dir, folder_of, folder_of)
+                (self.dir / "in").write_text(text)
+                for arguments, status in (["-f", "utf-8", "-o", "plain", "in"], 0), (["-i", "-t", "utf-16", "plain"], 2):
+                    seen = subprocess.run(powerless + arguments, cwd=self.dir, stderr=subprocess.PIPE, check=False)
+                    self.assertEqual(seen.returncode, status, seen.stderr)
+                    self.assertEqual(((self.dir / "plain").read_text(), (self.dir / "plain").stat().st_uid), (text, 1234))
+
+    def test_trouble_of_one_file_is_told_and_spares_the_others(self):
+        """Others write to a file meanwhile; there are no threads; the disk is slow; memory is too small, wherever that
+        shows."""
+        if not FAULTS:
+            self.skipTest("without the faults")
+
+        def with_fault(environment, arguments):
+            return run(arguments, self.dir, env={"LD_PRELOAD": FAULTS, **environment})
+        self.fill(1, 200)
+        old = (self.dir / "f0000").read_bytes()
+        done = with_fault({"AT_FSYNC": "echo more >> f0000"}, ["-i", "-f", "cp932", "f0000"])
+        self.assertEqual((done.returncode, (self.dir / "f0000").read_bytes()), (2, old + b"more\n"), done.stderr)
+        for limits in ({"MOST_THREADS": "0"}, {"MOST_THREADS": "1"}, {"AT_FSYNC": "sleep 0.2"}):
+            self.fill(40, 2000)
+            start = time.monotonic()
+            done = with_fault(limits, ["-i", "-j", "1", "-f", "cp932"] + sorted(os.listdir(self.dir)))
+            self.assertEqual((done.returncode, done.stderr), (0, b""))
+            self.assertLess(time.monotonic() - start, 4, "one waits for the disk behind the other")
+        results = set()
+        for kilobytes in range(8_000, 18_000, 200):
+            self.fill(8, 100_000)
+            old, names = (self.dir / "f0000").read_bytes(), sorted(f"f{i:04}" for i in range(8))
+            done = run(["-i", "-j", "4", "-f", "cp932"] + names, self.dir, preexec_fn=lambda most=kilobytes * 1024:
+                       resource.setrlimit(resource.RLIMIT_AS, (most, most)))
+            new = [(self.dir / name).read_bytes() for name in names]
+            self.assertIn(done.returncode, (0, 2, 127), done.stderr)  # 127: not even the program has room
+            results.add(done.returncode)
+            self.assertEqual(len(os.listdir(self.dir)), 40)
+            self.assertLessEqual(set(new), {old, old.decode("cp932").encode()})
+            self.assertEqual(old in new, done.returncode != 0, done.stderr)
+        self.assertLessEqual({0, 2}, results)
 
     def test_threads_change_nothing(self):
         """-j over files and inside a text: output, messages and their order are those of one thread."""

@@ -8,6 +8,7 @@
 #include <exception>
 #include <fcntl.h>
 #include <malloc.h>
+#include <new>
 #include <unistd.h>
 
 namespace {
@@ -57,6 +58,8 @@ int main(int argc, char** argv) {
     int status = tool::exit_no_work;
     try {
         status = run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        tool::complain("there is not enough memory");
     } catch (const std::exception& error) {
         tool::complain(error.what());
     }
