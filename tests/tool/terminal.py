@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Runs pvzan as a person does at a terminal, and as a filter: terminal.py PVZAN [FAULTS] Terminal|Filter
+"""Runs pvzan as a person does at a terminal, and as a filter: terminal.py PVZAN Terminal|Filter
 
-FAULTS is the library of faults.c; without it, what the system does seldom is not tried."""
+PVZAN_FAULTS names the library of faults.c; without it, what the system does seldom is not tried."""
 import faulthandler
 import os
 import pathlib
@@ -20,7 +20,7 @@ import unicodedata
 import unittest
 
 TOOL = os.path.abspath(sys.argv.pop(1))
-FAULTS = os.path.abspath(sys.argv.pop(1)) if len(sys.argv) > 1 and sys.argv[1].endswith(".so") else None
+FAULTS = os.environ.get("PVZAN_FAULTS")
 
 
 def at_terminal(arguments, directory, environment=None, then=None):

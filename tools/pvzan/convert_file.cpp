@@ -241,7 +241,9 @@ int convert_files(const convert_options& options) {
     for (const std::string& error : list.errors) {
         say_lines(error);
     }
-    tell_left_over(options, kind, list);
+    if (!current_style().quiet) {
+        tell_left_over(options, kind, list);
+    }
     const int worst = list.errors.empty() ? exit_converted : exit_no_work;
     const message_style& style = current_style();
     conversion.options.read_back = conversion.options.read_back || options.check;
