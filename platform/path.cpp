@@ -35,9 +35,7 @@ char* _right(char* text, char c) {
 }
 
 void splitPath(const char* path, split_path* parts) {
-    for (char* part : {parts->root, parts->directory, parts->baseName, parts->extension}) {
-        *part = '\0';
-    }
+    *parts = {};
     std::string_view rest = path;
     if (rest.starts_with('/')) {
         store_part(parts->root, "/");

@@ -60,7 +60,7 @@ PVZAN_API void closeDir(directory_listing* listing);
 
 // Position of the last c in text, or null; also null when c ends text and occurs before, too.
 PVZAN_API char* _right(char* text, char c);
-// Parts longer than their fields are cut.
+// Parts longer than their fields are cut; what is left of each field is zero.
 PVZAN_API void splitPath(const char* path, split_path* parts);
 // out holds text_bytes bytes; a longer path is cut.
 PVZAN_API void mergePath(char* out, const split_path* parts);

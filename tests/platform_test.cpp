@@ -27,6 +27,12 @@ parts split(const std::string& path) {
     const auto p = std::make_unique<split_path>();
     std::memset(p.get(), 'x', sizeof *p);
     splitPath(path.c_str(), p.get());
+    for (const auto& field : {p->root, p->directory, p->baseName, p->extension}) {
+        const std::size_t length = std::strlen(field);
+        EXPECT_EQ(std::count(field + length, field + text_bytes, '\0'),
+                  static_cast<std::ptrdiff_t>(text_bytes - length))
+            << path << " leaves what was there";
+    }
     std::string joined(text_bytes, 'x');
     mergePath(joined.data(), p.get());
     return {p->root, p->directory, p->baseName, p->extension, joined.c_str()};
