@@ -224,38 +224,38 @@ private:
     owned_file file_;
 };
 
-// Fills the table from its text and writes the cache. A missing text leaves an empty cache,
-// deliberately: it is not looked for again by every process; and so does a missing read buffer. A
-// text that is there but could not be opened now, read to its end, or kept in memory leaves none.
+// Fills the table from its text and writes the cache. A text that does not exist leaves an empty
+// cache, deliberately: it is not looked for again by every process. One that is there but cannot be
+// opened now, sized, read to its end or kept in memory leaves none: the next process may be
+// luckier.
 void load_text(table_object* table, const table_paths& paths) {
-    cache_writer cache(paths.cache);
     const owned_file file = open_regular(paths.text);
-    if (file == nullptr && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
-        cache.discard();
+    if (file == nullptr && errno != ENOENT) {
         return;
     }
-    const owned_memory<u8> buffer(static_cast<u8*>(ZAN_malloc(TABLE_READ_BYTES)));
-    if (file != nullptr && buffer != nullptr) {
-        table_reader reader{};
-        reader.file = file.get();
-        reader.encoding = table->textEncoding;
-        reader.bigEndian = table->textBigEndian;
-        reader.readBuf = buffer.get();
-        reader.remaining = file_size(file.get());
-        block_finder finder(table->blocks);
-        pair p{};
-        while (hex32(&reader, &p.code) != 0 && hex32(&reader, &p.ucs) != 0) {
-            if (!put_pair(table, finder, p)) {
-                cache.discard(); // it would lack what memory had no room for
-                return;
-            }
-            cache.add(p);
-        }
-        if (ran_short(file.get())) {
-            cache.discard();
-        }
+    cache_writer cache(paths.cache);
+    if (file == nullptr) {
+        cache.publish();
+        return;
     }
-    cache.publish();
+    u8 buffer[TABLE_READ_BYTES];
+    table_reader reader{};
+    reader.file = file.get();
+    reader.encoding = table->textEncoding;
+    reader.bigEndian = table->textBigEndian;
+    reader.readBuf = buffer;
+    reader.remaining = file_size(file.get());
+    block_finder finder(table->blocks);
+    pair p{};
+    while (hex32(&reader, &p.code) != 0 && hex32(&reader, &p.ucs) != 0) {
+        if (!put_pair(table, finder, p)) {
+            return; // the cache would lack what memory had no room for
+        }
+        cache.add(p);
+    }
+    if (reader.remaining >= 0 && !ran_short(file.get())) {
+        cache.publish();
+    }
 }
 
 void fill_table(table_object* table) {

@@ -77,9 +77,12 @@ int open_to_read(const char* path, struct stat& status) {
     do {
         descriptor = ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     } while (descriptor < 0 && errno == EINTR);
-    if (descriptor >= 0 && (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode))) {
+    if (descriptor < 0) {
+        return -1;
+    }
+    if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
         ::close(descriptor);
-        errno = ENOENT;
+        errno = EINVAL; // something is there
         return -1;
     }
     return descriptor;

@@ -112,7 +112,7 @@ struct file_close {
 using owned_file = std::unique_ptr<FILE, file_close>;
 
 // Opens a regular file, or a link to one, for reading. Anything else, a pipe or a device, could
-// wait or run for ever: it counts as missing. errno tells why it is null.
+// wait or run for ever, and is refused. errno tells why it is null: ENOENT only where nothing is.
 owned_file open_regular(const char* path);
 // Reads such a file at once. False when there is none, or nothing in it; one that cannot be read
 // whole counts as no bytes.

@@ -15,6 +15,7 @@
 #include <random>
 #include <string>
 #include <sys/resource.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -277,25 +278,55 @@ TEST(TableCache, IsTrustedAsItIs) {
     EXPECT_EQ(std::filesystem::file_size(dir.file("t.cmp")), std::uintmax_t{1} << 32);
 }
 
-TEST(TableCache, AMissingOrUnreadableTextLeavesAnEmptyOne) {
+// What is missing, too large, or in no encoding of tables is so for every process. A text that this
+// process merely could not read is not: the next one finds it in its place.
+TEST(TableCache, OnlyATextThatIsNotThereLeavesAnEmptyOne) {
     const charset_directory dir;
     const std::string text = widen("8140 3000\r\n8141 3001\r\n", 2, false);
     dir.write("shift.txt", text);
     dir.write("huge.txt", text);
     std::filesystem::resize_file(dir.file("huge.txt"), std::uintmax_t{1} << 32);
-    for (const auto& [base, encoding] :
-         {std::pair("missing", encoding_utf16), std::pair("huge", encoding_utf16),
-          std::pair("shift", encoding_shift_jis)}) {
-        const std::string text_name = base + std::string(".txt"),
-                          cache = base + std::string(".cmp");
-        for (int process = 0; process < 2; ++process) {
-            const owned_table table = make_table(2, 0, text_name);
-            table->textEncoding = encoding;
-            EXPECT_EQ(loadTableFile(table.get()), 0U) << base;
-            ASSERT_TRUE(dir.has(cache));
-            EXPECT_EQ(dir.read(cache), "");
-            dir.write(text_name, text); // too late for the second one
+    std::filesystem::create_directory(dir.file("folder.txt"));
+    std::filesystem::create_symlink("nowhere", dir.file("dangling.txt"));
+    std::filesystem::create_symlink("loop.txt", dir.file("loop.txt"));
+    std::filesystem::create_symlink("/proc/self/mem", dir.file("no-end.txt")); // no seeking
+    const char* const shorter_than_said = "/sys/kernel/fscaps";
+    std::filesystem::create_symlink(shorter_than_said, dir.file("cut.txt"));
+    dir.write("forbidden.txt", text);
+    std::filesystem::permissions(dir.path(), std::filesystem::perms::all);
+    std::filesystem::permissions(dir.file("forbidden.txt"), std::filesystem::perms::none);
+    const struct {
+        const char* base;
+        u32 encoding;
+        bool leaves_cache;
+    } cases[] = {
+        {"missing", encoding_utf16, true},    {"dangling", encoding_utf16, true},
+        {"huge", encoding_utf16, true},       {"shift", encoding_shift_jis, true},
+        {"folder", encoding_utf16, false},    {"loop", encoding_utf16, false},
+        {"no-end", encoding_utf16, false},    {"cut", encoding_utf16, false},
+        {"forbidden", encoding_utf16, false},
+    };
+    for (const auto& c : cases) {
+        const std::string text_name = c.base + std::string(".txt"),
+                          cache = c.base + std::string(".cmp");
+        if (text_name == "cut.txt" && !std::filesystem::exists(shorter_than_said)) {
+            continue; // no /sys here
         }
+        test::in_child([&] {
+            if (::geteuid() == 0) {
+                ASSERT_EQ(::seteuid(65534), 0); // root may read everything
+            }
+            const owned_table table = make_table(2, 0, text_name);
+            table->textEncoding = c.encoding;
+            EXPECT_EQ(loadTableFile(table.get()), 0U);
+        });
+        EXPECT_EQ(dir.has(cache), c.leaves_cache) << c.base;
+        EXPECT_EQ(dir.read(cache), "") << c.base;
+        // A text that comes then is too late where there is a cache.
+        std::filesystem::remove(dir.file(text_name));
+        dir.write(text_name, text);
+        const owned_table table = make_table(2, 0, text_name);
+        EXPECT_EQ(loadTableFile(table.get()), c.leaves_cache ? 0U : 1U) << c.base;
     }
 }
 
