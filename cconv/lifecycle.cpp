@@ -28,6 +28,9 @@ public:
     ~start_guard() { pthread_mutex_unlock(&start_lock); }
     start_guard(const start_guard&) = delete;
     start_guard& operator=(const start_guard&) = delete;
+
+private:
+    cancel_delay uninterrupted_;
 };
 
 // Groups go before the basic sets that they borrow.
@@ -100,6 +103,36 @@ u32 any_loaded() {
     return s_loadCount.load(std::memory_order_relaxed) > 0;
 }
 
+// ---- Fork and unloading ------------------------------------------------------------------------
+
+bool s_heldOverFork; // the table lock; guarded by the start lock
+bool s_ended;        // the last reference taken or given back was given back; guarded likewise
+
+// A fork waits for other threads to finish loading: the child has none to unlock for them.
+void before_fork() {
+    pthread_mutex_lock(&start_lock);
+    s_heldOverFork = pthread_mutex_lock(&zan_tablemutex) == 0;
+}
+
+void after_fork() {
+    if (s_heldOverFork) {
+        pthread_mutex_unlock(&zan_tablemutex);
+    }
+    pthread_mutex_unlock(&start_lock);
+}
+
+[[gnu::constructor]] void hold_locks_over_fork() {
+    pthread_atfork(before_fork, after_fork, after_fork);
+}
+
+// What loading kept goes with the library's code, once the host has ended its use: at dlclose, or
+// with the process. A host that did not call my_fini may have threads in the library even then.
+[[gnu::destructor]] void release_at_unloading() {
+    if (s_ended && g_ProcessObject.refCount == 1) {
+        termProcess();
+    }
+}
+
 } // namespace
 
 extern "C" {
@@ -122,6 +155,7 @@ void endProcess(void) {
 
 u32 initProcess(void) {
     const start_guard guard;
+    s_ended = false;
     if (g_ProcessObject.refCount != 0) {
         ++g_ProcessObject.refCount;
         return 1;
@@ -143,6 +177,7 @@ u32 initProcess(void) {
 
 void termProcess(void) {
     const start_guard guard;
+    s_ended = true;
     if (g_ProcessObject.refCount-- == 1) {
         pthread_mutex_destroy(&zan_tablemutex);
         release_registry();
@@ -172,7 +207,8 @@ u32 cconvLoadRule(void) {
     if (s_loaded.load(std::memory_order_acquire) != 0) {
         return any_loaded();
     }
-    // This reference is never given back, deliberately: sessions keep pointers into the registry.
+    // This reference is kept as long as the library is in memory, deliberately: sessions have
+    // pointers into the registry.
     if (initProcess() == 0) {
         return 0;
     }

@@ -21,6 +21,19 @@ PVZAN_API void termProcess(void);
 PVZAN_API char* getCharsetPath(char* buffer, u32 size);
 }
 
+// Puts pthread_cancel off for a scope: reading files is where it acts, and a thread that ended
+// there would leave the lock taken for ever.
+class cancel_delay {
+public:
+    cancel_delay() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+    ~cancel_delay() { pthread_setcancelstate(before_, nullptr); }
+    cancel_delay(const cancel_delay&) = delete;
+    cancel_delay& operator=(const cancel_delay&) = delete;
+
+private:
+    int before_ = PTHREAD_CANCEL_ENABLE;
+};
+
 // Holds the table lock for a scope, where it could be taken.
 class table_lock {
 public:
@@ -34,6 +47,7 @@ public:
     table_lock& operator=(const table_lock&) = delete;
 
 private:
+    cancel_delay uninterrupted_; // before the lock is taken
     bool held_;
 };
 

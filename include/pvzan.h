@@ -82,6 +82,7 @@
  *
  * A session is used by one thread at a time; different sessions may run on different threads at
  * once. Definitions and tables are loaded once, on first use, under the library's own lock.
+ * pthread_cancel does not interrupt that, and fork waits for it: parent and child both convert.
  * my_init, my_fini and ZAN_setCharsetPath belong to the start and the end of the program, when no
  * other thread is in the library.
  */
@@ -304,7 +305,8 @@ PVZAN_API uint32_t cconvTermConvert(pvzan_session* session);
 /* ---- Library start and end, charset directory ----------------------------------------------- */
 
 /* Call once before everything else, and once at the end. The first conversion takes a reference of
- * its own that is never given back, so what sessions point to outlives my_fini. */
+ * its own, so what sessions point to outlives my_fini: it goes when the library does, by dlclose
+ * after my_fini. */
 PVZAN_API void my_init(void);
 PVZAN_API void my_fini(void);
 

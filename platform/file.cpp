@@ -88,6 +88,15 @@ int open_to_read(const char* path, struct stat& status) {
     return descriptor;
 }
 
+owned_file stream_of(int descriptor, const char* mode) {
+    FILE* stream = ::fdopen(descriptor, mode);
+    if (stream == nullptr) {
+        ::close(descriptor);
+        errno = ENOMEM;
+    }
+    return owned_file(stream);
+}
+
 } // namespace
 
 owned_file open_regular(const char* path) {
@@ -96,12 +105,7 @@ owned_file open_regular(const char* path) {
     if (descriptor < 0) {
         return nullptr;
     }
-    FILE* stream = ::fdopen(descriptor, "rb");
-    if (stream == nullptr) {
-        ::close(descriptor);
-        errno = ENOMEM;
-    }
-    return owned_file(stream);
+    return stream_of(descriptor, "rb");
 }
 
 // Without a stream: loading reads a hundred small files, and calls of the system are most of it.
@@ -130,8 +134,23 @@ bool read_regular(const char* path, owned_memory<u8>& data, std::size_t& size) {
     return data != nullptr;
 }
 
+// The umask does not decide: with 0 anybody could write the file, with 077 nobody else read it.
 owned_file create_file(const char* path) {
-    return owned_file(std::fopen(path, "wbxe"));
+    const int descriptor = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (descriptor < 0) {
+        return nullptr;
+    }
+    char directory[text_bytes];
+    copy_text(directory, path);
+    directory[ZAN_getPathBreak(path)] = '\0';
+    struct stat place {};
+    mode_t mode = S_IRUSR | S_IWUSR;
+    if (::stat(directory, &place) == 0) {
+        const mode_t listed = place.st_mode, entered = place.st_mode << 2; // execute is entering
+        mode |= listed & entered & (S_IRGRP | S_IROTH);
+    }
+    ::fchmod(descriptor, mode);
+    return stream_of(descriptor, "wb");
 }
 
 bool ran_short(FILE* stream) {

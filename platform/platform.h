@@ -117,5 +117,6 @@ owned_file open_regular(const char* path);
 // Reads such a file at once. False when there is none, or nothing in it; one that cannot be read
 // whole counts as no bytes.
 bool read_regular(const char* path, owned_memory<u8>& data, std::size_t& size);
-// Makes a file that was not there.
+// Makes a file that was not there: its owner may write it, and those read it who may list and enter
+// its directory.
 owned_file create_file(const char* path);

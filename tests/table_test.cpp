@@ -15,6 +15,7 @@
 #include <random>
 #include <string>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -327,6 +328,26 @@ TEST(TableCache, OnlyATextThatIsNotThereLeavesAnEmptyOne) {
         dir.write(text_name, text);
         const owned_table table = make_table(2, 0, text_name);
         EXPECT_EQ(loadTableFile(table.get()), c.leaves_cache ? 0U : 1U) << c.base;
+    }
+}
+
+TEST(TableCache, IsReadByThoseWhoEnterTheDirectoryWhateverTheUmask) {
+    constexpr std::pair<unsigned, unsigned> modes[] = {{0777, 0644}, {0755, 0644}, {0750, 0640},
+                                                       {0700, 0600}, {0711, 0600}, {0705, 0604}};
+    for (const auto& [directory, cache] : modes) {
+        for (const mode_t mask : {0U, 022U, 077U, 0777U}) {
+            const charset_directory dir;
+            dir.write("t.txt", widen("21 3000\r\n", 2, false));
+            std::filesystem::permissions(dir.path(), std::filesystem::perms{directory});
+            const mode_t before = ::umask(mask);
+            const owned_table table = make_table(4, 1, "t.txt");
+            EXPECT_EQ(loadTableFile(table.get()), 1U);
+            ::umask(before);
+            EXPECT_EQ(
+                static_cast<unsigned>(std::filesystem::status(dir.file("t.cmp")).permissions()),
+                cache)
+                << std::oct << directory << " under " << mask;
+        }
     }
 }
 

@@ -10,8 +10,10 @@
 #include <barrier>
 #include <filesystem>
 #include <memory>
+#include <pthread.h>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -103,16 +105,52 @@ TEST(Threads, LoadAtOnce) {
     test::in_child([] { expect_threads_agree(32, true); });
 }
 
-// Tables are read as text, and their caches written.
-TEST(Threads, FourLoadWithoutCaches) {
-    const test::temp_dir directory;
-    for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
-        if (entry.path().extension() != ".cmp") {
-            std::filesystem::copy(entry.path(), directory.path());
+// A charset directory without caches: tables are read as text, and their caches written.
+struct cold_directory : test::temp_dir {
+    cold_directory() {
+        for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
+            if (entry.path().extension() != ".cmp") {
+                std::filesystem::copy(entry.path(), path());
+            }
         }
     }
+};
+
+TEST(Threads, FourLoadWithoutCaches) {
+    const cold_directory directory;
     test::in_child([&] { expect_threads_agree(4, true, directory.path().c_str()); });
     EXPECT_TRUE(directory.has("jis_x0208-1990.cmp"));
+}
+
+// Cancelled or forked at any moment of loading, a thread leaves no lock behind: others, and the
+// child, go on to convert.
+TEST(Threads, CancelAndForkLeaveNoLock) {
+    const auto convert = [] {
+        ::alarm(60); // for a lock that nobody gives back
+        EXPECT_EQ(convert_both_ways({"utf-8", "shift_jis"}, "漢"), "\x8A\xBFWINDOWS31J漢");
+    };
+    for (useconds_t delay = 0; delay < 10 && !::testing::Test::HasFailure(); ++delay) {
+        for (const bool cancel : {true, false}) {
+            const cold_directory directory;
+            test::in_child([&] {
+                ZAN_setCharsetPath(directory.path().c_str());
+                pthread_t loading{};
+                const auto load_all = [](void*) -> void* {
+                    convert_all(0);
+                    return nullptr;
+                };
+                ASSERT_EQ(::pthread_create(&loading, nullptr, load_all, nullptr), 0);
+                ::usleep(1000 + delay * delay * 1500);
+                if (cancel) {
+                    ::pthread_cancel(loading);
+                } else {
+                    test::in_child(convert);
+                }
+                ::pthread_join(loading, nullptr);
+                convert();
+            });
+        }
+    }
 }
 
 // The fast path learns characters while other threads run on what it knows. Each round asks for

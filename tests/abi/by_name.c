@@ -1,11 +1,14 @@
-/* A program that knows the library by its file name and its symbols only: by_name LIBRARY CHARSETS
- */
+/* A program that knows the library by its file name and its symbols only, and has no use for it in
+ * between: by_name LIBRARY CHARSETS */
 #include "pvzan.h"
 
 #include <dlfcn.h>
+#include <malloc.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 /* The library's calls, as found in it. */
 static struct {
@@ -29,11 +32,13 @@ static struct {
         memcpy(&calls.name, &found, sizeof found);                                                 \
     }
 
-int main(int count, char** arguments) {
+static int convert(void* library, const char* charsets) {
     /* "A", two kanji, a half-width katakana, a byte that is no character, a line break */
     static const unsigned char text[] = {'A', 0x88, 0x9F, 0xEA, 0xA4, 0xB1, 0xA0, '\r', '\n'};
     static const unsigned char expected[] = {'A',  0xE4, 0xBA, 0x9C, 0xE7, 0x86,
                                              0x99, 0xEF, 0xBD, 0xB1, '\n'};
+    static pvzan_session cleared, session_of_all_rounds;
+    pvzan_session* session = &session_of_all_rounds;
     unsigned char result[64];
     unsigned char out[3];
     size_t length = 0;
@@ -41,13 +46,7 @@ int main(int count, char** arguments) {
     uint32_t status;
     pvzan_target_options target;
     pvzan_source_options source = {1, 0, 0};
-    pvzan_session* session = calloc(1, sizeof *session);
-    void* library = count == 3 ? dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL) : 0;
 
-    if (!library || !session) {
-        fprintf(stderr, "cannot load the library: %s\n", count == 3 ? dlerror() : "arguments");
-        return 1;
-    }
     FIND(my_init)
     FIND(my_fini)
     FIND(ZAN_setCharsetPath)
@@ -56,11 +55,12 @@ int main(int count, char** arguments) {
     FIND(cconvConvert)
     FIND(cconvTermConvert)
 
+    *session = cleared;
     memset(&target, 0, sizeof target);
     target.convertNewline = 1;
     target.newlineMode = PVZAN_NEWLINE_LF;
     calls.my_init();
-    if (!calls.ZAN_setCharsetPath(arguments[2]) ||
+    if (!calls.ZAN_setCharsetPath(charsets) ||
         calls.cconvInitConvert(session, &target, "UTF-8") != 0 ||
         calls.cconvChgCharset(session, &source, "Shift_JIS") != 0) {
         fprintf(stderr, "cannot open the conversion\n");
@@ -88,7 +88,51 @@ int main(int count, char** arguments) {
                 (unsigned)length, (unsigned)session->inCount);
         return 1;
     }
-    free(session);
-    /* No dlclose: to a leak checker, the definitions the library keeps for good would be lost. */
+    return 0;
+}
+
+/* In use, by the allocator's own account. */
+static size_t memory_used(void) {
+    struct mallinfo2 all = mallinfo2();
+    return all.uordblks + all.hblkhd;
+}
+
+int main(int count, char** arguments) {
+    size_t before = 0;
+    int round, status;
+    pid_t child;
+
+    for (round = 0; round < 10; ++round) {
+        void* library = count == 3 ? dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL) : 0;
+        if (!library) {
+            fprintf(stderr, "cannot load the library: %s\n", count == 3 ? dlerror() : "arguments");
+            return 1;
+        }
+        if (convert(library, arguments[2]) != 0) {
+            return 1;
+        }
+        if (dlclose(library) != 0 || dlopen(arguments[1], RTLD_NOW | RTLD_NOLOAD)) {
+            fprintf(stderr, "the library stays\n");
+            return 1;
+        }
+        /* Nothing of it is left to be called. */
+        child = fork();
+        if (child == 0) {
+            _exit(0);
+        }
+        if (waitpid(child, &status, 0) != child || status != 0) {
+            fprintf(stderr, "cannot fork without the library: %d\n", status);
+            return 1;
+        }
+        if (round == 1) {
+            before = memory_used();
+        }
+    }
+    /* Free blocks that the allocator keeps at hand count as used. */
+    if (memory_used() > before + 100000) {
+        fprintf(stderr, "%lu bytes are left of 8 rounds\n",
+                (unsigned long)(memory_used() - before));
+        return 1;
+    }
     return 0;
 }
