@@ -127,21 +127,18 @@ file_outcome convert_one(const listed_file& file, const text_conversion& convers
     return outcome_of(file, result, report, false, lost, sink);
 }
 
-file_outcome guarded(const listed_file& file, const file_report::line_sink& sink,
-                     const std::function<file_outcome()>& work) {
-    const auto tell = [&](std::string_view why) {
-        try {
-            return fail(file, why, exit_no_work, sink);
-        } catch (const std::exception&) {
-            return file_outcome{exit_no_work, file_kind::failed}; // no memory even for that
-        }
-    };
+file_outcome outcome_of_exception(const listed_file& file,
+                                  const file_report::line_sink& sink) noexcept {
     try {
-        return work();
-    } catch (const std::bad_alloc&) {
-        return tell("there is not enough memory");
-    } catch (const std::exception& error) {
-        return tell(error.what());
+        try {
+            throw;
+        } catch (const std::bad_alloc&) {
+            return fail(file, "there is not enough memory", exit_no_work, sink);
+        } catch (const std::exception& error) {
+            return fail(file, error.what(), exit_no_work, sink);
+        }
+    } catch (...) { // no memory even for the message
+        return {exit_no_work, file_kind::failed};
     }
 }
 

@@ -22,9 +22,20 @@ file_outcome convert_one(const listed_file& file, const text_conversion& convers
                          const std::function<bool(bytes_view)>& output, std::string_view lost,
                          const file_report::line_sink& sink);
 
-// What a piece of work throws, such as that there is no memory, is only its file's trouble.
+// While an exception is handled: it is only its file's trouble, such as that there is no memory.
+file_outcome outcome_of_exception(const listed_file& file,
+                                  const file_report::line_sink& sink) noexcept;
+
+// The outcome of work, which may throw.
+template <typename work_type>
 file_outcome guarded(const listed_file& file, const file_report::line_sink& sink,
-                     const std::function<file_outcome()>& work);
+                     const work_type& work) {
+    try {
+        return work();
+    } catch (...) {
+        return outcome_of_exception(file, sink);
+    }
+}
 
 // Without any output.
 file_outcome check_one(const listed_file& file, const text_conversion& conversion,
