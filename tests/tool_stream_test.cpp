@@ -208,12 +208,13 @@ const std::vector<stream_case> cases = {
     // EUC codes without a character, which the library would hand on where the sets are the same.
     {"euc-jp",
      "shift_jis",
-     "\xA4\xA2\xA9\xA1\x8F\xA2\xB0\x7F\r\xA0\xA0",
+     "\xA4\xA2\xA9\xA1\x8F\xA2\xB0\x7F\r\xA0\xA0\n\x8F\n",
      "\x82\xA0",
      {{invalid, 1, 2, 2, "\xA9\xA1"},
       {lacking, 1, 3, 4, "\x8F\xA2\xB0", 0x2C7},
       {invalid, 1, 4, 7, "\x7F"},
-      {invalid, 2, 1, 9, "\xA0\xA0"}}},
+      {invalid, 2, 1, 9, "\xA0\xA0"},
+      {invalid, 3, 1, 12, "\x8F\n"}}},
     // In two-byte units the text stays in step.
     {"euc-jp-fix", "utf-8", "\xA4\xA2\x80\xA1\0A"s, "\xE3\x81\x82", {{invalid, 1, 2, 2, "\x80"}}},
     // An unknown escape sequence; set switches as characters.

@@ -41,15 +41,15 @@ fault why_ill_formed(std::uint8_t lead, const unicode_sequence& sequence, unicod
     return surrogate ? fault::half_pair : fault::no_character;
 }
 
-// Which of the bytes is the first that no code of four bytes in GB 18030 has there, 0: none. The
-// library tells only when it has seen all four.
+// Which of the bytes is the first that no long code has there, of three bytes in EUC or of four in
+// GB 18030; 0: none. The library tells only when it has seen that many.
 std::size_t unfit_byte(bytes_view text, const charset_name& charset) {
-    const std::size_t length =
-        charset.library == "gb18030" ? std::min(text.size(), longest_code) : 0;
+    const bool four = charset.library == "gb18030";
+    const bool euc = charset.library.starts_with("euc-") && charset.unit_bytes() == 1;
+    const std::size_t length = four || euc ? std::min(text.size(), longest_code) : 0;
     for (std::size_t i = 1; i < length; ++i) {
-        const bool fits =
-            i % 2 == 1 ? text[i] >= '0' && text[i] <= '9' : text[i] >= 0x81 && text[i] <= 0xFE;
-        if (!fits) {
+        const bool digit = text[i] >= '0' && text[i] <= '9';
+        if (four && i % 2 == 1 ? !digit : text[i] <= 0x80 || text[i] == 0xFF) {
             return i;
         }
     }
