@@ -1,8 +1,8 @@
 // Every public charset against another converter, the C library's iconv: the whole code space
 // decoded, all scalars encoded. A difference that is not listed fails, and so does a listed one
 // that is none.
-#include "tests/oracle_differences.h"
 #include "cconv/table.h"
+#include "tests/oracle_differences.h"
 #include "tests/support/convert.h"
 
 #include <functional>

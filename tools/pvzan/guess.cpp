@@ -327,8 +327,8 @@ bool is_half_katakana_only(std::u32string_view text) {
         text, [](char32_t c) { return c < 0x80 || kind_of(c) == kind::half_katakana; });
 }
 
-// One half to the power of bits, in the steps of costs. The function of the mathematics library would
-// make every start of the tool load that library.
+// One half to the power of bits, in the steps of costs. The function of the mathematics library
+// would make every start of the tool load that library.
 double half_to_the(double bits) {
     constexpr double step = 0.957603280698573647; // 2 to the power of -1 / bit_cost
     double power = 1;
