@@ -6,11 +6,16 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <string>
+#include <sys/ptrace.h>
 #include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -301,6 +306,63 @@ TEST(CharsetBuilder, WritesWhatTheLibraryReads) {
     EXPECT_EQ(first[0], 0x80U);
     EXPECT_EQ(first[1], 0x41U);
     EXPECT_EQ(first[2], 0U);
+}
+
+// Runs the builder up to its nth call of the system; false when it ended before.
+bool killed_at_call(int n, const source_tree& tree) {
+    const std::string source = tree.place.file("source"), output = tree.place.file("output");
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+        ::execl(PVZAN_BUILD_CHARSETS, "build_charsets", source.c_str(), output.c_str(), nullptr);
+        std::_Exit(127);
+    }
+    int status = 0;
+    while (::waitpid(child, &status, 0) == child && WIFSTOPPED(status)) {
+        if (--n < 0) {
+            ::kill(child, SIGKILL);
+            ::waitpid(child, &status, 0);
+            return true;
+        }
+        ::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+    }
+    return false;
+}
+
+// Whenever it is killed, there is the old directory, or the new one, or none: a table that is not
+// there would let its codes through as they are.
+TEST(CharsetBuilder, KilledAtAnyCallItLeavesNoPart) {
+    const source_tree tree;
+    const auto files_of = [&](const char* directory) {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : fs::directory_iterator(tree.place.file(directory))) {
+            const std::string name = entry.path().filename().string();
+            files[name] = tree.place.read(directory + ("/" + name));
+        }
+        return files;
+    };
+    ASSERT_EQ(tree.build().status, 0);
+    tree.place.write("output/kept.md", "");
+    fs::copy(tree.place.file("output"), tree.place.file("old"));
+    tree.spoil("tables/more.tsv", "2121\t3042\t\xE3\x81\x82", "2121\t3043");
+    ASSERT_EQ(tree.build().status, 0);
+    const auto old_files = files_of("old"), new_files = files_of("output");
+    ASSERT_NE(old_files, new_files);
+    int found_old = 0, found_new = 0, n = 0;
+    for (bool killed = true; killed; ++n) {
+        fs::remove_all(tree.place.file("output"));
+        fs::copy(tree.place.file("old"), tree.place.file("output"));
+        killed = killed_at_call(n, tree);
+        if (tree.place.has("output")) {
+            const auto files = files_of("output");
+            found_old += files == old_files;
+            found_new += files == new_files;
+            ASSERT_TRUE(files == old_files || files == new_files) << "killed at call " << n;
+        }
+    }
+    EXPECT_GT(found_old, 100);
+    EXPECT_GT(found_new, 1);
+    EXPECT_FALSE(tree.place.has("output.next") || tree.place.has("output.previous"));
 }
 
 // Every cache is what the library itself would have written on loading the text.

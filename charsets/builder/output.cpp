@@ -2,7 +2,10 @@
 
 #include <array>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
+#include <sys/file.h>
+#include <unistd.h>
 
 namespace charsets {
 namespace {
@@ -68,21 +71,49 @@ void write_table(const table& source, const fs::path& path) {
     write_file(fs::path(path).replace_extension(".cmp"), cache);
 }
 
-bool is_ours(const fs::path& path) {
-    const fs::path extension = path.extension();
-    return extension == ".xml" || extension == ".set" || extension == ".txt" || extension == ".cmp";
+bool is_definition(const fs::path& path) {
+    return path.extension() == ".xml";
 }
 
-} // namespace
+bool is_ours(const fs::path& path) {
+    const fs::path extension = path.extension();
+    return is_definition(path) || extension == ".set" || extension == ".txt" || extension == ".cmp";
+}
 
-void write_directory(const directory& built, const fs::path& output) {
-    fs::create_directories(output);
-    // An existing cache is trusted as it is, so none may outlive its table.
-    for (const auto& entry : fs::directory_iterator(output)) {
-        if (is_ours(entry.path())) {
-            fs::remove(entry.path());
+fs::path beside(const fs::path& directory, const char* suffix) {
+    fs::path path = directory;
+    return path += suffix;
+}
+
+// Keeps a second builder from the same place until this one ends, however it ends. Where the system
+// has no such locks there is none.
+class place_lock {
+public:
+    explicit place_lock(const fs::path& place)
+        : descriptor_(::open(place.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        ::flock(descriptor_, LOCK_EX);
+    }
+    ~place_lock() { ::close(descriptor_); }
+    place_lock(const place_lock&) = delete;
+    place_lock& operator=(const place_lock&) = delete;
+
+private:
+    int descriptor_;
+};
+
+// A directory without definitions converts nothing; one without a table would convert wrongly.
+void remove_directory(const fs::path& directory) {
+    if (fs::exists(directory)) {
+        for (const auto& entry : fs::directory_iterator(directory)) {
+            if (is_definition(entry.path())) {
+                fs::remove(entry.path());
+            }
         }
     }
+    fs::remove_all(directory);
+}
+
+void fill_directory(const directory& built, const fs::path& output) {
     for (const auto& [file, found] : built.charsets) {
         write_document(found.document, output / file);
     }
@@ -92,6 +123,41 @@ void write_directory(const directory& built, const fs::path& output) {
     for (const auto& [file, found] : built.tables) {
         write_table(found, output / file);
     }
+}
+
+} // namespace
+
+// An existing cache is trusted as it is, so none may outlive its table: the directory is always
+// built anew.
+void write_directory(const directory& built, const fs::path& output) {
+    const fs::path place = fs::weakly_canonical(output / "x").parent_path();
+    fs::create_directories(place.parent_path());
+    const place_lock lock(place.parent_path());
+    const fs::path next = beside(place, ".next"), previous = beside(place, ".previous");
+    remove_directory(next); // what a builder left that was killed
+    remove_directory(previous);
+    fs::create_directory(next);
+    try {
+        fill_directory(built, next);
+    } catch (...) {
+        fs::remove_all(next);
+        throw;
+    }
+    if (fs::exists(place)) {
+        for (const auto& entry : fs::directory_iterator(place)) {
+            if (!is_ours(entry.path())) {
+                fs::copy(entry.path(), next / entry.path().filename(),
+                         fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+            }
+        }
+        std::error_code fault; // layered file systems do not rename every directory
+        fs::rename(place, previous, fault);
+        if (fault) {
+            remove_directory(place);
+        }
+    }
+    fs::rename(next, place);
+    remove_directory(previous);
 }
 
 } // namespace charsets

@@ -5,7 +5,9 @@
 
 namespace charsets {
 
-// Leaves the files of `built` in the directory and no other document, table or cache.
+// Leaves the files of `built` in the directory and no other document, table or cache. They are
+// written beside it, and take its place when all are there: a builder that is killed, or that has
+// no room, leaves the directory as it was, or none.
 void write_directory(const directory& built, const std::filesystem::path& output);
 
 } // namespace charsets
