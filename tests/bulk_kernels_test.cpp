@@ -25,6 +25,10 @@ std::vector<named_kernels> runnable_kernels() {
     return all;
 }
 
+TEST(Kernels, AreTheBestThatRun) {
+    EXPECT_EQ(&bulk_best_kernels(), runnable_kernels().back().kernels);
+}
+
 constexpr std::size_t most_bytes = 4 * chunk_bytes;
 
 struct kernels_test : testing::TestWithParam<named_kernels> {
