@@ -121,8 +121,12 @@ void after_fork() {
     pthread_mutex_unlock(&start_lock);
 }
 
-[[gnu::constructor]] void hold_locks_over_fork() {
-    pthread_atfork(before_fork, after_fork, after_fork);
+// Once for the process, or for as long as the library is in memory; the start lock is held.
+void hold_locks_over_fork() {
+    static bool s_done;
+    if (!s_done) {
+        s_done = pthread_atfork(before_fork, after_fork, after_fork) == 0;
+    }
 }
 
 // What loading kept goes with the library's code, once the host has ended its use: at dlclose, or
@@ -156,6 +160,7 @@ void endProcess(void) {
 u32 initProcess(void) {
     const start_guard guard;
     s_ended = false;
+    hold_locks_over_fork();
     if (g_ProcessObject.refCount != 0) {
         ++g_ProcessObject.refCount;
         return 1;
