@@ -76,6 +76,12 @@
  *   continuation bytes are decoded, not reported. Check the text first where that matters.
  * - An output buffer of 8 bytes makes progress with every charset, one of 22 with character
  *   references too; a language tag needs 4 bytes for each letter on top.
+ * - Charsets of Unicode whose own sets lack the tag characters read language tags; those that come
+ *   with the library hold every character and pass them on. A tag may begin inside another. When
+ *   the innermost is cancelled, cut by invalid input or longer than 4095 letters, all are invalid,
+ *   and inPos stays before the outermost, whose inner ones the next calls read. That ends where
+ *   more than 32 begin inside it: then inPos stands behind what was read, so that the time for a
+ *   hostile text grows with its length and not with its square.
  * - Positions are 32-bit signed: one buffer holds less than 2 GiB. A stream may be of any length.
  *
  * THREADS

@@ -172,6 +172,7 @@ TEST(LanguageTags, OverlongOnesAreInvalid) {
 }
 
 // Tags inside tags: the outer one's letters before the first inner one count; nothing recurses.
+// When the innermost is cancelled, up to 32 are given back to be read, and more are used up.
 TEST(LanguageTags, NestedOnesDoNotExhaustTheStack) {
     in_directory([] {
         conversion c{.from = "iso-10646-ucs-4", .to = "utf-8"};
@@ -180,6 +181,16 @@ TEST(LanguageTags, NestedOnesDoNotExhaustTheStack) {
         c.expected = in_form("utf-8", tagged(U"[b]A"));
         c.enough_room = 16;
         expect_conversion(c);
+
+        for (const std::size_t inner : {1U, 32U, 33U, 1000U}) {
+            const auto s = test::open_session(c);
+            c.input = in_form(c.from, U"A" + std::u32string(inner + 1, 0xE0001) + U"\U000E007F");
+            std::vector<std::uint8_t> out(64);
+            test::give_input(*s, c.input);
+            test::give_output(*s, out);
+            EXPECT_EQ(cconvConvert(s.get()), PVZAN_INVALID_INPUT);
+            EXPECT_EQ(s->inPos, inner > 32 ? s->inLen : 4) << inner;
+        }
 
         c.input = in_form(c.from, std::u32string(200000, 0xE0001) + U"A");
         const test::outcome got = test::run(c, {c.input}, 64);
