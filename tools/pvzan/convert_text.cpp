@@ -8,12 +8,27 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
+#include <vector>
 
 namespace tool {
 
 namespace {
 
 constexpr std::size_t input_bytes = 64 * 1024;
+
+// Leaves memory as it is: a short text touches a page of the input buffer, not all of it.
+template <class T>
+struct uncleared : std::allocator<T> {
+    template <class U>
+    struct rebind {
+        using other = uncleared<U>;
+    };
+    template <class U>
+    void construct(U* at) noexcept {
+        ::new (static_cast<void*>(at)) U;
+    }
+};
 
 class text_run {
 public:
@@ -186,8 +201,9 @@ private:
         parallel_text parts({conversion_.to, conversion_.options, conversion_.jobs}, text,
                             {[this](std::span<std::uint8_t> into) { return read_into(into); },
                              [this](bytes_view bytes) { return write(bytes); }, &report_});
-        buffer_ =
+        const std::vector<std::uint8_t> left =
             parts.run({buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(kept_)});
+        buffer_.assign(left.begin(), left.end());
         std::size_t used = 0;
         while (result_.end == text_end::whole && buffer_.size() - used > input_bytes) {
             used += text.feed(bytes_view(buffer_).subspan(used, input_bytes));
@@ -216,7 +232,7 @@ private:
     file_report& report_;
     const std::function<bool(bytes_view)>& output_;
     text_result result_;
-    std::vector<std::uint8_t> buffer_;
+    std::vector<std::uint8_t, uncleared<std::uint8_t>> buffer_;
     std::size_t kept_ = 0;
     bool ended_ = false, guessing_ = false;
 };
