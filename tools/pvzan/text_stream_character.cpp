@@ -208,7 +208,7 @@ bool text_stream::convert_known(const text_character& character, bytes_view text
     const bool as_utf8_only = from_.is_iso2022() || character.marks > 0;
     const char32_t again = character.mark == 0 ? one_way_.comes_back(character.scalar) : 0;
     std::vector<std::uint8_t> other;
-    if (back_ && (again == 0 || !options_.similar)) {
+    if (back_ && again == 0) {
         other = as_utf8_only ? back_->other_than(as_utf8, utf8_name())
                              : back_->other_than(character.spelled, from_);
     }
