@@ -94,6 +94,9 @@ u32 ConvJISX0213CombiningFromUCS(u32 base, u32 mark, u32* code) {
 } // extern "C"
 
 bool is_combining_mark(u32 mark) {
-    return mark == mark_grave || mark == mark_acute || mark == mark_semi_voiced ||
-           mark == tone_extra_high || mark == tone_extra_low;
+    return std::ranges::find(combining_marks, mark) != std::end(combining_marks);
+}
+
+bool may_take_mark(u32 base) {
+    return std::ranges::find(rows(), base, &combining_row::base) != rows().end();
 }

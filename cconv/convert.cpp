@@ -1,9 +1,9 @@
 // The four calls that run a conversion, and the driver that alternates decode and encode rule.
-#include "cconv/bulk.h"
 #include "cconv/engine.h"
+#include "cconv/fast/fast.h"
 #include "cconv/lifecycle.h"
 #include "cconv/names.h"
-#include "cconv/short_text.h"
+#include "cconv/step.h"
 #include "cconv/table.h"
 #include "platform/platform.h"
 
@@ -74,15 +74,6 @@ void choose_substitutes(session* s) {
     }
 }
 
-void load_substitute(session* s) {
-    const substitute& subst = s->setCode <= 0xFF ? s->subst1 : s->subst2;
-    s->outSetNo = subst.setNo;
-    s->outSetType = subst.setType;
-    s->outCode = subst.code;
-    s->outBytes = subst.bytes;
-    s->outDone = 0;
-}
-
 // ---- Driving -----------------------------------------------------------------------------------
 
 constexpr bool is_resume_point(u32 status) {
@@ -90,89 +81,19 @@ constexpr bool is_resume_point(u32 status) {
            status == PVZAN_OUTPUT_FULL;
 }
 
-// Runs the decode rule for the next character. A rule after which one goes on although it took no
-// input (a set of zero bytes, an encode rule that a definition names here) would do so for ever:
-// that is invalid input.
-void decode_character(session* s) {
-    const bool first_attempt = s->status != PVZAN_INPUT_INCOMPLETE;
-    if (first_attempt) {
-        s->prevSrcCode = s->srcCode;
-    }
-    s->srcCode = 0;
-    s->setCode = 0;
-    s->ucsCode = 0;
-    s->outCode = 0;
-    s->outBytes = 0;
-    s->outDone = 0;
-    s->outCode2 = 0;
-
-    const i32 before = s->inPos;
-    s->srcRule->function(s);
-    const bool goes_on = s->status == PVZAN_DECODED || s->status == PVZAN_WRITTEN ||
-                         s->status == PVZAN_OUTPUT_FULL || s->status == PVZAN_UNREPRESENTABLE;
-    if (goes_on && s->inPos == before) {
-        s->status = PVZAN_INVALID_INPUT;
-    }
-    if (s->status == PVZAN_INVALID_INPUT && s->source.skipInvalid != 0) {
-        if (s->inPos == before) {
-            ++s->inPos;
-        }
-        s->status = PVZAN_WRITTEN;
-    }
-    // Input that held no character, an escape sequence say, leaves the one before as the previous
-    // one.
-    if (s->status == PVZAN_DONE) {
-        s->srcCode = s->prevSrcCode;
-    }
-}
-
-// Folds every kind of line break to CR, which the output stage writes as asked. False: the LF of a
-// CR LF, to be dropped.
-bool normalise_newline(session* s) {
-    if (s->srcCode == '\n' && s->prevSrcCode == '\r') {
-        return false;
-    }
-    if (s->srcCode == '\n' || s->srcCode == '\r' || s->ucsCode == 0x2028 || s->ucsCode == 0x2029) {
-        s->ucsCode = '\r';
-        s->setCode = '\r';
-    }
-    return true;
-}
-
-// Runs the encode rule until the character, or a substitute for it, is written, dropped or stopped
-// at.
-void encode_character(session* s) {
-    if (s->target.convertNewline != 0 && !normalise_newline(s)) {
-        s->status = PVZAN_WRITTEN;
-        return;
-    }
-    s->dstRule->function(s);
-    if (s->status != PVZAN_UNREPRESENTABLE || s->target.useSubstitute == 0) {
-        return;
-    }
-    load_substitute(s);
-    s->status = PVZAN_OUTPUT_FULL; // "write what is prepared"
-    s->dstRule->function(s);
-    if (s->status == PVZAN_UNREPRESENTABLE) {
-        s->status = PVZAN_WRITTEN; // no writing that either: the character is dropped
-    }
-}
-
 // Decodes and encodes in turn until the input is used up or something stops it; the status tells.
-void drive(session* s, bulk_guide& bulk, short_guide& known) {
+void drive(session* s) {
+    fast::path fast;
     for (;;) {
         if (s->status == PVZAN_INPUT_INCOMPLETE || s->status == PVZAN_WRITTEN) {
             if (s->status == PVZAN_WRITTEN) {
-                bulk.run(s);
-                known.run(s);
+                fast.run(s);
             }
             if (input_left(s).empty()) {
                 s->status = PVZAN_DONE;
                 return;
             }
-            bulk.begin(s);
-            known.begin(s);
-            decode_character(s);
+            decode_step(s);
             if (s->status == PVZAN_WRITTEN) {
                 continue; // dropped
             }
@@ -180,9 +101,7 @@ void drive(session* s, bulk_guide& bulk, short_guide& known) {
         if (s->status != PVZAN_DECODED && s->status != PVZAN_OUTPUT_FULL) {
             return;
         }
-        encode_character(s);
-        bulk.learn(s);
-        known.learn(s);
+        encode_step(s);
         if (s->status != PVZAN_WRITTEN && s->status != PVZAN_DECODED) {
             return;
         }
@@ -243,10 +162,7 @@ u32 cconvConvert(session* s) {
     if (!is_resume_point(s->status)) {
         s->status = PVZAN_WRITTEN;
     }
-    short_guide known;
-    bulk_guide bulk(s);
-    drive(s, bulk, known);
-    bulk.leave(s);
+    drive(s);
     return s->status;
 }
 

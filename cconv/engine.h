@@ -45,8 +45,11 @@ PVZAN_API u32 ConvJISX0213CombiningFromUCS(u32 base, u32 mark, u32* code);
 PVZAN_API u32 ToCharRef(session* s, u32 value);
 }
 
-// Whether a mark may follow a base letter as one character of JIS X 0213.
+// The marks that may follow a base letter as one character of JIS X 0213.
+inline constexpr u16 combining_marks[] = {0x0300, 0x0301, 0x309A, 0x02E5, 0x02E9};
 bool is_combining_mark(u32 mark);
+// Whether any of them may follow the letter.
+bool may_take_mark(u32 base);
 
 // The unread input; empty when the positions make no sense. The session is the caller's, so its
 // positions are checked before they are used.

@@ -2,10 +2,9 @@
 // directory and the one-time loading of definitions.
 #include "cconv/lifecycle.h"
 
-#include "cconv/bulk.h"
 #include "cconv/definition.h"
+#include "cconv/fast/fast.h"
 #include "cconv/known_sets.h"
-#include "cconv/short_text.h"
 #include "platform/platform.h"
 
 #include <atomic>
@@ -35,8 +34,7 @@ private:
 
 // Groups go before the basic sets that they borrow.
 void release_registry() {
-    bulk_release();
-    short_text_release();
+    fast::release();
     if (g_ProcessObject.groups != nullptr) {
         for (charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
             termGroup(group);

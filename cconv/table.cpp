@@ -271,7 +271,8 @@ bool is_usable(const table_object* table) {
     return table->maxKey != table->minKey || (table->minKey > 0 && table->minKey < beyond_codes);
 }
 
-std::atomic<u32> generation{1};
+std::atomic<u32> generation{1}; // of what is loaded
+std::atomic<u32> changes{0};    // of loaded tables
 
 void mark_loaded(table_object* table, u32 loaded) {
     std::atomic_ref<u32>(table->loaded).store(loaded, std::memory_order_release);
@@ -311,7 +312,7 @@ u32 putTable(table_object* table, u32 key, u32 value) {
     block_finder finder(table->blocks);
     const bool stored = put_value(table, finder, key, value);
     if (table_loaded(table)) {
-        generation.fetch_add(1, std::memory_order_release);
+        changes.fetch_add(1, std::memory_order_release);
     }
     return stored;
 }
@@ -341,6 +342,10 @@ void putEndian(u8* buffer, u32 value) {
 
 u32 table_generation() {
     return generation.load(std::memory_order_acquire);
+}
+
+u32 table_changes() {
+    return changes.load(std::memory_order_acquire);
 }
 
 std::optional<u32> find_value(const table_object* table, u32 key) {

@@ -47,9 +47,10 @@ inline bool table_loaded(const table_object* table) {
            0;
 }
 
-// Changes whenever what a table maps changes: what was learnt from tables before is worth nothing
-// then.
+// Changes whenever a table becomes loaded.
 u32 table_generation();
+// Changes whenever a loaded table is written to.
+u32 table_changes();
 
 // The stored value of a key, be it 0; nothing outside the bounds or where no block holds the key.
 std::optional<u32> find_value(const table_object* table, u32 key);

@@ -1,73 +1,64 @@
-// The fast path against the rules: two sessions get the same calls, and after each of them every
-// field, and the output, must be the same.
-#include "cconv/bulk.h"
+// The fast path against the rules, on shipped charsets and on charsets that nobody has, with each set of
+// kernels.
+#include "cconv/fast/kernels/kernels.h"
+#include "fuzz/both_paths.h"
 #include "fuzz/conversion_input.h"
-#include "fuzz/rules_alone.h"
+#include "fuzz/made_charset.h"
 
 namespace {
 
-std::string differing_field(const pvzan_session& fast, const pvzan_session& slow) {
-    const auto* one = reinterpret_cast<const unsigned char*>(&fast);
-    const auto* other = reinterpret_cast<const unsigned char*>(&slow);
-    for (std::size_t at = 0; at < sizeof fast; ++at) {
-        if (one[at] != other[at]) {
-            return std::to_string(at);
-        }
-    }
-    return "none";
+void choose_some_kernels(fuzz::sequence& choices) {
+    fast::kernel_list list{};
+    fast::list_kernels(list);
+    fast::choose_kernels(list[choices.below(static_cast<u32>(std::ranges::find(list, nullptr) - list))]);
 }
 
-class pair_of_sessions {
-public:
-    explicit pair_of_sessions(const fuzz::conversion& c)
-        : c_(c), fast_(fuzz::open(c)), slow_(fuzz::open(c)) {}
-
-    // False when this input is used up.
-    bool step(fuzz::bytes text, std::size_t& position, std::size_t room) {
-        const fuzz::exact_bytes in(text.subspan(position));
-        const fuzz::exact_bytes fast_out(room), slow_out(room);
-        aim(*fast_, in, fast_out);
-        aim(*slow_, in, slow_out);
-        const std::uint32_t status = cconvConvert(fast_.get());
-        rules_alone_convert(slow_.get());
-        slow_->outBuf = fast_->outBuf;
-        if (std::memcmp(fast_.get(), slow_.get(), sizeof(pvzan_session)) != 0) {
-            fuzz::fail("the sessions differ from byte " + differing_field(*fast_, *slow_) +
-                       names());
-        }
-        if (std::memcmp(fast_out.data(), slow_out.data(),
-                        static_cast<std::size_t>(fast_->outPos)) != 0) {
-            fuzz::fail("the output differs" + names());
-        }
-        const bool moved = fast_->inPos > 0 || fast_->outPos > 0;
-        position += static_cast<std::size_t>(fast_->inPos);
-        if (status == PVZAN_INVALID_INPUT && fast_->inPos == 0) {
-            ++position;
-        }
-        return status != PVZAN_DONE && status != PVZAN_INPUT_INCOMPLETE &&
-               (moved || status != PVZAN_OUTPUT_FULL);
-    }
-
-    void change_source(const char* name) {
-        for (pvzan_session* s : {fast_.get(), slow_.get()}) {
-            cconvChgCharset(s, &c_.source, name);
+// Characters that such charsets are about, in a shipped charset's bytes.
+std::string random_text(fuzz::sequence& choices, const char* charset, std::size_t characters) {
+    std::string quads;
+    for (std::size_t i = 0; i < characters; ++i) {
+        const u32 scalar = fuzz::random_scalar(choices);
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            quads += static_cast<char>(scalar >> shift);
         }
     }
-
-private:
-    static void aim(pvzan_session& s, const fuzz::exact_bytes& in, const fuzz::exact_bytes& out) {
-        s.inBuf = in.data();
-        s.inPos = 0;
-        s.inLen = static_cast<std::int32_t>(in.size());
-        s.outBuf = out.data();
-        s.outPos = 0;
-        s.outLen = static_cast<std::int32_t>(out.size());
+    fuzz::conversion c{"iso-10646-ucs-4", charset, {}, {}, choices, {}};
+    c.source.srcBigEndian = 1;
+    c.target.dstBigEndian = 1;
+    const auto s = fuzz::open(c);
+    std::string text(8 * quads.size(), '\0');
+    s->inBuf = reinterpret_cast<const std::uint8_t*>(quads.data());
+    s->inLen = static_cast<std::int32_t>(quads.size());
+    s->outBuf = reinterpret_cast<std::uint8_t*>(text.data());
+    s->outLen = static_cast<std::int32_t>(text.size());
+    while (cconvConvert(s.get()) == PVZAN_UNREPRESENTABLE) {
     }
-    [[nodiscard]] std::string names() const { return std::string(", ") + c_.from + " to " + c_.to; }
+    text.resize(static_cast<std::size_t>(s->outPos));
+    return text;
+}
 
-    const fuzz::conversion& c_;
-    std::unique_ptr<pvzan_session> fast_, slow_;
-};
+void convert_in_pieces(fuzz::conversion& c) {
+    constexpr std::uint32_t pieces[] = {4, 20, 200, 600, 2000, 4000, 9000};
+    constexpr std::uint32_t rooms[] = {0, 3, 20, 100, 130, 1000, 9000, 20000};
+    const std::uint32_t piece = pieces[c.plan.below(std::size(pieces))];
+    const std::uint32_t room = rooms[c.plan.below(std::size(rooms))];
+    const bool changes = c.plan.below(4) == 0, in_place = c.plan.below(8) == 0;
+    fuzz::both_paths paths(c.from, c.to, c.source, c.target);
+    const fuzz::bytes text(reinterpret_cast<const std::uint8_t*>(c.text.data()), c.text.size());
+    std::size_t position = 0, end = 0, calls = 0;
+    while (end < text.size() && ++calls < 2000) {
+        end = std::min(text.size(), std::max(position, end + 1 + c.plan.below(piece)));
+        while (position <= end && ++calls < 2000 &&
+               paths.step(text.first(end), position,
+                          c.plan.below(8) == 0 ? c.plan.below(room + 1) : room, in_place)) {
+        }
+        position = std::min(position, text.size());
+        end = std::max(end, position);
+        if (changes && c.plan.below(4) == 0) {
+            paths.change_source(fuzz::charsets[c.plan.below(20)]);
+        }
+    }
+}
 
 } // namespace
 
@@ -78,30 +69,26 @@ int LLVMFuzzerInitialize(int*, char***) {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     constexpr std::size_t most_text = 6000;
-    constexpr std::uint32_t pieces[] = {200, 600, 2000, 4000, 9000};
-    constexpr std::uint32_t rooms[] = {100, 130, 1000, 9000, 20000};
-    // What is learnt is kept for some inputs: learning it takes longer than using it.
+    // Answers are kept for some inputs: asking takes longer than using them.
     static std::uint32_t inputs;
-    if (inputs++ % 64 == 0) {
-        bulk_release();
-    }
     fuzz::input in({data, size});
     fuzz::conversion c = fuzz::read_conversion(in, most_text);
-    const std::uint32_t piece = pieces[c.plan.below(5)], room = rooms[c.plan.below(5)];
-    const bool changes = c.plan.below(4) == 0;
-    pair_of_sessions sessions(c);
-    const fuzz::bytes text(reinterpret_cast<const std::uint8_t*>(c.text.data()), c.text.size());
-    std::size_t position = 0, end = 0;
-    while (end < text.size()) {
-        end = std::min(text.size(), std::max(position, end + 1 + c.plan.below(piece)));
-        while (position <= end && sessions.step(text.first(end), position,
-                                                c.plan.below(8) == 0 ? c.plan.below(room) : room)) {
-        }
-        position = std::min(position, text.size());
-        end = std::max(end, position);
-        if (changes && c.plan.below(4) == 0) {
-            sessions.change_source(fuzz::charsets[c.plan.below(20)]);
-        }
+    if (inputs++ % 64 == 0) {
+        fast::release();
+        choose_some_kernels(c.plan);
     }
+    if (c.plan.below(2) == 0) {
+        convert_in_pieces(c);
+        return 0;
+    }
+    choose_some_kernels(c.plan);
+    const auto one = fuzz::made_charset::random("made-one", c.plan);
+    const auto other = fuzz::made_charset::random("made-other", c.plan);
+    const std::uint32_t ends = c.plan.below(4);
+    c.from = ends == 0 ? c.from : one->name();
+    c.to = ends == 1 ? c.to : ends == 0 ? one->name() : other->name();
+    const std::size_t length = c.plan.below(400);
+    c.text += ends == 0 ? random_text(c.plan, c.from, length) : fuzz::random_bytes(c.plan, length);
+    convert_in_pieces(c);
     return 0;
 }

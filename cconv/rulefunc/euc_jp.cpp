@@ -19,6 +19,7 @@
 // The Unicode value is left to the encoder, which often needs none.
 #include "cconv/rulefunc/member_set.h"
 #include "cconv/rulefunc/rules.h"
+#include "cconv/rulefunc/traits.h"
 
 #include <algorithm>
 #include <array>
@@ -253,3 +254,20 @@ u32 constEUC_JP_FIX(session* s) {
 }
 
 } // extern "C"
+
+const codec_traits euc_jp_traits{
+    .decode = destEUC_JP,
+    .encode = constEUC_JP,
+    .read = reading::lead_byte,
+    .single_shift = single_shift_3,
+    .spare = 1,
+};
+const codec_traits euc_jis_2004_traits{
+    .decode = destEUC_JIS_2004,
+    .encode = constEUC_JIS_2004,
+    .read = reading::lead_byte,
+    .single_shift = single_shift_3,
+    .spare = 1,
+};
+const codec_traits euc_jp_fix_traits{
+    .decode = destEUC_JP_FIX, .encode = constEUC_JP_FIX, .read = reading::pairs};

@@ -24,65 +24,19 @@
 // - Every JIS X 0213 character has its own escape sequence and leaves the designated set alone.
 // - An escape sequence never takes the last byte of the buffer: it never stands at the end of a
 //   full one.
+#include "cconv/rulefunc/designations.h"
 #include "cconv/rulefunc/rules.h"
+#include "cconv/rulefunc/traits.h"
 
 #include <algorithm>
 #include <array>
 
 namespace {
 
-constexpr u8 escape = 0x1B;
-
-struct designation {
-    u32 setNo;
-    u32 plane_flag; // added to the codes
-    std::size_t length;
-    std::array<u8, 4> bytes;
-
-    [[nodiscard]] constexpr std::span<const u8> sequence() const {
-        return std::span(bytes).first(length);
-    }
-};
-
-constexpr designation to_ascii{PVZAN_SET_ISO_646_IRV, 0, 3, {escape, '(', 'B'}};
-constexpr designation to_roman{PVZAN_SET_JIS_X_0201_LATIN, 0, 3, {escape, '(', 'J'}};
-constexpr designation to_jisc6226{PVZAN_SET_JIS_C_6226_1978, 0, 3, {escape, '$', '@'}};
-constexpr designation to_jisx0208{PVZAN_SET_JIS_X_0208_1990, 0, 3, {escape, '$', 'B'}};
-constexpr designation to_plane1{PVZAN_SET_JIS_X_0213, 0, 4, {escape, '$', '(', 'Q'}};
-constexpr designation to_plane2{PVZAN_SET_JIS_X_0213, jisx0213_plane2, 4, {escape, '$', '(', 'P'}};
-
 constexpr std::array designations = {to_ascii,    to_roman,  to_jisc6226,
                                      to_jisx0208, to_plane1, to_plane2};
 
 // ---- Decoding ----------------------------------------------------------------------------------
-
-const designation* designation_at(std::span<const u8> input) {
-    const auto* found = std::ranges::find_if(designations, [=](const designation& d) {
-        return input.size() >= d.length && std::ranges::equal(input.first(d.length), d.sequence());
-    });
-    return found != designations.end() ? found : nullptr;
-}
-
-// Bytes of a code in double-byte mode. A set's width counts its plane mark, which is not in the
-// text.
-constexpr bool is_double_byte_width(u16 byteNum) {
-    return byteNum == 2 || byteNum == 4;
-}
-
-// The member set that is designated; null when the charset has none.
-const basic_set* designated_set(const session* s) {
-    for (const basic_set* set : member_sets(s->srcGroup)) {
-        if (set->setNo == s->srcShiftSet &&
-            (set->byteNum == 1 || is_double_byte_width(set->byteNum))) {
-            return set;
-        }
-    }
-    return nullptr;
-}
-
-constexpr bool is_ascii_in_double_byte_text(u32 byte) {
-    return byte == '\r' || byte == '\t' || byte == '\n';
-}
 
 u32 deliver_ascii(session* s, u32 code) {
     s->charSetNo = PVZAN_SET_ISO_646_IRV;
@@ -95,7 +49,7 @@ u32 deliver_ascii(session* s, u32 code) {
 }
 
 u32 decode_designated(session* s, std::span<const u8> input, u32 plane_flag) {
-    const basic_set* set = designated_set(s);
+    const basic_set* set = designated_set(s->srcGroup, s->srcShiftSet);
     if (set == nullptr) {
         ++s->inPos;
         return stop_with(s, PVZAN_INVALID_INPUT);
@@ -167,6 +121,23 @@ u32 close_output(session* s) {
 
 } // namespace
 
+const designation* designation_at(std::span<const u8> input) {
+    const auto* found = std::ranges::find_if(designations, [=](const designation& d) {
+        return input.size() >= d.length && std::ranges::equal(input.first(d.length), d.sequence());
+    });
+    return found != designations.end() ? found : nullptr;
+}
+
+const basic_set* designated_set(const charset_group* group, u32 setNo) {
+    for (const basic_set* set : member_sets(group)) {
+        if (set->setNo == setNo &&
+            (is_single_byte_width(set->byteNum) || is_double_byte_width(set->byteNum))) {
+            return set;
+        }
+    }
+    return nullptr;
+}
+
 extern "C" {
 
 // Deliberate: the mark of plane 2 lives for one call and is not taken back by a further escape
@@ -175,7 +146,7 @@ extern "C" {
 u32 destISO_2022_JP(session* s) {
     u32 plane_flag = 0;
     for (auto input = input_left(s); !input.empty(); input = input_left(s)) {
-        if (input[0] != escape) {
+        if (input[0] != escape_byte) {
             return decode_designated(s, input, plane_flag);
         }
         const designation* d = designation_at(input);
@@ -221,3 +192,22 @@ u32 constISO_2022_JP_2004(session* s) {
 }
 
 } // extern "C"
+
+namespace {
+constexpr u32 ascii_alone[] = {PVZAN_SET_ISO_646_IRV}; // of the line controls in double-byte text
+}
+
+const codec_traits iso_2022_jp_traits{
+    .decode = destISO_2022_JP,
+    .encode = constISO_2022_JP,
+    .read = reading::escapes,
+    .sets = ascii_alone,
+    .designates = true,
+};
+const codec_traits iso_2022_jp_2004_traits{
+    .decode = destISO_2022_JP_2004,
+    .encode = constISO_2022_JP_2004,
+    .read = reading::escapes,
+    .sets = ascii_alone,
+    .designates = true,
+};

@@ -15,6 +15,7 @@
 // high bit. What is to be written there is the charset's to say, by an extra encode table.
 #include "cconv/rulefunc/member_set.h"
 #include "cconv/rulefunc/rules.h"
+#include "cconv/rulefunc/traits.h"
 
 namespace {
 
@@ -83,3 +84,8 @@ u32 constOASYS_ONLINE(session* s) {
 }
 
 } // extern "C"
+
+const codec_traits oasys_win_traits{
+    .decode = destOASYS_WIN, .encode = constOASYS_WIN, .read = reading::sets};
+const codec_traits oasys_online_traits{
+    .decode = destOASYS_ONLINE, .encode = constOASYS_ONLINE, .read = reading::pairs};

@@ -2,6 +2,7 @@
 //
 // Each set's codes are as many bytes long as the set says, and the sets are tried in order.
 #include "cconv/rulefunc/rules.h"
+#include "cconv/rulefunc/traits.h"
 
 extern "C" {
 
@@ -14,3 +15,6 @@ u32 constSAME(session* s) {
 }
 
 } // extern "C"
+
+const codec_traits same_traits{
+    .decode = destSAME, .encode = constSAME, .read = reading::sets};

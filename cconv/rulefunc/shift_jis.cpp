@@ -10,6 +10,7 @@
 // table of JIS X 0208 lacks. One decode rule serves both; the source charset's number tells them
 // apart.
 #include "cconv/rulefunc/shift_jis_family.h"
+#include "cconv/rulefunc/traits.h"
 
 namespace {
 
@@ -91,3 +92,21 @@ u32 constSHIFT_JIS_2004(session* s) {
 }
 
 } // extern "C"
+
+namespace {
+constexpr u32 consulted_sets[] = {PVZAN_SET_JIS_X_0201_LATIN, PVZAN_SET_JIS_X_0201_KANA,
+                                  PVZAN_SET_JIS_X_0208_1990, PVZAN_SET_JIS_X_0213};
+}
+
+const codec_traits shift_jis_traits{
+    .decode = destSHIFT_JIS,
+    .encode = constSHIFT_JIS,
+    .read = reading::lead_byte,
+    .sets = consulted_sets,
+};
+const codec_traits shift_jis_2004_traits{
+    .decode = destSHIFT_JIS_2004,
+    .encode = constSHIFT_JIS_2004,
+    .read = reading::lead_byte,
+    .sets = consulted_sets,
+};

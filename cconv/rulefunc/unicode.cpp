@@ -10,6 +10,7 @@
 // The decoders are lenient on purpose: they read what is there, and leave judging the text to
 // the caller, who knows whether it matters.
 #include "cconv/rulefunc/unicode_tags.h"
+#include "cconv/rulefunc/traits.h"
 
 #include <array>
 
@@ -402,3 +403,39 @@ u32 constISO_10646_UCS_2(session* s) {
 }
 
 } // extern "C"
+
+const codec_traits utf_8_traits{
+    .decode = destUTF_8,
+    .encode = constUTF_8,
+    .read = reading::utf8,
+    .checks_mark = true,
+    .joins_marks = true,
+    .writes_marks = true,
+    .form = unicode_form::utf8,
+};
+const codec_traits utf_16_traits{
+    .decode = destUTF_16,
+    .encode = constUTF_16,
+    .read = reading::utf16,
+    .checks_mark = true,
+    .joins_marks = true,
+    .writes_marks = true,
+    .form = unicode_form::units,
+};
+const codec_traits ucs_4_traits{
+    .decode = destISO_10646_UCS_4,
+    .encode = constISO_10646_UCS_4,
+    .read = reading::ucs4,
+    .checks_mark = true,
+    .writes_marks = true,
+    .form = unicode_form::quads,
+};
+const codec_traits ucs_2_traits{
+    .decode = destISO_10646_UCS_2,
+    .encode = constISO_10646_UCS_2,
+    .read = reading::ucs2,
+    .checks_mark = true,
+    .writes_marks = true,
+    .refers = true,
+    .form = unicode_form::units,
+};

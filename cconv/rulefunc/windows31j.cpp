@@ -7,6 +7,7 @@
 //
 // Leads F0-FC are rows 7F-98, behind the grid: F0-F9 the user-defined rows, FA-FC the IBM rows.
 #include "cconv/rulefunc/shift_jis_family.h"
+#include "cconv/rulefunc/traits.h"
 
 #include <array>
 
@@ -118,3 +119,16 @@ u32 IsWIN31J(session* s) {
 }
 
 } // extern "C"
+
+namespace {
+constexpr u32 consulted_sets[] = {PVZAN_SET_JIS_X_0201_LATIN, PVZAN_SET_JIS_X_0201_KANA,
+                                  PVZAN_SET_JIS_X_0208_1990,  PVZAN_SET_NEC_EXT,
+                                  PVZAN_SET_IBM_EXT,          PVZAN_SET_WINDOWS_31J_USER};
+}
+
+const codec_traits windows31j_traits{
+    .decode = destWINDOWS31J,
+    .encode = constWINDOWS31J,
+    .read = reading::lead_byte,
+    .sets = consulted_sets,
+};

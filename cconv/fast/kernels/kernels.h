@@ -1,24 +1,33 @@
-// Vector code of the fast path, chosen by what the processor has: long runs of ASCII, and blocks of
-// text taken apart and put together.
+// Loops that a processor has better instructions for than the compiler finds: runs of ASCII, and
+// chunks of text taken apart and put together.
 #pragma once
 
 #include "cconv/base.h"
 
-// A block is read in chunks of so many bytes, each of them so many scalars at most.
-inline constexpr std::size_t chunk_bytes = 64, chunk_scalars = 64;
-inline constexpr std::size_t block_chunks = 4, block_scalars = block_chunks * chunk_scalars;
+namespace fast {
 
-// Bytes that encode_utf8 may touch behind what it writes.
+// A block is read in chunks of so many bytes, each of them so many codes at most.
+inline constexpr std::size_t chunk_bytes = 64, chunk_codes = 64;
+inline constexpr std::size_t block_chunks = 4, block_codes = block_chunks * chunk_codes;
+
+// Bytes that encode_utf8 and put_quads may touch behind what they write.
 inline constexpr std::size_t kernel_margin = 64;
+
+// Some of 128 bytes: by the low four bits, a bit for each of the next three. Bytes of one half,
+// ASCII or what is beyond, are not asked about the other.
+struct byte_set {
+    u8 rows[16];
+
+    [[nodiscard]] bool has(u8 byte) const { return (rows[byte & 0xF] >> (byte >> 4 & 7) & 1) != 0; }
+};
 
 struct ascii_run {
     const u8* in;
     std::size_t in_size;
     u8* out;
     std::size_t out_size;
-    std::span<const u8> stops; // bytes that no run may hold, max_stops of them at most
+    byte_set plain; // the ASCII that a run may hold
 };
-inline constexpr std::size_t max_stops = 4;
 
 // A unit of two or four bytes, beside ASCII's one.
 struct ascii_unit {
@@ -26,14 +35,8 @@ struct ascii_unit {
     bool big_endian;
 };
 
-struct scalar_block {
-    std::size_t scalars, bytes; // read
-};
-
-// The bytes from 80 on that open double-byte characters: by the low four bits, a bit for each of
-// the high four.
-struct lead_set {
-    u8 rows[16];
+struct chunk_read {
+    std::size_t codes, bytes;
 };
 
 // Which bytes are trails, of bytes that begin with a character; leads are those that open two bytes
@@ -46,24 +49,27 @@ constexpr u64 trails_of(u64 leads) {
     return ((even_runs & even_places) | (leads & ~even_runs & ~even_places)) << 1;
 }
 
-struct bulk_kernels {
-    // Each takes whole vectors of ASCII and returns the number of characters, 0 for a shorter run;
-    // never writes more than it returns.
+// A null pointer means that going character by character is faster on this machine.
+struct kernels {
+    const char* name;
+
+    // Each returns the number of characters that the run begins with and the output has room for.
+    // They touch nothing outside of input and output; output behind what is counted may be written.
     std::size_t (*copy_ascii)(const ascii_run& run);
     std::size_t (*widen_ascii)(const ascii_run& run, ascii_unit target);
     std::size_t (*narrow_ascii)(const ascii_run& run, ascii_unit source);
 
     // Reads chunk_bytes bytes and writes the scalars of the well-formed sequences of one to three
-    // bytes that they begin with; room for chunk_scalars of them.
-    scalar_block (*decode_utf8)(const u8* in, u16* scalars);
+    // bytes that they begin with; room for chunk_codes of them.
+    chunk_read (*decode_utf8)(const u8* in, u16* scalars);
+    bool decode_pays_for_entries; // also where each scalar is then looked up
     // Reads chunk_bytes bytes of four-byte units; 0 when one does not fit, else their number.
     std::size_t (*narrow_quads)(const u8* in, u16* scalars, bool big_endian);
     // Reads chunk_bytes bytes of single- and double-byte characters and writes their codes; room
-    // for chunk_scalars of them. Whether they mean anything is not looked at.
-    scalar_block (*split_codes)(const u8* in, const lead_set& leads, u16* codes);
+    // for chunk_codes of them. Whether they mean anything is not looked at.
+    chunk_read (*split_codes)(const u8* in, const byte_set& leads, u16* codes);
     // Writes scalars without surrogates as UTF-8 and returns the bytes, three each at most; may
-    // touch kernel_margin bytes behind them. A chunk behind the scalars may be
-    // read.
+    // touch kernel_margin bytes behind them. A chunk behind the scalars may be read.
     std::size_t (*encode_utf8)(const u16* scalars, std::size_t count, u8* out);
     // Copies chunk_bytes bytes, their two-byte units swapped where asked for.
     void (*copy_units)(const void* in, void* out, bool swap);
@@ -76,7 +82,14 @@ struct bulk_kernels {
     std::size_t (*seven_bit_pairs)(const u8* in, u16 base, u16* codes);
 };
 
-extern const bulk_kernels bulk_kernels_portable, bulk_kernels_avx2, bulk_kernels_avx512;
+extern const kernels portable_kernels, avx2_kernels, avx512_kernels;
 
-// The best for this processor.
-const bulk_kernels& bulk_best_kernels();
+// Those that this processor can run, the best one first; null behind the last.
+using kernel_list = const kernels* [4];
+void list_kernels(kernel_list& list);
+
+// For tests and benchmarks: those that pairs made from now on use, null for the best.
+void choose_kernels(const kernels* chosen);
+const kernels& chosen_kernels();
+
+} // namespace fast

@@ -1,16 +1,30 @@
 // Kernels for processors with AVX2. Variable lengths are put together by byte shuffles that are
 // looked up by where characters end, four of them at a time.
-#include "cconv/bulk_kernels.h"
+#include "cconv/fast/kernels/avx2.h"
 
 #if defined(__x86_64__)
 
-#include "cconv/bulk_ascii.h"
-#include "cconv/bulk_avx2.h"
-
 #include <array>
 #include <bit>
+#include <immintrin.h>
+
+#define AVX2 [[gnu::target("avx2,bmi,bmi2,popcnt")]]
+
+namespace fast {
 
 namespace {
+
+constexpr std::size_t vector_bytes = 32;
+
+AVX2 inline __m256i load(const void* p) {
+    return _mm256_loadu_si256(static_cast<const __m256i*>(p));
+}
+AVX2 inline void store(void* p, __m256i v) {
+    _mm256_storeu_si256(static_cast<__m256i*>(p), v);
+}
+AVX2 inline u32 mask_of(__m256i bytes) {
+    return static_cast<u32>(_mm256_movemask_epi8(bytes));
+}
 
 constexpr u8 nothing = 0x80; // in a shuffle: a zero byte
 
@@ -73,7 +87,7 @@ AVX2 inline void put_sixteen(const u8* in, u16* codes) {
     store(codes, _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in))));
 }
 
-AVX2 scalar_block decode_utf8(const u8* in, u16* scalars) {
+AVX2 chunk_read decode_utf8(const u8* in, u16* scalars) {
     const __m256i low = load(in), high = load(in + vector_bytes);
     const u64 beyond_ascii = u64{mask_of(high)} << 32 | mask_of(low);
     const u64 lead2 = in_range(low, high, 0xC0, 0xDF);
@@ -90,12 +104,12 @@ AVX2 scalar_block decode_utf8(const u8* in, u16* scalars) {
     }
     const auto size = static_cast<std::size_t>(63 - std::countl_zero(candidates));
     const u64 ends = leads >> 1 & ((u64{1} << size) - 1);
-    scalar_block block{0, 0};
+    chunk_read block{0, 0};
     // The last steps would read behind the block.
     while (block.bytes < size && block.bytes + 16 <= chunk_bytes) {
         if ((beyond_ascii >> block.bytes & 0xFFFF) == 0 && block.bytes + 16 <= size) {
-            put_sixteen(in + block.bytes, scalars + block.scalars);
-            block.scalars += 16;
+            put_sixteen(in + block.bytes, scalars + block.codes);
+            block.codes += 16;
             block.bytes += 16;
             continue;
         }
@@ -108,9 +122,9 @@ AVX2 scalar_block decode_utf8(const u8* in, u16* scalars) {
         const __m128i middle = _mm_srli_epi32(_mm_and_si128(v, _mm_set1_epi32(0x3F00)), 2);
         const __m128i first = _mm_srli_epi32(_mm_and_si128(v, _mm_set1_epi32(0x0F0000)), 4);
         const __m128i joined = _mm_or_si128(_mm_or_si128(last, middle), first);
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(scalars + block.scalars),
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(scalars + block.codes),
                          _mm_packus_epi32(joined, joined));
-        block.scalars += step.characters;
+        block.codes += step.characters;
         block.bytes += step.bytes;
     }
     return block;
@@ -143,68 +157,6 @@ AVX2 std::size_t narrow_quads(const u8* in, u16* scalars, bool big_endian) {
     }
     store(scalars, _mm256_permute4x64_epi64(_mm256_packus_epi32(low, high), 0xD8));
     return chunk_bytes / 4;
-}
-
-// Bit i: byte i, if a character begins there, is the lead of two.
-AVX2 inline u32 lead_mask(__m256i bytes, const lead_set& leads) {
-    const __m256i rows = repeat(_mm_loadu_si128(reinterpret_cast<const __m128i*>(leads.rows)));
-    // ASCII has no bit here.
-    const __m256i bits = repeat(_mm_set_epi8(static_cast<char>(0x80), 0x40, 0x20, 0x10, 8, 4, 2, 1,
-                                             0, 0, 0, 0, 0, 0, 0, 0));
-    const __m256i low4 = _mm256_set1_epi8(0x0F);
-    const __m256i row = _mm256_shuffle_epi8(rows, _mm256_and_si256(bytes, low4));
-    const __m256i bit =
-        _mm256_shuffle_epi8(bits, _mm256_and_si256(_mm256_srli_epi16(bytes, 4), low4));
-    return ~mask_of(_mm256_cmpeq_epi8(_mm256_and_si256(row, bit), _mm256_setzero_si256()));
-}
-
-// By where characters of one or two bytes end among eight bytes: the shuffle that puts them into
-// lanes of two bytes, the last byte lowest.
-struct split_step {
-    std::array<u8, 16> shuffle;
-    u8 characters, bytes;
-};
-
-constexpr std::array<split_step, 256> make_split_steps() {
-    std::array<split_step, 256> steps{};
-    for (u32 ends = 0; ends < steps.size(); ++ends) {
-        split_step& step = steps[ends];
-        step.shuffle.fill(nothing);
-        for (u32 rest = ends; rest != 0; rest &= rest - 1) {
-            const auto end = static_cast<u8>(std::countr_zero(rest));
-            const std::size_t lane = 2 * std::size_t{step.characters};
-            step.shuffle[lane] = end;
-            if (end > step.bytes) {
-                step.shuffle[lane + 1] = static_cast<u8>(end - 1);
-            }
-            step.bytes = static_cast<u8>(end + 1);
-            ++step.characters;
-        }
-    }
-    return steps;
-}
-constexpr std::array<split_step, 256> splitting = make_split_steps();
-
-AVX2 scalar_block split_codes(const u8* in, const lead_set& leads, u16* codes) {
-    const u64 trails = trails_of(u64{lead_mask(load(in + vector_bytes), leads)} << 32 |
-                                 lead_mask(load(in), leads));
-    const auto size = static_cast<std::size_t>(63 - std::countl_zero(~trails));
-    const u64 ends = ~trails >> 1 & ((u64{1} << size) - 1);
-    scalar_block block{0, 0};
-    while (block.bytes < size) {
-        const split_step& step = splitting[ends >> block.bytes & (splitting.size() - 1)];
-        const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(in + block.bytes));
-        const __m128i shuffle =
-            _mm_loadu_si128(reinterpret_cast<const __m128i*>(step.shuffle.data()));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(codes + block.scalars),
-                         _mm_shuffle_epi8(bytes, shuffle));
-        block.scalars += step.characters;
-        block.bytes += step.bytes;
-        if (block.bytes + 8 > chunk_bytes) {
-            break; // the next step would read behind the chunk
-        }
-    }
-    return block;
 }
 
 AVX2 std::size_t seven_bit_pairs(const u8* in, u16 base, u16* codes) {
@@ -333,9 +285,22 @@ AVX2 std::size_t plain_scalars(const u16* scalars, std::size_t count, std::span<
 
 } // namespace
 
-const bulk_kernels bulk_kernels_avx2 = {copy_ascii_avx2, widen_ascii_avx2, narrow_ascii_avx2,
-                                        decode_utf8,     narrow_quads,     split_codes,
-                                        encode_utf8,     copy_units,       put_quads,
-                                        plain_scalars,   seven_bit_pairs};
+const kernels avx2_kernels = {
+    .name = "avx2",
+    .copy_ascii = copy_ascii_avx2,
+    .widen_ascii = widen_ascii_avx2,
+    .narrow_ascii = narrow_ascii_avx2,
+    .decode_utf8 = decode_utf8,
+    .decode_pays_for_entries = false,
+    .narrow_quads = narrow_quads,
+    .split_codes = nullptr,
+    .encode_utf8 = encode_utf8,
+    .copy_units = copy_units,
+    .put_quads = put_quads,
+    .plain_scalars = plain_scalars,
+    .seven_bit_pairs = seven_bit_pairs,
+};
+
+} // namespace fast
 
 #endif

@@ -1,10 +1,9 @@
 // Kernels for processors with AVX-512 VBMI2, whose byte compression puts variable lengths together.
-#include "cconv/bulk_kernels.h"
+#include "cconv/fast/kernels/avx2.h"
 
 #if defined(__x86_64__)
 
-#include "cconv/bulk_ascii.h"
-
+#include <algorithm>
 #include <bit>
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wuninitialized" // in the header of g++ 12 itself
@@ -13,6 +12,8 @@
 #include <immintrin.h>
 
 #define AVX512 [[gnu::target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,bmi,bmi2,popcnt")]]
+
+namespace fast {
 
 namespace {
 
@@ -38,7 +39,7 @@ AVX512 inline __m512i join_bytes(__m256i last, __m256i middle, __m256i first) {
     return _mm512_or_si512(_mm512_or_si512(low, mid), high);
 }
 
-AVX512 scalar_block decode_utf8(const u8* in, u16* scalars) {
+AVX512 chunk_read decode_utf8(const u8* in, u16* scalars) {
     const __m512i bytes = _mm512_loadu_si512(in);
     const byte_kinds kinds = kinds_of(bytes);
     const u64 leads = ~kinds.continuation;
@@ -66,8 +67,8 @@ AVX512 scalar_block decode_utf8(const u8* in, u16* scalars) {
     _mm512_storeu_si512(scalars,
                         join_bytes(_mm512_castsi512_si256(last), _mm512_castsi512_si256(middle),
                                    _mm512_castsi512_si256(first)));
-    if (count > chunk_scalars / 2) {
-        _mm512_storeu_si512(scalars + chunk_scalars / 2,
+    if (count > chunk_codes / 2) {
+        _mm512_storeu_si512(scalars + chunk_codes / 2,
                             join_bytes(_mm512_extracti64x4_epi64(last, 1),
                                        _mm512_extracti64x4_epi64(middle, 1),
                                        _mm512_extracti64x4_epi64(first, 1)));
@@ -99,7 +100,7 @@ AVX512 std::size_t narrow_quads(const u8* in, u16* scalars, bool big_endian) {
 }
 
 // Bit i: byte i, if a character begins there, is the lead of two.
-AVX512 inline u64 lead_mask(__m512i bytes, const lead_set& leads) {
+AVX512 inline u64 lead_mask(__m512i bytes, const byte_set& leads) {
     const __m512i rows = repeat(_mm_loadu_si128(reinterpret_cast<const __m128i*>(leads.rows)));
     // ASCII has no bit here.
     const __m512i bits = repeat(_mm_set_epi8(static_cast<char>(0x80), 0x40, 0x20, 0x10, 8, 4, 2, 1,
@@ -116,7 +117,7 @@ AVX512 inline __m512i join_pair(__m256i lead, __m256i last) {
                            _mm512_cvtepu8_epi16(last));
 }
 
-AVX512 scalar_block split_codes(const u8* in, const lead_set& leads, u16* codes) {
+AVX512 chunk_read split_codes(const u8* in, const byte_set& leads, u16* codes) {
     const __m512i bytes = _mm512_loadu_si512(in);
     const u64 trails = trails_of(lead_mask(bytes, leads));
     const auto size = static_cast<std::size_t>(63 - std::countl_zero(~trails));
@@ -128,9 +129,9 @@ AVX512 scalar_block split_codes(const u8* in, const lead_set& leads, u16* codes)
     const auto count = static_cast<std::size_t>(std::popcount(ends));
     _mm512_storeu_si512(codes,
                         join_pair(_mm512_castsi512_si256(lead), _mm512_castsi512_si256(last)));
-    if (count > chunk_scalars / 2) {
+    if (count > chunk_codes / 2) {
         _mm512_storeu_si512(
-            codes + chunk_scalars / 2,
+            codes + chunk_codes / 2,
             join_pair(_mm512_extracti64x4_epi64(lead, 1), _mm512_extracti64x4_epi64(last, 1)));
     }
     return {count, size};
@@ -213,11 +214,101 @@ AVX512 std::size_t plain_scalars(const u16* scalars, std::size_t count,
     return count;
 }
 
+// ---- Runs of ASCII -----------------------------------------------------------------------------
+
+// Short runs, and the ends of buffers, in one step under a mask; AVX2 does long ones no slower.
+
+AVX512 inline u64 first_lanes(std::size_t count) {
+    return count < 64 ? (u64{1} << count) - 1 : ~u64{0};
+}
+
+// How many of the bytes, count of which are there, are plain before the first that is not.
+AVX512 inline std::size_t plain_bytes(__m512i bytes, u64 there, const byte_set& plain) {
+    const __m512i rows = repeat(_mm_loadu_si128(reinterpret_cast<const __m128i*>(plain.rows)));
+    const __m512i bits = repeat(_mm_set_epi8(0, 0, 0, 0, 0, 0, 0, 0, static_cast<char>(0x80), 0x40,
+                                             0x20, 0x10, 8, 4, 2, 1));
+    // A row is only found for ASCII.
+    const __m512i row = _mm512_shuffle_epi8(rows, bytes);
+    const __m512i bit = _mm512_shuffle_epi8(
+        bits, _mm512_and_si512(_mm512_srli_epi16(bytes, 4), _mm512_set1_epi8(0x0F)));
+    const u64 is_plain = _mm512_test_epi8_mask(row, bit) & there;
+    return is_plain == ~u64{0} ? 64 : static_cast<std::size_t>(std::countr_zero(~is_plain));
+}
+
+AVX512 std::size_t copy_ascii(const ascii_run& run) {
+    constexpr std::size_t step = 64;
+    const std::size_t size = std::min(run.in_size, run.out_size);
+    const u64 there = first_lanes(size);
+    const __m512i bytes = _mm512_maskz_loadu_epi8(there, run.in);
+    const std::size_t n = plain_bytes(bytes, there, run.plain);
+    _mm512_mask_storeu_epi8(run.out, first_lanes(n), bytes);
+    return n < step || size == step ? n : n + copy_ascii_avx2(behind(run, n, 1, 1));
+}
+
+AVX512 std::size_t widen_ascii(const ascii_run& run, ascii_unit target) {
+    const std::size_t step = 64 / target.bytes;
+    const std::size_t size = std::min(run.in_size, run.out_size / target.bytes);
+    const u64 there = first_lanes(std::min(size, step));
+    const __m512i bytes = _mm512_maskz_loadu_epi8(there, run.in);
+    const std::size_t n = plain_bytes(bytes, there, run.plain);
+    const __m128i shift = _mm_cvtsi32_si128(displacement(target.bytes, target.big_endian));
+    if (target.bytes == 2) {
+        const __m512i units = _mm512_cvtepu8_epi16(_mm512_castsi512_si256(bytes));
+        _mm512_mask_storeu_epi16(run.out, static_cast<__mmask32>(first_lanes(n)),
+                                 _mm512_sll_epi16(units, shift));
+    } else {
+        const __m512i units = _mm512_cvtepu8_epi32(_mm512_castsi512_si128(bytes));
+        _mm512_mask_storeu_epi32(run.out, static_cast<__mmask16>(first_lanes(n)),
+                                 _mm512_sll_epi32(units, shift));
+    }
+    return n < step || size == step
+               ? n
+               : n + widen_ascii_avx2(behind(run, n, 1, target.bytes), target);
+}
+
+AVX512 std::size_t narrow_ascii(const ascii_run& run, ascii_unit source) {
+    const std::size_t step = 64 / source.bytes;
+    const std::size_t size = std::min(run.in_size / source.bytes, run.out_size);
+    const u64 there = first_lanes(std::min(size, step));
+    const __m128i shift = _mm_cvtsi32_si128(displacement(source.bytes, source.big_endian));
+    __m512i bytes;
+    u64 ascii;
+    if (source.bytes == 2) {
+        const __m512i units = _mm512_maskz_loadu_epi16(static_cast<__mmask32>(there), run.in);
+        ascii = _mm512_testn_epi16_mask(
+            units, _mm512_set1_epi32(beyond_ascii(2, source.big_endian)));
+        bytes = _mm512_castsi256_si512(_mm512_cvtepi16_epi8(_mm512_srl_epi16(units, shift)));
+    } else {
+        const __m512i units = _mm512_maskz_loadu_epi32(static_cast<__mmask16>(there), run.in);
+        ascii = _mm512_testn_epi32_mask(
+            units, _mm512_set1_epi32(beyond_ascii(4, source.big_endian)));
+        bytes = _mm512_castsi128_si512(_mm512_cvtepi32_epi8(_mm512_srl_epi32(units, shift)));
+    }
+    const std::size_t n = plain_bytes(bytes, there & ascii, run.plain);
+    _mm512_mask_storeu_epi8(run.out, first_lanes(n), bytes);
+    return n < step || size == step
+               ? n
+               : n + narrow_ascii_avx2(behind(run, n, source.bytes, 1), source);
+}
+
 } // namespace
 
-const bulk_kernels bulk_kernels_avx512 = {copy_ascii_avx2, widen_ascii_avx2, narrow_ascii_avx2,
-                                          decode_utf8,     narrow_quads,     split_codes,
-                                          encode_utf8,     copy_units,       put_quads,
-                                          plain_scalars,   seven_bit_pairs};
+const kernels avx512_kernels = {
+    .name = "avx512",
+    .copy_ascii = copy_ascii,
+    .widen_ascii = widen_ascii,
+    .narrow_ascii = narrow_ascii,
+    .decode_utf8 = decode_utf8,
+    .decode_pays_for_entries = true,
+    .narrow_quads = narrow_quads,
+    .split_codes = split_codes,
+    .encode_utf8 = encode_utf8,
+    .copy_units = copy_units,
+    .put_quads = put_quads,
+    .plain_scalars = plain_scalars,
+    .seven_bit_pairs = seven_bit_pairs,
+};
+
+} // namespace fast
 
 #endif

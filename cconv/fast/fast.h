@@ -1,0 +1,55 @@
+// The fast path: conversion by what the rules answered about single characters.
+//
+// The rules alone say what a conversion means. For a pair of charsets this room keeps the rules'
+// answers, character by character, asks about characters that it meets for the first time, and runs
+// over a text by the answers. Whatever they do not cover is left to the rules: invalid and
+// unrepresentable characters, marks, cut characters. After every call each field of the session is
+// what the rules alone would have left. pair.h says why.
+#pragma once
+
+#include "cconv/base.h"
+
+namespace fast {
+
+struct pair;
+
+// The fast path of one call.
+class path {
+public:
+    path() = default;
+    ~path();
+    path(const path&) = delete;
+    path& operator=(const path&) = delete;
+
+    // Runs over characters as far as answers reach. To be called between two characters.
+    void run(session* s) {
+        if (wait_ == 0) {
+            try_run(s);
+        } else {
+            --wait_;
+        }
+    }
+
+private:
+    void try_run(session* s);
+    bool take_pair(const session* s);
+    void be_patient(u32 characters);
+
+    pair* pair_ = nullptr; // held
+    u32 wait_ = 0;         // characters to leave to the rules before the next try
+    u32 penalty_ = 0;      // how many those are after a try that led nowhere
+    static constexpr u32 for_ever = ~0U;
+};
+
+// Frees every pair; no session may be running.
+void release();
+
+// For tests and benchmarks; not for programs.
+struct watch {
+    bool off;       // leave everything to the rules
+    u64 characters; // run over since this was set to 0; counted while counting
+    bool counting;
+};
+extern watch by_hand;
+
+} // namespace fast

@@ -1,0 +1,302 @@
+// The loop over a run of characters that the rules have answered about.
+//
+// The way from one input position to the next must not wait for a table: a source character's
+// length comes from a branch on its lead byte, never from the entry. The loop makes two passes: one
+// that may touch bytes behind what it reads and writes, in blocks where that pays; and one to the
+// ends of input and output.
+#include "cconv/fast/loop.h"
+
+#include <algorithm>
+
+namespace fast {
+
+namespace {
+
+// Native integers, most significant byte first where asked for.
+constexpr bool swapped(bool big_endian) {
+    return big_endian != (std::endian::native == std::endian::big);
+}
+
+void put_units(const kernels& k, const u16* scalars, std::size_t count, u8* out, bool big_endian) {
+    constexpr std::size_t step = chunk_bytes / 2;
+    for (std::size_t at = 0; at < count; at += step) {
+        k.copy_units(scalars + at, out + 2 * at, swapped(big_endian));
+    }
+}
+
+block_written put_block(const pair& p, const u16* scalars, std::size_t count, u8* out) {
+    if (p.plan.blocks == block_form::entries) {
+        return put_entries(p, scalars, count, out);
+    }
+    const kernels& k = *p.kernel;
+    count = k.plain_scalars(scalars, count, std::span(p.plan.stops).first(p.plan.stop_count));
+    switch (p.plan.blocks) {
+    case block_form::utf8: return {count, k.encode_utf8(scalars, count, out)};
+    case block_form::units_big: put_units(k, scalars, count, out, true); return {count, 2 * count};
+    case block_form::units_little:
+        put_units(k, scalars, count, out, false);
+        return {count, 2 * count};
+    case block_form::quads_big: k.put_quads(scalars, count, out, true); break;
+    default: k.put_quads(scalars, count, out, false); break;
+    }
+    return {count, 4 * count};
+}
+
+template <typename Reader, bool Designates>
+class loop {
+public:
+    loop(const pair& p, run& r)
+        : p_(p), r_(r), reader_(p), ascii_(p),
+          slot_count_(p.slot_count.load(std::memory_order_acquire)) {
+        for (u32 i = 0; Designates && i <= slot_count_; ++i) {
+            slots_[i] = p.slots[i];
+        }
+    }
+
+    void go() {
+        r_.why = stop::end;
+        if (r_.in_end - r_.in > in_margin && r_.out_end - r_.out > out_margin) {
+            pass<false>();
+        }
+        if (r_.why == stop::end) {
+            pass<true>();
+        }
+    }
+
+private:
+    template <bool Exact>
+    void pass() {
+        const u8* in = r_.in;
+        u8* out = r_.out;
+        const u8* const in_stop = Exact ? r_.in_end : r_.in_end - in_margin;
+        const u8* const out_stop = Exact ? r_.out_end + 1 : r_.out_end - out_margin;
+        bool in_run = ascii_.known(); // of ASCII, for which there is a quicker way than blocks
+        const u8* next_block = !Exact && p_.plan.blocks != block_form::none ? in : r_.in_end;
+        u32 characters = 0, codes = 0;
+        while (in < in_stop && out < out_stop) {
+            const auto left = static_cast<std::size_t>(r_.in_end - in);
+            if (in_run && (!Exact || left >= Reader::unit_bytes) && Reader::is_ascii(in)) {
+                if (const std::size_t n = ascii_run(in, out); n > 0) {
+                    characters += static_cast<u32>(n);
+                    codes += static_cast<u32>(n);
+                    continue;
+                }
+            }
+            const u32 length = reader_.length(in, left);
+            if (!Exact && in >= next_block && Reader::may_open_chunk(length)) {
+                const u8* const begin = in;
+                if (const std::size_t n = block(in, out); n > 0) {
+                    // Short runs of ASCII go with blocks.
+                    in_run = ascii_.known() && ends_in_ascii(begin, in, n);
+                    characters += static_cast<u32>(n);
+                    codes += static_cast<u32>(n);
+                    continue;
+                }
+                next_block = in + chunk_bytes; // what stopped one will not stand alone
+            }
+            // One branch for each length: the next position then does not wait for the table.
+            u32 key = 0;
+            const u8* next = nullptr;
+            if (length == Reader::usual_length && (!Exact || length <= left)) {
+                key = Reader::key(in, Reader::usual_length);
+                next = in + Reader::usual_length;
+            } else if (length != 0 && (!Exact || length <= left)) {
+                key = Reader::key(in, length);
+                next = in + length;
+            } else {
+                r_.why = length == 0 ? Reader::stop_without_length : stop::end;
+                break;
+            }
+            const entry e = p_.entry_of(key);
+            if (e.is_short()) {
+                if (!designate<Exact>(e.slot(), e.length(), out)) {
+                    break;
+                }
+                put<Exact>(out, r_.out_end, e, e.length());
+                out += e.length();
+                ++codes;
+            } else if (!long_step<Exact>(in, next, key, e, out, codes)) {
+                break;
+            }
+            track(key);
+            in = next;
+            ++characters;
+        }
+        r_.in = in;
+        r_.out = out;
+        r_.characters += characters;
+        r_.codes += codes;
+    }
+
+    // Where characters cannot be read backwards, their keys are kept.
+    void track(u32 key) {
+        if constexpr (!Reader::scalars) {
+            r_.before_last = r_.last;
+            r_.last = key;
+        }
+    }
+
+    [[nodiscard]] std::size_t ascii_run(const u8*& in, u8*& out) {
+        if (Designates && slots_[ascii_.slot()].setNo != r_.out_set) {
+            return 0;
+        }
+        const std::size_t n = ascii_(in, r_.in_end, out, r_.out_end);
+        if (n > 0) {
+            in += n * Reader::unit_bytes;
+            out += n * ascii_.target_bytes();
+            if constexpr (!Reader::scalars) {
+                r_.before_last = n > 1 ? in[-2] : r_.last;
+                r_.last = in[-1];
+            }
+        }
+        return n;
+    }
+
+    static bool ends_in_ascii(const u8* begin, const u8* end, std::size_t n) {
+        return Reader::unit_bytes > 1 ? Reader::is_ascii(end - Reader::unit_bytes)
+                                      : static_cast<std::size_t>(end - begin) == n;
+    }
+
+    // Converts as much of the block at in as stands for itself; 0 when that is nothing.
+    std::size_t block(const u8*& in, u8*& out) {
+        while (chunks_ > 1 && r_.out_end - out < block_margin(chunks_ * chunk_codes)) {
+            chunks_ /= 2;
+        }
+        if (r_.out_end - out < block_margin(chunk_codes)) {
+            return 0;
+        }
+        u16 codes[block_codes + chunk_codes]; // vectors reach behind the last
+        chunk_read read{0, 0};
+        for (std::size_t chunk = 0; chunk < chunks_ && has_chunk(in + read.bytes); ++chunk) {
+            const chunk_read more = reader_.chunk(in + read.bytes, codes + read.codes);
+            read.codes += more.codes;
+            read.bytes += more.bytes;
+            if (more.bytes < Reader::full_chunk) {
+                break;
+            }
+        }
+        const block_written written = put_block(p_, codes, read.codes, out);
+        const std::size_t n = written.codes;
+        out += written.bytes;
+        if (n == read.codes) {
+            in += read.bytes;
+            chunks_ = std::min(2 * chunks_, block_chunks);
+        } else {
+            in = Reader::behind(in, std::span(codes).first(n));
+            chunks_ = 1; // where blocks end early, reading ahead is in vain
+        }
+        if constexpr (!Reader::scalars) {
+            r_.before_last = n > 1 ? codes[n - 2] : n > 0 ? r_.last : r_.before_last;
+            r_.last = n > 0 ? codes[n - 1] : r_.last;
+        }
+        return n;
+    }
+    [[nodiscard]] bool has_chunk(const u8* in) const {
+        return r_.in_end - in >= static_cast<std::ptrdiff_t>(chunk_bytes);
+    }
+
+    // Makes sure that there is room for so many bytes, and that their set is designated.
+    template <bool Exact>
+    bool designate(u32 slot, u32 length, u8*& out) {
+        if constexpr (Designates) {
+            if (slot > slot_count_) {
+                r_.why = stop::unknown; // newer than this loop
+                return false;
+            }
+            const slot_designation& wanted = slots_[slot];
+            if (wanted.setNo != r_.out_set) {
+                if (Exact && r_.out_end - out < static_cast<std::ptrdiff_t>(wanted.length + length)) {
+                    return false;
+                }
+                std::copy_n(wanted.bytes, wanted.length, out);
+                out += wanted.length;
+                r_.out_set = wanted.setNo;
+                return true;
+            }
+        }
+        return !Exact || r_.out_end - out >= static_cast<std::ptrdiff_t>(length);
+    }
+
+    // A character with an answer of its own.
+    template <bool Exact>
+    bool long_step(const u8* in, const u8* next, u32 key, entry e, u8*& out, u32& codes) {
+        const answer* a = e.is_long() ? p_.answer_of(key) : nullptr;
+        if (a == nullptr) {
+            r_.why = e.packed == entry::by_rules ? stop::by_rules : stop::unknown;
+            return false;
+        }
+        if (a->is_lf && in == behind_cr_) {
+            return true; // dropped
+        }
+        if (!designate<Exact>(a->slot, a->length, out)) {
+            return false;
+        }
+        put<Exact>(out, r_.out_end, *a, a->length);
+        out += a->length;
+        codes += a->codes;
+        if (a->is_cr) {
+            behind_cr_ = next;
+        }
+        return true;
+    }
+
+    const pair& p_;
+    run& r_;
+    Reader reader_;
+    ascii_runs ascii_;
+    u32 slot_count_;
+    slot_designation slots_[Designates ? most_slots : 1]{};
+    std::size_t chunks_ = 1;        // to read for the next block
+    const u8* behind_cr_ = nullptr; // where a line feed is dropped
+};
+
+template <typename Reader>
+void run_reader(const pair& p, run& r) {
+    if (p.plan.target->designates) {
+        loop<Reader, true>(p, r).go();
+    } else {
+        loop<Reader, false>(p, r).go();
+    }
+}
+
+} // namespace
+
+block_written put_entries(const pair& p, const u16* codes, std::size_t count, u8* out) {
+    u8* const begin = out;
+    u32 odd = 0;
+#pragma GCC unroll 4
+    for (std::size_t i = 0; i < count; ++i) {
+        const entry e = p.entry_of(codes[i]);
+        e.store(out);
+        out += e.length(); // none, where it is not short
+        odd |= e.odd();
+    }
+    if (odd >> 31 == 0) {
+        return {count, static_cast<std::size_t>(out - begin)};
+    }
+    // Others may have been asked about by now, and were not written above: once more.
+    block_written written{0, 0};
+    for (; written.codes < count; ++written.codes) {
+        const entry e = p.entry_of(codes[written.codes]);
+        if (!e.is_short()) {
+            break;
+        }
+        e.store(begin + written.bytes);
+        written.bytes += e.length();
+    }
+    return written;
+}
+
+void run_over(pair& p, run& r) {
+    switch (p.plan.reader) {
+    case reader::lead_bytes: run_reader<lead_byte_reader>(p, r); break;
+    case reader::utf8: run_reader<utf8_reader>(p, r); break;
+    case reader::unit_big: run_reader<unit_reader<2, true>>(p, r); break;
+    case reader::unit_little: run_reader<unit_reader<2, false>>(p, r); break;
+    case reader::quad_big: run_reader<unit_reader<4, true>>(p, r); break;
+    case reader::quad_little: run_reader<unit_reader<4, false>>(p, r); break;
+    case reader::iso2022: run_iso2022(p, r); break;
+    }
+}
+
+} // namespace fast

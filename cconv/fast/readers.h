@@ -1,0 +1,169 @@
+// How the loops read source characters: the length of the one at p, its key, and chunks of them.
+//
+// A key is the character's place among the entries: its byte or two bytes, its scalar or unit. Three
+// bytes of EUC, a single shift and two from A1 on, lie where no two bytes do, below the leads; with
+// ISO-2022-JP each set has a quarter, the one-byte sets share one.
+#pragma once
+
+#include "cconv/fast/pair.h"
+
+namespace fast {
+
+// ---- Keys --------------------------------------------------------------------------------------
+
+constexpr u32 pair_of_bytes(const u8* p) {
+    return u32{p[0]} << 8 | p[1];
+}
+
+// 0: none.
+constexpr u32 single_shift_key(const u8* p) {
+    return p[1] >= 0xA1 && p[2] >= 0xA1 ? (p[1] & 0x7FU) << 8 | (p[2] & 0x7FU) : 0;
+}
+
+constexpr u32 lead_byte_key(const u8* p, u32 length) {
+    return length == 1 ? p[0] : length == 2 ? pair_of_bytes(p) : single_shift_key(p);
+}
+
+constexpr u32 utf8_key(const u8* p, u32 length) {
+    if (length == 3) {
+        return (p[0] & 0x0FU) << 12 | (p[1] & 0x3FU) << 6 | (p[2] & 0x3FU);
+    }
+    return length == 2 ? (p[0] & 0x1FU) << 6 | (p[1] & 0x3FU) : p[0];
+}
+
+constexpr bool is_double_byte_set(u32 setNo) {
+    return setNo != PVZAN_SET_ISO_646_IRV && setNo != PVZAN_SET_JIS_X_0201_LATIN;
+}
+constexpr u32 iso2022_base(u32 setNo) {
+    switch (setNo) {
+    case PVZAN_SET_JIS_X_0208_1990: return 0;
+    case PVZAN_SET_JIS_C_6226_1978: return 0x4000;
+    case PVZAN_SET_JIS_X_0213: return 0x8000;
+    case PVZAN_SET_ISO_646_IRV: return 0xC000;
+    default: return 0xC080;
+    }
+}
+// From 1000 on; below that are the line controls, which a set of two bytes has as one.
+constexpr u32 iso2022_offset(const u8* p) {
+    return (p[0] & 0x7FU) << 7 | (p[1] & 0x7FU);
+}
+
+// ---- Readers -----------------------------------------------------------------------------------
+
+// length() is 0 where the character is the rules' own, and with lead bytes also where nobody has asked
+// about one; it looks at no more than left bytes and may tell more than there are. before() finds the
+// begin of the character that ends at p, one that was run over.
+struct lead_byte_reader {
+    static constexpr bool scalars = false;
+    static constexpr u32 unit_bytes = 1, usual_length = 2;
+    static constexpr stop stop_without_length = stop::unknown;
+
+    explicit lead_byte_reader(const pair& with) : p_(with) {
+        for (std::size_t i = 0; i < std::size(leads_.rows); ++i) {
+            leads_.rows[i] = with.lead_rows[i].load(std::memory_order_relaxed);
+        }
+    }
+    [[nodiscard]] static bool is_ascii(const u8* p) { return *p < 0x80; }
+    [[nodiscard]] u32 length(const u8* p, std::size_t left) const {
+        const u32 length = p_.lead_length[*p].load(std::memory_order_relaxed);
+        return length == 3 && left >= 3 && single_shift_key(p) == 0 ? 0 : length;
+    }
+    [[nodiscard]] static u32 key(const u8* p, u32 length) { return lead_byte_key(p, length); }
+
+    // Single shifts go alone.
+    static bool may_open_chunk(u32 length) { return length != 3; }
+    [[nodiscard]] chunk_read chunk(const u8* p, u16* codes) const {
+        return p_.kernel->split_codes(p, leads_, codes);
+    }
+    static constexpr std::size_t full_chunk = 1;
+    static const u8* behind(const u8* p, std::span<const u16> codes) {
+        for (const u16 code : codes) {
+            p += code > 0xFF ? 2 : 1;
+        }
+        return p;
+    }
+
+private:
+    const pair& p_;
+    byte_set leads_;
+};
+
+struct utf8_reader {
+    static constexpr bool scalars = true;
+    static constexpr u32 unit_bytes = 1, usual_length = 3;
+    static constexpr stop stop_without_length = stop::by_rules;
+
+    explicit utf8_reader(const pair& with) : p_(with) {}
+    [[nodiscard]] static bool is_ascii(const u8* p) { return *p < 0x80; }
+    [[nodiscard]] static u32 length(const u8* p, std::size_t left) {
+        if (*p < 0x80) {
+            return 1;
+        }
+        const u32 length = *p < 0xC0 ? 0 : *p < 0xE0 ? 2 : *p < 0xF0 ? 3 : 0;
+        if (length == 3 && left >= 3) {
+            return ((p[1] ^ 0x80) | (p[2] ^ 0x80)) < 0x40 ? 3 : 0;
+        }
+        return length == 2 && left >= 2 && (p[1] ^ 0x80) >= 0x40 ? 0 : length;
+    }
+    [[nodiscard]] static u32 key(const u8* p, u32 length) { return utf8_key(p, length); }
+
+    static bool may_open_chunk(u32) { return true; }
+    [[nodiscard]] chunk_read chunk(const u8* p, u16* scalars_read) const {
+        return p_.kernel->decode_utf8(p, scalars_read);
+    }
+    static constexpr std::size_t full_chunk = 1;
+    static const u8* before(const u8* p) {
+        do {
+            --p;
+        } while ((*p & 0xC0) == 0x80);
+        return p;
+    }
+    static const u8* behind(const u8* p, std::span<const u16> scalars_read) {
+        for (std::size_t n = scalars_read.size(); n > 0; --n) {
+            do {
+                ++p;
+            } while ((*p & 0xC0) == 0x80);
+        }
+        return p;
+    }
+
+private:
+    const pair& p_;
+};
+
+// Units of two or four bytes. Scalars beyond U+FFFF are the rules'.
+template <u32 Bytes, bool BigEndian>
+struct unit_reader {
+    static constexpr bool scalars = true;
+    static constexpr u32 unit_bytes = Bytes, usual_length = Bytes;
+    static constexpr stop stop_without_length = stop::by_rules;
+
+    explicit unit_reader(const pair& with) : p_(with) {}
+    [[nodiscard]] static u32 code(const u8* p) { return load_code({p, Bytes}, BigEndian); }
+    [[nodiscard]] static bool is_ascii(const u8* p) { return code(p) < 0x80; }
+    [[nodiscard]] static u32 length(const u8* p, std::size_t left) {
+        return Bytes == 2 || left < Bytes || code(p) < key_count ? Bytes : 0;
+    }
+    [[nodiscard]] static u32 key(const u8* p, u32) { return code(p) % key_count; }
+
+    static bool may_open_chunk(u32) { return true; }
+    [[nodiscard]] chunk_read chunk(const u8* p, u16* units) const {
+        if constexpr (Bytes == 2) {
+            p_.kernel->copy_units(p, units, BigEndian != (std::endian::native == std::endian::big));
+            return {chunk_bytes / Bytes, chunk_bytes};
+        } else {
+            const std::size_t n = p_.kernel->narrow_quads(p, units, BigEndian);
+            return {n, n * Bytes};
+        }
+    }
+    static constexpr std::size_t full_chunk = chunk_bytes;
+    static const u8* before(const u8* p) { return p - Bytes; }
+    static const u8* behind(const u8* p, std::span<const u16> units) {
+        return p + Bytes * units.size();
+    }
+
+private:
+    const pair& p_;
+};
+
+} // namespace fast

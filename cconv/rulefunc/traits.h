@@ -1,0 +1,53 @@
+// What can be said of a codec's rules beside what they do: how source characters are told apart,
+// and what decides the bytes of a target character. The fast path relies on it, and on nothing else;
+// a codec without traits is run character by character.
+#pragma once
+
+#include "cconv/names.h"
+
+#include <span>
+
+// From what the length of a source character follows, and its meaning: its own bytes alone.
+enum class reading : u8 {
+    lead_byte, // one byte, or two by the first of them
+    sets,      // codes by the tables of the charset's sets, tried in their order
+    pairs,     // two bytes, the more significant first
+    utf8,      // by the lead byte; the scalar is the meaning
+    utf16,     // two bytes; surrogates take two times two
+    ucs2,      // like sets, in the byte order of the source
+    ucs4,      // four bytes
+    escapes    // one or two bytes, by the set that an escape sequence designated
+};
+
+// What a scalar becomes where the charset has a single set without tables.
+enum class unicode_form : u8 { none, utf8, units, quads };
+
+// A single shift that opens three bytes; 0: there is none.
+inline constexpr u8 no_single_shift = 0;
+
+struct codec_traits {
+    rule_function decode, encode;
+
+    // ---- The decode rule
+    reading read;
+    u8 single_shift = no_single_shift;
+    bool checks_mark = false;      // takes a byte-order mark where the options ask for it
+    bool joins_marks = false;      // a letter and the mark behind it may be one character
+    std::span<const u32> sets{};   // looked up in the registry, be they the charset's or not
+
+    // ---- The encode rule
+    bool designates = false; // writes an escape sequence where the set changes
+    bool writes_marks = false; // byte-order marks and language tags where the options ask for them
+    bool refers = false;       // writes references where the options ask for them
+    u8 spare = 0;              // bytes of the output that a character leaves free behind it
+    unicode_form form = unicode_form::none;
+};
+
+extern const codec_traits same_traits, oasys_win_traits, oasys_online_traits, shift_jis_traits,
+    shift_jis_2004_traits, windows31j_traits, euc_jp_traits, euc_jis_2004_traits, euc_jp_fix_traits,
+    iso_2022_jp_traits, iso_2022_jp_2004_traits, utf_8_traits, utf_16_traits, ucs_4_traits,
+    ucs_2_traits;
+
+// Of the codec with that rule; null when none is known.
+const codec_traits* traits_of_decoder(rule_function decode);
+const codec_traits* traits_of_encoder(rule_function encode);
