@@ -1,5 +1,5 @@
-// The fast path against the rules: two sessions get the same calls, one of them is the rules' alone, and
-// after each call every field, and the output, must be the same.
+// The fast path against the rules: two sessions get the same calls, one of them is the rules'
+// alone, and after each call every field, and the output, must be the same.
 #pragma once
 
 #include "cconv/fast/fast.h"
@@ -29,8 +29,8 @@ public:
         }
     }
 
-    // Converts text in one call of either session, into room bytes or into the text's own; stops the
-    // process where they differ. Returns the status.
+    // Converts text in one call of either session, into room bytes or into the text's own; stops
+    // the process where they differ. Returns the status.
     std::uint32_t call(bytes text, std::size_t room, bool in_place = false) {
         const exact_bytes fast_in(text), slow_in(text), fast_out(room, fill), slow_out(room, fill);
         aim(*fast_, fast_in, in_place ? fast_in : fast_out);
@@ -65,7 +65,8 @@ public:
             ++position;
         }
         return status != PVZAN_DONE && status != PVZAN_INPUT_INCOMPLETE &&
-               position <= text.size() && (moved || status != PVZAN_OUTPUT_FULL);
+               position <= text.size() &&
+               (moved || status == PVZAN_INVALID_INPUT || status == PVZAN_UNREPRESENTABLE);
     }
 
     // Everything in one call after the other.

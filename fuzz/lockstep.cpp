@@ -1,5 +1,5 @@
-// The fast path against the rules, on shipped charsets and on charsets that nobody has, with each set of
-// kernels.
+// The fast path against the rules, on shipped charsets and on charsets that nobody has, with each
+// set of kernels.
 #include "cconv/fast/kernels/kernels.h"
 #include "fuzz/both_paths.h"
 #include "fuzz/conversion_input.h"
@@ -10,7 +10,8 @@ namespace {
 void choose_some_kernels(fuzz::sequence& choices) {
     fast::kernel_list list{};
     fast::list_kernels(list);
-    fast::choose_kernels(list[choices.below(static_cast<u32>(std::ranges::find(list, nullptr) - list))]);
+    fast::choose_kernels(
+        list[choices.below(static_cast<u32>(std::ranges::find(list, nullptr) - list))]);
 }
 
 // Characters that such charsets are about, in a shipped charset's bytes.

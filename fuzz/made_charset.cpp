@@ -13,9 +13,10 @@ namespace {
 // Few, so that what sets have overlaps: line breaks, ASCII, leads and trails of many encodings.
 constexpr std::array<u8, 16> some_bytes = {0x0A, 0x0D, 0x0A, 0x0D, 0x00, 0x1B, 0x20, 0x41,
                                            0x42, 0x7E, 0x81, 0x8E, 0x8F, 0xA1, 0xB0, 0xFE};
-constexpr std::array<u32, 24> some_scalars = {
-    0x0A,   0x0D,   0x00,   0x41,   0x42,   0x5C,   0x7E,   0xA5,    0xE6,   0x300,  0x301,   0x2028,
-    0x2029, 0x304B, 0x3042, 0x309A, 0x4E00, 0x4E01, 0xE000, 0xE001,  0xFEFF, 0xFFE5, 0x20089, 0xD800};
+constexpr std::array<u32, 24> some_scalars = {0x0A,   0x0D,   0x00,   0x41,   0x42,    0x5C,
+                                              0x7E,   0xA5,   0xE6,   0x300,  0x301,   0x2028,
+                                              0x2029, 0x304B, 0x3042, 0x309A, 0x4E00,  0x4E01,
+                                              0xE000, 0xE001, 0xFEFF, 0xFFE5, 0x20089, 0xD800};
 
 u32 random_code(sequence& choices, u16 width) {
     u32 code = 0;
@@ -104,8 +105,8 @@ std::unique_ptr<made_charset> made_charset::random(const char* name, sequence& c
             made->share(shared[choices.below(std::size(shared))]);
             continue;
         }
-        const u16 width = static_cast<u16>(choices.below(16) == 0 ? choices.below(6)
-                                                                  : 1 + choices.below(4));
+        const u16 width =
+            static_cast<u16>(choices.below(16) == 0 ? choices.below(6) : 1 + choices.below(4));
         const bool user_defined = choices.below(8) == 0;
         basic_set* set = made->add(width, user_defined ? u16{PVZAN_SET_USER_DEFINED} : u16{1});
         set->eudcStart = static_cast<u16>(random_code(choices, 2));
@@ -129,9 +130,8 @@ std::string random_bytes(sequence& choices, std::size_t size) {
     std::string text;
     while (text.size() < size) {
         // The same again and again is what blocks are made for.
-        const std::string some = {
-            static_cast<char>(some_bytes[choices.below(some_bytes.size())]),
-            static_cast<char>(some_bytes[choices.below(some_bytes.size())])};
+        const std::string some = {static_cast<char>(some_bytes[choices.below(some_bytes.size())]),
+                                  static_cast<char>(some_bytes[choices.below(some_bytes.size())])};
         for (u32 times = choices.below(8) == 0 ? 1 + choices.below(100) : 1; times > 0; --times) {
             text += some.substr(choices.below(3) == 0 ? 1 : 0);
         }

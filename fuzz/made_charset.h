@@ -1,6 +1,6 @@
-// Charsets that no directory has, made of random sets, in the registry for as long as they live: sets of
-// any width in any order, with and without tables, shared with shipped charsets, user-defined ones,
-// extra tables.
+// Charsets that no directory has, made of random sets, in the registry for as long as they live:
+// sets of any width in any order, with and without tables, shared with shipped charsets,
+// user-defined ones, extra tables.
 #pragma once
 
 #include "cconv/registry.h"

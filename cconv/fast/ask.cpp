@@ -1,5 +1,5 @@
-// Asking the rules about a character: the only place that runs them, and the only one that writes what
-// threads share.
+// Asking the rules about a character: the only place that runs them, and the only one that writes
+// what threads share.
 #include "cconv/fast/readers.h"
 #include "cconv/rulefunc/designations.h"
 #include "cconv/step.h"
@@ -105,7 +105,8 @@ bool separate_designation(pair& p, std::span<const u8> k, u32 source_set, std::s
         return false;
     }
     const auto length = static_cast<std::size_t>(s.outPos);
-    if (length >= written.size() || !std::ranges::equal(written.last(length), once_more.first(length))) {
+    if (length >= written.size() ||
+        !std::ranges::equal(written.last(length), once_more.first(length))) {
         return false;
     }
     a.slot = slot_of(p, designated, written.first(written.size() - length));
@@ -229,15 +230,13 @@ void note_ascii(pair& p, u32 c, const answer& a) {
         p.ascii.store(form, std::memory_order_release);
     }
     if (matches_form(p, form, c, a) && a.slot == p.ascii_slot) {
-        p.ascii_rows[c & 0xF].fetch_or(static_cast<u8>(1U << (c >> 4 & 7)),
-                                       std::memory_order_relaxed);
+        p.plain_ascii.add(static_cast<u8>(c));
     }
 }
 
 void note_lead(pair& p, u8 lead, std::size_t length) {
     if (length == 2) {
-        p.lead_rows[lead & 0xF].fetch_or(static_cast<u8>(1U << (lead >> 4 & 7)),
-                                         std::memory_order_relaxed);
+        p.leads.add(lead);
     }
     p.lead_length[lead].store(static_cast<u8>(length), std::memory_order_relaxed);
 }
@@ -290,7 +289,8 @@ lengths lengths_at(const pair& p, const u8* in, std::size_t left, u32 set) {
     switch (p.plan.reader) {
     case reader::lead_bytes: {
         const u8 known = p.lead_length[*in].load(std::memory_order_relaxed);
-        const std::size_t most = *in == p.plan.source->single_shift && *in != no_single_shift ? 3 : 2;
+        const std::size_t most =
+            *in == p.plan.source->single_shift && *in != no_single_shift ? 3 : 2;
         return known != 0 ? exactly(known) : lengths{1, most};
     }
     case reader::utf8: return exactly(utf8_reader::length(in, left));
@@ -324,8 +324,9 @@ bool learn(pair& p, const u8* in, std::size_t left, u32 set) {
     const lengths possible = lengths_at(p, in, left, set);
     for (std::size_t length = possible.least; length <= possible.most; ++length) {
         const bool by_lead = p.plan.reader == reader::lead_bytes;
-        const bool no_place = by_lead && ((length == 2 && *in < 0x80) ||
-                                          (length == 3 && length <= left && lead_byte_key(in, 3) == 0));
+        const bool no_place =
+            by_lead && ((length == 2 && *in < 0x80) ||
+                        (length == 3 && length <= left && lead_byte_key(in, 3) == 0));
         if (length == 0 || length > left || (no_place && length == 3)) {
             return false;
         }
@@ -359,21 +360,19 @@ bool learn(pair& p, const u8* in, std::size_t left, u32 set) {
     return false;
 }
 
-bool find_answer(pair& p, u32 k, std::span<const u8> bytes, answer& found) {
+const answer* find_answer(pair& p, u32 k, std::span<const u8> bytes, answer& room) {
     if (const answer* seen = p.answer_of(k)) {
-        found = *seen;
-        return true;
+        return seen;
     }
     const pair_guard guard(p);
     if (const answer* seen = p.answer_of(k)) {
-        found = *seen;
-        return true;
+        return seen;
     }
-    if (bytes.empty() || ask(p, bytes, 0, found) != verdict::plain || !is_current(p)) {
-        return false;
+    if (bytes.empty() || ask(p, bytes, 0, room) != verdict::plain || !is_current(p)) {
+        return nullptr;
     }
-    store(p, k, found);
-    return true;
+    store(p, k, room);
+    return &room;
 }
 
 } // namespace fast

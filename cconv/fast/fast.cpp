@@ -33,6 +33,8 @@ run run_of(const session* s, const pair& p) {
         .last = no_key,
         .before_last = no_key,
         .why = stop::end,
+        .next = input.data(),
+        .next_set = s->srcShiftSet,
     };
 }
 
@@ -78,15 +80,13 @@ void path::try_run(session* s) {
         }
         r = run_of(s, *pair_);
         run_over(*pair_, r);
-        const u8* const end = r.in;
-        const u32 set = r.in_set;
         if (!finish(*pair_, r, s)) {
             wait_ = for_ever;
             return;
         }
         characters += r.characters;
         if (r.why == stop::unknown &&
-            !learn(*pair_, end, static_cast<std::size_t>(r.in_end - end), set)) {
+            !learn(*pair_, r.next, static_cast<std::size_t>(r.in_end - r.next), r.next_set)) {
             r.why = stop::by_rules;
         }
     } while (r.why == stop::unknown);

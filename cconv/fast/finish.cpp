@@ -36,8 +36,8 @@ character character_before(const pair& p, const u8* begin, const u8* end) {
     return {key_of(p, first, end), first, end};
 }
 
-bool find(pair& p, const character& c, answer& found) {
-    return find_answer(p, c.key, {c.begin, c.end}, found);
+const answer* find(pair& p, const character& c, answer& room) {
+    return find_answer(p, c.key, {c.begin, c.end}, room);
 }
 
 // The fields of a character; those of a dropped line feed are of its reading alone.
@@ -59,7 +59,8 @@ bool finish(pair& p, run& r, session* s) {
     const u8* const begin = s->inBuf + s->inPos;
     character last{r.last}, before{r.before_last};
     const bool scalars = p.plan.reader != reader::lead_bytes && p.plan.reader != reader::iso2022;
-    answer a{}, previous{};
+    answer last_room, before_room;
+    const answer* a = nullptr;
     for (bool stepped_back = false;; stepped_back = true) {
         if (r.characters == 0) {
             return true;
@@ -68,30 +69,33 @@ bool finish(pair& p, run& r, session* s) {
             last = character_before(p, begin, r.in);
             before = character_before(p, begin, last.begin);
         }
-        if (!find(p, last, a)) {
+        a = find(p, last, last_room);
+        if (a == nullptr) {
             return false;
         }
         // What follows may be a mark, and then belong to the letter: the rules see to both.
-        if (!a.takes_mark || stepped_back || r.in == r.in_end) {
+        if (!a->takes_mark || stepped_back || r.in == r.in_end) {
             break;
         }
         r.in = last.begin;
-        r.out -= a.length;
-        r.codes -= a.codes;
+        r.out -= a->length;
+        r.codes -= a->codes;
         --r.characters;
     }
-    previous.srcCode = s->srcCode;
-    if (r.characters > 1 && !find(p, before, previous)) {
-        return false;
+    const answer* previous = nullptr;
+    if (r.characters > 1) {
+        previous = find(p, before, before_room);
+        if (previous == nullptr) {
+            return false;
+        }
     }
-    const bool dropped = a.is_lf && previous.is_cr;
-    const answer& written = dropped ? previous : a;
-    write_character(s, a, dropped);
-    s->outSetNo = written.outSetNo;
-    s->outSetType = written.outSetType;
-    s->prevSrcCode = previous.srcCode;
+    const bool dropped = a->is_lf && previous != nullptr && previous->is_cr;
+    s->prevSrcCode = previous != nullptr ? previous->srcCode : s->srcCode;
+    write_character(s, *a, dropped);
+    s->outSetNo = dropped ? previous->outSetNo : a->outSetNo;
+    s->outSetType = dropped ? previous->outSetType : a->outSetType;
     s->inPos += static_cast<i32>(r.in - begin);
-    s->outPos += static_cast<i32>(r.out - (s->outBuf + s->outPos));
+    s->outPos = static_cast<i32>(r.out - s->outBuf);
     s->inCount += r.characters;
     s->outCount += r.codes;
     s->srcShiftSet = r.in_set;

@@ -45,7 +45,7 @@ block_written put_block(const pair& p, const u16* scalars, std::size_t count, u8
 template <typename Reader, bool Designates>
 class loop {
 public:
-    loop(const pair& p, run& r)
+    loop(const pair& p, const run& r)
         : p_(p), r_(r), reader_(p), ascii_(p),
           slot_count_(p.slot_count.load(std::memory_order_acquire)) {
         for (u32 i = 0; Designates && i <= slot_count_; ++i) {
@@ -53,7 +53,7 @@ public:
         }
     }
 
-    void go() {
+    run go() {
         r_.why = stop::end;
         if (r_.in_end - r_.in > in_margin && r_.out_end - r_.out > out_margin) {
             pass<false>();
@@ -61,6 +61,7 @@ public:
         if (r_.why == stop::end) {
             pass<true>();
         }
+        return r_;
     }
 
 private:
@@ -71,7 +72,8 @@ private:
         const u8* const in_stop = Exact ? r_.in_end : r_.in_end - in_margin;
         const u8* const out_stop = Exact ? r_.out_end + 1 : r_.out_end - out_margin;
         bool in_run = ascii_.known(); // of ASCII, for which there is a quicker way than blocks
-        const u8* next_block = !Exact && p_.plan.blocks != block_form::none ? in : r_.in_end;
+        const bool blocks = !Exact && p_.plan.blocks != block_form::none && has_chunk(in);
+        const u8* next_block = blocks ? in : r_.in_end;
         u32 characters = 0, codes = 0;
         while (in < in_stop && out < out_stop) {
             const auto left = static_cast<std::size_t>(r_.in_end - in);
@@ -122,7 +124,7 @@ private:
             in = next;
             ++characters;
         }
-        r_.in = in;
+        r_.in = r_.next = in;
         r_.out = out;
         r_.characters += characters;
         r_.codes += codes;
@@ -205,7 +207,8 @@ private:
             }
             const slot_designation& wanted = slots_[slot];
             if (wanted.setNo != r_.out_set) {
-                if (Exact && r_.out_end - out < static_cast<std::ptrdiff_t>(wanted.length + length)) {
+                if (Exact &&
+                    r_.out_end - out < static_cast<std::ptrdiff_t>(wanted.length + length)) {
                     return false;
                 }
                 std::copy_n(wanted.bytes, wanted.length, out);
@@ -241,7 +244,7 @@ private:
     }
 
     const pair& p_;
-    run& r_;
+    run r_;
     Reader reader_;
     ascii_runs ascii_;
     u32 slot_count_;
@@ -253,9 +256,9 @@ private:
 template <typename Reader>
 void run_reader(const pair& p, run& r) {
     if (p.plan.target->designates) {
-        loop<Reader, true>(p, r).go();
+        r = loop<Reader, true>(p, r).go();
     } else {
-        loop<Reader, false>(p, r).go();
+        r = loop<Reader, false>(p, r).go();
     }
 }
 
@@ -268,7 +271,7 @@ block_written put_entries(const pair& p, const u16* codes, std::size_t count, u8
     for (std::size_t i = 0; i < count; ++i) {
         const entry e = p.entry_of(codes[i]);
         e.store(out);
-        out += e.length(); // none, where it is not short
+        out += e.packed / entry::one_byte; // the length; none, where it is not short
         odd |= e.odd();
     }
     if (odd >> 31 == 0) {

@@ -6,7 +6,7 @@
 namespace fast {
 
 // Bytes that a step may touch behind the position where it does not look how many are there.
-inline constexpr std::ptrdiff_t in_margin = 16, out_margin = 16;
+inline constexpr std::ptrdiff_t in_margin = 3, out_margin = 16;
 
 // Bytes behind the output position that a block of so many codes may touch.
 constexpr std::ptrdiff_t block_margin(std::size_t codes) {
@@ -32,9 +32,7 @@ public:
         }
         target_ = form_ == ascii_form::widen ? p.ascii_target : ascii_unit{1, true};
         slot_ = p.ascii_slot;
-        for (std::size_t i = 0; i < std::size(plain_.rows); ++i) {
-            plain_.rows[i] = p.ascii_rows[i].load(std::memory_order_relaxed);
-        }
+        plain_ = p.plain_ascii.load();
     }
 
     [[nodiscard]] bool known() const { return form_ != ascii_form::unknown; }
@@ -66,7 +64,7 @@ private:
 // Writes what an entry or an answer holds; with few bytes of room, those alone.
 template <bool Exact, typename Packed>
 void put(u8* out, const u8* out_end, const Packed& packed, u32 length) {
-    if (!Exact || out_end - out >= out_margin) {
+    if (!Exact || out_end - out >= Packed::stored_bytes) {
         packed.store(out);
         return;
     }

@@ -9,54 +9,45 @@ namespace fast {
 
 namespace {
 
-// A set of the source that entries are for.
-struct source_set {
-    u32 setNo, base;
-    bool known; // the charset has it, in the width that the keys are for
-    bool double_byte;
-};
-
-source_set find_set(const charset_group* group, u32 setNo) {
-    const basic_set* set = designated_set(group, setNo);
-    const bool double_byte = is_double_byte_set(setNo);
-    const bool known = set != nullptr && is_double_byte_width(set->byteNum) == double_byte;
-    return {setNo, iso2022_base(setNo), known, double_byte};
-}
-
 class iso2022_loop {
 public:
-    iso2022_loop(const pair& p, run& r)
-        : p_(p), r_(r), ascii_(p), set_(find_set(p.key.source, r.in_set)) {}
+    iso2022_loop(const pair& p, const run& r) : p_(p), r_(r), ascii_(p) { choose(r.in_set); }
 
-    void go() {
-        r_.why = stop::by_rules;
-        if (!set_.known) {
-            return; // there the rules refuse even line controls
-        }
+    run go() {
+        r_.why = known_ ? stop::end : stop::by_rules; // of line controls, even
         in_ = next_block_ = r_.in;
-        r_.why = stop::end;
-        while (in_ < r_.in_end && step()) {
+        while (known_ && in_ < r_.in_end && step()) {
         }
+        r_.next = in_;
+        r_.next_set = set_;
+        return r_;
     }
 
 private:
     [[nodiscard]] std::size_t left() const { return static_cast<std::size_t>(r_.in_end - in_); }
 
+    void choose(u32 setNo) {
+        set_ = setNo;
+        base_ = iso2022_base(setNo);
+        double_byte_ = is_double_byte_set(setNo);
+        known_ = (p_.plan.source_sets & designation_bit(setNo)) != 0;
+    }
+
     // A character, a run or an escape sequence; false where the run ends.
-    bool step() {
+    [[gnu::always_inline]] bool step() {
         if (*in_ == escape_byte) {
             return read_designation();
         }
-        if (set_.setNo == PVZAN_SET_ISO_646_IRV && *in_ < 0x80 && ascii_run()) {
+        if (set_ == PVZAN_SET_ISO_646_IRV && *in_ < 0x80 && ascii_run()) {
             return true;
         }
-        if (set_.double_byte && *in_ > ' ' && in_ >= next_block_) {
+        if (double_byte_ && *in_ > ' ' && in_ >= next_block_) {
             if (block()) {
                 return true;
             }
             next_block_ = in_ + chunk_bytes; // what stopped one will not stand alone
         }
-        const bool two = set_.double_byte && !is_ascii_in_double_byte_text(*in_);
+        const bool two = double_byte_ && !is_ascii_in_double_byte_text(*in_);
         const u32 length = two ? 2 : 1;
         if (length > left()) {
             return false;
@@ -64,7 +55,7 @@ private:
         if (*in_ >= 0x80 || (two && (*in_ < ' ' || in_[1] >= 0x80))) {
             return end(stop::by_rules);
         }
-        const u32 key = set_.base | (two ? iso2022_offset(in_) : *in_);
+        const u32 key = base_ | (two ? iso2022_offset(in_) : *in_);
         const entry e = p_.entry_of(key);
         if (e.is_short()) {
             if (r_.out_end - r_.out < static_cast<std::ptrdiff_t>(e.length())) {
@@ -85,25 +76,25 @@ private:
         return false;
     }
 
-    // Plane 2 is the rules': they forget it after one character. So is what follows a CR, for a line
-    // feed may.
-    bool read_designation() {
+    // Plane 2 is the rules': they forget it after one character. So is what follows a CR, for a
+    // line feed may.
+    [[gnu::always_inline]] bool read_designation() {
         const designation* d = designation_at({in_, left()});
         if (d == nullptr || d->plane_flag != 0 || in_ == behind_cr_) {
             return end(stop::by_rules);
         }
-        set_ = find_set(p_.key.source, d->setNo);
+        choose(d->setNo);
         in_ += d->length;
-        return set_.known || end(stop::by_rules);
+        return known_ || end(stop::by_rules);
     }
 
     // The run ends behind a character.
-    void pass_character(u32 key, u32 length) {
+    [[gnu::always_inline]] void pass_character(u32 key, u32 length) {
         r_.before_last = r_.last;
         r_.last = key;
         in_ += length;
         r_.in = in_;
-        r_.in_set = set_.setNo;
+        r_.in_set = set_;
         ++r_.characters;
     }
     void pass_characters(std::size_t n, u32 length, u32 before_last, u32 last) {
@@ -120,7 +111,7 @@ private:
             return false;
         }
         r_.out += n * ascii_.target_bytes();
-        pass_characters(n, 1, set_.base | (n > 1 ? in_[n - 2] : 0), set_.base | in_[n - 1]);
+        pass_characters(n, 1, base_ | (n > 1 ? in_[n - 2] : 0), base_ | in_[n - 1]);
         return true;
     }
 
@@ -131,8 +122,7 @@ private:
             return false;
         }
         u16 codes[chunk_codes];
-        const std::size_t pairs =
-            p_.kernel->seven_bit_pairs(in_, static_cast<u16>(set_.base), codes);
+        const std::size_t pairs = p_.kernel->seven_bit_pairs(in_, static_cast<u16>(base_), codes);
         const block_written written = put_entries(p_, codes, pairs, r_.out);
         const std::size_t n = written.codes;
         if (n == 0) {
@@ -143,7 +133,7 @@ private:
         return true;
     }
 
-    bool long_step(u32 key, entry e, const u8* next) {
+    [[gnu::always_inline]] bool long_step(u32 key, entry e, const u8* next) {
         const answer* a = e.is_long() ? p_.answer_of(key) : nullptr;
         if (a == nullptr) {
             return end(e.packed == entry::by_rules ? stop::by_rules : stop::unknown);
@@ -164,9 +154,10 @@ private:
     }
 
     const pair& p_;
-    run& r_;
+    run r_;
     ascii_runs ascii_;
-    source_set set_;
+    u32 set_, base_;
+    bool double_byte_, known_;
     const u8* in_ = nullptr; // ahead of the run by escape sequences
     const u8* next_block_ = nullptr;
     const u8* behind_cr_ = nullptr; // where a line feed is dropped
@@ -175,7 +166,7 @@ private:
 } // namespace
 
 void run_iso2022(pair& p, run& r) {
-    iso2022_loop(p, r).go();
+    r = iso2022_loop(p, r).go();
 }
 
 } // namespace fast

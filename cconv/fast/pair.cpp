@@ -1,6 +1,6 @@
 // The pairs of the process: finding one, making it, holding it, and freeing what is unused.
-#include "cconv/fast/fast.h"
 #include "cconv/fast/pair.h"
+#include "cconv/fast/fast.h"
 #include "cconv/table.h"
 #include "platform/platform.h"
 
@@ -178,6 +178,29 @@ bool claim(u64 bytes) {
     return true;
 }
 
+// Between charsets of Unicode it is known from the start what runs of ASCII become.
+void prepare_ascii(pair& p) {
+    switch (p.plan.blocks) {
+    case block_form::none:
+    case block_form::entries: return;
+    case block_form::utf8: p.ascii_target = {1, true}; break;
+    case block_form::units_big: p.ascii_target = {2, true}; break;
+    case block_form::units_little: p.ascii_target = {2, false}; break;
+    case block_form::quads_big: p.ascii_target = {4, true}; break;
+    case block_form::quads_little: p.ascii_target = {4, false}; break;
+    }
+    const u32 source = p.plan.source_unit.bytes, target = p.ascii_target.bytes;
+    if (source > 1 && target > 1) {
+        return;
+    }
+    p.ascii = source > 1 ? ascii_form::narrow : target > 1 ? ascii_form::widen : ascii_form::same;
+    for (u8 c = 0; c < 0x80; ++c) {
+        if (!p.plan.normalises || (c != '\r' && c != '\n')) {
+            p.plain_ascii.add(c);
+        }
+    }
+}
+
 pair* make(const session* s, const pair_key& key, const plan& planned) {
     if (!claim(sizeof(pair))) {
         return nullptr;
@@ -196,6 +219,7 @@ pair* make(const session* s, const pair_key& key, const plan& planned) {
     p->generation.store(table_generation(), std::memory_order_relaxed);
     p->own_tables = count_own_tables(key, planned);
     prepare_neutral(*p, s);
+    prepare_ascii(*p);
     return p;
 }
 
@@ -257,6 +281,17 @@ void return_bytes(u64 bytes) {
     claimed_bytes.fetch_sub(bytes, std::memory_order_relaxed);
 }
 
+u64 bytes_claimed() {
+    return claimed_bytes.load(std::memory_order_relaxed);
+}
+
+void free_unheld() {
+    const pairs_guard guard;
+    for (place& at : places) {
+        free_place(at);
+    }
+}
+
 pair* hold_pair(const session* s, bool& for_now) {
     for_now = false;
     const pair_key key = key_of(s);
@@ -269,8 +304,8 @@ pair* hold_pair(const session* s, bool& for_now) {
             return nullptr;
         }
         const due what = what_is_due(s, *planned.source, *planned.target);
-        if (what != due::characters || !is_registered(s->srcGroup) ||
-            !is_registered(s->dstGroup) || !make_plan(s, planned)) {
+        if (what != due::characters || !is_registered(s->srcGroup) || !is_registered(s->dstGroup) ||
+            !make_plan(s, planned)) {
             for_now = what == due::mark;
             return nullptr;
         }

@@ -1,5 +1,6 @@
 // From the traits of two codecs, the sets of two charsets and the options: how a pair is converted.
-#include "cconv/fast/pair.h"
+#include "cconv/fast/readers.h"
+#include "cconv/rulefunc/designations.h"
 #include "cconv/table.h"
 
 #include <algorithm>
@@ -98,9 +99,9 @@ block_form blocks_of(const session* s, const plan& p) {
     if (form == block_form::utf8 && k.encode_utf8 == nullptr) {
         form = block_form::none;
     }
-    const bool decodes = p.reader != reader::utf8 ||
-                         (k.decode_utf8 != nullptr &&
-                          (form != block_form::entries || k.decode_pays_for_entries));
+    const bool decodes =
+        p.reader != reader::utf8 ||
+        (k.decode_utf8 != nullptr && (form != block_form::entries || k.decode_pays_for_entries));
     return decodes ? form : block_form::none;
 }
 
@@ -125,6 +126,20 @@ ascii_unit source_unit(reader r) {
     case reader::quad_little: return {4, false};
     default: return {1, true};
     }
+}
+
+// The sets that escape sequences may designate and entries are for: those that the charset has, in
+// the width that the keys are for. Behind others the rules refuse even line controls.
+u32 designated_sets(const charset_group* group) {
+    u32 sets = 0;
+    for (const basic_set* set : member_sets(group)) {
+        const basic_set* found = designated_set(group, set->setNo);
+        if (found != nullptr && iso2022_base(set->setNo) != no_base &&
+            is_double_byte_width(found->byteNum) == is_double_byte_set(set->setNo)) {
+            sets |= designation_bit(set->setNo);
+        }
+    }
+    return sets;
 }
 
 u32 loaded(const table_object* table) {
@@ -159,6 +174,7 @@ bool make_plan(const session* s, plan& made) {
     made.reader = *found;
     made.normalises = s->target.convertNewline != 0;
     made.source_unit = source_unit(made.reader);
+    made.source_sets = made.reader == reader::iso2022 ? designated_sets(s->srcGroup) : 0;
     made.blocks = blocks_of(s, made);
     set_stops(made);
     return true;

@@ -1,8 +1,8 @@
 // How the loops read source characters: the length of the one at p, its key, and chunks of them.
 //
-// A key is the character's place among the entries: its byte or two bytes, its scalar or unit. Three
-// bytes of EUC, a single shift and two from A1 on, lie where no two bytes do, below the leads; with
-// ISO-2022-JP each set has a quarter, the one-byte sets share one.
+// A key is the character's place among the entries: its byte or two bytes, its scalar or unit.
+// Three bytes of EUC, a single shift and two from A1 on, lie where no two bytes do, below the
+// leads; with ISO-2022-JP each set has a quarter, the one-byte sets share one.
 #pragma once
 
 #include "cconv/fast/pair.h"
@@ -34,13 +34,15 @@ constexpr u32 utf8_key(const u8* p, u32 length) {
 constexpr bool is_double_byte_set(u32 setNo) {
     return setNo != PVZAN_SET_ISO_646_IRV && setNo != PVZAN_SET_JIS_X_0201_LATIN;
 }
+inline constexpr u32 no_base = ~0U;
 constexpr u32 iso2022_base(u32 setNo) {
     switch (setNo) {
     case PVZAN_SET_JIS_X_0208_1990: return 0;
     case PVZAN_SET_JIS_C_6226_1978: return 0x4000;
     case PVZAN_SET_JIS_X_0213: return 0x8000;
     case PVZAN_SET_ISO_646_IRV: return 0xC000;
-    default: return 0xC080;
+    case PVZAN_SET_JIS_X_0201_LATIN: return 0xC080;
+    default: return no_base;
     }
 }
 // From 1000 on; below that are the line controls, which a set of two bytes has as one.
@@ -50,19 +52,15 @@ constexpr u32 iso2022_offset(const u8* p) {
 
 // ---- Readers -----------------------------------------------------------------------------------
 
-// length() is 0 where the character is the rules' own, and with lead bytes also where nobody has asked
-// about one; it looks at no more than left bytes and may tell more than there are. before() finds the
-// begin of the character that ends at p, one that was run over.
+// length() is 0 where the character is the rules' own, and with lead bytes also where nobody has
+// asked about one; it looks at no more than left bytes and may tell more than there are. before()
+// finds the begin of the character that ends at p, one that was run over.
 struct lead_byte_reader {
     static constexpr bool scalars = false;
     static constexpr u32 unit_bytes = 1, usual_length = 2;
     static constexpr stop stop_without_length = stop::unknown;
 
-    explicit lead_byte_reader(const pair& with) : p_(with) {
-        for (std::size_t i = 0; i < std::size(leads_.rows); ++i) {
-            leads_.rows[i] = with.lead_rows[i].load(std::memory_order_relaxed);
-        }
-    }
+    explicit lead_byte_reader(const pair& with) : p_(with), leads_(with.leads.load()) {}
     [[nodiscard]] static bool is_ascii(const u8* p) { return *p < 0x80; }
     [[nodiscard]] u32 length(const u8* p, std::size_t left) const {
         const u32 length = p_.lead_length[*p].load(std::memory_order_relaxed);

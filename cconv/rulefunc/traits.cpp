@@ -4,10 +4,21 @@
 namespace {
 
 constexpr const codec_traits* codecs[] = {
-    &same_traits,           &oasys_win_traits,    &oasys_online_traits,     &shift_jis_traits,
-    &shift_jis_2004_traits, &windows31j_traits,   &euc_jp_traits,           &euc_jis_2004_traits,
-    &euc_jp_fix_traits,     &iso_2022_jp_traits,  &iso_2022_jp_2004_traits, &utf_8_traits,
-    &utf_16_traits,         &ucs_4_traits,        &ucs_2_traits,
+    &same_traits,
+    &oasys_win_traits,
+    &oasys_online_traits,
+    &shift_jis_traits,
+    &shift_jis_2004_traits,
+    &windows31j_traits,
+    &euc_jp_traits,
+    &euc_jis_2004_traits,
+    &euc_jp_fix_traits,
+    &iso_2022_jp_traits,
+    &iso_2022_jp_2004_traits,
+    &utf_8_traits,
+    &utf_16_traits,
+    &ucs_4_traits,
+    &ucs_2_traits,
 };
 
 const codec_traits* find(rule_function rule, rule_function codec_traits::*direction) {

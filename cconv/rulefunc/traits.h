@@ -1,6 +1,6 @@
 // What can be said of a codec's rules beside what they do: how source characters are told apart,
-// and what decides the bytes of a target character. The fast path relies on it, and on nothing else;
-// a codec without traits is run character by character.
+// and what decides the bytes of a target character. The fast path relies on it, and on nothing
+// else; a codec without traits is run character by character.
 #pragma once
 
 #include "cconv/names.h"
@@ -31,12 +31,12 @@ struct codec_traits {
     // ---- The decode rule
     reading read;
     u8 single_shift = no_single_shift;
-    bool checks_mark = false;      // takes a byte-order mark where the options ask for it
-    bool joins_marks = false;      // a letter and the mark behind it may be one character
-    std::span<const u32> sets{};   // looked up in the registry, be they the charset's or not
+    bool checks_mark = false;    // takes a byte-order mark where the options ask for it
+    bool joins_marks = false;    // a letter and the mark behind it may be one character
+    std::span<const u32> sets{}; // looked up in the registry, be they the charset's or not
 
     // ---- The encode rule
-    bool designates = false; // writes an escape sequence where the set changes
+    bool designates = false;   // writes an escape sequence where the set changes
     bool writes_marks = false; // byte-order marks and language tags where the options ask for them
     bool refers = false;       // writes references where the options ask for them
     u8 spare = 0;              // bytes of the output that a character leaves free behind it

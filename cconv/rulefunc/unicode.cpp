@@ -9,8 +9,8 @@
 //
 // The decoders are lenient on purpose: they read what is there, and leave judging the text to
 // the caller, who knows whether it matters.
-#include "cconv/rulefunc/unicode_tags.h"
 #include "cconv/rulefunc/traits.h"
+#include "cconv/rulefunc/unicode_tags.h"
 
 #include <array>
 

@@ -40,9 +40,8 @@ struct plain_test {
 
     AVX2 explicit plain_test(const byte_set& plain)
         : rows(_mm256_broadcastsi128_si256(load_16(plain.rows))),
-          bits(_mm256_broadcastsi128_si256(_mm_set_epi8(0, 0, 0, 0, 0, 0, 0, 0,
-                                                        static_cast<char>(0x80), 0x40, 0x20, 0x10,
-                                                        8, 4, 2, 1))) {}
+          bits(_mm256_broadcastsi128_si256(_mm_set_epi8(
+              0, 0, 0, 0, 0, 0, 0, 0, static_cast<char>(0x80), 0x40, 0x20, 0x10, 8, 4, 2, 1))) {}
 
     // Not 0 in the bytes that are plain. A row is only found for ASCII.
     AVX2 [[nodiscard]] __m256i operator()(__m256i bytes) const {
@@ -51,8 +50,8 @@ struct plain_test {
     }
     // Bit i: byte i is not plain.
     AVX2 [[nodiscard]] u32 others(__m256i bytes) const {
-        return static_cast<u32>(_mm256_movemask_epi8(
-            _mm256_cmpeq_epi8((*this)(bytes), _mm256_setzero_si256())));
+        return static_cast<u32>(
+            _mm256_movemask_epi8(_mm256_cmpeq_epi8((*this)(bytes), _mm256_setzero_si256())));
     }
     AVX2 [[nodiscard]] u32 others(__m128i bytes) const {
         return others(_mm256_castsi128_si256(bytes));
@@ -171,8 +170,8 @@ template <u32 UnitBytes>
 AVX2 inline __m128i few_narrowed(const u8* in, __m256i beyond, __m128i shift) {
     if constexpr (UnitBytes == 2) {
         const __m128i units = load_16(in);
-        const __m128i ascii = _mm_cmpeq_epi16(
-            _mm_and_si128(units, _mm256_castsi256_si128(beyond)), _mm_setzero_si128());
+        const __m128i ascii = _mm_cmpeq_epi16(_mm_and_si128(units, _mm256_castsi256_si128(beyond)),
+                                              _mm_setzero_si128());
         const __m128i values = _mm_or_si128(_mm_srl_epi16(units, shift),
                                             _mm_andnot_si128(ascii, _mm_set1_epi16(0xFF)));
         return _mm_packus_epi16(_mm_and_si128(values, _mm_set1_epi16(0xFF)), values);
@@ -180,12 +179,12 @@ AVX2 inline __m128i few_narrowed(const u8* in, __m256i beyond, __m128i shift) {
         const __m256i units = load(in);
         const __m256i ascii =
             _mm256_cmpeq_epi32(_mm256_and_si256(units, beyond), _mm256_setzero_si256());
-        const __m256i values = _mm256_and_si256(
-            _mm256_or_si256(_mm256_srl_epi32(units, shift),
-                            _mm256_andnot_si256(ascii, _mm256_set1_epi32(0xFF))),
-            _mm256_set1_epi32(0xFF));
-        const __m128i words = _mm_packus_epi32(_mm256_castsi256_si128(values),
-                                               _mm256_extracti128_si256(values, 1));
+        const __m256i values =
+            _mm256_and_si256(_mm256_or_si256(_mm256_srl_epi32(units, shift),
+                                             _mm256_andnot_si256(ascii, _mm256_set1_epi32(0xFF))),
+                             _mm256_set1_epi32(0xFF));
+        const __m128i words =
+            _mm_packus_epi32(_mm256_castsi256_si128(values), _mm256_extracti128_si256(values, 1));
         return _mm_packus_epi16(words, words);
     }
 }

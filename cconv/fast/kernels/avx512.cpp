@@ -130,9 +130,8 @@ AVX512 chunk_read split_codes(const u8* in, const byte_set& leads, u16* codes) {
     _mm512_storeu_si512(codes,
                         join_pair(_mm512_castsi512_si256(lead), _mm512_castsi512_si256(last)));
     if (count > chunk_codes / 2) {
-        _mm512_storeu_si512(
-            codes + chunk_codes / 2,
-            join_pair(_mm512_extracti64x4_epi64(lead, 1), _mm512_extracti64x4_epi64(last, 1)));
+        _mm512_storeu_si512(codes + chunk_codes / 2, join_pair(_mm512_extracti64x4_epi64(lead, 1),
+                                                               _mm512_extracti64x4_epi64(last, 1)));
     }
     return {count, size};
 }
@@ -261,9 +260,8 @@ AVX512 std::size_t widen_ascii(const ascii_run& run, ascii_unit target) {
         _mm512_mask_storeu_epi32(run.out, static_cast<__mmask16>(first_lanes(n)),
                                  _mm512_sll_epi32(units, shift));
     }
-    return n < step || size == step
-               ? n
-               : n + widen_ascii_avx2(behind(run, n, 1, target.bytes), target);
+    return n < step || size == step ? n
+                                    : n + widen_ascii_avx2(behind(run, n, 1, target.bytes), target);
 }
 
 AVX512 std::size_t narrow_ascii(const ascii_run& run, ascii_unit source) {
@@ -275,13 +273,13 @@ AVX512 std::size_t narrow_ascii(const ascii_run& run, ascii_unit source) {
     u64 ascii;
     if (source.bytes == 2) {
         const __m512i units = _mm512_maskz_loadu_epi16(static_cast<__mmask32>(there), run.in);
-        ascii = _mm512_testn_epi16_mask(
-            units, _mm512_set1_epi32(beyond_ascii(2, source.big_endian)));
+        ascii =
+            _mm512_testn_epi16_mask(units, _mm512_set1_epi32(beyond_ascii(2, source.big_endian)));
         bytes = _mm512_castsi256_si512(_mm512_cvtepi16_epi8(_mm512_srl_epi16(units, shift)));
     } else {
         const __m512i units = _mm512_maskz_loadu_epi32(static_cast<__mmask16>(there), run.in);
-        ascii = _mm512_testn_epi32_mask(
-            units, _mm512_set1_epi32(beyond_ascii(4, source.big_endian)));
+        ascii =
+            _mm512_testn_epi32_mask(units, _mm512_set1_epi32(beyond_ascii(4, source.big_endian)));
         bytes = _mm512_castsi128_si512(_mm512_cvtepi32_epi8(_mm512_srl_epi32(units, shift)));
     }
     const std::size_t n = plain_bytes(bytes, there & ascii, run.plain);

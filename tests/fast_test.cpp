@@ -1,0 +1,432 @@
+// The fast path against the rules, in the same calls with the same text: the session and the bytes
+// must be the same. fuzz_lockstep does that with texts and charsets that nobody thought of.
+#include "cconv/fast/kernels/kernels.h"
+#include "cconv/fast/pair.h"
+#include "cconv/table.h"
+#include "fuzz/both_paths.h"
+#include "fuzz/made_charset.h"
+#include "tests/support/child.h"
+#include "tests/support/convert.h"
+#include "tests/support/temp_dir.h"
+
+#include <barrier>
+#include <filesystem>
+#include <functional>
+#include <set>
+#include <thread>
+
+namespace {
+
+using fuzz::both_paths;
+using fuzz::made_charset;
+
+struct settings {
+    pvzan_source_options source{.srcBigEndian = 1, .srcCheckBom = 0, .skipInvalid = 0};
+    pvzan_target_options target = test::conversion::big_endian_target();
+};
+
+settings normalising(std::uint32_t mode) {
+    settings how;
+    how.target.convertNewline = 1;
+    how.target.newlineMode = mode;
+    return how;
+}
+
+std::string text_in(const char* charset, const std::u32string& text, bool big_endian = true) {
+    test::conversion c{.from = "utf-8", .to = charset};
+    c.target.dstBigEndian = big_endian ? 1 : 0;
+    c.input = test::utf8(text);
+    return test::run(c, {c.input}, 65536).bytes;
+}
+
+// Converts in calls of up to piece bytes.
+void in_pieces(both_paths& paths, const std::string& text, std::size_t piece, std::size_t room) {
+    const auto bytes = test::bytes_of(text);
+    std::size_t position = 0;
+    for (std::size_t end = 0; end < text.size(); end = std::max(end, position)) {
+        end = std::min(text.size(), end + piece);
+        while (position <= end && paths.step(bytes.first(end), position, room)) {
+        }
+        position = std::min(position, text.size());
+    }
+}
+
+settings random_settings(std::mt19937& random) {
+    settings how;
+    how.source.srcBigEndian = random() % 2;
+    how.source.srcCheckBom = random() % 8 == 0;
+    how.source.skipInvalid = random() % 4 == 0;
+    how.target.dstBigEndian = random() % 4 != 0;
+    how.target.dstWriteBom = random() % 8 == 0;
+    how.target.useSubstitute = random() % 3 == 0;
+    how.target.substChar1 = static_cast<std::uint16_t>('!' + random() % 20);
+    how.target.substChar2 = 0x3013;
+    how.target.convertNewline = random() % 2;
+    how.target.newlineMode = static_cast<std::uint32_t>(random() % 7);
+    how.target.charRefMode = random() % 8 == 0;
+    return how;
+}
+
+// Every pair of charsets, the rest at random; each set of kernels in turn.
+TEST(Fast, LeavesWhatTheRulesLeave) {
+    test::use_shipped_charsets();
+    fast::kernel_list kernels{};
+    fast::list_kernels(kernels);
+    std::uint64_t characters = 0, by_fast_path = 0;
+    unsigned seed = 0;
+    for (std::size_t k = 0; kernels[k] != nullptr; ++k) {
+        fast::release();
+        fast::choose_kernels(kernels[k]);
+        for (const char* from : test::all_charsets) {
+            for (const char* to : test::all_charsets) {
+                std::mt19937 random(++seed);
+                const settings how = random_settings(random);
+                std::string text =
+                    text_in(from, test::random_text(random, 100 + random() % 2000, 24),
+                            how.source.srcBigEndian != 0);
+                // Anomalies: none, few, many.
+                const auto damage = seed % 3;
+                for (int n = damage == 0 ? 0 : damage == 1 ? 3 : 200; n > 0 && !text.empty(); --n) {
+                    text[random() % text.size()] = static_cast<char>(random());
+                }
+                both_paths whole(from, to, how.source, how.target);
+                whole.convert(test::bytes_of(text), 8 * text.size() + 100);
+                const std::size_t room = static_cast<std::size_t>(whole.session().outPos);
+                both_paths exact(from, to, how.source, how.target);
+                exact.convert(test::bytes_of(text), room - room % 2 * (random() % 2));
+                constexpr std::size_t rooms[] = {8, 30, 96, 1000};
+                both_paths pieces(from, to, how.source, how.target);
+                in_pieces(pieces, text, 1 + random() % 300, rooms[random() % 4]);
+                characters += damage == 0 ? whole.characters() : 0;
+                by_fast_path += damage == 0 ? whole.fast_characters() : 0;
+            }
+        }
+    }
+    fast::choose_kernels(nullptr);
+    fast::release();
+    // Else it would be the rules against the rules.
+    EXPECT_GT(by_fast_path, characters * 7 / 10);
+}
+
+// Every end of the input, with every room: letters with and without their marks, line breaks, cut
+// characters, sets that change.
+TEST(Fast, EndsAnywhere) {
+    test::use_shipped_charsets();
+    const std::u32string text =
+        U"aか\u00E6あか\u309A\u00E6\u0300\r\nか\u309Aあ\r\U00020089い\nb漢ｶ\u00A5";
+    for (const char* from : {"utf-8", "utf-16", "shift_jis-2004", "euc-jis-2004", "iso-2022-jp"}) {
+        const std::string input = text_in(from, text);
+        for (const char* to : {"utf-16", "utf-8", "shift_jis-2004", "euc-jp", "iso-2022-jp"}) {
+            for (const std::uint32_t mode : {0U, 1U, 3U}) {
+                const settings how = normalising(mode);
+                for (std::size_t size = 1; size <= input.size(); ++size) {
+                    for (std::size_t room = 0; room < 3 * size + 8; ++room) {
+                        both_paths paths(from, to, how.source, how.target);
+                        paths.convert(test::bytes_of(input).first(size), room);
+                    }
+                }
+            }
+        }
+    }
+}
+
+// ---- What it rests on --------------------------------------------------------------------------
+
+using definition = std::function<void(made_charset&)>;
+
+struct own_charset {
+    const char* what;
+    const char* rule; // behind "dest" and "const"
+    definition define;
+};
+
+void put_line_break(basic_set* set, char which) {
+    made_charset::put(set, static_cast<u32>(which), static_cast<u32>(which));
+}
+
+definition widths(std::vector<u16> all) {
+    return [=](made_charset& c) {
+        u32 scalar = 0x4E00;
+        for (const u16 width : all) {
+            basic_set* set = c.add(width);
+            for (const u32 byte : {0x0AU, 0x0DU, 0x41U, 0x81U, 0xA1U}) {
+                for (const u32 other : {0x0AU, 0x41U, 0x81U, 0xA1U}) {
+                    u32 code = byte;
+                    for (u16 i = 1; i < width; ++i) {
+                        code = code << 8 | other;
+                    }
+                    made_charset::put(set, code, byte < 0x20 ? byte : scalar++);
+                }
+            }
+        }
+    };
+}
+
+const own_charset own_charsets[] = {
+    // Length and meaning follow from a character's own bytes only where no longer code is tried
+    // first.
+    {"four bytes before three", "SAME", widths({4, 3})},
+    {"two bytes before one", "SAME", widths({2, 1})},
+    {"three, two, one", "SAME", widths({3, 2, 1})},
+    {"one, two, four", "SAME", widths({1, 2, 4})},
+    {"one, three", "SAME", widths({1, 3})},
+    {"two bytes alone", "SAME", widths({2, 2})},
+    {"a set of no bytes", "SAME", widths({0, 1})},
+    {"a set of no bytes at the end", "SAME", widths({1, 0})},
+    {"too wide a set", "SAME", widths({1, 5, 2})},
+    {"units over three bytes", "ISO-10646-UCS-2", widths({3})},
+    {"units over four and two bytes", "ISO-10646-UCS-2", widths({4, 2})},
+    {"units over single bytes", "ISO-10646-UCS-2", widths({1, 2})},
+    {"units over two bytes", "ISO-10646-UCS-2", widths({2})},
+    // What a line feed is, its answer says; it is no carriage return's.
+    {"LF without CR", "SAME",
+     [](made_charset& c) {
+         basic_set* set = c.add(1);
+         put_line_break(set, '\n');
+         made_charset::put(set, 'A', 'A');
+     }},
+    {"CR without LF", "SAME",
+     [](made_charset& c) {
+         basic_set* set = c.add(1);
+         put_line_break(set, '\r');
+         made_charset::put(set, 'A', 'A');
+     }},
+    {"CR and LF in different sets", "SAME",
+     [](made_charset& c) {
+         put_line_break(c.add(1), '\r');
+         basic_set* set = c.add(1);
+         put_line_break(set, '\n');
+         made_charset::put(set, 'A', 'A');
+     }},
+    {"line breaks for each other", "SAME",
+     [](made_charset& c) {
+         basic_set* set = c.add(1);
+         made_charset::put(set, '\r', '\n');
+         made_charset::put(set, '\n', '\r');
+         made_charset::put(set, 'A', 0x2028);
+         made_charset::put(set, 'B', 'B');
+     }},
+    // Behind a user-defined character the number of the set before it stays.
+    {"a user-defined area", "SAME",
+     [](made_charset& c) {
+         c.share(PVZAN_SET_ISO_646_IRV);
+         basic_set* set = c.add(2, PVZAN_SET_USER_DEFINED);
+         set->eudcStart = 0x8141;
+         set->eudcNumber = 100;
+         widths({2})(c);
+     }},
+    {"shared sets and an extra table", "SAME",
+     [](made_charset& c) {
+         c.share(PVZAN_SET_JIS_X_0201_LATIN);
+         c.put_extra(0, 0x4E00, 0x41);
+         c.share(PVZAN_SET_JIS_X_0208_1990);
+         c.put_extra(1, 0x00A5, 0x41424344);
+     }},
+    {"a double-byte rule over a charset without its sets", "Shift_JIS", widths({1})},
+    {"sets that escape sequences do not designate as they are", "ISO-2022-JP",
+     [](made_charset& c) {
+         c.add(1)->setNo = PVZAN_SET_JIS_X_0208_1990;
+         c.add(2)->setNo = PVZAN_SET_ISO_646_IRV;
+     }},
+    {"pairs", "EUC-JP-FIX", widths({2})},
+};
+
+TEST(Fast, HoldsForCharsetsOfOnesOwn) {
+    test::use_shipped_charsets();
+    for (const own_charset& own : own_charsets) {
+        SCOPED_TRACE(own.what);
+        const std::string decode = std::string("dest") + own.rule,
+                          encode = std::string("const") + own.rule;
+        made_charset made("made-by-test", decode.c_str(), encode.c_str());
+        own.define(made);
+        fuzz::sequence choices(1);
+        for (const std::uint32_t mode : {0U, 2U, 3U, 4U}) {
+            settings how = normalising(mode);
+            how.target.convertNewline = mode != 0;
+            for (const std::uint32_t big : {1U, 0U}) {
+                how.source.srcBigEndian = big;
+                for (const char* to : {"utf-8", "utf-16", made.name()}) {
+                    for (int round = 0; round < 8; ++round) {
+                        both_paths paths(made.name(), to, how.source, how.target);
+                        const std::string text = fuzz::random_bytes(choices, 300);
+                        in_pieces(paths, text, 1 + choices.below(200), 10 + choices.below(500));
+                    }
+                }
+                for (int round = 0; round < 8; ++round) {
+                    std::string text;
+                    for (int i = 0; i < 100; ++i) {
+                        text += test::ucs4({fuzz::random_scalar(choices) % 0x110000});
+                    }
+                    settings quads = how;
+                    quads.source.srcBigEndian = 1;
+                    both_paths paths("iso-10646-ucs-4", made.name(), quads.source, quads.target);
+                    in_pieces(paths, text, 4 + choices.below(200), 10 + choices.below(500));
+                }
+            }
+        }
+    }
+}
+
+// Answers given under other options, or other tables, are no answers.
+TEST(Fast, KeepsAnswersApart) {
+    test::use_shipped_charsets();
+    const std::string text = text_in("utf-8", U"A\r\nか\\~é\r\u2028漢\U00020089\n\uE000☃");
+    const std::string language = test::utf8(U"a\U000E0001\U000E006A\U000E0061漢\U000E0041字");
+    std::mt19937 random(7);
+    for (int round = 0; round < 400; ++round) {
+        const settings how = random_settings(random);
+        const char* const to = test::all_charsets[random() % std::size(test::all_charsets)];
+        both_paths paths("utf-8", to, how.source, how.target);
+        paths.convert(test::bytes_of(text), 200);
+        paths.convert(test::bytes_of(language), 200);
+        paths.change_source("shift_jis");
+        paths.convert(test::bytes_of(text), 200);
+    }
+    made_charset made("made-by-test", "destSAME", "constSAME");
+    basic_set* set = made.add(1);
+    made_charset::put(set, 'A', 0x4E00);
+    const settings how;
+    const auto all_bytes = fuzz::as_text(test::bytes_of("ABCABC"));
+    for (const auto& change : std::initializer_list<std::function<void()>>{
+             [] {},
+             [&] { putTable(set->decodeTable, 'A', 0x4E01); }, // a loaded table is written to
+             [&] { made_charset::put(made.add(1), 'B', 0x4E02); },
+             [&] {
+                 basic_set* more = made.add(1);
+                 more->decodeTable->fileName[0] = 'x';
+                 loadTableFile(more->decodeTable);
+                 loadTableFile(more->decodeTable);
+             }}) {
+        change();
+        both_paths paths(made.name(), "utf-8", how.source, how.target);
+        paths.convert(test::bytes_of(all_bytes), 100);
+    }
+}
+
+// Where output overtakes no input, the rules alone get it right.
+TEST(Fast, ConvertsInPlace) {
+    test::use_shipped_charsets();
+    const settings how;
+    for (const char* to : {"shift_jis", "euc-jp", "utf-16", "utf-8", "iso-8859-1"}) {
+        for (const std::u32string& text : {std::u32string(300, U'漢'), std::u32string(300, U'a')}) {
+            const std::string input = text_in("utf-8", text + U"かなAB" + text);
+            both_paths paths("utf-8", to, how.source, how.target);
+            std::size_t position = 0;
+            while (paths.step(test::bytes_of(input), position, input.size(), true)) {
+            }
+        }
+    }
+}
+
+// No table is read, and no cache written, but those that the text needs.
+TEST(Fast, TouchesNoFileUnasked) {
+    const auto caches_after = [](bool off) {
+        const test::temp_dir directory;
+        for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
+            if (entry.path().extension() != ".cmp") {
+                std::filesystem::copy(entry.path(), directory.path());
+            }
+        }
+        test::in_child([&] {
+            ASSERT_EQ(ZAN_setCharsetPath(directory.path().c_str()), 1U);
+            fast::by_hand.off = off;
+            pvzan_session s{};
+            const settings how;
+            for (const char* to : {"shift_jis", "windows31j", "euc-jp", "iso-2022-jp", "gb18030"}) {
+                ASSERT_EQ(cconvInitConvert(&s, &how.target, to), 0U);
+                ASSERT_EQ(cconvChgCharset(&s, &how.source, "utf-8"), 0U);
+                std::vector<std::uint8_t> out(1000);
+                const std::string text = text_in("utf-8", std::u32string(100, U'漢') + U"A");
+                test::give_input(s, text);
+                test::give_output(s, out);
+                ASSERT_EQ(cconvConvert(&s), 0U);
+            }
+        });
+        std::set<std::string> caches;
+        for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
+            if (entry.path().extension() == ".cmp") {
+                caches.insert(entry.path().filename());
+            }
+        }
+        return caches;
+    };
+    EXPECT_EQ(caches_after(false), caches_after(true));
+}
+
+// ---- What is shared ----------------------------------------------------------------------------
+
+// Many options, every pair of charsets: the budget holds, and the pair in use is as fast as ever.
+TEST(Fast, StaysWithinItsBudget) {
+    test::use_shipped_charsets();
+    const std::string text = text_in("utf-8", std::u32string(500, U'漢') + U"abcかな\r\n");
+    const auto share = [&](const settings& how) {
+        both_paths paths("utf-8", "shift_jis", how.source, how.target);
+        paths.convert(test::bytes_of(text), 4000);
+        return paths.fast_characters();
+    };
+    settings how = normalising(1);
+    share(how);
+    const std::uint64_t at_first = share(how);
+    for (unsigned round = 0; round < 2000; ++round) {
+        how.target.useSubstitute = 1;
+        how.target.substChar2 = static_cast<std::uint16_t>(0x4E00 + round);
+        share(how);
+    }
+    for (const char* from : test::all_charsets) {
+        for (const char* to : test::all_charsets) {
+            both_paths paths(from, to, how.source, how.target);
+            paths.convert(test::bytes_of(text), 4000);
+            ASSERT_LE(fast::bytes_claimed(), fast::budget_bytes);
+        }
+    }
+    share(how);
+    EXPECT_EQ(share(how), at_first);
+    EXPECT_GE(at_first, 500U);
+    fast::release();
+    EXPECT_EQ(fast::bytes_claimed(), 0U);
+}
+
+// Threads ask about characters while others run on what is known, and pairs are freed under them.
+TEST(Fast, ThreadsAskAtOnce) {
+    test::use_shipped_charsets();
+    std::u32string scalars;
+    for (char32_t c = U'ァ'; c <= U'ヶ'; ++c) { // each among known ones
+        scalars += std::u32string(12, U'か') + std::u32string(12, U'な') + c + U'か' + U"\r\n";
+    }
+    const std::string text = test::utf8(scalars);
+    const auto convert = [&](const char* to) {
+        const auto s = std::make_unique<pvzan_session>();
+        const settings how = normalising(1);
+        EXPECT_EQ(cconvInitConvert(s.get(), &how.target, to), 0U);
+        EXPECT_EQ(cconvChgCharset(s.get(), &how.source, "utf-8"), 0U);
+        std::vector<std::uint8_t> output(text.size() * 2);
+        test::give_input(*s, text);
+        test::give_output(*s, output);
+        EXPECT_EQ(cconvConvert(s.get()), PVZAN_DONE);
+        return test::written(*s);
+    };
+    constexpr const char* targets[] = {"gb18030", "iso-2022-jp", "utf-16", "iso-10646-ucs-4"};
+    for (int round = 0; round < 40; ++round) {
+        const char* const to = targets[round % 4];
+        fast::by_hand.off = true;
+        const std::string alone = convert(to);
+        fast::by_hand.off = false;
+        fast::release();
+        std::barrier start(4);
+        std::vector<std::thread> running;
+        for (int i = 0; i < 4; ++i) {
+            running.emplace_back([&, i] {
+                start.arrive_and_wait();
+                for (int n = 0; i == 3 && n < 8; ++n) {
+                    fast::free_unheld(); // under the others
+                }
+                EXPECT_TRUE(convert(to) == alone) << round;
+            });
+        }
+        for (std::thread& thread : running) {
+            thread.join();
+        }
+    }
+}
+
+} // namespace
