@@ -1,18 +1,38 @@
 // The benchmark: this library side by side with iconv(3), ICU, encoding_rs, and memcpy as the
 // limit.
 //
-//     pvzan_bench TEXTS [--quick] [--newlines] [--rounds N] [PAIR [TEXT]]
+//     pvzan_bench TEXTS [--quick] [--newlines] [--rounds N] [--kernels NAME] [PAIR [TEXT]]
 //
 // TEXTS is the directory that make_texts.py filled. PAIR is a part of FROM:TO, TEXT a part of a
 // text's name; without PAIR the small costs are measured too. --quick takes 3 MB of each text and
-// fewer rounds; --newlines normalises line breaks, as most callers do.
+// fewer rounds; --newlines normalises line breaks, as most callers do; --kernels takes those of
+// another machine: portable, avx2, avx512.
 #include "bench/measures.h"
 
+#include "cconv/fast/kernels/kernels.h"
 #include "pvzan.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+namespace {
+
+// False where this machine does not run them.
+bool choose_kernels(const char* name) {
+    fast::kernel_list list{};
+    fast::list_kernels(list);
+    for (std::size_t i = 0; list[i] != nullptr; ++i) {
+        if (std::strcmp(list[i]->name, name) == 0) {
+            fast::choose_kernels(list[i]);
+            return true;
+        }
+    }
+    std::fprintf(stderr, "no such kernels here: %s\n", name);
+    return false;
+}
+
+} // namespace
 
 int main(int argc, char** argv) {
     bench::options wanted;
@@ -26,13 +46,19 @@ int main(int argc, char** argv) {
             wanted.normalise_newlines = true;
         } else if (std::strcmp(argv[i], "--rounds") == 0 && i + 1 < argc) {
             wanted.rounds = std::strtoul(argv[++i], nullptr, 10);
+        } else if (std::strcmp(argv[i], "--kernels") == 0 && i + 1 < argc) {
+            if (!choose_kernels(argv[++i])) {
+                return 2;
+            }
         } else if (count < std::size(words)) {
             *words[count++] = argv[i];
         }
     }
     if (count == 0 || wanted.rounds == 0) {
-        std::fprintf(stderr, "usage: pvzan_bench TEXTS [--quick] [--newlines] [--rounds N] [PAIR "
-                             "[TEXT]]\n");
+        std::fprintf(
+            stderr,
+            "usage: pvzan_bench TEXTS [--quick] [--newlines] [--rounds N] [--kernels NAME] [PAIR "
+            "[TEXT]]\n");
         return 2;
     }
     if (wanted.pair.empty() || wanted.pair == "small") {

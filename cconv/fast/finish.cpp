@@ -37,7 +37,8 @@ character character_before(const pair& p, const u8* begin, const u8* end) {
 }
 
 const answer* find(pair& p, const character& c, answer& room) {
-    return find_answer(p, c.key, {c.begin, c.end}, room);
+    const answer* seen = p.answer_of(c.key);
+    return seen != nullptr ? seen : find_answer(p, c.key, {c.begin, c.end}, room);
 }
 
 // The fields of a character; those of a dropped line feed are of its reading alone.

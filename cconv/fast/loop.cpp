@@ -57,6 +57,9 @@ public:
         r_.why = stop::end;
         if (r_.in_end - r_.in > in_margin && r_.out_end - r_.out > out_margin) {
             pass<false>();
+            if (short_of_room_ && !pass_aside()) {
+                pass<false>();
+            }
         }
         if (r_.why == stop::end) {
             pass<true>();
@@ -94,6 +97,9 @@ private:
                     codes += static_cast<u32>(n);
                     continue;
                 }
+                if (short_of_room_) {
+                    break;
+                }
                 next_block = in + chunk_bytes; // what stopped one will not stand alone
             }
             // One branch for each length: the next position then does not wait for the table.
@@ -130,6 +136,29 @@ private:
         r_.codes += codes;
     }
 
+    // Close to the end of the output, blocks go into a buffer aside first, and across if all of it
+    // fits.
+    bool pass_aside() {
+        u8 aside[2 * block_margin(block_codes)];
+        const run before = r_;
+        const u8* const behind_cr = behind_cr_;
+        const std::ptrdiff_t room = before.out_end - before.out;
+        may_go_aside_ = short_of_room_ = false;
+        r_.out = aside;
+        r_.out_end = aside + room + block_margin(block_codes);
+        pass<false>();
+        const std::ptrdiff_t written = r_.out - aside;
+        if (written > room) {
+            r_ = before;
+            behind_cr_ = behind_cr;
+            return false;
+        }
+        std::copy_n(aside, written, before.out);
+        r_.out = before.out + written;
+        r_.out_end = before.out_end;
+        return true;
+    }
+
     // Where characters cannot be read backwards, their keys are kept.
     void track(u32 key) {
         if constexpr (!Reader::scalars) {
@@ -161,10 +190,12 @@ private:
 
     // Converts as much of the block at in as stands for itself; 0 when that is nothing.
     std::size_t block(const u8*& in, u8*& out) {
-        while (chunks_ > 1 && r_.out_end - out < block_margin(chunks_ * chunk_codes)) {
+        const std::ptrdiff_t room = r_.out_end - out;
+        short_of_room_ = may_go_aside_ && room < block_margin(block_codes);
+        while (chunks_ > 1 && room < block_margin(chunks_ * chunk_codes)) {
             chunks_ /= 2;
         }
-        if (r_.out_end - out < block_margin(chunk_codes)) {
+        if (short_of_room_ || room < block_margin(chunk_codes)) {
             return 0;
         }
         u16 codes[block_codes + chunk_codes]; // vectors reach behind the last
@@ -249,7 +280,8 @@ private:
     ascii_runs ascii_;
     u32 slot_count_;
     slot_designation slots_[Designates ? most_slots : 1]{};
-    std::size_t chunks_ = 1;        // to read for the next block
+    std::size_t chunks_ = 1; // to read for the next block
+    bool may_go_aside_ = true, short_of_room_ = false;
     const u8* behind_cr_ = nullptr; // where a line feed is dropped
 };
 

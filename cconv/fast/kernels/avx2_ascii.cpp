@@ -115,9 +115,18 @@ AVX2 std::size_t widen(const ascii_run& run, bool big_endian) {
     const std::size_t size = std::min(run.in_size, run.out_size / UnitBytes);
     const __m128i shift = _mm_cvtsi32_si128(displacement(UnitBytes, big_endian));
     std::size_t at = 0;
-    while (at + vector_bytes <= size && plain.others(load(in + at)) == 0) {
+    for (; at + 2 * vector_bytes <= size; at += 2 * vector_bytes) {
+        const __m256i least =
+            _mm256_min_epu8(plain(load(in + at)), plain(load(in + at + vector_bytes)));
+        if (_mm256_movemask_epi8(_mm256_cmpeq_epi8(least, _mm256_setzero_si256())) != 0) {
+            break;
+        }
         put_widened<UnitBytes>(in + at, out + UnitBytes * at, shift);
-        at += vector_bytes;
+        put_widened<UnitBytes>(in + at + vector_bytes, out + UnitBytes * (at + vector_bytes),
+                               shift);
+    }
+    for (; at + vector_bytes <= size && plain.others(load(in + at)) == 0; at += vector_bytes) {
+        put_widened<UnitBytes>(in + at, out + UnitBytes * at, shift);
     }
     while (at + few <= size || (size >= few && at > 0 && at < size)) {
         const std::size_t from = std::min(at, size - few);
