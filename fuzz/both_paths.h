@@ -39,6 +39,7 @@ public:
         const std::uint32_t read = fast_->inCount;
         fast::by_hand.counting = true;
         const std::uint32_t status = cconvConvert(fast_.get());
+        fast::by_hand.counting = false;
         fast::by_hand.off = true;
         cconvConvert(slow_.get());
         fast::by_hand.off = false;

@@ -83,6 +83,10 @@
  *   more than 32 begin inside it: then inPos stands behind what was read, so that the time for a
  *   hostile text grows with its length and not with its square.
  * - Positions are 32-bit signed: one buffer holds less than 2 GiB. A stream may be of any length.
+ * - Bytes of outBuf behind outPos may be written to. Input and output may overlap where no output
+ *   gets ahead of the input that is still to be read; that is slow.
+ * - What the library keeps to be fast takes 64 MiB at most in a process; what is unused for longest
+ *   goes first.
  *
  * THREADS
  *

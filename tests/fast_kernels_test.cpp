@@ -1,4 +1,4 @@
-// The vector code of the fast path against plain loops, on random text with everything odd in it.
+// Kernels of the fast path against plain loops, where fast_test does not come by every odd value.
 #include "cconv/fast/kernels/kernels.h"
 #include "tests/support/convert.h"
 
@@ -35,56 +35,6 @@ struct kernels_test : testing::TestWithParam<const kernels*> {
 
     unsigned below(unsigned n) { return static_cast<unsigned>(random() % n); }
 };
-
-// The length of a well-formed sequence of up to three bytes, else 0.
-std::size_t sequence(std::span<const u8> text, u32& scalar) {
-    const u8 lead = text[0];
-    const std::size_t length = lead < 0x80             ? 1
-                               : (lead & 0xE0) == 0xC0 ? 2
-                               : (lead & 0xF0) == 0xE0 ? 3
-                                                       : 0;
-    if (length == 0 || length > text.size()) {
-        return 0;
-    }
-    scalar = length == 1 ? lead : lead & (0x7FU >> length);
-    for (const u8 byte : text.subspan(1, length - 1)) {
-        if ((byte & 0xC0) != 0x80) {
-            return 0;
-        }
-        scalar = scalar << 6 | (byte & 0x3FU);
-    }
-    return length;
-}
-
-TEST_P(kernels_test, DecodesUtf8) {
-    if (k.decode_utf8 == nullptr) {
-        return;
-    }
-    std::size_t whole = 0;
-    for (int round = 0; round < 20000; ++round) {
-        std::string utf8;
-        while (utf8.size() < chunk_bytes) { // mostly whole sequences, now and then an odd byte
-            const unsigned c = below(3) == 0   ? below(0x80)
-                               : below(4) == 0 ? 0x80 + below(0x780)
-                                               : 0x800 + below(0xF800);
-            utf8 += below(300) == 0 ? std::string(1, static_cast<char>(random())) : test::utf8(c);
-        }
-        // Exactly a chunk: reading further is a fault under the sanitizers.
-        const std::vector<u8> text(utf8.begin(), utf8.begin() + chunk_bytes);
-        u16 scalars[chunk_codes];
-        const chunk_read block = k.decode_utf8(text.data(), scalars);
-        std::size_t at = 0, n = 0;
-        for (u32 scalar = 0; n < block.codes; ++n) {
-            const std::size_t length = sequence(std::span(text).subspan(at), scalar);
-            ASSERT_NE(length, 0U) << round;
-            ASSERT_EQ(scalars[n], scalar) << round;
-            at += length;
-        }
-        ASSERT_EQ(block.bytes, at);
-        whole += block.bytes > chunk_bytes / 2;
-    }
-    EXPECT_GT(whole, 10000U); // and not merely nothing
-}
 
 TEST_P(kernels_test, EncodesAndStopsScalars) {
     for (int round = 0; round < 20000; ++round) {
@@ -138,61 +88,6 @@ TEST_P(kernels_test, EncodesAndStopsScalars) {
         k.copy_units(scalars, swapped, true);
         for (std::size_t i = 0; i < std::size(swapped); ++i) {
             ASSERT_EQ(swapped[i], static_cast<u16>(scalars[i] << 8 | scalars[i] >> 8));
-        }
-    }
-}
-
-TEST_P(kernels_test, SplitsCodes) {
-    if (k.split_codes == nullptr) {
-        return;
-    }
-    for (int round = 0; round < 20000; ++round) {
-        byte_set leads{};
-        std::vector<u8> is_lead(256);
-        for (unsigned byte = 0x80; byte < 0x100; ++byte) {
-            if (below(4) != 0) {
-                leads.rows[byte & 0xF] |= static_cast<u8>(1U << (byte >> 4 & 7));
-                is_lead[byte] = 1;
-            }
-        }
-        std::vector<u8> text(chunk_bytes);
-        const unsigned ascii = below(8);
-        for (u8& byte : text) {
-            byte = static_cast<u8>(below(8) < ascii ? below(0x80) : 0x80 + below(0x80));
-        }
-        u16 codes[chunk_codes];
-        const chunk_read block = k.split_codes(text.data(), leads, codes);
-        std::size_t at = 0;
-        for (std::size_t n = 0; n < block.codes; ++n) {
-            const bool pair = is_lead[text[at]] != 0;
-            ASSERT_EQ(codes[n], pair ? text[at] << 8 | text[at + 1] : text[at]) << round;
-            at += pair ? 2 : 1;
-        }
-        ASSERT_EQ(block.bytes, at);
-        ASSERT_GE(block.bytes, chunk_bytes - 9);
-    }
-}
-
-TEST_P(kernels_test, JoinsSevenBitPairs) {
-    if (k.seven_bit_pairs == nullptr) {
-        return;
-    }
-    for (int round = 0; round < 20000; ++round) {
-        u8 text[chunk_bytes];
-        for (u8& byte : text) {
-            byte = static_cast<u8>(0x21 + below(0x5E));
-        }
-        if (below(4) != 0) {
-            constexpr u8 others[] = {0x20, 0x1B, 0x7F, 0x80, 0xFF, 0x00, 0x0A};
-            text[below(chunk_bytes)] = others[below(std::size(others))];
-        }
-        const auto other =
-            std::ranges::find_if(text, [](u8 byte) { return byte < 0x21 || byte > 0x7E; });
-        const auto base = static_cast<u16>(0x4000 * below(4));
-        u16 codes[chunk_bytes / 2];
-        ASSERT_EQ(k.seven_bit_pairs(text, base, codes), static_cast<std::size_t>(other - text) / 2);
-        for (std::size_t i = 0; i < static_cast<std::size_t>(other - text) / 2; ++i) {
-            ASSERT_EQ(codes[i], base | text[2 * i] << 7 | text[2 * i + 1]);
         }
     }
 }

@@ -157,46 +157,4 @@ TEST(Threads, CancelAndForkLeaveNoLock) {
     }
 }
 
-// The fast path learns characters while other threads run on what it knows. Each round asks for
-// another substitute, and so begins with nothing learnt.
-TEST(Threads, LearnAtOnce) {
-    test::use_shipped_charsets();
-    std::string text;
-    for (unsigned c = 0x4E00; c < 0x5200; ++c) { // each among known ones
-        for (const unsigned scalar : {0x304BU, 0x306AU, c, 0x304BU}) {
-            for (int times = scalar == c ? 1 : 12; times > 0; --times) {
-                text += {static_cast<char>(0xE0 | scalar >> 12),
-                         static_cast<char>(0x80 | (scalar >> 6 & 0x3F)),
-                         static_cast<char>(0x80 | (scalar & 0x3F))};
-            }
-        }
-    }
-    const auto convert = [&](std::uint16_t round) {
-        test::conversion c{"utf-8", "gb18030"};
-        c.target.useSubstitute = 1;
-        c.target.substChar1 = static_cast<std::uint16_t>('!' + round);
-        const auto s = test::open_session(c);
-        std::vector<std::uint8_t> output(text.size() * 2);
-        test::give_input(*s, text);
-        test::give_output(*s, output);
-        EXPECT_EQ(cconvConvert(s.get()), PVZAN_DONE);
-        return test::written(*s);
-    };
-    const std::string alone = convert(0);
-    EXPECT_EQ(alone.size(), 0x400 * 37 * 2U);
-    for (std::uint16_t round = 1; round < 60; ++round) {
-        std::barrier start(4);
-        std::vector<std::thread> running;
-        for (int i = 0; i < 4; ++i) {
-            running.emplace_back([&] {
-                start.arrive_and_wait();
-                EXPECT_TRUE(convert(round) == alone) << round;
-            });
-        }
-        for (std::thread& thread : running) {
-            thread.join();
-        }
-    }
-}
-
 } // namespace

@@ -8,60 +8,72 @@ namespace fast {
 
 namespace {
 
-constexpr std::size_t step = 8; // characters looked at together
+constexpr std::size_t step = 16; // characters looked at together
 
-// How many of the bytes the run may begin with.
-std::size_t plain_bytes(const u8* p, std::size_t count, const byte_set& plain) {
+// The set of plain bytes; in long runs as a byte each, 0 for a plain one.
+struct plain_test {
+    explicit plain_test(const byte_set& set) : plain(set) {}
+
+    byte_set plain;
+    bool has_table = false;
+    u8 table[256];
+
+    void make_table() {
+        for (u32 byte = 0; byte < std::size(table); ++byte) {
+            table[byte] = is_plain(byte) ? 0 : 1;
+        }
+        has_table = true;
+    }
+    [[nodiscard]] bool is_plain(u32 code) const {
+        return code < 0x80 && plain.has(static_cast<u8>(code));
+    }
+    // How many of the bytes are plain, up to the first that is not.
+    [[nodiscard]] std::size_t first(const u8* p, std::size_t count) const {
+        u32 other = 0;
+        for (std::size_t i = 0; has_table && count == step && i < step; ++i) {
+            other |= table[p[i]];
+        }
+        std::size_t at = has_table && count == step && other == 0 ? step : 0;
+        while (at < count && is_plain(p[at])) {
+            ++at;
+        }
+        return at;
+    }
+};
+
+// Converts size bytes or fewer, step by step, by a function for so many of them.
+template <typename Put>
+std::size_t convert(const u8* in, const byte_set& set, std::size_t size, Put put) {
+    constexpr std::size_t long_run = 8 * step;
+    plain_test plain(set);
     std::size_t at = 0;
-    while (at < count && p[at] < 0x80 && plain.has(p[at])) {
-        ++at;
+    for (std::size_t n = step; n == step && at < size; at += n) {
+        if (at == long_run) {
+            plain.make_table();
+        }
+        n = plain.first(in + at, std::min(size - at, step));
+        put(at, n);
     }
     return at;
 }
 
-bool all_plain(const u8* p, const byte_set& plain) {
-    u64 word;
-    std::memcpy(&word, p, sizeof word);
-    bool all = (word & 0x8080808080808080) == 0;
-    for (std::size_t i = 0; i < step; ++i) {
-        all &= plain.has(p[i]);
-    }
-    return all;
-}
-
 std::size_t copy_ascii(const ascii_run& run) {
-    const byte_set plain = run.plain; // nothing is stored into this one, for all the compiler knows
-    const std::size_t size = std::min(run.in_size, run.out_size);
-    std::size_t at = 0;
-    for (; at + step <= size && all_plain(run.in + at, plain); at += step) {
-        std::memcpy(run.out + at, run.in + at, step);
-    }
-    const std::size_t rest = plain_bytes(run.in + at, std::min(size - at, step), plain);
-    std::memcpy(run.out + at, run.in + at, rest);
-    return at + rest;
+    return convert(run.in, run.plain, std::min(run.in_size, run.out_size),
+                   [in = run.in, out = run.out](std::size_t at, std::size_t n) {
+                       std::memcpy(out + at, in + at, n);
+                   });
 }
 
 template <u32 UnitBytes>
 std::size_t widen(const ascii_run& run, bool big_endian) {
-    const byte_set plain = run.plain;
-    const std::size_t size = std::min(run.in_size, run.out_size / UnitBytes);
     const std::size_t place = big_endian ? UnitBytes - 1 : 0; // of the byte in its unit
-    std::size_t at = 0;
-    while (at < size) {
-        const std::size_t n = at + step <= size && all_plain(run.in + at, plain)
-                                  ? step
-                                  : plain_bytes(run.in + at, std::min(size - at, step), plain);
-        u8* const out = run.out + UnitBytes * at;
-        std::memset(out, 0, UnitBytes * n);
-        for (std::size_t i = 0; i < n; ++i) {
-            out[UnitBytes * i + place] = run.in[at + i];
-        }
-        at += n;
-        if (n < step) {
-            break;
-        }
-    }
-    return at;
+    return convert(run.in, run.plain, std::min(run.in_size, run.out_size / UnitBytes),
+                   [=, in = run.in, out = run.out](std::size_t at, std::size_t n) {
+                       std::memset(out + UnitBytes * at, 0, UnitBytes * n);
+                       for (std::size_t i = 0; i < n; ++i) {
+                           out[UnitBytes * (at + i) + place] = in[at + i];
+                       }
+                   });
 }
 
 std::size_t widen_ascii(const ascii_run& run, ascii_unit target) {
@@ -70,16 +82,17 @@ std::size_t widen_ascii(const ascii_run& run, ascii_unit target) {
 
 template <u32 UnitBytes>
 std::size_t narrow(const ascii_run& run, bool big_endian) {
-    const byte_set plain = run.plain;
     const std::size_t size = std::min(run.in_size / UnitBytes, run.out_size);
-    for (std::size_t at = 0; at < size; ++at) {
+    const plain_test plain(run.plain);
+    std::size_t at = 0;
+    for (; at < size; ++at) {
         const u32 value = load_code({run.in + UnitBytes * at, UnitBytes}, big_endian);
-        if (value >= 0x80 || !plain.has(static_cast<u8>(value))) {
-            return at;
+        if (!plain.is_plain(value)) {
+            break;
         }
         run.out[at] = static_cast<u8>(value);
     }
-    return size;
+    return at;
 }
 
 std::size_t narrow_ascii(const ascii_run& run, ascii_unit source) {
