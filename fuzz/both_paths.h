@@ -45,6 +45,8 @@ public:
         fast::by_hand.off = false;
         characters_ += fast_->inCount - read;
         fast_characters_ += fast::by_hand.characters - before;
+        expect(fast_->inPos >= 0 && fast_->inPos <= fast_->inLen, "input position outside");
+        expect(fast_->outPos >= 0 && fast_->outPos <= fast_->outLen, "output position outside");
         slow_->inBuf = fast_->inBuf;
         const std::uint8_t* const slow_bytes = slow_->outBuf;
         slow_->outBuf = fast_->outBuf;

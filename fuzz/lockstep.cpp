@@ -69,27 +69,29 @@ int LLVMFuzzerInitialize(int*, char***) {
 }
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    constexpr std::size_t most_text = 6000;
-    // Answers are kept for some inputs: asking takes longer than using them.
+    constexpr std::size_t most_text = 6000, most_made_text = 1000;
+    // Answers and kernels are kept for some inputs: asking takes longer than using them.
     static std::uint32_t inputs;
-    fuzz::input in({data, size});
-    fuzz::conversion c = fuzz::read_conversion(in, most_text);
+    fuzz::sequence kernels(inputs / 64);
     if (inputs++ % 64 == 0) {
         fast::release();
-        choose_some_kernels(c.plan);
+        choose_some_kernels(kernels);
     }
-    if (c.plan.below(2) == 0) {
-        convert_in_pieces(c);
-        return 0;
-    }
-    choose_some_kernels(c.plan);
-    const auto one = fuzz::made_charset::random("made-one", c.plan);
-    const auto other = fuzz::made_charset::random("made-other", c.plan);
-    const std::uint32_t ends = c.plan.below(4);
+    fuzz::input in({data, size});
+    fuzz::conversion c = fuzz::read_conversion(in, most_text);
+    fuzz::sequence plan = c.plan;
+    convert_in_pieces(c);
+
+    // The same between charsets that such choices make.
+    const auto one = fuzz::made_charset::random("made-one", plan);
+    const auto other = fuzz::made_charset::random("made-other", plan);
+    const std::uint32_t ends = plan.below(4);
     c.from = ends == 0 ? c.from : one->name();
     c.to = ends == 1 ? c.to : ends == 0 ? one->name() : other->name();
-    const std::size_t length = c.plan.below(400);
-    c.text += ends == 0 ? random_text(c.plan, c.from, length) : fuzz::random_bytes(c.plan, length);
+    c.plan = plan;
+    c.text.resize(std::min(c.text.size(), most_made_text));
+    const std::size_t length = plan.below(400);
+    c.text += ends == 0 ? random_text(plan, c.from, length) : fuzz::random_bytes(plan, length);
     convert_in_pieces(c);
     return 0;
 }
