@@ -68,72 +68,126 @@ public:
     }
 
 private:
+    // What a step changes, kept in registers: what is called gets and gives it in the run.
+    struct progress {
+        const u8* in;
+        u8* out;
+        u32 characters, codes, last, before_last;
+    };
+    [[gnu::always_inline]] progress at() const {
+        return {r_.in, r_.out, r_.characters, r_.codes, r_.last, r_.before_last};
+    }
+    [[gnu::always_inline]] void set(const progress& now) {
+        r_.in = now.in;
+        r_.out = now.out;
+        r_.characters = now.characters;
+        r_.codes = now.codes;
+        r_.last = now.last;
+        r_.before_last = now.before_last;
+    }
+
     template <bool Exact>
     void pass() {
-        const u8* in = r_.in;
-        u8* out = r_.out;
-        const u8* const in_stop = Exact ? r_.in_end : r_.in_end - in_margin;
-        const u8* const out_stop = Exact ? r_.out_end + 1 : r_.out_end - out_margin;
+        progress now = at();
+        const u8* const in_end = r_.in_end;
+        const u8* const out_end = r_.out_end;
+        const u8* const in_stop = Exact ? in_end : in_end - in_margin;
+        const u8* const out_stop = Exact ? out_end + 1 : out_end - out_margin;
+        const bool blocks = !Exact && p_.plan.blocks != block_form::none && has_chunk(now.in);
+        const u8* next_block = blocks ? now.in : in_end;
         bool in_run = ascii_.known(); // of ASCII, for which there is a quicker way than blocks
-        const bool blocks = !Exact && p_.plan.blocks != block_form::none && has_chunk(in);
-        const u8* next_block = blocks ? in : r_.in_end;
-        u32 characters = 0, codes = 0;
-        while (in < in_stop && out < out_stop) {
-            const auto left = static_cast<std::size_t>(r_.in_end - in);
-            if (in_run && (!Exact || left >= Reader::unit_bytes) && Reader::is_ascii(in)) {
-                if (const std::size_t n = ascii_run(in, out); n > 0) {
-                    characters += static_cast<u32>(n);
-                    codes += static_cast<u32>(n);
-                    continue;
-                }
-            }
-            const u32 length = reader_.length(in, left);
-            if (!Exact && in >= next_block && Reader::may_open_chunk(length)) {
-                const u8* const begin = in;
-                if (const std::size_t n = block(in, out); n > 0) {
+        while (now.in < in_stop && now.out < out_stop) {
+            const auto left = static_cast<std::size_t>(in_end - now.in);
+            const u32 length = reader_.length(now.in, left);
+            const bool tries_run =
+                in_run && (!Exact || left >= Reader::unit_bytes) && Reader::is_ascii(now.in);
+            const bool tries_block =
+                !Exact && now.in >= next_block && Reader::may_open_chunk(length);
+            if (tries_run || tries_block) {
+                set(now);
+                bool moved = tries_run && ascii_run();
+                if (!moved && tries_block) {
+                    moved = block();
                     // Short runs of ASCII go with blocks.
-                    in_run = ascii_.known() && ends_in_ascii(begin, in, n);
-                    characters += static_cast<u32>(n);
-                    codes += static_cast<u32>(n);
+                    in_run = moved ? ascii_.known() && ends_in_ascii_ : in_run;
+                    // What stopped one will not stand alone.
+                    next_block = moved ? r_.in : r_.in + chunk_bytes;
+                }
+                if (moved || short_of_room_) {
+                    now = at();
+                    if (short_of_room_) {
+                        break;
+                    }
                     continue;
                 }
-                if (short_of_room_) {
-                    break;
-                }
-                next_block = in + chunk_bytes; // what stopped one will not stand alone
             }
             // One branch for each length: the next position then does not wait for the table.
             u32 key = 0;
             const u8* next = nullptr;
             if (length == Reader::usual_length && (!Exact || length <= left)) {
-                key = Reader::key(in, Reader::usual_length);
-                next = in + Reader::usual_length;
+                key = Reader::key(now.in, Reader::usual_length);
+                next = now.in + Reader::usual_length;
             } else if (length != 0 && (!Exact || length <= left)) {
-                key = Reader::key(in, length);
-                next = in + length;
+                key = Reader::key(now.in, length);
+                next = now.in + length;
             } else {
                 r_.why = length == 0 ? Reader::stop_without_length : stop::end;
                 break;
             }
             const entry e = p_.entry_of(key);
             if (e.is_short()) {
-                if (!designate<Exact>(e.slot(), e.length(), out)) {
+                if (!designate<Exact>(e.slot(), e.length(), now.out)) {
                     break;
                 }
-                put<Exact>(out, r_.out_end, e, e.length());
-                out += e.length();
-                ++codes;
-            } else if (!long_step<Exact>(in, next, key, e, out, codes)) {
-                break;
+                put<Exact>(now.out, out_end, e, e.length());
+                now.out += e.length();
+                ++now.codes;
+            } else {
+                set(now);
+                if (!long_step<Exact>(next, key, e)) {
+                    break;
+                }
+                now = at();
             }
-            track(key);
-            in = next;
-            ++characters;
+            now.before_last = now.last;
+            now.last = key;
+            now.in = next;
+            ++now.characters;
         }
-        r_.in = r_.next = in;
-        r_.out = out;
-        r_.characters += characters;
-        r_.codes += codes;
+        set(now);
+        r_.next = now.in;
+    }
+
+    // Makes sure that there is room for so many bytes, and that their set is designated.
+    template <bool Exact>
+    [[gnu::always_inline]] bool designate(u32 slot, u32 length, u8*& out) {
+        const std::ptrdiff_t room = r_.out_end - out;
+        if constexpr (Designates) {
+            const slot_designation& wanted = slots_[slot % most_slots];
+            if (slot > slot_count_) {
+                r_.why = stop::unknown; // newer than this loop
+                return false;
+            }
+            if (wanted.setNo != r_.out_set) {
+                if (Exact && room < static_cast<std::ptrdiff_t>(sizeof wanted.bytes + length)) {
+                    return designate_near_end(wanted, length, out);
+                }
+                std::memcpy(out, wanted.bytes, sizeof wanted.bytes);
+                out += wanted.length;
+                r_.out_set = wanted.setNo;
+                return true;
+            }
+        }
+        return !Exact || room >= static_cast<std::ptrdiff_t>(length);
+    }
+    bool designate_near_end(const slot_designation& wanted, u32 length, u8*& out) {
+        if (r_.out_end - out < static_cast<std::ptrdiff_t>(wanted.length + length)) {
+            return false;
+        }
+        std::copy_n(wanted.bytes, wanted.length, out);
+        out += wanted.length;
+        r_.out_set = wanted.setNo;
+        return true;
     }
 
     // Close to the end of the output, blocks go into a buffer aside first, and across if all of it
@@ -159,115 +213,94 @@ private:
         return true;
     }
 
-    // Where characters cannot be read backwards, their keys are kept.
-    void track(u32 key) {
-        if constexpr (!Reader::scalars) {
-            r_.before_last = r_.last;
-            r_.last = key;
-        }
-    }
-
-    [[nodiscard]] std::size_t ascii_run(const u8*& in, u8*& out) {
+    bool ascii_run() {
         if (Designates && slots_[ascii_.slot()].setNo != r_.out_set) {
-            return 0;
+            return false;
         }
-        const std::size_t n = ascii_(in, r_.in_end, out, r_.out_end);
-        if (n > 0) {
-            in += n * Reader::unit_bytes;
-            out += n * ascii_.target_bytes();
-            if constexpr (!Reader::scalars) {
-                r_.before_last = n > 1 ? in[-2] : r_.last;
-                r_.last = in[-1];
-            }
+        const std::size_t n = ascii_(r_.in, r_.in_end, r_.out, r_.out_end);
+        if (n == 0) {
+            return false;
         }
-        return n;
+        r_.in += n * Reader::unit_bytes;
+        r_.out += n * ascii_.target_bytes();
+        count(n);
+        if constexpr (!Reader::scalars) {
+            r_.before_last = n > 1 ? r_.in[-2] : r_.last;
+            r_.last = r_.in[-1];
+        }
+        return true;
     }
 
-    static bool ends_in_ascii(const u8* begin, const u8* end, std::size_t n) {
-        return Reader::unit_bytes > 1 ? Reader::is_ascii(end - Reader::unit_bytes)
-                                      : static_cast<std::size_t>(end - begin) == n;
+    void count(std::size_t n) {
+        r_.characters += static_cast<u32>(n);
+        r_.codes += static_cast<u32>(n);
     }
 
-    // Converts as much of the block at in as stands for itself; 0 when that is nothing.
-    std::size_t block(const u8*& in, u8*& out) {
-        const std::ptrdiff_t room = r_.out_end - out;
+    // Converts as much of the block at hand as stands for itself; false when that is nothing.
+    bool block() {
+        const std::ptrdiff_t room = r_.out_end - r_.out;
         short_of_room_ = may_go_aside_ && room < block_margin(block_codes);
         while (chunks_ > 1 && room < block_margin(chunks_ * chunk_codes)) {
             chunks_ /= 2;
         }
         if (short_of_room_ || room < block_margin(chunk_codes)) {
-            return 0;
+            return false;
         }
         u16 codes[block_codes + chunk_codes]; // vectors reach behind the last
         chunk_read read{0, 0};
-        for (std::size_t chunk = 0; chunk < chunks_ && has_chunk(in + read.bytes); ++chunk) {
-            const chunk_read more = reader_.chunk(in + read.bytes, codes + read.codes);
+        for (std::size_t chunk = 0; chunk < chunks_ && has_chunk(r_.in + read.bytes); ++chunk) {
+            const chunk_read more = reader_.chunk(r_.in + read.bytes, codes + read.codes);
             read.codes += more.codes;
             read.bytes += more.bytes;
             if (more.bytes < Reader::full_chunk) {
                 break;
             }
         }
-        const block_written written = put_block(p_, codes, read.codes, out);
+        const block_written written = put_block(p_, codes, read.codes, r_.out);
         const std::size_t n = written.codes;
-        out += written.bytes;
+        const u8* const begin = r_.in;
         if (n == read.codes) {
-            in += read.bytes;
+            r_.in += read.bytes;
             chunks_ = std::min(2 * chunks_, block_chunks);
         } else {
-            in = Reader::behind(in, std::span(codes).first(n));
+            r_.in = Reader::behind(r_.in, std::span(codes).first(n));
             chunks_ = 1; // where blocks end early, reading ahead is in vain
         }
-        if constexpr (!Reader::scalars) {
-            r_.before_last = n > 1 ? codes[n - 2] : n > 0 ? r_.last : r_.before_last;
-            r_.last = n > 0 ? codes[n - 1] : r_.last;
+        if (n == 0) {
+            return false;
         }
-        return n;
+        r_.out += written.bytes;
+        count(n);
+        ends_in_ascii_ = Reader::unit_bytes > 1 ? Reader::is_ascii(r_.in - Reader::unit_bytes)
+                                                : static_cast<std::size_t>(r_.in - begin) == n;
+        if constexpr (!Reader::scalars) {
+            r_.before_last = n > 1 ? codes[n - 2] : r_.last;
+            r_.last = codes[n - 1];
+        }
+        return true;
     }
     [[nodiscard]] bool has_chunk(const u8* in) const {
         return r_.in_end - in >= static_cast<std::ptrdiff_t>(chunk_bytes);
     }
 
-    // Makes sure that there is room for so many bytes, and that their set is designated.
-    template <bool Exact>
-    bool designate(u32 slot, u32 length, u8*& out) {
-        if constexpr (Designates) {
-            if (slot > slot_count_) {
-                r_.why = stop::unknown; // newer than this loop
-                return false;
-            }
-            const slot_designation& wanted = slots_[slot];
-            if (wanted.setNo != r_.out_set) {
-                if (Exact &&
-                    r_.out_end - out < static_cast<std::ptrdiff_t>(wanted.length + length)) {
-                    return false;
-                }
-                std::copy_n(wanted.bytes, wanted.length, out);
-                out += wanted.length;
-                r_.out_set = wanted.setNo;
-                return true;
-            }
-        }
-        return !Exact || r_.out_end - out >= static_cast<std::ptrdiff_t>(length);
-    }
-
     // A character with an answer of its own.
     template <bool Exact>
-    bool long_step(const u8* in, const u8* next, u32 key, entry e, u8*& out, u32& codes) {
+    bool long_step(const u8* next, u32 key, entry e) {
         const answer* a = e.is_long() ? p_.answer_of(key) : nullptr;
         if (a == nullptr) {
             r_.why = e.packed == entry::by_rules ? stop::by_rules : stop::unknown;
             return false;
         }
-        if (a->is_lf && in == behind_cr_) {
+        if (a->is_lf && r_.in == behind_cr_) {
             return true; // dropped
         }
+        u8* out = r_.out;
         if (!designate<Exact>(a->slot, a->length, out)) {
             return false;
         }
         put<Exact>(out, r_.out_end, *a, a->length);
-        out += a->length;
-        codes += a->codes;
+        r_.out = out + a->length;
+        r_.codes += a->codes;
         if (a->is_cr) {
             behind_cr_ = next;
         }
@@ -281,7 +314,7 @@ private:
     u32 slot_count_;
     slot_designation slots_[Designates ? most_slots : 1]{};
     std::size_t chunks_ = 1; // to read for the next block
-    bool may_go_aside_ = true, short_of_room_ = false;
+    bool may_go_aside_ = true, short_of_room_ = false, ends_in_ascii_ = false;
     const u8* behind_cr_ = nullptr; // where a line feed is dropped
 };
 
