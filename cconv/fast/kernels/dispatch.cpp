@@ -42,9 +42,15 @@ features ask_processor() {
 #endif
 
 const kernels& best_kernels() {
-    kernel_list list{};
-    list_kernels(list);
-    return *list[0];
+    static std::atomic<const kernels*> best; // the same whoever asks first
+    const kernels* known = best.load(std::memory_order_relaxed);
+    if (known == nullptr) {
+        kernel_list list{};
+        list_kernels(list);
+        known = list[0];
+        best.store(known, std::memory_order_relaxed);
+    }
+    return *known;
 }
 
 } // namespace
