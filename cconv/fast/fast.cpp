@@ -72,24 +72,18 @@ void path::try_run(session* s) {
         return;
     }
     u32 characters = 0;
-    fast::run r{};
-    do {
-        // A line feed behind this would belong to it.
-        if (pair_->plan.normalises && s->srcCode == '\r') {
-            break;
-        }
-        r = run_of(s, *pair_);
+    // A line feed behind a carriage return would belong to it.
+    for (bool more = true; more && !(pair_->plan.normalises && s->srcCode == '\r');) {
+        fast::run r = run_of(s, *pair_);
         run_over(*pair_, r);
         if (!finish(*pair_, r, s)) {
             wait_ = for_ever;
             return;
         }
         characters += r.characters;
-        if (r.why == stop::unknown &&
-            !learn(*pair_, r.next, static_cast<std::size_t>(r.in_end - r.next), r.next_set)) {
-            r.why = stop::by_rules;
-        }
-    } while (r.why == stop::unknown);
+        more = r.why == stop::unknown &&
+               learn(*pair_, r.next, static_cast<std::size_t>(r.in_end - r.next), r.next_set);
+    }
     be_patient(characters);
     if (by_hand.counting) {
         by_hand.characters += characters;

@@ -28,12 +28,12 @@ u32 key_of(const pair& p, const u8* begin, const u8* end) {
 }
 
 // The character before end, of a run that began at begin.
-character character_before(const pair& p, const u8* begin, const u8* end) {
-    if (end <= begin) {
-        return {};
+void read_before(const pair& p, const u8* begin, const u8* end, character& c) {
+    if (end > begin) {
+        c.begin = begin_of(p, end);
+        c.end = end;
+        c.key = key_of(p, c.begin, end);
     }
-    const u8* const first = begin_of(p, end);
-    return {key_of(p, first, end), first, end};
 }
 
 const answer* find(pair& p, const character& c, answer& room) {
@@ -67,8 +67,8 @@ bool finish(pair& p, run& r, session* s) {
             return true;
         }
         if (scalars) {
-            last = character_before(p, begin, r.in);
-            before = character_before(p, begin, last.begin);
+            read_before(p, begin, r.in, last);
+            read_before(p, begin, last.begin, before);
         }
         a = find(p, last, last_room);
         if (a == nullptr) {

@@ -45,7 +45,7 @@ block_written put_block(const pair& p, const u16* scalars, std::size_t count, u8
 template <typename Reader, bool Designates>
 class loop {
 public:
-    loop(const pair& p, const run& r)
+    loop(const pair& p, run& r)
         : p_(p), r_(r), reader_(p), ascii_(p),
           slot_count_(p.slot_count.load(std::memory_order_acquire)) {
         for (u32 i = 0; Designates && i <= slot_count_; ++i) {
@@ -53,18 +53,17 @@ public:
         }
     }
 
-    run go() {
+    void go() {
         r_.why = stop::end;
-        if (r_.in_end - r_.in > in_margin && r_.out_end - r_.out > out_margin) {
+        if (r_.in_end - r_.in >= Reader::longest && r_.out_end - r_.out > out_margin) {
             pass<false>();
             if (short_of_room_ && !pass_aside()) {
                 pass<false>();
             }
         }
-        if (r_.why == stop::end) {
+        if (r_.why == stop::end && r_.in < r_.in_end) {
             pass<true>();
         }
-        return r_;
     }
 
 private:
@@ -91,7 +90,7 @@ private:
         progress now = at();
         const u8* const in_end = r_.in_end;
         const u8* const out_end = r_.out_end;
-        const u8* const in_stop = Exact ? in_end : in_end - in_margin;
+        const u8* const in_stop = Exact ? in_end : in_end - (Reader::longest - 1);
         const u8* const out_stop = Exact ? out_end + 1 : out_end - out_margin;
         const bool blocks = !Exact && p_.plan.blocks != block_form::none && has_chunk(now.in);
         const u8* next_block = blocks ? now.in : in_end;
@@ -308,7 +307,7 @@ private:
     }
 
     const pair& p_;
-    run r_;
+    run& r_;
     Reader reader_;
     ascii_runs ascii_;
     u32 slot_count_;
@@ -321,9 +320,9 @@ private:
 template <typename Reader>
 void run_reader(const pair& p, run& r) {
     if (p.plan.target->designates) {
-        r = loop<Reader, true>(p, r).go();
+        loop<Reader, true>(p, r).go();
     } else {
-        r = loop<Reader, false>(p, r).go();
+        loop<Reader, false>(p, r).go();
     }
 }
 

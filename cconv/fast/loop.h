@@ -5,8 +5,8 @@
 
 namespace fast {
 
-// Bytes that a step may touch behind the position where it does not look how many are there.
-inline constexpr std::ptrdiff_t in_margin = 3, out_margin = 16;
+// Bytes that a step may touch behind the output position where it does not look how many are there.
+inline constexpr std::ptrdiff_t out_margin = 16;
 
 // Bytes behind the output position that a block of so many codes may touch.
 constexpr std::ptrdiff_t block_margin(std::size_t codes) {

@@ -58,6 +58,7 @@ constexpr u32 iso2022_offset(const u8* p) {
 struct lead_byte_reader {
     static constexpr bool scalars = false;
     static constexpr u32 unit_bytes = 1, usual_length = 2;
+    static constexpr std::ptrdiff_t longest = 3;
     static constexpr stop stop_without_length = stop::unknown;
 
     explicit lead_byte_reader(const pair& with) : p_(with), leads_(with.leads.load()) {}
@@ -89,6 +90,7 @@ private:
 struct utf8_reader {
     static constexpr bool scalars = true;
     static constexpr u32 unit_bytes = 1, usual_length = 3;
+    static constexpr std::ptrdiff_t longest = 3;
     static constexpr stop stop_without_length = stop::by_rules;
 
     explicit utf8_reader(const pair& with) : p_(with) {}
@@ -134,6 +136,7 @@ template <u32 Bytes, bool BigEndian>
 struct unit_reader {
     static constexpr bool scalars = true;
     static constexpr u32 unit_bytes = Bytes, usual_length = Bytes;
+    static constexpr std::ptrdiff_t longest = Bytes;
     static constexpr stop stop_without_length = stop::by_rules;
 
     explicit unit_reader(const pair& with) : p_(with) {}
