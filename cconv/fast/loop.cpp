@@ -92,7 +92,8 @@ private:
         const u8* const out_end = r_.out_end;
         const u8* const in_stop = Exact ? in_end : in_end - (Reader::longest - 1);
         const u8* const out_stop = Exact ? out_end + 1 : out_end - out_margin;
-        const bool blocks = !Exact && p_.plan.blocks != block_form::none && has_chunk(now.in);
+        const bool blocks =
+            !Exact && p_.plan.blocks != block_form::none && has_chunk(now.in) && may_open_block();
         const u8* next_block = blocks ? now.in : in_end;
         bool in_run = ascii_.known(); // of ASCII, for which there is a quicker way than blocks
         while (now.in < in_stop && now.out < out_stop) {
@@ -277,6 +278,12 @@ private:
             r_.last = codes[n - 1];
         }
         return true;
+    }
+    // Runs of one character are many where a text is full of what the rules must see.
+    [[nodiscard]] bool may_open_block() const {
+        const u32 length = reader_.length(r_.in, static_cast<std::size_t>(r_.in_end - r_.in));
+        return p_.plan.blocks != block_form::entries ||
+               (length != 0 && p_.entry_of(Reader::key(r_.in, length)).is_short());
     }
     [[nodiscard]] bool has_chunk(const u8* in) const {
         return r_.in_end - in >= static_cast<std::ptrdiff_t>(chunk_bytes);
