@@ -97,7 +97,7 @@ TEST_P(kernels_test, RunsEndWhereTheyMust) {
     for (int round = 0; round < 20000; ++round) {
         byte_set plain{};
         std::ranges::fill(plain.rows, 0xFF);
-        plain.rows['\n'] &= static_cast<u8>(~(1U << ('\n' >> 4)) | (round % 2 == 0 ? 1U : 0U));
+        plain.rows[0x0A] &= static_cast<u8>(~(1U << ('\n' >> 4)) | (round % 2 == 0 ? 1U : 0U));
         std::vector<u8> text(below(round % 4 == 0 ? 1200 : most_bytes));
         for (u8& byte : text) {
             byte = static_cast<u8>(below(0x80));

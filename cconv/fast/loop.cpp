@@ -91,12 +91,10 @@ private:
         const u8* const in_end = r_.in_end;
         const u8* const out_end = r_.out_end;
         const u8* const in_stop = Exact ? in_end : in_end - (Reader::longest - 1);
-        const u8* const out_stop = Exact ? out_end + 1 : out_end - out_margin;
-        const bool blocks =
-            !Exact && p_.plan.blocks != block_form::none && has_chunk(now.in) && may_open_block();
-        const u8* next_block = blocks ? now.in : in_end;
+        const u8* const out_stop = Exact ? out_end : out_end - out_margin;
+        const u8* next_block = !Exact && may_open_block() ? now.in : in_end;
         bool in_run = ascii_.known(); // of ASCII, for which there is a quicker way than blocks
-        while (now.in < in_stop && now.out < out_stop) {
+        while (now.in < in_stop && (Exact || now.out < out_stop)) {
             const auto left = static_cast<std::size_t>(in_end - now.in);
             const u32 length = reader_.length(now.in, left);
             const bool tries_run =
@@ -113,11 +111,11 @@ private:
                     // What stopped one will not stand alone.
                     next_block = moved ? r_.in : r_.in + chunk_bytes;
                 }
-                if (moved || short_of_room_) {
+                if (short_of_room_) {
+                    break;
+                }
+                if (moved) {
                     now = at();
-                    if (short_of_room_) {
-                        break;
-                    }
                     continue;
                 }
             }
@@ -279,8 +277,12 @@ private:
         }
         return true;
     }
-    // Runs of one character are many where a text is full of what the rules must see.
+    // Not where the first character would end it: such runs are many where a text is full of what
+    // the rules must see.
     [[nodiscard]] bool may_open_block() const {
+        if (p_.plan.blocks == block_form::none || !has_chunk(r_.in)) {
+            return false;
+        }
         const u32 length = reader_.length(r_.in, static_cast<std::size_t>(r_.in_end - r_.in));
         return p_.plan.blocks != block_form::entries ||
                (length != 0 && p_.entry_of(Reader::key(r_.in, length)).is_short());
