@@ -110,20 +110,29 @@ bool s_ended;        // the last reference taken or given back was given back; g
 void before_fork() {
     pthread_mutex_lock(&start_lock);
     s_heldOverFork = pthread_mutex_lock(&zan_tablemutex) == 0;
+    fast::before_fork();
 }
 
-void after_fork() {
+void after_fork(bool in_child) {
+    fast::after_fork(in_child);
     if (s_heldOverFork) {
         pthread_mutex_unlock(&zan_tablemutex);
     }
     pthread_mutex_unlock(&start_lock);
 }
 
+void after_fork_in_parent() {
+    after_fork(false);
+}
+void after_fork_in_child() {
+    after_fork(true);
+}
+
 // Once for the process, or for as long as the library is in memory; the start lock is held.
 void hold_locks_over_fork() {
     static bool s_done;
     if (!s_done) {
-        s_done = pthread_atfork(before_fork, after_fork, after_fork) == 0;
+        s_done = pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child) == 0;
     }
 }
 

@@ -14,6 +14,7 @@
 #include <functional>
 #include <set>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -445,6 +446,23 @@ TEST(Fast, ThreadsAskAtOnce) {
             thread.join();
         }
     }
+    // A child of a fork converts, too, whatever another thread was asking about.
+    const std::string alone = convert(targets[0]);
+    std::atomic<bool> enough = false;
+    std::thread asking([&] {
+        while (!enough) {
+            convert(targets[0]);
+            fast::free_unheld();
+        }
+    });
+    for (int child = 0; child < 40; ++child) {
+        test::in_child([&] {
+            ::alarm(20); // for a lock that nobody gives back
+            EXPECT_TRUE(convert(targets[0]) == alone);
+        });
+    }
+    enough = true;
+    asking.join();
 }
 
 } // namespace

@@ -44,6 +44,11 @@ private:
 // Frees every pair; no session may be running.
 void release();
 
+// Around a fork: nobody makes or frees a pair meanwhile. In the child, a pair whose lock another
+// thread held, which the child has not, is given up.
+void before_fork();
+void after_fork(bool in_child);
+
 // For tests and benchmarks; not for programs.
 struct watch {
     bool off;       // leave everything to the rules

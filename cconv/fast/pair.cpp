@@ -324,6 +324,23 @@ void release_pair(pair* p) {
     places[p->place].holders.fetch_sub(1, std::memory_order_release);
 }
 
+void before_fork() {
+    pthread_mutex_lock(&table_of_pairs);
+}
+
+void after_fork(bool in_child) {
+    for (place& at : places) {
+        pair* p = in_child ? at.held.load(std::memory_order_relaxed) : nullptr;
+        if (p != nullptr && pthread_mutex_trylock(&p->lock) == 0) {
+            pthread_mutex_unlock(&p->lock);
+        } else if (p != nullptr) {
+            pthread_mutex_init(&p->lock, nullptr);
+            p->stale.store(true, std::memory_order_relaxed);
+        }
+    }
+    pthread_mutex_unlock(&table_of_pairs);
+}
+
 void release() {
     const pairs_guard guard;
     for (place& at : places) {
