@@ -64,7 +64,9 @@ void write_file(const std::string& path, bytes contents) {
     if (file == nullptr) {
         return; // a name that no file can have
     }
-    std::fwrite(contents.data(), 1, contents.size(), file);
+    if (!contents.empty()) {
+        std::fwrite(contents.data(), 1, contents.size(), file);
+    }
     std::fclose(file);
 }
 
