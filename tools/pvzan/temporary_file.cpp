@@ -62,7 +62,7 @@ sigset_t ending_set() {
 void install_handler() {
     for (const int signal : ending_signals) {
         struct sigaction current {};
-        if (::sigaction(signal, nullptr, &current) == 0 && current.sa_handler != SIG_IGN) {
+        if (::sigaction(signal, nullptr, &current) == 0 && current.sa_handler == SIG_DFL) {
             current = {};
             current.sa_handler = remove_all_and_end;
             current.sa_mask = ending_set();
