@@ -200,12 +200,13 @@ class Filter(Room):
         old = (self.dir / "f0000").read_bytes()
         done = with_fault({"AT_FSYNC": "echo more >> f0000"}, ["-i", "-f", "cp932", "f0000"])
         self.assertEqual((done.returncode, (self.dir / "f0000").read_bytes()), (2, old + b"more\n"), done.stderr)
-        for limits in ({"MOST_THREADS": "0"}, {"MOST_THREADS": "1"}, {"AT_FSYNC": "sleep 0.2"}):
-            self.fill(40, 2000)
-            start = time.monotonic()
-            done = with_fault(limits, ["-i", "-j", "1", "-f", "cp932"] + sorted(os.listdir(self.dir)))
-            self.assertEqual((done.returncode, done.stderr), (0, b""))
-            self.assertLess(time.monotonic() - start, 4, "one waits for the disk behind the other")
+        with tempfile.NamedTemporaryFile() as waits:
+            slowly = f"echo begun >> {waits.name}; sleep 0.2; echo ended >> {waits.name}"
+            for limits in ({"MOST_THREADS": "0"}, {"MOST_THREADS": "1"}, {"AT_FSYNC": slowly}):
+                self.fill(40, 2000)
+                done = with_fault(limits, ["-i", "-j", "1", "-f", "cp932"] + sorted(os.listdir(self.dir)))
+                self.assertEqual((done.returncode, done.stderr), (0, b""))
+            self.assertIn(b"begun\nbegun\n", waits.read(), "one waits for the disk behind the other")
         results = set()
         for kilobytes in range(8_000, 18_000, 200):
             self.fill(8, 100_000)
