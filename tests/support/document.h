@@ -1,8 +1,7 @@
 // Documents as a test's own objects.
 #pragma once
 
-#include "cconv/document.h"
-#include "platform/platform.h"
+#include "cconv/document_search.h"
 
 #include <algorithm>
 #include <string>
@@ -10,15 +9,7 @@
 
 namespace test {
 
-struct owned_document : document {
-    owned_document() : document{} {}
-    ~owned_document() {
-        ZAN_free(text);
-        ZAN_free(tagPos);
-    }
-    owned_document(const owned_document&) = delete;
-    owned_document& operator=(const owned_document&) = delete;
-};
+using ::owned_document;
 
 inline std::u32string text_of(const document& d) {
     return {d.text, d.text + d.textBytes / 4};
