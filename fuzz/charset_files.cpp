@@ -1,6 +1,6 @@
 #include "fuzz/charset_files.h"
 
-#include "cconv/lifecycle.h"
+#include "cconv/convert/lifecycle.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,7 +1,7 @@
 // Charset directories made from an input, and a registry that is emptied between inputs.
 #pragma once
 
-#include "cconv/table.h"
+#include "cconv/tables/table.h"
 #include "fuzz/support.h"
 
 #include <vector>

@@ -1,7 +1,6 @@
 // The definition reader: the input is a whole charset directory. What it describes must be read,
 // converted with and released, whatever it says.
-#include "cconv/definition.h"
-#include "cconv/lifecycle.h"
+#include "cconv/definition/definition.h"
 #include "fuzz/charset_files.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #include "fuzz/made_charset.h"
 
 #include "cconv/fast/fast.h"
-#include "cconv/names.h"
-#include "cconv/table.h"
+#include "cconv/rulefunc/rules.h"
+#include "cconv/tables/table.h"
 
 #include <array>
 

@@ -3,7 +3,7 @@
 // user-defined ones, extra tables.
 #pragma once
 
-#include "cconv/registry.h"
+#include "cconv/registry/registry.h"
 #include "fuzz/support.h"
 
 #include <vector>

@@ -2,7 +2,7 @@
 // that the first loading left, maps the same.
 #include "fuzz/charset_files.h"
 
-#include "cconv/document.h"
+#include "cconv/definition/document.h"
 
 #include <filesystem>
 

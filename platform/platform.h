@@ -2,7 +2,7 @@
 // for these.
 #pragma once
 
-#include "cconv/base.h"
+#include "platform/base.h"
 
 #include <cstdarg>
 #include <cstdio>

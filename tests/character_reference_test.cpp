@@ -1,5 +1,5 @@
 // Numeric character references in UCS-2 output.
-#include "cconv/engine.h"
+#include "cconv/engine/engine.h"
 #include "tests/support/convert.h"
 #include "tests/support/temp_dir.h"
 

@@ -1,6 +1,6 @@
 // The program that builds the charset directory: what it refuses, and what it writes.
-#include "cconv/document.h"
-#include "cconv/table.h"
+#include "cconv/definition/document.h"
+#include "cconv/tables/table.h"
 #include "tests/support/oracle.h"
 #include "tests/support/temp_dir.h"
 

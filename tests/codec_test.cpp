@@ -2,7 +2,6 @@
 // every encode rule with every coded set, the state of ISO-2022-JP. Mappings are compared with
 // another converter in oracle_test.cpp; here it is statuses, positions and fields, which were found
 // to be right by tests that spelled each byte structure out, and are recorded.
-#include "cconv/names.h"
 #include "cconv/rulefunc/rules.h"
 #include "tests/support/convert.h"
 #include "tests/support/digest.h"

@@ -1,5 +1,5 @@
 // Base letters with combining marks, which are one character in JIS X 0213 and two in Unicode.
-#include "cconv/engine.h"
+#include "cconv/engine/engine.h"
 #include "cconv/rulefunc/rules.h"
 #include "tests/support/convert.h"
 

@@ -1,5 +1,5 @@
 // Definition files to registry objects, good files and bad.
-#include "cconv/definition.h"
+#include "cconv/definition/definition.h"
 #include "tests/support/charset_directory.h"
 #include "tests/support/child.h"
 #include "tests/support/document.h"

@@ -1,6 +1,6 @@
 // Detection: recorded answers over generated texts, and known answers. The answers were found equal
 // to those of a second detector, written apart from this one, when they were recorded.
-#include "cconv/detect.h"
+#include "cconv/detect/detect.h"
 #include "tests/support/convert.h"
 #include "tests/support/digest.h"
 #include "tests/support/temp_dir.h"

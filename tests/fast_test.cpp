@@ -2,7 +2,7 @@
 // must be the same. fuzz_lockstep does that with texts and charsets that nobody thought of.
 #include "cconv/fast/kernels/kernels.h"
 #include "cconv/fast/pair.h"
-#include "cconv/table.h"
+#include "cconv/tables/table.h"
 #include "fuzz/both_paths.h"
 #include "fuzz/made_charset.h"
 #include "tests/support/child.h"

@@ -1,7 +1,8 @@
 // Start and end of the library, the charset directory, and the one-time reading of definitions.
 // Each case has a process of its own, in which nothing was settled before.
-#include "cconv/lifecycle.h"
-#include "cconv/names.h"
+#include "cconv/convert/lifecycle.h"
+#include "cconv/directory/directory.h"
+#include "cconv/registry/registry.h"
 #include "tests/support/child.h"
 #include "tests/support/temp_dir.h"
 

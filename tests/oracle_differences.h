@@ -2,7 +2,7 @@
 // listed by code, encoding by scalar.
 #pragma once
 
-#include "cconv/base.h"
+#include "platform/base.h"
 
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
 // Every public charset against another converter, the C library's iconv: the whole code space
 // decoded, all scalars encoded. A difference that is not listed fails, and so does a listed one
 // that is none.
-#include "cconv/table.h"
+#include "cconv/tables/table.h"
 #include "tests/oracle_differences.h"
 #include "tests/support/convert.h"
 

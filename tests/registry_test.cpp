@@ -1,7 +1,8 @@
 // Names and their numbers; registry objects: arrays, groups, sets, blocks, limits.
-#include "cconv/lifecycle.h"
-#include "cconv/names.h"
-#include "cconv/registry.h"
+#include "cconv/convert/lifecycle.h"
+#include "cconv/registry/names.h"
+#include "cconv/registry/registry.h"
+#include "cconv/rulefunc/rules.h"
 #include "platform/platform.h"
 
 #include <algorithm>

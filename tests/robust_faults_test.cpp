@@ -1,9 +1,8 @@
 // Memory that runs out at each single allocation: a status, nothing lost, nothing wrong left on
 // disk, and afterwards the library works with what it read.
-#include "cconv/definition.h"
-#include "cconv/lifecycle.h"
-#include "cconv/names.h"
-#include "cconv/table.h"
+#include "cconv/convert/lifecycle.h"
+#include "cconv/definition/definition.h"
+#include "cconv/tables/table.h"
 #include "platform/platform.h"
 #include "tests/support/child.h"
 #include "tests/support/convert.h"

@@ -1,8 +1,7 @@
 // Definitions, tables and caches that are hostile, huge, broken or half there, and a system that
 // refuses what is asked of it.
-#include "cconv/definition.h"
-#include "cconv/names.h"
-#include "cconv/table.h"
+#include "cconv/definition/definition.h"
+#include "cconv/tables/table.h"
 #include "platform/platform.h"
 #include "tests/support/charset_directory.h"
 #include "tests/support/child.h"

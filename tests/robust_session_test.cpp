@@ -1,6 +1,6 @@
 // Whatever a session's fields and options say: nothing outside the buffers is touched, and every
 // call ends.
-#include "cconv/names.h"
+#include "cconv/rulefunc/rules.h"
 #include "tests/support/child.h"
 #include "tests/support/convert.h"
 #include "tests/support/definitions.h"

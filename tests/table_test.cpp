@@ -1,6 +1,6 @@
 // Tables in memory and their loading: blocks, text files, caches.
-#include "cconv/document.h"
-#include "cconv/table.h"
+#include "cconv/definition/document.h"
+#include "cconv/tables/table.h"
 #include "platform/platform.h"
 #include "tests/support/charset_directory.h"
 #include "tests/support/child.h"

@@ -1,6 +1,6 @@
 // Text tables: bytes, characters and numbers, across the refills of the buffer.
-#include "cconv/document.h"
-#include "cconv/table.h"
+#include "cconv/definition/document.h"
+#include "cconv/tables/table.h"
 #include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>

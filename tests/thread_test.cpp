@@ -1,5 +1,5 @@
 // Conversions on many threads, loading definitions and tables at once.
-#include "cconv/lifecycle.h"
+#include "cconv/registry/registry.h"
 #include "tests/support/child.h"
 #include "tests/support/convert.h"
 #include "tests/support/oracle.h"

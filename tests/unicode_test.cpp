@@ -1,6 +1,6 @@
 // UTF-8, UTF-16, UCS-4 and UCS-2: the transfer forms and their limits, byte-order marks, combining
 // pairs and character references. What iconv(3) can judge is compared with it in oracle_test.cpp.
-#include "cconv/base.h"
+#include "platform/base.h"
 #include "tests/support/convert.h"
 
 namespace {

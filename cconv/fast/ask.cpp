@@ -1,9 +1,9 @@
 // Asking the rules about a character: the only place that runs them, and the only one that writes
 // what threads share.
+#include "cconv/engine/step.h"
 #include "cconv/fast/readers.h"
 #include "cconv/rulefunc/designations.h"
-#include "cconv/step.h"
-#include "cconv/table.h"
+#include "cconv/tables/table.h"
 #include "platform/platform.h"
 
 #include <algorithm>

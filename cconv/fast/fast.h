@@ -7,7 +7,7 @@
 // what the rules alone would have left. pair.h says why.
 #pragma once
 
-#include "cconv/base.h"
+#include "platform/base.h"
 
 namespace fast {
 

@@ -1,7 +1,7 @@
 // The pairs of the process: finding one, making it, holding it, and freeing what is unused.
 #include "cconv/fast/pair.h"
 #include "cconv/fast/fast.h"
-#include "cconv/table.h"
+#include "cconv/tables/table.h"
 #include "platform/platform.h"
 
 namespace fast {

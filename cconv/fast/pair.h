@@ -41,7 +41,7 @@
 // that are stale and those unused for longest are freed, as long as nobody holds them.
 #pragma once
 
-#include "cconv/engine.h"
+#include "cconv/engine/engine.h"
 #include "cconv/fast/kernels/kernels.h"
 #include "cconv/rulefunc/traits.h"
 

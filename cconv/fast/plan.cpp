@@ -1,7 +1,7 @@
 // From the traits of two codecs, the sets of two charsets and the options: how a pair is converted.
 #include "cconv/fast/readers.h"
 #include "cconv/rulefunc/designations.h"
-#include "cconv/table.h"
+#include "cconv/tables/table.h"
 
 #include <algorithm>
 #include <optional>

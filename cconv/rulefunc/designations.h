@@ -1,7 +1,7 @@
 // The escape sequences of the ISO-2022-JP charsets.
 #pragma once
 
-#include "cconv/registry.h"
+#include "cconv/registry/registry.h"
 
 #include <array>
 

@@ -1,7 +1,7 @@
 // Finding a coded set among those of a charset.
 #pragma once
 
-#include "cconv/registry.h"
+#include "cconv/registry/registry.h"
 
 // The first member set with that number; null when the charset does not have the set.
 inline const basic_set* member_set(const charset_group* group, u32 setNo) {

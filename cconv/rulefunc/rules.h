@@ -7,9 +7,14 @@
 // no meaning beyond that.
 #pragma once
 
-#include "cconv/engine.h"
+#include "cconv/engine/engine.h"
 
 extern "C" {
+// rule_list.cpp
+PVZAN_API extern rule_row ruleList[30];
+// The row of that very name; null when there is none, or name is null or empty.
+PVZAN_API rule_row* TheRule(const char* name);
+
 // unicode.cpp
 PVZAN_API u32 destUTF_8(session* s);
 PVZAN_API u32 constUTF_8(session* s);

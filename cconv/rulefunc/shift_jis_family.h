@@ -6,7 +6,7 @@
 #pragma once
 
 #include "cconv/rulefunc/rules.h"
-#include "cconv/table.h"
+#include "cconv/tables/table.h"
 
 // The registered set of that number, whichever charsets it belongs to; null when no definition has
 // it.

@@ -3,7 +3,7 @@
 // else; a codec without traits is run character by character.
 #pragma once
 
-#include "cconv/names.h"
+#include "cconv/engine/engine.h"
 
 #include <span>
 

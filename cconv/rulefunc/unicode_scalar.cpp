@@ -1,7 +1,7 @@
 // Scalars to member sets, and the language tags that Unicode text may carry.
-#include "cconv/names.h"
+#include "cconv/rulefunc/rules.h"
 #include "cconv/rulefunc/unicode_tags.h"
-#include "cconv/table.h"
+#include "cconv/tables/table.h"
 
 #include <array>
 

@@ -1,6 +1,7 @@
 #include "charsets/builder/definition.h"
 
-#include "cconv/names.h"
+#include "cconv/registry/names.h"
+#include "cconv/rulefunc/rules.h"
 
 #include <algorithm>
 #include <initializer_list>

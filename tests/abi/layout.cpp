@@ -1,11 +1,10 @@
 // All records of the binary interface, as the library itself sees them.
 #include "tests/abi/layout.h"
-#include "cconv/document.h"
-#include "cconv/engine.h"
-#include "cconv/lifecycle.h"
-#include "cconv/names.h"
-#include "cconv/registry.h"
-#include "cconv/table.h"
+#include "cconv/definition/document.h"
+#include "cconv/engine/engine.h"
+#include "cconv/registry/names.h"
+#include "cconv/registry/registry.h"
+#include "cconv/tables/table.h"
 #include "platform/platform.h"
 
 #pragma GCC diagnostic ignored "-Wold-style-cast"

@@ -1,7 +1,8 @@
 // A charset directory made by a test.
 #pragma once
 
-#include "cconv/lifecycle.h"
+#include "cconv/convert/lifecycle.h"
+#include "cconv/directory/directory.h"
 #include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>

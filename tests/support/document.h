@@ -1,7 +1,7 @@
 // Documents as a test's own objects.
 #pragma once
 
-#include "cconv/document_search.h"
+#include "cconv/definition/document_search.h"
 
 #include <algorithm>
 #include <string>

@@ -2,7 +2,7 @@
 // chunks of text taken apart and put together.
 #pragma once
 
-#include "cconv/base.h"
+#include "platform/base.h"
 
 namespace fast {
 

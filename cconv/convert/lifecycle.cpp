@@ -1,0 +1,191 @@
+// The registry root and its references, and the one-time loading of definitions.
+#include "cconv/convert/lifecycle.h"
+
+#include "cconv/definition/definition.h"
+#include "cconv/definition/known_sets.h"
+#include "cconv/directory/directory.h"
+#include "cconv/fast/fast.h"
+#include "cconv/registry/registry.h"
+#include "platform/platform.h"
+
+#include <atomic>
+
+namespace {
+
+constexpr char definition_pattern[] = "*.xml";
+
+std::atomic<u32> s_loaded;    // 1 once the charset directory has been read, with whatever success
+std::atomic<i32> s_loadCount; // definitions read successfully
+
+// Guards the reference count, so that first conversions on several threads may race without
+// my_init. It is held only here, never together with work on tables.
+pthread_mutex_t start_lock = PTHREAD_MUTEX_INITIALIZER;
+
+class start_guard {
+public:
+    start_guard() { pthread_mutex_lock(&start_lock); }
+    ~start_guard() { pthread_mutex_unlock(&start_lock); }
+    start_guard(const start_guard&) = delete;
+    start_guard& operator=(const start_guard&) = delete;
+
+private:
+    cancel_delay uninterrupted_;
+};
+
+// Groups go before the basic sets that they borrow.
+void release_registry() {
+    fast::release();
+    if (g_ProcessObject.groups != nullptr) {
+        for (charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
+            termGroup(group);
+        }
+        termArray(g_ProcessObject.groups);
+    }
+    if (g_ProcessObject.basics != nullptr) {
+        for (basic_set* set : items_of<basic_set>(g_ProcessObject.basics)) {
+            termBasic(set);
+        }
+        termArray(g_ProcessObject.basics);
+    }
+    g_ProcessObject.groups = nullptr;
+    g_ProcessObject.basics = nullptr;
+}
+
+i32 read_definitions() {
+    char directory[text_bytes];
+    char path[text_bytes];
+    if (charset_path_locked(directory, sizeof directory) == nullptr) {
+        return 0;
+    }
+    const file_names definitions(directory, definition_pattern);
+    known_sets known;
+    i32 count = 0;
+    for (const char* name : definitions.all()) {
+        copy_text(path, directory);
+        if (append_text(path, name) && read_definition(path, known)) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+u32 any_loaded() {
+    return s_loadCount.load(std::memory_order_relaxed) > 0;
+}
+
+// ---- Fork and unloading ------------------------------------------------------------------------
+
+bool s_heldOverFork; // the table lock; guarded by the start lock
+bool s_ended;        // the last reference taken or given back was given back; guarded likewise
+
+// A fork waits for other threads to finish loading: the child has none to unlock for them.
+void before_fork() {
+    pthread_mutex_lock(&start_lock);
+    s_heldOverFork = pthread_mutex_lock(&zan_tablemutex) == 0;
+    fast::before_fork();
+}
+
+void after_fork(bool in_child) {
+    fast::after_fork(in_child);
+    if (s_heldOverFork) {
+        pthread_mutex_unlock(&zan_tablemutex);
+    }
+    pthread_mutex_unlock(&start_lock);
+}
+
+void after_fork_in_parent() {
+    after_fork(false);
+}
+void after_fork_in_child() {
+    after_fork(true);
+}
+
+// Once for the process, or for as long as the library is in memory; the start lock is held.
+void hold_locks_over_fork() {
+    static bool s_done;
+    if (!s_done) {
+        s_done = pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child) == 0;
+    }
+}
+
+// What loading kept goes with the library's code, once the host has ended its use: at dlclose, or
+// with the process. A host that did not call my_fini may have threads in the library even then.
+[[gnu::destructor]] void release_at_unloading() {
+    if (s_ended && g_ProcessObject.refCount == 1) {
+        termProcess();
+    }
+}
+
+} // namespace
+
+extern "C" {
+
+void my_init(void) {
+    startProcess();
+}
+void my_fini(void) {
+    endProcess();
+}
+void startProcess(void) {
+    initProcess();
+}
+void endProcess(void) {
+    termProcess();
+}
+
+u32 initProcess(void) {
+    const start_guard guard;
+    s_ended = false;
+    hold_locks_over_fork();
+    if (g_ProcessObject.refCount != 0) {
+        ++g_ProcessObject.refCount;
+        return 1;
+    }
+    // Deliberately ready without a lock: the next call tries to make it again.
+    if (pthread_mutex_init(&zan_tablemutex, nullptr) != 0) {
+        return 1;
+    }
+    g_ProcessObject.blockEntries = 0;
+    g_ProcessObject.groups = initArray();
+    g_ProcessObject.basics = initArray();
+    if (g_ProcessObject.groups == nullptr || g_ProcessObject.basics == nullptr) {
+        release_registry();
+        return 0;
+    }
+    g_ProcessObject.refCount = 1;
+    return 1;
+}
+
+void termProcess(void) {
+    const start_guard guard;
+    s_ended = true;
+    if (g_ProcessObject.refCount-- == 1) {
+        pthread_mutex_destroy(&zan_tablemutex);
+        release_registry();
+    }
+}
+
+u32 cconvLoadRule(void) {
+    if (s_loaded.load(std::memory_order_acquire) != 0) {
+        return any_loaded();
+    }
+    // This reference is kept as long as the library is in memory, deliberately: sessions have
+    // pointers into the registry.
+    if (initProcess() == 0) {
+        return 0;
+    }
+    const table_lock lock;
+    if (s_loaded.load(std::memory_order_acquire) == 0) {
+        s_loadCount.store(read_definitions(), std::memory_order_relaxed);
+        // Deliberately once and for all, whatever failed: sessions rely on a registry that stays as
+        // it is.
+        s_loaded.store(1, std::memory_order_release);
+    }
+    return any_loaded();
+}
+
+} // extern "C"
+
+bool definitions_settled() {
+    return s_loaded.load(std::memory_order_acquire) != 0;
+}

@@ -1,0 +1,452 @@
+// Definition files to registry objects.
+//
+// The main document names the charset, its pair of rules and its sets; each set lies in a file of
+// its own, an entity of the main document, and so does each table. Elements are looked for one
+// after the other, each behind the start or the end of another; nesting is not checked.
+#include "cconv/definition/definition.h"
+
+#include "cconv/definition/document_search.h"
+#include "cconv/definition/known_sets.h"
+#include "cconv/registry/names.h"
+
+namespace {
+
+// ---- Owners ------------------------------------------------------------------------------------
+
+struct release {
+    void operator()(charset_group* group) const { termGroup(group); }
+    void operator()(basic_set* set) const { termBasic(set); }
+    void operator()(table_object* table) const { termTable(table); }
+    void operator()(object_array* tables) const { termTableArray(tables); }
+};
+using owned_group = std::unique_ptr<charset_group, release>;
+using owned_set = std::unique_ptr<basic_set, release>;
+using owned_table = std::unique_ptr<table_object, release>;
+using owned_tables = std::unique_ptr<object_array, release>;
+
+constexpr element_keys range_keys{"<range>", "<range ", "</range>"};
+constexpr element_keys extra_table_keys{"<dstable>", "<dstable ", "</dstable>"};
+constexpr element_keys base_set_keys{"<baseset>", "<baseset ", "</baseset>"};
+constexpr element_keys difference_set_keys{"<diffset>", "<diffset ", "</diffset>"};
+
+i64 characters_in(const document& in) {
+    return in.textBytes / i64{sizeof(u32)};
+}
+
+// Each reference looks for its entity in the whole main document, and each set reads a file. What a
+// definition may cost so is limited, far beyond what any charset needs: it stays linear in its
+// size.
+class work_budget {
+public:
+    explicit work_budget(const document& main)
+        : lookup_(characters_in(main)), left_((i64{1} << 28) + 64 * lookup_) {}
+    bool look_up() { return spend(lookup_); }
+    bool spend(i64 characters) {
+        left_ -= characters;
+        return left_ >= 0;
+    }
+
+private:
+    i64 lookup_, left_;
+};
+
+// The file that the entity in an extent stands for; null when there is none.
+owned_memory<char> entity_file(document& main, i32 start, i32 end) {
+    const owned_memory<char> link(xmlGetLink(&main, start, end));
+    return owned_memory<char>(link != nullptr ? xmlFindEntry(&main, link.get()) : nullptr);
+}
+
+// Skips every "range" element from there; their contents are not used.
+i32 skip_ranges(document& in, i32 from) {
+    element_finder ranges(in, range_keys);
+    while (const auto range = ranges.find(from)) {
+        from = range->end;
+    }
+    return from;
+}
+
+// ---- Base and difference sets ------------------------------------------------------------------
+
+struct set_grammar {
+    const char* set; // elements of the set's own file
+    const char* code;
+    u16 setType;
+};
+constexpr set_grammar base_grammar{"subseta", "code", PVZAN_SET_BASE};
+constexpr set_grammar difference_grammar{"subsetb", "codeb", PVZAN_SET_DIFFERENCE};
+
+// A set read from its file.
+struct read_set {
+    owned_set set;
+    owned_memory<char> table; // the entity of its table
+    i32 characters = 0;       // in the file
+};
+
+// Reads what stands behind the code element: the defined ranges and the table's name.
+bool read_set_contents(document& main, document& in, const set_grammar& grammar,
+                       const element& code, read_set& out) {
+    const bool is_base = grammar.setType == PVZAN_SET_BASE;
+    basic_set& set = *out.set;
+    i32 behind = is_base ? skip_ranges(in, code.start) : code.end;
+    if (const auto defined = find_element(in, "defined", is_base ? behind : code.start)) {
+        if (loadHex(in.text, defined->start, defined->end, set.defined) == 0) {
+            return false;
+        }
+        behind = defined->end;
+    }
+    const auto table = find_element(in, "srtable", behind);
+    if (!table) {
+        return true;
+    }
+    out.table.reset(xmlGetLink(&in, table->start, table->end));
+    return xmlGetTable(&main, &in, table->start, table->end, set.decodeTable, set.encodeTable) != 0;
+}
+
+bool read_set_file(document& main, work_budget& budget, const char* file,
+                   const set_grammar& grammar, read_set& out) {
+    owned_document in;
+    if (xmlReadFile(file, main.encoding, main.bigEndian, &in) == 0 ||
+        !budget.spend(characters_in(in))) {
+        return false;
+    }
+    out.characters = static_cast<i32>(characters_in(in));
+    const auto body = find_element(in, grammar.set, 0);
+    const auto name = body ? find_element(in, "name", body->start) : std::nullopt;
+    const auto lang = name ? find_element(in, "lang", name->end) : std::nullopt;
+    const auto code = lang ? find_element(in, grammar.code, lang->end) : std::nullopt;
+    if (!code) {
+        return false;
+    }
+    char text[text_bytes];
+    u16 byteNum = 0;
+    xmlGetBytenum(&in, code->start, code->end, &byteNum);
+    xmlGetName(&in, name->start, name->end, text);
+    out.set.reset(initBasic(text, grammar.setType, byteNum));
+    if (out.set == nullptr) {
+        return false;
+    }
+    xmlGetLang(&in, lang->start, lang->end, out.set->lang);
+    if (grammar.setType == PVZAN_SET_DIFFERENCE) {
+        xmlGetBasedon(&in, code->start, code->end, out.set->basedOn);
+    }
+    return read_set_contents(main, in, grammar, *code, out);
+}
+
+// ---- Extra encode tables -----------------------------------------------------------------------
+
+// What the sets of a document are read with, one after the other.
+struct set_reader {
+    element_finder tables;
+    key_finder width;
+    work_budget budget;
+    known_sets& known;
+    set_reader(document& main, known_sets& sets)
+        : tables(main, extra_table_keys), width(main, "bytenum="), budget(main), known(sets) {}
+};
+
+// The value width of an extra table: hexadecimal, 2 where none is given; nothing when its quotes
+// are not closed.
+std::optional<u32> extra_table_width(document& main, set_reader& reader, const element& table) {
+    constexpr u32 default_width = 2;
+    const auto key = reader.width.find(table.start);
+    if (!key || *key > table.end) {
+        return default_width;
+    }
+    const auto open = find_quote(main, *key, table.end);
+    if (!open) {
+        return default_width;
+    }
+    const auto close = find_quote(main, *open, table.end);
+    if (!close) {
+        return std::nullopt;
+    }
+    char value[text_bytes];
+    xmlGetName(&main, *open, *close - i32{sizeof(u32)}, value);
+    return xatoi(value);
+}
+
+// The "dstable" elements inside a set element. A table whose file cannot be resolved is left out;
+// null is lack of
+// memory, or far too many of them.
+owned_tables read_extra_tables(document& main, set_reader& reader, const element& set) {
+    owned_tables tables(initArray());
+    if (tables == nullptr) {
+        return nullptr;
+    }
+    i32 from = set.start;
+    for (;;) {
+        const auto found = reader.tables.find(from);
+        if (!found || found->end >= set.end) {
+            return tables;
+        }
+        from = found->end;
+        if (!reader.budget.look_up()) {
+            return nullptr;
+        }
+        const auto width = extra_table_width(main, reader, *found);
+        if (!width) {
+            continue;
+        }
+        owned_table table(initTable(*width, 0));
+        if (table == nullptr) {
+            return nullptr;
+        }
+        if (xmlGetTable(&main, nullptr, found->start, found->end, nullptr, table.get()) == 0) {
+            continue;
+        }
+        if (addArray(tables.get(), table.get()) == 0) {
+            return nullptr;
+        }
+        table.release();
+    }
+}
+
+// ---- Registration ------------------------------------------------------------------------------
+
+// Registers the set, or gives way to the one of that number, and makes it a member of the group.
+bool register_set(charset_group& group, owned_set set) {
+    const u32 setNo = set->setNo;
+    if (findBasicArray(g_ProcessObject.basics, setNo) == nullptr) {
+        if (TheAddBasic(set.get()) == 0) {
+            return false;
+        }
+        set.release();
+    }
+    return addNameArray(group.memberSets, setNo) != 0;
+}
+
+known_set known_as(const document& main, const basic_set& set, i32 characters) {
+    return {.file = nullptr,
+            .table = nullptr,
+            .encoding = main.encoding,
+            .bigEndian = main.bigEndian,
+            .setNo = set.setNo,
+            .setType = set.setType,
+            .characters = characters};
+}
+
+// What a set that is known still asks of the definition that names it: room in the budget, and its
+// table among the entities.
+bool may_take(document& main, work_budget& budget, const known_set& known) {
+    const auto finds_table = [&] {
+        return owned_memory<char>(xmlFindEntry(&main, known.table)) != nullptr;
+    };
+    return budget.spend(known.characters) && (known.table == nullptr || finds_table());
+}
+
+bool add_set(document& main, set_reader& reader, const element& reference,
+             const set_grammar& grammar, charset_group& group) {
+    if (!reader.budget.look_up()) {
+        return false;
+    }
+    owned_memory<char> file = entity_file(main, reference.start, reference.end);
+    if (file == nullptr) {
+        return false;
+    }
+    const known_set* known = reader.known.find(main, file.get(), grammar.setType);
+    read_set read;
+    if (known != nullptr ? !may_take(main, reader.budget, *known)
+                         : !read_set_file(main, reader.budget, file.get(), grammar, read)) {
+        return false;
+    }
+    owned_tables tables = read_extra_tables(main, reader, reference);
+    if (tables == nullptr || addArray(group.dsTableArrays, tables.get()) == 0) {
+        return false;
+    }
+    tables.release();
+    if (known != nullptr) {
+        return addNameArray(group.memberSets, known->setNo) != 0;
+    }
+    const known_set as = known_as(main, *read.set, read.characters);
+    if (!register_set(group, std::move(read.set))) {
+        return false;
+    }
+    reader.known.add(std::move(file), std::move(read.table), as);
+    return true;
+}
+
+// Takes base and difference sets in the order of the document; end receives where the last one
+// ended.
+bool add_sets(document& main, known_sets& known, charset_group& group, i32& end) {
+    end = 0;
+    element_finder bases(main, base_set_keys), differences(main, difference_set_keys);
+    set_reader reader(main, known);
+    for (;;) {
+        const auto base = bases.find(end);
+        const auto difference = differences.find(end);
+        if (!base && !difference) {
+            return true;
+        }
+        const bool base_first = base && (!difference || base->start < difference->start);
+        const element& reference = base_first ? *base : *difference;
+        if (!add_set(main, reader, reference, base_first ? base_grammar : difference_grammar,
+                     group)) {
+            return false;
+        }
+        end = reference.end;
+    }
+}
+
+// A quoted hexadecimal value behind a key, as in start="F040".
+std::optional<u16> quoted_hex(document& in, const char* key, i32 from) {
+    const auto behind = find_key(in, key, from);
+    const auto open = behind ? find_quote(in, *behind, in.textBytes) : std::nullopt;
+    const auto close = open ? find_quote(in, *open, in.textBytes) : std::nullopt;
+    if (!close) {
+        return std::nullopt;
+    }
+    char value[text_bytes];
+    xmlGetName(&in, *open, *close - i32{sizeof(u32)}, value);
+    return static_cast<u16>(xatoi(value));
+}
+
+// The one set of user-defined characters, which has no tables and so no array of extra ones.
+bool add_user_defined_set(document& main, known_sets& known_files, const element& reference,
+                          charset_group& group) {
+    owned_memory<char> file = entity_file(main, reference.start, reference.end);
+    if (file == nullptr) {
+        return false;
+    }
+    if (const auto* known = known_files.find(main, file.get(), PVZAN_SET_USER_DEFINED)) {
+        return addNameArray(group.memberSets, known->setNo) != 0;
+    }
+    owned_document in;
+    if (xmlReadFile(file.get(), main.encoding, main.bigEndian, &in) == 0) {
+        return false;
+    }
+    const auto name = find_element(in, "name", 0);
+    const auto code = name ? find_element(in, "codec", name->end) : std::nullopt;
+    if (!code) {
+        return false;
+    }
+    std::optional<u16> start = u16{0}, number = u16{0};
+    if (const auto range = find_element(in, "defrange", skip_ranges(in, code->start))) {
+        start = quoted_hex(in, "start=", range->start);
+        number = quoted_hex(in, "number=", range->start);
+    }
+    if (!start || !number) {
+        return false;
+    }
+    char text[text_bytes];
+    u16 byteNum = 0;
+    xmlGetName(&in, name->start, name->end, text);
+    xmlGetBytenum(&in, code->start, code->end, &byteNum);
+    owned_set set(initBasic(text, PVZAN_SET_USER_DEFINED, byteNum));
+    if (set == nullptr) {
+        return false;
+    }
+    set->eudcStart = *start;
+    set->eudcNumber = *number;
+    const known_set as = known_as(main, *set, 0);
+    if (!register_set(group, std::move(set))) {
+        return false;
+    }
+    known_files.add(std::move(file), nullptr, as);
+    return true;
+}
+
+bool is_registered(u32 groupNo) {
+    return findGroupArray(g_ProcessObject.groups, groupNo) != nullptr;
+}
+
+struct rule_names {
+    char constRule[text_bytes] = "";
+    char destRule[text_bytes] = "";
+};
+
+// The pair of rules, where the charset has the element. False when one of the two is missing.
+bool read_rules(document& main, const element& name, rule_names& rules) {
+    const auto rule = find_element(main, "rule", name.start);
+    if (!rule) {
+        return true;
+    }
+    const auto encoder = find_key(main, "construle=", rule->start);
+    const auto decoder = encoder ? find_key(main, "destrule=", *encoder) : std::nullopt;
+    if (!decoder) {
+        return false;
+    }
+    xmlGetRule(&main, *encoder, rules.constRule);
+    xmlGetRule(&main, *decoder, rules.destRule);
+    return true;
+}
+
+} // namespace
+
+bool read_definition(const char* fileName, known_sets& known) {
+    owned_document main;
+    if (xmlReadFile(fileName, encoding_utf16, 0, &main) == 0) {
+        return false;
+    }
+    const auto charset = find_element(main, "charset", 0);
+    const auto name = charset ? find_element(main, "name", charset->start) : std::nullopt;
+    if (!name) {
+        return false;
+    }
+    char text[text_bytes];
+    xmlGetName(&main, name->start, name->end, text);
+    fold_text(text);
+    // The first definition of a charset wins; later ones are not looked at further.
+    if (is_registered(group_number(text))) {
+        return true;
+    }
+    rule_names rules;
+    if (!read_rules(main, *name, rules)) {
+        return false;
+    }
+    owned_group group(initGroup(text, rules.constRule, rules.destRule));
+    i32 sets_end = 0;
+    if (group == nullptr || !add_sets(main, known, *group, sets_end)) {
+        return false;
+    }
+    const auto user_defined = find_element(main, "eudcset", sets_end);
+    if (user_defined && !add_user_defined_set(main, known, *user_defined, *group)) {
+        return false;
+    }
+    if (TheAddGroup(group.get()) == 0) {
+        return false;
+    }
+    group.release();
+    return true;
+}
+
+extern "C" {
+
+u32 xmlReadXML(const char* fileName) {
+    known_sets known;
+    return read_definition(fileName, known) ? 1 : 0;
+}
+
+u32 readDAT(document* document, i32 start, i32 end, struct document* subDocument) {
+    const owned_memory<char> file = entity_file(*document, start, end);
+    return file != nullptr
+               ? xmlReadFile(file.get(), document->encoding, document->bigEndian, subDocument)
+               : 0;
+}
+
+u32 loadHex(const u32* text, i32 start, i32 end, limit_array* limits) {
+    const u32* extent = text + start / i32{sizeof(u32)};
+    const i32 count = (end - start) / i32{sizeof(u32)};
+    u32 largest_end = 0;
+    i32 index = 0;
+    u32 low = 0;
+    while (xmlGetHex(extent, index, count, &index, &low) != 0) {
+        u32 high = low;
+        if (extent[index] == '-') {
+            if (xmlGetHex(extent, index, count, &index, &high) == 0) {
+                break; // nothing is stored for a range without an end
+            }
+            largest_end = std::max(largest_end, high); // single codes deliberately do not count
+        }
+        limit* range = initLimit(low, high);
+        if (range != nullptr && addArray(limits->ranges, range) == 0) {
+            termLimit(range);
+            return 0;
+        }
+        ++index;
+    }
+    limits->minCode = 0;
+    limits->maxCode = largest_end;
+    return 1;
+}
+
+} // extern "C"

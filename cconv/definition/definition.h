@@ -1,0 +1,19 @@
+// Turns definition files into registry objects.
+#pragma once
+
+#include "cconv/definition/document.h"
+
+extern "C" {
+// Takes one "*.xml" file of the charset directory into the registry: 1 when its charset is
+// registered afterwards, 0 on failure. Only while definitions are being loaded.
+PVZAN_API u32 xmlReadXML(const char* fileName);
+// Reads the file that the entity in an extent stands for: 1 done, 0 failed.
+PVZAN_API u32 readDAT(document* document, i32 start, i32 end, struct document* subDocument);
+// Codes and ranges of an extent (byte offsets into text): 1 done, 0 when one could not be stored.
+PVZAN_API u32 loadHex(const u32* text, i32 start, i32 end, limit_array* limits);
+}
+
+class known_sets;
+
+// xmlReadXML for one definition of several: set files that they share are read once.
+bool read_definition(const char* fileName, known_sets& known);

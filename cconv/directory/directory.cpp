@@ -1,0 +1,69 @@
+// Where the charsets are.
+#include "cconv/directory/directory.h"
+
+namespace {
+
+constexpr char default_directory[] = "./base2/";
+
+u32 store_directory(const char* path) {
+    if (m_charsetpath[0] != '\0') {
+        return 0; // set once; a second call is refused, not an update
+    }
+    copy_text(m_charsetpath, path);
+    return 1;
+}
+
+// size counts the buffer, or is 0 or 1 for one that is known to be large enough, deliberately.
+char* copy_directory(char* buffer, u32 size) {
+    const u32 length = static_cast<u32>(std::strlen(m_charsetpath));
+    if (length >= size - 2) {
+        if (buffer != nullptr) {
+            buffer[0] = '\0';
+        }
+        return nullptr;
+    }
+    if (buffer == nullptr) {
+        return nullptr;
+    }
+    std::memcpy(buffer, m_charsetpath, length + 1);
+    if (length > 0 && buffer[length - 1] != '/') {
+        buffer[length] = '/';
+        buffer[length + 1] = '\0';
+    }
+    return buffer;
+}
+
+} // namespace
+
+extern "C" {
+
+pthread_mutex_t zan_tablemutex;
+char m_charsetpath[text_bytes];
+
+u32 ZAN_setCharsetPath(const char* path) {
+    if (path == nullptr || *path == '\0') {
+        return 0;
+    }
+    const table_lock lock;
+    return store_directory(path);
+}
+
+char* ZAN_getCharsetPath(void) {
+    return m_charsetpath;
+}
+
+char* getCharsetPath(char* buffer, u32 size) {
+    if (m_charsetpath[0] == '\0') {
+        ZAN_setCharsetPath(default_directory);
+    }
+    return copy_directory(buffer, size);
+}
+
+} // extern "C"
+
+char* charset_path_locked(char* buffer, u32 size) {
+    if (m_charsetpath[0] == '\0') {
+        store_directory(default_directory);
+    }
+    return copy_directory(buffer, size);
+}

@@ -1,0 +1,135 @@
+// The output stage: the bounds-checked writer, codes in byte order, line breaks, pending marks.
+#include "cconv/engine/engine.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace {
+
+// Claims n bytes of the output with spare free bytes behind them, or leaves status 22.
+std::optional<std::span<u8>> claim(session* s, i64 n, i64 spare) {
+    if (n + spare > output_room(s)) {
+        s->status = PVZAN_OUTPUT_FULL;
+        return std::nullopt;
+    }
+    if (n == 0) {
+        return std::span<u8>();
+    }
+    const std::span<u8> bytes{s->outBuf + s->outPos, static_cast<std::size_t>(n)};
+    s->outPos += static_cast<i32>(n);
+    return bytes;
+}
+
+void store_code(std::span<u8> out, u32 code, bool big_endian) {
+    for (std::size_t i = 0; i < out.size(); ++i) {
+        const u8 byte = i < sizeof code ? static_cast<u8>(code >> 8 * i) : u8{0};
+        out[big_endian ? out.size() - 1 - i : i] = byte;
+    }
+}
+
+// Puts the output position back when what was begun could not be finished.
+u32 withdraw(session* s, i32 position) {
+    s->outPos = position;
+    return 0;
+}
+
+struct newline_form {
+    u32 first;
+    u32 second; // 0: none
+};
+
+newline_form chosen_newline(const session* s, u16 width) {
+    switch (s->target.newlineMode) {
+    case PVZAN_NEWLINE_CR: return {'\r', 0};
+    case PVZAN_NEWLINE_LF: return {'\n', 0};
+    case PVZAN_NEWLINE_LINE_SEPARATOR:
+        if (width != 1) {
+            return {0x2028, 0};
+        }
+        break;
+    case PVZAN_NEWLINE_PARAGRAPH_SEPARATOR:
+        if (width != 1) {
+            return {0x2029, 0};
+        }
+        break;
+    default: break;
+    }
+    return {'\r', '\n'};
+}
+
+} // namespace
+
+bool emit_bytes(session* s, std::span<const u8> bytes, i64 spare) {
+    const auto out = claim(s, static_cast<i64>(bytes.size()), spare);
+    if (!out) {
+        return false;
+    }
+    std::ranges::copy(bytes, out->begin());
+    return true;
+}
+
+extern "C" {
+
+u32 putCode(session* s, code_filter codeMap, put_function putFunc, u32 code, u16 width) {
+    if (codeMap != nullptr) {
+        code = codeMap(code);
+    }
+    if (putFunc != nullptr) {
+        return putFunc(s, code);
+    }
+    const auto out = claim(s, width, 0);
+    if (!out) {
+        return 0;
+    }
+    store_code(*out, code, s->target.dstBigEndian != 0);
+    ++s->outCount;
+    s->status = PVZAN_WRITTEN;
+    return 1;
+}
+
+// An extra encode table's value may be several units of the set long: 12345678 in a two-byte set is
+// written as 1234 and 5678.
+u32 putNdsCode(session* s, code_filter codeMap, put_function putFunc, u32 code, u16 width) {
+    const u32 total = s->outDone;
+    if (total < width || width == 0) {
+        return stop_with(s, PVZAN_UNKNOWN_CHARSET);
+    }
+    const i32 before = s->outPos;
+    for (u32 begin = 0; begin + width <= total; begin += width) {
+        const u32 bytes_behind = total - begin - width;
+        const u32 unit = bytes_behind < sizeof code ? code >> 8 * bytes_behind : 0;
+        const u32 unit_bits = width < sizeof code ? (1U << 8 * width) - 1 : ~0U;
+        if (putCode(s, codeMap, putFunc, unit & unit_bits, width) == 0) {
+            return withdraw(s, before);
+        }
+    }
+    return 1;
+}
+
+u32 convDstPutcode(session* s, code_filter codeMap, put_function putFunc) {
+    const u16 width = output_width(s);
+    const i32 before = s->outPos;
+    const auto put = [=](u32 code) { return putCode(s, codeMap, putFunc, code, width); };
+    const auto put_units = [=](u32 code) { return putNdsCode(s, codeMap, putFunc, code, width); };
+
+    if (s->outDone != 0) {
+        if (put_units(s->outCode) == 0 || (s->outCode2 != 0 && put_units(s->outCode2) == 0)) {
+            return withdraw(s, before);
+        }
+        return 1;
+    }
+    if (s->target.convertNewline != 0 && s->outCode == '\r') {
+        const newline_form newline = chosen_newline(s, width);
+        if (put(newline.first) == 0 || (newline.second != 0 && put(newline.second) == 0)) {
+            return withdraw(s, before);
+        }
+        return 1;
+    }
+    // Base and mark go out together or not at all: the call is repeated for both.
+    if (put(s->outCode) == 0 || (s->outCode2 != 0 && put(s->outCode2) == 0)) {
+        return withdraw(s, before);
+    }
+    return 1;
+}
+
+} // extern "C"

@@ -1,0 +1,141 @@
+// Table-driven encoding: which member set of the target carries the current character, with what
+// code.
+#include "cconv/engine/engine.h"
+#include "cconv/tables/table.h"
+
+namespace {
+
+void choose_set(session* s, const basic_set* set, u32 code) {
+    s->outCode = code;
+    s->outSetType = set->setType;
+    s->outSetNo = set->setNo;
+    s->outBytes = set->byteNum;
+}
+
+// The set that the character was decoded from keeps its code; user-defined characters go to the
+// first user-defined set.
+bool encode_by_set(session* s) {
+    for (const basic_set* set : member_sets(s->dstGroup)) {
+        if (set->setType == PVZAN_SET_USER_DEFINED) {
+            if (s->ucsCode >= user_defined_first &&
+                s->ucsCode - user_defined_first < set->eudcNumber) {
+                s->outCode = s->ucsCode - user_defined_first + set->eudcStart;
+                s->outSetType = set->setType;
+                s->outBytes = set->byteNum;
+                // outSetNo keeps its value, deliberately: no writer has a form for these sets, they
+                // are written like the set before them.
+                s->charSetNo = set->setNo;
+                return true;
+            }
+        } else if (set->setNo == s->charSetNo) {
+            choose_set(s, set, s->setCode);
+            if (set->setNo == PVZAN_SET_JIS_X_0213) {
+                s->outCode2 = 0; // the code stands for base and mark
+            }
+            return true;
+        }
+    }
+    return false;
+}
+
+// Fills in the Unicode value that a decoder left to the encoder.
+void derive_unicode(session* s) {
+    if (s->setCode == 0 || g_ProcessObject.basics == nullptr) {
+        return;
+    }
+    const basic_set* set = findBasicArray(g_ProcessObject.basics, s->charSetNo);
+    if (set == nullptr) {
+        return;
+    }
+    if (set->setNo == PVZAN_SET_JIS_X_0213 && IsJISX0213Combining(s->setCode) != 0) {
+        ConvJISX0213CombiningToUCS(s->setCode, &s->ucsCode, &s->outCode2);
+    } else {
+        s->ucsCode = map_code(set->decodeTable, s->setCode);
+    }
+}
+
+// The code that a set, or its extra encode tables, has for the character's Unicode value.
+bool set_encodes(session* s, const basic_set* set, u16 position, u32& code) {
+    if (!table_loaded(set->encodeTable)) {
+        code = s->ucsCode;
+        return true;
+    }
+    if (const std::optional<u32> value = find_value(set->encodeTable, s->ucsCode)) {
+        if (*value != 0 || s->ucsCode == 0) {
+            code = *value;
+            return true;
+        }
+    }
+    auto* extra_tables = static_cast<object_array*>(getArray(s->dstGroup->dsTableArrays, position));
+    return extra_tables != nullptr &&
+           dstDsTableArray(extra_tables, s->ucsCode, &code, &s->outDone) != 0;
+}
+
+// The first set in order that has the character wins, never the shortest code.
+bool encode_by_unicode(session* s) {
+    u16 position = 0;
+    for (const basic_set* set : member_sets(s->dstGroup)) {
+        const u16 index = position++;
+        if (set->setType == PVZAN_SET_USER_DEFINED) {
+            continue;
+        }
+        u32 code = 0;
+        if (!set_encodes(s, set, index, code)) {
+            continue;
+        }
+        choose_set(s, set, code);
+        if (set->setNo == PVZAN_SET_JIS_X_0213 && s->outCode2 != 0 &&
+            ConvJISX0213CombiningFromUCS(s->ucsCode, s->outCode2, &s->outCode) != 0) {
+            s->outCode2 = 0;
+        }
+        return true;
+    }
+    return false;
+}
+
+// Control codes that no table has are written as they are: in ASCII or JIS Roman, else in the
+// narrowest set.
+bool encode_control_code(session* s) {
+    if (IsControlCode(s->setCode) == 0) {
+        return false;
+    }
+    const basic_set* narrowest = nullptr;
+    for (const basic_set* set : member_sets(s->dstGroup)) {
+        if (set->setNo == PVZAN_SET_ISO_646_IRV || set->setNo == PVZAN_SET_JIS_X_0201_LATIN) {
+            choose_set(s, set, s->setCode);
+            return true;
+        }
+        if (narrowest == nullptr || set->byteNum < narrowest->byteNum) {
+            narrowest = set;
+        }
+    }
+    if (narrowest == nullptr) {
+        return false;
+    }
+    choose_set(s, narrowest, s->setCode);
+    return true;
+}
+
+} // namespace
+
+extern "C" u32 convDstConvert(session* s) {
+    if (s->status == PVZAN_OUTPUT_FULL) {
+        return 1; // prepared before
+    }
+    if (s->status == PVZAN_TERMINATE) {
+        return stop_with(s, PVZAN_DONE); // tables have nothing to close
+    }
+    if (encode_by_set(s)) {
+        return 1;
+    }
+    // The writer replaces this status; a rule that does not write leaves it.
+    s->status = PVZAN_UNREPRESENTABLE;
+    if (s->ucsCode == 0) {
+        derive_unicode(s);
+    }
+    const bool is_nul = s->ucsCode == 0 && s->srcCode == 0;
+    if ((s->ucsCode != 0 || is_nul) && encode_by_unicode(s)) {
+        return 1;
+    }
+    return encode_control_code(s) ? 1 : 0;
+}

@@ -1,0 +1,106 @@
+// The engine that the codec rules share: table-driven decoding and encoding, the output stage, JIS
+// X 0213 combining sequences and character references. It knows no codec.
+#pragma once
+
+#include "cconv/registry/registry.h"
+
+extern "C" {
+
+using rule_function = u32 (*)(session*);
+
+// One codec function under the name by which definitions ask for it.
+struct pvzan_rule_row {
+    char name[text_bytes];
+    rule_function function;
+};
+
+// Turns a raw code into the code to look up (0: not of this set), or a code into the code to write.
+using code_filter = u32 (*)(u32);
+// Writes one code itself: 1 written, 0 not, with the status set.
+using put_function = u32 (*)(session*, u32);
+
+// ---- decode.cpp
+// Reads one character by the tables of the source's member sets: 1 with status 11, or 0 with status
+// 0, 12, 13.
+PVZAN_API u32 convSrcConvert(session* s, code_filter codeFilter);
+// 1 for control codes other than TAB, LF and CR.
+PVZAN_API u32 IsControlCode(u32 code);
+
+// ---- encode.cpp
+// Chooses member set and code of the target for the current character: 1 ready to be written; 0
+// with status 23, or 0 at termination.
+PVZAN_API u32 convDstConvert(session* s);
+
+// ---- emit.cpp
+PVZAN_API u32 putCode(session* s, code_filter codeMap, put_function putFunc, u32 code, u16 width);
+PVZAN_API u32 putNdsCode(session* s, code_filter codeMap, put_function putFunc, u32 code,
+                         u16 width);
+// Writes what convDstConvert chose: line breaks and a pending mark included. 1 written, 0 not.
+PVZAN_API u32 convDstPutcode(session* s, code_filter codeMap, put_function putFunc);
+
+// ---- combining.cpp
+struct combining_row {
+    u32 code, base, mark;
+};
+PVZAN_API extern const combining_row JISX0213CombiningTable[26]; // the last row is zero
+PVZAN_API u32 IsJISX0213Combining(u32 code);
+PVZAN_API u32 IsJISX0213CombiningUCS(u32 base, u32 mark);
+PVZAN_API u32 ConvJISX0213CombiningToUCS(u32 code, u32* base, u32* mark);
+PVZAN_API u32 ConvJISX0213CombiningFromUCS(u32 base, u32 mark, u32* code);
+
+// ---- charref.cpp
+// Writes "&#...;" as UCS-2 units: 1 written, 0 full (status 22).
+PVZAN_API u32 ToCharRef(session* s, u32 value);
+}
+
+// The marks that may follow a base letter as one character of JIS X 0213.
+inline constexpr u16 combining_marks[] = {0x0300, 0x0301, 0x309A, 0x02E5, 0x02E9};
+bool is_combining_mark(u32 mark);
+// Whether any of them may follow the letter.
+bool may_take_mark(u32 base);
+
+// The unread input; empty when the positions make no sense. The session is the caller's, so its
+// positions are checked before they are used.
+inline std::span<const u8> input_left(const session* s) {
+    if (s->inBuf == nullptr || s->inPos < 0 || s->inPos >= s->inLen) {
+        return {};
+    }
+    return {s->inBuf + s->inPos, static_cast<std::size_t>(s->inLen - s->inPos)};
+}
+
+// The free bytes of the output; 0 when the positions make no sense.
+inline i64 output_room(const session* s) {
+    if (s->outBuf == nullptr || s->outPos < 0 || s->outPos >= s->outLen) {
+        return 0;
+    }
+    return i64{s->outLen} - s->outPos;
+}
+
+// The one place that writes into the output buffer: all of bytes, leaving at least spare bytes free
+// behind them, or nothing and status 22. Advances outPos only.
+bool emit_bytes(session* s, std::span<const u8> bytes, i64 spare = 0);
+
+// Bytes in which the chosen code is written: JIS X 0213 codes, four bytes wide in the tables for
+// their plane mark, go out as two.
+inline u16 output_width(const session* s) {
+    return s->outSetNo == PVZAN_SET_JIS_X_0213 ? u16{2} : s->outBytes;
+}
+
+// Leaves a status and returns what a rule or writer returns with it.
+inline u32 stop_with(session* s, u32 status) {
+    s->status = status;
+    return 0;
+}
+
+// Fills in a decoded character of set; ucs may be 0 for the encoder to derive. The input position
+// is the rule's affair.
+inline u32 deliver_character(session* s, const basic_set* set, u32 srcCode, u32 setCode, u32 ucs) {
+    s->charSetNo = set->setNo;
+    s->charSetType = set->setType;
+    s->srcCode = srcCode;
+    s->setCode = setCode;
+    s->ucsCode = ucs;
+    ++s->inCount;
+    s->status = PVZAN_DECODED;
+    return 1;
+}

@@ -1,0 +1,12 @@
+// One character through the two rules of a session: what the driver repeats, and what the fast path
+// asks about a single character.
+#pragma once
+
+#include "platform/base.h"
+
+// Runs the decode rule for the next character; the status tells what became of it.
+void decode_step(session* s);
+
+// Runs the encode rule until the character, or a substitute for it, is written, dropped or stopped
+// at.
+void encode_step(session* s);

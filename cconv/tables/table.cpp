@@ -1,0 +1,361 @@
+// Loading mapping tables, from their binary cache or from text, and looking codes up in them.
+#include "cconv/tables/table.h"
+
+#include "cconv/directory/directory.h"
+#include "platform/platform.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+namespace {
+
+// ---- Blocks ------------------------------------------------------------------------------------
+
+// Written without sums: blocks may end at 2^32. Most blocks fail the first comparison.
+bool holds(const table_block* block, u32 key) {
+    return key - block->firstKey < block->endKey - block->firstKey && key >= block->firstKey;
+}
+
+std::span<u8> slot(const table_block* block, u32 key) {
+    const std::size_t width = block->valueBytes;
+    return {block->data + (key - block->firstKey) * width, width};
+}
+
+// The first block in order that holds a key; blocks may overlap. Neighbouring keys mostly lie in
+// the same block: the range around the last key in which no earlier block begins or ends is
+// remembered.
+class block_finder {
+public:
+    explicit block_finder(const object_array* blocks) : blocks_(blocks) {}
+
+    table_block* find(u32 key) {
+        if (found_ != nullptr && key >= low_ && key <= high_ && holds(found_, key)) {
+            return found_;
+        }
+        low_ = 0;
+        high_ = std::numeric_limits<u32>::max();
+        for (table_block* block : items_of<table_block>(blocks_)) {
+            if (holds(block, key)) {
+                return found_ = block;
+            }
+            if (block->firstKey > key) {
+                high_ = std::min(high_, block->firstKey - 1);
+            } else {
+                low_ = std::max(low_, block->endKey);
+            }
+        }
+        return found_ = nullptr;
+    }
+
+private:
+    const object_array* blocks_;
+    table_block* found_ = nullptr;
+    u32 low_ = 0, high_ = 0;
+};
+
+// A table of so many blocks is full: more than the codes of any charset need, and little enough for
+// the memory, and for the search among them, that a hostile table may cost.
+bool has_all_blocks(const table_object* table) {
+    constexpr u32 most_values = 1 << 25, block_values = 4096;
+    const u32 words = std::max<u32>(static_cast<u16>(table->valueBytes) / sizeof(u32), 1);
+    return table->blocks->count >= std::max<u32>(most_values / block_values / words, 1);
+}
+
+table_block* add_block(table_object* table, u32 key) {
+    if (has_all_blocks(table)) {
+        return nullptr;
+    }
+    table_block* block = initBlock(key, table->valueBytes);
+    if (block != nullptr && addArray(table->blocks, block) == 0) {
+        termBlock(block);
+        return nullptr;
+    }
+    return block;
+}
+
+void widen_bounds(table_object* table, u32 key) {
+    if (table->keysSeen == 0) {
+        table->keysSeen = 1;
+        table->minKey = key;
+        table->maxKey = key;
+    } else if (key < table->minKey) {
+        table->minKey = key;
+    } else if (key > table->maxKey) {
+        table->maxKey = key;
+    }
+}
+
+bool put_value(table_object* table, block_finder& finder, u32 key, u32 value) {
+    table_block* block = finder.find(key);
+    if (block == nullptr) {
+        block = add_block(table, key);
+        if (block == nullptr) {
+            return false;
+        }
+    }
+    const std::span<u8> bytes = slot(block, key);
+    for (std::size_t i = bytes.size(); i-- > 0; value >>= 8) {
+        bytes[i] = static_cast<u8>(value);
+    }
+    widen_bounds(table, key);
+    return true;
+}
+
+// ---- Files -------------------------------------------------------------------------------------
+
+// A code and its Unicode value, as they stand in a cache file.
+struct pair {
+    u32 code;
+    u32 ucs;
+};
+static_assert(sizeof(pair) == 8);
+
+bool put_pair(table_object* table, block_finder& finder, const pair& p) {
+    return table->toUnicode == 1 ? put_value(table, finder, p.code, p.ucs)
+                                 : put_value(table, finder, p.ucs, p.code);
+}
+
+struct table_paths {
+    char text[text_bytes];
+    char cache[text_bytes];
+};
+
+// The text table lies where its definition says, a directory part included, its file name in lower
+// case; the cache beside it. Tables that share a base name share a cache, deliberately, and so do
+// those without a "." in their names, whose base names are empty. Called under the table lock.
+bool make_paths(const table_object* table, table_paths& paths) {
+    char path[text_bytes];
+    if (charset_path_locked(path, text_bytes) == nullptr || !append_text(path, table->fileName)) {
+        return false;
+    }
+    split_path parts;
+    splitPath(path, &parts);
+    fold_text(parts.baseName);
+    fold_text(parts.extension);
+    mergePath(paths.text, &parts);
+    copy_text(parts.extension, ".cmp");
+    mergePath(paths.cache, &parts);
+    return true;
+}
+
+// Size of an open file, -1 when it cannot be told; larger files than a buffer may hold count as
+// empty.
+i32 file_size(FILE* file) {
+    if (ZAN_FileSeek(file, 0, SEEK_END) != 0) {
+        return -1;
+    }
+    const i64 size = ZAN_FileTell(file);
+    if (ZAN_FileSeek(file, 0, SEEK_SET) != 0) {
+        return -1;
+    }
+    return size <= std::numeric_limits<i32>::max() ? static_cast<i32>(size) : 0;
+}
+
+// ---- Caches ------------------------------------------------------------------------------------
+
+// Fills the table from its cache. False when there is none; what is there is trusted as it is, be
+// it empty.
+bool load_cache(table_object* table, const char* path) {
+    const owned_file file = open_regular(path);
+    if (file == nullptr) {
+        return false;
+    }
+    const i32 size = file_size(file.get());
+    if (size < 0) {
+        return false;
+    }
+    const owned_memory<u8> bytes(size > 0 ? static_cast<u8*>(ZAN_malloc(size)) : nullptr);
+    if (bytes == nullptr || ZAN_FileRead(bytes.get(), 1, size, file.get()) != size) {
+        return true;
+    }
+    block_finder finder(table->blocks);
+    const std::size_t count = static_cast<std::size_t>(size) / sizeof(pair);
+    for (std::size_t i = 0; i < count; ++i) {
+        pair p;
+        std::memcpy(&p, bytes.get() + i * sizeof p, sizeof p);
+        if (!put_pair(table, finder, p)) {
+            break;
+        }
+    }
+    return true;
+}
+
+// A cache being written, under a name that no other process uses: others only ever see it whole. It
+// becomes the cache by publish(), and is removed without it.
+class cache_writer {
+public:
+    explicit cache_writer(const char* path) : path_(path) {
+        if (temporary_name(temporary_, path)) {
+            file_ = create_file(temporary_);
+        }
+    }
+    ~cache_writer() { discard(); }
+    cache_writer(const cache_writer&) = delete;
+    cache_writer& operator=(const cache_writer&) = delete;
+
+    void add(const pair& p) {
+        if (file_ != nullptr && ZAN_FileWrite(&p, 1, sizeof p, file_.get()) != sizeof p) {
+            discard();
+        }
+    }
+
+    void discard() {
+        if (file_ != nullptr) {
+            file_.reset();
+            removeFile(temporary_);
+        }
+    }
+
+    void publish() {
+        if (file_ == nullptr) {
+            return;
+        }
+        const bool flushed = flush_to_disk(file_.get());
+        const bool closed = ZAN_FileClose(file_.release()) == 0;
+        if (!flushed || !closed || !rename_file(temporary_, path_)) {
+            removeFile(temporary_);
+        }
+    }
+
+private:
+    const char* path_;
+    char temporary_[text_bytes];
+    owned_file file_;
+};
+
+// Fills the table from its text and writes the cache. A text that does not exist leaves an empty
+// cache, deliberately: it is not looked for again by every process. One that is there but cannot be
+// opened now, sized, read to its end or kept in memory leaves none: the next process may be
+// luckier.
+void load_text(table_object* table, const table_paths& paths) {
+    const owned_file file = open_regular(paths.text);
+    if (file == nullptr && errno != ENOENT) {
+        return;
+    }
+    cache_writer cache(paths.cache);
+    if (file == nullptr) {
+        cache.publish();
+        return;
+    }
+    u8 buffer[TABLE_READ_BYTES];
+    table_reader reader{};
+    reader.file = file.get();
+    reader.encoding = table->textEncoding;
+    reader.bigEndian = table->textBigEndian;
+    reader.readBuf = buffer;
+    reader.remaining = file_size(file.get());
+    block_finder finder(table->blocks);
+    pair p{};
+    while (hex32(&reader, &p.code) != 0 && hex32(&reader, &p.ucs) != 0) {
+        if (!put_pair(table, finder, p)) {
+            return; // the cache would lack what memory had no room for
+        }
+        cache.add(p);
+    }
+    if (reader.remaining >= 0 && !ran_short(file.get())) {
+        cache.publish();
+    }
+}
+
+void fill_table(table_object* table) {
+    table_paths paths;
+    if (make_paths(table, paths) && !load_cache(table, paths.cache)) {
+        load_text(table, paths);
+    }
+}
+
+// A table of one key or none counts only with a key that can be a code.
+bool is_usable(const table_object* table) {
+    constexpr u32 beyond_codes = 0x10000000;
+    return table->maxKey != table->minKey || (table->minKey > 0 && table->minKey < beyond_codes);
+}
+
+std::atomic<u32> generation{1}; // of what is loaded
+std::atomic<u32> changes{0};    // of loaded tables
+
+void mark_loaded(table_object* table, u32 loaded) {
+    std::atomic_ref<u32>(table->loaded).store(loaded, std::memory_order_release);
+    generation.fetch_add(1, std::memory_order_release);
+}
+
+} // namespace
+
+extern "C" {
+
+// A file is read once per process, deliberately: a table that could not be loaded, whatever for,
+// counts as loaded from the second attempt on, and maps what was stored by then.
+u32 loadTableFile(table_object* table) {
+    if (table_loaded(table)) {
+        return 1;
+    }
+    if (table->fileName[0] == '\0') {
+        return 0;
+    }
+    const table_lock lock;
+    if (!table_loaded(table)) {
+        if (++table->loadTries == 0) {
+            loadTablFile(table);
+        } else {
+            mark_loaded(table, 1);
+        }
+    }
+    return table_loaded(table);
+}
+
+void loadTablFile(table_object* table) {
+    fill_table(table);
+    mark_loaded(table, is_usable(table));
+}
+
+u32 putTable(table_object* table, u32 key, u32 value) {
+    block_finder finder(table->blocks);
+    const bool stored = put_value(table, finder, key, value);
+    if (table_loaded(table)) {
+        changes.fetch_add(1, std::memory_order_release);
+    }
+    return stored;
+}
+
+u32 dstDsTableArray(object_array* tables, u32 code, u32* result, u16* resultBytes) {
+    for (table_object* table : items_of<table_object>(tables)) {
+        if (loadTableFile(table) == 0) {
+            continue;
+        }
+        const u32 value = find_value(table, code).value_or(0);
+        if (value != 0) {
+            *result = value;
+            *resultBytes = static_cast<u16>(table->valueBytes);
+            return 1;
+        }
+    }
+    return 0;
+}
+
+void putEndian(u8* buffer, u32 value) {
+    for (std::size_t i = sizeof value; i-- > 0; value >>= 8) {
+        buffer[i] = static_cast<u8>(value);
+    }
+}
+
+} // extern "C"
+
+u32 table_generation() {
+    return generation.load(std::memory_order_acquire);
+}
+
+u32 table_changes() {
+    return changes.load(std::memory_order_acquire);
+}
+
+std::optional<u32> find_value(const table_object* table, u32 key) {
+    if (key < table->minKey || key > table->maxKey) {
+        return std::nullopt;
+    }
+    for (const table_block* block : items_of<table_block>(table->blocks)) {
+        if (holds(block, key)) {
+            return load_big_endian(slot(block, key));
+        }
+    }
+    return std::nullopt;
+}

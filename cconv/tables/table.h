@@ -1,0 +1,62 @@
+// Mapping tables: text files of hexadecimal pairs, their loading into blocks, their binary caches,
+// and the lookups over them.
+#pragma once
+
+#include "cconv/registry/registry.h"
+
+#include <atomic>
+#include <cstdio>
+#include <optional>
+
+extern "C" {
+
+// Size of the buffer that a table_reader points to, and the offset from which on it is refilled.
+enum { TABLE_READ_BYTES = 16384, TABLE_REFILL_OFFSET = 8192 };
+
+// Reads a text table file character by character.
+struct table_reader {
+    FILE* file;
+    u32 encoding, bigEndian; // a text_encoding (document.h) and its byte order
+    u8* readBuf;             // TABLE_READ_BYTES bytes
+    u32 started;             // 0 until the first fill
+    i32 readOffset, filled, remaining;
+};
+
+// Loads the table on its first use, under the table lock. Returns its loaded flag.
+PVZAN_API u32 loadTableFile(table_object* table);
+// Fills the table from its cache, or from its text, which then is cached.
+PVZAN_API void loadTablFile(table_object* table);
+// 1 stored, 0 out of memory.
+PVZAN_API u32 putTable(table_object* table, u32 key, u32 value);
+
+// The next number, character, bytes of a text table: 1, or 0 when there are no more.
+PVZAN_API u32 hex32(table_reader* reader, u32* value);
+PVZAN_API u32 read32(table_reader* reader, u32* character);
+PVZAN_API u32 readFIO(table_reader* reader, void* out, i32 count);
+
+// The first nonzero value that a table of the array has for a Unicode scalar, and its width in
+// bytes; loads the tables as needed. 1 found, 0 not.
+PVZAN_API u32 dstDsTableArray(object_array* tables, u32 code, u32* result, u16* resultBytes);
+PVZAN_API void putEndian(u8* buffer, u32 value);
+}
+
+// Whether a table counts as loaded. It only ever goes from 0 to 1, once the contents are complete,
+// and other threads may be loading it: hence the acquire.
+inline bool table_loaded(const table_object* table) {
+    return std::atomic_ref<u32>(const_cast<u32&>(table->loaded)).load(std::memory_order_acquire) !=
+           0;
+}
+
+// Changes whenever a table becomes loaded.
+u32 table_generation();
+// Changes whenever a loaded table is written to.
+u32 table_changes();
+
+// The stored value of a key, be it 0; nothing outside the bounds or where no block holds the key.
+std::optional<u32> find_value(const table_object* table, u32 key);
+
+// What a loaded table maps the key to, 0 for nothing; a table that is not loaded maps every key to
+// itself.
+inline u32 map_code(const table_object* table, u32 key) {
+    return table_loaded(table) ? find_value(table, key).value_or(0) : key;
+}
