@@ -13,7 +13,7 @@
  *
  * What a charset is, is read from the charset directory: definition files, "*.xml", and mapping
  * tables. Set it once per process, before the first conversion, with ZAN_setCharsetPath; without
- * that it is "./base2/".
+ * that it is "./base2/", or what the library has inside, where it was built so (PVZAN_EMBED).
  *
  * A session is about 16 KiB large: allocate it on the heap, and use it again.
  *

@@ -4,15 +4,18 @@
 #include "cconv/definition/definition.h"
 #include "cconv/definition/known_sets.h"
 #include "cconv/directory/directory.h"
+#include "cconv/directory/embedded.h"
 #include "cconv/fast/fast.h"
 #include "cconv/registry/registry.h"
 #include "platform/platform.h"
 
 #include <atomic>
+#include <string_view>
 
 namespace {
 
 constexpr char definition_pattern[] = "*.xml";
+constexpr const char* definition_suffix = definition_pattern + 1;
 
 std::atomic<u32> s_loaded;    // 1 once the charset directory has been read, with whatever success
 std::atomic<i32> s_loadCount; // definitions read successfully
@@ -57,14 +60,25 @@ i32 read_definitions() {
     if (charset_path_locked(directory, sizeof directory) == nullptr) {
         return 0;
     }
-    const file_names definitions(directory, definition_pattern);
     known_sets known;
     i32 count = 0;
-    for (const char* name : definitions.all()) {
+    const auto read = [&](const char* name) {
         copy_text(path, directory);
         if (append_text(path, name) && read_definition(path, known)) {
             ++count;
         }
+    };
+    if (is_embedded(directory)) {
+        for (const embedded_file& file : embedded_files) {
+            if (std::string_view(file.name).ends_with(definition_suffix)) {
+                read(file.name);
+            }
+        }
+        return count;
+    }
+    const file_names definitions(directory, definition_pattern);
+    for (const char* name : definitions.all()) {
+        read(name);
     }
     return count;
 }

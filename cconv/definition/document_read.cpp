@@ -2,6 +2,7 @@
 #include "cconv/definition/document.h"
 
 #include "cconv/directory/directory.h"
+#include "cconv/directory/embedded.h"
 #include "platform/platform.h"
 
 #include <algorithm>
@@ -250,7 +251,7 @@ extern "C" u32 xmlReadFile(const char* fileName, u32 defaultEncoding, u32 defaul
 
     char path[text_bytes];
     file_bytes file;
-    if (!document_path(fileName, path) || !read_regular(path, file.data, file.size)) {
+    if (!document_path(fileName, path) || !read_charset_file(path, file.data, file.size)) {
         return 0;
     }
     const encoding_choice encoding =

@@ -1,9 +1,13 @@
 // Where the charsets are.
 #include "cconv/directory/directory.h"
 
+#include "cconv/directory/embedded.h"
+
 namespace {
 
-constexpr char default_directory[] = "./base2/";
+const char* default_directory() {
+    return embedded_files.empty() ? "./base2/" : embedded_directory;
+}
 
 u32 store_directory(const char* path) {
     if (m_charsetpath[0] != '\0') {
@@ -54,7 +58,7 @@ char* ZAN_getCharsetPath(void) {
 
 char* getCharsetPath(char* buffer, u32 size) {
     if (m_charsetpath[0] == '\0') {
-        ZAN_setCharsetPath(default_directory);
+        ZAN_setCharsetPath(default_directory());
     }
     return copy_directory(buffer, size);
 }
@@ -63,7 +67,7 @@ char* getCharsetPath(char* buffer, u32 size) {
 
 char* charset_path_locked(char* buffer, u32 size) {
     if (m_charsetpath[0] == '\0') {
-        store_directory(default_directory);
+        store_directory(default_directory());
     }
     return copy_directory(buffer, size);
 }

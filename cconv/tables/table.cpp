@@ -2,6 +2,7 @@
 #include "cconv/tables/table.h"
 
 #include "cconv/directory/directory.h"
+#include "cconv/directory/embedded.h"
 #include "platform/platform.h"
 
 #include <algorithm>
@@ -258,9 +259,22 @@ void load_text(table_object* table, const table_paths& paths) {
     }
 }
 
+void load_embedded(table_object* table, const char* path) {
+    const embedded_file* file = find_embedded(path);
+    packed_pairs pairs(file != nullptr ? file->bytes : std::span<const u8>{});
+    block_finder finder(table->blocks);
+    for (pair p{}; pairs.next(p.code, p.ucs) && put_pair(table, finder, p);) {
+    }
+}
+
 void fill_table(table_object* table) {
     table_paths paths;
-    if (make_paths(table, paths) && !load_cache(table, paths.cache)) {
+    if (!make_paths(table, paths)) {
+        return;
+    }
+    if (is_embedded(paths.cache)) {
+        load_embedded(table, paths.cache);
+    } else if (!load_cache(table, paths.cache)) {
         load_text(table, paths);
     }
 }

@@ -1,5 +1,5 @@
 // build_charsets SOURCE OUTPUT [OVERLAY]: turns the readable sources of the charset directory into
-// the form that the library reads.
+// the form that the library reads; or into a source of it, where OUTPUT ends in ".cpp".
 
 #include "charsets/builder/output.h"
 
@@ -14,7 +14,9 @@ int main(int count, char** arguments) {
     try {
         const charsets::directory built =
             charsets::read_directory(arguments[1], count == 4 ? arguments[3] : "");
-        charsets::write_directory(built, arguments[2]);
+        const std::filesystem::path output = arguments[2];
+        (output.extension() == ".cpp" ? charsets::write_embedded
+                                      : charsets::write_directory)(built, output);
         return 0;
     } catch (const std::exception& fault) {
         std::fprintf(stderr, "%s\n", fault.what());

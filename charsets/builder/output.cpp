@@ -47,10 +47,14 @@ void write_file(const fs::path& path, std::string_view bytes) {
     }
 }
 
-void write_document(const markup& document, const fs::path& path) {
+std::string document_bytes(const markup& document) {
     std::string text = document.source.text;
     text.replace(0, source_declaration.size(), built_declaration);
-    write_file(path, to_utf16(text));
+    return to_utf16(text);
+}
+
+void write_document(const markup& document, const fs::path& path) {
+    write_file(path, document_bytes(document));
 }
 
 // The cache holds the pairs in the order of the text, in this machine's byte order: what the
@@ -69,6 +73,40 @@ void write_table(const table& source, const fs::path& path) {
     }
     write_file(path, to_utf16(text));
     write_file(fs::path(path).replace_extension(".cmp"), cache);
+}
+
+void append_number(std::string& out, u32 value) {
+    for (; value >= 0x80; value >>= 7) {
+        out += static_cast<char>(value | 0x80);
+    }
+    out += static_cast<char>(value);
+}
+
+void append_distance(std::string& out, u32 from, u32 to) {
+    const u32 distance = to - from;
+    append_number(out, distance < 0x80000000U ? 2 * distance : 2 * ~distance + 1);
+}
+
+// As packed_pairs in cconv/directory/embedded.h unpacks it, in the order of the cache.
+std::string packed(const table& source) {
+    std::string out;
+    u32 code = 0, scalar = 0;
+    for (const auto* pairs : {&source.decode_only, &source.two_way}) {
+        for (auto run = pairs->begin(); run != pairs->end();) {
+            auto end = run + 1;
+            while (end != pairs->end() && end->code == end[-1].code + 1) {
+                ++end;
+            }
+            append_number(out, static_cast<u32>(end - run));
+            append_distance(out, code, run->code);
+            code = end[-1].code + 1;
+            for (; run != end; ++run) {
+                append_distance(out, scalar, run->scalar);
+                scalar = run->scalar + 1;
+            }
+        }
+    }
+    return out;
 }
 
 bool is_definition(const fs::path& path) {
@@ -158,6 +196,34 @@ void write_directory(const directory& built, const fs::path& output) {
     }
     fs::rename(next, place);
     remove_directory(previous);
+}
+
+void write_embedded(const directory& built, const fs::path& output) {
+    std::map<std::string, std::string> files;
+    for (const auto& [file, found] : built.charsets) {
+        files[file] = document_bytes(found.document);
+    }
+    for (const auto& [file, found] : built.sets) {
+        files[file] = document_bytes(found.document);
+    }
+    for (const auto& [file, found] : built.tables) {
+        files[fs::path(file).replace_extension(".cmp").string()] = packed(found);
+    }
+    std::string text = "#include \"cconv/directory/embedded.h\"\n\nnamespace {\n\n", list;
+    for (const auto& [file, bytes] : files) {
+        const std::string array =
+            "file_" + std::to_string(std::distance(files.begin(), files.find(file)));
+        text += "constexpr u8 " + array + "[] = {";
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            text +=
+                std::to_string(static_cast<unsigned char>(bytes[i])) + (i % 32 == 31 ? ",\n" : ",");
+        }
+        text += "};\n";
+        list += "    {\"" + file + "\", " + array + "},\n";
+    }
+    text += "constexpr embedded_file files[] = {\n" + list + "};\n\n} // namespace\n\n" +
+            "extern const std::span<const embedded_file> embedded_files = files;\n";
+    write_file(output, text);
 }
 
 } // namespace charsets

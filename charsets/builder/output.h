@@ -10,4 +10,7 @@ namespace charsets {
 // no room, leaves the directory as it was, or none.
 void write_directory(const directory& built, const std::filesystem::path& output);
 
+// Writes the same as a C++ source, to be linked into a library that then needs no directory.
+void write_embedded(const directory& built, const std::filesystem::path& output);
+
 } // namespace charsets
