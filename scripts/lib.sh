@@ -15,6 +15,8 @@ test_packages=(pkgconf abigail-tools zsh fish groff-base manpages-ja manpages-de
 # What a few tests are skipped without: large, and a server that starts when it is installed.
 # shellcheck disable=SC2034 # for scripts/test
 large_packages=(clang-14 postgresql-15)
+# What the preset arm64 needs besides: a compiler, GoogleTest's sources, and what runs the tests.
+arm64_packages=(g++-aarch64-linux-gnu googletest qemu-user)
 
 say() { echo "$*" >&2; }
 
@@ -51,7 +53,9 @@ install_packages() {
 # build_preset NAME DIRECTORY [TARGET...]: configure where that was not done yet, then build the
 # targets, all without one.
 build_preset() {
-    install_packages "${build_packages[@]}" || return
+    local packages=("${build_packages[@]}")
+    if [ "$1" = arm64 ]; then packages+=("${arm64_packages[@]}"); fi
+    install_packages "${packages[@]}" || return
     cd "$root" || return
     if [ ! -e "$2/build.ninja" ]; then
         say "configuring $2/"
