@@ -78,6 +78,21 @@ public:
         }
     }
 
+    // Converts in calls of as many more bytes, and into as much room, as the two functions say.
+    template <typename Piece, typename Room>
+    void pieces(bytes text, Piece piece, Room room, bool in_place = false) {
+        constexpr int most_calls = 4000;
+        int calls = 0;
+        std::size_t position = 0;
+        for (std::size_t end = 0; end < text.size() && ++calls < most_calls;) {
+            end = std::min(text.size(), std::max(position, end + piece()));
+            while (position <= end && ++calls < most_calls &&
+                   step(text.first(end), position, room(), in_place)) {
+            }
+            position = std::min(position, text.size());
+        }
+    }
+
     [[nodiscard]] const pvzan_session& session() const { return *fast_; }
     // Characters converted, and how many of them by the fast path.
     [[nodiscard]] std::uint64_t characters() const { return characters_; }

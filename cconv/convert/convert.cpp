@@ -84,8 +84,9 @@ constexpr bool is_resume_point(u32 status) {
 }
 
 // Decodes and encodes in turn until the input is used up or something stops it; the status tells.
-void drive(session* s) {
-    fast::path fast;
+// Where the call before ended at a fault there is likely to be another.
+void drive(session* s, bool behind_fault) {
+    fast::path fast(behind_fault);
     for (;;) {
         if (s->status == PVZAN_INPUT_INCOMPLETE || s->status == PVZAN_WRITTEN) {
             if (s->status == PVZAN_WRITTEN) {
@@ -161,10 +162,12 @@ u32 cconvConvert(session* s) {
     if (s->srcRule == nullptr || s->dstRule == nullptr) {
         return s->status = PVZAN_UNKNOWN_CHARSET;
     }
+    const bool behind_fault =
+        s->status == PVZAN_INVALID_INPUT || s->status == PVZAN_UNREPRESENTABLE;
     if (!is_resume_point(s->status)) {
         s->status = PVZAN_WRITTEN;
     }
-    drive(s);
+    drive(s, behind_fault);
     return s->status;
 }
 

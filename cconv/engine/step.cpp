@@ -3,15 +3,14 @@
 
 #include "cconv/engine/engine.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace {
 
-void load_substitute(session* s) {
-    const substitute& subst = s->setCode <= 0xFF ? s->subst1 : s->subst2;
-    s->outSetNo = subst.setNo;
-    s->outSetType = subst.setType;
-    s->outCode = subst.code;
-    s->outBytes = subst.bytes;
-    s->outDone = 0;
+template <std::size_t Count>
+bool is_one_of(const u16 (&codes)[Count], u32 code) {
+    return std::ranges::find(codes, code) != std::end(codes);
 }
 
 // Folds every kind of line break to CR, which the output stage writes as asked. False: the LF of a
@@ -20,7 +19,7 @@ bool normalise_newline(session* s) {
     if (s->srcCode == '\n' && s->prevSrcCode == '\r') {
         return false;
     }
-    if (s->srcCode == '\n' || s->srcCode == '\r' || s->ucsCode == 0x2028 || s->ucsCode == 0x2029) {
+    if (is_one_of(control_breaks, s->srcCode) || is_one_of(line_separators, s->ucsCode)) {
         s->ucsCode = '\r';
         s->setCode = '\r';
     }
@@ -71,10 +70,17 @@ void encode_step(session* s) {
         return;
     }
     s->dstRule->function(s);
-    if (s->status != PVZAN_UNREPRESENTABLE || s->target.useSubstitute == 0) {
-        return;
+    if (s->status == PVZAN_UNREPRESENTABLE && s->target.useSubstitute != 0) {
+        write_substitute(s, s->setCode <= 0xFF ? s->subst1 : s->subst2);
     }
-    load_substitute(s);
+}
+
+void write_substitute(session* s, const substitute& subst) {
+    s->outSetNo = subst.setNo;
+    s->outSetType = subst.setType;
+    s->outCode = subst.code;
+    s->outBytes = subst.bytes;
+    s->outDone = 0;
     s->status = PVZAN_OUTPUT_FULL; // "write what is prepared"
     s->dstRule->function(s);
     if (s->status == PVZAN_UNREPRESENTABLE) {

@@ -10,3 +10,8 @@ void decode_step(session* s);
 // Runs the encode rule until the character, or a substitute for it, is written, dropped or stopped
 // at.
 void encode_step(session* s);
+// What encode_step does where the target lacks the character and has a substitute for it.
+void write_substitute(session* s, const substitute& subst);
+
+// What is normalised as a line break: control codes as they were read, separators by their meaning.
+inline constexpr u16 control_breaks[] = {'\r', '\n'}, line_separators[] = {0x2028, 0x2029};

@@ -13,17 +13,6 @@ namespace fast {
 
 namespace {
 
-class pair_guard {
-public:
-    explicit pair_guard(pair& p) : p_(p) { pthread_mutex_lock(&p_.lock); }
-    ~pair_guard() { pthread_mutex_unlock(&p_.lock); }
-    pair_guard(const pair_guard&) = delete;
-    pair_guard& operator=(const pair_guard&) = delete;
-
-private:
-    pair& p_;
-};
-
 constexpr u32 nobody = ~0U; // what no rule fills in
 constexpr std::size_t output_bytes = 32;
 
@@ -64,31 +53,17 @@ verdict decode(session& s, std::span<const u8> k, u32 source_set) {
     return one ? verdict::plain : verdict::by_rules;
 }
 
-// Runs E on what D read: whether it wrote whole codes, and filled in every field.
-bool encode(session& s) {
-    encode_step(&s);
+// Whether E wrote whole codes, and filled in every field.
+bool wrote(const session& s) {
     return s.status == PVZAN_WRITTEN && s.outPos > 0 && s.outCount > 0 && s.outSetNo != nobody &&
            s.outSetType != static_cast<u16>(nobody) && s.dstShiftPlane == 0;
 }
 
-// The place of what the target designates, found or added; 0 when there are too many.
-u8 slot_of(pair& p, u32 setNo, std::span<const u8> sequence) {
-    const u32 count = p.slot_count.load(std::memory_order_relaxed);
-    for (u32 i = 1; i <= count; ++i) {
-        const slot_designation& d = p.slots[i];
-        if (d.setNo == setNo && std::ranges::equal(std::span(d.bytes).first(d.length), sequence)) {
-            return static_cast<u8>(i);
-        }
-    }
-    if (count + 1 == most_slots || sequence.size() > sizeof p.slots[0].bytes) {
-        return 0;
-    }
-    slot_designation& added = p.slots[count + 1];
-    added.setNo = setNo;
-    added.length = static_cast<u8>(sequence.size());
-    std::ranges::copy(sequence, added.bytes);
-    p.slot_count.store(count + 1, std::memory_order_release);
-    return static_cast<u8>(count + 1);
+// Whether E left everything to a substitute, which then is all that is written.
+bool left_to_substitute(const session& s, const plan& how) {
+    const bool line_break = how.normalises && s.setCode == '\r';
+    return s.outPos == 0 && s.outCount == 0 && s.outCode2 == 0 && !line_break &&
+           !how.target->designates;
 }
 
 // With a rule that designates sets: k once more where its set is designated already. What the first
@@ -96,22 +71,31 @@ u8 slot_of(pair& p, u32 setNo, std::span<const u8> sequence) {
 bool separate_designation(pair& p, std::span<const u8> k, u32 source_set, std::span<u8>& written,
                           std::span<u8> once_more, answer& a) {
     session& s = p.neutral;
-    const u32 designated = s.dstShiftSet;
-    if (designated != s.outSetNo) {
+    const u32 designated = s.dstShiftSet, slot = designated - first_slot_set;
+    if (designated != s.outSetNo || slot == 0 || slot >= slot_count) {
         return false;
     }
     reset(s, k, once_more, source_set, designated);
-    if (decode(s, k, source_set) != verdict::plain || !encode(s) || s.dstShiftSet != designated) {
+    if (decode(s, k, source_set) != verdict::plain) {
         return false;
     }
+    encode_step(&s);
     const auto length = static_cast<std::size_t>(s.outPos);
-    if (length >= written.size() ||
+    if (!wrote(s) || s.dstShiftSet != designated || length >= written.size() ||
         !std::ranges::equal(written.last(length), once_more.first(length))) {
         return false;
     }
-    a.slot = slot_of(p, designated, written.first(written.size() - length));
+    const std::span<const u8> escape = written.first(written.size() - length);
     written = written.last(length);
-    return a.slot != 0;
+    u32 sequence = 0;
+    if (escape.size() < 3 || escape.size() > sizeof sequence) {
+        return false;
+    }
+    std::memcpy(&sequence, escape.data(), escape.size());
+    a.slot = static_cast<u8>(slot);
+    u32 none = 0;
+    return p.escapes[slot].compare_exchange_strong(none, sequence, std::memory_order_relaxed) ||
+           none == sequence;
 }
 
 void note_session(answer& a, const session& s) {
@@ -129,6 +113,17 @@ void note_session(answer& a, const session& s) {
     a.outCode2 = s.outCode2;
 }
 
+bool note_bytes(answer& a, std::span<const u8> written) {
+    if (written.size() > answer::most_bytes) {
+        return false;
+    }
+    for (std::size_t i = written.size(); i-- > 0;) {
+        a.bytes = a.bytes << 8 | written[i];
+    }
+    a.length = static_cast<u8>(written.size());
+    return true;
+}
+
 verdict ask(pair& p, std::span<const u8> k, u32 source_set, answer& a) {
     session& s = p.neutral;
     std::array<u8, output_bytes> out, again;
@@ -140,22 +135,26 @@ verdict ask(pair& p, std::span<const u8> k, u32 source_set, answer& a) {
     a = {};
     a.read_setCode = s.setCode;
     a.read_ucsCode = s.ucsCode;
-    const bool joins = p.plan.source->joins_marks;
-    if ((joins && is_combining_mark(s.srcCode)) || !encode(s)) {
+    a.takes_mark = p.plan.source->joins_marks && may_take_mark(s.srcCode);
+    if (p.plan.source->joins_marks && is_combining_mark(s.srcCode)) {
+        return verdict::by_rules;
+    }
+    encode_step(&s);
+    if (s.status == PVZAN_UNREPRESENTABLE && !a.takes_mark && left_to_substitute(s, p.plan)) {
+        a.lacks = true;
+        note_session(a, s);
+        return verdict::plain;
+    }
+    if (!wrote(s)) {
         return verdict::by_rules;
     }
     std::span<u8> written = std::span(out).first(static_cast<std::size_t>(s.outPos));
     const bool whole = p.plan.target->designates
                            ? separate_designation(p, k, source_set, written, again, a)
                            : s.dstShiftSet == 0;
-    if (!whole || written.size() > answer::most_bytes) {
+    if (!whole || !note_bytes(a, written)) {
         return verdict::by_rules;
     }
-    for (std::size_t i = written.size(); i-- > 0;) {
-        a.bytes = a.bytes << 8 | written[i];
-    }
-    a.length = static_cast<u8>(written.size());
-    a.takes_mark = joins && may_take_mark(s.srcCode);
     a.is_cr = p.plan.normalises && s.srcCode == '\r';
     a.is_lf = p.plan.normalises && s.srcCode == '\n';
     note_session(a, s);
@@ -188,48 +187,13 @@ u32 keep(pair& p, const answer& a) {
     return number;
 }
 
-// The form of runs that an ASCII character goes with.
-bool matches_form(const pair& p, ascii_form form, u32 c, const answer& a) {
-    const ascii_unit source = p.plan.source_unit;
-    const ascii_unit target = p.ascii_target;
-    const u32 wanted = form == ascii_form::widen ? target.bytes : 1;
-    const bool units = form == ascii_form::narrow ? source.bytes > 1 : source.bytes == 1;
-    const u64 place = form == ascii_form::widen && target.big_endian ? target.bytes - 1 : 0;
-    return units && a.length == wanted && a.bytes == u64{c} << 8 * place;
-}
-
-ascii_form form_of(pair& p, u32 c, const answer& a) {
-    for (const ascii_form form : {ascii_form::same, ascii_form::narrow}) {
-        if (matches_form(p, form, c, a)) {
-            return form;
-        }
-    }
-    for (const u32 bytes : {2U, 4U}) {
-        for (const bool big : {true, false}) {
-            p.ascii_target = {bytes, big};
-            if (matches_form(p, ascii_form::widen, c, a)) {
-                return ascii_form::widen;
-            }
-        }
-    }
-    return ascii_form::unknown;
-}
-
-// Lets runs of ASCII hold a character that is written as they are. NUL does not tell what that is.
+// Lets runs of ASCII hold a character that is written as it is, in the target's units.
 void note_ascii(pair& p, u32 c, const answer& a) {
-    if (c == 0 || a.codes != 1 || a.is_cr || a.is_lf) {
-        return;
-    }
-    ascii_form form = p.ascii.load(std::memory_order_relaxed);
-    if (form == ascii_form::unknown) {
-        form = form_of(p, c, a);
-        if (form == ascii_form::unknown) {
-            return;
-        }
-        p.ascii_slot = a.slot;
-        p.ascii.store(form, std::memory_order_release);
-    }
-    if (matches_form(p, form, c, a) && a.slot == p.ascii_slot) {
+    const ascii_unit target = p.plan.target_unit;
+    const u64 place = target.big_endian ? target.bytes - 1 : 0;
+    const u32 slot = p.plan.target->designates ? ascii_slot : 0;
+    if (a.codes == 1 && !a.is_cr && !a.is_lf && a.length == target.bytes &&
+        a.bytes == u64{c} << 8 * place && a.slot == slot) {
         p.plain_ascii.add(static_cast<u8>(c));
     }
 }
@@ -239,10 +203,6 @@ void note_lead(pair& p, u8 lead, std::size_t length) {
         p.leads.add(lead);
     }
     p.lead_length[lead].store(static_cast<u8>(length), std::memory_order_relaxed);
-}
-
-void refuse(pair& p, u32 key) {
-    p.entries[key].store(entry::by_rules, std::memory_order_relaxed);
 }
 
 // Whether there was room for it.
@@ -258,121 +218,89 @@ bool store(pair& p, u32 key, const answer& a) {
     return true;
 }
 
-// ---- Keys --------------------------------------------------------------------------------------
-
-u32 key_at(const pair& p, const u8* in, std::size_t length, u32 set) {
-    const u32 n = static_cast<u32>(length);
-    switch (p.plan.reader) {
-    case reader::lead_bytes: return lead_byte_key(in, n);
-    case reader::utf8: return utf8_key(in, n);
-    case reader::unit_big: return load_big_endian({in, 2});
-    case reader::unit_little: return load_little_endian({in, 2});
-    case reader::quad_big: return load_big_endian({in, 4}) % key_count;
-    case reader::quad_little: return load_little_endian({in, 4}) % key_count;
-    case reader::iso2022: break;
+// Keeps what the rules made of a character; whether it may be run over.
+bool note(pair& p, const u8* in, u32 length, u32 key, verdict v, const answer& a) {
+    if (p.plan.reader == reader::lead_bytes) {
+        note_lead(p, *in, key != no_key ? length : 1);
     }
-    return iso2022_base(set) | (length == 2 ? iso2022_offset(in) : in[0]);
+    if (v != verdict::plain || key == no_key) {
+        // Without a place: what begins with its first byte is theirs.
+        p.entries[key != no_key ? key : *in].store(entry::by_rules, std::memory_order_relaxed);
+        return false;
+    }
+    if (!store(p, key, a)) {
+        return false;
+    }
+    const u32 ascii = p.plan.reader == reader::iso2022 ? iso2022_base(PVZAN_SET_ISO_646_IRV) : 0;
+    if (key - ascii < 0x80) {
+        note_ascii(p, key - ascii, a);
+    }
+    return true;
 }
 
-bool is_ascii_key(const pair& p, u32 key, u32 set) {
-    return p.plan.reader == reader::iso2022
-               ? set == PVZAN_SET_ISO_646_IRV && key < iso2022_base(set) + 0x80
-               : key < 0x80;
-}
-
-// The lengths that the character at in may have; the first of them that is not cut it has.
-struct lengths {
-    std::size_t least, most;
-};
-lengths lengths_at(const pair& p, const u8* in, std::size_t left, u32 set) {
-    const auto exactly = [](std::size_t n) { return lengths{n, n}; };
-    switch (p.plan.reader) {
-    case reader::lead_bytes: {
-        const u8 known = p.lead_length[*in].load(std::memory_order_relaxed);
-        const std::size_t most =
-            *in == p.plan.source->single_shift && *in != no_single_shift ? 3 : 2;
-        return known != 0 ? exactly(known) : lengths{1, most};
-    }
-    case reader::utf8: return exactly(utf8_reader::length(in, left));
-    case reader::unit_big:
-    case reader::unit_little: return exactly(2);
-    case reader::quad_big:
-    case reader::quad_little: return exactly(4);
-    case reader::iso2022: break;
-    }
-    return exactly(is_double_byte_set(set) && !is_ascii_in_double_byte_text(*in) ? 2 : 1);
-}
-
-// What the entry of a character is to say that the rules do not let run over.
-void note_refusal(pair& p, const u8* in, std::size_t length, u32 key) {
-    if (p.plan.reader != reader::lead_bytes) {
-        refuse(p, key);
-    } else if (length == 1 || (length == 2 && *in < 0x80)) {
-        // Below 80 two bytes would lie where others do.
-        refuse(p, *in);
-        note_lead(p, *in, 1);
-    } else {
-        note_lead(p, *in, length);
-        refuse(p, key);
-    }
-}
-
-} // namespace
-
-bool learn(pair& p, const u8* in, std::size_t left, u32 set) {
-    const pair_guard guard(p);
-    const lengths possible = lengths_at(p, in, left, set);
-    for (std::size_t length = possible.least; length <= possible.most; ++length) {
-        const bool by_lead = p.plan.reader == reader::lead_bytes;
-        const bool no_place =
-            by_lead && ((length == 2 && *in < 0x80) ||
-                        (length == 3 && length <= left && lead_byte_key(in, 3) == 0));
-        if (length == 0 || length > left || (no_place && length == 3)) {
-            return false;
-        }
-        const u32 key = key_at(p, in, length, set);
-        if (possible.least == possible.most && p.entry_of(key).asked()) {
-            return p.entry_of(key).packed != entry::by_rules; // by another thread
-        }
+// Asks about a character that begins with a byte nobody asked about: the first length that is not
+// cut it has.
+bool learn_lead(pair& p, const u8* in, std::size_t left) {
+    const bool shifts = *in == p.plan.source->single_shift && *in != no_single_shift;
+    const u32 most = shifts ? 3 : 2;
+    for (u32 length = 1; length <= std::min<std::size_t>(most, left); ++length) {
         answer a;
-        const verdict v = ask(p, {in, length}, set, a);
+        const verdict v = ask(p, {in, length}, 0, a);
         if (!is_current(p)) {
             return false; // it rests on tables that others do not
         }
-        if (v == verdict::cut && length < possible.most) {
+        if (v == verdict::cut && length < most) {
             continue;
         }
-        if (v != verdict::plain || no_place) {
-            note_refusal(p, in, length, key);
-            return false;
-        }
-        if (!store(p, key, a)) {
-            return false;
-        }
-        if (by_lead) {
-            note_lead(p, *in, length);
-        }
-        if (length == p.plan.source_unit.bytes && is_ascii_key(p, key, set)) {
-            note_ascii(p, key % 0x80, a);
-        }
-        return true;
+        const bool placed = length != 2 || *in >= 0x80;
+        const u32 key = placed ? lead_byte_key(in, length) : no_key;
+        return (length < 3 || key != 0) && note(p, in, length, key, v, a);
     }
     return false;
 }
 
-const answer* find_answer(pair& p, u32 k, std::span<const u8> bytes, answer& room) {
+} // namespace
+
+bool learn(pair& p, const run& r) {
+    const lock_guard guard(p.lock);
+    const auto left = static_cast<std::size_t>(r.in_end - r.next);
+    if (r.next_key == no_key) {
+        return p.lead_length[*r.next].load(std::memory_order_relaxed) == 0
+                   ? learn_lead(p, r.next, left)
+                   : false;
+    }
+    if (p.entry_of(r.next_key).asked()) {
+        return p.entry_of(r.next_key).packed != entry::by_rules; // by another thread
+    }
+    answer a;
+    const verdict v = ask(p, {r.next, r.next_length}, r.next_set, a);
+    return is_current(p) && note(p, r.next, r.next_length, r.next_key, v, a);
+}
+
+const answer* find_answer(pair& p, u32 k, std::span<const u8> bytes) {
     if (const answer* seen = p.answer_of(k)) {
         return seen;
     }
-    const pair_guard guard(p);
-    if (const answer* seen = p.answer_of(k)) {
-        return seen;
+    const lock_guard guard(p.lock);
+    answer a;
+    if (p.answer_of(k) == nullptr && !bytes.empty() && ask(p, bytes, 0, a) == verdict::plain &&
+        is_current(p)) {
+        store(p, k, a);
     }
-    if (bytes.empty() || ask(p, bytes, 0, room) != verdict::plain || !is_current(p)) {
-        return nullptr;
-    }
-    store(p, k, room);
-    return &room;
+    return p.answer_of(k);
+}
+
+bool ask_substitute(pair& p, const substitute& wanted, answer& a) {
+    const lock_guard guard(p.lock);
+    session& s = p.neutral;
+    std::array<u8, output_bytes> out;
+    reset(s, {}, out, 0, 0);
+    s.setCode = s.ucsCode = s.outCode2 = 0;
+    write_substitute(&s, wanted);
+    a = {};
+    note_session(a, s);
+    return wrote(s) && s.dstShiftSet == 0 &&
+           note_bytes(a, std::span(out).first(static_cast<std::size_t>(s.outPos)));
 }
 
 } // namespace fast

@@ -18,42 +18,45 @@ bool overlap(const session* s) {
 }
 
 run run_of(const session* s, const pair& p) {
-    const std::span<const u8> input = input_left(s);
+    const u8* const in = s->inBuf + s->inPos;
     u8* const out = s->outBuf + s->outPos;
-    const i64 room = std::max<i64>(output_room(s) - p.plan.target->spare, 0);
-    return {
-        .in = input.data(),
-        .in_end = input.data() + input.size(),
-        .out = out,
-        .out_end = out + room,
-        .in_set = s->srcShiftSet,
-        .out_set = s->dstShiftSet,
-        .characters = 0,
-        .codes = 0,
-        .last = no_key,
-        .before_last = no_key,
-        .why = stop::end,
-        .next = input.data(),
-        .next_set = s->srcShiftSet,
-    };
+    const i32 room = std::max(s->outLen - s->outPos - p.plan.target->spare, 0);
+    run r{};
+    r.in = in;
+    r.in_end = s->inBuf + s->inLen;
+    r.out = out;
+    r.out_end = out + room;
+    r.in_set = s->srcShiftSet;
+    r.out_set = s->dstShiftSet;
+    r.last = r.before_last = r.next_key = no_key;
+    return r;
 }
 
 } // namespace
 
 path::~path() {
-    if (pair_ != nullptr) {
-        release_pair(pair_);
+    if (held_.p != nullptr) {
+        release_pair(held_);
     }
 }
 
 bool path::take_pair(const session* s) {
     // Bytes that are written may be read again only by rules that do both one by one.
-    bool for_now = false;
-    pair_ = by_hand.off || overlap(s) ? nullptr : hold_pair(s, for_now);
-    if (pair_ == nullptr && !for_now) {
-        wait_ = for_ever;
+    if (held_.p == nullptr && !by_hand.off && !overlap(s)) {
+        held_ = hold_pair(s);
     }
-    return pair_ != nullptr;
+    return held_.p != nullptr;
+}
+
+// Whether a run may go on with the character that it ended at.
+bool path::find_out(const session* s, const fast::run& r) {
+    pair& p = *held_.p;
+    if (r.why == stop::lacking && s->target.useSubstitute != 0 && !has_substitutes_) {
+        has_substitutes_ = ask_substitute(p, s->subst1, substitutes_[0]) &&
+                           ask_substitute(p, s->subst2, substitutes_[1]);
+        return has_substitutes_;
+    }
+    return r.why == stop::unknown && learn(p, r);
 }
 
 // A text full of characters that are the rules' is left to them for longer and longer.
@@ -68,29 +71,29 @@ void path::be_patient(u32 characters) {
 }
 
 void path::try_run(session* s) {
-    if (output_room(s) == 0 || input_left(s).empty() || (pair_ == nullptr && !take_pair(s))) {
+    if (held_.p != nullptr && !is_current(*held_.p)) {
+        release_pair(held_);
+        held_.p = nullptr;
+    }
+    if (output_room(s) == 0 || input_left(s).empty()) {
         return;
     }
     u32 characters = 0;
     // A line feed behind a carriage return would belong to it.
-    for (bool more = true; more && !(pair_->plan.normalises && s->srcCode == '\r');) {
-        fast::run r = run_of(s, *pair_);
-        run_over(*pair_, r);
-        if (!finish(*pair_, r, s)) {
-            wait_ = for_ever;
-            return;
+    for (bool more = take_pair(s); more && !(held_.p->plan.normalises && s->srcCode == '\r');) {
+        pair& p = *held_.p;
+        fast::run r = run_of(s, p);
+        r.substitutes = has_substitutes_ ? substitutes_ : nullptr;
+        run_over(p, r);
+        if (!finish(p, r, s)) {
+            break;
         }
         characters += r.characters;
-        more = r.why == stop::unknown &&
-               learn(*pair_, r.next, static_cast<std::size_t>(r.in_end - r.next), r.next_set);
+        more = r.why != stop::end && r.why != stop::by_rules && find_out(s, r);
     }
     be_patient(characters);
     if (by_hand.counting) {
         by_hand.characters += characters;
-    }
-    if (pair_->stale.load(std::memory_order_relaxed)) {
-        release_pair(pair_);
-        pair_ = nullptr;
     }
 }
 

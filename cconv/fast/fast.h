@@ -7,16 +7,15 @@
 // what the rules alone would have left. pair.h says why.
 #pragma once
 
-#include "platform/base.h"
+#include "cconv/fast/pair.h"
 
 namespace fast {
-
-struct pair;
 
 // The fast path of one call.
 class path {
 public:
-    path() = default;
+    // Whether to begin with a character of the rules'.
+    explicit path(bool first_by_rules) : wait_(first_by_rules ? 1 : 0) {}
     ~path();
     path(const path&) = delete;
     path& operator=(const path&) = delete;
@@ -33,12 +32,14 @@ public:
 private:
     void try_run(session* s);
     bool take_pair(const session* s);
+    bool find_out(const session* s, const fast::run& r);
     void be_patient(u32 characters);
 
-    pair* pair_ = nullptr; // held
-    u32 wait_ = 0;         // characters to leave to the rules before the next try
-    u32 penalty_ = 0;      // how many those are after a try that led nowhere
-    static constexpr u32 for_ever = ~0U;
+    held_pair held_{};
+    u32 wait_;        // characters to leave to the rules before the next try
+    u32 penalty_ = 0; // how many those are after a try that led nowhere
+    bool has_substitutes_ = false;
+    answer substitutes_[2];
 };
 
 // Frees every pair; no session may be running.

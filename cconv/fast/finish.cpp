@@ -5,100 +5,83 @@ namespace fast {
 
 namespace {
 
-// The last character of a run, or the one before it.
+// The last character of a run, or the one before it. Its bytes are told by readers of scalars
+// alone: with others the loop noted the key.
 struct character {
-    u32 key = no_key;
-    const u8 *begin = nullptr, *end = nullptr; // null where the key says enough
+    const u8* begin;
+    u32 key;
 };
 
-// Where a reader of scalars began the character that ends at end.
-const u8* begin_of(const pair& p, const u8* end) {
-    return p.plan.reader == reader::utf8 ? utf8_reader::before(end)
-                                         : end - p.plan.source_unit.bytes;
-}
-
-u32 key_of(const pair& p, const u8* begin, const u8* end) {
-    const std::span<const u8> bytes(begin, end);
-    switch (p.plan.reader) {
-    case reader::utf8: return utf8_key(begin, static_cast<u32>(bytes.size()));
-    case reader::unit_big:
-    case reader::quad_big: return load_big_endian(bytes) % key_count;
-    default: return load_little_endian(bytes) % key_count;
+// The one before end, by a reader of scalars.
+character character_before(const pair& p, const u8* end) {
+    if (p.plan.reader == reader::utf8) {
+        const u8* const begin = utf8_reader::before(end);
+        return {begin, utf8_key(begin, static_cast<u32>(end - begin))};
     }
+    const ascii_unit unit = p.plan.source_unit;
+    const u8* const begin = end - unit.bytes;
+    return {begin, load_code({begin, end}, unit.big_endian) % u32{key_count}};
 }
 
-// The character before end, of a run that began at begin.
-void read_before(const pair& p, const u8* begin, const u8* end, character& c) {
-    if (end > begin) {
-        c.begin = begin_of(p, end);
-        c.end = end;
-        c.key = key_of(p, c.begin, end);
-    }
-}
-
-const answer* find(pair& p, const character& c, answer& room) {
+const answer* find(pair& p, const character& c, const u8* end) {
     const answer* seen = p.answer_of(c.key);
-    return seen != nullptr ? seen : find_answer(p, c.key, {c.begin, c.end}, room);
+    return seen != nullptr ? seen
+                           : find_answer(p, c.key, {c.begin, c.begin != nullptr ? end : c.begin});
 }
 
-// The fields of a character; those of a dropped line feed are of its reading alone.
-void write_character(session* s, const answer& a, bool dropped) {
+// The fields of a character, which was written as out says; a dropped line feed, behind previous,
+// was not.
+void write_character(session* s, const answer& a, const answer& out, const answer* previous) {
+    const bool dropped = a.is_lf && previous != nullptr && previous->is_cr;
+    s->prevSrcCode = previous != nullptr ? previous->srcCode : s->srcCode;
     s->charSetNo = a.charSetNo;
     s->charSetType = a.charSetType;
     s->srcCode = a.srcCode;
     s->setCode = dropped ? a.read_setCode : a.setCode;
     s->ucsCode = dropped ? a.read_ucsCode : a.ucsCode;
-    s->outCode = dropped ? 0 : a.outCode;
-    s->outBytes = dropped ? u16{0} : a.outBytes;
-    s->outDone = dropped ? u16{0} : a.outDone;
-    s->outCode2 = dropped ? 0 : a.outCode2;
+    s->outSetNo = dropped ? previous->outSetNo : out.outSetNo;
+    s->outSetType = dropped ? previous->outSetType : out.outSetType;
+    s->outCode = dropped ? 0 : out.outCode;
+    s->outBytes = dropped ? u16{0} : out.outBytes;
+    s->outDone = dropped ? u16{0} : out.outDone;
+    s->outCode2 = dropped ? 0 : out.outCode2;
 }
 
 } // namespace
 
 bool finish(pair& p, run& r, session* s) {
+    if (r.characters == 0) {
+        return true;
+    }
     const u8* const begin = s->inBuf + s->inPos;
-    character last{r.last}, before{r.before_last};
     const bool scalars = p.plan.reader != reader::lead_bytes && p.plan.reader != reader::iso2022;
-    answer last_room, before_room;
-    const answer* a = nullptr;
-    for (bool stepped_back = false;; stepped_back = true) {
-        if (r.characters == 0) {
+    character last = scalars ? character_before(p, r.in) : character{nullptr, r.last};
+    const answer* a = find(p, last, r.in);
+    // What follows may be a mark, and then belong to the letter: the rules see to both.
+    if (a != nullptr && a->takes_mark && r.in != r.in_end) {
+        if (--r.characters == 0) {
             return true;
-        }
-        if (scalars) {
-            read_before(p, begin, r.in, last);
-            read_before(p, begin, last.begin, before);
-        }
-        a = find(p, last, last_room);
-        if (a == nullptr) {
-            return false;
-        }
-        // What follows may be a mark, and then belong to the letter: the rules see to both.
-        if (!a->takes_mark || stepped_back || r.in == r.in_end) {
-            break;
         }
         r.in = last.begin;
         r.out -= a->length;
-        r.codes -= a->codes;
-        --r.characters;
+        r.more_codes -= a->codes - 1U;
+        last = character_before(p, r.in);
+        a = find(p, last, r.in);
     }
     const answer* previous = nullptr;
     if (r.characters > 1) {
-        previous = find(p, before, before_room);
-        if (previous == nullptr) {
-            return false;
-        }
+        const character before =
+            scalars ? character_before(p, last.begin) : character{nullptr, r.before_last};
+        previous = find(p, before, last.begin);
     }
-    const bool dropped = a->is_lf && previous != nullptr && previous->is_cr;
-    s->prevSrcCode = previous != nullptr ? previous->srcCode : s->srcCode;
-    write_character(s, *a, dropped);
-    s->outSetNo = dropped ? previous->outSetNo : a->outSetNo;
-    s->outSetType = dropped ? previous->outSetType : a->outSetType;
+    if (a == nullptr || (r.characters > 1 && previous == nullptr)) {
+        return false;
+    }
+    write_character(s, *a, a->lacks ? *substitute_for(r, *a) : *a, previous);
     s->inPos += static_cast<i32>(r.in - begin);
     s->outPos = static_cast<i32>(r.out - s->outBuf);
     s->inCount += r.characters;
-    s->outCount += r.codes;
+    s->outCount += r.characters + r.more_codes;
     s->srcShiftSet = r.in_set;
     s->dstShiftSet = r.out_set;
     return true;

@@ -1,57 +1,69 @@
-// The loop over a run of characters that the rules have answered about.
+// The loop over a run of characters that the rules have answered about. With ISO-2022-JP, escape
+// sequences between two characters count as part of the one behind them.
 //
 // The way from one input position to the next must not wait for a table: a source character's
 // length comes from a branch on its lead byte, never from the entry. The loop makes two passes: one
 // that may touch bytes behind what it reads and writes, in blocks where that pays; and one to the
 // ends of input and output.
-#include "cconv/fast/loop.h"
+#include "cconv/fast/reader_iso2022.h"
 
 #include <algorithm>
+#include <type_traits>
 
 namespace fast {
 
 namespace {
 
-// Native integers, most significant byte first where asked for.
-constexpr bool swapped(bool big_endian) {
-    return big_endian != (std::endian::native == std::endian::big);
+// Bytes that a step may touch behind the output position where it does not look how many are there.
+constexpr std::ptrdiff_t out_margin = 16;
+
+// Bytes behind the output position that a block of so many codes may touch.
+constexpr std::ptrdiff_t block_margin(std::size_t codes) {
+    return static_cast<std::ptrdiff_t>(4 * codes + kernel_margin);
 }
 
-void put_units(const kernels& k, const u16* scalars, std::size_t count, u8* out, bool big_endian) {
-    constexpr std::size_t step = chunk_bytes / 2;
-    for (std::size_t at = 0; at < count; at += step) {
-        k.copy_units(scalars + at, out + 2 * at, swapped(big_endian));
+// Writes what an entry or an answer holds; with few bytes of room, those alone.
+template <bool Exact, typename Packed>
+void put(u8* out, const u8* out_end, const Packed& packed, u32 length) {
+    if (!Exact || out_end - out >= Packed::stored_bytes) {
+        packed.store(out);
+        return;
+    }
+    u8 bytes[answer::most_bytes];
+    packed.store(bytes);
+    for (u32 i = 0; i < length; ++i) {
+        out[i] = bytes[i];
     }
 }
 
-block_written put_block(const pair& p, const u16* scalars, std::size_t count, u8* out) {
+block_written put_block(const pair& p, const u16* codes, std::size_t count, u8* out) {
     if (p.plan.blocks == block_form::entries) {
-        return put_entries(p, scalars, count, out);
+        return p.kernel->put_entries(p.entries, codes, count, out);
     }
     const kernels& k = *p.kernel;
-    count = k.plain_scalars(scalars, count, std::span(p.plan.stops).first(p.plan.stop_count));
-    switch (p.plan.blocks) {
-    case block_form::utf8: return {count, k.encode_utf8(scalars, count, out)};
-    case block_form::units_big: put_units(k, scalars, count, out, true); return {count, 2 * count};
-    case block_form::units_little:
-        put_units(k, scalars, count, out, false);
-        return {count, 2 * count};
-    case block_form::quads_big: k.put_quads(scalars, count, out, true); break;
-    default: k.put_quads(scalars, count, out, false); break;
+    const ascii_unit unit = p.plan.target_unit;
+    count = k.plain_scalars(codes, count, std::span(p.plan.stops).first(p.plan.stop_count));
+    if (unit.bytes == 1) {
+        return {count, k.encode_utf8(codes, count, out)};
     }
-    return {count, 4 * count};
+    if (unit.bytes == 4) {
+        k.put_quads(codes, count, out, unit.big_endian);
+        return {count, 4 * count};
+    }
+    constexpr std::size_t step = chunk_bytes / 2;
+    const bool swaps = unit.big_endian != (std::endian::native == std::endian::big);
+    for (std::size_t at = 0; at < count; at += step) {
+        k.copy_units(codes + at, out + 2 * at, swaps);
+    }
+    return {count, 2 * count};
 }
 
 template <typename Reader, bool Designates>
 class loop {
 public:
     loop(const pair& p, run& r)
-        : p_(p), r_(r), reader_(p), ascii_(p),
-          slot_count_(p.slot_count.load(std::memory_order_acquire)) {
-        for (u32 i = 0; Designates && i <= slot_count_; ++i) {
-            slots_[i] = p.slots[i];
-        }
-    }
+        : p_(p), r_(r), reader_(make_reader(p, r)), target_(p.plan.target_unit),
+          has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)) {}
 
     void go() {
         r_.why = stop::end;
@@ -67,20 +79,28 @@ public:
     }
 
 private:
+    static constexpr bool has_sets = std::is_same_v<Reader, iso2022_reader>;
+    static Reader make_reader(const pair& p, const run& r) {
+        if constexpr (has_sets) {
+            return Reader(p, r.in_set);
+        } else {
+            return Reader(p);
+        }
+    }
+
     // What a step changes, kept in registers: what is called gets and gives it in the run.
     struct progress {
         const u8* in;
         u8* out;
-        u32 characters, codes, last, before_last;
+        u32 characters, last, before_last;
     };
     [[gnu::always_inline]] progress at() const {
-        return {r_.in, r_.out, r_.characters, r_.codes, r_.last, r_.before_last};
+        return {r_.in, r_.out, r_.characters, r_.last, r_.before_last};
     }
     [[gnu::always_inline]] void set(const progress& now) {
         r_.in = now.in;
         r_.out = now.out;
         r_.characters = now.characters;
-        r_.codes = now.codes;
         r_.last = now.last;
         r_.before_last = now.before_last;
     }
@@ -88,104 +108,159 @@ private:
     template <bool Exact>
     void pass() {
         progress now = at();
+        const pair& p = p_; // copies, which no output can overwrite
+        const std::conditional_t<has_sets, const Reader&, const Reader> reader = reader_;
         const u8* const in_end = r_.in_end;
-        const u8* const out_end = r_.out_end;
         const u8* const in_stop = Exact ? in_end : in_end - (Reader::longest - 1);
-        const u8* const out_stop = Exact ? out_end : out_end - out_margin;
+        const u8* const out_stop = Exact ? r_.out_end : r_.out_end - out_margin;
         const u8* next_block = !Exact && may_open_block() ? now.in : in_end;
-        bool in_run = ascii_.known(); // of ASCII, for which there is a quicker way than blocks
+        bool in_run = has_runs_; // of ASCII, for which there is a quicker way than blocks
         while (now.in < in_stop && (Exact || now.out < out_stop)) {
-            const auto left = static_cast<std::size_t>(in_end - now.in);
-            const u32 length = reader_.length(now.in, left);
-            const bool tries_run =
-                in_run && (!Exact || left >= Reader::unit_bytes) && Reader::is_ascii(now.in);
-            const bool tries_block =
-                !Exact && now.in >= next_block && Reader::may_open_chunk(length);
+            if (has_sets && *now.in == escape_byte) {
+                if (!read_designation(now)) {
+                    break;
+                }
+                continue;
+            }
+            const std::ptrdiff_t at_least = Exact ? in_end - now.in : Reader::longest;
+            const auto left = static_cast<std::size_t>(at_least);
+            const u32 length = reader.length(now.in, left);
+            const bool is_long = Reader::unit_bytes == 1 && length == Reader::usual_length;
+            const bool tries_run = !is_long && in_run && may_be_run(now.in, in_end);
+            const bool tries_block = !Exact && now.in >= next_block && (!has_sets || is_long);
             if (tries_run || tries_block) {
                 set(now);
-                bool moved = tries_run && ascii_run();
-                if (!moved && tries_block) {
-                    moved = block();
-                    // Short runs of ASCII go with blocks.
-                    in_run = moved ? ascii_.known() && ends_in_ascii_ : in_run;
-                    // What stopped one will not stand alone.
-                    next_block = moved ? r_.in : r_.in + chunk_bytes;
+                if (leap(tries_run, tries_block, in_run, next_block)) {
+                    now = at();
+                    continue;
                 }
                 if (short_of_room_) {
                     break;
                 }
-                if (moved) {
-                    now = at();
-                    continue;
-                }
             }
             // One branch for each length: the next position then does not wait for the table.
-            u32 key = 0;
-            const u8* next = nullptr;
             if (length == Reader::usual_length && (!Exact || length <= left)) {
-                key = Reader::key(now.in, Reader::usual_length);
-                next = now.in + Reader::usual_length;
+                const u32 key = reader.key(now.in, Reader::usual_length);
+                if (!step<Exact>(p, now, key, Reader::usual_length)) {
+                    break;
+                }
             } else if (length != 0 && (!Exact || length <= left)) {
-                key = Reader::key(now.in, length);
-                next = now.in + length;
+                if (!step<Exact>(p, now, reader.key(now.in, length), length)) {
+                    break;
+                }
             } else {
                 r_.why = length == 0 ? Reader::stop_without_length : stop::end;
                 break;
             }
-            const entry e = p_.entry_of(key);
-            if (e.is_short()) {
-                if (!designate<Exact>(e.slot(), e.length(), now.out)) {
-                    break;
-                }
-                put<Exact>(now.out, out_end, e, e.length());
-                now.out += e.length();
-                ++now.codes;
-            } else {
-                set(now);
-                if (!long_step<Exact>(next, key, e)) {
-                    break;
-                }
-                now = at();
-            }
-            now.before_last = now.last;
-            now.last = key;
-            now.in = next;
-            ++now.characters;
         }
         set(now);
-        r_.next = now.in;
+        end_pass();
+    }
+
+    // Few characters are not worth a kernel.
+    [[gnu::always_inline]] bool may_be_run(const u8* in, const u8* in_end) const {
+        constexpr std::ptrdiff_t few = 4 * Reader::unit_bytes;
+        return in_end - in >= few && reader_.is_ascii(in) &&
+               reader_.is_ascii(in + few - Reader::unit_bytes);
+    }
+
+    // A run of ASCII, or else a block, of which both may come to nothing.
+    [[gnu::always_inline]] bool leap(bool tries_run, bool tries_block, bool& in_run,
+                                     const u8*& next_block) {
+        if (tries_run && ascii_run()) {
+            return true;
+        }
+        if (!tries_block) {
+            return false;
+        }
+        const bool moved = block();
+        // Short runs of ASCII go with blocks.
+        in_run = moved ? has_runs_ && ends_in_ascii_ : in_run;
+        // What stopped one will not stand alone.
+        next_block = moved ? r_.in : r_.in + chunk_bytes;
+        return moved;
+    }
+
+    // One character; false where the run ends.
+    template <bool Exact>
+    [[gnu::always_inline]] bool step(const pair& p, progress& now, u32 key, u32 length) {
+        const entry e = p.entry_of(key);
+        if (e.is_short() && designate<Exact>(e.slot(), e.length(), now.out)) {
+            put<Exact>(now.out, r_.out_end, e, e.length());
+            now.out += e.length();
+        } else {
+            set(now);
+            if (e.is_short() || !long_step<Exact>(now.in + length, key, e)) {
+                r_.next_key = key;
+                r_.next_length = length;
+                return false;
+            }
+            now = at();
+        }
+        if constexpr (!Reader::scalars) {
+            now.before_last = now.last;
+            now.last = key;
+        }
+        now.in += length;
+        ++now.characters;
+        return true;
+    }
+
+    // Plane 2 is the rules': they forget it after one character.
+    bool read_designation(progress& now) {
+        if constexpr (has_sets) {
+            const designation* d = designation_at({now.in, r_.in_end});
+            if (d == nullptr || d->plane_flag != 0) {
+                r_.why = stop::by_rules;
+                return false;
+            }
+            if (escapes_ == nullptr || now.characters != characters_before_) {
+                escapes_ = now.in;
+                set_before_ = reader_.designated();
+                characters_before_ = now.characters;
+            }
+            behind_cr_ = now.in == behind_cr_ ? now.in + d->length : behind_cr_;
+            reader_.designate(d->setNo);
+            now.in += d->length;
+        }
+        return true;
+    }
+
+    // A run ends behind a character, not behind an escape sequence.
+    void end_pass() {
+        r_.next = r_.in;
+        if constexpr (has_sets) {
+            r_.next_set = reader_.designated();
+            if (escapes_ != nullptr && r_.characters == characters_before_) {
+                r_.in = escapes_;
+                reader_.designate(set_before_);
+            }
+            r_.in_set = reader_.designated();
+        }
     }
 
     // Makes sure that there is room for so many bytes, and that their set is designated.
     template <bool Exact>
     [[gnu::always_inline]] bool designate(u32 slot, u32 length, u8*& out) {
         const std::ptrdiff_t room = r_.out_end - out;
-        if constexpr (Designates) {
-            const slot_designation& wanted = slots_[slot % most_slots];
-            if (slot > slot_count_) {
-                r_.why = stop::unknown; // newer than this loop
+        if (Designates && slot + first_slot_set != r_.out_set) {
+            const u32 sequence = p_.escapes[slot].load(std::memory_order_relaxed);
+            if (sequence == 0) {
+                r_.why = stop::unknown; // newer than what can be seen here
                 return false;
             }
-            if (wanted.setNo != r_.out_set) {
-                if (Exact && room < static_cast<std::ptrdiff_t>(sizeof wanted.bytes + length)) {
-                    return designate_near_end(wanted, length, out);
-                }
-                std::memcpy(out, wanted.bytes, sizeof wanted.bytes);
-                out += wanted.length;
-                r_.out_set = wanted.setNo;
-                return true;
+            u8 bytes[sizeof sequence];
+            std::memcpy(bytes, &sequence, sizeof sequence);
+            const u32 size = bytes[3] != 0 ? 4 : 3;
+            if (Exact && room < static_cast<std::ptrdiff_t>(size + length)) {
+                return false;
             }
+            std::copy_n(bytes, Exact ? size : sizeof bytes, out);
+            out += size;
+            r_.out_set = slot + first_slot_set;
+            return true;
         }
         return !Exact || room >= static_cast<std::ptrdiff_t>(length);
-    }
-    bool designate_near_end(const slot_designation& wanted, u32 length, u8*& out) {
-        if (r_.out_end - out < static_cast<std::ptrdiff_t>(wanted.length + length)) {
-            return false;
-        }
-        std::copy_n(wanted.bytes, wanted.length, out);
-        out += wanted.length;
-        r_.out_set = wanted.setNo;
-        return true;
     }
 
     // Close to the end of the output, blocks go into a buffer aside first, and across if all of it
@@ -203,6 +278,9 @@ private:
         if (written > room) {
             r_ = before;
             behind_cr_ = behind_cr;
+            if constexpr (has_sets) {
+                reader_.designate(r_.in_set);
+            }
             return false;
         }
         std::copy_n(aside, written, before.out);
@@ -212,26 +290,27 @@ private:
     }
 
     bool ascii_run() {
-        if (Designates && slots_[ascii_.slot()].setNo != r_.out_set) {
+        if (Designates && r_.out_set != PVZAN_SET_ISO_646_IRV) {
             return false;
         }
-        const std::size_t n = ascii_(r_.in, r_.in_end, r_.out, r_.out_end);
+        const fast::ascii_run run{r_.in, static_cast<std::size_t>(r_.in_end - r_.in), r_.out,
+                                  static_cast<std::size_t>(r_.out_end - r_.out),
+                                  p_.plain_ascii.load()};
+        const std::size_t n = target_.bytes > 1 ? p_.kernel->widen_ascii(run, target_)
+                              : Reader::unit_bytes > 1
+                                  ? p_.kernel->narrow_ascii(run, p_.plan.source_unit)
+                                  : p_.kernel->copy_ascii(run);
         if (n == 0) {
             return false;
         }
         r_.in += n * Reader::unit_bytes;
-        r_.out += n * ascii_.target_bytes();
-        count(n);
+        r_.out += n * target_.bytes;
+        r_.characters += static_cast<u32>(n);
         if constexpr (!Reader::scalars) {
-            r_.before_last = n > 1 ? r_.in[-2] : r_.last;
-            r_.last = r_.in[-1];
+            r_.before_last = n > 1 ? reader_.key(r_.in - 2, 1) : r_.last;
+            r_.last = reader_.key(r_.in - 1, 1);
         }
         return true;
-    }
-
-    void count(std::size_t n) {
-        r_.characters += static_cast<u32>(n);
-        r_.codes += static_cast<u32>(n);
     }
 
     // Converts as much of the block at hand as stands for itself; false when that is nothing.
@@ -245,15 +324,8 @@ private:
             return false;
         }
         u16 codes[block_codes + chunk_codes]; // vectors reach behind the last
-        chunk_read read{0, 0};
-        for (std::size_t chunk = 0; chunk < chunks_ && has_chunk(r_.in + read.bytes); ++chunk) {
-            const chunk_read more = reader_.chunk(r_.in + read.bytes, codes + read.codes);
-            read.codes += more.codes;
-            read.bytes += more.bytes;
-            if (more.bytes < Reader::full_chunk) {
-                break;
-            }
-        }
+        const auto left = static_cast<std::size_t>(r_.in_end - r_.in);
+        const chunk_read read = reader_.read(r_.in, std::min(chunks_, left / chunk_bytes), codes);
         const block_written written = put_block(p_, codes, read.codes, r_.out);
         const std::size_t n = written.codes;
         const u8* const begin = r_.in;
@@ -268,9 +340,9 @@ private:
             return false;
         }
         r_.out += written.bytes;
-        count(n);
-        ends_in_ascii_ = Reader::unit_bytes > 1 ? Reader::is_ascii(r_.in - Reader::unit_bytes)
-                                                : static_cast<std::size_t>(r_.in - begin) == n;
+        r_.characters += static_cast<u32>(n);
+        ends_in_ascii_ = Reader::unit_bytes > 1 ? reader_.is_ascii(r_.in - Reader::unit_bytes)
+                                                : has_sets || r_.in == begin + n;
         if constexpr (!Reader::scalars) {
             r_.before_last = n > 1 ? codes[n - 2] : r_.last;
             r_.last = codes[n - 1];
@@ -283,9 +355,12 @@ private:
         if (p_.plan.blocks == block_form::none || !has_chunk(r_.in)) {
             return false;
         }
+        if (has_sets && *r_.in == escape_byte) {
+            return true;
+        }
         const u32 length = reader_.length(r_.in, static_cast<std::size_t>(r_.in_end - r_.in));
         return p_.plan.blocks != block_form::entries ||
-               (length != 0 && p_.entry_of(Reader::key(r_.in, length)).is_short());
+               (length != 0 && p_.entry_of(reader_.key(r_.in, length)).is_short());
     }
     [[nodiscard]] bool has_chunk(const u8* in) const {
         return r_.in_end - in >= static_cast<std::ptrdiff_t>(chunk_bytes);
@@ -299,8 +374,16 @@ private:
             r_.why = e.packed == entry::by_rules ? stop::by_rules : stop::unknown;
             return false;
         }
+        if (a->lacks) {
+            if (r_.substitutes == nullptr) {
+                r_.why = stop::lacking;
+                return false;
+            }
+            a = substitute_for(r_, *a);
+        }
         if (a->is_lf && r_.in == behind_cr_) {
-            return true; // dropped
+            --r_.more_codes; // dropped
+            return true;
         }
         u8* out = r_.out;
         if (!designate<Exact>(a->slot, a->length, out)) {
@@ -308,7 +391,7 @@ private:
         }
         put<Exact>(out, r_.out_end, *a, a->length);
         r_.out = out + a->length;
-        r_.codes += a->codes;
+        r_.more_codes += a->codes - 1U;
         if (a->is_cr) {
             behind_cr_ = next;
         }
@@ -318,12 +401,14 @@ private:
     const pair& p_;
     run& r_;
     Reader reader_;
-    ascii_runs ascii_;
-    u32 slot_count_;
-    slot_designation slots_[Designates ? most_slots : 1]{};
+    ascii_unit target_;
+    bool has_runs_;          // of ASCII
     std::size_t chunks_ = 1; // to read for the next block
     bool may_go_aside_ = true, short_of_room_ = false, ends_in_ascii_ = false;
     const u8* behind_cr_ = nullptr; // where a line feed is dropped
+    // The escape sequences read last, where they began and what held there.
+    const u8* escapes_ = nullptr;
+    u32 set_before_ = 0, characters_before_ = 0;
 };
 
 template <typename Reader>
@@ -337,41 +422,18 @@ void run_reader(const pair& p, run& r) {
 
 } // namespace
 
-block_written put_entries(const pair& p, const u16* codes, std::size_t count, u8* out) {
-    u8* const begin = out;
-    u32 odd = 0;
-#pragma GCC unroll 4
-    for (std::size_t i = 0; i < count; ++i) {
-        const entry e = p.entry_of(codes[i]);
-        e.store(out);
-        out += e.packed / entry::one_byte; // the length; none, where it is not short
-        odd |= e.odd();
-    }
-    if (odd >> 31 == 0) {
-        return {count, static_cast<std::size_t>(out - begin)};
-    }
-    // Others may have been asked about by now, and were not written above: once more.
-    block_written written{0, 0};
-    for (; written.codes < count; ++written.codes) {
-        const entry e = p.entry_of(codes[written.codes]);
-        if (!e.is_short()) {
-            break;
-        }
-        e.store(begin + written.bytes);
-        written.bytes += e.length();
-    }
-    return written;
-}
-
 void run_over(pair& p, run& r) {
+    const bool big = p.plan.source_unit.big_endian;
     switch (p.plan.reader) {
-    case reader::lead_bytes: run_reader<lead_byte_reader>(p, r); break;
-    case reader::utf8: run_reader<utf8_reader>(p, r); break;
-    case reader::unit_big: run_reader<unit_reader<2, true>>(p, r); break;
-    case reader::unit_little: run_reader<unit_reader<2, false>>(p, r); break;
-    case reader::quad_big: run_reader<unit_reader<4, true>>(p, r); break;
-    case reader::quad_little: run_reader<unit_reader<4, false>>(p, r); break;
-    case reader::iso2022: run_iso2022(p, r); break;
+    case reader::lead_bytes: return run_reader<lead_byte_reader>(p, r);
+    case reader::utf8: return run_reader<utf8_reader>(p, r);
+    case reader::units:
+        return big ? run_reader<unit_reader<2, true>>(p, r)
+                   : run_reader<unit_reader<2, false>>(p, r);
+    case reader::quads:
+        return big ? run_reader<unit_reader<4, true>>(p, r)
+                   : run_reader<unit_reader<4, false>>(p, r);
+    case reader::iso2022: return loop<iso2022_reader, false>(p, r).go();
     }
 }
 

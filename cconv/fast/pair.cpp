@@ -13,8 +13,9 @@ namespace {
 struct place {
     std::atomic<u64> tag;
     std::atomic<pair*> held;
-    std::atomic<u32> holders;
-    std::atomic<u32> used; // by the clock, when it was last held
+    std::atomic<u32> seat;   // 1: a call that found no other one here is in it
+    std::atomic<u32> others; // calls that are in it beside
+    std::atomic<u32> used;   // by the clock, when it was last held
 };
 
 constexpr std::size_t place_count = 256, places_tried = 8;
@@ -27,76 +28,111 @@ std::atomic<u64> claimed_bytes;
 // Held while a pair is made or freed.
 pthread_mutex_t table_of_pairs = PTHREAD_MUTEX_INITIALIZER;
 
-class pairs_guard {
-public:
-    pairs_guard() { pthread_mutex_lock(&table_of_pairs); }
-    ~pairs_guard() { pthread_mutex_unlock(&table_of_pairs); }
-    pairs_guard(const pairs_guard&) = delete;
-    pairs_guard& operator=(const pairs_guard&) = delete;
-};
+// ---- Keys --------------------------------------------------------------------------------------
 
-// Line breaks: 0 where they are characters like others, else what they are written as.
-u32 newline_option(const session* s) {
+// What else decides: byte orders, and what line breaks are written as, 0 where they are characters
+// like others.
+u32 options_of(const session* s) {
     const u32 mode = s->target.newlineMode;
     const bool named = mode >= PVZAN_NEWLINE_CR && mode <= PVZAN_NEWLINE_PARAGRAPH_SEPARATOR;
-    return s->target.convertNewline == 0 ? 0 : named ? mode : u32{PVZAN_NEWLINE_CRLF};
+    const u32 written = named ? mode : u32{PVZAN_NEWLINE_CRLF};
+    const u32 orders = (s->source.srcBigEndian != 0 ? 2U : 0U) + (s->target.dstBigEndian != 0);
+    return (s->target.convertNewline != 0 ? written << 2 : 0U) + orders;
 }
 
-pair_key key_of(const session* s) {
+u64 number_of(const void* pointer) {
+    return reinterpret_cast<std::uintptr_t>(pointer);
+}
+
+const void* items(const object_array* list) {
+    return list != nullptr ? static_cast<const void*>(list->items) : nullptr;
+}
+
+u64 count(const object_array* list) {
+    return list != nullptr ? list->count : 0;
+}
+
+u64 tables_now() {
+    return u64{table_changes()} << 32 | table_generation();
+}
+
+// Calls use with the number and the value of each word of a session's key.
+template <typename Use>
+[[gnu::always_inline]] inline void for_each_word(const session* s, u32 options, Use use) {
     const object_array *groups = g_ProcessObject.groups, *sets = g_ProcessObject.basics;
-    return {
-        .source = s->srcGroup,
-        .target = s->dstGroup,
-        .decoder = s->srcRule,
-        .encoder = s->dstRule,
-        .source_number = s->srcGroupNo,
-        .target_number = s->dstGroupNo,
-        .options = (s->source.srcBigEndian != 0 ? big_source : 0) |
-                   (s->target.dstBigEndian != 0 ? big_target : 0) |
-                   newline_option(s) << newline_shift,
-        .table_changes = table_changes(),
-        .groups = groups != nullptr ? groups->items : nullptr,
-        .sets = sets != nullptr ? sets->items : nullptr,
-        .group_count = groups != nullptr ? groups->count : u32{0},
-        .set_count = sets != nullptr ? sets->count : u32{0},
-    };
+    use(0, number_of(s->srcGroup));
+    use(1, number_of(s->dstGroup));
+    use(2, number_of(s->srcRule));
+    use(3, number_of(s->dstRule));
+    use(4, u64{s->srcGroupNo} << 32 | s->dstGroupNo); // the rules look at those too
+    use(5, options | count(groups) << 32 | count(sets) << 48);
+    use(6, number_of(items(groups)));
+    use(7, number_of(items(sets)));
+    use(tables_in_key, tables_now());
 }
 
-u64 hash_of(const pair_key& key) {
+pair_key key_of(const session* s, u32 options) {
+    pair_key key;
+    for_each_word(s, options, [&](std::size_t i, u64 word) { key[i] = word; });
+    return key;
+}
+
+// Without a branch on each word.
+[[gnu::always_inline]] inline bool has_key_of(const pair& p, const session* s, u32 options) {
+    u64 differs = 0;
+    for_each_word(s, options, [&](std::size_t i, u64 word) { differs |= p.key[i] ^ word; });
+    return differs == 0;
+}
+
+[[gnu::always_inline]] inline u64 hash_of(const session* s, u32 options) {
     constexpr u64 golden = 0x9E3779B97F4A7C15;
-    const u64 source = reinterpret_cast<std::uintptr_t>(key.source);
-    const u64 target = reinterpret_cast<std::uintptr_t>(key.target);
-    const u64 hash = ((source ^ key.options) * golden ^ target) * golden;
-    return hash != 0 ? hash : 1;
+    const u64 ends = number_of(s->srcGroup) ^ std::rotl(number_of(s->dstGroup), 32);
+    return ((ends ^ options) * golden) | 1; // 0: no pair
 }
 
 place& place_at(u64 hash, std::size_t i) {
     return places[((hash >> 32) + i) % place_count];
 }
 
-// The pair in that place, held; null when it is another one.
-pair* hold(place& at, u64 hash, const pair_key& key) {
-    if (at.tag.load(std::memory_order_relaxed) != hash) {
-        return nullptr;
+// ---- Holding -----------------------------------------------------------------------------------
+
+// The seat takes one locked operation, for it is given back by a plain store; a count takes two.
+[[gnu::always_inline]] inline bool enter(place& at) {
+    const bool counted = at.seat.exchange(1, std::memory_order_seq_cst) != 0;
+    if (counted) {
+        at.others.fetch_add(1, std::memory_order_seq_cst);
     }
-    at.holders.fetch_add(1, std::memory_order_seq_cst);
-    pair* p = at.held.load(std::memory_order_seq_cst);
-    if (p != nullptr && p->key == key && is_current(*p)) {
-        at.used.store(clock.load(std::memory_order_relaxed), std::memory_order_relaxed);
-        return p;
-    }
-    at.holders.fetch_sub(1, std::memory_order_release);
-    return nullptr;
+    return counted;
 }
 
-pair* find(const pair_key& key) {
-    const u64 hash = hash_of(key);
-    for (std::size_t i = 0; i < places_tried; ++i) {
-        if (pair* p = hold(place_at(hash, i), hash, key)) {
-            return p;
-        }
+[[gnu::always_inline]] inline void leave(place& at, bool counted) {
+    if (counted) {
+        at.others.fetch_sub(1, std::memory_order_release);
+    } else {
+        at.seat.store(0, std::memory_order_release);
     }
-    return nullptr;
+}
+
+bool is_held(const place& at) {
+    return at.seat.load(std::memory_order_seq_cst) != 0 ||
+           at.others.load(std::memory_order_seq_cst) != 0;
+}
+
+[[gnu::always_inline]] inline held_pair find(u64 hash, const session* s, u32 options) {
+    for (std::size_t i = 0; i < places_tried; ++i) {
+        place& at = place_at(hash, i);
+        if (at.tag.load(std::memory_order_relaxed) != hash) {
+            continue;
+        }
+        const bool counted = enter(at);
+        pair* p = at.held.load(std::memory_order_seq_cst);
+        if (p != nullptr && has_key_of(*p, s, options)) {
+            at.used.store(clock.load(std::memory_order_relaxed), std::memory_order_relaxed);
+            return {p, counted};
+        }
+        leave(at, counted);
+    }
+    return {nullptr, false};
 }
 
 // ---- Freeing -----------------------------------------------------------------------------------
@@ -118,7 +154,7 @@ bool free_place(place& at) {
         return false;
     }
     at.held.store(nullptr, std::memory_order_seq_cst);
-    if (at.holders.load(std::memory_order_seq_cst) != 0) {
+    if (is_held(at)) {
         at.held.store(p, std::memory_order_seq_cst);
         return false;
     }
@@ -126,28 +162,24 @@ bool free_place(place& at) {
     return true;
 }
 
-bool is_stale(const place& at) {
-    const pair* p = at.held.load(std::memory_order_relaxed);
-    return p != nullptr && p->stale.load(std::memory_order_relaxed);
-}
-
 // Frees what is stale among count places from one on, else what was unused for longest.
 bool free_one(u64 first, std::size_t count) {
-    bool any = false;
-    place* oldest = nullptr;
+    place* found = nullptr;
+    u32 greatest = 0;
     const u32 now = clock.load(std::memory_order_relaxed);
-    const auto age = [=](const place& at) { return now - at.used.load(std::memory_order_relaxed); };
     for (std::size_t i = 0; i < count; ++i) {
         place& at = places[(first + i) % place_count];
-        if (is_stale(at)) {
-            any = free_place(at) || any;
-        } else if (at.held.load(std::memory_order_relaxed) != nullptr &&
-                   at.holders.load(std::memory_order_relaxed) == 0 &&
-                   (oldest == nullptr || age(at) > age(*oldest))) {
-            oldest = &at;
+        const pair* p = at.held.load(std::memory_order_relaxed);
+        if (p == nullptr || is_held(at)) {
+            continue;
+        }
+        const u32 age = is_current(*p) ? now - at.used.load(std::memory_order_relaxed) : ~0U;
+        if (found == nullptr || age > greatest) {
+            found = &at;
+            greatest = age;
         }
     }
-    return any || (oldest != nullptr && free_place(*oldest));
+    return found != nullptr && free_place(*found);
 }
 
 // ---- Making ------------------------------------------------------------------------------------
@@ -178,30 +210,7 @@ bool claim(u64 bytes) {
     return true;
 }
 
-// Between charsets of Unicode it is known from the start what runs of ASCII become.
-void prepare_ascii(pair& p) {
-    switch (p.plan.blocks) {
-    case block_form::none:
-    case block_form::entries: return;
-    case block_form::utf8: p.ascii_target = {1, true}; break;
-    case block_form::units_big: p.ascii_target = {2, true}; break;
-    case block_form::units_little: p.ascii_target = {2, false}; break;
-    case block_form::quads_big: p.ascii_target = {4, true}; break;
-    case block_form::quads_little: p.ascii_target = {4, false}; break;
-    }
-    const u32 source = p.plan.source_unit.bytes, target = p.ascii_target.bytes;
-    if (source > 1 && target > 1) {
-        return;
-    }
-    p.ascii = source > 1 ? ascii_form::narrow : target > 1 ? ascii_form::widen : ascii_form::same;
-    for (u8 c = 0; c < 0x80; ++c) {
-        if (!p.plan.normalises || (c != '\r' && c != '\n')) {
-            p.plain_ascii.add(c);
-        }
-    }
-}
-
-pair* make(const session* s, const pair_key& key, const plan& planned) {
+pair* make(const session* s, u32 options, u64 tables, const plan& planned) {
     if (!claim(sizeof(pair))) {
         return nullptr;
     }
@@ -212,68 +221,91 @@ pair* make(const session* s, const pair_key& key, const plan& planned) {
         return nullptr;
     }
     // All zero is a valid state of the rest.
-    p->key = key;
+    p->key = key_of(s, options);
+    p->key[tables_in_key] = tables;
     p->plan = planned;
     p->kernel = &chosen_kernels();
     p->claimed = sizeof(pair);
-    p->generation.store(table_generation(), std::memory_order_relaxed);
-    p->own_tables = count_own_tables(key, planned);
     prepare_neutral(*p, s);
-    prepare_ascii(*p);
+    // Between charsets of Unicode nobody asks: scalars stand for themselves.
+    for (u8 c = 0; planned.blocks == block_form::scalars && c < 0x80; ++c) {
+        if (!planned.normalises || (c != '\r' && c != '\n')) {
+            p->plain_ascii.add(c);
+        }
+    }
     return p;
 }
 
-// Makes the pair unless another thread just did, and holds it.
-pair* make_and_hold(const session* s, const pair_key& key, const plan& planned) {
-    const u64 hash = hash_of(key);
-    const pairs_guard guard;
-    if (pair* p = find(key)) {
-        return p;
-    }
+place* empty_place(u64 hash) {
     for (std::size_t i = 0; i < places_tried; ++i) {
-        if (is_stale(place_at(hash, i))) {
+        place& at = place_at(hash, i);
+        if (at.held.load(std::memory_order_relaxed) == nullptr) {
+            return &at;
+        }
+    }
+    return nullptr;
+}
+
+// Makes the pair unless another thread just did, and holds it.
+held_pair make_and_hold(const session* s, u32 options, u64 hash, u64 tables, const plan& planned) {
+    const lock_guard guard(table_of_pairs);
+    if (const held_pair found = find(hash, s, options); found.p != nullptr) {
+        return found;
+    }
+    // Stale ones would be in the way of every call.
+    for (std::size_t i = 0; i < places_tried; ++i) {
+        const pair* old = place_at(hash, i).held.load(std::memory_order_relaxed);
+        if (old != nullptr && !is_current(*old)) {
             free_place(place_at(hash, i));
         }
     }
-    place* at = nullptr;
-    for (int attempt = 0; attempt < 2 && at == nullptr; ++attempt) {
-        for (std::size_t i = 0; i < places_tried && at == nullptr; ++i) {
-            place& tried = place_at(hash, i);
-            at = tried.held.load(std::memory_order_relaxed) == nullptr ? &tried : nullptr;
-        }
-        if (at == nullptr && !free_one((hash >> 32) % place_count, places_tried)) {
-            return nullptr;
-        }
+    place* at = empty_place(hash);
+    if (at == nullptr && free_one((hash >> 32) % place_count, places_tried)) {
+        at = empty_place(hash);
     }
-    pair* p = at != nullptr ? make(s, key, planned) : nullptr;
+    pair* p = at != nullptr ? make(s, options, tables, planned) : nullptr;
     if (p == nullptr) {
-        return nullptr;
+        return {nullptr, false};
     }
     p->place = static_cast<u32>(at - places);
     at->used.store(clock.fetch_add(1, std::memory_order_relaxed), std::memory_order_relaxed);
-    at->holders.fetch_add(1, std::memory_order_seq_cst);
+    const bool counted = enter(*at);
     at->held.store(p, std::memory_order_seq_cst);
     at->tag.store(hash, std::memory_order_release);
-    return p;
+    return {p, counted};
+}
+
+// Whether anything but characters may be due.
+bool asks_for_more(const session* s) {
+    return (s->target.charRefMode | s->target.dstWriteBom | s->source.srcCheckBom) != 0 ||
+           s->baseLang[0] != '\0';
+}
+
+[[gnu::noinline]] held_pair plan_and_hold(const session* s, u32 options, u64 hash) {
+    const u64 tables = tables_now(); // before the plan looks at them
+    if (tables % 2 != 0) {
+        return {nullptr, false}; // one becomes loaded: for some threads it is, for others not yet
+    }
+    plan planned{};
+    planned.source = traits_of_decoder(s->srcRule->function);
+    planned.target = traits_of_encoder(s->dstRule->function);
+    if (planned.source == nullptr || planned.target == nullptr) {
+        return {nullptr, false};
+    }
+    return only_characters_due(s, *planned.source, *planned.target) && is_registered(s->srcGroup) &&
+                   is_registered(s->dstGroup) && make_plan(s, planned)
+               ? make_and_hold(s, options, hash, tables, planned)
+               : held_pair{nullptr, false};
 }
 
 } // namespace
 
-bool is_current(pair& p) {
-    const u32 generation = table_generation();
-    if (p.generation.load(std::memory_order_acquire) == generation) {
-        return !p.stale.load(std::memory_order_relaxed);
-    }
-    if (count_own_tables(p.key, p.plan) != p.own_tables) {
-        p.stale.store(true, std::memory_order_relaxed);
-        return false;
-    }
-    p.generation.store(generation, std::memory_order_release);
-    return true;
+bool is_current(const pair& p) {
+    return p.key[tables_in_key] == tables_now();
 }
 
 bool claim_bytes(u64 bytes) {
-    const pairs_guard guard;
+    const lock_guard guard(table_of_pairs);
     return claim(bytes);
 }
 
@@ -286,42 +318,29 @@ u64 bytes_claimed() {
 }
 
 void free_unheld() {
-    const pairs_guard guard;
+    const lock_guard guard(table_of_pairs);
     for (place& at : places) {
         free_place(at);
     }
 }
 
-pair* hold_pair(const session* s, bool& for_now) {
-    for_now = false;
-    const pair_key key = key_of(s);
-    pair* p = find(key);
-    if (p == nullptr) {
-        plan planned{};
-        planned.source = traits_of_decoder(s->srcRule->function);
-        planned.target = traits_of_encoder(s->dstRule->function);
-        if (planned.source == nullptr || planned.target == nullptr) {
-            return nullptr;
-        }
-        const due what = what_is_due(s, *planned.source, *planned.target);
-        if (what != due::characters || !is_registered(s->srcGroup) || !is_registered(s->dstGroup) ||
-            !make_plan(s, planned)) {
-            for_now = what == due::mark;
-            return nullptr;
-        }
-        return make_and_hold(s, key, planned);
+held_pair hold_pair(const session* s) {
+    const u32 options = options_of(s);
+    const u64 hash = hash_of(s, options);
+    const held_pair found = find(hash, s, options);
+    if (found.p == nullptr) {
+        return plan_and_hold(s, options, hash);
     }
-    const due what = what_is_due(s, *p->plan.source, *p->plan.target);
-    if (what != due::characters) {
-        for_now = what == due::mark;
-        release_pair(p);
-        return nullptr;
+    const plan& how = found.p->plan;
+    if (asks_for_more(s) && !only_characters_due(s, *how.source, *how.target)) {
+        release_pair(found);
+        return {nullptr, false};
     }
-    return p;
+    return found;
 }
 
-void release_pair(pair* p) {
-    places[p->place].holders.fetch_sub(1, std::memory_order_release);
+void release_pair(held_pair held) {
+    leave(places[held.p->place], held.counted);
 }
 
 void before_fork() {
@@ -330,19 +349,24 @@ void before_fork() {
 
 void after_fork(bool in_child) {
     for (place& at : places) {
-        pair* p = in_child ? at.held.load(std::memory_order_relaxed) : nullptr;
+        if (!in_child) {
+            break;
+        }
+        at.seat.store(0, std::memory_order_relaxed); // nobody else is left
+        at.others.store(0, std::memory_order_relaxed);
+        pair* p = at.held.load(std::memory_order_relaxed);
         if (p != nullptr && pthread_mutex_trylock(&p->lock) == 0) {
             pthread_mutex_unlock(&p->lock);
         } else if (p != nullptr) {
             pthread_mutex_init(&p->lock, nullptr);
-            p->stale.store(true, std::memory_order_relaxed);
+            p->key = {}; // that of no session
         }
     }
     pthread_mutex_unlock(&table_of_pairs);
 }
 
 void release() {
-    const pairs_guard guard;
+    const lock_guard guard(table_of_pairs);
     for (place& at : places) {
         if (pair* p = at.held.exchange(nullptr, std::memory_order_acquire)) {
             destroy(p);

@@ -5,22 +5,21 @@
 // same because:
 //
 // P1  Length and meaning of k follow from k. D's traits say how: by the lead byte, by the scalar,
-// by
-//     the set designated. Where sets decide, their widths ascend, so that no longer code is tried
-//     before a shorter one (plan.cpp).
+//     by the set designated. Where sets decide, their widths ascend, so that no longer code is
+//     tried before a shorter one (plan.cpp).
 // P2  What E writes follows from set and code, and for a rule that designates sets from the set
-//     designated before: it is asked twice, for the escape sequence and for the code (ask.cpp).
+//     designated before: it is asked twice, for the escape sequence and for the code. So what it
+//     writes in place of a character that the target lacks follows from the substitute, and is
+//     asked about once in a call (ask.cpp).
 // P3  D and E, run on k alone in the neutral session, use up k, read one character, write whole
-// codes,
-//     and fill in every field that characters fill in (ask.cpp).
+//     codes, or leave everything to a substitute, and fill in every field that characters fill in
+//     (ask.cpp).
 // P4  What is not so is the rules' own, and its entry says so: marks that may join a letter,
-// letters
-//     that a mark may follow where a run ends before the end of the input (finish.cpp), a line feed
-//     behind a carriage return (loop.h), user-defined sets, references, tags, byte-order marks
-//     (plan.cpp).
-// P5  The key holds all of O, both charsets, both rules; what else an answer may rest on, the
-// tables
-//     that the two rules look into, is checked at each call (pair.cpp).
+//     letters that a mark may follow where a run ends before the end of the input (finish.cpp), a
+//     line feed behind a carriage return (fast.cpp; inside a run, loop.cpp), user-defined sets,
+//     references, tags, byte-order marks (plan.cpp).
+// P5  The key holds all of O but the substitutes, both charsets, both rules, and how many tables
+//     were loaded and written to, which both rules may look into (pair.cpp).
 // P6  After a run the session holds what D and E left for the last character, prevSrcCode what they
 //     left for the one before it, and sums of counts and positions (finish.cpp). Nothing else
 //     survives a character.
@@ -28,23 +27,27 @@
 // From these, equality follows character by character.
 //
 // Threads. Everything in a pair that changes is written under its lock, by ask.cpp alone. An entry
-// is one word and never changes once it is not 0: read relaxed, it is there whole or not yet, and
-// what is not yet there is asked for, under the lock. What takes more than a word, an answer, is
-// complete before its number is stored with release; it is read through a load with acquire, and
-// one that cannot be seen yet is looked for under the lock. So nothing rests on the order in which
-// another processor sees two stores of this one.
+// is one word and never changes once it is not 0, and so is an escape sequence: read relaxed, it is
+// there whole or not yet, and what is not yet there is asked for, under the lock. What takes more
+// than a word, an answer, is complete before its number is stored with release; it is read through
+// a load with acquire, and one that cannot be seen yet is looked for under the lock. So nothing
+// rests on the order in which another processor sees two stores of this one.
 //
-// Pairs live in one table for the process. A call holds its pair by a count beside the pointer, in
-// memory that is never freed: it raises the count and then reads the pointer, while who frees a
-// pair clears the pointer and then reads the count, all four in one order for all processors; so
-// one of the two sees the other. Bytes are claimed against one budget. When that is used up, pairs
-// that are stale and those unused for longest are freed, as long as nobody holds them.
+// Pairs live in one table for the process. A call holds its pair by a word beside the pointer, in
+// memory that is never freed. The first one takes the seat, by exchanging it, and gives it back by
+// a plain store, for nobody else writes to it meanwhile but another one that finds it taken, and
+// leaves it so; those are counted beside. A call first takes its seat, or counts itself, and then
+// reads the pointer, while who frees a pair clears the pointer and then reads seat and count, all
+// in one order for all processors; so one of the two sees the other. Bytes are claimed against one
+// budget. When that is used up, pairs that are stale and those unused for longest are freed, as
+// long as nobody holds them.
 #pragma once
 
 #include "cconv/engine/engine.h"
 #include "cconv/fast/kernels/kernels.h"
 #include "cconv/rulefunc/traits.h"
 
+#include <array>
 #include <atomic>
 #include <bit>
 #include <pthread.h>
@@ -56,52 +59,30 @@ inline constexpr u64 budget_bytes = 64 << 20;
 
 // How source characters are told apart.
 enum class reader : u8 {
-    lead_bytes, // one or two bytes, by the lead byte
+    lead_bytes, // one or two bytes, by the lead byte; three behind a single shift
     utf8,       // one to three bytes; the scalar is the key
-    unit_big,   // two-byte units
-    unit_little,
-    quad_big, // four-byte units
-    quad_little,
-    iso2022 // one or two bytes, by the set designated last
+    units,      // two bytes
+    quads,      // four bytes
+    iso2022     // one or two bytes, by the set designated last
 };
 
-// What becomes of a block of codes.
-enum class block_form : u8 {
-    none,    // characters go one by one
-    entries, // what their entries say
-    utf8,    // both charsets are Unicode: the scalars in another form
-    units_big,
-    units_little,
-    quads_big,
-    quads_little
-};
+// What becomes of a block of codes: characters go one by one; what their entries say; between
+// Unicode charsets, the scalars in another form.
+enum class block_form : u8 { none, entries, scalars };
 
-// How a run of ASCII is converted, known from the first ASCII character on.
-enum class ascii_form : u8 { unknown, same, widen, narrow };
-
-// Everything that decides the bytes of a character.
-struct pair_key {
-    const charset_group *source, *target;
-    const rule_row *decoder, *encoder;
-    u32 source_number, target_number; // the rules look at those too
-    u32 options;                      // byte orders, and what becomes of line breaks
-    u32 table_changes;
-    void **groups, **sets; // the registry, which may have changed with the two
-    u32 group_count, set_count;
-
-    bool operator==(const pair_key&) const = default;
-};
-inline constexpr u32 big_source = 1, big_target = 2, newline_shift = 2;
+// Everything that decides the bytes of a character: the words that key_of in pair.cpp puts here.
+// The last one is what there is of tables: an answer rests on those that are loaded.
+using pair_key = std::array<u64, 9>;
+inline constexpr std::size_t tables_in_key = 8;
 
 // How a pair is converted.
 struct plan {
     const codec_traits *source, *target;
     fast::reader reader;
     block_form blocks;
-    bool normalises;        // line breaks
-    ascii_unit source_unit; // that ASCII is read in
-    u32 source_sets;        // those designated that entries are for, a bit each by designation_bit
-    u16 stops[9];           // between Unicode charsets: scalars that do not stand for themselves
+    bool normalises;                     // line breaks
+    ascii_unit source_unit, target_unit; // of ASCII
+    u16 stops[9]; // between Unicode charsets: scalars that do not stand for themselves
     u32 stop_count;
 };
 
@@ -109,7 +90,8 @@ struct plan {
 struct answer {
     u64 bytes; // written, the first one lowest, without an escape sequence before them
     u8 length, codes;
-    u8 slot;           // for a target that designates sets: which one this needs
+    u8 slot;           // of the set that must be designated before them; 0: none need be
+    bool lacks;        // the target has no code: a substitute is written, where there is one
     bool takes_mark;   // a mark behind it may belong to it
     bool is_cr, is_lf; // of the line breaks that are normalised
     // What they left in the session.
@@ -155,23 +137,36 @@ inline void answer::store(u8* out) const {
     std::memcpy(out, &packed, sizeof packed);
 }
 
-// A set that the target designates, and how.
-struct slot_designation {
-    u32 setNo;
-    u8 length;
-    u8 bytes[4];
-};
+// Sets that escape sequences designate have numbers close to each other: from 1 on, in four bits.
+inline constexpr u32 first_slot_set = PVZAN_SET_ISO_646_IRV - 1, slot_count = 16;
+inline constexpr u32 ascii_slot = PVZAN_SET_ISO_646_IRV - first_slot_set;
 
-inline constexpr std::size_t key_count = 0x10000, answers_at_once = 256, most_slots = 8;
+inline constexpr std::size_t key_count = 0x10000, answers_at_once = 256;
+
+class lock_guard {
+public:
+    explicit lock_guard(pthread_mutex_t& lock) : lock_(lock) { pthread_mutex_lock(&lock_); }
+    ~lock_guard() { pthread_mutex_unlock(&lock_); }
+    lock_guard(const lock_guard&) = delete;
+    lock_guard& operator=(const lock_guard&) = delete;
+
+private:
+    pthread_mutex_t& lock_;
+};
 
 // Bytes are only ever added.
 struct atomic_byte_set {
     std::atomic<u64> halves[2];
 
+    // Both halves in one register: what two stores wrote, one load would wait for.
     [[nodiscard]] byte_set load() const {
-        const u64 now[2] = {halves[0].load(std::memory_order_relaxed),
-                            halves[1].load(std::memory_order_relaxed)};
-        return std::bit_cast<byte_set>(now);
+        using both [[gnu::vector_size(16)]] = u64;
+        return std::bit_cast<byte_set>(both{halves[0].load(std::memory_order_relaxed),
+                                            halves[1].load(std::memory_order_relaxed)});
+    }
+    [[nodiscard]] bool is_empty() const {
+        return (halves[0].load(std::memory_order_relaxed) |
+                halves[1].load(std::memory_order_relaxed)) == 0;
     }
     void add(u8 byte) {
         byte_set added{};
@@ -188,26 +183,18 @@ struct pair {
     fast::plan plan;
     const kernels* kernel;
 
-    // What was loaded of the tables that the rules look into, and when that was last seen to be so.
-    u32 own_tables;
-    std::atomic<u32> generation;
-    std::atomic<bool> stale;
-
     pthread_mutex_t lock;
     session neutral; // the rules are asked in this one
     u32 answer_total;
     u64 claimed; // bytes of the budget
     u32 place;   // in the table of pairs
 
-    std::atomic<ascii_form> ascii;
-    ascii_unit ascii_target; // for widen
-    u8 ascii_slot;
-    atomic_byte_set plain_ascii; // of runs
+    atomic_byte_set plain_ascii; // that is written as it is, in the target's units
     // By lead byte: 0 not asked, 1 a character by itself, 2 with the byte behind it, 3 with two.
     std::atomic<u8> lead_length[256];
-    atomic_byte_set leads;       // those of length 2
-    std::atomic<u32> slot_count; // from 1 on
-    slot_designation slots[most_slots];
+    atomic_byte_set leads; // those of length 2
+    // By slot: the escape sequence, as it lies in memory, of three or four bytes; 0: not asked.
+    std::atomic<u32> escapes[slot_count];
 
     answer* answers[key_count / answers_at_once];
     std::atomic<u16> answer_at[key_count]; // 0: none
@@ -225,12 +212,18 @@ struct pair {
 
 // ---- pair.cpp
 
+// A pair in the hands of a call.
+struct held_pair {
+    pair* p;
+    bool counted; // beside others
+};
+
 // The pair of a session, made where it is new, and held until release_pair; null where the rules
-// alone are to convert, now or for the rest of the call.
-pair* hold_pair(const session* s, bool& for_now);
-void release_pair(pair* p);
+// alone are to convert, at least for now.
+held_pair hold_pair(const session* s);
+void release_pair(held_pair held);
 // Whether what the pair was told may still be used; false for good once it is not.
-bool is_current(pair& p);
+bool is_current(const pair& p);
 // Claims bytes against the budget, freeing pairs where that is used up; gives them back.
 bool claim_bytes(u64 bytes);
 void return_bytes(u64 bytes);
@@ -240,33 +233,29 @@ void free_unheld();
 
 // ---- plan.cpp
 
-// Of the sets that ISO-2022-JP designates, whose numbers follow each other.
-constexpr u32 designation_bit(u32 setNo) {
-    const u32 place = setNo - PVZAN_SET_ISO_646_IRV;
-    return place < 32 ? 1U << place : 0;
-}
-
 // False where the rules alone are to convert.
 bool make_plan(const session* s, plan& made);
-// Nothing but characters is due: no byte-order mark, tag or reference.
-enum class due { characters, mark, others };
-due what_is_due(const session* s, const codec_traits& source, const codec_traits& target);
-// How many of the tables that the rules look into are loaded.
-u32 count_own_tables(const pair_key& key, const plan& p);
+// Whether nothing but characters is due: no byte-order mark, tag or reference.
+bool only_characters_due(const session* s, const codec_traits& source, const codec_traits& target);
 
 // ---- ask.cpp
 
-// Asks the rules about the character that left bytes begin with, unless that was done. Whether it
-// may be run over now. set: the one designated in the source.
-bool learn(pair& p, const u8* in, std::size_t left, u32 set);
-// What they answered about a character that was run over; where nobody asked before, they are asked
-// now, and room has it where it cannot be kept. Null where they do not run over it.
-const answer* find_answer(pair& p, u32 k, std::span<const u8> bytes, answer& room);
+struct run;
+
+// Asks the rules about the character that a run ended at, unless that was done. Whether it may be
+// run over now.
+bool learn(pair& p, const run& r);
+// What they answered about a character that was run over. Where nobody asked before, in blocks of
+// Unicode, they are asked now. Null where they do not run over it, or memory is short.
+const answer* find_answer(pair& p, u32 k, std::span<const u8> bytes);
+// What they write in place of characters that the target lacks.
+bool ask_substitute(pair& p, const substitute& wanted, answer& a);
 
 // ---- A run
 
-// Why a run ended: nothing left that fits, a character nobody asked about, one that is the rules'.
-enum class stop : u8 { end, unknown, by_rules };
+// Why a run ended: nothing left that fits, a character nobody asked about, one that is the rules',
+// one that the target lacks.
+enum class stop : u8 { end, unknown, by_rules, lacking };
 
 inline constexpr u32 no_key = ~0U;
 
@@ -275,15 +264,24 @@ struct run {
     const u8 *in, *in_end;
     u8 *out, *out_end;   // what must stay free at the end is left out
     u32 in_set, out_set; // designated
-    u32 characters, codes;
+    const answer*
+        substitutes; // for codes of one byte, for others; null where the rules see to them
+    u32 characters;
+    u32 more_codes;        // than characters, modulo 2^32
     u32 last, before_last; // keys of the last two characters; no_key where there is none
     stop why;
-    const u8* next; // the character that it ended at, and the set designated for it
-    u32 next_set;
+    // The character that it ended at: its key and length, unless they are unknown, and the set
+    // designated for it.
+    const u8* next;
+    u32 next_key, next_length, next_set;
 };
 
-void run_over(pair& p, run& r);    // loop.cpp
-void run_iso2022(pair& p, run& r); // loop_iso2022.cpp
+// The answer that stands for one that says that the target lacks the character.
+inline const answer* substitute_for(const run& r, const answer& a) {
+    return &r.substitutes[a.setCode <= 0xFF ? 0 : 1];
+}
+
+void run_over(pair& p, run& r); // loop.cpp
 // Writes the session as the rules leave it; false when the run comes to nothing.
 bool finish(pair& p, run& r, session* s); // finish.cpp
 

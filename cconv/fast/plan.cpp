@@ -1,6 +1,6 @@
 // From the traits of two codecs, the sets of two charsets and the options: how a pair is converted.
+#include "cconv/engine/step.h"
 #include "cconv/fast/readers.h"
-#include "cconv/rulefunc/designations.h"
 #include "cconv/tables/table.h"
 
 #include <algorithm>
@@ -32,27 +32,35 @@ bool widths_ascend(const charset_group* group) {
     return !member_sets(group).empty();
 }
 
-std::optional<reader> reader_of(const session* s, reading how) {
+// How source characters are told apart, and the units that they come in; none where it takes the
+// rules.
+struct source_form {
+    fast::reader reader;
+    ascii_unit unit;
+};
+constexpr ascii_unit single_bytes{1, true};
+
+std::optional<source_form> source_form_of(const session* s, reading how) {
     const bool big = s->source.srcBigEndian != 0;
-    const reader unit = big ? reader::unit_big : reader::unit_little;
+    const bool pairs = all_two_bytes_wide(s->srcGroup);
     switch (how) {
-    case reading::lead_byte: return reader::lead_bytes;
-    case reading::pairs: return reader::unit_big;
-    case reading::utf8: return reader::utf8;
-    case reading::utf16: return unit;
-    case reading::ucs4: return big ? reader::quad_big : reader::quad_little;
-    case reading::escapes: return reader::iso2022;
+    case reading::lead_byte: return {{reader::lead_bytes, single_bytes}};
+    case reading::pairs: return {{reader::units, {2, true}}};
+    case reading::utf8: return {{reader::utf8, single_bytes}};
+    case reading::utf16: return {{reader::units, {2, big}}};
+    case reading::ucs4: return {{reader::quads, {4, big}}};
+    case reading::escapes: return {{reader::iso2022, single_bytes}};
     case reading::ucs2:
-        if (all_two_bytes_wide(s->srcGroup)) {
-            return unit;
+        if (pairs) {
+            return {{reader::units, {2, big}}};
         }
         break;
     case reading::sets:
-        if (all_two_bytes_wide(s->srcGroup)) {
-            return reader::unit_big; // the bytes are the key, in any order
+        if (pairs) {
+            return {{reader::units, {2, true}}}; // the bytes are the key, in any order
         }
         if (widths_ascend(s->srcGroup)) {
-            return reader::lead_bytes;
+            return {{reader::lead_bytes, single_bytes}};
         }
         break;
     }
@@ -70,133 +78,72 @@ bool is_plain_unicode(const charset_group* group) {
            !table_loaded(set->encodeTable);
 }
 
-block_form unicode_blocks(const plan& p, bool big) {
-    switch (p.target->form) {
-    case unicode_form::utf8: return block_form::utf8;
-    case unicode_form::units: return big ? block_form::units_big : block_form::units_little;
-    case unicode_form::quads: return big ? block_form::quads_big : block_form::quads_little;
-    case unicode_form::none: break;
-    }
-    return block_form::entries;
-}
-
 // Blocks, where the machine has kernels for both ends of them.
 block_form blocks_of(const session* s, const plan& p) {
     const kernels& k = chosen_kernels();
+    const auto where = [](bool kernel, block_form form) {
+        return kernel ? form : block_form::none;
+    };
     if (p.target->designates) {
         return block_form::none;
     }
-    if (p.reader == reader::iso2022) {
-        return k.seven_bit_pairs != nullptr ? block_form::entries : block_form::none;
+    switch (p.reader) {
+    case reader::iso2022: return where(k.seven_bit_pairs != nullptr, block_form::entries);
+    case reader::lead_bytes: return where(k.split_codes != nullptr, block_form::entries);
+    default: break;
     }
-    if (p.reader == reader::lead_bytes) {
-        return k.split_codes != nullptr ? block_form::entries : block_form::none;
+    const bool decodes = p.reader != reader::utf8 || k.decode_utf8 != nullptr;
+    if (p.source->form != unicode_form::none && p.target->form != unicode_form::none &&
+        is_plain_unicode(s->srcGroup) && is_plain_unicode(s->dstGroup)) {
+        const bool encodes = p.target->form != unicode_form::utf8 || k.encode_utf8 != nullptr;
+        return where(decodes && encodes, block_form::scalars);
     }
-    const bool unicode = p.source->form != unicode_form::none && is_plain_unicode(s->srcGroup) &&
-                         is_plain_unicode(s->dstGroup);
-    block_form form =
-        unicode ? unicode_blocks(p, s->target.dstBigEndian != 0) : block_form::entries;
-    if (form == block_form::utf8 && k.encode_utf8 == nullptr) {
-        form = block_form::none;
-    }
-    const bool decodes =
-        p.reader != reader::utf8 ||
-        (k.decode_utf8 != nullptr && (form != block_form::entries || k.decode_pays_for_entries));
-    return decodes ? form : block_form::none;
+    return where(decodes, block_form::entries);
+}
+
+ascii_unit target_unit(const session* s, unicode_form form) {
+    const bool big = s->target.dstBigEndian != 0;
+    return form == unicode_form::units   ? ascii_unit{2, big}
+           : form == unicode_form::quads ? ascii_unit{4, big}
+                                         : single_bytes;
 }
 
 // The scalars that end a block between Unicode charsets: marks, which may join the letter before
 // them, and line breaks where they are normalised.
 void set_stops(plan& p) {
-    for (const u16 mark : combining_marks) {
-        p.stops[p.stop_count++] = mark;
-    }
+    const auto add = [&](std::span<const u16> scalars) {
+        std::ranges::copy(scalars, p.stops + p.stop_count);
+        p.stop_count += static_cast<u32>(scalars.size());
+    };
+    add(combining_marks);
     if (p.normalises) {
-        for (const u16 line_break : {u16{'\r'}, u16{'\n'}, u16{0x2028}, u16{0x2029}}) {
-            p.stops[p.stop_count++] = line_break;
-        }
+        add(control_breaks);
+        add(line_separators);
     }
-}
-
-ascii_unit source_unit(reader r) {
-    switch (r) {
-    case reader::unit_big: return {2, true};
-    case reader::unit_little: return {2, false};
-    case reader::quad_big: return {4, true};
-    case reader::quad_little: return {4, false};
-    default: return {1, true};
-    }
-}
-
-// The sets that escape sequences may designate and entries are for: those that the charset has, in
-// the width that the keys are for. Behind others the rules refuse even line controls.
-u32 designated_sets(const charset_group* group) {
-    u32 sets = 0;
-    for (const basic_set* set : member_sets(group)) {
-        const basic_set* found = designated_set(group, set->setNo);
-        if (found != nullptr && iso2022_base(set->setNo) != no_base &&
-            is_double_byte_width(found->byteNum) == is_double_byte_set(set->setNo)) {
-            sets |= designation_bit(set->setNo);
-        }
-    }
-    return sets;
-}
-
-u32 loaded(const table_object* table) {
-    return table != nullptr && table_loaded(table) ? 1 : 0;
-}
-
-u32 loaded_of_number(u32 setNo) {
-    const object_array* sets = g_ProcessObject.basics;
-    const basic_set* set =
-        sets != nullptr ? findBasicArray(g_ProcessObject.basics, setNo) : nullptr;
-    return set != nullptr ? loaded(set->decodeTable) : 0;
 }
 
 } // namespace
 
-due what_is_due(const session* s, const codec_traits& source, const codec_traits& target) {
-    const bool refers = target.refers && s->target.charRefMode != PVZAN_CHARREF_OFF;
-    if (refers || (target.writes_marks && s->baseLang[0] != '\0')) {
-        return due::others;
-    }
+bool only_characters_due(const session* s, const codec_traits& source, const codec_traits& target) {
     const bool mark = (source.checks_mark && s->source.srcCheckBom != 0) ||
                       (target.writes_marks && s->target.dstWriteBom != 0);
-    return mark ? due::mark : due::characters;
+    return !mark && !(target.refers && s->target.charRefMode != PVZAN_CHARREF_OFF) &&
+           !(target.writes_marks && s->baseLang[0] != '\0');
 }
 
 bool make_plan(const session* s, plan& made) {
-    const std::optional<reader> found = reader_of(s, made.source->read);
+    const std::optional<source_form> found = source_form_of(s, made.source->read);
     // With states at both ends little is left that stands alone.
-    if (!found || (*found == reader::iso2022 && made.target->designates)) {
+    if (!found || (found->reader == reader::iso2022 && made.target->designates)) {
         return false;
     }
-    made.reader = *found;
+    made.reader = found->reader;
+    made.source_unit = found->unit;
+    made.target_unit = target_unit(s, made.target->form);
     made.normalises = s->target.convertNewline != 0;
-    made.source_unit = source_unit(made.reader);
-    made.source_sets = made.reader == reader::iso2022 ? designated_sets(s->srcGroup) : 0;
     made.blocks = blocks_of(s, made);
     set_stops(made);
     return true;
-}
-
-u32 count_own_tables(const pair_key& key, const plan& p) {
-    u32 count = 0;
-    for (const basic_set* set : member_sets(key.source)) {
-        count += loaded(set->decodeTable) + loaded_of_number(set->setNo);
-    }
-    for (const u32 setNo : p.source->sets) {
-        count += loaded_of_number(setNo);
-    }
-    for (const basic_set* set : member_sets(key.target)) {
-        count += loaded(set->encodeTable);
-    }
-    for (const object_array* extra : items_of<object_array>(key.target->dsTableArrays)) {
-        for (const table_object* table : items_of<table_object>(extra)) {
-            count += loaded(table);
-        }
-    }
-    return count;
 }
 
 } // namespace fast

@@ -61,7 +61,8 @@ struct lead_byte_reader {
     static constexpr std::ptrdiff_t longest = 3;
     static constexpr stop stop_without_length = stop::unknown;
 
-    explicit lead_byte_reader(const pair& with) : p_(with), leads_(with.leads.load()) {}
+    explicit lead_byte_reader(const pair& with)
+        : p_(with), by_{with.leads.load(), with.plan.source->single_shift} {}
     [[nodiscard]] static bool is_ascii(const u8* p) { return *p < 0x80; }
     [[nodiscard]] u32 length(const u8* p, std::size_t left) const {
         const u32 length = p_.lead_length[*p].load(std::memory_order_relaxed);
@@ -69,22 +70,19 @@ struct lead_byte_reader {
     }
     [[nodiscard]] static u32 key(const u8* p, u32 length) { return lead_byte_key(p, length); }
 
-    // Single shifts go alone.
-    static bool may_open_chunk(u32 length) { return length != 3; }
-    [[nodiscard]] chunk_read chunk(const u8* p, u16* codes) const {
-        return p_.kernel->split_codes(p, leads_, codes);
+    [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* codes) const {
+        return p_.kernel->split_codes(p, chunks, by_, codes);
     }
-    static constexpr std::size_t full_chunk = 1;
     static const u8* behind(const u8* p, std::span<const u16> codes) {
         for (const u16 code : codes) {
-            p += code > 0xFF ? 2 : 1;
+            p += code <= 0xFF ? 1 : code >= 0x8000 ? 2 : 3;
         }
         return p;
     }
 
 private:
     const pair& p_;
-    byte_set leads_;
+    split_by by_;
 };
 
 struct utf8_reader {
@@ -107,11 +105,9 @@ struct utf8_reader {
     }
     [[nodiscard]] static u32 key(const u8* p, u32 length) { return utf8_key(p, length); }
 
-    static bool may_open_chunk(u32) { return true; }
-    [[nodiscard]] chunk_read chunk(const u8* p, u16* scalars_read) const {
-        return p_.kernel->decode_utf8(p, scalars_read);
+    [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* scalars_read) const {
+        return p_.kernel->decode_utf8(p, chunks, scalars_read);
     }
-    static constexpr std::size_t full_chunk = 1;
     static const u8* before(const u8* p) {
         do {
             --p;
@@ -147,17 +143,19 @@ struct unit_reader {
     }
     [[nodiscard]] static u32 key(const u8* p, u32) { return code(p) % key_count; }
 
-    static bool may_open_chunk(u32) { return true; }
-    [[nodiscard]] chunk_read chunk(const u8* p, u16* units) const {
-        if constexpr (Bytes == 2) {
-            p_.kernel->copy_units(p, units, BigEndian != (std::endian::native == std::endian::big));
-            return {chunk_bytes / Bytes, chunk_bytes};
-        } else {
-            const std::size_t n = p_.kernel->narrow_quads(p, units, BigEndian);
-            return {n, n * Bytes};
+    [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* units) const {
+        constexpr std::size_t step = chunk_bytes / Bytes;
+        std::size_t n = 0;
+        for (; n < chunks * step; n += step) {
+            if constexpr (Bytes == 2) {
+                constexpr bool native = BigEndian == (std::endian::native == std::endian::big);
+                p_.kernel->copy_units(p + Bytes * n, units + n, !native);
+            } else if (p_.kernel->narrow_quads(p + Bytes * n, units + n, BigEndian) == 0) {
+                break;
+            }
         }
+        return {n, n * Bytes};
     }
-    static constexpr std::size_t full_chunk = chunk_bytes;
     static const u8* before(const u8* p) { return p - Bytes; }
     static const u8* behind(const u8* p, std::span<const u16> units) {
         return p + Bytes * units.size();

@@ -285,10 +285,12 @@ bool is_usable(const table_object* table) {
     return table->maxKey != table->minKey || (table->minKey > 0 && table->minKey < beyond_codes);
 }
 
-std::atomic<u32> generation{1}; // of what is loaded
+std::atomic<u32> generation{2}; // of what is loaded; odd while a table becomes so
 std::atomic<u32> changes{0};    // of loaded tables
 
+// Under the table lock.
 void mark_loaded(table_object* table, u32 loaded) {
+    generation.fetch_add(1, std::memory_order_release);
     std::atomic_ref<u32>(table->loaded).store(loaded, std::memory_order_release);
     generation.fetch_add(1, std::memory_order_release);
 }

@@ -47,7 +47,7 @@ inline bool table_loaded(const table_object* table) {
            0;
 }
 
-// Changes whenever a table becomes loaded.
+// Changes whenever a table becomes loaded; odd meanwhile. Who sees the table loaded sees that, too.
 u32 table_generation();
 // Changes whenever a loaded table is written to.
 u32 table_changes();

@@ -4,13 +4,15 @@
 
 #include "platform/base.h"
 
+#include <atomic>
+
 namespace fast {
 
 // A block is read in chunks of so many bytes, each of them so many codes at most.
 inline constexpr std::size_t chunk_bytes = 64, chunk_codes = 64;
 inline constexpr std::size_t block_chunks = 4, block_codes = block_chunks * chunk_codes;
 
-// Bytes that encode_utf8 and put_quads may touch behind what they write.
+// Bytes that encode_utf8, put_entries and put_quads may touch behind what they write.
 inline constexpr std::size_t kernel_margin = 64;
 
 // Some of 128 bytes: by the low four bits, a bit for each of the next three. Bytes of one half,
@@ -38,16 +40,22 @@ struct ascii_unit {
 struct chunk_read {
     std::size_t codes, bytes;
 };
+struct block_written {
+    std::size_t codes, bytes;
+};
 
-// Which bytes are trails, of bytes that begin with a character; leads are those that open two bytes
-// where a character begins. In a run of such bytes every other one is a lead, from its first on.
-constexpr u64 trails_of(u64 leads) {
-    constexpr u64 even_places = 0x5555555555555555;
-    const u64 run_begins = leads & ~(leads << 1);
-    // Adding a run's lowest bit clears the run.
-    const u64 even_runs = leads & ~(leads + (run_begins & even_places));
-    return ((even_runs & even_places) | (leads & ~even_runs & ~even_places)) << 1;
-}
+// An entry of a code: the bytes to write for it, up to three and the first one lowest, and their
+// number times one_byte. Those below one_byte say something else.
+using entry_word = std::atomic<u32>;
+inline constexpr u32 one_byte = 1U << 24;
+
+// How codes are told apart: two bytes where a lead begins them, else one. A single shift, 0 for
+// none, goes with the two bytes of a pair from A1 on behind it, where all three stand in one chunk;
+// their code has the low seven bits of both.
+struct split_by {
+    byte_set leads;
+    u8 single_shift;
+};
 
 // A null pointer means that going character by character is faster on this machine.
 struct kernels {
@@ -59,28 +67,35 @@ struct kernels {
     std::size_t (*widen_ascii)(const ascii_run& run, ascii_unit target);
     std::size_t (*narrow_ascii)(const ascii_run& run, ascii_unit source);
 
-    // Reads chunk_bytes bytes and writes the scalars of the well-formed sequences of one to three
-    // bytes that they begin with; room for chunk_codes of them.
-    chunk_read (*decode_utf8)(const u8* in, u16* scalars);
-    bool decode_pays_for_entries; // also where each scalar is then looked up
+    // Reads so many chunks and writes the scalars of the well-formed sequences of one to three
+    // bytes that they begin with; room for chunk_codes for each.
+    chunk_read (*decode_utf8)(const u8* in, std::size_t chunks, u16* scalars);
     // Reads chunk_bytes bytes of four-byte units; 0 when one does not fit, else their number.
     std::size_t (*narrow_quads)(const u8* in, u16* scalars, bool big_endian);
-    // Reads chunk_bytes bytes of single- and double-byte characters and writes their codes; room
-    // for chunk_codes of them. Whether they mean anything is not looked at.
-    chunk_read (*split_codes)(const u8* in, const byte_set& leads, u16* codes);
+    // Reads so many chunks of characters of one to three bytes and writes their codes; room for
+    // chunk_codes for each. Whether they mean anything is not looked at.
+    chunk_read (*split_codes)(const u8* in, std::size_t chunks, const split_by& by, u16* codes);
     // Writes scalars without surrogates as UTF-8 and returns the bytes, three each at most; may
     // touch kernel_margin bytes behind them. A chunk behind the scalars may be read.
     std::size_t (*encode_utf8)(const u16* scalars, std::size_t count, u8* out);
+    // Writes what the entries of at most block_codes codes say, up to the first that says something
+    // else; may touch kernel_margin bytes behind that.
+    block_written (*put_entries)(const entry_word* entries, const u16* codes, std::size_t count,
+                                 u8* out);
     // Copies chunk_bytes bytes, their two-byte units swapped where asked for.
     void (*copy_units)(const void* in, void* out, bool swap);
     // Writes count scalars in four bytes each; may touch kernel_margin bytes behind them.
     void (*put_quads)(const u16* scalars, std::size_t count, u8* out, bool big_endian);
     // How many of the scalars come before the first surrogate and the first of the stops.
     std::size_t (*plain_scalars)(const u16* scalars, std::size_t count, std::span<const u16> stops);
-    // Reads chunk_bytes bytes; of the pairs of bytes from 21 to 7E that they begin with, writes
-    // base and the seven bits of both. Room for a chunk of codes.
-    std::size_t (*seven_bit_pairs)(const u8* in, u16 base, u16* codes);
+    // Reads so many chunks; of the pairs of bytes from 21 to 7E that they begin with, writes base
+    // and the seven bits of both. Room for half of chunk_codes for each.
+    std::size_t (*seven_bit_pairs)(const u8* in, std::size_t chunks, u16 base, u16* codes);
 };
+
+// put_entries for any machine.
+block_written put_one_by_one(const entry_word* entries, const u16* codes, std::size_t count,
+                             u8* out);
 
 extern const kernels portable_kernels, avx2_kernels, avx512_kernels;
 

@@ -8,96 +8,115 @@ namespace fast {
 
 namespace {
 
-constexpr std::size_t step = 16; // characters looked at together
+constexpr std::size_t vector_bytes = 16;
+using bytes_v [[gnu::vector_size(vector_bytes)]] = u8;
+using units_v [[gnu::vector_size(vector_bytes)]] = u16;
 
-// The set of plain bytes; in long runs as a byte each, 0 for a plain one.
-struct plain_test {
-    explicit plain_test(const byte_set& set) : plain(set) {}
+template <typename V>
+bool any(V condition) {
+    u64 words[sizeof(V) / sizeof(u64)];
+    std::memcpy(words, &condition, sizeof words);
+    return (words[0] | words[1]) != 0;
+}
 
-    byte_set plain;
-    bool has_table = false;
-    u8 table[256];
+// ASCII that a run may not hold, in ranges: worth looking for in long runs.
+struct ascii_gaps {
+    std::size_t count = 0;
+    u8 first[8], size_less_one[8];
 
-    void make_table() {
-        for (u32 byte = 0; byte < std::size(table); ++byte) {
-            table[byte] = is_plain(byte) ? 0 : 1;
+    // False where there are more.
+    bool find(const byte_set& plain) {
+        for (u8 byte = 0; byte < 0x80; ++byte) {
+            if (plain.has(byte)) {
+                continue;
+            }
+            if (byte > 0 && !plain.has(byte - 1)) {
+                ++size_less_one[count - 1];
+            } else if (count == std::size(first)) {
+                return false;
+            } else {
+                first[count] = byte;
+                size_less_one[count++] = 0;
+            }
         }
-        has_table = true;
+        return true;
     }
-    [[nodiscard]] bool is_plain(u32 code) const {
-        return code < 0x80 && plain.has(static_cast<u8>(code));
-    }
-    // How many of the bytes are plain, up to the first that is not.
-    [[nodiscard]] std::size_t first(const u8* p, std::size_t count) const {
-        u32 other = 0;
-        for (std::size_t i = 0; has_table && count == step && i < step; ++i) {
-            other |= table[p[i]];
+    [[nodiscard]] bool has_none_of(bytes_v bytes) const {
+        auto others = bytes >= 0x80;
+        for (std::size_t gap = 0; gap < count; ++gap) {
+            others |= bytes - first[gap] <= size_less_one[gap];
         }
-        std::size_t at = has_table && count == step && other == 0 ? step : 0;
-        while (at < count && is_plain(p[at])) {
-            ++at;
-        }
-        return at;
+        return !any(others);
     }
 };
 
-// Converts size bytes or fewer, step by step, by a function for so many of them.
-template <typename Put>
-std::size_t convert(const u8* in, const byte_set& set, std::size_t size, Put put) {
-    constexpr std::size_t long_run = 8 * step;
-    plain_test plain(set);
-    std::size_t at = 0;
-    for (std::size_t n = step; n == step && at < size; at += n) {
-        if (at == long_run) {
-            plain.make_table();
+constexpr u8 in_order(u8 unit, bool) {
+    return unit;
+}
+constexpr u16 in_order(u16 unit, bool swap) {
+    return swap ? __builtin_bswap16(unit) : unit;
+}
+constexpr u32 in_order(u32 unit, bool swap) {
+    return swap ? __builtin_bswap32(unit) : unit;
+}
+
+// A long run is copied by vectors, up to the last that holds nothing else.
+std::size_t copy_vectors(const ascii_run& run, std::size_t from, std::size_t size) {
+    ascii_gaps gaps;
+    std::size_t at = from;
+    if (gaps.find(run.plain)) {
+        for (; at + vector_bytes <= size; at += vector_bytes) {
+            bytes_v bytes;
+            std::memcpy(&bytes, run.in + at, sizeof bytes);
+            if (!gaps.has_none_of(bytes)) {
+                break;
+            }
+            std::memcpy(run.out + at, &bytes, sizeof bytes);
         }
-        n = plain.first(in + at, std::min(size - at, step));
-        put(at, n);
     }
     return at;
+}
+
+template <typename In, typename Out>
+std::size_t convert_ascii(const ascii_run& run, bool swap) {
+    constexpr std::size_t long_run = 128;
+    const u8* const in = run.in;
+    u8* const out = run.out;
+    const byte_set plain = run.plain;
+    const std::size_t size = std::min(run.in_size / sizeof(In), run.out_size / sizeof(Out));
+    for (std::size_t at = 0; at < size; ++at) {
+        if (sizeof(In) == sizeof(Out) && at == long_run) {
+            at = copy_vectors(run, at, size);
+            if (at == size) {
+                break;
+            }
+        }
+        In unit;
+        std::memcpy(&unit, in + sizeof(In) * at, sizeof unit);
+        unit = in_order(unit, swap);
+        if (unit >= 0x80 || !plain.has(static_cast<u8>(unit))) {
+            return at;
+        }
+        const Out written = in_order(static_cast<Out>(unit), swap);
+        std::memcpy(out + sizeof(Out) * at, &written, sizeof written);
+    }
+    return size;
+}
+
+constexpr bool swapped(ascii_unit unit) {
+    return unit.big_endian != (std::endian::native == std::endian::big);
 }
 
 std::size_t copy_ascii(const ascii_run& run) {
-    return convert(run.in, run.plain, std::min(run.in_size, run.out_size),
-                   [in = run.in, out = run.out](std::size_t at, std::size_t n) {
-                       std::memcpy(out + at, in + at, n);
-                   });
+    return convert_ascii<u8, u8>(run, false);
 }
-
-template <u32 UnitBytes>
-std::size_t widen(const ascii_run& run, bool big_endian) {
-    const std::size_t place = big_endian ? UnitBytes - 1 : 0; // of the byte in its unit
-    return convert(run.in, run.plain, std::min(run.in_size, run.out_size / UnitBytes),
-                   [=, in = run.in, out = run.out](std::size_t at, std::size_t n) {
-                       std::memset(out + UnitBytes * at, 0, UnitBytes * n);
-                       for (std::size_t i = 0; i < n; ++i) {
-                           out[UnitBytes * (at + i) + place] = in[at + i];
-                       }
-                   });
-}
-
 std::size_t widen_ascii(const ascii_run& run, ascii_unit target) {
-    return target.bytes == 2 ? widen<2>(run, target.big_endian) : widen<4>(run, target.big_endian);
+    return target.bytes == 2 ? convert_ascii<u8, u16>(run, swapped(target))
+                             : convert_ascii<u8, u32>(run, swapped(target));
 }
-
-template <u32 UnitBytes>
-std::size_t narrow(const ascii_run& run, bool big_endian) {
-    const std::size_t size = std::min(run.in_size / UnitBytes, run.out_size);
-    const plain_test plain(run.plain);
-    std::size_t at = 0;
-    for (; at < size; ++at) {
-        const u32 value = load_code({run.in + UnitBytes * at, UnitBytes}, big_endian);
-        if (!plain.is_plain(value)) {
-            break;
-        }
-        run.out[at] = static_cast<u8>(value);
-    }
-    return at;
-}
-
 std::size_t narrow_ascii(const ascii_run& run, ascii_unit source) {
-    return source.bytes == 2 ? narrow<2>(run, source.big_endian)
-                             : narrow<4>(run, source.big_endian);
+    return source.bytes == 2 ? convert_ascii<u16, u8>(run, swapped(source))
+                             : convert_ascii<u32, u8>(run, swapped(source));
 }
 
 std::size_t narrow_quads(const u8* in, u16* scalars, bool big_endian) {
@@ -129,19 +148,16 @@ void put_quads(const u16* scalars, std::size_t count, u8* out, bool big_endian) 
 }
 
 std::size_t plain_scalars(const u16* scalars, std::size_t count, std::span<const u16> stops) {
-    constexpr std::size_t vector_bytes = 16, units_together = vector_bytes / 2;
-    using unit_vector [[gnu::vector_size(vector_bytes)]] = u16;
-    using word_vector [[gnu::vector_size(vector_bytes)]] = u64;
-    for (std::size_t at = 0; at < count; at += units_together) {
-        unit_vector units;
+    constexpr std::size_t step = sizeof(units_v) / sizeof(u16);
+    for (std::size_t at = 0; at < count; at += step) {
+        units_v units;
         std::memcpy(&units, scalars + at, sizeof units);
         auto stop = (units & 0xF800) == 0xD800;
         for (const u16 s : stops) {
             stop |= units == s;
         }
-        const auto words = reinterpret_cast<word_vector>(stop);
-        if ((words[0] | words[1]) != 0) {
-            while (at < count && stop[at % units_together] == 0) {
+        if (any(stop)) {
+            while (at < count && stop[at % step] == 0) {
                 ++at;
             }
             return at;
@@ -150,7 +166,39 @@ std::size_t plain_scalars(const u16* scalars, std::size_t count, std::span<const
     return count;
 }
 
+void store_packed(u32 packed, u8* out) {
+    const u32 bytes = std::endian::native == std::endian::big ? __builtin_bswap32(packed) : packed;
+    std::memcpy(out, &bytes, sizeof bytes);
+}
+
 } // namespace
+
+// There is no branch on each entry: all are written, and those in vain overwritten later.
+block_written put_one_by_one(const entry_word* entries, const u16* codes, std::size_t count,
+                             u8* out) {
+    u8* const begin = out;
+    u32 least = ~0U;
+    for (std::size_t i = 0; i < count; ++i) {
+        const u32 packed = entries[codes[i]].load(std::memory_order_relaxed);
+        store_packed(packed, out);
+        out += packed / one_byte;
+        least = std::min(least, packed);
+    }
+    if (least >= one_byte) {
+        return {count, static_cast<std::size_t>(out - begin)};
+    }
+    // Others may have been asked about by now, and were not written above: once more.
+    block_written written{0, 0};
+    for (; written.codes < count; ++written.codes) {
+        const u32 packed = entries[codes[written.codes]].load(std::memory_order_relaxed);
+        if (packed < one_byte) {
+            break;
+        }
+        store_packed(packed, begin + written.bytes);
+        written.bytes += packed / one_byte;
+    }
+    return written;
+}
 
 const kernels portable_kernels = {
     .name = "portable",
@@ -158,10 +206,10 @@ const kernels portable_kernels = {
     .widen_ascii = widen_ascii,
     .narrow_ascii = narrow_ascii,
     .decode_utf8 = nullptr,
-    .decode_pays_for_entries = false,
     .narrow_quads = narrow_quads,
     .split_codes = nullptr,
     .encode_utf8 = nullptr,
+    .put_entries = put_one_by_one,
     .copy_units = copy_units,
     .put_quads = put_quads,
     .plain_scalars = plain_scalars,
