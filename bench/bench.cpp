@@ -1,12 +1,14 @@
 // The benchmark: this library side by side with iconv(3), ICU, encoding_rs, and memcpy as the
 // limit.
 //
-//     pvzan_bench TEXTS [--quick] [--newlines] [--rounds N] [--kernels NAME] [PAIR [TEXT]]
+//     pvzan_bench TEXTS [--quick] [--newlines] [--rounds N] [--kernels NAME] [--before LIBRARY]
+//                 [--no-peers] [PAIR [TEXT]]
 //
 // TEXTS is the directory that make_texts.py filled. PAIR is a part of FROM:TO, TEXT a part of a
 // text's name; without PAIR the small costs are measured too. --quick takes 3 MB of each text and
 // fewer rounds; --newlines normalises line breaks, as most callers do; --kernels takes those of
-// another machine: portable, avx2, avx512.
+// another machine: portable, avx2, avx512; --before measures an older build of the shared library,
+// with the kernels that it chooses, beside this one.
 #include "bench/measures.h"
 
 #include "cconv/fast/kernels/kernels.h"
@@ -50,15 +52,18 @@ int main(int argc, char** argv) {
             if (!choose_kernels(argv[++i])) {
                 return 2;
             }
+        } else if (std::strcmp(argv[i], "--before") == 0 && i + 1 < argc) {
+            wanted.older = argv[++i];
+        } else if (std::strcmp(argv[i], "--no-peers") == 0) {
+            wanted.peers = false;
         } else if (count < std::size(words)) {
             *words[count++] = argv[i];
         }
     }
     if (count == 0 || wanted.rounds == 0) {
         std::fprintf(
-            stderr,
-            "usage: pvzan_bench TEXTS [--quick] [--newlines] [--rounds N] [--kernels NAME] [PAIR "
-            "[TEXT]]\n");
+            stderr, "usage: pvzan_bench TEXTS [--quick] [--newlines] [--rounds N] [--kernels NAME] "
+                    "[--before LIBRARY] [--no-peers] [PAIR [TEXT]]\n");
         return 2;
     }
     if (wanted.pair.empty() || wanted.pair == "small") {

@@ -6,15 +6,17 @@ namespace {
 
 // The peers' names are those of the same repertoire; for UCS-2 they have UTF-16, which is the same
 // for these texts.
-constexpr charset ucs_2le{"iso-10646-ucs-2le", "UCS-2LE", "UTF-16LE", "utf-16le"};
-constexpr charset ucs_4le{"iso-10646-ucs-4le", "UCS-4LE", "UTF-32LE", nullptr};
-constexpr charset windows31j{"windows31j", "CP932", "ibm-943_P15A-2003", "shift_jis"};
-constexpr charset iso_2022_jp{"iso-2022-jp", "ISO-2022-JP", "ISO-2022-JP", "iso-2022-jp"};
-constexpr charset shift_jis_2004{"shift_jis-2004", "SHIFT_JISX0213", nullptr, nullptr};
-constexpr charset euc_jis_2004{"euc-jis-2004", "EUC-JISX0213", nullptr, nullptr};
-constexpr charset gbk{"chinesegbk", "GBK", "windows-936", "gbk"};
-constexpr charset big5{"chinesebig5", "CP950", "windows-950-2000", "big5"};
-constexpr charset ksc{"koreanksc", "UHC", "windows-949", "euc-kr"};
+constexpr charset ucs_2le{"iso-10646-ucs-2le", "UCS-2LE", "UTF-16LE", "utf-16le", "utf-16-le"};
+constexpr charset ucs_4le{"iso-10646-ucs-4le", "UCS-4LE", "UTF-32LE", nullptr, "utf-32-le"};
+constexpr charset windows31j{"windows31j", "CP932", "ibm-943_P15A-2003", "shift_jis", "cp932"};
+constexpr charset iso_2022_jp{"iso-2022-jp", "ISO-2022-JP", "ISO-2022-JP", "iso-2022-jp",
+                              "iso2022_jp"};
+constexpr charset shift_jis_2004{"shift_jis-2004", "SHIFT_JISX0213", nullptr, nullptr,
+                                 "shift_jis_2004"};
+constexpr charset euc_jis_2004{"euc-jis-2004", "EUC-JISX0213", nullptr, nullptr, "euc_jis_2004"};
+constexpr charset gbk{"chinesegbk", "GBK", "windows-936", "gbk", "gbk"};
+constexpr charset big5{"chinesebig5", "CP950", "windows-950-2000", "big5", "cp950"};
+constexpr charset ksc{"koreanksc", "UHC", "windows-949", "euc-kr", "cp949"};
 
 constexpr char japanese[] = "ja-dense ja-prose ascii";
 constexpr char japanese_2004[] = "ja-dense ja-prose ja-jis2004 ascii";

@@ -4,11 +4,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <dlfcn.h>
 #include <iconv.h>
 
 #ifdef BENCH_WITH_ICU
 #include <unicode/ucnv.h>
+#endif
+#ifdef BENCH_WITH_PYTHON
+#define PY_SSIZE_T_CLEAN
+#include <Python.h>
 #endif
 
 namespace bench {
@@ -26,8 +32,42 @@ std::string plain_name(const char* name, std::uint32_t& big_endian) {
     return plain;
 }
 
+// The functions of this build, or of another one.
+struct library {
+    decltype(&cconvInitConvert) init = cconvInitConvert;
+    decltype(&cconvChgCharset) choose = cconvChgCharset;
+    decltype(&cconvConvert) convert = cconvConvert;
+    decltype(&cconvTermConvert) finish = cconvTermConvert;
+};
+
+bool load(const char* file, library& made) {
+    void* const handle = ::dlopen(file, RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        std::fprintf(stderr, "%s\n", ::dlerror());
+        return false;
+    }
+    const auto get = [&](const char* name, auto& function) {
+        function =
+            reinterpret_cast<std::remove_reference_t<decltype(function)>>(::dlsym(handle, name));
+        return function != nullptr;
+    };
+    decltype(&my_init) start = nullptr;
+    decltype(&ZAN_setCharsetPath) set_path = nullptr;
+    if (!get("my_init", start) || !get("ZAN_setCharsetPath", set_path) ||
+        !get("cconvInitConvert", made.init) || !get("cconvChgCharset", made.choose) ||
+        !get("cconvConvert", made.convert) || !get("cconvTermConvert", made.finish)) {
+        std::fprintf(stderr, "%s is no such library\n", file);
+        return false;
+    }
+    start();
+    set_path(PVZAN_BASE2_DIR);
+    return true;
+}
+
 class pvzan_contender : public contender {
 public:
+    explicit pvzan_contender(const library& of) : library_(of) {}
+
     bool open(const charset_pair& pair, bool normalise_newlines) {
         pvzan_target_options target{};
         pvzan_source_options source{};
@@ -37,8 +77,8 @@ public:
         const std::string from = plain_name(pair.from.pvzan, source.srcBigEndian);
         session_->outBuf = out_.data();
         session_->outLen = static_cast<std::int32_t>(out_.size());
-        return cconvInitConvert(session_.get(), &target, to.c_str()) == PVZAN_DONE &&
-               cconvChgCharset(session_.get(), &source, from.c_str()) == PVZAN_DONE;
+        return library_.init(session_.get(), &target, to.c_str()) == PVZAN_DONE &&
+               library_.choose(session_.get(), &source, from.c_str()) == PVZAN_DONE;
     }
 
     progress step(bytes_view block) override {
@@ -47,18 +87,21 @@ public:
         s.inPos = 0;
         s.inLen = static_cast<std::int32_t>(block.size());
         s.outPos = 0;
-        const std::uint32_t status = cconvConvert(&s);
+        s.outLen = static_cast<std::int32_t>(room_);
+        const std::uint32_t status = library_.convert(&s);
         return {static_cast<std::size_t>(s.inPos), static_cast<std::size_t>(s.outPos),
                 status != PVZAN_DONE && status != PVZAN_INPUT_INCOMPLETE};
     }
 
     progress finish() override {
         session_->outPos = 0;
-        const bool failed = cconvTermConvert(session_.get()) != PVZAN_DONE;
+        session_->outLen = static_cast<std::int32_t>(out_.size());
+        const bool failed = library_.finish(session_.get()) != PVZAN_DONE;
         return {0, static_cast<std::size_t>(session_->outPos), failed};
     }
 
 private:
+    library library_;
     std::unique_ptr<pvzan_session> session_ = std::make_unique<pvzan_session>();
 };
 
@@ -180,6 +223,63 @@ private:
 };
 #endif
 
+// ---- Python's incremental codecs ---------------------------------------------------------------
+
+#ifdef BENCH_WITH_PYTHON
+constexpr char python_source[] = R"(
+import codecs
+def open_stream(source, target):
+    decode = codecs.getincrementaldecoder(source)().decode
+    encode = codecs.getincrementalencoder(target)().encode
+    return lambda block, last: encode(decode(block, last), last)
+)";
+
+// Their output stays where they made it.
+class python_contender : public contender {
+public:
+    explicit python_contender(const charset_pair& pair) : pair_(pair) {
+        static PyObject* const names = [] {
+            Py_InitializeEx(0);
+            PyRun_SimpleString(python_source);
+            return PyModule_GetDict(PyImport_AddModule("__main__"));
+        }();
+        open_ = PyDict_GetItemString(names, "open_stream");
+        python_contender::restart();
+    }
+    python_contender(const python_contender&) = delete;
+    python_contender& operator=(const python_contender&) = delete;
+    ~python_contender() override { Py_CLEAR(stream_); }
+
+    void restart() override {
+        Py_CLEAR(stream_);
+        stream_ = PyObject_CallFunction(open_, "ss", pair_.from.python, pair_.to.python);
+    }
+    progress step(bytes_view block) override { return convert(block, Py_False); }
+    progress finish() override { return convert({}, Py_True); }
+
+private:
+    progress convert(bytes_view block, PyObject* last) {
+        char empty[1];
+        char* const begin =
+            block.empty() ? empty : const_cast<char*>(reinterpret_cast<const char*>(block.data()));
+        PyObject* const view =
+            PyMemoryView_FromMemory(begin, static_cast<Py_ssize_t>(block.size()), PyBUF_READ);
+        PyObject* const written = PyObject_CallFunctionObjArgs(stream_, view, last, nullptr);
+        Py_DECREF(view);
+        if (written == nullptr) {
+            PyErr_Clear();
+            return {0, 0, true};
+        }
+        const auto size = static_cast<std::size_t>(PyBytes_Size(written));
+        Py_DECREF(written);
+        return {block.size(), size, false};
+    }
+
+    charset_pair pair_;
+    PyObject *open_ = nullptr, *stream_ = nullptr;
+};
+#endif
+
 // ---- memcpy(3), the limit ----------------------------------------------------------------------
 
 class memcpy_contender : public contender {
@@ -194,8 +294,16 @@ public:
 } // namespace
 
 std::unique_ptr<contender> make_pvzan(const charset_pair& pair, bool normalise_newlines) {
-    auto made = std::make_unique<pvzan_contender>();
+    auto made = std::make_unique<pvzan_contender>(library{});
     return made->open(pair, normalise_newlines) ? std::move(made) : nullptr;
+}
+
+std::unique_ptr<contender> make_older(const char* file, const charset_pair& pair,
+                                      bool normalise_newlines) {
+    static library older;
+    static const bool loaded = load(file, older);
+    auto made = std::make_unique<pvzan_contender>(older);
+    return loaded && made->open(pair, normalise_newlines) ? std::move(made) : nullptr;
 }
 
 std::unique_ptr<contender> make_iconv(const charset_pair& pair) {
@@ -224,6 +332,14 @@ std::unique_ptr<contender> make_encoding_rs([[maybe_unused]] const charset_pair&
     }
 #endif
     return nullptr;
+}
+
+std::unique_ptr<contender> make_python([[maybe_unused]] const charset_pair& pair) {
+#ifdef BENCH_WITH_PYTHON
+    return std::make_unique<python_contender>(pair);
+#else
+    return nullptr;
+#endif
 }
 
 std::unique_ptr<contender> make_memcpy() {

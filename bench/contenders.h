@@ -2,6 +2,7 @@
 // thread.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -30,16 +31,20 @@ public:
     virtual progress step(bytes_view block) = 0;
     // Closes the stream.
     virtual progress finish() { return {}; }
-    [[nodiscard]] const std::vector<std::uint8_t>& output() const { return out_; }
+    // Bytes of output that each step from now on may write, where a contender is asked to.
+    void set_room(std::size_t room) { room_ = room; }
+    [[nodiscard]] bytes_view output() const { return out_; }
 
 protected:
-    std::vector<std::uint8_t> out_ = std::vector<std::uint8_t>(6 * block_bytes);
+    // One place for all of them, for which place it is makes a difference.
+    alignas(64) static inline std::array<std::uint8_t, 6 * block_bytes> out_;
+    std::size_t room_ = out_.size();
 };
 
 // A charset by the names that the contenders have for it; null where one lacks it. Ours with "le"
 // behind it is its little-endian form.
 struct charset {
-    const char *pvzan, *iconv, *icu, *encoding_rs;
+    const char *pvzan, *iconv, *icu, *encoding_rs, *python;
 };
 
 struct charset_pair {
@@ -48,9 +53,13 @@ struct charset_pair {
 
 // Each returns null for a pair that it lacks.
 std::unique_ptr<contender> make_pvzan(const charset_pair& pair, bool normalise_newlines);
+// An older build of the shared library, which is read from a file; it uses the same charsets.
+std::unique_ptr<contender> make_older(const char* file, const charset_pair& pair,
+                                      bool normalise_newlines);
 std::unique_ptr<contender> make_iconv(const charset_pair& pair);
 std::unique_ptr<contender> make_icu(const charset_pair& pair);
 std::unique_ptr<contender> make_encoding_rs(const charset_pair& pair);
+std::unique_ptr<contender> make_python(const charset_pair& pair);
 std::unique_ptr<contender> make_memcpy();
 
 } // namespace bench

@@ -14,6 +14,8 @@ struct options {
     std::size_t megabytes = 0; // how much of each text; 0: all
     std::size_t rounds = 9;    // each contender once in each
     bool normalise_newlines = false;
+    bool peers = true;
+    const char* older = nullptr; // another build of the library, to measure beside this one
 };
 
 inline double now_ns() {
