@@ -11,7 +11,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <map>
+#include <sstream>
 #include <string>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
@@ -43,81 +45,8 @@ struct source_tree {
     test::temp_dir place;
 
     source_tree() {
-        for (const char* folder : {"source/definitions", "source/sets", "source/tables"}) {
-            fs::create_directories(place.file(folder));
-        }
-        place.write("source/definitions/mini.xml", R"(<?xml version="1.0" encoding="UTF-8"?>
-<!-- A comment; set-latin is named in it. -->
-<!DOCTYPE charset [
-<!ENTITY set-latin SYSTEM "latin.set">
-<!ENTITY table-latin SYSTEM "latin.txt">
-<!ENTITY extra-signs SYSTEM "signs.txt">
-<!ENTITY set-more SYSTEM "more.set">
-<!ENTITY table-more SYSTEM "more.txt">
-<!ENTITY set-own SYSTEM "own.set">
-]>
-<charset>
-  <name>Mini</name>
-  <rule construle="constSAME" destrule="destSAME"/>
-  <baseset>&set-latin;
-    <dstable bytenum="1">&extra-signs;</dstable>
-  </baseset>
-  <diffset>&set-more;</diffset>
-  <eudcset>&set-own;</eudcset>
-</charset>
-)");
-        place.write("source/definitions/other.xml", other("latin.txt"));
-        place.write("source/sets/latin.set", R"(<?xml version="1.0" encoding="UTF-8"?>
-<subseta>
-  <name>Latin</name>
-  <lang domain="en"/>
-  <code bytenum="1"/>
-  <defined>00-7F 80 </defined>
-  <srtable>&table-latin;</srtable>
-</subseta>
-)");
-        place.write("source/sets/more.set", R"(<?xml version="1.0" encoding="UTF-8"?>
-<subsetb>
-  <name>More</name>
-  <lang domain="ja"/>
-  <codeb bytenum="2" basedon="Latin"/>
-  <defined>2121-217E </defined>
-  <srtable>&table-more;</srtable>
-</subsetb>
-)");
-        place.write("source/sets/own.set", R"(<?xml version="1.0" encoding="UTF-8"?>
-<name>Own</name>
-<codec bytenum="2"/>
-<defrange start="7F21" number="5E"/>
-)");
-        place.write("source/tables/latin.tsv", "# Latin\n"
-                                               "%bytes 00-80\n"
-                                               "%pairs 129\n"
-                                               "%decode-only 1\n"
-                                               "80\t0041\tA\n"
-                                               "%two-way 128\n"
-                                               "00..7F\t0000\n");
-        place.write("source/tables/more.tsv", "%bytes 21 21-7E\n"
-                                              "%pairs 3\n"
-                                              "2121\t3042\t\xE3\x81\x82\n"
-                                              "2122..2123\t3044\n");
-        place.write("source/tables/signs.tsv", "%bytes 5C,7E\n%extra\n%pairs 1\n5C\t00A5\n");
-    }
-
-    // A second charset of the same set.
-    static std::string other(const std::string& table) {
-        return R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE charset [
-<!ENTITY set-latin SYSTEM "latin.set">
-<!ENTITY table-latin SYSTEM ")" +
-               table + R"(">
-]>
-<charset>
-  <name>Other</name>
-  <rule construle="constSAME" destrule="destSAME"/>
-  <baseset>&set-latin;</baseset>
-</charset>
-)";
+        fs::copy(PVZAN_SOURCE_DIR "/tests/data/charsets", place.file("source"),
+                 fs::copy_options::recursive);
     }
 
     // Replaces a text that stands in the file; an empty one stands for the whole file, be it there
@@ -136,90 +65,44 @@ struct source_tree {
     }
 };
 
-struct rejection {
-    const char *file, *text, *other; // what is spoiled
-    const char* message;             // behind the file, or behind the source directory
-};
-
-const std::string second_latin = source_tree::other("more.txt");
-
-const rejection rejections[] = {
-    // Tables.
-    {"tables/more.tsv", "%pairs 3", "%pairs 4", ": declares 4 pairs, has 3"},
-    {"tables/latin.tsv", "%decode-only 1", "%decode-only 2",
-     ": declares 2 pairs that only decode, has 1"},
-    {"tables/latin.tsv", "%two-way 128", "%two-way 1", ": declares 1 two-way pairs, has 128"},
-    {"tables/more.tsv", "2121\t", "217F\t", ":3: 217F is not a code of %bytes"},
-    {"tables/more.tsv", "2121\t", "212a\t", ":3: codes have 4 upper-case digits here"},
-    {"tables/more.tsv", "2121\t", "2124\t", ":4: code 2122 is not in order"},
-    {"tables/more.tsv", "2122..2123", "2123..2122", ":4: the range does not ascend"},
-    {"tables/more.tsv", "\t3044", "\t3041", ":4: 3042 stands in line 3 too"},
-    {"tables/more.tsv", "\t3044", "\t10FFFF", ":4: 110000 is not a scalar value"},
-    {"tables/more.tsv", "\t3044", "\t0000",
-     ":4: 0 stands for no mapping, and only code 0 can have it"},
-    {"tables/more.tsv", "\t3042", "\t3043", ":3: the third column is not the character 3043"},
-    {"tables/more.tsv", "%bytes 21 21-7E\n", "", ":2: %bytes and %pairs must stand before"},
-    {"tables/more.tsv", "\xE3\x81\x82", "\xE3\x81", ":3: not UTF-8"},
-    {"tables/latin.tsv", "80\t0041\tA", "41\t0041\tA", ":5: code 0041 stands in line 7 too"},
-    {"tables/latin.tsv", "80\t0041\tA", "80\t00C4",
-     ":5: 00C4 has no other code, so this pair goes both ways"},
-    {"tables/stray.tsv", "", "%bytes 00\n%pairs 0\n", ": nothing uses this table"},
-    // Sets.
-    {"sets/stray.set", "",
-     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<subseta>\n<name>Stray</name>\n"
-     "<lang domain=\"\"/>\n<code bytenum=\"1\"/>\n</subseta>\n",
-     ": no charset uses this set"},
-    {"sets/latin.set", "<name>Latin", "<name>Roman",
-     ":3: the file of Roman must bear its name in lower case"},
-    {"sets/latin.set", "80 </defined>", "80</defined>",
-     ":6: the last code of <defined> needs a blank behind it"},
-    {"sets/latin.set", "00-7F 80", "00-7F", "tables/latin.tsv:5: 0080 is outside what the set"},
-    {"sets/latin.set", "bytenum=\"1\"", "bytenum=\"5\"",
-     ":5: bytenum must be a number from 1 to 4"},
-    {"sets/more.set", "bytenum=\"2\"", "bytenum=\"1\"", ":7: codes are longer than bytenum says"},
-    {"sets/own.set", "number=\"5E\"", "number=\"1901\"",
-     ": the user-defined area is larger than private use"},
-    {"sets/own.set", "start=\"7F21\"", "start=\"2123\"",
-     "definitions/mini.xml:18: the user-defined area overlaps more.txt at 2123"},
-    {"tables/more.tsv", "2122..2123\t3044", "2122..2123\tE05D",
-     "definitions/mini.xml:18: the user-defined area overlaps more.txt at 2122"},
-    // Definitions.
-    {"definitions/mini.xml", "constSAME", "constSame", ":13: no such rule: constSame"},
-    {"definitions/mini.xml", "<!ENTITY set-latin SYSTEM \"latin.set\">\n", "",
-     ":13: entity set-latin not declared"},
-    {"definitions/mini.xml", "<!ENTITY table-latin SYSTEM \"latin.txt\">\n", "",
-     ":13: entity table-latin, which Latin refers to, is not declared"},
-    {"definitions/mini.xml", "<diffset>&set-more;</diffset>", "",
-     ":7: nothing refers to entity set-more"},
-    {"definitions/mini.xml", "<!ENTITY set-latin",
-     "<!ENTITY reset-latin SYSTEM \"x\">\n<!ENTITY set-latin", ":5: entity set-latin is not found"},
-    {"definitions/mini.xml", "latin.set", "latin2.set", ":4: there is no set latin2.set"},
-    {"definitions/mini.xml", "<dstable bytenum=\"1\">", "<dstable bytenum=\"2\">",
-     ":15: on a one-byte set bytenum must be 1"},
-    {"tables/signs.tsv", "%extra\n", "", "definitions/mini.xml:15: signs.txt lacks %extra"},
-    {"tables/signs.tsv", "00A5", "0041",
-     "definitions/mini.xml:15: 0041 of signs.txt is never asked for: latin.txt has it"},
-    {"tables/signs.tsv", "%bytes 5C,7E\n%extra\n%pairs 1\n5C",
-     "%bytes 01 5C\n%extra\n%pairs 1\n015C",
-     "definitions/mini.xml:15: signs.txt has codes longer than bytenum"},
-    {"definitions/mini.xml", "  <diffset>&set-more;",
-     "  <baseset>&set-latin;</baseset>\n  <diffset>&set-more;", ":17: Latin is here twice"},
-    {"definitions/other.xml", "", second_latin.c_str(),
-     ":4: Latin has the table latin.txt in another charset"},
-};
+// \n, \t and \xNN, as they are written in C.
+std::string unescaped(const std::string& text) {
+    std::string result;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const char kind = text[at] == '\\' ? text[++at] : '\0';
+        if (kind == 'x') {
+            result += static_cast<char>(std::stoul(text.substr(at + 1, 2), nullptr, 16));
+            at += 2;
+        } else {
+            result += kind == 'n' ? '\n' : kind == 't' ? '\t' : text[at];
+        }
+    }
+    return result;
+}
 
 TEST(CharsetBuilder, NamesFileLineAndFault) {
-    for (const rejection& row : rejections) {
-        SCOPED_TRACE(row.message);
+    std::ifstream list(PVZAN_SOURCE_DIR "/tests/data/charset_faults.tsv");
+    int rows = 0;
+    for (std::string line; std::getline(list, line);) {
+        if (line.starts_with('#')) {
+            continue;
+        }
+        SCOPED_TRACE(line);
+        std::string file, text, other, message;
+        std::istringstream row(line);
+        for (std::string* column : {&file, &text, &other, &message}) {
+            std::getline(row, *column, '\t');
+        }
         const source_tree tree;
-        tree.spoil(row.file, row.text, row.other);
-        const std::string file = row.message[0] == ':' ? row.file : "";
+        tree.spoil(file, unescaped(text), unescaped(other));
         const program_result result = tree.build();
         EXPECT_EQ(result.status, 1);
-        EXPECT_EQ(result.output.find(tree.place.file("source/") + file + row.message), 0U)
-            << result.output;
+        const std::string place = tree.place.file("source/") + (message[0] == ':' ? file : "");
+        EXPECT_EQ(result.output.find(place + message), 0U) << result.output;
         EXPECT_FALSE(tree.place.has("output"));
+        ++rows;
     }
+    EXPECT_GT(rows, 30);
 }
 
 // An overlay that changes one pair of more.txt, and leaves out the one charset that uses it or not.

@@ -11,30 +11,9 @@ namespace {
 constexpr const char* unicode = "utf-16"; // which reads a base and its mark as one
 constexpr std::uint32_t scalar_end = 0x110000;
 
-struct charset_case {
-    const char* name;
-    std::size_t codes;   // that are characters
-    std::size_t encoded; // scalars, and pairs of base and mark
-};
-
-const charset_case cases[] = {
-    {"shift_jis", 7070, 7079},
-    {"shift_jis-2004", 11424, 11433},
-    {"euc-jp", 13136, 13146},
-    {"euc-jp-fix", 13136, 13146},
-    {"euc-jis-2004", 11423, 11433},
-    {"iso-2022-jp", 14012, 7079},
-    {"iso-2022-jp-2004", 25245, 11420},
-    {"chinesegbk", 24069, 24069},
-    {"chinesebig5", 19848, 19838},
-    {"koreanksc", 17364, 17364},
-    {"gb18030", 204192, 204192},
-    {"iso-646irv", 128, 128},
-    {"iso-8859-1", 256, 256},
-    {"oasys-win", 11471, 11476},
-    // Thirty control codes are read with their top bit set, too.
-    {"oasys-online", 15936, 15911},
-};
+bool is_unicode(std::string_view name) {
+    return name.starts_with("utf") || name.starts_with("iso-10646");
+}
 
 // A prefix that goes before each code, and a range for each byte behind it.
 struct code_form {
@@ -105,17 +84,17 @@ std::string_view without_designation(std::string_view code) {
 
 // Counts everything, and lists what does not come back as it was. A code may come back under
 // another designation.
-std::vector<std::string> examine(const charset_case& row) {
-    test::character_converter decode(row.name, unicode), encode(unicode, row.name);
+std::vector<std::string> examine(const char* name) {
+    test::character_converter decode(name, unicode), encode(unicode, name);
     std::vector<std::string> one_way;
     const auto list = [&](const char* way, const std::string& from, const std::string& to,
                           const std::string& back) {
-        one_way.push_back(std::string(row.name) + "\t" + way + "\t" + hex(from) + "\t" + hex(to) +
+        one_way.push_back(std::string(name) + "\t" + way + "\t" + hex(from) + "\t" + hex(to) +
                           "\t" + hex(back));
     };
     std::set<std::string> pairs;
     std::size_t codes = 0;
-    for (const code_form& form : forms_of(row.name)) {
+    for (const code_form& form : forms_of(name)) {
         each_code(form, [&](const std::string& code) {
             const auto text = decode(code);
             if (!text) {
@@ -143,16 +122,19 @@ std::vector<std::string> examine(const charset_case& row) {
             list("encode", text, *code, back);
         }
     }
-    EXPECT_EQ(codes, row.codes) << row.name;
-    EXPECT_EQ(encoded, row.encoded) << row.name;
+    one_way.push_back(std::string(name) + "\tcounts\t" + std::to_string(codes) + "\t" +
+                      std::to_string(encoded) + "\t-");
     return one_way;
 }
 
 // Set PVZAN_LIST_ONE_WAY to a file to have the list written there, and review what changed.
 TEST(CharsetData, CountsAndWhatDoesNotComeBack) {
     std::set<std::string> found, reviewed;
-    for (const charset_case& row : cases) {
-        for (std::string& line : examine(row)) {
+    for (const char* name : test::all_charsets) {
+        if (is_unicode(name) || name == std::string_view("windows31j")) {
+            continue;
+        }
+        for (std::string& line : examine(name)) {
             found.insert(std::move(line));
         }
     }

@@ -2,6 +2,7 @@
 #include "cconv/definition/definition.h"
 #include "tests/support/charset_directory.h"
 #include "tests/support/child.h"
+#include "tests/support/digest.h"
 #include "tests/support/document.h"
 
 #include <gtest/gtest.h>
@@ -23,46 +24,15 @@ using test::charset_directory;
 
 using files = std::map<std::string, std::string>;
 
+// tests/data/definition, whose files stand in UTF-16 in a charset directory.
 files good_files() {
-    return {{"main.xml", R"(<?xml version="1.0" encoding="UTF-16"?>
-<!DOCTYPE charset [
-<!ENTITY base SYSTEM "Base.set">
-<!ENTITY diff SYSTEM "diff.set">
-<!ENTITY user SYSTEM "user.set">
-<!ENTITY table SYSTEM "base.txt">
-<!ENTITY difftable SYSTEM "sub/diff.txt">
-<!ENTITY bar SYSTEM "bar.txt">
-]>
-<charset>
-<!-- a comment -->
-<name>Shift_JIS</name>
-<rule construle="constShift_JIS" destrule="destShift_JIS"/>
-<baseset>&base;<dstable bytenum="3">&bar;</dstable></baseset>
-<diffset>&diff;</diffset>
-<eudcset>&user;</eudcset>
-</charset>
-)"},
-            {"base.set", R"(<subseta>
-<name>JIS_X0208-1990</name>
-<lang domain="ja"/>
-<code bytenum="2"><range>21-7E</range><range>21-7E</range></code>
-<defined>2121-227E 2330 </defined>
-<srtable>&table;</srtable>
-</subseta>
-)"},
-            {"diff.set", R"(<subsetb>
-<name>NEC_extset</name>
-<lang domain="ja"/>
-<codeb bytenum="2" basedon="JIS_X0208-1990"/>
-<defined>2D21-2D7C
-</defined>
-<srtable>&difftable;</srtable>
-</subsetb>
-)"},
-            {"user.set", R"(<name>windows31j-usr</name>
-<codec bytenum="2"><range>F0-F9</range></codec>
-<defrange start="F040" number="758"/>
-)"}};
+    files all;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(PVZAN_SOURCE_DIR "/tests/data/definition")) {
+        std::ifstream file(entry.path());
+        all[entry.path().filename().string()] = {std::istreambuf_iterator<char>(file), {}};
+    }
+    return all;
 }
 
 std::string with(std::string text, const std::string& from, const std::string& to) {
@@ -178,108 +148,52 @@ TEST(Definition, OtherFilesAreReadAsTheMainOneIs) {
 // ---- One change to the good files each, and what comes of it
 
 struct change {
-    const char *file, *from, *to;
+    std::string file, from, to;
     std::string shown; // a part of the result; empty: refused
 };
 
-void expect_changes(std::initializer_list<change> changes) {
+void expect_change(const charset_directory& dir, const change& c) {
+    SCOPED_TRACE(c.file + ": " + c.from + " -> " + c.to);
+    files all = good_files();
+    all[c.file] = with(all[c.file], c.from, c.to);
+    write(dir, all);
+    charset_directory::clear_registry();
+    EXPECT_EQ(xmlReadXML("main.xml"), c.shown.empty() ? 0U : 1U);
+    const std::string shown = show_groups() + show_sets();
+    if (c.shown.empty()) {
+        EXPECT_EQ(show_groups(), "");
+    }
+    EXPECT_NE(shown.find(c.shown), shown.npos) << shown << "not " << c.shown;
+}
+
+TEST(Definition, Changed) {
     const charset_directory dir;
-    for (const change& c : changes) {
-        files all = good_files();
-        all[c.file] = with(all[c.file], c.from, c.to);
-        write(dir, all);
-        charset_directory::clear_registry();
-        EXPECT_EQ(xmlReadXML("main.xml"), c.shown.empty() ? 0U : 1U) << c.file << ": " << c.to;
-        const std::string shown = show_groups() + show_sets();
-        if (c.shown.empty()) {
-            EXPECT_EQ(show_groups(), "") << c.file << ": " << c.from << " -> " << c.to;
-        } else {
-            EXPECT_NE(shown.find(c.shown), shown.npos)
-                << c.file << ": " << c.from << " -> " << c.to << " gave\n"
-                << shown << "not " << c.shown;
+    test::digest all("definitions changed");
+    std::ifstream list(PVZAN_SOURCE_DIR "/tests/data/definition_changes.tsv");
+    for (std::string line; std::getline(list, line);) {
+        if (line.empty() || line.starts_with('#')) {
+            continue;
         }
+        change c;
+        std::istringstream row(line);
+        for (std::string* column : {&c.file, &c.from, &c.to, &c.shown}) {
+            std::getline(row, *column, '\t');
+            for (const auto& [escape, by] : {std::pair("\\t", "\t"), {"\\n", "\n"}}) {
+                const std::size_t at = column->find(escape);
+                if (at != std::string::npos) {
+                    column->replace(at, 2, by);
+                }
+            }
+        }
+        expect_change(dir, c);
+        all.add(show_groups() + show_sets());
     }
-}
-
-TEST(Definition, MainDocument) {
-    expect_changes({
-        {"main.xml", "<charset>", "", ""},
-        {"main.xml", "<name>Shift_JIS</name>", "", ""},
-        {"main.xml", "<rule construle=\"constShift_JIS\" destrule=\"destShift_JIS\"/>", "",
-         "group shift_jis   sets JIS"},
-        {"main.xml", "construle=", "", ""},
-        {"main.xml", " destrule=\"destShift_JIS\"", "", ""},
-        {"main.xml", "destShift_JIS\"", "destUTF-8\" x=\"y\"", " destUTF-8 sets"},
-        {"main.xml", "constShift_JIS", "", "group shift_jis  destShift_JIS sets"},
-        // A set of its own file that cannot be had fails the whole charset.
-        {"main.xml", "Base.set", "missing.set", ""},
-        {"main.xml", "base.txt", "BASE.TXT", "BASE.TXT/4/10"}, // folded only when it is opened
-        // In the order of the document, whatever their kinds.
-        {"main.xml", "<diffset>&diff;</diffset>",
-         "<diffset>&diff;</diffset><baseset>&base;</baseset>",
-         "sets JIS_X0208-1990 NEC_extset JIS_X0208-1990 windows31j-usr [bar.txt/3/10] [] []"},
-        {"main.xml", "<baseset>", "<diffset>&diff;</diffset><baseset>",
-         "sets NEC_extset JIS_X0208-1990 NEC_extset windows31j-usr [] [bar.txt/3/10] []"},
-        {"main.xml", "<eudcset>&user;</eudcset>", "",
-         "JIS_X0208-1990 NEC_extset [bar.txt/3/10] []\n"},
-    });
-}
-
-TEST(Definition, SetFiles) {
-    expect_changes({
-        {"base.set", "<subseta>", "<subsetb>", ""},
-        {"base.set", "<name>JIS_X0208-1990</name>", "", ""},
-        {"base.set", "<lang domain=\"ja\"/>", "<lang/>", ""}, // neither form of an opening tag
-        {"base.set", "domain=\"ja\"", "", " lang  on"},
-        {"base.set", "<code ", "<kode ", ""},
-        {"base.set", "bytenum=\"2\"", "bytenum=\"10\"", "base.txt/4/10 base.txt/A/10"}, // decimal
-        {"base.set", "bytenum=\"2\"", "bytenum=\"65537\"", " bytes 1 "},
-        {"base.set", "<defined>2121-227E 2330 </defined>", "", " defined max 0 tables base.txt"},
-        {"base.set", "<srtable>&table;</srtable>", "", "max 227E tables /4/00 /2/00"},
-        // A range that is not closed ends at the next "/>", and there is none.
-        {"base.set", "</range></code>", "</code>", good_base},
-        {"diff.set", "<subsetb>", "<subseta>", ""},
-        {"diff.set", "<codeb ", "<code ", ""},
-        {"diff.set", " basedon=\"JIS_X0208-1990\"", "",
-         "NEC_extset type 2 bytes 2 lang ja on  user"},
-        {"user.set", "<name>windows31j-usr</name>", "", ""},
-        {"user.set", "<codec ", "<code ", ""},
-        {"user.set", "<defrange start=\"F040\" number=\"758\"/>", "", " user 0+0 "},
-        {"user.set", "\"758\"/>", "758/>", ""},
-        {"user.set", "number=\"758\"", "number=\"12345\"", " user F040+2345 "}, // 16 bits
-        {"user.set", "F040", " \tG", " user 0+758 "},
-    });
-}
-
-TEST(Definition, ExtraTables) {
-    const char* const table = "<dstable bytenum=\"3\">&bar;</dstable>";
-    expect_changes({
-        {"main.xml", "bytenum=\"3\"", "bytenum=\" \t10\"", "[bar.txt/10/10] []"}, // hexadecimal
-        {"main.xml", table, "<dstable>&bar;</dstable>", "[bar.txt/2/10] []"},
-        {"main.xml", "bytenum=\"3\"", "bytenum=\"\"", "[bar.txt/0/10] []"},
-        {"main.xml", "bytenum=\"3\"", "bytenum=\"3", "[] []"}, // one that is never closed
-        {"main.xml", table, "<dstable bytenum=\"1\">&bar;</dstable><dstable>&table;</dstable>",
-         "[bar.txt/1/10base.txt/2/10] []"},
-        {"main.xml", "&diff;", "&diff;<dstable>&bar;</dstable>", "[bar.txt/3/10] [bar.txt/2/10]"},
-        {"main.xml", "<baseset>", "<dstable>&bar;</dstable><baseset>", "[bar.txt/3/10] []"},
-        {"main.xml", "</charset>", "<dstable>&bar;</dstable></charset>", "[bar.txt/3/10] []"},
-    });
-}
-
-TEST(Definition, DefinedCodes) {
-    const std::string text = "2121-227E 2330 ";
-    const std::pair<const char*, const char*> cases[] = {
-        {"20-7E 8E ", "20-7E 8E-8E max 7E"}, // a single code does not raise it
-        {"20-7E", "max 0"},                  // it ends in one
-        {"30- 39 ", "30-39 max 39"},
-        {"30 -39 ", "30-30 39-39 max 0"},
-        {"30--39-40 ", "30-39 40-40 max 39"},
-        {"7E-20 1-2 ", "7E-20 1-2 max 20"},
-        {"0-FFFFFFFF ", "0-FFFFFFFF max FFFFFFFF"},
-    };
-    for (const auto& [codes, shown] : cases) {
-        expect_changes({{"base.set", text.c_str(), codes, std::string(" defined ") + shown}});
-    }
+    test::expect_recorded("function_answers.tsv", all);
+    const std::string text(5000, 'x'), kept = text.substr(0, text_bytes - 1);
+    expect_change(dir, {"main.xml", "Shift_JIS", text, "group " + kept + " const"});
+    expect_change(dir, {"base.set", "JIS_X0208-1990", text, "sets " + kept + " NEC"});
+    expect_change(dir, {"diff.set", "JIS_X0208-1990", text, "on " + kept + " user"});
+    expect_change(dir, {"user.set", "F040", text, " user 0+758"});
 }
 
 // Of definitions and of sets with one number.
@@ -303,16 +217,6 @@ TEST(Definition, TheFirstOfANumberWins) {
         return getArray(static_cast<const charset_group*>(group)->memberSets, 0);
     };
     EXPECT_EQ(first_set_of(0), first_set_of(1));
-}
-
-TEST(Definition, LongTextsAreCut) {
-    const std::string text(5000, 'x'), kept = text.substr(0, text_bytes - 1);
-    expect_changes({
-        {"main.xml", "Shift_JIS", text.c_str(), "group " + kept + " const"},
-        {"base.set", "JIS_X0208-1990", text.c_str(), "sets " + kept + " NEC"},
-        {"diff.set", "JIS_X0208-1990", text.c_str(), "on " + kept + " user"},
-        {"user.set", "F040", text.c_str(), " user 0+758"},
-    });
 }
 
 // ---- A directory as a whole

@@ -1,4 +1,4 @@
-// Paths in parts, directory listings, files and memory.
+// Directory listings, files and memory. Paths are in functions_test.cpp.
 #include "platform/platform.h"
 #include "tests/support/temp_dir.h"
 
@@ -19,84 +19,6 @@ extern "C" const char* __tsan_default_options() {
 }
 
 namespace {
-
-// Root, directory, base name and extension, and the four joined again.
-using parts = std::vector<std::string>;
-
-parts split(const std::string& path) {
-    const auto p = std::make_unique<split_path>();
-    std::memset(p.get(), 'x', sizeof *p);
-    splitPath(path.c_str(), p.get());
-    for (const auto& field : {p->root, p->directory, p->baseName, p->extension}) {
-        const std::size_t length = std::strlen(field);
-        EXPECT_EQ(std::count(field + length, field + text_bytes, '\0'),
-                  static_cast<std::ptrdiff_t>(text_bytes - length))
-            << path << " leaves what was there";
-    }
-    std::string joined(text_bytes, 'x');
-    mergePath(joined.data(), p.get());
-    return {p->root, p->directory, p->baseName, p->extension, joined.c_str()};
-}
-
-TEST(Path, Parts) {
-    const std::pair<const char*, parts> cases[] = {
-        {"", {"", "", "", ""}},
-        {"/", {"/", "", "", ""}},
-        {"//", {"/", "/", "", ""}},
-        {"./base2/*.xml", {"", "./base2/", "*", ".xml"}},
-        {"/usr/share/a.b.txt", {"/", "usr/share/", "a.b", ".txt"}},
-        {"/a", {"/", "", "", "a"}},
-        {"a/b", {"", "a/", "", "b"}},
-        {".profile", {"", "", "", ".profile"}},
-        {"d/.profile", {"", "d/", "", ".profile"}},
-        {"a.", {"", "", "a", "."}},
-        {"a/", {"", "a/", "", ""}},
-        // A delimiter that ends the text hides the ones before it.
-        {"a/b/", {"", "", "", "a/b/"}},
-        {"a.b.", {"", "", "", "a.b."}},
-    };
-    for (auto [path, expected] : cases) {
-        expected.push_back(path);
-        EXPECT_EQ(split(path), expected) << path;
-    }
-}
-
-TEST(Path, LongPathsAreCut) {
-    for (const std::size_t n : {4094U, 4095U, 4096U, 100000U}) {
-        const auto cut = [](const std::string& text) { return text.substr(0, text_bytes - 1); };
-        const std::string name(n, 'n');
-        const std::string directory = cut(name + "/");
-        EXPECT_EQ(split("/" + name + "/" + name + ".txt"),
-                  (parts{"/", directory, cut(name), ".txt", cut("/" + directory + name + ".txt")}))
-            << n;
-        EXPECT_EQ(split(name)[3], cut(name)) << n;
-    }
-}
-
-TEST(Path, Delimiters) {
-    struct {
-        const char* text;
-        i32 next, path_break;
-    } const cases[] = {
-        {"", 0, 0},     {"/", 0, 0},        {"a", 1, 0},
-        {"abc", 3, 0},  {"/abc", 0, 0},     {"a/b/c", 1, 3},
-        {"ab/c", 2, 2}, {"/usr/lib", 0, 4}, {"./base2/x.xml", 1, 7},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(ZAN_nextPathDelimiter(c.text), c.next) << c.text;
-        EXPECT_EQ(ZAN_nextDrivePathDelimiter(c.text), c.next) << c.text;
-        EXPECT_EQ(ZAN_getPathBreak(c.text), c.path_break) << c.text;
-    }
-}
-
-TEST(Path, LastOccurrence) {
-    // One that ends the text hides the ones before it.
-    const std::pair<std::string, int> cases[] = {{"", -1},    {"a", -1},  {"/", 0},   {"a/b/c", 3},
-                                                 {"/a/", -1}, {"//", -1}, {"ab/", 2}, {"/a", 0}};
-    for (auto [text, at] : cases) {
-        EXPECT_EQ(_right(text.data(), '/'), at < 0 ? nullptr : text.data() + at) << text;
-    }
-}
 
 TEST(Listing, NamesInOrderWithThePatternsDirectory) {
     const test::temp_dir dir;

@@ -1,12 +1,9 @@
-// Names and their numbers; registry objects: arrays, groups, sets, blocks, limits.
+// Registry objects: arrays, groups, sets, blocks, limits.
 #include "cconv/convert/lifecycle.h"
-#include "cconv/registry/names.h"
 #include "cconv/registry/registry.h"
-#include "cconv/rulefunc/rules.h"
 #include "platform/platform.h"
 
 #include <algorithm>
-#include <cctype>
 #include <gtest/gtest.h>
 #include <limits>
 #include <memory>
@@ -15,66 +12,6 @@
 #include <vector>
 
 namespace {
-
-// ---- Names -------------------------------------------------------------------------------------
-
-// The numbers that definitions, the rules and programs in the field rely on.
-constexpr group_row known_names[] = {
-    {"shift_jis", 1001},       {"windows31j", 1002},     {"iso-10646-ucs-2", 1003},
-    {"iso-10646-ucs-4", 1004}, {"utf-16", 1005},         {"utf-8", 1006},
-    {"euc-jp", 1007},          {"euc-jp-fix", 1008},     {"iso-2022-jp", 1009},
-    {"shift_jis-2004", 1010},  {"euc-jis-2004", 1011},   {"iso-2022-jp-2004", 1012},
-    {"iso-646irv", 2001},      {"jis_x0201latin", 2002}, {"jis_x0201kana", 2003},
-    {"jis_c6226-1978", 2004},  {"jis_x0208-1983", 2005}, {"jis_x0208-1990", 2006},
-    {"jis_x0212-1990", 2007},  {"nec_extset", 2008},     {"ibm_extset", 2009},
-    {"jis-78-83", 2010},       {"jis_x0213", 2011},      {"windows31j-usr", 3001},
-    {"windowsntj-usr", 3002},  {"oasys_extset", 3003},   {"oasys2_extset", 3004},
-    {"chinesegbk", 5000},      {"chinesebig5", 5001},    {"koreanksc", 5002},
-    {"gb18030", 5003},
-};
-
-// The name is folded in place.
-void expect_number(std::string name, const std::string& folded, u32 number) {
-    EXPECT_EQ(TheCreateNo(name.data()), number) << folded.substr(0, 20);
-    EXPECT_EQ(name, folded);
-}
-
-TEST(Names, KnownOnesAreNumberedAndOthersHashedByByteAndPosition) {
-    ASSERT_EQ(std::size(known_names), std::size(groupList));
-    for (const auto& [name, number] : known_names) {
-        std::string upper = name;
-        std::ranges::transform(upper, upper.begin(),
-                               [](char c) { return static_cast<char>(std::toupper(c)); });
-        expect_number(name, name, number);
-        expect_number(upper, name, number);
-    }
-    expect_number("", "", 4000);
-    expect_number("AB", "ab", 4293);
-    // Bytes count as unsigned; only letters of ASCII are folded, not their neighbours.
-    expect_number("\xC1", "\xC1", 4193);
-    expect_number("@[`{Z", "@[`{z", 4000 + 64 + 2 * 91 + 3 * 96 + 4 * 123 + 5 * 122);
-    // 255 * (6000 * 6001 / 2) + 4000 = 4590769000, which wraps
-    expect_number(std::string(6000, '\xFF'), std::string(6000, '\xFF'), 295801704);
-}
-
-TEST(Names, RulesByTheirExactNames) {
-    for (const rule_row& row : ruleList) {
-        EXPECT_EQ(TheRule(row.name), &row) << row.name;
-    }
-    EXPECT_EQ(TheRule(nullptr), nullptr);
-    for (const char* name : {"", "dest", "destSAME ", "destsame", "destSHIFT_JIS", "utf-8"}) {
-        EXPECT_EQ(TheRule(name), nullptr) << name;
-    }
-}
-
-TEST(Names, TextsAreComparedToTheirEnds) {
-    constexpr const char* texts[] = {"", "a", "b", "ab", "ac", "abc", "\xFF", "\xFF\xFE"};
-    for (const char* a : texts) {
-        for (const char* b : texts) {
-            EXPECT_EQ(byteCmp(a, b) != 0, std::string_view(a) == b) << a << ", " << b;
-        }
-    }
-}
 
 // ---- Objects -----------------------------------------------------------------------------------
 
@@ -164,22 +101,15 @@ TEST(Registry, GroupsAndSetsAreFoundByNumberAndTheFirstWins) {
     termProcess();
 }
 
+// What they are made of is in definition_test.cpp.
 TEST(RegistryObjects, AreMadeFromTheirNames) {
     std::string name = "JIS_X0208-1990", encode = "constEUC-JP", decode = "destEUC-JP";
     basic_set* set = initBasic(name.data(), PVZAN_SET_DIFFERENCE, 3);
     charset_group* group = initGroup(name.data(), encode.data(), decode.data());
     EXPECT_EQ(name, "JIS_X0208-1990"); // the caller's text is not folded
-    EXPECT_STREQ(set->name, "JIS_X0208-1990");
-    EXPECT_EQ(set->setNo, u32{PVZAN_SET_JIS_X_0208_1990});
-    EXPECT_EQ(set->setType, PVZAN_SET_DIFFERENCE);
-    EXPECT_EQ(set->byteNum, 3);
-    EXPECT_EQ(set->decodeTable->valueBytes << 4 | set->decodeTable->toUnicode, 0x41U);
-    EXPECT_EQ(set->encodeTable->valueBytes << 4 | set->encodeTable->toUnicode, 0x30U);
+    EXPECT_EQ(set->setNo, group->groupNo);
     EXPECT_EQ(set->decodeTable->loadTries, -1);
     EXPECT_EQ(set->decodeTable->loaded, 0U);
-    EXPECT_EQ(group->groupNo, u32{PVZAN_SET_JIS_X_0208_1990});
-    EXPECT_STREQ(group->constRule, "constEUC-JP");
-    EXPECT_STREQ(group->destRule, "destEUC-JP");
     termBasic(set);
     termGroup(group);
 

@@ -1,0 +1,120 @@
+// Table files and their names: a text or a cache of any bytes makes a table, which maps what a
+// plain map of its pairs says, as often as it is loaded; any name can be sought and made temporary.
+#include "cconv/definition/document.h"
+#include "fuzz/charset_files.h"
+#include "platform/platform.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace {
+
+struct owned_table {
+    owned_table(const table_object& as, const char* name)
+        : table(initTable(as.valueBytes, as.toUnicode)) {
+        copy_text(table->fileName, name);
+        table->textEncoding = as.textEncoding;
+        table->textBigEndian = as.textBigEndian;
+    }
+    ~owned_table() { termTable(table); }
+    owned_table(const owned_table&) = delete;
+    owned_table& operator=(const owned_table&) = delete;
+    table_object* table;
+};
+
+// As many bytes a character as the encoding has.
+std::string encode(fuzz::bytes text, u32 encoding, bool big_endian) {
+    const std::size_t width = encoding == encoding_ucs4 ? 4 : 2;
+    std::string out;
+    for (const u8 c : text) {
+        std::string unit(width, '\0');
+        (big_endian ? unit.back() : unit.front()) = static_cast<char>(c);
+        out += unit;
+    }
+    return out;
+}
+
+// The search over tables finds what the table itself maps.
+void search(table_object* table, fuzz::bytes keys) {
+    void* item = table;
+    object_array tables{1, &item};
+    for (std::size_t at = 0; at + 4 <= keys.size() && at < 64; ++at) {
+        u32 key, value = 0;
+        u16 width = 0;
+        std::memcpy(&key, keys.data() + at, sizeof key);
+        const u32 expected = table_loaded(table) ? map_code(table, key) : 0;
+        const u32 found = dstDsTableArray(&tables, key, &value, &width);
+        fuzz::expect(found == (expected != 0) && (found == 0 || value == expected),
+                     "the search over tables finds another value");
+    }
+}
+
+// A name that stays in the scratch directory, and the one for its making.
+void find_name(std::string name) {
+    std::erase_if(name, [](char c) { return c == '/' || c == '\0'; });
+    const auto out = std::make_unique<char[][text_bytes]>(1);
+    std::memset(out.get(), '?', text_bytes);
+    fuzz::expect(!temporary_name(out[0], name.c_str()) ||
+                     ::strnlen(out[0], text_bytes) < text_bytes,
+                 "a temporary name without an end");
+    const auto listing = std::make_unique<directory_listing>();
+    if (openDir((fuzz::scratch_directory() + "/" + name.substr(0, 40)).c_str(), listing.get()) !=
+        0) {
+        while (readDir(listing.get()) != 0) {
+            fuzz::expect(listing->parts.extension[0] != '\0', "an entry without a name");
+        }
+        closeDir(listing.get());
+    }
+}
+
+} // namespace
+
+int LLVMFuzzerInitialize(int*, char***) {
+    my_init();
+    fuzz::use_empty_charset_directory();
+    for (const char* name : {"/a.xml", "/b.xml", "/[c", "/.d"}) {
+        fuzz::write_file(fuzz::scratch_directory() + name, {});
+    }
+    return 0;
+}
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    constexpr std::size_t most_text = 40000; // more than the reader's buffer
+    constexpr std::size_t most_cache = 4096; // each pair may take a block of its own
+    fuzz::input in({data, std::min(size, most_text)});
+    const u32 choices = in.byte(), kind = in.byte(), padding = 64 * in.byte();
+    const bool is_cache = (kind & 4) != 0, is_raw = (kind & 1) != 0;
+    table_object as{};
+    as.toUnicode = choices & 1;
+    as.valueBytes = choices >> 1 & 7;
+    as.textEncoding = choices >> 4 & 7;
+    as.textBigEndian = choices >> 7;
+    const std::string path = fuzz::scratch_directory() + "/table.";
+    const char* const name = (kind & 8) != 0 ? "TABLE.TXT" : "table.txt";
+    std::filesystem::remove(path + "cmp");
+    if (is_cache) {
+        fuzz::write_file(path + "cmp", in.take(most_cache));
+    } else {
+        // Padding brings the text across the borders of the reader's buffer.
+        const bool big = as.textBigEndian != 0;
+        const auto coded = [&](fuzz::bytes b) { return encode(b, as.textEncoding, big); };
+        std::string text = is_raw ? std::string(fuzz::as_text(in.rest())) : coded(in.rest());
+        text.insert((kind & 2) != 0 ? text.size() / 8 * 4 : 0,
+                    coded(std::vector<u8>(padding, ' ')));
+        fuzz::write_file(path + "txt", {reinterpret_cast<const u8*>(text.data()), text.size()});
+        find_name(text);
+    }
+    const owned_table first(as, name), second(as, name);
+    for (table_object* table : {first.table, second.table}) {
+        fuzz::expect(loadTableFile(table) == table_loaded(table), "a result that is not the flag");
+        loadTableFile(table); // counts as loaded now, with whatever success
+        fuzz::expect_pairs_of(path + "cmp", *table);
+        search(table, {data, size});
+    }
+    fuzz::expect(first.table->loaded == second.table->loaded &&
+                     first.table->minKey == second.table->minKey &&
+                     first.table->maxKey == second.table->maxKey &&
+                     first.table->blocks->count == second.table->blocks->count,
+                 "the cache tells another table");
+    return 0;
+}

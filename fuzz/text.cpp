@@ -1,0 +1,142 @@
+// Texts without a session. Detection: nothing outside the extent is read, the answer depends on the
+// extent alone, and the request's first fields stay. HZ and UTF-7: no byte outside the buffers, and
+// what fits a smaller output is the same.
+#include "fuzz/charset_files.h"
+
+#include "pvzan.h"
+
+#include <algorithm>
+#include <cstring>
+#include <sys/mman.h>
+
+namespace {
+
+constexpr std::size_t page = 4096, pages = 16;
+
+// Memory that ends where the process's memory does.
+std::uint8_t* end_of_memory() {
+    static std::uint8_t* const end = [] {
+        void* map = ::mmap(nullptr, (pages + 1) * page, PROT_READ | PROT_WRITE,
+                           MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        fuzz::expect(map != MAP_FAILED, "no memory");
+        auto* last = static_cast<std::uint8_t*>(map) + pages * page;
+        fuzz::expect(::mprotect(last, page, PROT_NONE) == 0, "no guard page");
+        return last;
+    }();
+    return end;
+}
+
+std::unique_ptr<pvzan_detection_request> ask(const std::uint8_t* text, std::size_t from,
+                                             std::size_t to) {
+    auto request = std::make_unique<pvzan_detection_request>();
+    request->text = text;
+    request->textPos = static_cast<std::int32_t>(from);
+    request->textEnd = static_cast<std::int32_t>(to);
+    const std::uint32_t known = cconvChkEncode(request.get());
+    fuzz::expect(request->text == text && request->textPos == static_cast<std::int32_t>(from) &&
+                     request->textEnd == static_cast<std::int32_t>(to),
+                 "the request was changed");
+    fuzz::expect(std::memchr(request->encodingName, 0, sizeof request->encodingName) != nullptr,
+                 "an endless name");
+    fuzz::expect(known == 1 || (known == 0 && std::strcmp(request->encodingName, "unknown") == 0),
+                 "a wrong result");
+    fuzz::expect(request->newlineKind <= PVZAN_NEWLINE_PARAGRAPH_SEPARATOR, "a wrong line break");
+    cconvIsEndianAware(request->encodingName);
+    return request;
+}
+
+constexpr std::uint32_t not_set = 0xA5A5A5A5;
+
+void hz(const fuzz::exact_bytes& in, std::size_t length, std::size_t room) {
+    const auto convert = [&](std::size_t size, std::string& text) {
+        // As large as the input, deliberately, whatever size says: so the call promises.
+        const fuzz::exact_bytes out(std::max(length, size), 0);
+        std::uint32_t count = not_set;
+        const std::uint32_t result =
+            ZAN_HZtoGB2312(out.data(), in.data(), static_cast<std::int32_t>(size), &count);
+        // Without room at a "~" at the very start, the number of bytes written so far is 0, too.
+        const std::uint32_t written = result == 0 && count != not_set ? count : result;
+        fuzz::expect(result == 0 || count == not_set, "HZ: a count beside a result");
+        fuzz::expect(written <= out.size(), "HZ: more bytes than there is room");
+        text.assign(reinterpret_cast<const char*>(out.data()), written);
+    };
+    std::string whole, part;
+    convert(length + 1, whole);
+    convert(std::min(room, length), part);
+    fuzz::expect(whole.starts_with(part) || part.starts_with(whole), "HZ: the room counts");
+}
+
+void utf7(const fuzz::exact_bytes& in, std::size_t length, std::size_t room) {
+    const auto convert = [&](std::size_t size, std::u32string& text) {
+        const fuzz::exact_bytes out(size * 4, 0);
+        std::uint32_t count = not_set;
+        const std::uint32_t result =
+            ZAN_UTF_7ToUCS_4(reinterpret_cast<std::uint32_t*>(out.data()), in.data(),
+                             static_cast<std::int32_t>(size), &count);
+        fuzz::expect(count <= size && result <= length + 1, "UTF-7: a wrong count");
+        text.resize(count);
+        if (count > 0) {
+            std::memcpy(text.data(), out.data(), count * 4);
+        }
+        return result;
+    };
+    std::u32string whole, part;
+    const std::uint32_t result = convert(length + 1, whole);
+    const std::uint32_t other = convert(std::min(room, length + 1), part);
+    fuzz::expect(whole.starts_with(part), "UTF-7: the room counts");
+    fuzz::expect(result != 0 || other != 0 || whole == part, "UTF-7: less than all, unsaid");
+    for (const char32_t c : whole) {
+        fuzz::expect(c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF), "UTF-7: no character");
+    }
+}
+
+} // namespace
+
+int LLVMFuzzerInitialize(int*, char***) {
+    my_init();
+    fuzz::use_empty_charset_directory();
+    return 0;
+}
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    fuzz::input in({data, size});
+    const std::size_t room = in.byte(), before = room % 9;
+    const bool repeated = in.byte() % 4 == 0; // beyond what is looked at
+    const fuzz::bytes text = in.take((pages - 1) * page);
+    std::string whole(fuzz::as_text(text));
+    while (repeated && !text.empty() && whole.size() < 3000) {
+        whole += fuzz::as_text(text);
+    }
+    std::uint8_t* const start = end_of_memory() - whole.size();
+    std::memcpy(start, whole.data(), whole.size());
+    std::memset(start - before, '<', before);
+    const auto first = ask(start - before, before, before + whole.size());
+    // The same extent at the same offset, with other bytes around it.
+    std::string other(before, '\x1B');
+    other += whole;
+    other += "encoding=\"\n\x1B$B";
+    const auto* around = reinterpret_cast<const std::uint8_t*>(other.data());
+    const auto second = ask(around, before, before + whole.size());
+    second->text = first->text;
+    fuzz::expect(std::memcmp(first.get(), second.get(), sizeof *first) == 0,
+                 "what lies around the extent counts");
+    whole.resize(std::strlen(whole.c_str()));
+    const fuzz::exact_bytes exact(
+        {reinterpret_cast<const std::uint8_t*>(whole.c_str()), whole.size() + 1});
+    hz(exact, whole.size(), room);
+    utf7(exact, whole.size(), room);
+    // Impossible extents read nothing.
+    const std::uint32_t word = in.word();
+    const auto position = static_cast<std::int32_t>(word);
+    for (const std::int32_t end : {position, position ^ INT32_MIN, 0}) {
+        if (end <= position || position < 0) {
+            auto request = std::make_unique<pvzan_detection_request>();
+            request->text = end_of_memory();
+            request->textPos = position;
+            request->textEnd = end;
+            fuzz::expect(cconvChkEncode(request.get()) == 0,
+                         "an impossible extent has an encoding");
+        }
+    }
+    return 0;
+}
