@@ -166,7 +166,8 @@ enum {
     PVZAN_COMPOSE = 2,     /* a letter and its marks as one character, where the target has that */
     PVZAN_READ_BACK = 4,   /* codes, too, must come back: a second code of a character does not */
     PVZAN_BROWSER_LABELS = 8, /* names mean what they mean to browsers: shift_jis is windows-31j */
-    PVZAN_LEAVE_INPUT = 16    /* cut and faulty bytes stay in the input, see pvzan_feed */
+    PVZAN_LEAVE_INPUT = 16,   /* cut and faulty bytes stay in the input, see pvzan_feed */
+    PVZAN_COUNT_PRIVATE_USE = 32 /* private_use of the counts, where one side is Unicode */
 };
 
 /* Byte orders. */
@@ -208,8 +209,11 @@ typedef struct pvzan_fault {
     int32_t follower;       /* the byte behind those; -1: unknown, or none */
     uint32_t scalars_count; /* a character's scalar and a mark that stands in the same code */
     uint32_t scalars[2];
-    uint32_t back_count; /* what it would come back as */
+    uint32_t back_count; /* what it would come back as; with PVZAN_READ_BACK in other bytes, too */
     uint32_t back[2];
+    uint32_t back_bytes_count;
+    uint32_t look_alike; /* what the target has that looks like it; 0: nothing */
+    uint8_t back_bytes[8];
     uint8_t bytes[16]; /* the first of its bytes, blamed or length of them, whichever is more */
     char why[192];     /* in words, without the place */
     char relative[64]; /* a charset that has what this one lacks; or empty */
@@ -229,9 +233,9 @@ typedef struct pvzan_open_options {
     uint32_t size, flags;
     uint32_t from_order, to_order; /* PVZAN_ORDER_..., for codes of several bytes */
     uint32_t mark, breaks;         /* PVZAN_MARK_..., PVZAN_BREAKS_... */
-    uint32_t on_invalid, on_missing,
-        on_cut;           /* PVZAN_TELL to PVZAN_HEX: done inside, and counted;
-                             on_missing is for OTHER_BACK, on_cut for LEFT_OPEN, too */
+    /* PVZAN_TELL to PVZAN_HEX: done inside, and counted. on_missing is for OTHER_BACK, on_cut for
+     * LEFT_OPEN, too. */
+    uint32_t on_invalid, on_missing, on_cut;
     uint32_t substitute;  /* a scalar; 0: U+FFFD, U+3013 or "?", what the target has */
     uint64_t most_faults; /* from the next one on faults are told; 0: no limit */
 } pvzan_open_options;
@@ -253,7 +257,8 @@ typedef struct pvzan_name {
     uint32_t kind;  /* PVZAN_KIND_... */
     uint32_t unit;  /* bytes of a code unit */
     uint32_t order; /* PVZAN_ORDER_...: the order that is written, and read without a mark */
-    uint32_t mark;  /* 1: the name leaves the order open; a mark is written, and either one read */
+    uint32_t mark;  /* 0: no mark is written unless asked for; 1: the name leaves the order open, a
+                       mark is written, and either one read; 2: a mark of that order is written */
     uint32_t exact; /* 0: the library lacks the very charset, this is one that holds all of it */
     char charset[64]; /* as the charset directory has it */
     char shown[64];   /* as messages write it */
@@ -319,7 +324,7 @@ PVZAN_TEXT_API void pvzan_count(const pvzan_converter* converter, pvzan_counts* 
 PVZAN_TEXT_API size_t pvzan_most(const pvzan_converter* converter, size_t in_size);
 
 /* Writes where the conversion stands, between two calls of pvzan_feed: held bytes, sets, places and
- * counts. Returns the size, 256 at most; to is written where room suffices. Not while a fault waits
+ * counts. Returns the size, 512 at most; to is written where room suffices. Not while a fault waits
  * for an answer: 0. */
 PVZAN_TEXT_API size_t pvzan_save(const pvzan_converter* converter, uint8_t* to, size_t room);
 
