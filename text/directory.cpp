@@ -77,7 +77,8 @@ void tell(pvzan_error* error, int32_t code, const char* format, ...) {
     if (!is_record(error)) {
         return;
     }
-    pvzan_error told = {.size = sizeof told, .code = code};
+    pvzan_error told = {};
+    told.code = code;
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(told.text, sizeof told.text, format, arguments);

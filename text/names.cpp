@@ -365,7 +365,7 @@ void describe_codes(pvzan_name& meaning) {
 }
 
 bool resolve(const char* name, u32 flags, pvzan_name& meaning) {
-    meaning = {.size = sizeof meaning};
+    meaning = {};
     if (name == nullptr) {
         return false;
     }
@@ -412,7 +412,7 @@ int32_t pvzan_each_charset(size_t index, pvzan_name* charset) {
     if (!is_record(charset) || !settle_directory(nullptr)) {
         return 0;
     }
-    pvzan_name found = {.size = sizeof found};
+    pvzan_name found = {};
     const auto is_first = [](const row& r) {
         return std::ranges::find_if(rows, [&](const row& other) {
                    return std::string_view(other.charset) == r.charset;

@@ -1,8 +1,10 @@
 // Asking the rules about a character: the only place that runs them, and the only one that writes
 // what threads share.
+#include "cconv/composition.h"
 #include "cconv/fast/readers.h"
 #include "cconv/rulefunc/designations.h"
 #include "cconv/step.h"
+#include "cconv/strict.h"
 #include "cconv/table.h"
 #include "platform/platform.h"
 
@@ -52,8 +54,10 @@ void reset(session& s, std::span<const u8> k, std::span<u8> out, u32 source_set,
     s.srcCode = 0;
 }
 
-// Runs D on k: whether it read one character, and all of k.
-verdict decode(session& s, std::span<const u8> k, u32 source_set) {
+// Runs D on k: whether it read one character, and all of k. A strict pair goes on with the
+// character of Unicode.
+verdict decode(pair& p, std::span<const u8> k, u32 source_set) {
+    session& s = p.neutral;
     decode_step(&s);
     if (s.status == PVZAN_INPUT_INCOMPLETE) {
         return verdict::cut;
@@ -61,6 +65,13 @@ verdict decode(session& s, std::span<const u8> k, u32 source_set) {
     const bool one = s.status == PVZAN_DECODED && s.inCount == 1 &&
                      s.inPos == static_cast<i32>(k.size()) && s.charSetNo != nobody &&
                      s.charSetType != static_cast<u16>(nobody) && s.srcShiftSet == source_set;
+    if (one && p.strict != strictness::none) {
+        character c{0, 0};
+        if (!read_character(&s, c)) {
+            return verdict::by_rules;
+        }
+        put_character(&s, c);
+    }
     return one ? verdict::plain : verdict::by_rules;
 }
 
@@ -101,7 +112,7 @@ bool separate_designation(pair& p, std::span<const u8> k, u32 source_set, std::s
         return false;
     }
     reset(s, k, once_more, source_set, designated);
-    if (decode(s, k, source_set) != verdict::plain || !encode(s) || s.dstShiftSet != designated) {
+    if (decode(p, k, source_set) != verdict::plain || !encode(s) || s.dstShiftSet != designated) {
         return false;
     }
     const auto length = static_cast<std::size_t>(s.outPos);
@@ -129,22 +140,51 @@ void note_session(answer& a, const session& s) {
     a.outCode2 = s.outCode2;
 }
 
+// Whether a mark may join the letters before it: as the source's rule does, or, in a strict pair,
+// as the target may have them in one code.
+bool joins_marks(const pair& p) {
+    if (p.strict == strictness::none) {
+        return p.plan.source->joins_marks;
+    }
+    return p.plan.source->form != unicode_form::none && p.plan.target->form == unicode_form::none;
+}
+
+// Whether what was written for the character is that again. Line breaks that are normalised need
+// not be; U+2028 and U+2029 are none here.
+bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, const character& c) {
+    session& s = p.neutral;
+    if (p.plan.normalises && (c.letter == '\r' || c.letter == '\n')) {
+        return true;
+    }
+    if (p.plan.normalises && (c.letter == 0x2028 || c.letter == 0x2029)) {
+        return false;
+    }
+    std::array<u8, output_bytes> again;
+    return read_back(&s, written, PVZAN_SET_ISO_646_IRV) == c &&
+           (p.strict == strictness::characters || p.plan.source->read == reading::escapes ||
+            std::ranges::equal(k, std::span(again).first(spell_again(&s, c, again))));
+}
+
 verdict ask(pair& p, std::span<const u8> k, u32 source_set, answer& a) {
     session& s = p.neutral;
     std::array<u8, output_bytes> out, again;
     reset(s, k, out, source_set, 0);
-    const verdict read = decode(s, k, source_set);
+    const verdict read = decode(p, k, source_set);
     if (read != verdict::plain) {
         return read;
     }
     a = {};
     a.read_setCode = s.setCode;
     a.read_ucsCode = s.ucsCode;
-    const bool joins = p.plan.source->joins_marks;
+    const character c{s.ucsCode, s.outCode2};
+    const bool joins = joins_marks(p);
     if ((joins && is_combining_mark(s.srcCode)) || !encode(s)) {
         return verdict::by_rules;
     }
     std::span<u8> written = std::span(out).first(static_cast<std::size_t>(s.outPos));
+    if (p.strict != strictness::none && !comes_back(p, k, written, c)) {
+        return verdict::by_rules;
+    }
     const bool whole = p.plan.target->designates
                            ? separate_designation(p, k, source_set, written, again, a)
                            : s.dstShiftSet == 0;
@@ -155,7 +195,8 @@ verdict ask(pair& p, std::span<const u8> k, u32 source_set, answer& a) {
         a.bytes = a.bytes << 8 | written[i];
     }
     a.length = static_cast<u8>(written.size());
-    a.takes_mark = joins && may_take_mark(s.srcCode);
+    a.takes_mark = joins && (may_take_mark(s.srcCode) ||
+                             (p.strict != strictness::none && takes_composing_mark(s.srcCode)));
     a.is_cr = p.plan.normalises && s.srcCode == '\r';
     a.is_lf = p.plan.normalises && s.srcCode == '\n';
     note_session(a, s);

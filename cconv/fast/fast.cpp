@@ -49,7 +49,7 @@ path::~path() {
 bool path::take_pair(const session* s) {
     // Bytes that are written may be read again only by rules that do both one by one.
     bool for_now = false;
-    pair_ = by_hand.off || overlap(s) ? nullptr : hold_pair(s, for_now);
+    pair_ = by_hand.off || overlap(s) ? nullptr : hold_pair(s, strict_, for_now);
     if (pair_ == nullptr && !for_now) {
         wait_ = for_ever;
     }

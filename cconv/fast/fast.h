@@ -13,10 +13,16 @@ namespace fast {
 
 struct pair;
 
-// The fast path of one call.
+// What a run may hold besides what the rules would do, for who must not lose anything: characters
+// that go by what they are in Unicode, and read back from the target as themselves; or even ones
+// whose code is the one that the source itself writes for them.
+enum class strictness : u8 { none, characters, codes };
+
+// The fast path of one call. A strict one leaves the session's characters, but not its sets,
+// counts and positions, to be what they are.
 class path {
 public:
-    path() = default;
+    explicit path(strictness strict = strictness::none) : strict_(strict) {}
     ~path();
     path(const path&) = delete;
     path& operator=(const path&) = delete;
@@ -35,6 +41,7 @@ private:
     bool take_pair(const session* s);
     void be_patient(u32 characters);
 
+    strictness strict_;
     pair* pair_ = nullptr; // held
     u32 wait_ = 0;         // characters to leave to the rules before the next try
     u32 penalty_ = 0;      // how many those are after a try that led nowhere

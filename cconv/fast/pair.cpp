@@ -42,7 +42,7 @@ u32 newline_option(const session* s) {
     return s->target.convertNewline == 0 ? 0 : named ? mode : u32{PVZAN_NEWLINE_CRLF};
 }
 
-pair_key key_of(const session* s) {
+pair_key key_of(const session* s, strictness strict) {
     const object_array *groups = g_ProcessObject.groups, *sets = g_ProcessObject.basics;
     return {
         .source = s->srcGroup,
@@ -53,7 +53,7 @@ pair_key key_of(const session* s) {
         .target_number = s->dstGroupNo,
         .options = (s->source.srcBigEndian != 0 ? big_source : 0) |
                    (s->target.dstBigEndian != 0 ? big_target : 0) |
-                   newline_option(s) << newline_shift,
+                   newline_option(s) << newline_shift | static_cast<u32>(strict) << strict_shift,
         .table_changes = table_changes(),
         .groups = groups != nullptr ? groups->items : nullptr,
         .sets = sets != nullptr ? sets->items : nullptr,
@@ -215,6 +215,7 @@ pair* make(const session* s, const pair_key& key, const plan& planned) {
     p->key = key;
     p->plan = planned;
     p->kernel = &chosen_kernels();
+    p->strict = static_cast<strictness>(key.options >> strict_shift);
     p->claimed = sizeof(pair);
     p->generation.store(table_generation(), std::memory_order_relaxed);
     p->own_tables = count_own_tables(key, planned);
@@ -292,9 +293,9 @@ void free_unheld() {
     }
 }
 
-pair* hold_pair(const session* s, bool& for_now) {
+pair* hold_pair(const session* s, strictness strict, bool& for_now) {
     for_now = false;
-    const pair_key key = key_of(s);
+    const pair_key key = key_of(s, strict);
     pair* p = find(key);
     if (p == nullptr) {
         plan planned{};

@@ -27,6 +27,9 @@
 //
 // From these, equality follows character by character.
 //
+// A strict pair is asked more: what each character stands for in Unicode, what the target's own
+// decode rule makes of what was written for it. By induction, so does the text.
+//
 // Threads. Everything in a pair that changes is written under its lock, by ask.cpp alone. An entry
 // is one word and never changes once it is not 0: read relaxed, it is there whole or not yet, and
 // what is not yet there is asked for, under the lock. What takes more than a word, an answer, is
@@ -42,6 +45,7 @@
 #pragma once
 
 #include "cconv/engine.h"
+#include "cconv/fast/fast.h"
 #include "cconv/fast/kernels/kernels.h"
 #include "cconv/rulefunc/traits.h"
 
@@ -84,14 +88,14 @@ struct pair_key {
     const charset_group *source, *target;
     const rule_row *decoder, *encoder;
     u32 source_number, target_number; // the rules look at those too
-    u32 options;                      // byte orders, and what becomes of line breaks
+    u32 options;                      // byte orders, what becomes of line breaks, strictness
     u32 table_changes;
     void **groups, **sets; // the registry, which may have changed with the two
     u32 group_count, set_count;
 
     bool operator==(const pair_key&) const = default;
 };
-inline constexpr u32 big_source = 1, big_target = 2, newline_shift = 2;
+inline constexpr u32 big_source = 1, big_target = 2, newline_shift = 2, strict_shift = 8;
 
 // How a pair is converted.
 struct plan {
@@ -187,6 +191,7 @@ struct pair {
     pair_key key;
     fast::plan plan;
     const kernels* kernel;
+    strictness strict;
 
     // What was loaded of the tables that the rules look into, and when that was last seen to be so.
     u32 own_tables;
@@ -227,7 +232,7 @@ struct pair {
 
 // The pair of a session, made where it is new, and held until release_pair; null where the rules
 // alone are to convert, now or for the rest of the call.
-pair* hold_pair(const session* s, bool& for_now);
+pair* hold_pair(const session* s, strictness strict, bool& for_now);
 void release_pair(pair* p);
 // Whether what the pair was told may still be used; false for good once it is not.
 bool is_current(pair& p);

@@ -90,12 +90,14 @@ AVX2 inline void put_sixteen(const u8* in, u16* codes) {
 AVX2 chunk_read decode_utf8(const u8* in, u16* scalars) {
     const __m256i low = load(in), high = load(in + vector_bytes);
     const u64 beyond_ascii = u64{mask_of(high)} << 32 | mask_of(low);
-    const u64 lead2 = in_range(low, high, 0xC0, 0xDF);
+    const u64 lead2 = in_range(low, high, 0xC2, 0xDF);
     const u64 lead3 = in_range(low, high, 0xE0, 0xEF);
-    const u64 other = in_range(low, high, 0xF0, 0xFF) & beyond_ascii;
-    const u64 continuation = beyond_ascii & ~(lead2 | lead3 | other);
+    const u64 continuation = in_range(low, high, 0x80, 0xBF) & beyond_ascii;
+    const u64 other = beyond_ascii & ~(lead2 | lead3 | continuation);
     const u64 leads = ~continuation;
-    const u64 wrong = (continuation ^ (lead2 << 1 | lead3 << 1 | lead3 << 2)) | other;
+    // Forms that are too long open with C0, C1, or E0 and a byte below A0.
+    const u64 too_low = in_range(low, high, 0xE0, 0xE0) << 1 & ~in_range(low, high, 0xA0, 0xFF);
+    const u64 wrong = (continuation ^ (lead2 << 1 | lead3 << 1 | lead3 << 2)) | other | too_low;
     // What comes before the last lead is whole, and well-formed when that stands before any wrong
     // byte.
     const u64 candidates = leads & (wrong == 0 ? ~u64{0} : (wrong & -wrong) - 1);

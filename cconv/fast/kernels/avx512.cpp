@@ -17,9 +17,9 @@ namespace fast {
 
 namespace {
 
-// The kinds of bytes in 64 of them, a bit each.
+// The kinds of bytes in 64 of them, a bit each. Too low to follow E0 are 80 to 9F.
 struct byte_kinds {
-    u64 lead2, lead3, continuation, other;
+    u64 lead2, lead3, continuation, other, too_low;
 };
 
 AVX512 inline byte_kinds kinds_of(__m512i bytes) {
@@ -27,7 +27,12 @@ AVX512 inline byte_kinds kinds_of(__m512i bytes) {
     const u64 from_c0 = _mm512_cmpge_epu8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xC0)));
     const u64 from_e0 = _mm512_cmpge_epu8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xE0)));
     const u64 from_f0 = _mm512_cmpge_epu8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xF0)));
-    return {from_c0 & ~from_e0, from_e0 & ~from_f0, beyond_ascii & ~from_c0, from_f0};
+    // C0 and C1 open nothing but forms that are too long.
+    const u64 from_c2 = _mm512_cmpge_epu8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xC2)));
+    const u64 from_a0 = _mm512_cmpge_epu8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xA0)));
+    const u64 e0 = _mm512_cmpeq_epi8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xE0)));
+    return {from_c2 & ~from_e0, from_e0 & ~from_f0, beyond_ascii & ~from_c0,
+            from_f0 | (from_c0 & ~from_c2), e0 << 1 & ~from_a0};
 }
 
 // One half of the scalars, from the last, last but one and last but two bytes of the sequences.
@@ -45,7 +50,7 @@ AVX512 chunk_read decode_utf8(const u8* in, u16* scalars) {
     const u64 leads = ~kinds.continuation;
     const u64 wrong =
         (kinds.continuation ^ (kinds.lead2 << 1 | kinds.lead3 << 1 | kinds.lead3 << 2)) |
-        kinds.other;
+        kinds.other | kinds.too_low;
     // What comes before the last lead is whole, and well-formed when that stands before any wrong
     // byte.
     const u64 candidates = leads & (wrong == 0 ? ~u64{0} : (wrong & -wrong) - 1);
