@@ -8,10 +8,11 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # tool; GoogleTest for its tests, and Python, a second opinion on character codes.
 build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libgtest-dev python3)
 # What running the tests needs: pkg-config and the ABI comparison; zsh and fish for their completion,
-# groff for the manual pages, those in four languages to tell the charsets of; a user of the tool.
+# groff for the manual pages, those in four languages to tell the charsets of; a user of the tool, and
+# one of iconv(3).
 # shellcheck disable=SC2034 # for scripts/test
 test_packages=(pkgconf abigail-tools zsh fish groff-base manpages-ja manpages-de manpages-fr manpages-es
-    parallel)
+    parallel libxml2-utils)
 # What a few tests are skipped without: large, and a server that starts when it is installed.
 # shellcheck disable=SC2034 # for scripts/test
 large_packages=(clang-14 postgresql-15)
