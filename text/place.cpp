@@ -1,28 +1,15 @@
 // Lines and columns of text that was run over as a whole.
+#include "cconv/fast/kernels/kernels.h"
 #include "text/converter.h"
-
-#include <algorithm>
 
 namespace text {
 
 namespace {
 
-// Every LF ends a line, and every CR without an LF behind it. Counted in bytes, so that the
-// compiler takes many at once.
+// Every LF ends a line, and every CR without an LF behind it; the last byte has none behind it.
 u64 count_breaks(const u8* p, std::size_t size) {
-    constexpr std::size_t most = 255;
-    u64 breaks = 0;
-    for (std::size_t at = 0; at + 1 < size;) {
-        const std::size_t n = std::min(size - 1 - at, most);
-        u8 some = 0;
-        for (std::size_t i = 0; i < n; ++i) {
-            const bool lf = p[at + i] == '\n', lone = p[at + i] == '\r' && p[at + i + 1] != '\n';
-            some = static_cast<u8>(some + static_cast<u8>(lf | lone));
-        }
-        breaks += some;
-        at += n;
-    }
-    return breaks + (size > 0 && (p[size - 1] == '\n' || p[size - 1] == '\r') ? 1 : 0);
+    return fast::chosen_kernels().count_breaks(p, size - 1) +
+           (p[size - 1] == '\n' || p[size - 1] == '\r' ? 1 : 0);
 }
 
 u64 count_unit_breaks(const u8* p, std::size_t size, u32 unit, bool big, bool behind_cr) {

@@ -286,6 +286,29 @@ AVX2 std::size_t copy_ascii_avx2(const ascii_run& run) {
     return at < size ? copy_rest(in, out, size, plain) : size;
 }
 
+AVX2 u64 count_breaks_avx2(const u8* in, std::size_t size) {
+    const __m256i lf = _mm256_set1_epi8('\n'), cr = _mm256_set1_epi8('\r');
+    __m256i sums = _mm256_setzero_si256();
+    std::size_t at = 0;
+    while (size - at >= vector_bytes) {
+        __m256i some = _mm256_setzero_si256();
+        for (int i = 0; i < 0xFF && size - at >= vector_bytes; ++i, at += vector_bytes) {
+            const __m256i here = load(in + at), behind = load(in + at + 1);
+            const __m256i lone =
+                _mm256_andnot_si256(_mm256_cmpeq_epi8(behind, lf), _mm256_cmpeq_epi8(here, cr));
+            some = _mm256_sub_epi8(some, _mm256_or_si256(_mm256_cmpeq_epi8(here, lf), lone));
+        }
+        sums = _mm256_add_epi64(sums, _mm256_sad_epu8(some, _mm256_setzero_si256()));
+    }
+    u64 parts[4];
+    store(parts, sums);
+    u64 breaks = parts[0] + parts[1] + parts[2] + parts[3];
+    for (; at < size; ++at) {
+        breaks += in[at] == '\n' || (in[at] == '\r' && in[at + 1] != '\n') ? 1U : 0U;
+    }
+    return breaks;
+}
+
 std::size_t widen_ascii_avx2(const ascii_run& run, ascii_unit target) {
     return target.bytes == 2 ? widen<2>(run, target.big_endian) : widen<4>(run, target.big_endian);
 }

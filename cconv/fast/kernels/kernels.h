@@ -80,6 +80,8 @@ struct kernels {
     // Reads chunk_bytes bytes; of the pairs of bytes from 21 to 7E that they begin with, writes
     // base and the seven bits of both. Room for a chunk of codes.
     std::size_t (*seven_bit_pairs)(const u8* in, u16 base, u16* codes);
+    // Counts the bytes that are LF, or CR without an LF behind it; size + 1 bytes are read.
+    u64 (*count_breaks)(const u8* in, std::size_t size);
 };
 
 extern const kernels portable_kernels, avx2_kernels, avx512_kernels;

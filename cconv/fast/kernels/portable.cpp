@@ -150,6 +150,29 @@ std::size_t plain_scalars(const u16* scalars, std::size_t count, std::span<const
     return count;
 }
 
+u64 count_breaks(const u8* in, std::size_t size) {
+    using byte_vector [[gnu::vector_size(step)]] = u8;
+    u64 breaks = 0;
+    std::size_t at = 0;
+    while (size - at >= step) {
+        byte_vector some{};
+        for (int i = 0; i < 0xFF && size - at >= step; ++i, at += step) {
+            byte_vector here, behind;
+            std::memcpy(&here, in + at, sizeof here);
+            std::memcpy(&behind, in + at + 1, sizeof behind);
+            const auto found = (here == '\n') | ((here == '\r') & (behind != '\n'));
+            some -= reinterpret_cast<byte_vector>(found);
+        }
+        for (std::size_t i = 0; i < step; ++i) {
+            breaks += some[i];
+        }
+    }
+    for (; at < size; ++at) {
+        breaks += in[at] == '\n' || (in[at] == '\r' && in[at + 1] != '\n') ? 1U : 0U;
+    }
+    return breaks;
+}
+
 } // namespace
 
 const kernels portable_kernels = {
@@ -166,6 +189,7 @@ const kernels portable_kernels = {
     .put_quads = put_quads,
     .plain_scalars = plain_scalars,
     .seven_bit_pairs = nullptr,
+    .count_breaks = count_breaks,
 };
 
 } // namespace fast
