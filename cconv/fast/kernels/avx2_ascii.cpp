@@ -235,6 +235,38 @@ AVX2 std::size_t narrow(const ascii_run& run, bool big_endian) {
     return at;
 }
 
+template <typename Unit>
+AVX2 __m256i repeated(Unit unit) {
+    return sizeof unit == 1   ? _mm256_set1_epi8(static_cast<char>(unit))
+           : sizeof unit == 2 ? _mm256_set1_epi16(static_cast<short>(unit))
+                              : _mm256_set1_epi32(static_cast<int>(unit));
+}
+
+template <typename Unit>
+AVX2 __m256i equal(__m256i a, __m256i b) {
+    return sizeof(Unit) == 1   ? _mm256_cmpeq_epi8(a, b)
+           : sizeof(Unit) == 2 ? _mm256_cmpeq_epi16(a, b)
+                               : _mm256_cmpeq_epi32(a, b);
+}
+
+template <typename Unit>
+AVX2 u64 count_breaks(const u8* in, std::size_t units, bool big_endian) {
+    constexpr std::size_t step = vector_bytes / sizeof(Unit);
+    const __m256i lf = repeated(loaded_ascii<Unit>('\n', big_endian));
+    const __m256i cr = repeated(loaded_ascii<Unit>('\r', big_endian));
+    u64 bytes = 0;
+    std::size_t at = 0;
+    for (; units - at >= step; at += step) {
+        const __m256i here = load(in + at * sizeof(Unit));
+        const __m256i behind = load(in + (at + 1) * sizeof(Unit));
+        const __m256i lone = _mm256_andnot_si256(equal<Unit>(behind, lf), equal<Unit>(here, cr));
+        const __m256i found = _mm256_or_si256(equal<Unit>(here, lf), lone);
+        bytes += static_cast<u64>(_mm_popcnt_u32(static_cast<u32>(_mm256_movemask_epi8(found))));
+    }
+    return bytes / sizeof(Unit) +
+           count_last_breaks<Unit>(in + at * sizeof(Unit), units - at, big_endian);
+}
+
 } // namespace
 
 // Vectors of 32 bytes copy faster than longer ones.
@@ -286,27 +318,10 @@ AVX2 std::size_t copy_ascii_avx2(const ascii_run& run) {
     return at < size ? copy_rest(in, out, size, plain) : size;
 }
 
-AVX2 u64 count_breaks_avx2(const u8* in, std::size_t size) {
-    const __m256i lf = _mm256_set1_epi8('\n'), cr = _mm256_set1_epi8('\r');
-    __m256i sums = _mm256_setzero_si256();
-    std::size_t at = 0;
-    while (size - at >= vector_bytes) {
-        __m256i some = _mm256_setzero_si256();
-        for (int i = 0; i < 0xFF && size - at >= vector_bytes; ++i, at += vector_bytes) {
-            const __m256i here = load(in + at), behind = load(in + at + 1);
-            const __m256i lone =
-                _mm256_andnot_si256(_mm256_cmpeq_epi8(behind, lf), _mm256_cmpeq_epi8(here, cr));
-            some = _mm256_sub_epi8(some, _mm256_or_si256(_mm256_cmpeq_epi8(here, lf), lone));
-        }
-        sums = _mm256_add_epi64(sums, _mm256_sad_epu8(some, _mm256_setzero_si256()));
-    }
-    u64 parts[4];
-    store(parts, sums);
-    u64 breaks = parts[0] + parts[1] + parts[2] + parts[3];
-    for (; at < size; ++at) {
-        breaks += in[at] == '\n' || (in[at] == '\r' && in[at + 1] != '\n') ? 1U : 0U;
-    }
-    return breaks;
+u64 count_breaks_avx2(const u8* in, std::size_t units, ascii_unit unit) {
+    return unit.bytes == 1   ? count_breaks<u8>(in, units, unit.big_endian)
+           : unit.bytes == 2 ? count_breaks<u16>(in, units, unit.big_endian)
+                             : count_breaks<u32>(in, units, unit.big_endian);
 }
 
 std::size_t widen_ascii_avx2(const ascii_run& run, ascii_unit target) {

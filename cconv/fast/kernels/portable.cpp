@@ -150,27 +150,32 @@ std::size_t plain_scalars(const u16* scalars, std::size_t count, std::span<const
     return count;
 }
 
-u64 count_breaks(const u8* in, std::size_t size) {
-    using byte_vector [[gnu::vector_size(step)]] = u8;
+template <typename Unit>
+u64 count_breaks_in(const u8* in, std::size_t units, bool big_endian) {
+    constexpr std::size_t together = step / sizeof(Unit);
+    using unit_vector [[gnu::vector_size(step)]] = Unit;
+    const Unit lf = loaded_ascii<Unit>('\n', big_endian), cr = loaded_ascii<Unit>('\r', big_endian);
     u64 breaks = 0;
     std::size_t at = 0;
-    while (size - at >= step) {
-        byte_vector some{};
-        for (int i = 0; i < 0xFF && size - at >= step; ++i, at += step) {
-            byte_vector here, behind;
-            std::memcpy(&here, in + at, sizeof here);
-            std::memcpy(&behind, in + at + 1, sizeof behind);
-            const auto found = (here == '\n') | ((here == '\r') & (behind != '\n'));
-            some -= reinterpret_cast<byte_vector>(found);
+    while (units - at >= together) {
+        unit_vector some{};
+        for (int i = 0; i < 0xFF && units - at >= together; ++i, at += together) {
+            unit_vector here, behind;
+            std::memcpy(&here, in + at * sizeof(Unit), sizeof here);
+            std::memcpy(&behind, in + (at + 1) * sizeof(Unit), sizeof behind);
+            some -= reinterpret_cast<unit_vector>((here == lf) | ((here == cr) & (behind != lf)));
         }
-        for (std::size_t i = 0; i < step; ++i) {
+        for (std::size_t i = 0; i < together; ++i) {
             breaks += some[i];
         }
     }
-    for (; at < size; ++at) {
-        breaks += in[at] == '\n' || (in[at] == '\r' && in[at + 1] != '\n') ? 1U : 0U;
-    }
-    return breaks;
+    return breaks + count_last_breaks<Unit>(in + at * sizeof(Unit), units - at, big_endian);
+}
+
+u64 count_breaks(const u8* in, std::size_t units, ascii_unit unit) {
+    return unit.bytes == 1   ? count_breaks_in<u8>(in, units, unit.big_endian)
+           : unit.bytes == 2 ? count_breaks_in<u16>(in, units, unit.big_endian)
+                             : count_breaks_in<u32>(in, units, unit.big_endian);
 }
 
 } // namespace
