@@ -72,8 +72,10 @@
  *
  * OWNERSHIP
  *
- * A converter is the caller's, and ends with pvzan_close. It takes some 40 KB; after pvzan_open no
- * call on it allocates. Opening costs a fraction of a microsecond once the two charsets have been
+ * A converter is the caller's, and ends with pvzan_close. It takes some 20 KB; after pvzan_open no
+ * call on it needs more. (What the library keeps for all converters, to be fast, grows with what
+ * it meets, within the bounds that pvzan.h tells, and where there is no memory is done without.)
+ * Opening costs a fraction of a microsecond once the two charsets have been
  * used in the process, and some milliseconds the first time; pvzan_reset begins another text. The
  * library keeps no pointer to anything of the caller's from one call to the next.
  *
@@ -167,7 +169,8 @@ enum {
     PVZAN_READ_BACK = 4,   /* codes, too, must come back: a second code of a character does not */
     PVZAN_BROWSER_LABELS = 8, /* names mean what they mean to browsers: shift_jis is windows-31j */
     PVZAN_LEAVE_INPUT = 16,   /* cut and faulty bytes stay in the input, see pvzan_feed */
-    PVZAN_COUNT_PRIVATE_USE = 32 /* private_use of the counts, where one side is Unicode */
+    PVZAN_COUNT_PRIVATE_USE = 32, /* private_use of the counts, where one side is Unicode */
+    PVZAN_OFFSETS_ALONE = 64 /* lines and columns stay 1: ASCII takes half the time without them */
 };
 
 /* Byte orders. */

@@ -93,7 +93,7 @@ struct pvzan_converter {
     pvzan_name from, to;
     const codec_traits *source, *target;
     u32 needed;      // bytes that decide about a code, where sets do in no order of their widths
-    bool four_bytes; // the source has codes so long
+    u32 longest;     // bytes of the source's codes, where sets tell
     bool kana_joins; // marks are looked for: the source is Unicode, the target is not
     u32 substitute;  // 0: not chosen yet
     text::standing now;

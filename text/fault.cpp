@@ -105,7 +105,7 @@ blame blame_code(pvzan_converter& c, const fault& f) {
     }
     // All of it was looked at, or the last byte looked at is the one that does not fit.
     return {f.needed == f.length && f.bytes[f.needed - 1] != 0xFF &&
-                    (f.bytes[f.needed - 1] > 0xA0 || c.four_bytes)
+                    (f.bytes[f.needed - 1] > 0xA0 || c.longest == max_code_bytes)
                 ? u32{PVZAN_REASON_NO_CHARACTER}
                 : u32{PVZAN_REASON_CANNOT_FOLLOW},
             f.needed};

@@ -27,6 +27,10 @@ bool leaves_input(const pvzan_converter& c) {
     return (c.how.flags & PVZAN_LEAVE_INPUT) != 0;
 }
 
+bool tells_lines(const pvzan_converter& c) {
+    return (c.how.flags & PVZAN_OFFSETS_ALONE) == 0;
+}
+
 bool counts_private_use(const pvzan_converter& c) {
     return (c.how.flags & PVZAN_COUNT_PRIVATE_USE) != 0;
 }
@@ -128,7 +132,7 @@ void look_ahead(const pvzan_converter& c, cursor& at) {
     const std::size_t limit = std::min(at.left, most_at_once);
     const std::size_t size = settled_size(c, {at.in, limit, at.last && limit == at.left, at.flush});
     at.settled = at.in + size;
-    at.last_line = at.in + (is_unicode(c.from) || size == 0
+    at.last_line = at.in + (is_unicode(c.from) || size == 0 || !tells_lines(c)
                                 ? 0
                                 : behind_last_break(at.in, size, c.from.unit, c.now.big_source));
 }
@@ -166,12 +170,15 @@ void run_over(pvzan_converter& c, fast::path& path, cursor& at) {
     const u32 characters = s.inCount;
     const auto written = static_cast<std::size_t>(s.outPos);
     const bool big = c.now.big_source;
-    const std::size_t line = behind_last_break(at.in, done, c.from.unit, big);
-    const u64 column = line == 0 ? characters
-                       : !is_unicode(c.from) && done >= split && split > 0
-                           ? characters - before_split
-                           : count_column(c, at, done, line, set);
-    pass(c.now.at, at.in, done, c.from.unit, big, line, column);
+    if (tells_lines(c)) {
+        const std::size_t line = behind_last_break(at.in, done, c.from.unit, big);
+        const u64 column = line == 0                    ? characters
+                           : split > 0 && done >= split ? characters - before_split
+                                                        : count_column(c, at, done, line, set);
+        pass(c.now.at, at.in, done, c.from.unit, big, line, column);
+    } else {
+        c.now.at.offset += done;
+    }
     c.now.characters += characters;
     if (counts_private_use(c) && is_unicode(c.from)) {
         c.now.private_use += count_private(at.in, done, c.from.kind, big);
@@ -200,10 +207,12 @@ void note_fault(pvzan_converter& c, const view& text, u32 kind, u32 length, u32 
 }
 
 void advance(pvzan_converter& c, const reading_result& read) {
-    c.now.at.offset += read.bytes;
-    c.now.at.step(read.c.letter);
     const u32 marks = read.marks + (is_unicode(c.from) && read.c.mark != 0 ? 1 : 0);
-    c.now.at.column += marks;
+    c.now.at.offset += read.bytes;
+    if (tells_lines(c)) {
+        c.now.at.step(read.c.letter);
+        c.now.at.column += marks;
+    }
     c.now.characters += 1 + marks;
     c.now.composed += read.marks > 0 ? 1 : 0;
     if (counts_private_use(c) && (is_unicode(c.from) || is_unicode(c.to))) {
@@ -281,7 +290,8 @@ stepped step(pvzan_converter& c, const view& text, u32& used) {
     }
     note_fault(c, text, next.fault_kind, next.bytes, next.needed);
     c.now.at.offset += next.bytes;
-    c.now.at.step(0);
+    c.now.at.column += tells_lines(c) ? 1U : 0U;
+    c.now.at.behind_cr = false;
     return stepped::faulty;
 }
 

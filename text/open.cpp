@@ -14,7 +14,8 @@ namespace text {
 namespace {
 
 constexpr u32 known_flags = PVZAN_LOOK_ALIKES | PVZAN_COMPOSE | PVZAN_READ_BACK |
-                            PVZAN_BROWSER_LABELS | PVZAN_LEAVE_INPUT | PVZAN_COUNT_PRIVATE_USE;
+                            PVZAN_BROWSER_LABELS | PVZAN_LEAVE_INPUT | PVZAN_COUNT_PRIVATE_USE |
+                            PVZAN_OFFSETS_ALONE;
 
 bool read_options(const pvzan_open_options* given, pvzan_open_options& how, pvzan_error* error) {
     const bool known = read_record(given, how) && (how.flags & ~known_flags) == 0 &&
@@ -73,7 +74,7 @@ void measure_codes(pvzan_converter& c) {
     }
     const bool by_sets = c.source == nullptr || c.source->read == reading::sets;
     c.needed = by_sets && !ascending ? std::min(widest, max_code_bytes) : 1;
-    c.four_bytes = by_sets && widest == max_code_bytes;
+    c.longest = by_sets ? widest : 0;
 }
 
 // Sets the session up as the four calls would, without a language tag.

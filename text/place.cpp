@@ -1,41 +1,8 @@
 // Lines and columns of text that was run over as a whole.
+#include "cconv/fast/kernels/kernels.h"
 #include "text/converter.h"
 
-#include <algorithm>
-
 namespace text {
-
-namespace {
-
-// Every LF ends a line, and every CR without an LF behind it. Counted in bytes, so that the
-// compiler takes many at once.
-u64 count_breaks(const u8* p, std::size_t size) {
-    constexpr std::size_t most = 255;
-    u64 breaks = 0;
-    for (std::size_t at = 0; at + 1 < size;) {
-        const std::size_t n = std::min(size - 1 - at, most);
-        u8 some = 0;
-        for (std::size_t i = 0; i < n; ++i) {
-            const bool lf = p[at + i] == '\n', lone = p[at + i] == '\r' && p[at + i + 1] != '\n';
-            some = static_cast<u8>(some + static_cast<u8>(lf | lone));
-        }
-        breaks += some;
-        at += n;
-    }
-    return breaks + (size > 0 && (p[size - 1] == '\n' || p[size - 1] == '\r') ? 1 : 0);
-}
-
-u64 count_unit_breaks(const u8* p, std::size_t size, u32 unit, bool big, bool behind_cr) {
-    u64 breaks = 0;
-    for (std::size_t at = 0; at + unit <= size; at += unit) {
-        const u32 c = load_code({p + at, unit}, big);
-        breaks += c == '\r' || (c == '\n' && !behind_cr) ? 1U : 0U;
-        behind_cr = c == '\r';
-    }
-    return breaks;
-}
-
-} // namespace
 
 std::size_t behind_last_break(const u8* bytes, std::size_t size, u32 unit, bool big) {
     if (unit == 1) {
@@ -59,13 +26,12 @@ void pass(place& at, const u8* bytes, std::size_t size, u32 unit, bool big, std:
     if (size < unit) {
         return;
     }
-    const u32 first = load_code({bytes, unit}, big),
-              last = load_code({bytes + size - unit, unit}, big);
-    if (unit == 1) {
-        at.line += count_breaks(bytes, size) - (first == '\n' && at.behind_cr ? 1 : 0);
-    } else {
-        at.line += count_unit_breaks(bytes, size, unit, big, at.behind_cr);
-    }
+    // Every LF ends a line, and every CR without an LF behind it; the last unit has none behind it.
+    const u8* const last_unit = bytes + size - unit;
+    const u32 first = load_code({bytes, unit}, big), last = load_code({last_unit, unit}, big);
+    at.line += fast::chosen_kernels().count_breaks(bytes, size / unit - 1, {unit, big});
+    at.line += last == '\n' || last == '\r' ? 1 : 0;
+    at.line -= first == '\n' && at.behind_cr ? 1 : 0;
     at.column = (line > 0 ? 1 : at.column) + characters;
     at.behind_cr = last == '\r';
     at.offset += size;

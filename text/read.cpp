@@ -203,14 +203,15 @@ reading_result judge(const pvzan_converter& c, const view& text) {
     constexpr std::array<u8, 4> usual = {0x81, 0xFE, 0x81, 0xFE};
     const std::array<u8, 4>& leads = c.source != nullptr ? c.source->leads : usual;
     const u32 first = text.bytes[0];
-    if (!is_in(first, leads[0], leads[1]) && !is_in(first, leads[2], leads[3])) {
+    const bool leads_on = is_in(first, leads[0], leads[1]) || is_in(first, leads[2], leads[3]);
+    if (!leads_on || c.longest == 1) {
         return invalid(1, 1);
     }
     if (text.size < 2) {
         return cut(text, 1);
     }
     const u32 second = text.bytes[1];
-    if (c.four_bytes && is_in(second, '0', '9')) {
+    if (c.longest == max_code_bytes && is_in(second, '0', '9')) {
         return judge_four_bytes(text);
     }
     const bool shifts = c.source != nullptr && c.source->single_shift != no_single_shift &&

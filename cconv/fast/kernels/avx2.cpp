@@ -301,6 +301,7 @@ const kernels avx2_kernels = {
     .put_quads = put_quads,
     .plain_scalars = plain_scalars,
     .seven_bit_pairs = seven_bit_pairs,
+    .count_breaks = count_breaks_avx2,
 };
 
 } // namespace fast

@@ -8,6 +8,7 @@ namespace fast {
 std::size_t copy_ascii_avx2(const ascii_run& run);
 std::size_t widen_ascii_avx2(const ascii_run& run, ascii_unit target);
 std::size_t narrow_ascii_avx2(const ascii_run& run, ascii_unit source);
+u64 count_breaks_avx2(const u8* in, std::size_t units, ascii_unit unit);
 
 // The bits that a unit of ASCII has not, for a vector of 32-bit lanes as it is loaded.
 constexpr int beyond_ascii(u32 unit_bytes, bool big_endian) {

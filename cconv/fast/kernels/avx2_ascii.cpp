@@ -235,6 +235,38 @@ AVX2 std::size_t narrow(const ascii_run& run, bool big_endian) {
     return at;
 }
 
+template <typename Unit>
+AVX2 __m256i repeated(Unit unit) {
+    return sizeof unit == 1   ? _mm256_set1_epi8(static_cast<char>(unit))
+           : sizeof unit == 2 ? _mm256_set1_epi16(static_cast<short>(unit))
+                              : _mm256_set1_epi32(static_cast<int>(unit));
+}
+
+template <typename Unit>
+AVX2 __m256i equal(__m256i a, __m256i b) {
+    return sizeof(Unit) == 1   ? _mm256_cmpeq_epi8(a, b)
+           : sizeof(Unit) == 2 ? _mm256_cmpeq_epi16(a, b)
+                               : _mm256_cmpeq_epi32(a, b);
+}
+
+template <typename Unit>
+AVX2 u64 count_breaks(const u8* in, std::size_t units, bool big_endian) {
+    constexpr std::size_t step = vector_bytes / sizeof(Unit);
+    const __m256i lf = repeated(loaded_ascii<Unit>('\n', big_endian));
+    const __m256i cr = repeated(loaded_ascii<Unit>('\r', big_endian));
+    u64 bytes = 0;
+    std::size_t at = 0;
+    for (; units - at >= step; at += step) {
+        const __m256i here = load(in + at * sizeof(Unit));
+        const __m256i behind = load(in + (at + 1) * sizeof(Unit));
+        const __m256i lone = _mm256_andnot_si256(equal<Unit>(behind, lf), equal<Unit>(here, cr));
+        const __m256i found = _mm256_or_si256(equal<Unit>(here, lf), lone);
+        bytes += static_cast<u64>(_mm_popcnt_u32(static_cast<u32>(_mm256_movemask_epi8(found))));
+    }
+    return bytes / sizeof(Unit) +
+           count_last_breaks<Unit>(in + at * sizeof(Unit), units - at, big_endian);
+}
+
 } // namespace
 
 // Vectors of 32 bytes copy faster than longer ones.
@@ -284,6 +316,12 @@ AVX2 std::size_t copy_ascii_avx2(const ascii_run& run) {
         at = from + vector_bytes;
     }
     return at < size ? copy_rest(in, out, size, plain) : size;
+}
+
+u64 count_breaks_avx2(const u8* in, std::size_t units, ascii_unit unit) {
+    return unit.bytes == 1   ? count_breaks<u8>(in, units, unit.big_endian)
+           : unit.bytes == 2 ? count_breaks<u16>(in, units, unit.big_endian)
+                             : count_breaks<u32>(in, units, unit.big_endian);
 }
 
 std::size_t widen_ascii_avx2(const ascii_run& run, ascii_unit target) {

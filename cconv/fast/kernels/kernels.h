@@ -4,6 +4,8 @@
 
 #include "cconv/base.h"
 
+#include <bit>
+
 namespace fast {
 
 // A block is read in chunks of so many bytes, each of them so many codes at most.
@@ -34,6 +36,28 @@ struct ascii_unit {
     u32 bytes;
     bool big_endian;
 };
+
+// A character of ASCII as it is loaded in such a unit.
+template <typename Unit>
+constexpr Unit loaded_ascii(char c, bool big_endian) {
+    const bool in_first = big_endian == (std::endian::native == std::endian::little);
+    return static_cast<Unit>(u64{static_cast<u8>(c)}
+                             << (in_first ? 8 * (sizeof(Unit) - 1) : std::size_t{0}));
+}
+
+// What count_breaks counts, one by one.
+template <typename Unit>
+u64 count_last_breaks(const u8* in, std::size_t units, bool big_endian) {
+    const Unit lf = loaded_ascii<Unit>('\n', big_endian), cr = loaded_ascii<Unit>('\r', big_endian);
+    u64 breaks = 0;
+    for (std::size_t i = 0; i < units; ++i) {
+        Unit here, behind;
+        std::memcpy(&here, in + i * sizeof here, sizeof here);
+        std::memcpy(&behind, in + (i + 1) * sizeof behind, sizeof behind);
+        breaks += here == lf || (here == cr && behind != lf) ? 1U : 0U;
+    }
+    return breaks;
+}
 
 struct chunk_read {
     std::size_t codes, bytes;
@@ -80,6 +104,8 @@ struct kernels {
     // Reads chunk_bytes bytes; of the pairs of bytes from 21 to 7E that they begin with, writes
     // base and the seven bits of both. Room for a chunk of codes.
     std::size_t (*seven_bit_pairs)(const u8* in, u16 base, u16* codes);
+    // Counts the units that are LF, or CR without an LF behind it; one behind them is read, too.
+    u64 (*count_breaks)(const u8* in, std::size_t units, ascii_unit unit);
 };
 
 extern const kernels portable_kernels, avx2_kernels, avx512_kernels;

@@ -150,6 +150,34 @@ std::size_t plain_scalars(const u16* scalars, std::size_t count, std::span<const
     return count;
 }
 
+template <typename Unit>
+u64 count_breaks_in(const u8* in, std::size_t units, bool big_endian) {
+    constexpr std::size_t together = step / sizeof(Unit);
+    using unit_vector [[gnu::vector_size(step)]] = Unit;
+    const Unit lf = loaded_ascii<Unit>('\n', big_endian), cr = loaded_ascii<Unit>('\r', big_endian);
+    u64 breaks = 0;
+    std::size_t at = 0;
+    while (units - at >= together) {
+        unit_vector some{};
+        for (int i = 0; i < 0xFF && units - at >= together; ++i, at += together) {
+            unit_vector here, behind;
+            std::memcpy(&here, in + at * sizeof(Unit), sizeof here);
+            std::memcpy(&behind, in + (at + 1) * sizeof(Unit), sizeof behind);
+            some -= reinterpret_cast<unit_vector>((here == lf) | ((here == cr) & (behind != lf)));
+        }
+        for (std::size_t i = 0; i < together; ++i) {
+            breaks += some[i];
+        }
+    }
+    return breaks + count_last_breaks<Unit>(in + at * sizeof(Unit), units - at, big_endian);
+}
+
+u64 count_breaks(const u8* in, std::size_t units, ascii_unit unit) {
+    return unit.bytes == 1   ? count_breaks_in<u8>(in, units, unit.big_endian)
+           : unit.bytes == 2 ? count_breaks_in<u16>(in, units, unit.big_endian)
+                             : count_breaks_in<u32>(in, units, unit.big_endian);
+}
+
 } // namespace
 
 const kernels portable_kernels = {
@@ -166,6 +194,7 @@ const kernels portable_kernels = {
     .put_quads = put_quads,
     .plain_scalars = plain_scalars,
     .seven_bit_pairs = nullptr,
+    .count_breaks = count_breaks,
 };
 
 } // namespace fast
