@@ -16,9 +16,10 @@
 namespace {
 
 constexpr auto failed = static_cast<size_t>(-1);
-constexpr uint32_t order_big = PVZAN_ORDER_BIG;
 constexpr uint32_t machine_order =
     std::endian::native == std::endian::little ? PVZAN_ORDER_LITTLE : PVZAN_ORDER_BIG;
+
+const auto none = reinterpret_cast<iconv_t>(-1);
 
 // ---- The next library that has the three calls -------------------------------------------------
 
@@ -114,7 +115,8 @@ void settle_order(end_point& end) {
     }
     const bool is_ucs = meaning.kind == PVZAN_KIND_UCS_2 || std::strstr(end.name, "UCS") != nullptr;
     end.mark_size = is_unicode || !is_ucs ? meaning.unit : 0;
-    end.order = is_ucs && meaning.kind == PVZAN_KIND_UCS_4 ? order_big : machine_order;
+    end.order =
+        is_ucs && meaning.kind == PVZAN_KIND_UCS_4 ? uint32_t{PVZAN_ORDER_BIG} : machine_order;
 }
 
 // ---- Descriptors -------------------------------------------------------------------------------
@@ -127,11 +129,6 @@ struct descriptor {
     bool mark_due;         // its text has not begun
     bool skip_invalid;
 };
-
-iconv_t refuse(int code) {
-    errno = code;
-    return reinterpret_cast<iconv_t>(-1);
-}
 
 bool open_ours(const char* to, const char* from, descriptor& d) {
     end_point target, source;
@@ -160,18 +157,14 @@ bool open_ours(const char* to, const char* from, descriptor& d) {
     pvzan_error error = {};
     error.size = sizeof error;
     d.ours = pvzan_open(source.name, target.name, &how, &error);
-    if (d.ours == nullptr && error.code == PVZAN_ERROR_OPTION) {
-        how.substitute = 0; // the target has no question mark
-        d.ours = pvzan_open(source.name, target.name, &how, &error);
-    }
     errno = error.code == PVZAN_ERROR_NO_MEMORY ? ENOMEM : EINVAL;
     return d.ours != nullptr;
 }
 
 bool open_foreign(const char* to, const char* from, descriptor& d) {
     errno = EINVAL;
-    d.foreign = next().open != nullptr ? next().open(to, from) : reinterpret_cast<iconv_t>(-1);
-    return d.foreign != reinterpret_cast<iconv_t>(-1);
+    d.foreign = next().open != nullptr ? next().open(to, from) : none;
+    return d.foreign != none;
 }
 
 uint64_t other_characters(const descriptor& d) {
@@ -186,11 +179,11 @@ void begin_text(descriptor& d) {
     d.mark_due = d.mark_size != 0;
 }
 
-// The order of a text without a mark is the machine's: it is told by a mark put before it.
-void settle_mark(descriptor& d, const uint8_t* in, size_t left) {
+// A text without a mark gets the machine's put before it. False where it is too short to tell.
+bool settle_mark(descriptor& d, const uint8_t* in, size_t left) {
     static constexpr uint8_t marks[2][4] = {{0, 0, 0xFE, 0xFF}, {0xFF, 0xFE, 0, 0}};
     if (!d.mark_due || left < d.mark_size) {
-        return;
+        return !d.mark_due;
     }
     d.mark_due = false;
     const uint8_t *const big = marks[0] + sizeof marks[0] - d.mark_size, *const little = marks[1];
@@ -200,6 +193,7 @@ void settle_mark(descriptor& d, const uint8_t* in, size_t left) {
         uint8_t* out = nullptr;
         pvzan_feed(d.ours, &mark, &size, &out, &room, PVZAN_PART);
     }
+    return true;
 }
 
 // Bytes that are no character are stepped over where the caller asked for that.
@@ -207,14 +201,15 @@ pvzan_outcome feed(descriptor& d, const uint8_t*& in, size_t& left, uint8_t*& ou
                    int how) {
     for (;;) {
         const pvzan_outcome said = pvzan_feed(d.ours, &in, &left, &out, &room, how);
-        pvzan_fault fault = {};
-        fault.size = sizeof fault;
-        if (said != PVZAN_FEED_FAULT || !d.skip_invalid || pvzan_last_fault(d.ours, &fault) == 0 ||
-            fault.length == 0 || fault.length > left) {
+        if (said != PVZAN_FEED_FAULT || !d.skip_invalid || left == 0) {
             return said;
         }
-        in += fault.length;
-        left -= fault.length;
+        pvzan_fault fault = {};
+        fault.size = sizeof fault;
+        pvzan_last_fault(d.ours, &fault);
+        const size_t length = std::clamp<size_t>(fault.length, 1, left);
+        in += length;
+        left -= length;
     }
 }
 
@@ -229,10 +224,9 @@ size_t convert(descriptor& d, char** in, size_t* left, char** out, size_t* room)
     const auto* from = ends ? nullptr : reinterpret_cast<const uint8_t*>(*in);
     auto* to = out == nullptr ? nullptr : reinterpret_cast<uint8_t*>(*out);
     size_t size = ends ? 0 : *left, space = to == nullptr ? 0 : *room;
-    if (!ends) {
-        settle_mark(d, from, size);
-    }
-    const pvzan_outcome said = feed(d, from, size, to, space, ends ? PVZAN_FLUSH : PVZAN_PART);
+    const pvzan_outcome said = ends || settle_mark(d, from, size)
+                                   ? feed(d, from, size, to, space, ends ? PVZAN_FLUSH : PVZAN_PART)
+                                   : PVZAN_FEED_MORE_INPUT;
     if (!ends) {
         *in += *left - size;
         *left = size;
@@ -254,52 +248,51 @@ size_t convert(descriptor& d, char** in, size_t* left, char** out, size_t* room)
 }
 
 descriptor* descriptor_of(iconv_t cd) {
-    if (cd == nullptr || cd == reinterpret_cast<iconv_t>(-1)) {
-        errno = EBADF;
-        return nullptr;
+    if (cd != nullptr && cd != none) {
+        return static_cast<descriptor*>(cd);
     }
-    return static_cast<descriptor*>(cd);
+    errno = EBADF;
+    return nullptr;
 }
 
 } // namespace
 
+#pragma GCC visibility push(default)
 extern "C" {
 
-__attribute__((visibility("default"))) iconv_t iconv_open(const char* to, const char* from) {
+iconv_t iconv_open(const char* to, const char* from) {
     const int saved = errno;
     auto* d = static_cast<descriptor*>(std::calloc(1, sizeof(descriptor)));
     if (d == nullptr) {
-        return refuse(ENOMEM);
+        return none;
     }
     const bool ours_first = next().asked_last;
     const bool opened = (ours_first ? open_ours : open_foreign)(to, from, *d) ||
                         (errno == EINVAL && (ours_first ? open_foreign : open_ours)(to, from, *d));
-    if (opened) {
-        errno = saved;
-        return d;
+    const int code = opened ? saved : errno;
+    if (!opened) {
+        std::free(d);
     }
-    const int code = errno;
-    std::free(d);
-    return refuse(code);
+    errno = code;
+    return opened ? d : none;
 }
 
-__attribute__((visibility("default"))) size_t iconv(iconv_t cd, char** in, size_t* left, char** out,
-                                                    size_t* room) {
+size_t iconv(iconv_t cd, char** in, size_t* left, char** out, size_t* room) {
     descriptor* const d = descriptor_of(cd);
     return d == nullptr         ? failed
            : d->ours == nullptr ? next().convert(d->foreign, in, left, out, room)
                                 : convert(*d, in, left, out, room);
 }
 
-__attribute__((visibility("default"))) int iconv_close(iconv_t cd) {
+int iconv_close(iconv_t cd) {
     descriptor* const d = descriptor_of(cd);
-    if (d == nullptr) {
-        return -1;
+    const int result = d == nullptr ? -1 : d->ours == nullptr ? next().close(d->foreign) : 0;
+    if (d != nullptr) {
+        pvzan_close(d->ours);
+        std::free(d);
     }
-    const int result = d->ours == nullptr ? next().close(d->foreign) : 0;
-    pvzan_close(d->ours);
-    std::free(d);
     return result;
 }
 
 } // extern "C"
+#pragma GCC visibility pop
