@@ -103,7 +103,7 @@ bool read_name(const char* given, end_point& end) {
 // have a mark, UCS-2 and UCS-4 have none, and UCS-4 is big-endian all the same.
 void settle_order(end_point& end) {
     const bool is_unicode = std::strcmp(end.name, "UNICODE") == 0;
-    if (std::strcmp(end.name, "WCHAR_T") == 0 || std::strcmp(end.name, "INTERNAL") == 0) {
+    if (std::strcmp(end.name, "WCHAR_T") == 0) {
         std::strcpy(end.name, machine_order == PVZAN_ORDER_LITTLE ? "UCS-4LE" : "UCS-4BE");
     } else if (is_unicode) {
         std::strcpy(end.name, "UCS-2");
