@@ -165,7 +165,8 @@ constexpr u32 hash_of(std::string_view name) {
 // The names of a row, one after the other; shown is the first.
 class names_of {
 public:
-    constexpr explicit names_of(const row& r) : next_(r.shown), rest_(r.names) {}
+    constexpr explicit names_of(const row& r)
+        : next_(*r.shown != '\0' ? r.shown : r.names), rest_(r.names), first_(*r.shown != '\0') {}
     constexpr bool read(std::string_view& name) {
         name = next_.substr(0, first_ ? next_.size() : next_.find(' '));
         if (name.empty()) {
@@ -178,7 +179,7 @@ public:
 
 private:
     std::string_view next_, rest_;
-    bool first_ = true;
+    bool first_; // shown, which is one name whatever is in it
 };
 
 struct known_name {
