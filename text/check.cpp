@@ -245,7 +245,12 @@ private:
         if (buffer == nullptr) {
             return;
         }
-        table_reader reader = {table.get(), in.encoding, in.bigEndian, buffer.get(), 0, 0, 0, 0};
+        table_reader reader = {};
+        reader.file = table.get();
+        reader.encoding = in.encoding;
+        reader.bigEndian = in.bigEndian;
+        reader.readBuf = buffer.get();
+        reader.remaining = file_size(table.get());
         u32 number = 0;
         std::size_t bytes = 0;
         bool same = true;
