@@ -297,8 +297,10 @@ PVZAN_TEXT_API pvzan_converter* pvzan_open(const char* from, const char* to,
  *
  * With PVZAN_LEAVE_INPUT, as iconv(3) needs it: a character that does not fit the room is not
  * written in part and stays in the input; so do a cut character (PVZAN_FEED_MORE_INPUT, with bytes
- * left) and a faulty one, which needs no answer: the caller steps over it, or gives up. Letters
- * whose mark may follow are taken and held back all the same. */
+ * left) and a faulty one, which needs no answer: the caller steps over as many bytes as the fault
+ * is long, else later places are not right, or gives up. Letters whose mark may follow are taken
+ * and held back all the same. A byte-order mark is only read away where the source's name leaves
+ * the order open. */
 PVZAN_TEXT_API pvzan_outcome pvzan_feed(pvzan_converter* converter, const uint8_t** in,
                                         size_t* left, uint8_t** out, size_t* room, int32_t how);
 
