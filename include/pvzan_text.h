@@ -297,8 +297,10 @@ PVZAN_TEXT_API pvzan_converter* pvzan_open(const char* from, const char* to,
  *
  * With PVZAN_LEAVE_INPUT, as iconv(3) needs it: a character that does not fit the room is not
  * written in part and stays in the input; so do a cut character (PVZAN_FEED_MORE_INPUT, with bytes
- * left) and a faulty one, which needs no answer: the caller steps over it, or gives up. Letters
- * whose mark may follow are taken and held back all the same. */
+ * left) and a faulty one, which needs no answer: the caller steps over as many bytes as the fault
+ * is long, else later places are not right, or gives up. Letters whose mark may follow are taken
+ * and held back all the same. A byte-order mark is only read away where the source's name leaves
+ * the order open. */
 PVZAN_TEXT_API pvzan_outcome pvzan_feed(pvzan_converter* converter, const uint8_t** in,
                                         size_t* left, uint8_t** out, size_t* room, int32_t how);
 
@@ -384,9 +386,9 @@ PVZAN_TEXT_API int32_t pvzan_set_directory(const char* path, pvzan_error* error)
  * room does not suffice; 0: there is none. */
 PVZAN_TEXT_API size_t pvzan_directory(char* path, size_t room);
 
-/* Why the library does not take a definition, a file in a charset directory, or what is wrong with
- * the files it names: fills in up to most errors and returns how many there are; 0: it is sound.
- * The stride of errors is errors[0].size, which the caller sets. */
+/* Why the library does not take a definition of the charset directory, or what is wrong with the
+ * files it names; of a path, the last part counts. Fills in up to most errors and returns how many
+ * there are; 0: it is sound. The stride of errors is errors[0].size, which the caller sets. */
 PVZAN_TEXT_API size_t pvzan_check_definition(const char* path, pvzan_error* errors, size_t most);
 
 /* ---- Guessing ------------------------------------------------------------------------------- */

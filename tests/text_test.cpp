@@ -114,7 +114,7 @@ TEST(Text, IsTheSameInAnyPiecesAndAnyRoom) {
     const auto below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
     const std::vector<std::string> all = charsets();
     ASSERT_EQ(all.size(), 20U);
-    for (int round = 0; round < 1200; ++round) {
+    for (int round = 0; round < 500; ++round) {
         conversion way{all[below(all.size())].c_str(),
                        round % 2 == 0 ? "utf-8" : all[below(all.size())].c_str()};
         way.how.flags = static_cast<std::uint32_t>(below(8));
@@ -354,6 +354,50 @@ TEST(Text, LeavesInput) {
         EXPECT_EQ(end - out, step.written);
     }
     pvzan_close(c);
+}
+
+// The caller's own words for a fault, into little room; what the target lacks is refused whole.
+TEST(Text, WritesTheCallersWords) {
+    for (const bool raw : {false, true}) {
+        pvzan_converter* c = conversion{"utf-8", "iso-2022-jp"}.open();
+        const std::string text = "😀あ", words = raw ? "\x01\xFF" : "あa", none = "a😀";
+        std::string result;
+        const auto bytes = [](const std::string& s) {
+            return reinterpret_cast<const std::uint8_t*>(s.data());
+        };
+        const std::uint8_t *in = bytes(text), *said = bytes(none);
+        std::size_t left = text.size(), words_left = none.size();
+        const auto one_byte = [&](auto call) {
+            std::uint8_t out = 0, *end = &out;
+            std::size_t room = 1;
+            const pvzan_outcome outcome = call(&end, &room);
+            result.append(1 - room, static_cast<char>(out));
+            return outcome;
+        };
+        const auto go_on = [&](auto** end, auto* room) {
+            return pvzan_feed(c, &in, &left, end, room, PVZAN_LAST);
+        };
+        const auto answer = [&](auto** end, auto* room) {
+            return pvzan_answer(c, raw ? PVZAN_WRITE_RAW : PVZAN_WRITE_UTF8, &said, &words_left,
+                                end, room);
+        };
+        EXPECT_EQ(one_byte(answer), PVZAN_FEED_MISUSE) << "there is no fault";
+        EXPECT_EQ(one_byte(go_on), PVZAN_FEED_FAULT);
+        EXPECT_EQ(one_byte(go_on), PVZAN_FEED_FAULT) << "said again";
+        if (!raw) {
+            EXPECT_EQ(one_byte(answer), PVZAN_FEED_FAULT);
+        }
+        said = bytes(words);
+        words_left = words.size();
+        for (pvzan_outcome o = PVZAN_FEED_MORE_ROOM; o == PVZAN_FEED_MORE_ROOM;) {
+            o = one_byte(answer);
+        }
+        while (one_byte(go_on) == PVZAN_FEED_MORE_ROOM) {
+        }
+        EXPECT_EQ(one_byte(go_on), PVZAN_FEED_MISUSE) << "the text has ended";
+        EXPECT_EQ(to_hex(result), to_hex((raw ? words : "\x1B$B$\"\x1B(Ba") + "\x1B$B$\"\x1B(B"s));
+        pvzan_close(c);
+    }
 }
 
 TEST(Text, ConvertsRows) {
