@@ -3,6 +3,7 @@
 #include "tests/support/text.h"
 
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <random>
@@ -147,6 +148,13 @@ TEST(Text, IsTheSameInAnyPiecesAndAnyRoom) {
         feed(first, std::string_view(text).substr(0, half), PVZAN_PART, 9, way.answer, halves);
         const std::size_t size = pvzan_save(first, state, sizeof state);
         ASSERT_EQ(pvzan_restore(second, state, size), 1);
+        EXPECT_EQ(pvzan_stands_as(second, state, size), 1);
+        pvzan_counts counts[2] = {};
+        for (pvzan_converter* each : {first, second}) {
+            counts[each == second].size = sizeof counts[0];
+            pvzan_count(each, &counts[each == second]);
+        }
+        EXPECT_EQ(std::memcmp(&counts[0], &counts[1], sizeof counts[0]), 0);
         feed(second, std::string_view(text).substr(half), PVZAN_LAST, 9, way.answer, halves);
         ASSERT_EQ(halves, whole) << about << " saved at " << half;
         state[below(size)] ^= 1;
