@@ -246,12 +246,13 @@ typedef struct pvzan_open_options {
 /* What came through so far. */
 typedef struct pvzan_counts {
     uint32_t size, reserved;
-    uint64_t in, out;     /* bytes; in is behind the last character or fault that was dealt with */
-    uint64_t characters;  /* of the source, without faulty bytes */
-    uint64_t faults;      /* answered, or done inside */
-    uint64_t look_alikes; /* written */
-    uint64_t composed;    /* characters written for a letter and its marks */
-    uint64_t private_use; /* characters that mean what two parties have agreed upon */
+    uint64_t in, out;      /* bytes; in is behind the last character or fault that was dealt with */
+    uint64_t characters;   /* of the source, without faulty bytes */
+    uint64_t faults;       /* answered, or done inside */
+    uint64_t look_alikes;  /* written */
+    uint64_t composed;     /* characters written for a letter and its marks */
+    uint64_t private_use;  /* characters that mean what two parties have agreed upon */
+    uint64_t line, column; /* behind in, as a fault there would be told */
 } pvzan_counts;
 
 /* A charset's name and what it means. */
@@ -336,6 +337,11 @@ PVZAN_TEXT_API size_t pvzan_save(const pvzan_converter* converter, uint8_t* to, 
 /* Goes on where pvzan_save was, with a converter of the same charsets and options in the same
  * version of the library: 1; 0: this is nothing of the kind, and nothing has changed. */
 PVZAN_TEXT_API int32_t pvzan_restore(pvzan_converter* converter, const uint8_t* from, size_t size);
+
+/* Whether what follows would be converted as from where saved was made: 1; 0: sets, held bytes or
+ * the like differ, or this is nothing of the kind. Places and counts may. */
+PVZAN_TEXT_API int32_t pvzan_stands_as(const pvzan_converter* converter, const uint8_t* saved,
+                                       size_t size);
 
 /* Begins another text: as opened, places and counts too. */
 PVZAN_TEXT_API void pvzan_reset(pvzan_converter* converter);

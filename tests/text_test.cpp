@@ -3,6 +3,7 @@
 #include "tests/support/text.h"
 
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <random>
@@ -147,6 +148,15 @@ TEST(Text, IsTheSameInAnyPiecesAndAnyRoom) {
         feed(first, std::string_view(text).substr(0, half), PVZAN_PART, 9, way.answer, halves);
         const std::size_t size = pvzan_save(first, state, sizeof state);
         ASSERT_EQ(pvzan_restore(second, state, size), 1);
+        ASSERT_TRUE(pvzan_stands_as(first, state, size) == 1 &&
+                    pvzan_stands_as(second, state, size) == 1);
+        EXPECT_EQ(pvzan_stands_as(second, state, size), 1);
+        pvzan_counts counts[2] = {};
+        for (pvzan_converter* each : {first, second}) {
+            counts[each == second].size = sizeof counts[0];
+            pvzan_count(each, &counts[each == second]);
+        }
+        EXPECT_EQ(std::memcmp(&counts[0], &counts[1], sizeof counts[0]), 0);
         feed(second, std::string_view(text).substr(half), PVZAN_LAST, 9, way.answer, halves);
         ASSERT_EQ(halves, whole) << about << " saved at " << half;
         state[below(size)] ^= 1;
@@ -216,7 +226,10 @@ TEST(Text, HasFaultsOfTheRightLength) {
         {"uhc", "\x81\x20\x81\x5B\xC9\xFF", "<81> <81>[<c9ff>"},
         {"iso-2022-jp", "\x1B(I1\x1B$B!\n!!\x7E\x7E\x80!\x1B(B\x8F\x1B$",
          "<1b>(I1<21>\n\xE3\x80\x80<7e7e><80><21><8f><1b>$"},
-        {"iso-2022-jp", "\x1B$B\x30\x21", "\xE4\xBA\x9C"},
+        {"iso-2022-jp",
+         "a\x0E"
+         "b\x0F\x1B$B\x30\x21",
+         "a<0e>b<0f>\xE4\xBA\x9C"},
         {"euc-jp-fix", "\x00\x41\xA4\x20\x00\xFF\x80"s, "A<a420><00ff><80>"},
         {"ascii", "a\x97\xAD\x80", "a<97><ad><80>"},
     };
