@@ -34,9 +34,3 @@ foreach(section 1 3 5 7)
         install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
     endif()
 endforeach()
-
-# The Python module; where the Python of a system looks for modules, the system must tell.
-set(PVZAN_PYTHON_DIR "" CACHE STRING "Where below the prefix the Python module is installed; empty: nowhere")
-if(PVZAN_PYTHON_DIR)
-    install(FILES ${PROJECT_SOURCE_DIR}/bindings/python/pvzan.py DESTINATION ${PVZAN_PYTHON_DIR})
-endif()
