@@ -73,8 +73,7 @@ def _record(name, fields):
 _fault = _record(
     "_Fault",
     "kind:u32 reason:u32 length:u32 offset:u64 line:u64 column:u64 blamed:u32 follower:i32 scalars_count:u32"
-    " scalars:scalars back_count:u32 back:scalars back_bytes_count:u32 look_alike:u32 back_bytes:8 bytes:16 why:192"
-    " relative:64",
+    " scalars:scalars back_count:u32 back:scalars back_bytes_count:u32 look_alike:u32 back_bytes:8 bytes:16 why:192",
 )
 _error = _record("_Error", "code:i32 line:u64 column:u64 text:256 file:256")
 _options = _record(
@@ -85,7 +84,6 @@ _options = _record(
 _NAME = "kind:u32 unit:u32 order:u32 mark:u32 exact:u32 charset:64 shown:64"
 _name = _record("_Name", _NAME)
 _candidate = _record("_Candidate", "per_million:u32 name_size:u32 " + _NAME)
-
 
 # Each call's result and arguments, by letters of _TYPES.
 _TYPES = {"v": None, "p": ctypes.c_void_p, "t": ctypes.c_char_p, "z": ctypes.c_size_t, "i": ctypes.c_int32}
@@ -140,15 +138,14 @@ def _open(source, target):
 class _Converter:
     """A converter, and room for its output."""
 
+    address = None
+
     def __init__(self, source, target):
-        self.library, self.address, self.room = _library(), None, b""
-        self.address = _open(source, target)
+        self.address, self.library, self.room = _open(source, target), _library(), b""
 
     def __del__(self):
-        self.library.close(self.address)
-
-    def reset(self):
-        self.library.reset(self.address)
+        if self.address:
+            self.library.close(self.address)
 
     def feed(self, data, at, how):
         """Goes on from a place in data until something is to be said: that, the place, what was written."""
@@ -162,6 +159,7 @@ class _Converter:
             target, room = ctypes.c_void_p(begin), ctypes.c_size_t(size)
             said = self.library.feed(self.address, *map(ctypes.byref, (source, left, target, room)), how)
             written.append(ctypes.string_at(begin, size - room.value))
+        assert said >= 0
         return said, len(data) - left.value, b"".join(written)
 
     def fault(self):
@@ -205,6 +203,10 @@ def _made_fast(task, slow, *pairs):
 # ---- Decoding and encoding -------------------------------------------------------------------------
 
 
+def _bytes(data):
+    return data if isinstance(data, bytes) else bytes(memoryview(data))
+
+
 def _behind(place, size):
     """Where an error handler wants to go on."""
     place += size if place < 0 else 0
@@ -222,7 +224,7 @@ class _Decoder:
     def reset(self, shift=b""):
         """shift: the last escape sequence before the text, and a few bytes behind it."""
         self.shift = shift
-        self.converter.reset()
+        self.converter.library.reset(self.converter.address)
         self.converter.feed(shift, 0, _PART)
 
     def decode(self, data, errors, final):
@@ -295,7 +297,7 @@ def _codec(charset):
         return _encode(charset, text, errors or "strict"), len(text)
 
     def slow_decode(data, errors="strict"):
-        return _Decoder(charset).decode(bytes(data), errors or "strict", True)
+        return _Decoder(charset).decode(_bytes(data), errors or "strict", True)
 
     encode = _made_fast(_ENCODE, slow_encode, (_UTF16, charset), ("utf-8", charset))
     decode = _made_fast(_DECODE, slow_decode, (charset, _UTF16))
@@ -310,7 +312,7 @@ def _codec(charset):
             self.decoder = _Decoder(charset)
 
         def _buffer_decode(self, data, errors, final):
-            return self.decoder.decode(bytes(data), errors, final)
+            return self.decoder.decode(_bytes(data), errors, final)
 
         def reset(self):
             super().reset()
@@ -334,21 +336,14 @@ def _codec(charset):
             self.decoder = _Decoder(charset)
 
         def decode(self, data, errors="strict"):
-            return self.decoder.decode(bytes(data), errors, False)
+            return self.decoder.decode(_bytes(data), errors, False)
 
         def reset(self):
             super().reset()
             self.decoder.reset()
 
-    return codecs.CodecInfo(
-        encode,
-        decode,
-        StreamReader,
-        StreamWriter,
-        IncrementalEncoder,
-        IncrementalDecoder,
-        name=_PREFIX + charset,
-    )
+    incremental = IncrementalEncoder, IncrementalDecoder
+    return codecs.CodecInfo(encode, decode, StreamReader, StreamWriter, *incremental, name=_PREFIX + charset)
 
 
 def _codec_name(meaning):
@@ -391,7 +386,7 @@ def convert(data, source, target):
 @functools.lru_cache(64)
 def _conversion(source, target):
     def slow(data):
-        data, converter = bytes(data), _Converter(source, target)
+        data, converter = _bytes(data), _Converter(source, target)
         said, at, result = converter.feed(data, 0, _LAST)
         if said != _FAULT:
             return result
@@ -428,8 +423,8 @@ def convert_arrow(offsets, data, source, target, offset_bytes=None):
     size = offset_bytes or memoryview(offsets).itemsize
     if size not in (4, 8):
         raise ValueError("offsets have 4 or 8 bytes")
-    places = array.array("i" if size == 4 else "q", bytes(offsets))
-    data, rows = bytes(data), len(places) - 1
+    places = array.array("i" if size == 4 else "q", _bytes(offsets))
+    data, rows = _bytes(data), len(places) - 1
     if rows < 0 or places[0] < 0 or places[-1] > len(data):
         raise ValueError("the offsets lead out of the data")
     converter, library = _Converter(source, target), _library()
@@ -454,7 +449,7 @@ declared tell of a byte-order mark and an XML declaration; newline is one of the
 
 def detect(data):
     """By its byte-order mark, its declaration, or how well its start fits each encoding; or None."""
-    data, found = bytes(data), _candidate()
+    data, found = _bytes(data), _candidate()
     if not _library().guess(data, len(data), 1, 0, ctypes.byref(found), 1):
         return None
     bom = found.kind != 0 and data.startswith(_MARKS)

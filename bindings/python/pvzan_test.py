@@ -73,14 +73,14 @@ class Codecs(unittest.TestCase):
                 if "か" not in text:  # Python has no place inside the pair
                     self.assertEqual(text.encode("pvzan:cp932", handler), text.encode("cp932", handler))
         self.assertEqual("あ\x1b".encode("pvzan:iso-2022-jp", "replace"), b'\x1b$B$"\x1b(B?')
+        self.assertEqual("あ\udcff".encode("pvzan:iso-2022-jp", "surrogateescape"), b'\x1b$B$"\x1b(B\xff')
         self.assertEqual("A\x7f".encode("pvzan:euc-jp", "replace"), b"A?")
         self.assertRaises(UnicodeEncodeError, "\ud840\udc0b".encode, "pvzan:gb18030")
         self.assertEqual("〜¥ｱ".encode("pvzan:iso-2022-jp", "pvzan:similar"), "～￥ア".encode("pvzan:iso-2022-jp"))
         self.assertRaises(UnicodeEncodeError, "☃".encode, "pvzan:cp932", "pvzan:similar")
-        for place in (3, -3):  # a handler that goes where there is nothing
-            codecs.register_error("pvzan-test", lambda e, place=place: ("", place))
-            self.assertRaises(IndexError, b"\xff".decode, "pvzan:cp932", "pvzan-test")
-            self.assertRaises(IndexError, "☃".encode, "pvzan:cp932", "pvzan-test")
+        for wrong, error in ((("", 3), IndexError), (("", -3), IndexError), (("☃", 1), UnicodeEncodeError)):
+            codecs.register_error("pvzan-test", lambda e, wrong=wrong: wrong)
+            self.assertRaises(error, "☃".encode, "pvzan:cp932", "pvzan-test")
         self.assertEqual(b"\x80\xa1\0A".decode("pvzan:euc-jp-fix", "replace"), "\ufffdA")
         self.assertEqual(b"\x1b$B!\x1b(BA".decode("pvzan:iso-2022-jp", "replace"), "\ufffdA")
         self.assertRaises(LookupError, "".encode, "pvzan:no-such")
@@ -132,6 +132,12 @@ class Codecs(unittest.TestCase):
             pieces = [damaged[at : at + 5] for at in range(0, len(damaged), 5)]
             replaced = damaged.decode(codec, "replace")
             self.assertEqual("".join(codecs.iterdecode(pieces, codec, "replace")), replaced, name)
+
+    def test_a_decoder_goes_on_behind_an_exception_and_an_end(self):
+        decoder = codecs.getincrementaldecoder("pvzan:iso-2022-jp")()
+        self.assertEqual(decoder.decode(b'\x1b$B$"'), "あ")
+        self.assertRaises(UnicodeDecodeError, decoder.decode, b"\x1b(B\xff")
+        self.assertEqual(decoder.decode(b'$"\x1b(B', True) + decoder.decode(b"A", True), "あA")
 
     def test_files(self):
         lines = [f"{i} 行の文字コード\n" for i in range(3000)]
