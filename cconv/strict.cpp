@@ -67,7 +67,7 @@ character read_back(session* s, std::span<const u8> written, u32 set) {
     s->inBuf = written.data();
     s->inPos = 0;
     s->inLen = static_cast<i32>(written.size());
-    character whole{0, 0};
+    character whole = no_character;
     for (u32 count = 0; s->srcRule != nullptr && s->inPos < s->inLen; ++count) {
         character c{0, 0};
         s->status = PVZAN_WRITTEN;
@@ -75,7 +75,7 @@ character read_back(session* s, std::span<const u8> written, u32 set) {
         const bool first = count == 0, behind = count == 1 && whole.mark == 0;
         if (s->status != PVZAN_DECODED || !read_character(s, c) || !(first || behind) ||
             (behind && c.mark != 0)) {
-            return {0, 0};
+            return no_character;
         }
         whole = first ? c : character{whole.letter, c.letter};
     }

@@ -11,6 +11,7 @@ struct character {
 
     bool operator==(const character&) const = default;
 };
+inline constexpr character no_character{~0U, 0};
 
 constexpr bool is_scalar(u32 c) {
     return c < 0xD800 || (c > 0xDFFF && c <= 0x10FFFF);
@@ -24,7 +25,8 @@ bool read_character(session* s, character& c);
 void put_character(session* s, const character& c);
 
 // What the target's decode rule makes of bytes that the encode rule wrote, with that set
-// designated; 0, 0 where that is not one character. The session stays as it is.
+// designated: two characters, as of a line break, are told like a letter and its mark. None where
+// they are no characters, or more. The session stays as it is.
 character read_back(session* s, std::span<const u8> written, u32 set);
 
 // How the source's encode rule writes the character, and how many bytes those are; 0: it does not.

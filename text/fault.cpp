@@ -41,11 +41,16 @@ bool may_be_character(session& s, std::span<const u8> bytes) {
 
 constexpr u8 begin_asked = 1, begins_something = 2, end_asked = 4, ends_something = 8;
 
+// Two bytes; with two more where the rule says nothing before it has seen four.
+std::span<const u8> pair_of(const pvzan_converter& c, const u8 (&code)[4]) {
+    return std::span(code).first(c.longest == max_code_bytes ? 4 : 2);
+}
+
 bool begins_nothing(pvzan_converter& c, u8 byte) {
     u8& known = c.bytes_known[byte];
     for (u32 second = 0; (known & begin_asked) == 0 && second <= 0xFF; ++second) {
-        const u8 code[] = {byte, static_cast<u8>(second)};
-        if (may_be_character(c.work, code)) {
+        const u8 code[] = {byte, static_cast<u8>(second), 0x81, '0'};
+        if (may_be_character(c.work, pair_of(c, code))) {
             known |= begin_asked | begins_something;
         }
     }
@@ -56,9 +61,9 @@ bool begins_nothing(pvzan_converter& c, u8 byte) {
 bool ends_nothing(pvzan_converter& c, u8 byte) {
     u8& known = c.bytes_known[byte];
     for (u32 first = 0x21; (known & end_asked) == 0 && first <= 0xFF; ++first) {
-        const u8 code[] = {static_cast<u8>(first), byte};
+        const u8 code[] = {static_cast<u8>(first), byte, 0x81, '0'};
         may_be_character(c.work, {code, 1});
-        if (c.work.status == PVZAN_INPUT_INCOMPLETE && may_be_character(c.work, code)) {
+        if (c.work.status == PVZAN_INPUT_INCOMPLETE && may_be_character(c.work, pair_of(c, code))) {
             known |= end_asked | ends_something;
         }
     }

@@ -47,7 +47,7 @@ extern "C" size_t pvzan_guess(const uint8_t* bytes, size_t size, int32_t complet
     const bool told = request.bomFound != 0 || request.xmlDeclared != 0;
     const bool plain = !told && is_ascii(bytes, size) && found.name.kind == PVZAN_KIND_OTHER;
     found.per_million = told ? declared : plain && complete != 0 ? 1000000 : likely;
-    describe_codes(found.name);
+    describe_codes(find_group(found.name.charset), found.name);
     if (found.name.unit > 1 && found.name.kind != PVZAN_KIND_OTHER) {
         found.name.order = request.bigEndian != 0 ? PVZAN_ORDER_BIG : PVZAN_ORDER_LITTLE;
         found.name.mark = request.bomFound != 0 ? 1 : 0;

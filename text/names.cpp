@@ -165,7 +165,8 @@ constexpr u32 hash_of(std::string_view name) {
 // The names of a row, one after the other; shown is the first.
 class names_of {
 public:
-    constexpr explicit names_of(const row& r) : next_(r.shown), rest_(r.names) {}
+    constexpr explicit names_of(const row& r)
+        : next_(*r.shown != '\0' ? r.shown : r.names), rest_(r.names), first_(*r.shown != '\0') {}
     constexpr bool read(std::string_view& name) {
         name = next_.substr(0, first_ ? next_.size() : next_.find(' '));
         if (name.empty()) {
@@ -178,7 +179,7 @@ public:
 
 private:
     std::string_view next_, rest_;
-    bool first_ = true;
+    bool first_; // shown, which is one name whatever is in it
 };
 
 struct known_name {
@@ -338,10 +339,9 @@ void shown_name(const char* charset, char (&shown)[64]) {
     copy_text(shown, found != rows.end() ? found->shown : charset);
 }
 
-void describe_codes(pvzan_name& meaning) {
-    const charset_group* group = find_group(meaning.charset);
-    const rule_row* rule = group != nullptr ? TheRule(group->destRule) : nullptr;
-    const codec_traits* traits = rule != nullptr ? traits_of_decoder(rule->function) : nullptr;
+void describe_codes(const charset_group* group, const rule_row* decoder, pvzan_name& meaning) {
+    const codec_traits* traits =
+        decoder != nullptr ? traits_of_decoder(decoder->function) : nullptr;
     if (traits == nullptr) {
         return;
     }
@@ -389,6 +389,12 @@ bool resolve(const char* name, u32 flags, pvzan_name& meaning) {
     return false;
 }
 
+void describe_codes(const charset_group* group, pvzan_name& meaning) {
+    if (group != nullptr) {
+        describe_codes(group, TheRule(group->destRule), meaning);
+    }
+}
+
 } // namespace text
 
 using namespace text;
@@ -402,7 +408,7 @@ int32_t pvzan_resolve(const char* name, uint32_t flags, pvzan_name* meaning) {
     pvzan_name found;
     const bool known = resolve(name, flags, found);
     if (known && settle_directory(nullptr)) {
-        describe_codes(found);
+        describe_codes(find_group(found.charset), found);
     }
     fill_record(*meaning, found);
     return known ? 1 : 0;
@@ -423,7 +429,7 @@ int32_t pvzan_each_charset(size_t index, pvzan_name* charset) {
             fill_in(r, found);
             found.exact = 1;
             shown_name(r.charset, found.shown);
-            describe_codes(found);
+            describe_codes(find_group(r.charset), found);
             fill_record(*charset, found);
             return 1;
         }
@@ -433,7 +439,7 @@ int32_t pvzan_each_charset(size_t index, pvzan_name* charset) {
             rows, [=](const row& r) { return std::string_view(r.charset) == group->name; });
         if (!listed && index-- == 0) {
             resolve(group->name, 0, found);
-            describe_codes(found);
+            describe_codes(group, found);
             fill_record(*charset, found);
             return 1;
         }

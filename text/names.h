@@ -1,7 +1,7 @@
 // The names people use for charsets, and what they mean.
 #pragma once
 
-#include "cconv/base.h"
+#include "cconv/names.h"
 
 #include "pvzan_text.h"
 
@@ -12,9 +12,9 @@ namespace text {
 // empty.
 bool resolve(const char* name, u32 flags, pvzan_name& meaning);
 
-// What the charset's codes are, by its rules and sets; the name's own kind where the directory
-// lacks it.
-void describe_codes(pvzan_name& meaning);
+// What the charset's codes are, by its decode rule and sets; null: what the list says stays.
+void describe_codes(const charset_group* group, const rule_row* decoder, pvzan_name& meaning);
+void describe_codes(const charset_group* group, pvzan_name& meaning);
 
 // The charset of that name in the directory, which is read by now; null when there is none.
 charset_group* find_group(const char* charset);

@@ -29,8 +29,8 @@ bool read_options(const pvzan_open_options* given, pvzan_open_options& how, pvza
     return known;
 }
 
-bool find_charset(const char* asked, u32 flags, u32 order, i32 code, pvzan_name& name,
-                  charset_group*& group, pvzan_error* error) {
+bool find_charset(const char* asked, u32 flags, i32 code, pvzan_name& name, charset_group*& group,
+                  pvzan_error* error) {
     group = resolve(asked, flags, name) ? find_group(name.charset) : nullptr;
     if (group == nullptr) {
         if (asked != nullptr && name.charset[0] != '\0') {
@@ -42,12 +42,15 @@ bool find_charset(const char* asked, u32 flags, u32 order, i32 code, pvzan_name&
         }
         return false;
     }
-    describe_codes(name);
+    return true;
+}
+
+void describe(const charset_group* group, const rule_row* decoder, u32 order, pvzan_name& name) {
+    describe_codes(group, decoder, name);
     if (order != PVZAN_ORDER_BY_NAME) {
         name.order = order;
         name.mark = 0;
     }
-    return true;
 }
 
 // All that is looked into, so that what is kept about the two charsets rests on the same.
@@ -92,7 +95,6 @@ bool prepare_session(pvzan_converter& c, charset_group* from, charset_group* to)
     s.target.newlineMode = c.how.breaks == PVZAN_BREAKS_LF   ? PVZAN_NEWLINE_LF
                            : c.how.breaks == PVZAN_BREAKS_CR ? PVZAN_NEWLINE_CR
                                                              : PVZAN_NEWLINE_CRLF;
-    s.target.dstBigEndian = c.to.order != PVZAN_ORDER_LITTLE ? 1 : 0;
     s.subst1 = {};
     s.subst2 = {};
     s.srcGroup = from;
@@ -104,6 +106,9 @@ bool prepare_session(pvzan_converter& c, charset_group* from, charset_group* to)
     if (s.srcRule == nullptr || s.dstRule == nullptr) {
         return false;
     }
+    describe(from, s.srcRule, c.how.from_order, c.from);
+    describe(to, TheRule(to->destRule), c.how.to_order, c.to);
+    s.target.dstBigEndian = c.to.order != PVZAN_ORDER_LITTLE ? 1 : 0;
     c.source = traits_of_decoder(s.srcRule->function);
     c.target = traits_of_encoder(s.dstRule->function);
     return true;
@@ -112,9 +117,8 @@ bool prepare_session(pvzan_converter& c, charset_group* from, charset_group* to)
 bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* error) {
     charset_group *source = nullptr, *target = nullptr;
     const u32 flags = c.how.flags;
-    if (!find_charset(from, flags, c.how.from_order, PVZAN_ERROR_UNKNOWN_FROM, c.from, source,
-                      error) ||
-        !find_charset(to, flags, c.how.to_order, PVZAN_ERROR_UNKNOWN_TO, c.to, target, error)) {
+    if (!find_charset(from, flags, PVZAN_ERROR_UNKNOWN_FROM, c.from, source, error) ||
+        !find_charset(to, flags, PVZAN_ERROR_UNKNOWN_TO, c.to, target, error)) {
         return false;
     }
     const bool codes = (flags & PVZAN_READ_BACK) != 0;

@@ -60,8 +60,6 @@ void keep(pvzan_converter& c, std::size_t bytes) {
     }
 }
 
-constexpr character nothing{0, 0};
-
 // Few scalars of a text are beyond what the fast path keeps, and most of those more than once.
 u32& sound_at(pvzan_converter& c, u32 letter) {
     return c.sound[(letter * 0x9E3779B1U) >> 26];
@@ -80,7 +78,7 @@ character written_as(pvzan_converter& c, const character& what) {
     c.work.dstShiftPlane = 0;
     const std::span<const u8> bytes = encode(c, what);
     const character back =
-        bytes.empty() ? nothing : read_back(&c.work, bytes, PVZAN_SET_ISO_646_IRV);
+        bytes.empty() ? no_character : read_back(&c.work, bytes, PVZAN_SET_ISO_646_IRV);
     before.put_back(c.work);
     return back;
 }
@@ -102,7 +100,7 @@ written write(pvzan_converter& c, const character& what, character& back) {
         return written::done;
     }
     before.put_back(c.work);
-    return back == nothing || bytes.empty() ? written::missing : written::other;
+    return back == no_character || bytes.empty() ? written::missing : written::other;
 }
 
 bool can_write(pvzan_converter& c, const character& what) {

@@ -149,18 +149,22 @@ bool joins_marks(const pair& p) {
     return p.plan.source->form != unicode_form::none && p.plan.target->form == unicode_form::none;
 }
 
-// Whether what was written for the character is that again. Line breaks that are normalised need
-// not be; U+2028 and U+2029 are none here.
+// Whether what was written for the character is that again, or the line break that was asked for;
+// U+2028 and U+2029 are none here.
 bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, const character& c) {
     session& s = p.neutral;
+    const character back = read_back(&s, written, PVZAN_SET_ISO_646_IRV);
     if (p.plan.normalises && (c.letter == '\r' || c.letter == '\n')) {
-        return true;
+        const u32 mode = s.target.newlineMode;
+        return back == (mode == PVZAN_NEWLINE_CR   ? character{'\r', 0}
+                        : mode == PVZAN_NEWLINE_LF ? character{'\n', 0}
+                                                   : character{'\r', '\n'});
     }
     if (p.plan.normalises && (c.letter == 0x2028 || c.letter == 0x2029)) {
         return false;
     }
     std::array<u8, output_bytes> again;
-    return read_back(&s, written, PVZAN_SET_ISO_646_IRV) == c &&
+    return back == c &&
            (p.strict == strictness::characters || p.plan.source->read == reading::escapes ||
             std::ranges::equal(k, std::span(again).first(spell_again(&s, c, again))));
 }
