@@ -88,7 +88,7 @@ static PyObject* result_of(PyObject* held, int which, const void* in, Py_ssize_t
     PyObject *bytes = NULL, *result = NULL;
     void* out = few;
     /* Enough for nearly every text; where it is not, the library says how much is. */
-    size_t room = 2 * (size_t)size + spare, written = 0;
+    size_t room = (size_t)size + (size_t)size / (is_str ? 1 : 2) + spare, written = 0;
     call c;
 
     if (!begin(&c, held, which)) {

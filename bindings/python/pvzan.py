@@ -49,7 +49,7 @@ _UTF_8, _UNICODE = 1, {2: "utf-16", 3: "utf-16", 4: "utf-32"}
 _PREFIX, _NATIVE = "pvzan:", "le" if sys.byteorder == "little" else "be"
 _UTF16, _UTF32 = f"utf-16{_NATIVE}", f"utf-32{_NATIVE}"
 _MARKS = (codecs.BOM_UTF8, codecs.BOM_UTF16_LE, codecs.BOM_UTF16_BE, codecs.BOM_UTF32_BE)
-_ROOM, _MOST_CLOSING = 65536, 16
+_PIECE, _MOST_CLOSING = 16384, 16
 _LONGEST_ESCAPE = 4
 _CONVERT, _DECODE, _ENCODE = 0, 1, 2
 
@@ -136,12 +136,14 @@ def _open(source, target):
 
 
 class _Converter:
-    """A converter, and room for its output."""
+    """A converter, room for its output, and what the library moves."""
 
     address = None
 
     def __init__(self, source, target):
-        self.address, self.library, self.room = _open(source, target), _library(), b""
+        self.address, self.library, self.room, self.data = _open(source, target), _library(), b"", None
+        self.source, self.left, self.target, self.free = (kind() for kind in (ctypes.c_void_p, ctypes.c_size_t) * 2)
+        self.moved = [ctypes.byref(number) for number in (self.source, self.left, self.target, self.free)]
 
     def __del__(self):
         if self.address:
@@ -149,18 +151,22 @@ class _Converter:
 
     def feed(self, data, at, how):
         """Goes on from a place in data until something is to be said: that, the place, what was written."""
-        size = min(_ROOM, 4 * (len(data) - at) + 64)
-        if len(self.room) < size:
-            self.room = ctypes.create_string_buffer(size)
-        begin, size = ctypes.addressof(self.room), len(self.room)
-        source = ctypes.c_void_p(ctypes.cast(data, ctypes.c_void_p).value + at)
-        left, written, said = ctypes.c_size_t(len(data) - at), [], _MORE_ROOM
-        while said == _MORE_ROOM:
-            target, room = ctypes.c_void_p(begin), ctypes.c_size_t(size)
-            said = self.library.feed(self.address, *map(ctypes.byref, (source, left, target, room)), how)
-            written.append(ctypes.string_at(begin, size - room.value))
-        assert said >= 0
-        return said, len(data) - left.value, b"".join(written)
+        if data is not self.data:
+            self.data, self.start = data, ctypes.cast(data, ctypes.c_void_p).value
+        written, ready = [], False
+        while not ready:
+            end = min(at + _PIECE, len(data))
+            if len(self.room) < 4 * (end - at) + 64:
+                self.room = ctypes.create_string_buffer(4 * (end - at) + 64)
+                self.begin = ctypes.addressof(self.room)
+            self.source.value, self.left.value = self.start + at, end - at
+            self.target.value, self.free.value = self.begin, len(self.room)
+            said = self.library.feed(self.address, *self.moved, how if end == len(data) else _PART)
+            assert said >= 0
+            written.append(ctypes.string_at(self.begin, self.target.value - self.begin))
+            at = end - self.left.value
+            ready = said == _FAULT or said != _MORE_ROOM and end == len(data)
+        return said, at, written[0] if len(written) == 1 else b"".join(written)
 
     def fault(self):
         fault = _fault()
@@ -253,17 +259,21 @@ class _Decoder:
 
 
 def _encode(charset, text, errors):
-    data = text.encode(_UTF32, "surrogatepass")  # a surrogate is a fault like others
-    converter, pieces, at, said = _Converter(_UTF32, charset), [], 0, _FAULT
-    while said == _FAULT:
-        said, at, written = converter.feed(data, at, _LAST)
+    converter, pieces, said = _Converter(_UTF32, charset), [], _FAULT
+    at, begin, data = 0, 0, b""  # data is what of text is at work, from begin on
+    while said != _DONE:
+        if not begin <= at < begin + len(data) // 4:
+            begin, data = at, text[at : at + _PIECE].encode(_UTF32, "surrogatepass")  # which are faults like others
+        last = begin + len(data) // 4 == len(text)
+        said, place, written = converter.feed(data, 4 * (at - begin), _LAST if last else _PART)
+        at = begin + place // 4
         pieces.append(written)
         if said == _FAULT:
-            fault, place = converter.fault(), at // 4
+            fault = converter.fault()
             why = fault.why.decode() if fault.scalars_count else "surrogates not allowed"
-            error = UnicodeEncodeError(_PREFIX + charset, text, place, place + fault.length // 4, why)
+            error = UnicodeEncodeError(_PREFIX + charset, text, at, at + fault.length // 4, why)
             error.similar = _like(fault)
-            replacement, place = codecs.lookup_error(errors)(error)
+            replacement, at = codecs.lookup_error(errors)(error)
             if isinstance(replacement, bytes):
                 pieces += converter.feed(b"", 0, _FLUSH)[2], replacement
             else:
@@ -271,7 +281,7 @@ def _encode(charset, text, errors):
                 if again == _FAULT:
                     raise error
                 pieces.append(written)
-            at = 4 * _behind(place, len(text))
+            at = _behind(at, len(text))
     return b"".join(pieces)
 
 
@@ -455,7 +465,7 @@ def detect(data):
     bom = found.kind != 0 and data.startswith(_MARKS)
     found.mark = max(found.mark, bom)
     encoding = _codec_name(found)
-    start = data[:_ROOM].decode(encoding, "replace")
+    start = data[:_PIECE].decode(encoding, "replace")
     declared = re.match(r"\s*<\?xml\s[^>]*\bencoding\b", start) is not None
     newline = re.search("\r\n|[\r\n\u2028\u2029]", start)
     return Detection(encoding, found.shown.decode(), bom, declared, newline and newline.group())
