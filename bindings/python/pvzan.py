@@ -435,7 +435,7 @@ def convert_arrow(offsets, data, source, target, offset_bytes=None):
         raise ValueError("offsets have 4 or 8 bytes")
     places = array.array("i" if size == 4 else "q", _bytes(offsets))
     data, rows = _bytes(data), len(places) - 1
-    if rows < 0 or places[0] < 0 or places[-1] > len(data):
+    if rows < 0 or min(places) < 0 or max(places) > len(data):
         raise ValueError("the offsets lead out of the data")
     converter, library = _Converter(source, target), _library()
     ends, faults = array.array(places.typecode, bytes(size * (rows + 1))), array.array("B", bytes(rows))

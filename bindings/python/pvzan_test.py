@@ -49,12 +49,8 @@ class Codecs(unittest.TestCase):
             self.assertTrue(text.encode(f"pvzan:{ours}").decode(theirs) == text, ours)
 
     def test_places_and_handlers(self):
-        rows = (
-            (b"A\x82\xa0\xff!\x82", "shift_jis"),
-            (b"\xa4\xa2\xff\xa4", "euc-jp"),
-            (b"\x1b$B$\"\x1b(Zx", "iso-2022-jp"),
-        )
-        for data, name in rows:
+        rows = {"shift_jis": b"A\x82\xa0\xff!\x82", "euc-jp": b"\xa4\xa2\xff\xa4", "iso-2022-jp": b'\x1b$B$"\x1b(Zx'}
+        for name, data in rows.items():
             seen = []
             codecs.register_error("pvzan-test", lambda e: (seen.append((e.start, e.end)), ("<>", e.end))[1])
             text = data.decode(f"pvzan:{name}", "pvzan-test")
@@ -65,17 +61,16 @@ class Codecs(unittest.TestCase):
             with self.assertRaises(UnicodeDecodeError) as caught:
                 data.decode(f"pvzan:{name}")
             self.assertEqual((caught.exception.start, caught.exception.end), seen[0])
-        for text, at in (("あ☃", 1), ("か\u309a", 1), ("あ\udc80", 1), ("𠂉", 0)):
+        for text, at in (("あ☃", 1), ("か\u309a", 1), ("あ\udc80", 1), ("\ud840\udc0b", 0), ("𠂉", 0)):
             with self.assertRaises(UnicodeEncodeError) as caught:
                 text.encode("pvzan:shift_jis")
             self.assertEqual((caught.exception.start, caught.exception.end), (at, at + 1))
             for handler in ("ignore", "replace", "xmlcharrefreplace", "backslashreplace", "namereplace"):
                 if "か" not in text:  # Python has no place inside the pair
                     self.assertEqual(text.encode("pvzan:cp932", handler), text.encode("cp932", handler))
-        self.assertEqual("あ\x1b".encode("pvzan:iso-2022-jp", "replace"), b'\x1b$B$"\x1b(B?')
+        self.assertEqual("あ\x1b\udcff".encode("pvzan:iso-2022-jp", "replace"), b'\x1b$B$"\x1b(B??')
         self.assertEqual("あ\udcff".encode("pvzan:iso-2022-jp", "surrogateescape"), b'\x1b$B$"\x1b(B\xff')
         self.assertEqual("A\x7f".encode("pvzan:euc-jp", "replace"), b"A?")
-        self.assertRaises(UnicodeEncodeError, "\ud840\udc0b".encode, "pvzan:gb18030")
         self.assertEqual("〜¥ｱ".encode("pvzan:iso-2022-jp", "pvzan:similar"), "～￥ア".encode("pvzan:iso-2022-jp"))
         self.assertRaises(UnicodeEncodeError, "☃".encode, "pvzan:cp932", "pvzan:similar")
         for wrong, error in ((("", 3), IndexError), (("", -3), IndexError), (("☃", 1), UnicodeEncodeError)):
@@ -109,7 +104,7 @@ class Codecs(unittest.TestCase):
             given = array.array(code, offsets)
             ends, text, faults = pvzan.convert_arrow(bytes(given) if size else given, data, "cp932", "utf-8", size)
             self.assertEqual((list(ends), text, bytes(faults)), ([0, 3, 3, 15], "あ".encode() * 5, b"\0" * 3))
-        for wrong in ([], [-1, 2], [0, 13], [2, 4, 3]):
+        for wrong in ([], [-1, 2], [0, 13], [2, 4, 3], [0, 1 << 40, 3]):
             self.assertRaises(ValueError, pvzan.convert_arrow, array.array("q", wrong), data, "cp932", "utf-8")
 
     def test_pieces_are_the_whole(self):
@@ -121,8 +116,7 @@ class Codecs(unittest.TestCase):
             data = text.encode(codec, "ignore")
             whole = data.decode(codec)
             self.assertEqual(whole.encode(codec), data, name)
-            if "か\u309a".encode(codec, "ignore").decode(codec) == "か\u309a":
-                self.assertEqual(whole, text, name)
+            self.assertEqual(whole == text, not name.startswith("iso"), name)
             pieces = [data[at : at + 7] for at in range(0, len(data), 7)]
             self.assertEqual("".join(codecs.iterdecode(pieces, codec)), whole, name)
             damaged = bytearray(data)
@@ -147,28 +141,25 @@ class Codecs(unittest.TestCase):
                 with open(path, "w", encoding=f"pvzan:{name}") as file:
                     file.writelines(lines)
                     file.write("終か")
-                with open(path, "rb") as file:
-                    data = file.read()
-                self.assertTrue(data.endswith({"iso-2022-jp": b"\x1b(B"}.get(name, "か".encode("euc_jp" if "euc" in name else "sjis"))))
+                with open(path, encoding=PEERS.get(name, "sjis")) as file:
+                    self.assertEqual(file.read(), "".join(lines) + "終か")
                 with open(path, encoding=f"pvzan:{name}") as file:
                     self.assertEqual([file.readline() for _ in range(1000)], lines[:1000])
                     self.assertEqual(file.read(6), lines[1000][:6])
-                    here = file.tell()
-                    rest = file.read()
+                    here, rest = file.tell(), file.read()
                     self.assertEqual(rest, "".join(lines[1000:])[6:] + "終か")
                     file.seek(here)
                     self.assertEqual(file.read(), rest)
                 with codecs.open(path, encoding=f"pvzan:{name}") as file:
                     self.assertEqual(list(file), lines + ["終か"])
-                writer = codecs.getwriter(f"pvzan:{name}")(io.BytesIO())
-                writer.write("あA")
-                self.assertEqual(writer.stream.getvalue().decode(f"pvzan:{name}"), "あA")
+                codecs.getwriter(f"pvzan:{name}")(stream := io.BytesIO()).write("あA")
+                self.assertEqual(stream.getvalue().decode(f"pvzan:{name}"), "あA")
 
     def test_threads(self):
-        text = "並列に変換する。" * 500
+        text = "並列に変換する。" * 5000
         names = ["pvzan:" + name for name in ("iso-2022-jp", "shift_jis", "euc-jp", "gb18030")]
         with concurrent.futures.ThreadPoolExecutor(8) as pool:
-            back = list(pool.map(lambda name: text.encode(name).decode(name), names * 100))
+            back = list(pool.map(lambda name: text.encode(name).decode(name), names * 20))
         self.assertEqual(set(back), {text})
 
     def test_detection(self):
