@@ -219,7 +219,7 @@ typedef struct pvzan_fault {
     uint8_t back_bytes[8];
     uint8_t bytes[16]; /* the first of its bytes, blamed or length of them, whichever is more */
     char why[192];     /* in words, without the place */
-    char relative[64]; /* a charset that has what this one lacks; or empty */
+    char relative[64]; /* the name of a charset that has what this one lacks; or empty */
 } pvzan_fault;
 
 typedef struct pvzan_error {

@@ -180,7 +180,7 @@ void tell_relative(pvzan_converter& c, const fault& f, pvzan_fault& told) {
         }
     }
     if (reading ? relative_reads(c, relative, f) : relative_writes(c, relative, f)) {
-        copy_text(told.relative, name);
+        shown_name(name, told.relative);
     }
 }
 
