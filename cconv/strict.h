@@ -17,6 +17,11 @@ constexpr bool is_scalar(u32 c) {
     return c < 0xD800 || (c > 0xDFFF && c <= 0x10FFFF);
 }
 
+// Control characters that switch sets in text with designations, where they stand for nothing else.
+constexpr bool switches_sets(u32 c) {
+    return c == 0x0E || c == 0x0F || c == 0x1B;
+}
+
 // The character that a decode rule left in the session; false where its code stands for none.
 bool read_character(session* s, character& c);
 

@@ -219,7 +219,7 @@ typedef struct pvzan_fault {
     uint8_t back_bytes[8];
     uint8_t bytes[16]; /* the first of its bytes, blamed or length of them, whichever is more */
     char why[192];     /* in words, without the place */
-    char relative[64]; /* a charset that has what this one lacks; or empty */
+    char relative[64]; /* the name of a charset that has what this one lacks; or empty */
 } pvzan_fault;
 
 typedef struct pvzan_error {
@@ -246,12 +246,13 @@ typedef struct pvzan_open_options {
 /* What came through so far. */
 typedef struct pvzan_counts {
     uint32_t size, reserved;
-    uint64_t in, out;     /* bytes; in is behind the last character or fault that was dealt with */
-    uint64_t characters;  /* of the source, without faulty bytes */
-    uint64_t faults;      /* answered, or done inside */
-    uint64_t look_alikes; /* written */
-    uint64_t composed;    /* characters written for a letter and its marks */
-    uint64_t private_use; /* characters that mean what two parties have agreed upon */
+    uint64_t in, out;      /* bytes; in is behind the last character or fault that was dealt with */
+    uint64_t characters;   /* of the source, without faulty bytes */
+    uint64_t faults;       /* answered, or done inside */
+    uint64_t look_alikes;  /* written */
+    uint64_t composed;     /* characters written for a letter and its marks */
+    uint64_t private_use;  /* characters that mean what two parties have agreed upon */
+    uint64_t line, column; /* behind in, as a fault there would be told */
 } pvzan_counts;
 
 /* A charset's name and what it means. */
@@ -297,8 +298,10 @@ PVZAN_TEXT_API pvzan_converter* pvzan_open(const char* from, const char* to,
  *
  * With PVZAN_LEAVE_INPUT, as iconv(3) needs it: a character that does not fit the room is not
  * written in part and stays in the input; so do a cut character (PVZAN_FEED_MORE_INPUT, with bytes
- * left) and a faulty one, which needs no answer: the caller steps over it, or gives up. Letters
- * whose mark may follow are taken and held back all the same. */
+ * left) and a faulty one, which needs no answer: the caller steps over as many bytes as the fault
+ * is long, else later places are not right, or gives up. Letters whose mark may follow are taken
+ * and held back all the same. A byte-order mark is only read away where the source's name leaves
+ * the order open. */
 PVZAN_TEXT_API pvzan_outcome pvzan_feed(pvzan_converter* converter, const uint8_t** in,
                                         size_t* left, uint8_t** out, size_t* room, int32_t how);
 
@@ -334,6 +337,11 @@ PVZAN_TEXT_API size_t pvzan_save(const pvzan_converter* converter, uint8_t* to, 
 /* Goes on where pvzan_save was, with a converter of the same charsets and options in the same
  * version of the library: 1; 0: this is nothing of the kind, and nothing has changed. */
 PVZAN_TEXT_API int32_t pvzan_restore(pvzan_converter* converter, const uint8_t* from, size_t size);
+
+/* Whether what follows would be converted as from where saved was made: 1; 0: sets, held bytes or
+ * the like differ, or this is nothing of the kind. Places and counts may. */
+PVZAN_TEXT_API int32_t pvzan_stands_as(const pvzan_converter* converter, const uint8_t* saved,
+                                       size_t size);
 
 /* Begins another text: as opened, places and counts too. */
 PVZAN_TEXT_API void pvzan_reset(pvzan_converter* converter);

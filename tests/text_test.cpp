@@ -3,6 +3,7 @@
 #include "tests/support/text.h"
 
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <random>
@@ -114,7 +115,7 @@ TEST(Text, IsTheSameInAnyPiecesAndAnyRoom) {
     const auto below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
     const std::vector<std::string> all = charsets();
     ASSERT_EQ(all.size(), 20U);
-    for (int round = 0; round < 1200; ++round) {
+    for (int round = 0; round < 500; ++round) {
         conversion way{all[below(all.size())].c_str(),
                        round % 2 == 0 ? "utf-8" : all[below(all.size())].c_str()};
         way.how.flags = static_cast<std::uint32_t>(below(8));
@@ -147,6 +148,15 @@ TEST(Text, IsTheSameInAnyPiecesAndAnyRoom) {
         feed(first, std::string_view(text).substr(0, half), PVZAN_PART, 9, way.answer, halves);
         const std::size_t size = pvzan_save(first, state, sizeof state);
         ASSERT_EQ(pvzan_restore(second, state, size), 1);
+        ASSERT_TRUE(pvzan_stands_as(first, state, size) == 1 &&
+                    pvzan_stands_as(second, state, size) == 1);
+        EXPECT_EQ(pvzan_stands_as(second, state, size), 1);
+        pvzan_counts counts[2] = {};
+        for (pvzan_converter* each : {first, second}) {
+            counts[each == second].size = sizeof counts[0];
+            pvzan_count(each, &counts[each == second]);
+        }
+        EXPECT_EQ(std::memcmp(&counts[0], &counts[1], sizeof counts[0]), 0);
         feed(second, std::string_view(text).substr(half), PVZAN_LAST, 9, way.answer, halves);
         ASSERT_EQ(halves, whole) << about << " saved at " << half;
         state[below(size)] ^= 1;
@@ -216,7 +226,10 @@ TEST(Text, HasFaultsOfTheRightLength) {
         {"uhc", "\x81\x20\x81\x5B\xC9\xFF", "<81> <81>[<c9ff>"},
         {"iso-2022-jp", "\x1B(I1\x1B$B!\n!!\x7E\x7E\x80!\x1B(B\x8F\x1B$",
          "<1b>(I1<21>\n\xE3\x80\x80<7e7e><80><21><8f><1b>$"},
-        {"iso-2022-jp", "\x1B$B\x30\x21", "\xE4\xBA\x9C"},
+        {"iso-2022-jp",
+         "a\x0E"
+         "b\x0F\x1B$B\x30\x21",
+         "a<0e>b<0f>\xE4\xBA\x9C"},
         {"euc-jp-fix", "\x00\x41\xA4\x20\x00\xFF\x80"s, "A<a420><00ff><80>"},
         {"ascii", "a\x97\xAD\x80", "a<97><ad><80>"},
     };
@@ -354,6 +367,50 @@ TEST(Text, LeavesInput) {
         EXPECT_EQ(end - out, step.written);
     }
     pvzan_close(c);
+}
+
+// The caller's own words for a fault, into little room; what the target lacks is refused whole.
+TEST(Text, WritesTheCallersWords) {
+    for (const bool raw : {false, true}) {
+        pvzan_converter* c = conversion{"utf-8", "iso-2022-jp"}.open();
+        const std::string text = "😀あ", words = raw ? "\x01\xFF" : "あa", none = "a😀";
+        std::string result;
+        const auto bytes = [](const std::string& s) {
+            return reinterpret_cast<const std::uint8_t*>(s.data());
+        };
+        const std::uint8_t *in = bytes(text), *said = bytes(none);
+        std::size_t left = text.size(), words_left = none.size();
+        const auto one_byte = [&](auto call) {
+            std::uint8_t out = 0, *end = &out;
+            std::size_t room = 1;
+            const pvzan_outcome outcome = call(&end, &room);
+            result.append(1 - room, static_cast<char>(out));
+            return outcome;
+        };
+        const auto go_on = [&](auto** end, auto* room) {
+            return pvzan_feed(c, &in, &left, end, room, PVZAN_LAST);
+        };
+        const auto answer = [&](auto** end, auto* room) {
+            return pvzan_answer(c, raw ? PVZAN_WRITE_RAW : PVZAN_WRITE_UTF8, &said, &words_left,
+                                end, room);
+        };
+        EXPECT_EQ(one_byte(answer), PVZAN_FEED_MISUSE) << "there is no fault";
+        EXPECT_EQ(one_byte(go_on), PVZAN_FEED_FAULT);
+        EXPECT_EQ(one_byte(go_on), PVZAN_FEED_FAULT) << "said again";
+        if (!raw) {
+            EXPECT_EQ(one_byte(answer), PVZAN_FEED_FAULT);
+        }
+        said = bytes(words);
+        words_left = words.size();
+        for (pvzan_outcome o = PVZAN_FEED_MORE_ROOM; o == PVZAN_FEED_MORE_ROOM;) {
+            o = one_byte(answer);
+        }
+        while (one_byte(go_on) == PVZAN_FEED_MORE_ROOM) {
+        }
+        EXPECT_EQ(one_byte(go_on), PVZAN_FEED_MISUSE) << "the text has ended";
+        EXPECT_EQ(to_hex(result), to_hex((raw ? words : "\x1B$B$\"\x1B(Ba") + "\x1B$B$\"\x1B(B"s));
+        pvzan_close(c);
+    }
 }
 
 TEST(Text, ConvertsRows) {

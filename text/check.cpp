@@ -205,7 +205,11 @@ private:
         const auto named = begin ? find(set, name, "name", begin->start) : std::nullopt;
         const auto lang = named && body != nullptr ? find(set, name, "lang", named->end) : named;
         const auto found = lang ? find(set, name, code, lang->end) : std::nullopt;
-        if (!found || body == nullptr) {
+        if (!found) {
+            return;
+        }
+        check_set_name(name, set, *named);
+        if (body == nullptr) {
             return;
         }
         const auto defined = find_element(set, "defined", found->start);
@@ -215,6 +219,24 @@ private:
             if (table_file != nullptr) {
                 check_table(table_file.get(), in);
             }
+        }
+    }
+
+    // The first set of a number is the one that all definitions mean.
+    void check_set_name(const char* file, owned_document& set, const element& where) {
+        char name[text_bytes], taken[text_bytes] = "";
+        xmlGetName(&set, where.start, where.end, name);
+        fold_text(name);
+        const object_array* sets = definitions_settled() ? g_ProcessObject.basics : nullptr;
+        for (const basic_set* other : items_of<basic_set>(sets)) {
+            if (other->setNo == group_number(name)) {
+                copy_text(taken, other->name);
+                fold_text(taken);
+            }
+        }
+        if (taken[0] != '\0' && std::strcmp(taken, name) != 0) {
+            tell(file, "the name %s has the number %u of %s; choose another name", name,
+                 group_number(name), taken);
         }
     }
 
@@ -245,7 +267,12 @@ private:
         if (buffer == nullptr) {
             return;
         }
-        table_reader reader = {table.get(), in.encoding, in.bigEndian, buffer.get(), 0, 0, 0, 0};
+        table_reader reader = {};
+        reader.file = table.get();
+        reader.encoding = in.encoding;
+        reader.bigEndian = in.bigEndian;
+        reader.readBuf = buffer.get();
+        reader.remaining = file_size(table.get());
         u32 number = 0;
         std::size_t bytes = 0;
         bool same = true;

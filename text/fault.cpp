@@ -180,7 +180,7 @@ void tell_relative(pvzan_converter& c, const fault& f, pvzan_fault& told) {
         }
     }
     if (reading ? relative_reads(c, relative, f) : relative_writes(c, relative, f)) {
-        copy_text(told.relative, name);
+        shown_name(name, told.relative);
     }
 }
 
@@ -283,7 +283,13 @@ void explain(pvzan_converter& c, const fault& f, pvzan_fault& told) {
     }
     if (f.kind == PVZAN_FAULT_MISSING || f.kind == PVZAN_FAULT_OTHER_BACK) {
         fill_character(f.missing, told.scalars, told.scalars_count);
-        const u32 like = f.missing.mark == 0 ? look_alike_of(f.missing.letter) : 0;
+        // What the code means there, as half-width katakana in ISO-2022-JP; a backslash is not like
+        // a yen sign.
+        const bool means_other = f.kind == PVZAN_FAULT_OTHER_BACK && f.back != f.missing &&
+                                 f.back.letter >= 0x80 && f.back.mark == 0;
+        const u32 like = f.missing.mark != 0 ? 0
+                         : means_other       ? f.back.letter
+                                             : look_alike_of(f.missing.letter);
         told.look_alike = like != 0 && can_write(c, {like, 0}) ? like : 0;
     }
     if (f.kind == PVZAN_FAULT_OTHER_BACK) {

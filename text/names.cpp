@@ -97,16 +97,19 @@ constexpr std::array rows = {
     row{"iso-10646-ucs-2", "UCS-2BE", "iso-10646-ucs-2be byte2be csUnicode11 unicode-1-1",
         PVZAN_KIND_UCS_2, big},
     row{"iso-10646-ucs-2", "UCS-2LE", "iso-10646-ucs-2le byte2le", PVZAN_KIND_UCS_2, little},
-    row{"iso-10646-ucs-4", "UCS-4", "utf-32 iso-10646-ucs-4 csUCS4 csUTF32 u32 ibm-1236",
-        PVZAN_KIND_UCS_4, big, 1},
+    row{"iso-10646-ucs-4", "UCS-4", "iso-10646-ucs-4 csUCS4", PVZAN_KIND_UCS_4, big, 1},
     row{"iso-10646-ucs-4", "UCS-4BE",
-        "utf-32be iso-10646-ucs-4be 12001 cp12001 windows-12001 csUTF32BE x-utf-32be byte4be "
-        "utf32_bigendian utf32_oppositeendian 10646-1:1993 10646-1:1993/ucs4 iso-10646/ucs4 "
+        "iso-10646-ucs-4be byte4be 10646-1:1993 10646-1:1993/ucs4 iso-10646/ucs4", PVZAN_KIND_UCS_4,
+        big},
+    row{"iso-10646-ucs-4", "UCS-4LE", "iso-10646-ucs-4le byte4le", PVZAN_KIND_UCS_4, little},
+    row{"iso-10646-ucs-4", "UTF-32", "csUTF32 u32 ibm-1236", PVZAN_KIND_UCS_4, big, 1},
+    row{"iso-10646-ucs-4", "UTF-32BE",
+        "12001 cp12001 windows-12001 csUTF32BE x-utf-32be utf32_bigendian utf32_oppositeendian "
         "ibm-1232",
         PVZAN_KIND_UCS_4, big},
-    row{"iso-10646-ucs-4", "UCS-4LE",
-        "utf-32le iso-10646-ucs-4le 12000 cp12000 windows-12000 csUTF32LE x-utf-32le byte4le "
-        "utf32_littleendian utf32_platformendian ibm-1234",
+    row{"iso-10646-ucs-4", "UTF-32LE",
+        "12000 cp12000 windows-12000 csUTF32LE x-utf-32le utf32_littleendian "
+        "utf32_platformendian ibm-1234",
         PVZAN_KIND_UCS_4, little},
     row{"iso-10646-ucs-4", "UTF-32BE-BOM", "x-utf-32be-bom", PVZAN_KIND_UCS_4, big, 2},
     row{"iso-10646-ucs-4", "UTF-32LE-BOM", "x-utf-32le-bom", PVZAN_KIND_UCS_4, little, 2},

@@ -23,7 +23,10 @@ std::size_t behind_last_break(const u8* bytes, std::size_t size, u32 unit, bool 
 
 void pass(place& at, const u8* bytes, std::size_t size, u32 unit, bool big, std::size_t line,
           u64 characters) {
-    if (size < unit) {
+    at.offset += size;
+    if (line == 0) {
+        at.column += characters;
+        at.behind_cr = false;
         return;
     }
     // Every LF ends a line, and every CR without an LF behind it; the last unit has none behind it.
@@ -32,9 +35,8 @@ void pass(place& at, const u8* bytes, std::size_t size, u32 unit, bool big, std:
     at.line += fast::chosen_kernels().count_breaks(bytes, size / unit - 1, {unit, big});
     at.line += last == '\n' || last == '\r' ? 1 : 0;
     at.line -= first == '\n' && at.behind_cr ? 1 : 0;
-    at.column = (line > 0 ? 1 : at.column) + characters;
+    at.column = 1 + characters;
     at.behind_cr = last == '\r';
-    at.offset += size;
 }
 
 } // namespace text

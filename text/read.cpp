@@ -148,7 +148,8 @@ reading_result read_designated(pvzan_converter& c, const view& text) {
     reading_result read;
     if (set == nullptr || !is_double_byte_width(set->byteNum) ||
         is_ascii_in_double_byte_text(first)) {
-        return first < 0x80 && decode(c, text.bytes, 1, read) ? read : invalid(1, 1);
+        const bool stands = first < 0x80 && !switches_sets(first);
+        return stands && decode(c, text.bytes, 1, read) ? read : invalid(1, 1);
     }
     if (!is_double_byte_half(first)) {
         return invalid(1, 1);

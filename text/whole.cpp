@@ -36,6 +36,15 @@ u32 sum_of(const saved& s) {
     return hash(&s.now, sizeof s.now, s.in_set * 31 + s.out_set);
 }
 
+bool read_saved(const pvzan_converter& c, const u8* from, std::size_t size, saved& s) {
+    if (from == nullptr || size != sizeof s) {
+        return false;
+    }
+    std::memcpy(static_cast<void*>(&s), from, sizeof s);
+    return s.tag == tag_of(c) && s.sum == sum_of(s) && s.now.held_size <= most_held &&
+           s.now.pending_at <= s.now.pending_size && s.now.pending_size <= most_pending;
+}
+
 // An offset of a row; those that are none come out as an end that nothing reaches.
 u64 offset_at(const void* offsets, u32 width, size_t i) {
     if (width == 4) {
@@ -94,7 +103,9 @@ void pvzan_count(const pvzan_converter* converter, pvzan_counts* counts) {
                           .faults = now.faults,
                           .look_alikes = now.look_alikes,
                           .composed = now.composed,
-                          .private_use = now.private_use});
+                          .private_use = now.private_use,
+                          .line = now.at.line,
+                          .column = now.at.column});
 }
 
 size_t pvzan_most(const pvzan_converter* converter, size_t in_size) {
@@ -125,14 +136,8 @@ size_t pvzan_save(const pvzan_converter* converter, uint8_t* to, size_t room) {
 }
 
 int32_t pvzan_restore(pvzan_converter* converter, const uint8_t* from, size_t size) {
-    if (converter == nullptr || from == nullptr || size != sizeof(saved)) {
-        return 0;
-    }
-    alignas(saved) u8 copy[sizeof(saved)];
-    std::memcpy(copy, from, sizeof copy);
-    const saved& s = *reinterpret_cast<const saved*>(copy);
-    if (s.tag != tag_of(*converter) || s.sum != sum_of(s) || s.now.held_size > most_held ||
-        s.now.pending_at > s.now.pending_size || s.now.pending_size > most_pending) {
+    saved s;
+    if (converter == nullptr || !read_saved(*converter, from, size, s)) {
         return 0;
     }
     begin_text(*converter);
@@ -141,6 +146,27 @@ int32_t pvzan_restore(pvzan_converter* converter, const uint8_t* from, size_t si
     converter->work.dstShiftSet = s.out_set;
     converter->work.source.srcBigEndian = s.now.big_source ? 1 : 0;
     return 1;
+}
+
+int32_t pvzan_stands_as(const pvzan_converter* converter, const uint8_t* from, size_t size) {
+    saved s;
+    if (converter == nullptr || converter->fault.waits || !read_saved(*converter, from, size, s)) {
+        return 0;
+    }
+    const standing &a = converter->now, &b = s.now;
+    const auto same = [](const u8* one, u32 one_size, const u8* other, u32 other_size) {
+        return one_size == other_size && std::equal(one, one + one_size, other);
+    };
+    return s.in_set == converter->work.srcShiftSet && s.out_set == converter->work.dstShiftSet &&
+                   same(a.held, a.held_size, b.held, b.held_size) &&
+                   same(a.pending + a.pending_at, a.pending_size - a.pending_at,
+                        b.pending + b.pending_at, b.pending_size - b.pending_at) &&
+                   a.at.behind_cr == b.at.behind_cr && a.now == b.now &&
+                   a.big_source == b.big_source && a.mark_due == b.mark_due &&
+                   a.plane2 == b.plane2 && a.told_open == b.told_open &&
+                   a.behind_break == b.behind_break
+               ? 1
+               : 0;
 }
 
 size_t pvzan_convert(pvzan_converter* converter, const uint8_t* in, size_t in_size, uint8_t* out,

@@ -87,6 +87,9 @@ character written_as(pvzan_converter& c, const character& what) {
 
 written write(pvzan_converter& c, const character& what, character& back) {
     back = what;
+    if (c.target != nullptr && c.target->designates && switches_sets(what.letter)) {
+        return written::missing;
+    }
     if (!is_sound(c, what)) {
         back = written_as(c, what);
         if (back == what && what.mark == 0) {

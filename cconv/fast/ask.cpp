@@ -67,7 +67,9 @@ verdict decode(pair& p, std::span<const u8> k, u32 source_set) {
                      s.charSetType != static_cast<u16>(nobody) && s.srcShiftSet == source_set;
     if (one && p.strict != strictness::none) {
         character c{0, 0};
-        if (!read_character(&s, c)) {
+        const bool designates =
+            p.plan.target->designates || p.plan.source->read == reading::escapes;
+        if (!read_character(&s, c) || (designates && switches_sets(c.letter))) {
             return verdict::by_rules;
         }
         put_character(&s, c);

@@ -1,6 +1,6 @@
 # Compares what the library exports with the lists of its interface, one for each version, both ways: an extra
 # name fails like a missing one. Run as:
-# cmake -DNM=... -DREADELF=... -DLIBRARY=... -DVERSIONS=... -DLISTS=... -DSANITIZED=... -P ...
+# cmake -DNM=... -DREADELF=... -DLIBRARY=... -DVERSIONS=... -DFILES=... -DSANITIZED=... -P ...
 execute_process(COMMAND ${NM} --dynamic --defined-only --format=posix ${LIBRARY}
     OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
 set(exported "")
@@ -18,7 +18,7 @@ foreach(line IN LISTS lines)
     endif()
 endforeach()
 set(listed "")
-foreach(version list IN ZIP_LISTS VERSIONS LISTS)
+foreach(version list IN ZIP_LISTS VERSIONS FILES)
     file(STRINGS ${list} names)
     list(TRANSFORM names PREPEND "${version} ")
     list(APPEND listed ${names})
