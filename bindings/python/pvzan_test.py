@@ -68,7 +68,7 @@ class Codecs(unittest.TestCase):
             for handler in ("ignore", "replace", "xmlcharrefreplace", "backslashreplace", "namereplace"):
                 if "か" not in text:  # Python has no place inside the pair
                     self.assertEqual(text.encode("pvzan:cp932", handler), text.encode("cp932", handler))
-        self.assertEqual("あ\x1b\udcff".encode("pvzan:iso-2022-jp", "replace"), b'\x1b$B$"\x1b(B??')
+        self.assertEqual("あ\x1b\x0e\x0f\udcff".encode("pvzan:iso-2022-jp", "replace"), b'\x1b$B$"\x1b(B????')
         self.assertEqual("あ\udcff".encode("pvzan:iso-2022-jp", "surrogateescape"), b'\x1b$B$"\x1b(B\xff')
         self.assertEqual("A\x7f".encode("pvzan:euc-jp", "replace"), b"A?")
         self.assertEqual("〜¥ｱ".encode("pvzan:iso-2022-jp", "pvzan:similar"), "～￥ア".encode("pvzan:iso-2022-jp"))
