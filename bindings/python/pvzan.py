@@ -263,7 +263,7 @@ def _encode(charset, text, errors):
     at, begin, data = 0, 0, b""  # data is what of text is at work, from begin on
     while said != _DONE:
         if not begin <= at < begin + len(data) // 4:
-            begin, data = at, text[at : at + _PIECE].encode(_UTF32, "surrogatepass")  # which are faults like others
+            begin, data = at, str.encode(text[at : at + _PIECE], _UTF32, "surrogatepass")
         last = begin + len(data) // 4 == len(text)
         said, place, written = converter.feed(data, 4 * (at - begin), _LAST if last else _PART)
         at = begin + place // 4

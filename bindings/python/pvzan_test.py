@@ -79,6 +79,7 @@ class Codecs(unittest.TestCase):
         self.assertEqual(b"\x80\xa1\0A".decode("pvzan:euc-jp-fix", "replace"), "\ufffdA")
         self.assertEqual(b"\x1b$B!\x1b(BA".decode("pvzan:iso-2022-jp", "replace"), "\ufffdA")
         self.assertRaises(LookupError, "".encode, "pvzan:no-such")
+        self.assertRaises(TypeError, codecs.lookup("pvzan:cp932").encode, b"")
 
     def test_convert_is_strict(self):
         for source, target in (("windows-31j", "utf-8"), ("utf-8", "iso-2022-jp"), ("utf-16", "euc-jis-2004")):
