@@ -242,8 +242,7 @@ TEST(Text, HasFaultsOfTheRightLength) {
 
 // ---- What comes through ------------------------------------------------------------------------
 
-// What a charset takes comes back, and ASCII is itself. All of Unicode, but for most of the planes
-// from 3 on.
+// What a charset takes comes back. All of Unicode, but for most of the planes from 3 on.
 TEST(Text, ComesBackAsItIs) {
     std::u32string everything;
     for (char32_t c = 0; c < 0x30000; c += c == 0xD7FF ? 0x801 : 1) {
@@ -258,15 +257,6 @@ TEST(Text, ComesBackAsItIs) {
         const outcome back = convert({charset.c_str(), "utf-8"}, taken);
         EXPECT_EQ(back.faults.substr(0, 100), "") << charset;
         EXPECT_TRUE(convert(there, back.text).text == taken) << charset;
-        const bool ascii = taken.find("0123456789:;<=>?@ABC") != std::string::npos;
-        EXPECT_TRUE(ascii ||
-                    taken.find("\0"
-                               "0\0"
-                               "1"s) != std::string::npos ||
-                    taken.find("\0"
-                               "0\0\0\0"
-                               "1"s) != std::string::npos)
-            << charset;
     }
 }
 
