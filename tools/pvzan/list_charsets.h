@@ -1,6 +1,8 @@
 // The verb "list": the charsets of the charset directory.
 #pragma once
 
+#include "pvzan_text.h"
+
 #include <string>
 #include <vector>
 
@@ -16,7 +18,7 @@ struct list_options {
 // Returns an exit_status.
 int list_charsets(const list_options& options);
 
-// Names of the charsets of the settled directory, the best-known ones first.
-std::vector<std::string> charset_names();
+// The charsets of the settled directory, the best-known ones first.
+std::vector<pvzan_name> all_charsets();
 
 } // namespace tool
