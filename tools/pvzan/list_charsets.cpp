@@ -208,8 +208,8 @@ std::string json_of(const pvzan_name& charset, const definition& described) {
         return joined(items, ",");
     };
     std::vector<std::string> names = names_of(charset);
-    std::erase_if(names,
-                  [&](const std::string& name) { return fold_name(name) == charset.charset; });
+    std::ranges::transform(names, names.begin(), fold_name);
+    std::erase(names, charset.charset);
     return fmt::format("{{\"charset\":{},\"number\":{},\"aliases\":[{}],\"sets\":[{}]}}\n",
                        json_string(charset.charset), charset_number(charset.charset),
                        quoted(std::move(names)), quoted(described.charset.sets));
