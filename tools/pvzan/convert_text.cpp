@@ -197,7 +197,7 @@ private:
             return;
         }
         feed(text, lines);
-        parallel_text parts({conversion_.to, conversion_.options, conversion_.jobs}, text,
+        parallel_text parts(text, conversion_.jobs,
                             {[this](std::span<std::uint8_t> into) { return read_into(into); },
                              [this](bytes_view bytes) { return write(bytes); }, &report_});
         const std::vector<std::uint8_t> left =

@@ -18,9 +18,9 @@ constexpr std::size_t most_kept = 20; // problems of a part, as many as are told
 
 } // namespace
 
-parallel_text::parallel_text(task what, text_feed& text, ends where)
-    : task_(std::move(what)), text_(text), ends_(std::move(where)), usual_(text.state()),
-      at_(usual_), place_(text.place()), counts_(text.counts()), failed_(text.failed()) {}
+parallel_text::parallel_text(text_feed& text, unsigned jobs, ends where)
+    : text_(text), jobs_(jobs), ends_(std::move(where)), usual_(text.state()), at_(usual_),
+      place_(text.place()), counts_(text.counts()), failed_(text.failed()) {}
 
 parallel_text::block parallel_text::spare_block() {
     block found;
@@ -43,17 +43,20 @@ parallel_text::part_result parallel_text::convert(const block& text, const text_
             result.problems.push_back(p);
         }
     };
-    text_feed feed(text_.source(), task_.to,
+    text_feed feed(text_.source(), text_.target(),
                    {[&](bytes_view bytes) {
                         result.output.insert(result.output.end(), bytes.begin(), bytes.end());
                     },
                     keep, [&](char32_t scalar) { result.look_alikes.push_back(scalar); }},
-                   task_.options);
+                   text_.options());
     if (!feed.open()) {
         throw std::bad_alloc();
     }
     feed.begin_inside(begin);
-    feed.feed(text);
+    constexpr std::size_t piece = 64 * 1024; // stays in the processor's cache
+    for (std::size_t at = 0; at < text.size(); at += piece) {
+        feed.feed(bytes_view(text).subspan(at, std::min(piece, text.size() - at)));
+    }
     result.end = feed.state();
     result.ends_as_usual = feed.stands_as(usual_);
     result.place = feed.place();
@@ -131,7 +134,7 @@ std::vector<std::uint8_t> parallel_text::run(std::vector<std::uint8_t> begun) {
             }
             return convert(added.text, usual_, std::move(output));
         });
-        if (running_.size() >= task_.jobs) {
+        if (running_.size() >= jobs_) {
             deliver(running_.front());
             running_.pop_front();
         }

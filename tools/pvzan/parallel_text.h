@@ -19,11 +19,6 @@ namespace tool {
 
 class parallel_text {
 public:
-    struct task {
-        pvzan_name to;
-        text_options options;
-        unsigned jobs = 2;
-    };
     struct ends {
         std::function<std::size_t(std::span<std::uint8_t>)> read; // 0 at the end
         std::function<bool(bytes_view)> write;                    // false to end it all
@@ -31,7 +26,7 @@ public:
     };
 
     // The text stands where a line begins, and holds the beginning of it all.
-    parallel_text(task what, text_feed& text, ends where);
+    parallel_text(text_feed& text, unsigned jobs, ends where);
 
     // Converts the text, of which begun has been read already, up to its last line feed or up to a
     // line that is too long; returns what it has read beyond. The text is there, then.
@@ -60,8 +55,8 @@ private:
     bool read_block(block& rest, block& text);
     block spare_block();
 
-    task task_;
     text_feed& text_;
+    unsigned jobs_;
     ends ends_;
     std::deque<part> running_;
     std::vector<block> spare_; // memory that the system need not give and clear again

@@ -3,6 +3,7 @@
 #include "tools/pvzan/shown_text.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <utility>
 
 namespace tool {
@@ -142,14 +143,20 @@ void text_feed::begin_at(const text_place& place, const text_counts& counts) {
     kept_.clear();
 }
 
+void text_feed::restore(const text_state& state) {
+    if (pvzan_restore(converter_.get(), state.bytes.data(), state.size) != 1) {
+        throw std::logic_error("a part of the text cannot be gone on with");
+    }
+}
+
 void text_feed::begin_inside(const text_state& state) {
-    pvzan_restore(converter_.get(), state.bytes.data(), state.size);
+    restore(state);
     begin_at({}, {});
 }
 
 void text_feed::go_on(const text_state& state, const text_place& place, const text_counts& counts,
                       bool failed) {
-    pvzan_restore(converter_.get(), state.bytes.data(), state.size);
+    restore(state);
     begin_at(place, counts);
     failed_ = failed;
 }

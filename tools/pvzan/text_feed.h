@@ -78,6 +78,8 @@ public:
     [[nodiscard]] text_place place() const;
     [[nodiscard]] text_counts counts() const;
     [[nodiscard]] const pvzan_name& source() const { return from_; }
+    [[nodiscard]] const pvzan_name& target() const { return to_; }
+    [[nodiscard]] const text_options& options() const { return options_; }
     [[nodiscard]] code_unit unit() const { return unit_; }
 
 private:
@@ -89,6 +91,7 @@ private:
     [[nodiscard]] standing now() const;
     [[nodiscard]] text_place shifted(text_place own) const;
     void begin_at(const text_place& place, const text_counts& counts);
+    void restore(const text_state& state);
     void take(bytes_view text, std::int32_t how);
     void meet_fault(bytes_view text);
     bool write_look_alike(const pvzan_fault& fault);
