@@ -125,7 +125,11 @@ private:
             if (plain < kept_) {
                 // Before a NUL there may be UTF-16 that looks like ASCII: あ is "B0".
                 constexpr std::size_t looked_at = 8192;
-                feed_ascii(text, buffer_[plain] == 0 ? plain / looked_at * looked_at : plain);
+                if (buffer_[plain] == 0) {
+                    feed(text, plain / looked_at * looked_at);
+                } else {
+                    feed_ascii(text, plain);
+                }
                 return fill() && change_source(text);
             }
             if (ended_) {
@@ -140,8 +144,8 @@ private:
 
     // All but a letter that a mark may follow, and a CR.
     void feed_ascii(text_feed& text, std::size_t size) {
-        const bool line = size > 0 && buffer_[size - 1] == '\n';
-        const std::size_t fed = line || size == 0 || buffer_[size] == 0 ? size : size - 1;
+        const bool line = size == 0 || buffer_[size - 1] == '\n';
+        const std::size_t fed = line ? size : size - 1;
         find_breaks(filled().first(fed));
         feed(text, fed);
     }

@@ -52,7 +52,7 @@ parallel_text::part_result parallel_text::convert(const block& text, const text_
     if (!feed.open()) {
         throw std::bad_alloc();
     }
-    feed.begin_inside(begin);
+    feed.begin_inside(begin, text_.unit());
     constexpr std::size_t piece = 64 * 1024; // stays in the processor's cache
     for (std::size_t at = 0; at < text.size(); at += piece) {
         feed.feed(bytes_view(text).subspan(at, std::min(piece, text.size() - at)));

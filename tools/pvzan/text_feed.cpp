@@ -97,6 +97,9 @@ bool text_feed::open(pvzan_error* error) {
 }
 
 bool text_feed::change_source(const pvzan_name& from) {
+    if (taken_ > 0) {
+        flush(); // a letter whose mark does not follow
+    }
     const text_place place = this->place();
     const text_counts counts = this->counts();
     from_ = from;
@@ -149,8 +152,10 @@ void text_feed::restore(const text_state& state) {
     }
 }
 
-void text_feed::begin_inside(const text_state& state) {
+void text_feed::begin_inside(const text_state& state, code_unit unit) {
     restore(state);
+    unit_ = unit;
+    fresh_ = false;
     begin_at({}, {});
 }
 
@@ -197,22 +202,25 @@ void text_feed::take(bytes_view text, std::int32_t how) {
             meet_fault(text);
         } else if (said == PVZAN_FEED_MORE_ROOM) {
             deliver();
-        } else {
+        } else if (said == (how == PVZAN_LAST ? PVZAN_FEED_DONE : PVZAN_FEED_MORE_INPUT)) {
             break;
+        } else {
+            throw std::logic_error("the text cannot be converted");
         }
     }
     deliver();
     keep_for_excerpts(text);
 }
 
-// What stands for the fault goes behind what is written already.
-void text_feed::answer(std::int32_t how, const std::string& text) {
+// What stands for the fault goes behind what is written already. False where it cannot.
+bool text_feed::answer(std::int32_t how, const std::string& text) {
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
     std::size_t left = text.size();
     std::uint8_t* end = out_.get() + filled_;
     std::size_t room = output_bytes - filled_;
-    pvzan_answer(converter_.get(), how, &bytes, &left, &end, &room);
+    const pvzan_outcome said = pvzan_answer(converter_.get(), how, &bytes, &left, &end, &room);
     filled_ = static_cast<std::size_t>(end - out_.get());
+    return said == PVZAN_FEED_DONE;
 }
 
 bool text_feed::write_look_alike(const pvzan_fault& fault) {
@@ -224,11 +232,11 @@ bool text_feed::write_look_alike(const pvzan_fault& fault) {
     if (output_bytes - filled_ < ample) {
         deliver();
     }
-    answer(PVZAN_WRITE_UTF8, utf8_of(like));
-    if (sinks_.look_alikes) {
+    const bool written = answer(PVZAN_WRITE_UTF8, utf8_of(like));
+    if (written && sinks_.look_alikes) {
         sinks_.look_alikes(fault.scalars[0]);
     }
-    return true;
+    return written;
 }
 
 void text_feed::meet_fault(bytes_view text) {
@@ -248,16 +256,18 @@ void text_feed::meet_fault(bytes_view text) {
     fault.column = place.column;
     fault.offset = place.offset;
     const bool stops = options_.on_error == error_policy::stop || problems_ > options_.most_errors;
-    answer(stops ? PVZAN_DROP : answer_of(options_.on_error));
+    if (!answer(stops ? PVZAN_DROP : answer_of(options_.on_error))) {
+        throw std::logic_error("nothing can be written in place of a problem");
+    }
     if (stops && !failed_) {
-        close();
+        flush();
         failed_ = true;
     }
     sinks_.problems(told);
 }
 
-// What is written ends like a text.
-void text_feed::close() {
+// What is written ends like a text, whatever follows.
+void text_feed::flush() {
     const std::uint8_t* in = nullptr;
     std::size_t left = 0;
     pvzan_outcome said = PVZAN_FEED_MORE_ROOM;

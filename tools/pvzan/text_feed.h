@@ -66,7 +66,7 @@ public:
     void finish() { take({}, PVZAN_LAST); }
 
     // For a part of a text: it begins as the part before it ended; places and counts are its own.
-    void begin_inside(const text_state& state);
+    void begin_inside(const text_state& state, code_unit unit);
     // Goes on behind parts that others have converted.
     void go_on(const text_state& state, const text_place& place, const text_counts& counts,
                bool failed);
@@ -95,10 +95,10 @@ private:
     void take(bytes_view text, std::int32_t how);
     void meet_fault(bytes_view text);
     bool write_look_alike(const pvzan_fault& fault);
-    void answer(std::int32_t how, const std::string& text = {});
+    bool answer(std::int32_t how, const std::string& text = {});
     void add_excerpt(problem& told, bytes_view text) const;
     void keep_for_excerpts(bytes_view text);
-    void close();
+    void flush();
     void deliver();
 
     pvzan_name from_, to_;
