@@ -1,5 +1,6 @@
 #include "tools/pvzan/arguments.h"
 
+#include "tools/pvzan/charset.h"
 #include "tools/pvzan/charset_directory.h"
 #include "tools/pvzan/exit_status.h"
 #include "tools/pvzan/shown_text.h"

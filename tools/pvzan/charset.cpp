@@ -33,6 +33,15 @@ bool same_charset(const pvzan_name& one, const pvzan_name& other) {
     return is_charset(one, {other.charset}) && one.order == other.order;
 }
 
+std::vector<pvzan_name> all_charsets() {
+    std::vector<pvzan_name> all;
+    auto charset = new_record<pvzan_name>();
+    while (pvzan_each_charset(all.size(), &charset) == 1) {
+        all.push_back(charset);
+    }
+    return all;
+}
+
 converter open_converter(const pvzan_name& from, const pvzan_name& to,
                          const pvzan_open_options& options, pvzan_error* error) {
     return converter(pvzan_open(from.shown, to.shown, &options, error));

@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tool {
 
@@ -32,6 +33,9 @@ std::string fold_name(std::string_view name);
 
 bool is_charset(const pvzan_name& charset, std::initializer_list<std::string_view> any);
 bool same_charset(const pvzan_name& one, const pvzan_name& other);
+
+// The charsets of the settled directory, the best-known ones first.
+std::vector<pvzan_name> all_charsets();
 
 struct converter_closer {
     void operator()(pvzan_converter* open) const { pvzan_close(open); }

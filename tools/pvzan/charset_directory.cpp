@@ -3,6 +3,7 @@
 #include "tools/pvzan/charset.h"
 #include "tools/pvzan/message.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <sys/mman.h>
@@ -56,7 +57,12 @@ bool open_charset_directory(const std::string& asked_for) {
 
 bool is_known(const std::string& name) {
     pvzan_name meaning;
-    if (find_charset(name, meaning) && open_converter(meaning, meaning)) {
+    const auto is_defined = [&] {
+        return std::ranges::any_of(all_charsets(), [&](const pvzan_name& charset) {
+            return is_charset(charset, {meaning.charset});
+        });
+    };
+    if (find_charset(name, meaning) && is_defined()) {
         return true;
     }
     complain_unknown(name);

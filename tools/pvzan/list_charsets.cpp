@@ -314,15 +314,6 @@ int print_list(const list_options& options) {
 
 } // namespace
 
-std::vector<pvzan_name> all_charsets() {
-    std::vector<pvzan_name> all;
-    auto charset = new_record<pvzan_name>();
-    while (pvzan_each_charset(all.size(), &charset) == 1) {
-        all.push_back(charset);
-    }
-    return all;
-}
-
 int list_charsets(const list_options& options) {
     if (options.check.empty() && !open_charset_directory(options.charset_dir)) {
         return exit_no_work;

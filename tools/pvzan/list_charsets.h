@@ -1,8 +1,6 @@
 // The verb "list": the charsets of the charset directory.
 #pragma once
 
-#include "pvzan_text.h"
-
 #include <string>
 #include <vector>
 
@@ -17,8 +15,5 @@ struct list_options {
 
 // Returns an exit_status.
 int list_charsets(const list_options& options);
-
-// The charsets of the settled directory, the best-known ones first.
-std::vector<pvzan_name> all_charsets();
 
 } // namespace tool
