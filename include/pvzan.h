@@ -103,7 +103,7 @@
 
 /* The version of the library this header belongs to; the build takes its own from here. */
 #define PVZAN_VERSION_MAJOR 1
-#define PVZAN_VERSION_MINOR 0
+#define PVZAN_VERSION_MINOR 1
 #define PVZAN_VERSION_PATCH 0
 
 #if defined(__GNUC__)

@@ -63,9 +63,9 @@ TEST(CheckDirectory, SaysWhatIsWrongAndWhere) {
         {"private.xml", " destrule=\"destSAME\"", "",
          "private.xml: not taken: its rule element lacks construle= or destrule="},
         {"private.xml", "<!ENTITY set-one SYSTEM \"one.set\"> ", "",
-         "private.xml: the entity set-one is not declared in it"},
+         "private.xml: not taken: the entity set-one is not declared in it"},
         {"private.xml", "<!ENTITY table-one SYSTEM \"one.txt\"> ", "",
-         "private.xml: the entity table-one of one.set is not declared in it"},
+         "private.xml: not taken: the entity table-one is not declared in it"},
         {"private.xml", "constSAME", "constNone", "private.xml: private has no encode rule"},
         {"one.set", "<lang domain=\"en\"/>", "", "one.set: the element lang is missing"},
         {"one.set", "<subseta>", "", "one.set: the element subseta is missing"},
@@ -91,9 +91,9 @@ TEST(CheckDirectory, MissesFilesAndComparesCaches) {
     fs::remove(dir.file("one.txt"));
     expect_complaint(dir, "one.txt: there is no such table");
     fs::remove(dir.file("one.set"));
-    expect_complaint(dir, "private.xml: there is no file one.set");
+    expect_complaint(dir, "one.set: there is no such file");
     dir.write("private.xml", "<charset>utf-8</charset>");
-    expect_complaint(dir, "private.xml: not taken: private.xml is not in UTF-16, UCS-2 or UCS-4");
+    expect_complaint(dir, "private.xml: not taken: it is not in UTF-16, UCS-2 or UCS-4");
 }
 
 // Numbers are sums of letters times positions: 97 + 2 * 98 = 99 + 2 * 97.

@@ -117,7 +117,8 @@ TEST(Convert, EveryPairWithEveryOption) {
     const std::string text =
         "a\r\nb\rc\nd\n\re\r\r\n\r\n\n\u2028\u2029\r\u2028\nf\r日本語、あ亜弌カ①Ⅲ髙￤\uE000丂侄ÀŁ中"
         "简"
-        "ㄅ€繁體한국어éß𠀋𠂉😀\U000323AF｡ｱ\uFF9E〜～−－¥‖—①②\uE757か\u309A\u0E01.";
+        "ㄅ€繁體한국어éß𠀋𠂉😀\U000323AF｡ｱ\uFF9E〜～−－¥‖—①②\uE757か\u309A\u0E01." +
+        std::string(2, '\0');
     for (const char* from : test::all_charsets) {
         test::digest answers(std::string("pairs from ") + from);
         for (const char* to : test::all_charsets) {

@@ -122,6 +122,38 @@ void check_scalars(const kernels& k) {
     }
 }
 
+// UTF-8 in too many bytes is left to the rules.
+void check_over_long(const kernels& k) {
+    for (const char* form : {"\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE0\x9F\xBF"}) {
+        for (std::size_t at = 0; k.decode_utf8 != nullptr && at + 3 < 2 * chunk_bytes; ++at) {
+            u8 in[2 * chunk_bytes];
+            u16 scalars[4 * chunk_codes];
+            std::ranges::fill(in, u8{'a'});
+            std::memcpy(in + at, form, std::strlen(form));
+            ASSERT_LE(k.decode_utf8(in, 2, scalars).bytes, at);
+        }
+    }
+}
+
+void check_breaks(const kernels& k) {
+    for (const ascii_unit unit :
+         {ascii_unit{1, true}, {2, false}, {2, true}, {4, false}, {4, true}}) {
+        std::vector<u8> text(unit.bytes * (1 + below(below(4) == 0 ? 1200 : 200)));
+        for (u8& byte : text) {
+            byte = static_cast<u8>("\r\n\0\0\0a"[below(6)]);
+        }
+        const std::size_t units = text.size() / unit.bytes - 1;
+        u64 breaks = 0;
+        const auto at = [&](std::size_t i) {
+            return load_code(std::span(text).subspan(i * unit.bytes, unit.bytes), unit.big_endian);
+        };
+        for (std::size_t i = 0; i < units; ++i) {
+            breaks += at(i) == '\n' || (at(i) == '\r' && at(i + 1) != '\n') ? 1U : 0U;
+        }
+        ASSERT_EQ(k.count_breaks(text.data(), units, unit), breaks);
+    }
+}
+
 // Runs end exactly where they must, however short input or output is.
 void check_ascii(const kernels& k) {
     constexpr unsigned most_bytes = 4 * chunk_bytes;
@@ -176,10 +208,12 @@ TEST(Kernels, DoWhatPlainLoopsDo) {
     constexpr int rounds = 20000;
     for (const kernels* k : runnable_kernels()) {
         SCOPED_TRACE(k->name);
+        check_over_long(*k);
         for (int round = 0; round < rounds && !HasFatalFailure(); ++round) {
             check_ascii(*k);
             check_units_and_quads(*k);
             check_scalars(*k);
+            check_breaks(*k);
             if (k->split_codes != nullptr) {
                 check_split_codes(*k);
             }

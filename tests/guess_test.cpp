@@ -44,7 +44,7 @@ TEST(Guess, TellsShortPhrases) {
         for (const charset_row& row : charsets) {
             test::oracle encode("UTF-8", row.oracle);
             const auto told = guess(encode(phrase).value_or("refused"), japanese);
-            EXPECT_TRUE(told.known && told.charset.shown == row.shown)
+            EXPECT_TRUE(told.known && std::string_view(told.charset.shown) == row.shown)
                 << phrase << ", " << row.name << ": " << told.charset.shown;
         }
     }
@@ -81,7 +81,7 @@ TEST(Guess, TellsWhatDecides) {
         EXPECT_EQ(told.known, !r.binary);
         EXPECT_NE(told.reason.find(r.reason), std::string::npos);
         if (told.known && *r.charset != '\0') {
-            EXPECT_EQ(told.charset.shown, r.charset);
+            EXPECT_STREQ(told.charset.shown, r.charset);
         }
         if (told.known) {
             EXPECT_STREQ(told.breaks, r.breaks);
@@ -156,7 +156,7 @@ TEST(Guess, TellsUnseenJapaneseOfAnyLength) {
                 continue;
             }
             const auto told = guess(*bytes, japanese);
-            const bool right = told.known && told.charset.shown == row.shown;
+            const bool right = told.known && std::string_view(told.charset.shown) == row.shown;
             const std::string size = is_short ? fmt::format("{:2}", length) : "longer";
             for (const std::string& kind : {std::string(row.name), size}) {
                 counts[kind].first += right ? 1 : 0;
@@ -186,7 +186,10 @@ TEST(Guess, CallsNoWesternTextJapanese) {
             }
             const auto told = guess(bytes, {});
             ++tried;
-            wrong += told.known && told.sure && told.charset.is_japanese() ? 1U : 0U;
+            wrong +=
+                told.known && told.sure && !tool::is_charset(told.charset, {"iso-8859-1", "utf-8"})
+                    ? 1U
+                    : 0U;
         }
     }
     if (!is_enough(tried, 2000)) {

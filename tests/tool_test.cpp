@@ -111,7 +111,7 @@ TEST(Tool, FindsTheCharsetDirectoryBesideTheLibrary) {
                             .environment = {"LD_LIBRARY_PATH=" + library.string()}};
     const outcome none = run({"-f", "sjis"}, "a", moved);
     EXPECT_EQ(none.status, 2);
-    EXPECT_NE(none.messages.find(library / "pvzan" / "base2"), std::string::npos) << none.messages;
+    EXPECT_NE(none.messages.find("no charset directory"), std::string::npos) << none.messages;
     EXPECT_EQ(none.messages.find("./base2"), std::string::npos);
 
     fs::create_directory(library / "pvzan");

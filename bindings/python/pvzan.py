@@ -3,54 +3,55 @@
     import pvzan                            # registers the codecs
     text = data.decode("pvzan:euc-jis-2004")
     with open(name, "w", encoding="pvzan:shift_jis-2004", errors="xmlcharrefreplace") as file: ...
-    data = pvzan.convert(data, "windows-31j", "utf-8")  # bytes; stricter than the codecs, see there
+    data = pvzan.convert(data, "windows-31j", "utf-8")  # bytes
+    rows, faults = pvzan.convert_list(rows, "windows-31j", "utf-8")  # many of them
     pvzan.detect(data).encoding             # "pvzan:windows31j"; detect gives None where it cannot tell
 
-All error handlers work, with the place in the object at fault. One module, no compiler: it calls the
-shared library by ctypes, found as PVZAN_LIBRARY says, beside this module, or where the system keeps
-libraries. The charset directory is the one that PVZAN_CHARSET_DIR names, or the one that lies beside
-the library; never one in the current directory. The Unicode encodings are Python's own.
+All of it is strict: a character that is invalid, cut off or missing, or would come back as another, is
+an exception, or goes to the error handler, with its place. Besides Python's own handlers there is
+"pvzan:similar", which takes what the charset has that looks like a missing character.
+
+The shared library is the one that PVZAN_LIBRARY names, or lies beside this module, or where the system
+keeps libraries; it finds its charset directory by itself. Where the module _pvzan is there, short texts
+take less time; all else is the same. The Unicode encodings are Python's own, but for convert.
 
 Every piece that is encoded to ISO-2022-JP ends in ASCII, since nobody tells a codec that a file is
 being closed. For the same reason nothing is held back: a letter and its combining mark that are one
 code in a 2004 encoding have to be written together.
 """
 
+import array
 import codecs
 import collections
 import ctypes
+import functools
+import itertools
 import os
 import re
-import threading
+import sys
 
-__all__ = ["Detection", "PvzanError", "charset_directory", "convert", "detect", "use_charsets"]
-__version__ = "1.0.0"
+try:
+    import _pvzan
+except ImportError:
+    _pvzan = None
 
-_PREFIX = "pvzan:"
-_DONE, _INCOMPLETE, _FULL = 0, 12, 22
-_ASCII_SET = 2001
-_WINDOW = 65536  # of input, converted at once
-_NARROW = 64  # the same behind a fault, so that many of them take no more than linear time
-_ROOM = 65536
-_LONGEST_CODE = 4
-_PLANE2_ESCAPE = b"\x1b$(P"
-_ALIASES = {
-    "sjis": "shift_jis", "shiftjis": "shift_jis",
-    "windows31j": "windows31j", "cp932": "windows31j", "ms932": "windows31j",
-    "eucjp": "euc-jp", "ujis": "euc-jp", "eucjpfix": "euc-jp-fix",
-    "iso2022jp": "iso-2022-jp", "jis": "iso-2022-jp",
-    "sjis2004": "shift_jis-2004", "shiftjis2004": "shift_jis-2004",
-    "eucjis2004": "euc-jis-2004", "iso2022jp2004": "iso-2022-jp-2004",
-    "gbk": "chinesegbk", "cp936": "chinesegbk", "big5": "chinesebig5", "cp950": "chinesebig5",
-    "uhc": "koreanksc", "cp949": "koreanksc",
-    "ascii": "iso-646irv", "iso646irv": "iso-646irv",
-    "latin1": "iso-8859-1", "iso88591": "iso-8859-1",
-    "utf8": "utf-8", "utf16": "utf-16", "utf16le": "utf-16-le", "utf16be": "utf-16-be",
-    "utf32": "utf-32", "utf32le": "utf-32-le", "utf32be": "utf-32-be",
-    "ucs4": "utf-32", "iso10646ucs4": "utf-32", "ucs4le": "utf-32-le", "ucs4be": "utf-32-be",
-    "iso10646ucs4le": "utf-32-le", "iso10646ucs4be": "utf-32-be",
-    "ucs2": "utf-16", "iso10646ucs2": "utf-16",
-}  # fmt: skip
+__all__ = ["Detection", "FAULTS", "PvzanError", "charset_directory", "convert", "convert_arrow", "convert_list"]
+__all__ += ["detect", "use_charsets"]
+__version__ = "1.1.0"
+
+FAULTS = (None, "invalid", "cut off", "missing in the target", "would come back as another", "left open")
+_MISSING, _OTHER_BACK = 3, 4
+_DONE, _MORE_ROOM, _FAULT = 0, 2, 3
+_PART, _LAST, _FLUSH = 0, 1, 2
+_NO_DIRECTORY, _NO_MEMORY = 1, 5
+_LEAVE_INPUT = 16
+_UTF_8, _UNICODE = 1, {2: "utf-16", 3: "utf-16", 4: "utf-32"}
+_PREFIX, _NATIVE = "pvzan:", "le" if sys.byteorder == "little" else "be"
+_UTF16, _UTF32 = f"utf-16{_NATIVE}", f"utf-32{_NATIVE}"
+_MARKS = (codecs.BOM_UTF8, codecs.BOM_UTF16_LE, codecs.BOM_UTF16_BE, codecs.BOM_UTF32_BE)
+_PIECE, _MOST_CLOSING = 16384, 16
+_LONGEST_ESCAPE = 4
+_CONVERT, _DECODE, _ENCODE = 0, 1, 2
 
 
 class PvzanError(OSError):
@@ -61,334 +62,255 @@ class PvzanError(OSError):
 
 
 def _record(name, fields):
-    """A record from a list of "name:type"."""
-    types = {
-        "i32": ctypes.c_int32,
-        "u16": ctypes.c_uint16,
-        "u32": ctypes.c_uint32,
-        "bytes": ctypes.c_char_p,
-        "pointer": ctypes.c_void_p,
-        "text": ctypes.c_char * 4096,
-    }
+    """A record that begins with its size, from a list of "name:type"; a number is so many bytes of text."""
+    types = {"i32": ctypes.c_int32, "u32": ctypes.c_uint32, "u64": ctypes.c_uint64, "scalars": ctypes.c_uint32 * 2}
     pairs = (field.split(":") for field in fields.split())
-    return type(name, (ctypes.Structure,), {"_fields_": [(n, types.get(t) or globals()[t]) for n, t in pairs]})
+    members = [(n, ctypes.c_char * int(t) if t.isdigit() else types[t]) for n, t in pairs]
+    record = type(name, (ctypes.Structure,), {"_fields_": [("size", ctypes.c_uint32), *members]})
+    return lambda **values: record(size=ctypes.sizeof(record), **values)
 
 
-_Target = _record(
-    "_Target",
-    "dstBigEndian:u32 dstWriteBom:u32 useSubstitute:u32 substChar1:u16 substChar2:u16 langTag:text"
-    " convertNewline:u32 newlineMode:u32 charRefMode:u32",
+_fault = _record(
+    "_Fault",
+    "kind:u32 reason:u32 length:u32 offset:u64 line:u64 column:u64 blamed:u32 follower:i32 scalars_count:u32"
+    " scalars:scalars back_count:u32 back:scalars back_bytes_count:u32 look_alike:u32 back_bytes:8 bytes:16 why:192",
 )
-_Source = _record("_Source", "srcBigEndian:u32 srcCheckBom:u32 skipInvalid:u32")
-_Substitute = _record("_Substitute", "setNo:u32 setType:u16 code:u32 bytes:u16")
-_Session = _record(
-    "_Session",
-    "inBuf:bytes inPos:i32 inLen:i32 inCount:u32 outBuf:pointer outPos:i32 outLen:i32 outCount:u32"
-    " status:u32 srcGroupNo:u32 srcGroup:pointer srcRule:pointer charSetNo:u32 charSetType:u16"
-    " srcShiftSet:u32 dstGroupNo:u32 dstGroup:pointer dstRule:pointer outSetNo:u32 outSetType:u16"
-    " dstShiftSet:u32 dstShiftPlane:u32 srcCode:u32 setCode:u32 ucsCode:u32 outCode:u32 outBytes:u16"
-    " outDone:u16 prevSrcCode:u32 outCode2:u32 baseLang:text outLang:text curLang:text"
-    " source:_Source target:_Target subst1:_Substitute subst2:_Substitute",
+_error = _record("_Error", "code:i32 line:u64 column:u64 text:256 file:256")
+_options = _record(
+    "_Options",
+    "flags:u32 from_order:u32 to_order:u32 mark:u32 breaks:u32 on_invalid:u32 on_missing:u32 on_cut:u32"
+    " substitute:u32 most_faults:u64",
 )
-_Request = _record(
-    "_Request",
-    "text:bytes textPos:i32 textEnd:i32 encodingName:text xmlDeclared:u32 bomFound:u32 bigEndian:u32"
-    " newlineKind:u32 resultFlags:u32",
-)
-_Place = _record("_Place", "fileName:bytes base:pointer symbol:bytes address:pointer")
+_NAME = "kind:u32 unit:u32 order:u32 mark:u32 exact:u32 charset:64 shown:64"
+_name = _record("_Name", _NAME)
+_candidate = _record("_Candidate", "per_million:u32 name_size:u32 " + _NAME)
 
-_lock = threading.Lock()
-_library = None
-_directory = None
+# Each call's result and arguments, by letters of _TYPES.
+_TYPES = {"v": None, "p": ctypes.c_void_p, "t": ctypes.c_char_p, "z": ctypes.c_size_t, "i": ctypes.c_int32}
+_CALLS = """open:pttpp close:vp reset:vp feed:ipppppi last_fault:ipp convert:zppzpzp convert_rows:zpppzpzpip
+    most:zpz resolve:itip set_directory:itp directory:zpz guess:zpziipz"""
 
 
-def _load():
+@functools.cache
+def _library():
     name = "libPVZAN.so.1"
     beside = os.path.join(os.path.dirname(os.path.abspath(__file__)), name)
-    wanted = _variable("PVZAN_LIBRARY") or (beside if os.path.exists(beside) else name)
+    # The environment counts for nothing in a program that runs with another user's rights.
+    named = os.environ.get("PVZAN_LIBRARY") if os.getuid() == os.geteuid() else None
+    wanted = named or (beside if os.path.exists(beside) else name)
     try:
         library = ctypes.CDLL(wanted)
-    except OSError as reason:
+        for call, types in re.findall(r"(\w+):(\w+)", _CALLS):
+            function = getattr(library, "pvzan_" + call)
+            function.restype, *function.argtypes = map(_TYPES.get, types)
+            setattr(library, call, function)
+    except (OSError, AttributeError) as reason:
         raise PvzanError(f"{wanted}: {reason}") from None
-    for call in "cconvInitConvert cconvChgCharset cconvConvert cconvTermConvert cconvChkEncode".split():
-        getattr(library, call).restype = ctypes.c_uint32
+    library.convert_address = ctypes.cast(library.convert, ctypes.c_void_p).value
     return library
-
-
-def _variable(name):
-    """The environment counts for nothing in a program that runs with another user's rights."""
-    return os.environ.get(name) if os.getuid() == os.geteuid() else None
-
-
-def _beside(library):
-    place = _Place()
-    call = ctypes.cast(library.cconvConvert, ctypes.c_void_p)
-    if not ctypes.CDLL(None).dladdr(call, ctypes.byref(place)) or not place.fileName:
-        return None
-    return os.path.join(os.path.dirname(os.path.realpath(os.fsdecode(place.fileName))), "pvzan", "base2")
-
-
-def _open(asked_for=None):
-    """The library, its charset directory settled."""
-    global _library, _directory
-    with _lock:
-        if _library is None:
-            library = _load()
-            places = [asked_for] if asked_for else [_variable("PVZAN_CHARSET_DIR"), _beside(library)]
-            found = next((place for place in places if place and os.path.isdir(place)), None)
-            if found is None:
-                raise PvzanError("no charset directory; looked for " + ", ".join(filter(None, places)))
-            library.my_init()
-            library.ZAN_setCharsetPath(os.fsencode(os.path.abspath(found)))
-            if not library.cconvLoadRule():
-                raise PvzanError(f"{found}: no charset definitions in this directory")
-            _library, _directory = library, found
-        elif asked_for and not os.path.samefile(asked_for, _directory):
-            raise PvzanError(f"the charset directory is {_directory} already")
-        return _library
 
 
 def use_charsets(path):
     """Settles the charset directory; to be called before everything else, or not at all."""
-    _open(os.fspath(path))
+    error = _error()
+    if not _library().set_directory(os.fsencode(path), ctypes.byref(error)):
+        raise PvzanError(error.text.decode())
 
 
 def charset_directory():
     """The charset directory in use."""
-    _open()
-    return _directory
+    path = ctypes.create_string_buffer(4096)
+    if not _library().directory(path, len(path)):
+        _Converter("utf-8", "utf-8")  # which says why
+    return os.fsdecode(path.value)
 
 
-class _Conversion:
-    """A session and a buffer for its output. Not for two threads, nor for a handler's own needs."""
+def _open(source, target):
+    """The address of a converter, in whose input faults stay."""
+    options, error = _options(flags=_LEAVE_INPUT), _error()
+    opened = _library().open(source.encode(), target.encode(), ctypes.byref(options), ctypes.byref(error))
+    if not opened:
+        kind = PvzanError if error.code in (_NO_DIRECTORY, _NO_MEMORY) else LookupError
+        raise kind(error.text.decode("utf-8", "replace"))
+    return opened
 
+
+class _Converter:
+    """A converter, room for its output, and what the library moves."""
+
+    address = None
+
+    def __init__(self, source, target):
+        self.address, self.library, self.room, self.data = _open(source, target), _library(), b"", None
+        self.source, self.left, self.target, self.free = (kind() for kind in (ctypes.c_void_p, ctypes.c_size_t) * 2)
+        self.moved = [ctypes.byref(number) for number in (self.source, self.left, self.target, self.free)]
+
+    def __del__(self):
+        if self.address:
+            self.library.close(self.address)
+
+    def feed(self, data, at, how):
+        """Goes on from a place in data until something is to be said: that, the place, what was written."""
+        if data is not self.data:
+            self.data, self.start = data, ctypes.cast(data, ctypes.c_void_p).value
+        written, ready = [], False
+        while not ready:
+            end = min(at + _PIECE, len(data))
+            if len(self.room) < 4 * (end - at) + 64:
+                self.room = ctypes.create_string_buffer(4 * (end - at) + 64)
+                self.begin = ctypes.addressof(self.room)
+            self.source.value, self.left.value = self.start + at, end - at
+            self.target.value, self.free.value = self.begin, len(self.room)
+            said = self.library.feed(self.address, *self.moved, how if end == len(data) else _PART)
+            assert said >= 0
+            written.append(ctypes.string_at(self.begin, self.target.value - self.begin))
+            at = end - self.left.value
+            ready = said == _FAULT or said != _MORE_ROOM and end == len(data)
+        return said, at, written[0] if len(written) == 1 else b"".join(written)
+
+    def fault(self):
+        fault = _fault()
+        self.library.last_fault(self.address, ctypes.byref(fault))
+        return fault
+
+
+class _Idle(list):
+    """Addresses of converters; None where one is at work."""
+
+    def __init__(self, source, target):
+        super().__init__()
+        self.names, self.close = (source, target), _library().close
+        self.fill()
+
+    def __del__(self):
+        for address in self:
+            self.close(address)
+
+    def fill(self):
+        """For one more thread."""
+        if not any(self):
+            self.append(_open(*self.names))
+
+
+def _made_fast(task, slow, *pairs):
+    """A function of _pvzan, which calls slow where the text has a fault or no converter is idle."""
+    if _pvzan is None:
+        return slow
+
+    def fill_and_slow(*arguments, **options):
+        for converters in idle:
+            converters.fill()
+        return slow(*arguments, **options)
+
+    idle = [_Idle(*pair) for pair in pairs]
+    return _pvzan.function(task, _library().convert_address, fill_and_slow, *idle)
+
+
+# ---- Decoding and encoding -------------------------------------------------------------------------
+
+
+def _bytes(data):
+    return data if isinstance(data, bytes) else bytes(memoryview(data))
+
+
+def _behind(place, size):
+    """Where an error handler wants to go on."""
+    place += size if place < 0 else 0
+    if not 0 <= place <= size:
+        raise IndexError(f"position {place} from error handler out of bounds")
+    return place
+
+
+class _Decoder:
     def __init__(self, charset):
-        self.charset = charset
-        self.library = _open()
-        self.session = _Session()
-        self.pointer = ctypes.byref(self.session)
-        self.room = ctypes.create_string_buffer(_ROOM)
-        self.session.outBuf, self.session.outLen = ctypes.addressof(self.room), _ROOM
+        self.encoding = _PREFIX + charset
+        self.converter = _Converter(charset, _UTF16)
         self.reset()
 
-    def _start(self, source, target):
-        options = _Target(dstBigEndian=1), _Source(srcBigEndian=1)
-        known = self.library.cconvInitConvert(self.pointer, ctypes.byref(options[0]), target.encode()) == _DONE
-        known = known and self.library.cconvChgCharset(self.pointer, ctypes.byref(options[1]), source.encode()) == _DONE
-        if not known:
-            raise LookupError(f"unknown encoding: {_PREFIX}{self.charset}")
-
-    def run(self, data):
-        """Converts until something is wrong: the status, the bytes taken, what was written."""
-        session, written = self.session, []
-        session.inBuf, session.inPos, session.inLen = data, 0, len(data)
-        while True:
-            session.outPos = 0
-            status = self.library.cconvConvert(self.pointer)
-            written.append(ctypes.string_at(self.room, session.outPos))
-            if status != _FULL:
-                return status, session.inPos, b"".join(written)
-
-
-# ---- Decoding --------------------------------------------------------------------------------------
-
-
-class _Decoding(_Conversion):
-    def reset(self):
-        self._start(self.charset, "utf-8")
-        self.width = _WINDOW
-        self.plane2 = False  # ISO-2022-JP-2004: designated; the library holds it for one code only
-        self.has_plane2 = self.charset == "iso-2022-jp-2004"
-
-    def get_state(self):
-        return (self.session.srcShiftSet ^ _ASCII_SET) << 1 | self.plane2
-
-    def set_state(self, state):
-        self.plane2 = bool(state & 1)
-        self.session.srcShiftSet = state >> 1 ^ _ASCII_SET
-        self.session.status = _DONE
+    def reset(self, shift=b""):
+        """shift: the last escape sequence before the text, and a few bytes behind it."""
+        self.shift = shift
+        self.converter.library.reset(self.converter.address)
+        self.converter.feed(shift, 0, _PART)
 
     def decode(self, data, errors, final):
         """The text and the bytes taken; nothing has happened when the handler raises."""
-        before, pieces, at = self.get_state(), [], 0
+        before, pieces, at, said = self.shift, [], 0, _FAULT
         try:
-            while at < len(data):
-                text, at, end, why = self._piece(data, at)
-                pieces.append(text)
-                if why is None:
-                    continue
-                if why == "cut":
-                    if not final:
-                        break
-                    end, why = len(data), "incomplete multibyte sequence"
-                error = UnicodeDecodeError(_PREFIX + self.charset, data, at, end, why)
-                replacement, at = codecs.lookup_error(errors)(error)
-                pieces.append(replacement)
-                at += len(data) if at < 0 else 0
+            while said == _FAULT:
+                begin = at
+                said, at, text = self.converter.feed(data, at, _LAST if final else _PART)
+                pieces.append(text.decode(_UTF16))
+                escape = data.rfind(b"\x1b", begin, at)
+                if escape >= 0:
+                    self.shift = data[escape : min(escape + _LONGEST_ESCAPE, at)]
+                if said == _FAULT:
+                    fault = self.converter.fault()
+                    error = UnicodeDecodeError(self.encoding, data, at, at + fault.length, fault.why.decode())
+                    replacement, at = codecs.lookup_error(errors)(error)
+                    pieces.append(replacement)
+                    at = _behind(at, len(data))
         except BaseException:
-            self.set_state(before)
+            self.reset(before)
             raise
+        if final:
+            self.reset()
         return "".join(pieces), at
 
-    def _piece(self, data, at):
-        """Text from at on, where it ends, and there the end of a fault and what it is."""
-        window = data[at : at + self.width]
-        self.width = min(self.width * 2, _WINDOW)
-        if self.plane2 and window[0] not in b"\x1b\r\n\t":
-            if len(window) < 2:
-                return "", at, at, "cut"
-            status, _, text = self.run(_PLANE2_ESCAPE + window[:2])
-            if status == _DONE:
-                return text.decode(), at + 2, None, None
-            return "", at, at + 2, "illegal multibyte sequence"
-        if self.has_plane2:
-            self.plane2 = window.startswith(_PLANE2_ESCAPE) or self.plane2 and window[0] != 0x1B
-            escape = window.find(_PLANE2_ESCAPE)
-            if self.plane2:
-                window = window[: 4 if escape == 0 else 1]
-            elif escape > 0:  # not where it takes the second byte of a code
-                window = window[: max(escape, _LONGEST_CODE)]
-        before = self.get_state()
-        status, used, text = self.run(window)
-        if status == _DONE:
-            return text.decode(), at + used, None, None
-        if status == _INCOMPLETE:
-            left = len(window) - used
-            if left < _LONGEST_CODE and at + len(window) < len(data) and used > 0:
-                return text.decode(), at + used, None, None  # cut by the window only
-            if left < _LONGEST_CODE and at + len(window) == len(data):
-                return text.decode(), at + used, at + used, "cut"
-            self.width = _NARROW
-            return text.decode(), at + used, at + used + 1, "illegal multibyte sequence"
-        self.width = _NARROW
-        # Where the code at fault begins: what stands before it is all that converts.
-        after = self.get_state()
-        begin = used
-        for end in range(used, -1, -1):
-            self.set_state(before)
-            status, begin, text = self.run(window[:end])
-            if status in (_DONE, _INCOMPLETE):
-                break
-        self.set_state(after)
-        end = begin + 2 if self.charset == "euc-jp-fix" else self._length_of_fault(window, begin, used)
-        return text.decode(), at + begin, at + end, "illegal multibyte sequence"
 
-    def _length_of_fault(self, data, begin, end):
-        """Never over a character of ASCII, which may be a delimiter."""
-        second_halves = range(0x21, 0x7F) if self.charset.startswith("iso-2022-jp") else ()
-        for at in range(begin + 1, end):
-            if data[at] < 0x80 and data[at] not in second_halves:
-                return at
-        return max(end, begin + 1)
+def _encode(charset, text, errors):
+    converter, pieces, said = _Converter(_UTF32, charset), [], _FAULT
+    at, begin, data = 0, 0, b""  # data is what of text is at work, from begin on
+    while said != _DONE:
+        if not begin <= at < begin + len(data) // 4:
+            begin, data = at, str.encode(text[at : at + _PIECE], _UTF32, "surrogatepass")
+        last = begin + len(data) // 4 == len(text)
+        said, place, written = converter.feed(data, 4 * (at - begin), _LAST if last else _PART)
+        at = begin + place // 4
+        pieces.append(written)
+        if said == _FAULT:
+            fault = converter.fault()
+            why = fault.why.decode() if fault.scalars_count else "surrogates not allowed"
+            error = UnicodeEncodeError(_PREFIX + charset, text, at, at + fault.length // 4, why)
+            error.similar = _like(fault)
+            replacement, at = codecs.lookup_error(errors)(error)
+            if isinstance(replacement, bytes):
+                pieces += converter.feed(b"", 0, _FLUSH)[2], replacement
+            else:
+                again, _, written = converter.feed(replacement.encode(_UTF32, "surrogatepass"), 0, _PART)
+                if again == _FAULT:
+                    raise error
+                pieces.append(written)
+            at = _behind(at, len(text))
+    return b"".join(pieces)
 
 
-# ---- Encoding --------------------------------------------------------------------------------------
+def _like(fault):
+    """What the charset has that looks like a character: for a yen sign no backslash."""
+    like = fault.look_alike or (fault.back[0] if fault.back_count == 1 else 0)
+    return chr(like) if like >= 0x80 else None
 
-_KANA_MARK, _OTHER_MARKS = "\u309a", "\u0300\u0301\u02e5\u02e9"
 
-
-class _Encoding(_Conversion):
-    def reset(self):
-        self._start("utf-8", self.charset)
-        self.width = _WINDOW
-        self.iso2022 = self.charset.startswith("iso-2022-jp")
-        if self.iso2022:
-            self.session.dstShiftSet = self.session.outSetNo = _ASCII_SET
-        # A letter and a mark in one run are taken for one character, so a charset without it is given
-        # them apart. ISO-2022-JP-2004 has kana in JIS X 0208, where only one of them keeps its mark.
-        marks = "" if self.charset.endswith("-2004") else _OTHER_MARKS + _KANA_MARK
-        if self.charset == "iso-2022-jp-2004":
-            marks = f"(?<!\u31f7){_KANA_MARK}"
-        elif marks:
-            marks = f"[{marks}]"
-        # Control codes that the library writes and nothing reads back: switches of sets, DEL in EUC.
-        lost = "\x0e\x0f\x1b" if self.iso2022 else "\x7f" if self.charset.startswith("euc-") else ""
-        self.refused = re.compile(f"[{lost}\ud800-\udfff]")
-        self.stop = re.compile("|".join(filter(None, (self.refused.pattern, marks))))
-
-    def encode(self, text, errors):
-        pieces, at = [], 0
-        while at < len(text):
-            written, at = self._piece(text, at)
-            pieces.append(written)
-            if at < len(text) and self.fault is not None:
-                error = UnicodeEncodeError(_PREFIX + self.charset, text, at, self.fault, "not in this charset")
-                replacement, behind = codecs.lookup_error(errors)(error)
-                pieces.append(self._replacement(replacement, error))
-                at = behind + (len(text) if behind < 0 else 0)
-        pieces.append(self._close())
-        return b"".join(pieces)
-
-    def _replacement(self, replacement, error):
-        if isinstance(replacement, bytes):
-            return self._close() + replacement
-        written, at = b"", 0
-        while at < len(replacement):
-            piece, at = self._piece(replacement, at)
-            written += piece
-            if self.fault is not None:
-                raise error
-        return written
-
-    def _piece(self, text, at):
-        """Codes from at on and where they end; there a character up to fault is missing."""
-        self.fault = None
-        if self.refused.match(text, at):
-            self.fault = at + 1
-            return b"", at
-        found = self.stop.search(text, at + 1, at + self.width)
-        end = found.start() if found else at + self.width
-        self.width = min(self.width * 2, _WINDOW)
-        while end < len(text) and text[end] in _OTHER_MARKS + _KANA_MARK and not self.stop.match(text, end):
-            end += 1  # not between a letter and its mark
-        data = text[at:end].encode()
-        session = self.session
-        before = session.dstShiftSet, session.outSetNo
-        status, used, written = self.run(data)
-        if self.iso2022 and session.dstShiftPlane:
-            # Behind a code of JIS X 0213 the library does not go back to the set before.
-            pair = text[at : at + 2] == "\u31f7\u309a" or text[at + 1 : at + 2] in tuple(_OTHER_MARKS)
-            single = at + (2 if pair else 1)
-            if end > single:
-                (session.dstShiftSet, session.outSetNo), session.dstShiftPlane = before, 0
-                self.width, end = 1, single
-                status, used, written = self.run(text[at:end].encode())
-            if session.dstShiftPlane:
-                session.dstShiftPlane = session.dstShiftSet = 0
-        if status == _DONE:
-            return written, min(end, len(text))
-        self.width = _NARROW
-        self.fault = at + len(data[:used].decode())
-        return written, self.fault - 1
-
-    def _close(self):
-        session = self.session
-        if not self.iso2022 or session.outSetNo == _ASCII_SET:
-            return b""
-        session.outPos = 0
-        self.library.cconvTermConvert(self.pointer)
-        session.dstShiftSet = session.outSetNo = _ASCII_SET
-        return ctypes.string_at(self.room, session.outPos)
+def _similar(error):
+    """An error handler."""
+    if getattr(error, "similar", None):
+        return error.similar, error.end
+    raise error
 
 
 # ---- Codecs ----------------------------------------------------------------------------------------
 
 
+@functools.cache
 def _codec(charset):
-    idle = {_Decoding: [], _Encoding: []}  # conversions to use again; list operations are atomic
+    def slow_encode(text, errors="strict"):
+        return _encode(charset, text, errors or "strict"), len(text)
 
-    def borrowed(kind, convert):
-        conversion = idle[kind].pop() if idle[kind] else kind(charset)
-        conversion.reset()
-        result = convert(conversion)
-        idle[kind].append(conversion)
-        return result
+    def slow_decode(data, errors="strict"):
+        return _Decoder(charset).decode(_bytes(data), errors or "strict", True)
 
-    def encode(text, errors="strict"):
-        return borrowed(_Encoding, lambda c: c.encode(text, errors or "strict")), len(text)
-
-    def decode(data, errors="strict"):
-        return borrowed(_Decoding, lambda c: c.decode(bytes(data), errors or "strict", True))
+    encode = _made_fast(_ENCODE, slow_encode, (_UTF16, charset), ("utf-8", charset))
+    decode = _made_fast(_DECODE, slow_decode, (charset, _UTF16))
 
     class IncrementalEncoder(codecs.IncrementalEncoder):
         def encode(self, text, final=False):
@@ -397,21 +319,22 @@ def _codec(charset):
     class IncrementalDecoder(codecs.BufferedIncrementalDecoder):
         def __init__(self, errors="strict"):
             super().__init__(errors)
-            self.conversion = _Decoding(charset)
+            self.decoder = _Decoder(charset)
 
         def _buffer_decode(self, data, errors, final):
-            return self.conversion.decode(bytes(data), errors, final)
+            return self.decoder.decode(_bytes(data), errors, final)
 
         def reset(self):
             super().reset()
-            self.conversion.reset()
+            self.decoder.reset()
 
         def getstate(self):
-            return self.buffer, self.conversion.get_state()
+            return self.buffer, int.from_bytes(self.decoder.shift[1:].ljust(_LONGEST_ESCAPE - 1, b"\0"), "big")
 
         def setstate(self, state):
-            self.buffer = state[0]
-            self.conversion.set_state(state[1])
+            self.buffer, shift = state
+            shift = shift.to_bytes(_LONGEST_ESCAPE - 1, "big").rstrip(b"\0")
+            self.decoder.reset(shift and b"\x1b" + shift)
 
     class StreamWriter(codecs.StreamWriter):
         def encode(self, text, errors="strict"):
@@ -420,59 +343,111 @@ def _codec(charset):
     class StreamReader(codecs.StreamReader):
         def __init__(self, stream, errors="strict"):
             super().__init__(stream, errors)
-            self.conversion = _Decoding(charset)
+            self.decoder = _Decoder(charset)
 
         def decode(self, data, errors="strict"):
-            return self.conversion.decode(bytes(data), errors, False)
+            return self.decoder.decode(_bytes(data), errors, False)
 
         def reset(self):
             super().reset()
-            self.conversion.reset()
+            self.decoder.reset()
 
-    return codecs.CodecInfo(
-        encode,
-        decode,
-        StreamReader,
-        StreamWriter,
-        IncrementalEncoder,
-        IncrementalDecoder,
-        name=_PREFIX + charset,
-    )
+    incremental = IncrementalEncoder, IncrementalDecoder
+    return codecs.CodecInfo(encode, decode, StreamReader, StreamWriter, *incremental, name=_PREFIX + charset)
 
 
-def _search(name):
-    matched = re.fullmatch("pvzan[:_-](.+)", name)
-    if not matched:
+def _codec_name(meaning):
+    order = "be" if meaning.order == 1 else "le"
+    if meaning.kind == _UTF_8:
+        return "utf-8-sig" if meaning.mark else "utf-8"
+    if meaning.kind not in _UNICODE:
+        return _PREFIX + meaning.charset.decode()
+    if meaning.mark == 2 and order != _NATIVE:
+        raise LookupError(f"Python has no codec for {meaning.shown.decode()}")
+    return _UNICODE[meaning.kind] if meaning.mark else f"{_UNICODE[meaning.kind]}-{order}"
+
+
+def _search(asked):
+    if not re.match("pvzan[:_-].", asked):
         return None
-    asked = matched.group(1)
-    known = _ALIASES.get(re.sub("[-_ ]", "", asked))
-    if known and known.startswith("utf-"):
-        return codecs.lookup(known)
-    for charset in (known,) if known else (asked, asked.replace("_", "-")):
-        try:
-            _Encoding(charset)
-        except (LookupError, UnicodeEncodeError):
-            continue
-        return _codec(charset)
-    return None
+    meaning, charset = _name(), asked[len(_PREFIX) :]
+    if not _library().resolve(charset.encode(), 0, ctypes.byref(meaning)):
+        _Converter(charset, _UTF16)  # which says why there is no such charset
+    name = _codec_name(meaning)
+    return _codec(name[len(_PREFIX) :]) if name.startswith(_PREFIX) else codecs.lookup(name)
 
 
 codecs.register(_search)
+codecs.register_error("pvzan:similar", _similar)
+
+
+# ---- Bytes to bytes --------------------------------------------------------------------------------
 
 
 def convert(data, source, target):
     """The bytes of a whole text in another encoding; names go without "pvzan:".
 
-    UnicodeDecodeError or UnicodeEncodeError tell the first character that is invalid, cut off, missing
-    in the target, or would come back as another, which the codecs write: a wave dash in windows-31j.
+    UnicodeDecodeError tells the first bytes that are no character, or cut off; UnicodeEncodeError the
+    first character that is missing in the target, or would come back as another.
     """
-    text = data.decode(_PREFIX + source)
-    result = text.encode(_PREFIX + target)
-    back = result.decode(_PREFIX + target)
-    if back != text:
-        at = len(os.path.commonprefix((text, back)))
-        raise UnicodeEncodeError(_PREFIX + target, text, at, at + 1, f"would come back as {ascii(back[at:at + 1])}")
-    return result
+    return _conversion(source, target)(data)
+
+
+@functools.lru_cache(64)
+def _conversion(source, target):
+    def slow(data):
+        data, converter = _bytes(data), _Converter(source, target)
+        said, at, result = converter.feed(data, 0, _LAST)
+        if said != _FAULT:
+            return result
+        fault = converter.fault()
+        end, why = at + fault.length, fault.why.decode()
+        if fault.kind not in (_MISSING, _OTHER_BACK):
+            raise UnicodeDecodeError(_PREFIX + source, data, at, end, why)
+        text = _Converter(source, _UTF16).feed(data[:end], 0, _FLUSH)[2].decode(_UTF16)
+        raise UnicodeEncodeError(_PREFIX + target, text, len(text) - fault.scalars_count, len(text), why)
+
+    return _made_fast(_CONVERT, slow, (source, target))
+
+
+def convert_list(rows, source, target):
+    """Many texts: a list of bytes in the target's encoding, and a list of faults.
+
+    A row with a fault gives None, and what is wrong with it as one of FAULTS, by number; 0 is none. A
+    row that is None stays so.
+    """
+    rows = list(rows)
+    data = b"".join(row for row in rows if row is not None)
+    sizes = (0 if row is None else len(row) for row in rows)
+    places, result, faults = convert_arrow(array.array("q", itertools.accumulate(sizes, initial=0)), data, source, target)
+    ends = zip(rows, faults, places, places[1:])
+    return [None if row is None or fault else result[begin:end] for row, fault, begin, end in ends], list(faults)
+
+
+def convert_arrow(offsets, data, source, target, offset_bytes=None):
+    """Many texts as Arrow has them: offsets and bytes, in anything with the buffer protocol.
+
+    The offsets have 4 or 8 bytes, which has to be said where their buffer does not. Gives offsets and
+    bytes of the results, and a byte for each row as in convert_list; a row with a fault is empty.
+    """
+    size = offset_bytes or memoryview(offsets).itemsize
+    if size not in (4, 8):
+        raise ValueError("offsets have 4 or 8 bytes")
+    places = array.array("i" if size == 4 else "q", _bytes(offsets))
+    data, rows = _bytes(data), len(places) - 1
+    if rows < 0 or min(places) < 0 or max(places) > len(data):
+        raise ValueError("the offsets lead out of the data")
+    converter, library = _Converter(source, target), _library()
+    ends, faults = array.array(places.typecode, bytes(size * (rows + 1))), array.array("B", bytes(rows))
+    begins, behind, kinds = (buffer.buffer_info()[0] for buffer in (places, ends, faults))
+    most, room, done = library.most(converter.address, len(data)) + _MOST_CLOSING * rows, 2 * len(data), -1
+    while done < rows:
+        if room > most:
+            raise ValueError("the offsets decrease, or are too small for the result")
+        room = 2 * room + 64
+        result = ctypes.create_string_buffer(room)
+        done = library.convert_rows(converter.address, data, begins, rows, result, room, behind, size, kinds)
+    return ends, ctypes.string_at(result, ends[-1]), faults
 
 
 # ---- Detection -------------------------------------------------------------------------------------
@@ -484,14 +459,13 @@ declared tell of a byte-order mark and an XML declaration; newline is one of the
 
 def detect(data):
     """By its byte-order mark, its declaration, or how well its start fits each encoding; or None."""
-    library, start = _open(), bytes(data[: 1 << 20])
-    request = _Request(text=start, textEnd=len(start))
-    if not library.cconvChkEncode(ctypes.byref(request)):
+    data, found = _bytes(data), _candidate()
+    if not _library().guess(data, len(data), 1, 0, ctypes.byref(found), 1):
         return None
-    name = request.encodingName.decode("ascii", "replace")
-    order = ""
-    if library.cconvIsEndianAware(request.encodingName) and not request.bomFound:
-        order = "be" if request.bigEndian else "le"
-    newline = (None, "\r\n", "\r", "\n", "\u2028", "\u2029")[request.newlineKind]
-    encoding = "utf-8-sig" if name == "UTF-8" and request.bomFound else _PREFIX + name.lower() + order
-    return Detection(encoding, name, bool(request.bomFound), bool(request.xmlDeclared), newline)
+    bom = found.kind != 0 and data.startswith(_MARKS)
+    found.mark = max(found.mark, bom)
+    encoding = _codec_name(found)
+    start = data[:_PIECE].decode(encoding, "replace")
+    declared = re.match(r"\s*<\?xml\s[^>]*\bencoding\b", start) is not None
+    newline = re.search("\r\n|[\r\n\u2028\u2029]", start)
+    return Detection(encoding, found.shown.decode(), bom, declared, newline and newline.group())

@@ -38,22 +38,6 @@ bool encode_by_set(session* s) {
     return false;
 }
 
-// Fills in the Unicode value that a decoder left to the encoder.
-void derive_unicode(session* s) {
-    if (s->setCode == 0 || g_ProcessObject.basics == nullptr) {
-        return;
-    }
-    const basic_set* set = findBasicArray(g_ProcessObject.basics, s->charSetNo);
-    if (set == nullptr) {
-        return;
-    }
-    if (set->setNo == PVZAN_SET_JIS_X_0213 && IsJISX0213Combining(s->setCode) != 0) {
-        ConvJISX0213CombiningToUCS(s->setCode, &s->ucsCode, &s->outCode2);
-    } else {
-        s->ucsCode = map_code(set->decodeTable, s->setCode);
-    }
-}
-
 // The code that a set, or its extra encode tables, has for the character's Unicode value.
 bool set_encodes(session* s, const basic_set* set, u16 position, u32& code) {
     if (!table_loaded(set->encodeTable)) {
@@ -117,6 +101,21 @@ bool encode_control_code(session* s) {
 }
 
 } // namespace
+
+void derive_unicode(session* s) {
+    if (s->setCode == 0 || g_ProcessObject.basics == nullptr) {
+        return;
+    }
+    const basic_set* set = findBasicArray(g_ProcessObject.basics, s->charSetNo);
+    if (set == nullptr) {
+        return;
+    }
+    if (set->setNo == PVZAN_SET_JIS_X_0213 && IsJISX0213Combining(s->setCode) != 0) {
+        ConvJISX0213CombiningToUCS(s->setCode, &s->ucsCode, &s->outCode2);
+    } else {
+        s->ucsCode = map_code(set->decodeTable, s->setCode);
+    }
+}
 
 extern "C" u32 convDstConvert(session* s) {
     if (s->status == PVZAN_OUTPUT_FULL) {

@@ -53,6 +53,9 @@ PVZAN_API u32 ConvJISX0213CombiningFromUCS(u32 base, u32 mark, u32* code);
 PVZAN_API u32 ToCharRef(session* s, u32 value);
 }
 
+// Fills in the Unicode value that a decoder left to the encoder; see encode.cpp.
+void derive_unicode(session* s);
+
 // The marks that may follow a base letter as one character of JIS X 0213.
 inline constexpr u16 combining_marks[] = {0x0300, 0x0301, 0x309A, 0x02E5, 0x02E9};
 bool is_combining_mark(u32 mark);

@@ -1,8 +1,10 @@
 // Asking the rules about a character: the only place that runs them, and the only one that writes
 // what threads share.
+#include "cconv/engine/composition.h"
 #include "cconv/engine/step.h"
 #include "cconv/fast/readers.h"
 #include "cconv/rulefunc/designations.h"
+#include "cconv/rulefunc/strict.h"
 #include "cconv/tables/table.h"
 #include "platform/platform.h"
 
@@ -41,8 +43,10 @@ void reset(session& s, std::span<const u8> k, std::span<u8> out, u32 source_set,
     s.srcCode = 0;
 }
 
-// Runs D on k: whether it read one character, and all of k.
-verdict decode(session& s, std::span<const u8> k, u32 source_set) {
+// Runs D on k: whether it read one character, and all of k. A strict pair goes on with the
+// character of Unicode.
+verdict decode(pair& p, std::span<const u8> k, u32 source_set) {
+    session& s = p.neutral;
     decode_step(&s);
     if (s.status == PVZAN_INPUT_INCOMPLETE) {
         return verdict::cut;
@@ -50,6 +54,15 @@ verdict decode(session& s, std::span<const u8> k, u32 source_set) {
     const bool one = s.status == PVZAN_DECODED && s.inCount == 1 &&
                      s.inPos == static_cast<i32>(k.size()) && s.charSetNo != nobody &&
                      s.charSetType != static_cast<u16>(nobody) && s.srcShiftSet == source_set;
+    if (one && p.strict != strictness::none) {
+        character c{0, 0};
+        const bool designates =
+            p.plan.target->designates || p.plan.source->read == reading::escapes;
+        if (!read_character(&s, c) || (designates && switches_sets(c.letter))) {
+            return verdict::by_rules;
+        }
+        put_character(&s, c);
+    }
     return one ? verdict::plain : verdict::by_rules;
 }
 
@@ -76,7 +89,7 @@ bool separate_designation(pair& p, std::span<const u8> k, u32 source_set, std::s
         return false;
     }
     reset(s, k, once_more, source_set, designated);
-    if (decode(s, k, source_set) != verdict::plain) {
+    if (decode(p, k, source_set) != verdict::plain) {
         return false;
     }
     encode_step(&s);
@@ -124,23 +137,56 @@ bool note_bytes(answer& a, std::span<const u8> written) {
     return true;
 }
 
+// Whether a mark may join the letters before it: as the source's rule does, or, in a strict pair,
+// as the target may have them in one code.
+bool joins_marks(const pair& p) {
+    if (p.strict == strictness::none) {
+        return p.plan.source->joins_marks;
+    }
+    return p.plan.source->form != unicode_form::none && p.plan.target->form == unicode_form::none;
+}
+
+// Whether what was written for the character is that again, or the line break that was asked for;
+// U+2028 and U+2029 are none here.
+bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, const character& c) {
+    session& s = p.neutral;
+    const character back = read_back(&s, written, PVZAN_SET_ISO_646_IRV);
+    if (p.plan.normalises && (c.letter == '\r' || c.letter == '\n')) {
+        const u32 mode = s.target.newlineMode;
+        return back == (mode == PVZAN_NEWLINE_CR   ? character{'\r', 0}
+                        : mode == PVZAN_NEWLINE_LF ? character{'\n', 0}
+                                                   : character{'\r', '\n'});
+    }
+    if (p.plan.normalises && (c.letter == 0x2028 || c.letter == 0x2029)) {
+        return false;
+    }
+    std::array<u8, output_bytes> again;
+    return back == c &&
+           (p.strict == strictness::characters || p.plan.source->read == reading::escapes ||
+            std::ranges::equal(k, std::span(again).first(spell_again(&s, c, again))));
+}
+
 verdict ask(pair& p, std::span<const u8> k, u32 source_set, answer& a) {
     session& s = p.neutral;
     std::array<u8, output_bytes> out, again;
     reset(s, k, out, source_set, 0);
-    const verdict read = decode(s, k, source_set);
+    const verdict read = decode(p, k, source_set);
     if (read != verdict::plain) {
         return read;
     }
     a = {};
     a.read_setCode = s.setCode;
     a.read_ucsCode = s.ucsCode;
-    a.takes_mark = p.plan.source->joins_marks && may_take_mark(s.srcCode);
-    if (p.plan.source->joins_marks && is_combining_mark(s.srcCode)) {
+    const character c{s.ucsCode, s.outCode2};
+    const bool strict = p.strict != strictness::none, joins = joins_marks(p);
+    a.takes_mark =
+        joins && (may_take_mark(s.srcCode) || (strict && takes_composing_mark(s.srcCode)));
+    if (joins && is_combining_mark(s.srcCode)) {
         return verdict::by_rules;
     }
     encode_step(&s);
-    if (s.status == PVZAN_UNREPRESENTABLE && !a.takes_mark && left_to_substitute(s, p.plan)) {
+    if (s.status == PVZAN_UNREPRESENTABLE && !strict && !a.takes_mark &&
+        left_to_substitute(s, p.plan)) {
         a.lacks = true;
         note_session(a, s);
         return verdict::plain;
@@ -149,6 +195,9 @@ verdict ask(pair& p, std::span<const u8> k, u32 source_set, answer& a) {
         return verdict::by_rules;
     }
     std::span<u8> written = std::span(out).first(static_cast<std::size_t>(s.outPos));
+    if (strict && !comes_back(p, k, written, c)) {
+        return verdict::by_rules;
+    }
     const bool whole = p.plan.target->designates
                            ? separate_designation(p, k, source_set, written, again, a)
                            : s.dstShiftSet == 0;

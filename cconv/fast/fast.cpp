@@ -43,7 +43,7 @@ path::~path() {
 bool path::take_pair(const session* s) {
     // Bytes that are written may be read again only by rules that do both one by one.
     if (held_.p == nullptr && !by_hand.off && !overlap(s)) {
-        held_ = hold_pair(s);
+        held_ = hold_pair(s, strict_);
     }
     return held_.p != nullptr;
 }

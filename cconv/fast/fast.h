@@ -11,11 +11,13 @@
 
 namespace fast {
 
-// The fast path of one call.
+// The fast path of one call. A strict one leaves the session's characters, but not its sets,
+// counts and positions, to be what they are.
 class path {
 public:
     // Whether to begin with a character of the rules'.
-    explicit path(bool first_by_rules) : wait_(first_by_rules ? 1 : 0) {}
+    explicit path(bool first_by_rules, strictness strict = strictness::none)
+        : strict_(strict), wait_(first_by_rules ? 1 : 0) {}
     ~path();
     path(const path&) = delete;
     path& operator=(const path&) = delete;
@@ -35,6 +37,7 @@ private:
     bool find_out(const session* s, const fast::run& r);
     void be_patient(u32 characters);
 
+    strictness strict_;
     held_pair held_{};
     u32 wait_;        // characters to leave to the rules before the next try
     u32 penalty_ = 0; // how many those are after a try that led nowhere

@@ -30,14 +30,16 @@ pthread_mutex_t table_of_pairs = PTHREAD_MUTEX_INITIALIZER;
 
 // ---- Keys --------------------------------------------------------------------------------------
 
-// What else decides: byte orders, and what line breaks are written as, 0 where they are characters
-// like others.
-u32 options_of(const session* s) {
+// What else decides: byte orders, what line breaks are written as, 0 where they are characters like
+// others, and strictness.
+constexpr u32 strict_shift = 8;
+u32 options_of(const session* s, strictness strict) {
     const u32 mode = s->target.newlineMode;
     const bool named = mode >= PVZAN_NEWLINE_CR && mode <= PVZAN_NEWLINE_PARAGRAPH_SEPARATOR;
     const u32 written = named ? mode : u32{PVZAN_NEWLINE_CRLF};
     const u32 orders = (s->source.srcBigEndian != 0 ? 2U : 0U) + (s->target.dstBigEndian != 0);
-    return (s->target.convertNewline != 0 ? written << 2 : 0U) + orders;
+    const u32 breaks = s->target.convertNewline != 0 ? written << 2 : 0U;
+    return static_cast<u32>(strict) << strict_shift | breaks | orders;
 }
 
 u64 number_of(const void* pointer) {
@@ -225,6 +227,7 @@ pair* make(const session* s, u32 options, u64 tables, const plan& planned) {
     p->key[tables_in_key] = tables;
     p->plan = planned;
     p->kernel = &chosen_kernels();
+    p->strict = static_cast<strictness>(options >> strict_shift);
     p->claimed = sizeof(pair);
     prepare_neutral(*p, s);
     // Between charsets of Unicode nobody asks: scalars stand for themselves.
@@ -324,8 +327,8 @@ void free_unheld() {
     }
 }
 
-held_pair hold_pair(const session* s) {
-    const u32 options = options_of(s);
+held_pair hold_pair(const session* s, strictness strict) {
+    const u32 options = options_of(s, strict);
     const u64 hash = hash_of(s, options);
     const held_pair found = find(hash, s, options);
     if (found.p == nullptr) {

@@ -26,6 +26,9 @@
 //
 // From these, equality follows character by character.
 //
+// A strict pair is asked more: what each character stands for in Unicode, what the target's own
+// decode rule makes of what was written for it. By induction, so does the text.
+//
 // Threads. Everything in a pair that changes is written under its lock, by ask.cpp alone. An entry
 // is one word and never changes once it is not 0, and so is an escape sequence: read relaxed, it is
 // there whole or not yet, and what is not yet there is asked for, under the lock. What takes more
@@ -65,6 +68,11 @@ enum class reader : u8 {
     quads,      // four bytes
     iso2022     // one or two bytes, by the set designated last
 };
+
+// What a run may hold besides what the rules would do, for who must not lose anything: characters
+// that go by what they are in Unicode, and read back from the target as themselves; or even ones
+// whose code is the one that the source itself writes for them.
+enum class strictness : u8 { none, characters, codes };
 
 // What becomes of a block of codes: characters go one by one; what their entries say; between
 // Unicode charsets, the scalars in another form.
@@ -182,6 +190,7 @@ struct pair {
     pair_key key;
     fast::plan plan;
     const kernels* kernel;
+    strictness strict;
 
     pthread_mutex_t lock;
     session neutral; // the rules are asked in this one
@@ -220,7 +229,7 @@ struct held_pair {
 
 // The pair of a session, made where it is new, and held until release_pair; null where the rules
 // alone are to convert, at least for now.
-held_pair hold_pair(const session* s);
+held_pair hold_pair(const session* s, strictness strict);
 void release_pair(held_pair held);
 // Whether what the pair was told may still be used; false for good once it is not.
 bool is_current(const pair& p);

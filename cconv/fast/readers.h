@@ -97,9 +97,10 @@ struct utf8_reader {
         if (*p < 0x80) {
             return 1;
         }
-        const u32 length = *p < 0xC0 ? 0 : *p < 0xE0 ? 2 : *p < 0xF0 ? 3 : 0;
+        const u32 length = *p < 0xC2 ? 0 : *p < 0xE0 ? 2 : *p < 0xF0 ? 3 : 0;
         if (length == 3 && left >= 3) {
-            return ((p[1] ^ 0x80) | (p[2] ^ 0x80)) < 0x40 ? 3 : 0;
+            const bool over_long = *p == 0xE0 && p[1] < 0xA0;
+            return ((p[1] ^ 0x80) | (p[2] ^ 0x80)) < 0x40 && !over_long ? 3 : 0;
         }
         return length == 2 && left >= 2 && (p[1] ^ 0x80) >= 0x40 ? 0 : length;
     }

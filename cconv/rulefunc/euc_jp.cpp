@@ -260,6 +260,7 @@ const codec_traits euc_jp_traits{
     .encode = constEUC_JP,
     .read = reading::lead_byte,
     .single_shift = single_shift_3,
+    .leads = {single_shift_2, single_shift_3, 0xA1, 0xFE},
     .spare = 1,
 };
 const codec_traits euc_jis_2004_traits{
@@ -267,6 +268,7 @@ const codec_traits euc_jis_2004_traits{
     .encode = constEUC_JIS_2004,
     .read = reading::lead_byte,
     .single_shift = single_shift_3,
+    .leads = {single_shift_2, single_shift_3, 0xA1, 0xFE},
     .spare = 1,
 };
 const codec_traits euc_jp_fix_traits{

@@ -85,7 +85,9 @@ u32 constOASYS_ONLINE(session* s) {
 
 } // extern "C"
 
-const codec_traits oasys_win_traits{
-    .decode = destOASYS_WIN, .encode = constOASYS_WIN, .read = reading::sets};
+const codec_traits oasys_win_traits{.decode = destOASYS_WIN,
+                                    .encode = constOASYS_WIN,
+                                    .read = reading::sets,
+                                    .leads = {0x81, 0x9F, 0xE0, 0xFC}};
 const codec_traits oasys_online_traits{
     .decode = destOASYS_ONLINE, .encode = constOASYS_ONLINE, .read = reading::pairs};

@@ -102,11 +102,13 @@ const codec_traits shift_jis_traits{
     .decode = destSHIFT_JIS,
     .encode = constSHIFT_JIS,
     .read = reading::lead_byte,
+    .leads = shift_jis_leads,
     .sets = consulted_sets,
 };
 const codec_traits shift_jis_2004_traits{
     .decode = destSHIFT_JIS_2004,
     .encode = constSHIFT_JIS_2004,
     .read = reading::lead_byte,
+    .leads = shift_jis_leads,
     .sets = consulted_sets,
 };

@@ -8,12 +8,16 @@
 #include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
 
+#include <array>
+
 // The registered set of that number, whichever charsets it belongs to; null when no definition has
 // it.
 inline const basic_set* registered_set(u32 setNo) {
     return g_ProcessObject.basics != nullptr ? findBasicArray(g_ProcessObject.basics, setNo)
                                              : nullptr;
 }
+
+inline constexpr std::array<u8, 4> shift_jis_leads = {0x81, 0x9F, 0xE0, 0xFC};
 
 constexpr bool is_single_kana(u32 byte) {
     return byte >= 0xA1 && byte <= 0xDF;

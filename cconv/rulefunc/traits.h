@@ -5,6 +5,7 @@
 
 #include "cconv/engine/engine.h"
 
+#include <array>
 #include <span>
 
 // From what the length of a source character follows, and its meaning: its own bytes alone.
@@ -31,8 +32,11 @@ struct codec_traits {
     // ---- The decode rule
     reading read;
     u8 single_shift = no_single_shift;
-    bool checks_mark = false;    // takes a byte-order mark where the options ask for it
-    bool joins_marks = false;    // a letter and the mark behind it may be one character
+    bool checks_mark = false; // takes a byte-order mark where the options ask for it
+    bool joins_marks = false; // a letter and the mark behind it may be one character
+    // Bytes that may open a code of two or more, whether a character has it or not: from the first
+    // to the second, and from the third to the fourth.
+    std::array<u8, 4> leads = {0x81, 0xFE, 0x81, 0xFE};
     std::span<const u32> sets{}; // looked up in the registry, be they the charset's or not
 
     // ---- The encode rule

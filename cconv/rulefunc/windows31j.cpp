@@ -130,5 +130,6 @@ const codec_traits windows31j_traits{
     .decode = destWINDOWS31J,
     .encode = constWINDOWS31J,
     .read = reading::lead_byte,
+    .leads = shift_jis_leads,
     .sets = consulted_sets,
 };

@@ -140,19 +140,6 @@ bool make_paths(const table_object* table, table_paths& paths) {
     return true;
 }
 
-// Size of an open file, -1 when it cannot be told; larger files than a buffer may hold count as
-// empty.
-i32 file_size(FILE* file) {
-    if (ZAN_FileSeek(file, 0, SEEK_END) != 0) {
-        return -1;
-    }
-    const i64 size = ZAN_FileTell(file);
-    if (ZAN_FileSeek(file, 0, SEEK_SET) != 0) {
-        return -1;
-    }
-    return size <= std::numeric_limits<i32>::max() ? static_cast<i32>(size) : 0;
-}
-
 // ---- Caches ------------------------------------------------------------------------------------
 
 // Fills the table from its cache. False when there is none; what is there is trusted as it is, be
@@ -296,6 +283,17 @@ void mark_loaded(table_object* table, u32 loaded) {
 }
 
 } // namespace
+
+i32 file_size(FILE* file) {
+    if (ZAN_FileSeek(file, 0, SEEK_END) != 0) {
+        return -1;
+    }
+    const i64 size = ZAN_FileTell(file);
+    if (ZAN_FileSeek(file, 0, SEEK_SET) != 0) {
+        return -1;
+    }
+    return size <= std::numeric_limits<i32>::max() ? static_cast<i32>(size) : 0;
+}
 
 extern "C" {
 

@@ -47,6 +47,10 @@ inline bool table_loaded(const table_object* table) {
            0;
 }
 
+// The bytes in a file that is open at its start; 0 for more than can be read, negative where it
+// does not tell.
+i32 file_size(FILE* file);
+
 // Changes whenever a table becomes loaded; odd meanwhile. Who sees the table loaded sees that, too.
 u32 table_generation();
 // Changes whenever a loaded table is written to.

@@ -1,22 +1,28 @@
-# Compares what the library exports with the list of its interface, both ways: an extra name fails like a
-# missing one. Run as: cmake -DNM=... -DREADELF=... -DLIBRARY=... -DLIST=... -DSANITIZED=... -P ...
+# Compares what the library exports with the lists of its interface, one for each version, both ways: an extra
+# name fails like a missing one. Run as:
+# cmake -DNM=... -DREADELF=... -DLIBRARY=... -DVERSIONS=... -DFILES=... -DSANITIZED=... -P ...
 execute_process(COMMAND ${NM} --dynamic --defined-only --format=posix ${LIBRARY}
     OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
 set(exported "")
 string(REPLACE "\n" ";" lines "${symbols}")
 foreach(line IN LISTS lines)
-    if(line MATCHES "^PVZAN_1.0 A" OR (SANITIZED AND line MATCHES "^__"))
-        continue() # the name of the version; the sanitizers' own
+    if(line MATCHES "^PVZAN_[0-9.]+ A" OR (SANITIZED AND line MATCHES "^__"))
+        continue() # the name of a version; the sanitizers' own
     endif()
-    if(line MATCHES "^([^ ]+)@@PVZAN_1.0 T ")
-        list(APPEND exported "function ${CMAKE_MATCH_1}")
-    elseif(line MATCHES "^([^ ]+)@@PVZAN_1.0 ")
-        list(APPEND exported "data ${CMAKE_MATCH_1}")
+    if(line MATCHES "^([^ ]+)@@PVZAN_([0-9.]+) T ")
+        list(APPEND exported "${CMAKE_MATCH_2} function ${CMAKE_MATCH_1}")
+    elseif(line MATCHES "^([^ ]+)@@PVZAN_([0-9.]+) ")
+        list(APPEND exported "${CMAKE_MATCH_2} data ${CMAKE_MATCH_1}")
     elseif(line MATCHES "^([^ ]+) ") # of no version
         list(APPEND exported "data ${CMAKE_MATCH_1}")
     endif()
 endforeach()
-file(STRINGS ${LIST} listed)
+set(listed "")
+foreach(version list IN ZIP_LISTS VERSIONS FILES)
+    file(STRINGS ${list} names)
+    list(TRANSFORM names PREPEND "${version} ")
+    list(APPEND listed ${names})
+endforeach()
 
 set(missing ${listed})
 list(REMOVE_ITEM missing ${exported})

@@ -1,7 +1,9 @@
-/* The public header needs no other, and may be included twice. */
+/* The public headers need no other, and may be included twice. */
+#include "pvzan_text.h"
+
 #include "pvzan.h"
 
-int header_alone(pvzan_session* session);
-int header_alone(pvzan_session* session) {
-    return session != 0 && session->status == PVZAN_DONE;
+int header_alone(pvzan_session* session, pvzan_fault* fault);
+int header_alone(pvzan_session* session, pvzan_fault* fault) {
+    return session != 0 && session->status == PVZAN_DONE && fault->kind == PVZAN_FAULT_CUT;
 }

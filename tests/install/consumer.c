@@ -1,6 +1,7 @@
 /* A program of somebody else's, with functions that happen to be named like some inside the
  * library: consumer CHARSET-DIRECTORY */
 #include <pvzan.h>
+#include <pvzan_text.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -28,6 +29,7 @@ int main(int count, char** arguments) {
     unsigned char out[16];
     pvzan_source_options source = {1, 0, 0};
     pvzan_session* s = calloc(1, sizeof *s);
+    pvzan_converter* c;
     int right;
 
     my_init();
@@ -42,6 +44,12 @@ int main(int count, char** arguments) {
     s->outLen = (int32_t)sizeof out;
     right = cconvConvert(s) == PVZAN_DONE && s->outPos == (int32_t)sizeof expected &&
             memcmp(out, expected, sizeof expected) == 0;
+    c = pvzan_open("sjis", "utf-8", NULL, NULL);
+    memset(out, 0, sizeof out);
+    right = right && c != NULL &&
+            pvzan_convert(c, text, sizeof text, out, sizeof out, NULL) == sizeof expected &&
+            memcmp(out, expected, sizeof expected) == 0;
+    pvzan_close(c);
     my_fini();
     free(s);
     return right ? 0 : 1;

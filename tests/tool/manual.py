@@ -57,10 +57,9 @@ for name in {*names, "UTF-32"} - {"ASCII", "ISO-8859-1"}:
 charsets = (page.parent / "pvzan-charsets.7").read_text().replace("\\-", "-")
 aliases = re.findall(r"^\.B ([\w-]+)\n\(([^)]*)\)(?: Windows code page (\d+))?", charsets, re.M)
 for charset, short, code_page in aliases:
-    for name in short.split(", ") + [charset]:
+    for name in short.split(", ") + [charset] + [f"windows-{page}" for page in code_page.split()]:
         known = json.loads(pvzan("list", "--json", name).stdout or "{}").get("charset")
-        shown = re.search(r"Windows code page\s+(\d+)", pvzan("list", name).stdout.decode())
-        if known != charset or (shown and shown.group(1) or "") != code_page:
-            sys.exit(f"{name} is {known}, {shown}, and not {charset} {code_page}")
+        if known != charset:
+            sys.exit(f"{name} is {known}, and not {charset}")
 if sum(code_page != "" for _, _, code_page in aliases) != 4:
     sys.exit("pvzan-charsets.7 does not tell four code pages")

@@ -190,6 +190,11 @@ class Spark(Room):
         files["b"] = b"\x8fI\x8f"
         with self.assertRaisesRegex(ValueError, "^b: .* position 2"):
             names["sc"].mapPartitions(names["lines"])
+        rows = {"data": [CP932, None, b"\xff", b"\x82"]}
+        frame = type("Frame", (dict,), {"assign": lambda self, **columns: {**self, **columns}})(rows)
+        names["df"] = type("Data", (), {"mapInPandas": lambda self, function, _: list(function([frame]))})()
+        exec(re.sub("^    ", "", re.search(r"(^    def texts.*\n(?:    .*\n|\n)*)", page, re.M).group(1), flags=re.M), names)
+        self.assertEqual(names["table"], [{**rows, "text": [UTF8, None, None, None], "fault": [0, 0, 1, 2]}])
         # What pipe writes of bytes, and of what textFile made of them.
         for records in ([CP932], CP932.decode("utf-8", "replace").split("\n")):
             given = b"".join((str(record).rstrip("\n") + "\n").encode("utf-8") for record in records)

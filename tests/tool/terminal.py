@@ -295,6 +295,22 @@ class Filter(Room):
                 again = run(["-f", target], self.dir, input=done.stdout).stdout.decode()
                 self.assertEqual(unicodedata.normalize("NFC", again), held, target)
 
+    def test_no_policy_eats_a_break_or_a_delimiter(self):
+        """Whatever is between them, they come through, and the output is text."""
+        chance = random.Random(11)
+        parts = [b",", b",", b"\t", b"\n", b"\n", b'"', b"\r\n", b" :a0", b"\x82\xa0", b"\xe3\x81\x82", b"\x8f", b"\x1b$B", b"\x1b(B"]
+        for name in run(["-l"], self.dir).stdout.decode().split("\n")[:-1]:
+            name = name.split()[0]
+            if re.match("U..-[1-4]|.*FIX|OASYS-O", name):
+                continue  # of several bytes
+            kept = b"\r\n" if "2022" in name else b",\t\r\n\": "
+            text = b"".join(chance.choice(parts) if chance.random() < 0.6 else bytes([chance.randrange(256)]) for _ in range(3000))
+            for how, target in ("subst", "cp932"), ("ref", "iso-2022-jp"), ("hex", "gb18030"), ("skip", "utf-8"):
+                done = run(["-q", "-e", how, "-f", name, "-t", target], self.dir, input=text)
+                again = run(["-f", target], self.dir, input=done.stdout)
+                self.assertEqual((done.returncode, again.returncode, again.stderr), (0, 0, b""), (name, how))
+                self.assertEqual(bytes(b for b in again.stdout if b in kept), bytes(b for b in text if b in kept), (name, how))
+
     @unittest.skipIf(re.search(rb"__[at]san_init", pathlib.Path(TOOL).read_bytes()), "a sanitizer takes memory")
     def test_memory_does_not_grow_with_the_input(self):
         script = "yes '日本語の文章、長い行' | head -c 60000000 | /usr/bin/env python3 -c \"" \

@@ -1,15 +1,16 @@
 #include "tools/pvzan/arguments.h"
 
+#include "tools/pvzan/charset.h"
 #include "tools/pvzan/charset_directory.h"
-#include "tools/pvzan/charset_name.h"
 #include "tools/pvzan/exit_status.h"
-#include "tools/pvzan/unicode_text.h"
+#include "tools/pvzan/shown_text.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <utility>
@@ -46,17 +47,12 @@ std::string read_policy(const std::string& how, text_options& options) {
     options.on_error = found->second;
     if (equals < how.size()) {
         const std::string character = how.substr(equals + 1);
-        const bytes_view bytes(reinterpret_cast<const std::uint8_t*>(character.data()),
-                               character.size());
-        const unicode_sequence first = character.empty()
-                                           ? unicode_sequence{unicode_sequence::cut, 0, 0}
-                                           : read_sequence(bytes, resolve_charset("utf-8"));
-        const bool one = first.kind == unicode_sequence::whole && first.bytes == bytes.size() &&
-                         first.scalar >= 0x20;
+        const auto first = first_character(character);
+        const bool one = first && first->bytes == character.size() && first->scalar >= 0x20;
         if (!one || options.on_error != error_policy::subst) {
             return "only subst takes a character, and only one, in UTF-8: subst=?";
         }
-        options.substitute = first.scalar;
+        options.substitute = first->scalar;
     }
     return {};
 }
@@ -235,13 +231,18 @@ private:
 };
 
 std::string version(const std::string& asked_for) {
-    const charset_directory directory = settle_charset_directory(asked_for);
-    std::string text = "pvzan " PVZAN_VERSION "\ncharset directory: ";
-    if (directory.path.empty()) {
-        return text + fmt::format("none (looked for {})\n", printable(directory.tried.front()));
+    const std::string text = "pvzan " PVZAN_VERSION "\ncharset directory: ";
+    std::string error;
+    if (!settle_charset_directory(asked_for, error)) {
+        return fmt::format("{}none ({})\n", text, printable(error));
     }
-    return text + fmt::format("{} ({})\ncharsets: {}\n", printable(directory.path),
-                              directory.reason, charset_names().size());
+    const std::string path = charset_directory_path();
+    const char* variable = ::secure_getenv("PVZAN_CHARSET_DIR");
+    const char* reason = !asked_for.empty()                        ? " (--charset-dir)"
+                         : variable != nullptr && path == variable ? " (PVZAN_CHARSET_DIR)"
+                                                                   : "";
+    return fmt::format("{}{}{}\ncharsets: {}\n", text, printable(path), reason,
+                       all_charsets().size());
 }
 
 // "-i=.orig" and "--in-place=.orig" as two arguments that the parser knows.
@@ -280,6 +281,28 @@ verb take_verb(std::vector<std::string>& arguments) {
     return found == verbs.end() ? verb::convert : found->second;
 }
 
+// Whether one letter added, dropped, changed or swapped makes one word of the other; in long ones,
+// two.
+bool is_slip(std::string_view word, std::string_view meant) {
+    constexpr std::size_t long_word = 6;
+    std::vector<std::vector<std::size_t>> cost(word.size() + 1,
+                                               std::vector<std::size_t>(meant.size() + 1));
+    for (std::size_t i = 0; i <= word.size(); ++i) {
+        for (std::size_t j = 0; j <= meant.size(); ++j) {
+            if (i == 0 || j == 0) {
+                cost[i][j] = i + j;
+                continue;
+            }
+            cost[i][j] = std::min({cost[i - 1][j] + 1, cost[i][j - 1] + 1,
+                                   cost[i - 1][j - 1] + (word[i - 1] == meant[j - 1] ? 0 : 1)});
+            if (i > 1 && j > 1 && word[i - 1] == meant[j - 2] && word[i - 2] == meant[j - 1]) {
+                cost[i][j] = std::min(cost[i][j], cost[i - 2][j - 2] + 1);
+            }
+        }
+    }
+    return cost[word.size()][meant.size()] <= (word.size() < long_word ? 1U : 2U);
+}
+
 // What is wrong with arguments that are well-formed each; empty where nothing is.
 std::string mistake_in(const command& c) {
     const convert_options& o = c.convert;
@@ -288,9 +311,7 @@ std::string mistake_in(const command& c) {
     }
     if (std::error_code error; !o.files.empty() && !std::filesystem::exists(o.files[0], error)) {
         for (const auto& [name, what] : verbs) {
-            constexpr std::size_t long_word = 6;
-            const std::size_t most = o.files[0].size() < long_word ? 1 : 2;
-            if (spelling_distance(o.files[0], name) <= most) {
+            if (is_slip(o.files[0], name)) {
                 return fmt::format("{}: no such file; did you mean 'pvzan {} ...'?",
                                    printable(o.files[0]), name);
             }

@@ -1,62 +1,17 @@
 #include "tools/pvzan/charset_directory.h"
 
-#include "tools/pvzan/charset_name.h"
+#include "tools/pvzan/charset.h"
 #include "tools/pvzan/message.h"
 
-#include "pvzan.h"
-
+#include <algorithm>
+#include <climits>
 #include <cstdlib>
-#include <dlfcn.h>
-#include <filesystem>
 #include <sys/mman.h>
 #include <unistd.h>
 
 namespace tool {
 
 namespace {
-
-namespace fs = std::filesystem;
-
-struct candidate {
-    std::string path;
-    const char* reason;
-};
-
-// The directory of the loaded library, links resolved. One of its variables tells where it is: in a
-// program that is not position-independent the address of a function is the program's own.
-fs::path library_directory() {
-    Dl_info info{};
-    if (::dladdr(ZAN_getCharsetPath(), &info) == 0 || info.dli_fname == nullptr) {
-        return {};
-    }
-    std::error_code error;
-    const fs::path library = fs::canonical(info.dli_fname, error);
-    return error ? fs::path() : library.parent_path();
-}
-
-std::vector<candidate> candidates() {
-    std::vector<candidate> list;
-    if (const char* variable = ::secure_getenv("PVZAN_CHARSET_DIR");
-        variable != nullptr && *variable != '\0') {
-        list.push_back({variable, "PVZAN_CHARSET_DIR"});
-    }
-    if (const fs::path beside = library_directory(); !beside.empty()) {
-        list.push_back({beside / "pvzan" / "base2", "beside the library"});
-        list.push_back({beside.parent_path() / "base2", "in the build tree"});
-    }
-    list.push_back({PVZAN_INSTALLED_CHARSET_DIR, "installed"});
-    return list;
-}
-
-bool is_directory(const std::string& path) {
-    std::error_code error;
-    return fs::is_directory(path, error);
-}
-
-charset_directory settle(charset_directory found) {
-    ZAN_setCharsetPath(found.path.c_str());
-    return found;
-}
 
 // The definitions and the tables of two charsets fill some 250 pages. Asked for together they come
 // sooner than in a fault each; what is released here stays with the process (see main.cpp).
@@ -73,56 +28,57 @@ void take_memory() {
 
 } // namespace
 
-charset_directory settle_charset_directory(const std::string& asked_for) {
-    charset_directory result;
+std::string charset_directory_path() {
+    std::string path(PATH_MAX, '\0');
+    path.resize(pvzan_directory(path.data(), path.size()));
+    return path;
+}
+
+bool settle_charset_directory(const std::string& asked_for, std::string& error) {
+    auto why = new_record<pvzan_error>();
     if (!asked_for.empty()) {
-        result.tried.push_back(asked_for);
-        if (is_directory(asked_for)) {
-            result.path = asked_for;
-            result.reason = "--charset-dir";
-            return settle(std::move(result));
-        }
-        return result;
+        pvzan_set_directory(asked_for.c_str(), &why);
+    } else if (charset_directory_path().empty()) {
+        const converter none(pvzan_open("utf-8", "utf-8", nullptr, &why));
     }
-    for (const candidate& place : candidates()) {
-        result.tried.push_back(place.path);
-        if (is_directory(place.path)) {
-            result.path = place.path;
-            result.reason = place.reason;
-            return settle(std::move(result));
-        }
-    }
-    return result;
+    error = why.text;
+    return why.code == PVZAN_ERROR_NONE;
 }
 
 bool open_charset_directory(const std::string& asked_for) {
-    const charset_directory directory = settle_charset_directory(asked_for);
-    if (directory.path.empty()) {
-        std::string places;
-        for (const std::string& place : directory.tried) {
-            places += (places.empty() ? "" : ", ") + printable(place);
-        }
-        complain(fmt::format("no charset directory; looked for {}", places));
-        return false;
-    }
+    std::string error;
     take_memory();
-    if (cconvLoadRule() == 0) {
-        complain(fmt::format("{}: no charset definitions in this directory ({})",
-                             printable(directory.path), directory.reason));
+    if (!settle_charset_directory(asked_for, error)) {
+        complain(printable(error));
         return false;
     }
     return true;
 }
 
+bool is_known(const std::string& name) {
+    pvzan_name meaning;
+    const auto is_defined = [&] {
+        return std::ranges::any_of(all_charsets(), [&](const pvzan_name& charset) {
+            return is_charset(charset, {meaning.charset});
+        });
+    };
+    if (find_charset(name, meaning) && is_defined()) {
+        return true;
+    }
+    complain_unknown(name);
+    return false;
+}
+
 void complain_unknown(const std::string& name) {
-    const std::string similar = similar_name(name);
+    pvzan_name meaning;
+    const bool known = find_charset(name, meaning);
     std::string message = fmt::format("unknown charset '{}'", printable(name));
-    if (similar == resolve_charset(name).shown) {
-        message = fmt::format("the charset directory has no definition of {}", similar);
+    if (known) {
+        message = fmt::format("the charset directory has no definition of {}", meaning.shown);
     } else if (name.find("//") != std::string::npos) {
         message += "; what iconv takes behind // are options here: --similar, -e subst, -c";
     } else {
-        message += similar.empty() ? "" : fmt::format("; did you mean {}?", similar);
+        message += *meaning.shown == '\0' ? "" : fmt::format("; did you mean {}?", meaning.shown);
         message += " (pvzan list prints all names)";
     }
     complain(message);

@@ -2,25 +2,22 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 namespace tool {
 
-struct charset_directory {
-    std::string path;               // empty: there is none
-    std::string reason;             // what chose it
-    std::vector<std::string> tried; // the places looked at
-};
+// Settles the library's charset directory, the one asked for or where the library finds it. False
+// when there is none, or nothing in it; error says why.
+bool settle_charset_directory(const std::string& asked_for, std::string& error);
 
-// Settles the library's charset directory: the one asked for, the environment variable
-// PVZAN_CHARSET_DIR, the one beside the loaded library, the installed one; the first that exists.
-// Never the current directory, where anybody's definitions may lie.
-charset_directory settle_charset_directory(const std::string& asked_for);
+// The settled one; empty: there is none.
+std::string charset_directory_path();
 
-// Settles it and reads the definitions; complains and returns false when there are none.
+// Settles it; complains and returns false when there is none.
 bool open_charset_directory(const std::string& asked_for);
 
-// That the library does not know a charset: its directory lacks it, or another one may be meant.
+// Whether the library knows a charset; complains where it does not: its directory lacks it, or
+// another one may be meant.
+bool is_known(const std::string& name);
 void complain_unknown(const std::string& name);
 
 } // namespace tool

@@ -2,13 +2,13 @@
 
 #include "tools/pvzan/charset_directory.h"
 #include "tools/pvzan/convert_text.h"
-#include "tools/pvzan/error_policy.h"
 #include "tools/pvzan/exit_status.h"
 #include "tools/pvzan/file_list.h"
 #include "tools/pvzan/file_queue.h"
 #include "tools/pvzan/message.h"
 #include "tools/pvzan/one_file.h"
 #include "tools/pvzan/output_file.h"
+#include "tools/pvzan/shown_text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -42,15 +42,6 @@ std::vector<std::string> split_names(const std::string& names) {
     return list;
 }
 
-bool is_known(const std::string& name) {
-    text_stream probe(resolve_charset(name), resolve_charset("utf-8"), {});
-    if (probe.open()) {
-        return true;
-    }
-    complain_unknown(name);
-    return false;
-}
-
 bool choose_charsets(const convert_options& options, text_conversion& conversion) {
     const std::vector<std::string> names = split_names(options.from);
     if (names.empty()) {
@@ -65,14 +56,19 @@ bool choose_charsets(const convert_options& options, text_conversion& conversion
     if (conversion.guess) {
         conversion.candidates = names.size() > 1 ? names : std::vector<std::string>();
     }
-    conversion.from = resolve_charset(conversion.guess ? "utf-8" : names.front());
-    conversion.to = resolve_charset(options.to);
+    if (!is_known(options.to)) {
+        return false;
+    }
+    conversion.from = charset_of(conversion.guess ? "utf-8" : names.front());
+    conversion.to = charset_of(options.to);
     conversion.options = options.text;
-    const char32_t substitute = options.text.substitute;
-    return is_known(options.to) &&
-           (substitute == 0 || can_write(conversion.to, substitute) ||
-            refuse(fmt::format("the substitute {} has no code in {}", character_text(substitute),
-                               conversion.to.shown)));
+    auto error = new_record<pvzan_error>();
+    text_feed probe(conversion.from, conversion.to, {}, options.text);
+    return probe.open(&error) ||
+           refuse(error.code == PVZAN_ERROR_OPTION
+                      ? fmt::format("the substitute {} has no code in {}",
+                                    character_text(options.text.substitute), conversion.to.shown)
+                      : error.text);
 }
 
 // ---- Where the output goes ---------------------------------------------------------------------

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <vector>
 
 namespace tool {
@@ -35,26 +36,24 @@ public:
     text_run(const input_file& file, const text_conversion& conversion,
              const std::function<bool(bytes_view)>& output, file_report& report)
         : file_(file), conversion_(conversion), report_(report), output_(output),
-          buffer_(input_bytes) {
-        result_.from = conversion.guess ? resolve_charset("utf-8") : conversion.from;
-        guessing_ = conversion.guess;
-    }
+          from_(conversion.from), buffer_(input_bytes) {}
 
     text_result run() {
-        report_.set_source(result_.from);
-        text_stream text(result_.from, conversion_.to, sinks(), conversion_.options);
-        text.open();
-        if (fill(mark_bytes()) && (!guessing_ || pass_ascii(text))) {
-            find_breaks();
+        report_.set_source(from_);
+        text_feed text(from_, conversion_.to, sinks(), conversion_.options);
+        if (!text.open()) {
+            throw std::bad_alloc(); // its names are known
+        }
+        if (read_more() && (!conversion_.guess || pass_ascii(text))) {
+            find_breaks(filled());
             if (conversion_.jobs > 1 && !ended_) {
                 run_parallel(text);
             }
             pump(text);
         }
         report_.flush();
-        result_.failed = result_.failed || text.failed();
+        result_.failed = text.failed();
         result_.facts.counts = text.counts();
-        result_.facts.had_mark = text.had_mark();
         return std::move(result_);
     }
 
@@ -75,145 +74,7 @@ private:
 
     [[nodiscard]] bytes_view filled() const { return bytes_view(buffer_).first(kept_); }
 
-    // Reads what there is, once; false on failure. Who waits for it has been told all.
-    bool read_more() {
-        report_.flush();
-        const ssize_t n = file_.read(std::span(buffer_).subspan(kept_));
-        if (n < 0) {
-            result_.end = text_end::unreadable;
-            result_.error = fmt::format("cannot read: {}", system_error_text(errno));
-            return false;
-        }
-        ended_ = n == 0;
-        kept_ += static_cast<std::size_t>(n);
-        result_.facts.bytes_in += static_cast<std::uint64_t>(n);
-        return true;
-    }
-
-    // What must be there to look for a byte-order mark.
-    [[nodiscard]] std::size_t mark_bytes() const {
-        constexpr std::size_t utf8_mark = 3;
-        const bool utf8 = result_.from.form == unicode_form::utf8 && !guessing_;
-        return utf8 ? utf8_mark : result_.from.unit_bytes();
-    }
-
-    bool fill(std::size_t least) {
-        while (!ended_ && kept_ < least) {
-            if (!read_more()) {
-                return false;
-            }
-        }
-        return true;
-    }
-
-    void drop(std::size_t used) {
-        kept_ -= used;
-        std::memmove(buffer_.data(), buffer_.data() + used, kept_);
-    }
-
-    // Text that is ASCII is the same in all charsets that are guessed, but for UTF-16 and UTF-32,
-    // whose ASCII has NUL bytes; where these are named, nothing is taken for ASCII. What comes then
-    // is looked at in a full buffer, so that the guess does not hang on how the input arrives.
-    bool pass_ascii(text_stream& text) {
-        const bool wide =
-            std::ranges::any_of(conversion_.candidates, [](const std::string& candidate) {
-                return resolve_charset(candidate).unit_bytes() > 1;
-            });
-        if (wide) {
-            return fill(buffer_.size()) && change_source(text);
-        }
-        for (;;) {
-            const std::size_t plain = plain_ascii(filled());
-            if (plain < kept_) {
-                // Before a NUL there may be UTF-16 that looks like ASCII: あ is "B0".
-                constexpr std::size_t looked_at = 8192;
-                const std::size_t sure =
-                    buffer_[plain] == 0 ? plain / looked_at * looked_at : plain;
-                if (sure > 0) {
-                    drop(text.feed(filled().first(sure)));
-                }
-                return fill(buffer_.size()) && change_source(text);
-            }
-            if (ended_) {
-                return true;
-            }
-            drop(text.feed(filled()));
-            if (result_.end != text_end::whole || !read_more()) {
-                return false;
-            }
-        }
-    }
-
-    bool change_source(text_stream& text) {
-        source_guess guess = guess_source(filled(), conversion_.candidates);
-        if (!guess.known) {
-            result_.end = guess.binary ? text_end::binary : text_end::unknown;
-            result_.error = guess.why;
-            return false;
-        }
-        result_.from = std::move(guess.charset);
-        report_.set_source(result_.from);
-        if (!text.change_source(result_.from)) {
-            result_.end = text_end::unknown;
-            result_.error = fmt::format("looks like {}, of which the charset directory has no "
-                                        "definition",
-                                        printable(result_.from.shown));
-            return false;
-        }
-        return true;
-    }
-
-    void find_breaks() {
-        charset_name charset = result_.from;
-        const std::size_t mark = find_mark(filled(), charset);
-        if (const bool units = kept_ >= mark + charset.unit_bytes(); units) {
-            result_.facts.breaks = kind_of_breaks(filled().subspan(mark), charset);
-        }
-    }
-
-    // Reads the file through the stream; what a piece leaves over goes before the next one.
-    void pump(text_stream& text) {
-        while (result_.end == text_end::whole) {
-            if (ended_) {
-                text.finish(filled());
-                return;
-            }
-            drop(text.feed(filled()));
-            if (kept_ == buffer_.size()) {
-                buffer_.resize(buffer_.size() * 2); // a sequence of marks without an end
-            }
-            if (result_.end == text_end::whole) {
-                read_more();
-            }
-        }
-    }
-
-    // The first lines go through the stream itself, and so does what the parts leave.
-    void run_parallel(text_stream& text) {
-        if (!fill(buffer_.size()) || ended_) {
-            return;
-        }
-        const std::size_t lines = behind_last_line_feed(filled(), result_.from);
-        if (lines == 0) {
-            return;
-        }
-        drop(text.feed(filled().first(lines)));
-        parallel_text parts({conversion_.to, conversion_.options, conversion_.jobs}, text,
-                            {[this](std::span<std::uint8_t> into) { return read_into(into); },
-                             [this](bytes_view bytes) { return write(bytes); }, &report_});
-        const std::vector<std::uint8_t> left =
-            parts.run({buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(kept_)});
-        buffer_.assign(left.begin(), left.end());
-        std::size_t used = 0;
-        while (result_.end == text_end::whole && buffer_.size() - used > input_bytes) {
-            used += text.feed(bytes_view(buffer_).subspan(used, input_bytes));
-        }
-        kept_ = buffer_.size();
-        drop(used);
-        buffer_.resize(std::max(kept_, input_bytes));
-    }
-
-    // For another buffer; 0 at the end and on failure.
+    // What there is, once; 0 at the end and on failure. Who waits for it has been told all.
     std::size_t read_into(std::span<std::uint8_t> into) {
         report_.flush();
         const ssize_t n = file_.read(into);
@@ -227,14 +88,137 @@ private:
         return static_cast<std::size_t>(n);
     }
 
+    // False on failure.
+    bool read_more() {
+        kept_ += read_into(std::span(buffer_).subspan(kept_));
+        return result_.end == text_end::whole;
+    }
+
+    bool fill() {
+        while (!ended_ && kept_ < buffer_.size()) {
+            if (!read_more()) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    void feed(text_feed& text, std::size_t size) {
+        text.feed(filled().first(size));
+        kept_ -= size;
+        std::memmove(buffer_.data(), buffer_.data() + size, kept_);
+    }
+
+    // Text that is ASCII is the same in all charsets that are guessed, but for UTF-16 and UTF-32,
+    // whose ASCII has NUL bytes; where these are named, nothing is taken for ASCII. What comes then
+    // is looked at in a full buffer, so that the guess does not hang on how the input arrives.
+    bool pass_ascii(text_feed& text) {
+        const bool wide =
+            std::ranges::any_of(conversion_.candidates, [](const std::string& candidate) {
+                return charset_of(candidate).unit > 1;
+            });
+        if (wide) {
+            return fill() && change_source(text);
+        }
+        for (;;) {
+            const std::size_t plain = plain_ascii(filled());
+            if (plain < kept_) {
+                // Before a NUL there may be UTF-16 that looks like ASCII: あ is "B0".
+                constexpr std::size_t looked_at = 8192;
+                if (buffer_[plain] == 0) {
+                    feed(text, plain / looked_at * looked_at);
+                } else {
+                    feed_ascii(text, plain);
+                }
+                return fill() && change_source(text);
+            }
+            if (ended_) {
+                return true;
+            }
+            feed_ascii(text, plain);
+            if (result_.end != text_end::whole || !read_more()) {
+                return false;
+            }
+        }
+    }
+
+    // All but a letter that a mark may follow, and a CR.
+    void feed_ascii(text_feed& text, std::size_t size) {
+        const bool line = size == 0 || buffer_[size - 1] == '\n';
+        const std::size_t fed = line ? size : size - 1;
+        find_breaks(filled().first(fed));
+        feed(text, fed);
+    }
+
+    bool change_source(text_feed& text) {
+        const source_guess guess = guess_source(filled(), conversion_.candidates);
+        if (!guess.known) {
+            result_.end = guess.binary ? text_end::binary : text_end::unknown;
+            result_.error = guess.why;
+            return false;
+        }
+        if (same_charset(guess.charset, from_)) {
+            return true;
+        }
+        from_ = guess.charset;
+        report_.set_source(from_);
+        if (!text.change_source(from_)) {
+            result_.end = text_end::unknown;
+            result_.error = fmt::format("looks like {}, of which the charset directory has no "
+                                        "definition",
+                                        printable(from_.shown));
+            return false;
+        }
+        return true;
+    }
+
+    void find_breaks(bytes_view text) {
+        if (result_.facts.breaks.empty()) {
+            result_.facts.breaks = kind_of_breaks(text, unit_of(from_, text));
+        }
+    }
+
+    void pump(text_feed& text) {
+        while (result_.end == text_end::whole) {
+            feed(text, kept_);
+            if (ended_) {
+                text.finish();
+                return;
+            }
+            if (result_.end == text_end::whole) {
+                read_more();
+            }
+        }
+    }
+
+    // The first lines go through the feed itself, and so does what the parts leave.
+    void run_parallel(text_feed& text) {
+        if (!fill() || ended_) {
+            return;
+        }
+        const std::size_t lines = behind_last_line_feed(filled(), unit_of(from_, filled()));
+        if (lines == 0) {
+            return;
+        }
+        feed(text, lines);
+        parallel_text parts(text, conversion_.jobs,
+                            {[this](std::span<std::uint8_t> into) { return read_into(into); },
+                             [this](bytes_view bytes) { return write(bytes); }, &report_});
+        const std::vector<std::uint8_t> left =
+            parts.run({buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(kept_)});
+        kept_ = 0;
+        text.feed(left);
+    }
+
     const input_file& file_;
     const text_conversion& conversion_;
     file_report& report_;
     const std::function<bool(bytes_view)>& output_;
+    pvzan_name from_;
     text_result result_;
     std::vector<std::uint8_t, uncleared<std::uint8_t>> buffer_;
-    std::size_t kept_ = 0;
-    bool ended_ = false, guessing_ = false;
+    std::size_t kept_ = 0; // in it
+    bool ended_ = false;
 };
 
 } // namespace

@@ -3,7 +3,7 @@
 
 #include "tools/pvzan/file_report.h"
 #include "tools/pvzan/input_file.h"
-#include "tools/pvzan/text_stream.h"
+#include "tools/pvzan/text_feed.h"
 
 #include <functional>
 #include <string>
@@ -14,7 +14,7 @@ namespace tool {
 struct text_conversion {
     bool guess = false;                  // the source; candidates may be named
     std::vector<std::string> candidates; // none: the usual ones
-    charset_name from, to;
+    pvzan_name from, to;
     text_options options;
     unsigned jobs = 1; // threads for one input
 };
@@ -31,7 +31,6 @@ struct text_result {
     text_end end = text_end::whole;
     bool failed = false; // the output is not what was asked for
     std::string error;
-    charset_name from;
     text_facts facts;
 };
 

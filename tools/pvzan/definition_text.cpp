@@ -1,5 +1,7 @@
 #include "tools/pvzan/definition_text.h"
 
+#include "tools/pvzan/charset.h"
+
 #include <algorithm>
 #include <fmt/core.h>
 #include <fstream>
@@ -66,14 +68,6 @@ std::string normalise(const std::string& text) {
 }
 
 } // namespace
-
-std::string fold_name(std::string_view name) {
-    std::string folded(name);
-    std::ranges::transform(folded, folded.begin(), [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    });
-    return folded;
-}
 
 std::string decode_units(std::string_view bytes, text_units units) {
     const std::size_t width =

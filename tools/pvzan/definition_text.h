@@ -40,6 +40,4 @@ std::optional<std::string> entity_reference(std::string_view text);
 // The file that an entity's declaration names.
 std::optional<std::string> entity_file(std::string_view document, const std::string& entity);
 
-std::string fold_name(std::string_view name);
-
 } // namespace tool

@@ -6,12 +6,9 @@
 #include "tools/pvzan/input_file.h"
 #include "tools/pvzan/message.h"
 
-#include "pvzan.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <memory>
 
 namespace tool {
 
@@ -19,12 +16,6 @@ namespace {
 
 // More than detection looks at.
 constexpr std::size_t examined_bytes = 16384;
-
-bool is_known_charset(const std::string& name) {
-    const auto session = std::make_unique<pvzan_session>();
-    return cconvInitConvert(session.get(), nullptr, resolve_charset(name).library.c_str()) ==
-           PVZAN_DONE;
-}
 
 // The start of a file; false on failure, with errno set.
 bool read_start(const std::string& name, std::vector<std::uint8_t>& text) {
@@ -68,8 +59,9 @@ std::string plain_line(const std::string& name, std::size_t width, const charset
     if (!guess.known) {
         return line + (guess.binary ? "binary\n" : "unknown\n");
     }
-    line += fmt::format("{:<18}{:<7}{}", guess.charset.shown + (guess.mark ? ", BOM" : ""),
-                        guess.breaks, guess.sure ? "sure" : "unsure");
+    line +=
+        fmt::format("{:<18}{:<7}{}", std::string(guess.charset.shown) + (guess.mark ? ", BOM" : ""),
+                    guess.breaks, guess.sure ? "sure" : "unsure");
     if (!guess.reason.empty()) {
         line += fmt::format("{}({})", guess.sure ? "     " : "   ", guess.reason);
     }
@@ -100,8 +92,7 @@ int detect_files(const detect_options& options) {
         files.emplace_back("-");
     }
     for (const std::string& name : options.candidates) {
-        if (!is_known_charset(name)) {
-            complain_unknown(name);
+        if (!is_known(name)) {
             return exit_no_work;
         }
     }

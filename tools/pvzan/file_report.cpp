@@ -1,13 +1,10 @@
 #include "tools/pvzan/file_report.h"
 
-#include "tools/pvzan/error_policy.h"
 #include "tools/pvzan/input_file.h"
 #include "tools/pvzan/message.h"
-
-#include "pvzan.h"
+#include "tools/pvzan/shown_text.h"
 
 #include <algorithm>
-#include <memory>
 #include <unistd.h>
 #include <utility>
 
@@ -16,10 +13,6 @@ namespace tool {
 namespace {
 
 constexpr std::uint64_t most_messages = 20; // for each file
-
-std::string code_point(char32_t scalar) {
-    return fmt::format("U+{:04X}", static_cast<std::uint32_t>(scalar));
-}
 
 std::string counted(std::uint64_t number, std::string_view one, std::string_view many) {
     return fmt::format("{} {}", grouped(number), number == 1 ? one : many);
@@ -46,38 +39,25 @@ std::string json_counts(const std::map<char32_t, std::uint64_t>& counts) {
     return text + "}";
 }
 
-// What calls itself Shift_JIS is often code page 932, which has ① and others besides. The character
-// that the two bytes are there; 0 for none.
-char32_t in_windows_31j(std::uint8_t lead, std::uint8_t trail) {
-    const auto session = std::make_unique<pvzan_session>();
-    pvzan_target_options big_endian{};
-    big_endian.dstBigEndian = 1;
-    const std::array<std::uint8_t, 2> code = {lead, trail};
-    std::array<std::uint8_t, 16> scalar{};
-    session->inBuf = code.data();
-    session->inLen = code.size();
-    session->outBuf = scalar.data();
-    session->outLen = scalar.size();
-    const bool one =
-        cconvInitConvert(session.get(), &big_endian, "iso-10646-ucs-4") == PVZAN_DONE &&
-        cconvChgCharset(session.get(), nullptr, "windows31j") == PVZAN_DONE &&
-        cconvConvert(session.get()) == PVZAN_DONE && session->outPos == 4;
-    return one ? char32_t{scalar[2]} << 8 | scalar[3] : 0;
-}
-
-std::string windows_31j_hint(const charset_name& from, const charset_name& to, const problem& p) {
-    if (p.kind == problem_kind::invalid && from.library == "shift_jis" && p.bytes.size() == 1 &&
-        p.follower >= 0) {
-        const auto trail = static_cast<std::uint8_t>(p.follower);
-        const char32_t scalar = in_windows_31j(p.bytes[0], trail);
-        return scalar == 0 ? std::string()
-                           : fmt::format("    hint: {:02x} {:02x} is {} in Windows-31J; -f "
-                                         "windows-31j reads it",
-                                         p.bytes[0], trail, character_text(scalar));
+// What calls itself Shift_JIS is often code page 932, which has ① and others besides: the library
+// names such a relative.
+std::string relative_hint(const pvzan_fault& fault) {
+    const pvzan_name relative = charset_of(fault.relative);
+    const std::string option = fold_name(relative.shown);
+    if (fault.kind == PVZAN_FAULT_MISSING) {
+        return fmt::format("    hint: {} has it; -t {} writes it", relative.shown, option);
     }
-    const bool lacks = p.kind == problem_kind::unrepresentable && to.library == "shift_jis";
-    return lacks && p.mark == 0 && can_write(resolve_charset("windows-31j"), p.scalar)
-               ? "    hint: Windows-31J has it; -t windows-31j writes it"
+    std::vector<std::uint8_t> code(fault.bytes, fault.bytes + fault.blamed);
+    if (fault.follower >= 0 && fault.blamed < 2) {
+        code.push_back(static_cast<std::uint8_t>(fault.follower));
+    }
+    std::u32string character;
+    bool sound = true;
+    read_characters(code, relative, PVZAN_ORDER_BY_NAME, PVZAN_LAST, character,
+                    [&](const pvzan_fault&) { return sound = false; });
+    return sound && character.size() == 1
+               ? fmt::format("    hint: {} is {} in {}; -f {} reads it", hex_bytes(code),
+                             character_text(character[0]), relative.shown, option)
                : std::string();
 }
 
@@ -87,26 +67,17 @@ void append(std::string& list, const std::string& item) {
 
 } // namespace
 
-std::string character_text(char32_t scalar) {
-    std::string text = code_point(scalar);
-    if (is_visible(scalar)) {
-        text += " " + utf8_of(scalar);
-    }
-    const std::string_view name = look_alike_name(scalar);
-    return name.empty() ? text : fmt::format("{} {}", text, name);
-}
-
-file_report::file_report(std::string file, charset_name to, const text_options& options,
+file_report::file_report(std::string file, const pvzan_name& to, const text_options& options,
                          bool checking, line_sink sink)
-    : file_(std::move(file)), to_(std::move(to)), options_(options), checking_(checking),
+    : file_(std::move(file)), from_(to), to_(to), options_(options), checking_(checking),
       colored_(wants_color(checking ? STDOUT_FILENO : STDERR_FILENO)),
       excerpts_(wants_excerpts(checking ? STDOUT_FILENO : STDERR_FILENO)), sink_(std::move(sink)) {
     json_file_ = json_string(file_);
     json_to_ = json_string(to_.shown);
 }
 
-void file_report::set_source(charset_name from) {
-    from_ = std::move(from);
+void file_report::set_source(const pvzan_name& from) {
+    from_ = from;
     json_from_ = json_string(from_.shown);
 }
 
@@ -132,72 +103,46 @@ std::uint64_t file_report::problems() const {
 
 // ---- One problem -------------------------------------------------------------------------------
 
-std::string file_report::why_invalid(const problem& p) const {
-    const std::string all = hex_bytes(p.bytes);
-    const bytes_view but_last = p.bytes.first(p.bytes.empty() ? 0 : p.bytes.size() - 1);
-    switch (p.why) {
-    case fault::cannot_follow:
-        return but_last.empty() ? fmt::format("{} stands alone", all)
-                                : fmt::format("{} cannot be followed by {:02x}",
-                                              hex_bytes(but_last), p.bytes.back());
-    case fault::broken_off:
-        return p.follower < 0 ? fmt::format("{} is broken off", all)
-                              : fmt::format("{} cannot be followed by {:02x}", all, p.follower);
-    case fault::no_character: return fmt::format("{} has no character", all);
-    case fault::half_pair: return fmt::format("{} is half of a surrogate pair", all);
-    case fault::escape: return fmt::format("{} is no known escape sequence", all);
-    case fault::begins_nothing:
-    case fault::open_set:
-    case fault::none: break;
-    }
-    return fmt::format("{} is not a lead byte", all);
-}
-
 std::string file_report::describe(const problem& p) const {
-    const std::string from = printable(from_.shown), to = printable(to_.shown);
-    std::string who = character_text(p.scalar);
-    if (p.mark != 0) {
-        who = fmt::format("{} {}", code_point(p.scalar), code_point(p.mark));
+    const pvzan_fault& fault = p.fault;
+    const problem_kind kind = kind_of(fault);
+    if (kind == problem_kind::invalid || kind == problem_kind::incomplete) {
+        return fmt::format("{}, at byte {}", printable(fault.why), fault.offset);
     }
-    const std::string place = fmt::format(", ({}) at byte {}", hex_bytes(p.bytes), p.place.offset);
-    switch (p.kind) {
-    case problem_kind::invalid:
-        return fmt::format("invalid {}: {}, at byte {}", from, why_invalid(p), p.place.offset);
-    case problem_kind::incomplete:
-        if (p.why == fault::open_set) {
-            return fmt::format("the text ends without the way back to ASCII that {} asks for, at "
-                               "byte {}",
-                               from, p.place.offset);
-        }
-        return fmt::format("invalid {}: {} at the end of the text, at byte {}", from,
-                           hex_bytes(p.bytes), p.place.offset);
-    case problem_kind::unrepresentable:
-        return fmt::format("{} has no code in {}{}", who, to, place);
-    case problem_kind::one_way: break;
-    }
+    const std::string who =
+        fault.scalars_count > 1
+            ? fmt::format("{} {}", code_point(fault.scalars[0]), code_point(fault.scalars[1]))
+            : character_text(fault.scalars[0]);
     const std::string again =
-        p.again != 0 ? character_text(p.again) : fmt::format("({})", hex_bytes(p.comes_back));
-    return fmt::format("{} would come back from {} as {}{}", who, to, again, place);
+        fault.back_bytes_count > 0
+            ? fmt::format("({})",
+                          hex_bytes(bytes_view(fault.back_bytes).first(fault.back_bytes_count)))
+            : character_text(fault.back[0]);
+    const std::string to = printable(to_.shown);
+    return fmt::format("{} {}, ({}) at byte {}", who,
+                       kind == problem_kind::one_way
+                           ? fmt::format("would come back from {} as {}", to, again)
+                           : fmt::format("has no code in {}", to),
+                       hex_bytes(p.blamed()), fault.offset);
 }
 
 // Once for each file.
 void file_report::tell_hint(const problem& p) {
-    if (hinted_ || options_.similar || p.mark != 0) {
+    const pvzan_fault& fault = p.fault;
+    if (hinted_ || options_.similar || fault.scalars_count > 1) {
         return;
     }
-    if (const std::string hint = windows_31j_hint(from_, to_, p); !hint.empty()) {
+    std::string hint = *fault.relative != '\0' ? relative_hint(fault) : std::string();
+    if (hint.empty() && fault.kind == PVZAN_FAULT_OTHER_BACK && fault.back_bytes_count == 0 &&
+        fault.back[0] >= 0x80) {
+        hint = "    hint: --similar takes the two as equal";
+    } else if (hint.empty() && fault.look_alike != 0) {
+        hint = fmt::format("    hint: its usual stand-in there is {}; --similar uses it",
+                           code_point(fault.look_alike));
+    }
+    if (!hint.empty()) {
         hinted_ = true;
         emit(hint);
-        return;
-    }
-    const char32_t like = stand_in(p.scalar);
-    if (p.kind == problem_kind::one_way && p.again >= 0x80) {
-        hinted_ = true;
-        emit("    hint: --similar takes the two as equal");
-    } else if (like != 0 && can_write(to_, like)) {
-        hinted_ = true;
-        emit(fmt::format("    hint: its usual stand-in there is {}; --similar uses it",
-                         code_point(like)));
     }
 }
 
@@ -207,10 +152,10 @@ void file_report::tell(const problem& p) {
     };
     emit(fmt::format(
         "{} {} {}",
-        paint("1", fmt::format("{}:{}:{}:", shown_name(file_), p.place.line, p.place.column)),
+        paint("1", fmt::format("{}:{}:{}:", shown_name(file_), p.fault.line, p.fault.column)),
         is_fatal() ? paint("1;31", "error:") : paint("1;33", "warning:"), describe(p)));
-    if (excerpts_ && excerpt_line_ != p.place.line) {
-        excerpt_line_ = p.place.line;
+    if (excerpts_ && excerpt_line_ != p.fault.line) {
+        excerpt_line_ = p.fault.line;
         emit(fmt::format("    {}{}", p.before, p.after));
         emit(fmt::format("    {:{}}{}", "", p.columns, paint("1;32", "^")));
     }
@@ -219,20 +164,22 @@ void file_report::tell(const problem& p) {
 
 void file_report::tell_json(const problem& p) {
     constexpr std::array kinds = {"invalid", "unrepresentable", "incomplete", "not_round_trip"};
+    const pvzan_fault& fault = p.fault;
+    const problem_kind kind = kind_of(fault);
     std::string line = fmt::format(
         "{{\"file\":{},\"line\":{},\"column\":{},\"byte\":{},\"kind\":\"{}\"", json_file_,
-        p.place.line, p.place.column, p.place.offset, kinds[static_cast<std::size_t>(p.kind)]);
-    const bool character =
-        p.kind == problem_kind::unrepresentable || p.kind == problem_kind::one_way;
+        fault.line, fault.column, fault.offset, kinds[static_cast<std::size_t>(kind)]);
+    const bool one_way = kind == problem_kind::one_way;
+    const bool character = kind == problem_kind::unrepresentable || one_way;
     if (character) {
-        line += fmt::format(",\"char\":\"{}{}\"", code_point(p.scalar),
-                            p.mark != 0 ? " " + code_point(p.mark) : "");
+        line += fmt::format(",\"char\":\"{}{}\"", code_point(fault.scalars[0]),
+                            fault.scalars_count > 1 ? " " + code_point(fault.scalars[1]) : "");
     }
-    line += fmt::format(",\"bytes\":\"{}\"", hex_bytes(p.bytes, ""));
-    if (p.again != 0) {
-        line += fmt::format(",\"again\":\"{}\"", code_point(p.again));
-    } else if (p.kind == problem_kind::one_way) {
-        line += fmt::format(",\"again\":\"{}\"", hex_bytes(p.comes_back, ""));
+    line += fmt::format(",\"bytes\":\"{}\"", hex_bytes(p.blamed(), ""));
+    if (one_way) {
+        const bytes_view back = bytes_view(fault.back_bytes).first(fault.back_bytes_count);
+        line += fmt::format(",\"again\":\"{}\"",
+                            back.empty() ? code_point(fault.back[0]) : hex_bytes(back, ""));
     }
     line += character ? fmt::format(",\"to\":{}}}", json_to_)
                       : fmt::format(",\"from\":{}}}", json_from_);
@@ -240,12 +187,7 @@ void file_report::tell_json(const problem& p) {
 }
 
 void file_report::add(const problem& p) {
-    ++of_kind_[static_cast<std::size_t>(p.kind)];
-    if (p.kind == problem_kind::unrepresentable) {
-        ++lacking_[p.scalar];
-    } else if (p.kind == problem_kind::one_way) {
-        ++one_way_[p.scalar];
-    }
+    count(kind_of(p.fault), p.fault.scalars[0], 1);
     const message_style& style = current_style();
     if (style.json) {
         tell_json(p);
@@ -259,7 +201,7 @@ void file_report::add(const problem& p) {
     }
 }
 
-void file_report::add_untold(problem_kind kind, char32_t scalar, std::uint64_t count) {
+void file_report::count(problem_kind kind, char32_t scalar, std::uint64_t count) {
     of_kind_[static_cast<std::size_t>(kind)] += count;
     if (kind == problem_kind::unrepresentable) {
         lacking_[scalar] += count;

@@ -1,7 +1,7 @@
 // What is told about the conversion of one file.
 #pragma once
 
-#include "tools/pvzan/text_stream.h"
+#include "tools/pvzan/text_feed.h"
 
 #include <array>
 #include <functional>
@@ -14,8 +14,7 @@ namespace tool {
 struct text_facts {
     std::uint64_t bytes_in = 0, bytes_out = 0;
     text_counts counts;
-    std::string breaks;    // of the source: "LF", "CRLF", "CR", "mixed line breaks"; or empty
-    bool had_mark = false; // a byte-order mark
+    std::string breaks; // of the source: "LF", "CRLF", "CR", "mixed line breaks"; or empty
 };
 
 class file_report {
@@ -23,14 +22,14 @@ public:
     using line_sink = std::function<void(std::string_view)>; // whole lines
 
     // checking: the words are those of a check, not of a conversion.
-    file_report(std::string file, charset_name to, const text_options& options, bool checking,
+    file_report(std::string file, const pvzan_name& to, const text_options& options, bool checking,
                 line_sink sink);
 
-    void set_source(charset_name from);
+    void set_source(const pvzan_name& from);
     void add(const problem& p);
     void add_look_alike(char32_t scalar);
-    // Problems that are counted only.
-    void add_untold(problem_kind kind, char32_t scalar, std::uint64_t count);
+    // Of problems that are not told.
+    void count(problem_kind kind, char32_t scalar, std::uint64_t count);
 
     // failed: nothing came of it, as the lost words tell.
     void flush(); // what is kept back, since a call for each line takes long
@@ -45,7 +44,6 @@ private:
     void tell_totals(const text_facts& facts, bool failed, std::string_view lost);
     void tell_summary_json(const text_facts& facts, bool failed);
     [[nodiscard]] std::string describe(const problem& p) const;
-    [[nodiscard]] std::string why_invalid(const problem& p) const;
     [[nodiscard]] std::string totals() const;
     [[nodiscard]] std::string check_totals(const text_facts& facts) const;
     [[nodiscard]] std::string changes(const text_facts& facts) const;
@@ -55,7 +53,7 @@ private:
     void emit(std::string_view line);
 
     std::string file_;
-    charset_name from_, to_;
+    pvzan_name from_, to_;
     std::string json_file_, json_from_, json_to_; // as JSON quotes them
     text_options options_;
     bool checking_;
@@ -67,8 +65,5 @@ private:
     std::uint64_t shown_ = 0, excerpt_line_ = 0;
     bool hinted_ = false;
 };
-
-// A character as people know it: "U+301C 〜 WAVE DASH".
-std::string character_text(char32_t scalar);
 
 } // namespace tool

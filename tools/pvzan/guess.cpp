@@ -2,13 +2,11 @@
 
 #include "tools/pvzan/guess_tables.h"
 #include "tools/pvzan/message.h"
-
-#include "pvzan.h"
+#include "tools/pvzan/shown_text.h"
 
 #include <algorithm>
 #include <array>
 #include <limits>
-#include <memory>
 #include <optional>
 
 namespace tool {
@@ -101,7 +99,7 @@ std::uint64_t cost_of(std::u32string_view text) {
 // ---- Reading -----------------------------------------------------------------------------------
 
 struct reading {
-    charset_name charset;
+    pvzan_name charset;
     std::u32string text;
     std::size_t faults = 0;
     std::size_t fault_at = 0, fault_bytes = 0; // the first
@@ -109,75 +107,18 @@ struct reading {
     double bits = 0;
 };
 
-void note_fault(reading& r, std::size_t at, std::size_t bytes) {
-    if (r.faults++ == 0) {
-        r.fault_at = at;
-        r.fault_bytes = bytes;
-    }
-    r.possible = r.faults < most_faults;
+bool is_jis_x0213(const pvzan_name& charset) {
+    return is_charset(charset, {"shift_jis-2004", "euc-jis-2004", "iso-2022-jp-2004"});
 }
 
-void read_unicode(reading& r, bytes_view bytes, bool whole) {
-    for (std::size_t at = 0; at < bytes.size() && r.possible;) {
-        const unicode_sequence next = read_sequence(bytes.subspan(at), r.charset);
-        if (next.kind == unicode_sequence::whole) {
-            r.text += next.scalar;
-        } else if (next.kind == unicode_sequence::ill_formed || whole) {
-            note_fault(r, at, next.bytes);
-        }
-        at += next.kind == unicode_sequence::cut ? bytes.size()
-                                                 : std::max<std::size_t>(next.bytes, 1);
-    }
+bool is_japanese(const pvzan_name& charset) {
+    return is_jis_x0213(charset) ||
+           is_charset(charset, {"shift_jis", "windows31j", "euc-jp", "euc-jp-fix", "iso-2022-jp",
+                                "oasys-win", "oasys-online"});
 }
 
-void read_code(reading& r, bytes_view bytes, bool whole) {
-    const auto session = std::make_unique<pvzan_session>();
-    pvzan_target_options target{};
-    target.dstBigEndian = 1;
-    pvzan_source_options source{};
-    source.srcBigEndian = 1;
-    if (cconvInitConvert(session.get(), &target, "iso-10646-ucs-4") != PVZAN_DONE ||
-        cconvChgCharset(session.get(), &source, r.charset.library.c_str()) != PVZAN_DONE) {
-        r.possible = false;
-        return;
-    }
-    std::array<std::uint8_t, 4096> out;
-    session->inBuf = bytes.data();
-    session->inLen = static_cast<std::int32_t>(bytes.size());
-    session->outBuf = out.data();
-    session->outLen = out.size();
-    for (bool done = false; !done && r.possible;) {
-        const std::int32_t before = session->inPos;
-        const std::uint32_t status = cconvConvert(session.get());
-        for (std::int32_t i = 0; i + 3 < session->outPos; i += 4) {
-            const auto* unit = &out[static_cast<std::size_t>(i)];
-            char32_t scalar = 0;
-            for (std::size_t b = 0; b < 4; ++b) {
-                scalar = scalar << 8 | unit[b];
-            }
-            r.text += scalar;
-        }
-        session->outPos = 0;
-        const auto at = static_cast<std::size_t>(session->inPos);
-        switch (status) {
-        case PVZAN_OUTPUT_FULL: break;
-        case PVZAN_INVALID_INPUT:
-            session->inPos += session->inPos == before ? 1 : 0;
-            note_fault(r, at > 0 ? at - 1 : 0, 1);
-            break;
-        case PVZAN_UNREPRESENTABLE: { // a code without a character
-            const std::size_t length = session->srcCode > 0xFF ? 2 : 1;
-            note_fault(r, at >= length ? at - length : 0, length);
-            break;
-        }
-        case PVZAN_INPUT_INCOMPLETE:
-            if (whole) {
-                note_fault(r, at, bytes.size() - at);
-            }
-            [[fallthrough]];
-        default: done = true;
-        }
-    }
+bool is_latin(const pvzan_name& charset) {
+    return is_charset(charset, {"iso-8859-1"});
 }
 
 // Japanese charsets read nine characters in either of two ways, which tells nothing.
@@ -190,18 +131,24 @@ void settle_look_alikes(std::u32string& text) {
     }
 }
 
-reading read_as(charset_name charset, bytes_view bytes, bool whole) {
+reading read_as(const pvzan_name& charset, bytes_view bytes, bool whole) {
     reading r;
-    r.charset = std::move(charset);
-    if (r.charset.is_unicode()) {
-        read_unicode(r, bytes, whole);
-    } else {
-        read_code(r, bytes, whole);
-    }
-    if (r.charset.is_japanese()) {
+    r.charset = charset;
+    const auto note_fault = [&r](const pvzan_fault& fault) {
+        if (fault.kind != PVZAN_FAULT_LEFT_OPEN && r.faults++ == 0) {
+            r.fault_at = static_cast<std::size_t>(fault.offset);
+            r.fault_bytes = fault.length;
+        }
+        r.possible = r.faults < most_faults;
+        return r.possible;
+    };
+    const bool read = read_characters(bytes, charset, PVZAN_ORDER_BY_NAME,
+                                      whole ? PVZAN_LAST : PVZAN_PART, r.text, note_fault);
+    r.possible = r.possible && read;
+    if (is_japanese(charset)) {
         settle_look_alikes(r.text);
     }
-    if (r.charset.library == "iso-8859-1") {
+    if (is_latin(r.charset)) {
         // Windows code page 1252 has quotation marks and dashes there.
         constexpr char32_t mark = 0x2019;
         std::ranges::replace_if(
@@ -215,17 +162,14 @@ reading read_as(charset_name charset, bytes_view bytes, bool whole) {
 // ---- Candidates --------------------------------------------------------------------------------
 
 // Bits against charsets that are seldom met.
-double prior_bits(const charset_name& charset) {
-    if (charset.is_jis_x0213()) {
+double prior_bits(const pvzan_name& charset) {
+    if (is_jis_x0213(charset)) {
         return 8;
     }
-    if (charset.form == unicode_form::utf8) {
-        return -10;
-    }
-    return charset.library == "iso-8859-1" ? 2 : 0;
+    return charset.kind == PVZAN_KIND_UTF_8 ? -10 : is_latin(charset) ? 2 : 0;
 }
 
-std::vector<charset_name> candidates_of(bytes_view text, const std::vector<std::string>& names) {
+std::vector<pvzan_name> candidates_of(bytes_view text, const std::vector<std::string>& names) {
     static const std::vector<std::string> usual = {
         "utf-8",          "iso-2022-jp",  "windows-31j",      "euc-jp",
         "shift_jis-2004", "euc-jis-2004", "iso-2022-jp-2004", "iso-8859-1"};
@@ -237,17 +181,18 @@ std::vector<charset_name> candidates_of(bytes_view text, const std::vector<std::
             all.insert(all.end(), wide.begin(), wide.end());
         }
     }
-    std::vector<charset_name> found;
+    std::vector<pvzan_name> found;
     for (const std::string& name : all) {
-        charset_name charset = resolve_charset(name);
-        const std::string base = charset.form == unicode_form::ucs4   ? "utf-32"
-                                 : charset.form == unicode_form::ucs2 ? "ucs-2"
-                                                                      : "utf-16";
-        if (charset.marked) { // of either byte order
-            found.push_back(resolve_charset(base + "le"));
-            charset = resolve_charset(base + "be");
+        const pvzan_name charset = charset_of(name);
+        const std::string base = charset.kind == PVZAN_KIND_UCS_4   ? "utf-32"
+                                 : charset.kind == PVZAN_KIND_UCS_2 ? "ucs-2"
+                                                                    : "utf-16";
+        if (charset.mark == 1) { // of either byte order
+            found.push_back(charset_of(base + "le"));
+            found.push_back(charset_of(base + "be"));
+        } else {
+            found.push_back(charset);
         }
-        found.push_back(std::move(charset));
     }
     return found;
 }
@@ -297,10 +242,10 @@ std::string needed_character(const reading& winner, bytes_view text, bool whole)
          {"euc-jis-2004", "euc-jp"},
          {"iso-2022-jp-2004", "iso-2022-jp"}}};
     for (const auto& [name, relative] : relatives) {
-        if (winner.charset.library != name) {
+        if (!is_charset(winner.charset, {name})) {
             continue;
         }
-        const reading other = read_as(resolve_charset(relative), text, whole);
+        const reading other = read_as(charset_of(relative), text, whole);
         if (other.faults == 0 || other.fault_at >= text.size()) {
             return {};
         }
@@ -346,7 +291,7 @@ void decide(charset_guess& guess, std::vector<reading>& readings, bytes_view tex
     guess.known = best.possible && best.faults * characters_for_a_fault <= best.text.size();
     // Everything fits ISO-8859-1, but not everything is writing.
     constexpr double most_bits = 15;
-    if (best.charset.library == "iso-8859-1" &&
+    if (is_latin(best.charset) &&
         best.bits > most_bits * static_cast<double>(best.text.size() + 4)) {
         guess.known = false;
     }
@@ -371,7 +316,7 @@ void decide(charset_guess& guess, std::vector<reading>& readings, bytes_view tex
     }
     std::erase_if(guess.candidates, [](const guess_candidate& c) { return c.score < 0.005; });
     const bool close = rival != nullptr && rival->bits - best.bits < sure_bits;
-    guess.sure = guess.known && !close && best.charset.library != "iso-8859-1";
+    guess.sure = guess.known && !close && !is_latin(best.charset);
     if (close) {
         guess.reason =
             fmt::format("{} fits too{}", rival->charset.shown,
@@ -384,7 +329,7 @@ void decide(charset_guess& guess, std::vector<reading>& readings, bytes_view tex
             hex_bytes(text.subspan(std::min(best.fault_at, text.size()))
                           .first(std::min(best.fault_bytes, text.size() - best.fault_at))),
             best.fault_at);
-    } else if (guess.known && best.charset.library == "iso-8859-1") {
+    } else if (guess.known && is_latin(best.charset)) {
         guess.reason = "or a relative of it";
     } else if (guess.known) {
         guess.reason = needed_character(best, text, whole);
@@ -396,7 +341,7 @@ void decide(charset_guess& guess, std::vector<reading>& readings, bytes_view tex
 bool has_many_controls(const reading& r, bytes_view text) {
     constexpr std::size_t characters_for_a_control = 20;
     std::u32string_view judged = r.text;
-    if (r.charset.unit_bytes() == 1) {
+    if (r.charset.unit == 1) {
         judged.remove_prefix(std::min(plain_ascii(text), judged.size()));
     }
     const auto controls = std::ranges::count_if(judged, [](char32_t c) {
@@ -425,15 +370,14 @@ charset_guess guess_charset(bytes_view text, bool whole, const std::vector<std::
         text = text.first(examined_bytes);
         whole = false;
     }
-    std::vector<charset_name> candidates = candidates_of(text, names);
-    const auto allowed = [&](const charset_name& charset) {
-        return names.empty() || std::ranges::any_of(candidates, [&](const charset_name& c) {
-                   return c.library == charset.library && c.big_endian == charset.big_endian;
+    const std::vector<pvzan_name> candidates = candidates_of(text, names);
+    const auto allowed = [&](const pvzan_name& charset) {
+        return names.empty() || std::ranges::any_of(candidates, [&](const pvzan_name& c) {
+                   return same_charset(c, charset);
                });
     };
-    if (const auto mark = find_mark_of(text); mark && allowed(resolve_charset(mark->charset))) {
-        reading r =
-            read_as(resolve_charset(mark->charset), text.subspan(mark->bytes.size()), whole);
+    if (const auto mark = find_mark_of(text); mark && allowed(charset_of(mark->charset))) {
+        reading r = read_as(charset_of(mark->charset), text.subspan(mark->bytes.size()), whole);
         if (r.faults * 20 <= r.text.size()) {
             guess.known = guess.sure = guess.mark = true;
             guess.charset = r.charset;
@@ -442,8 +386,8 @@ charset_guess guess_charset(bytes_view text, bool whole, const std::vector<std::
             return guess;
         }
     }
-    const bool wide = std::ranges::any_of(
-        candidates, [](const charset_name& charset) { return charset.unit_bytes() > 1; });
+    const bool wide =
+        std::ranges::any_of(candidates, [](const pvzan_name& charset) { return charset.unit > 1; });
     if (!wide && !candidates.empty() && plain_ascii(text) == text.size()) {
         guess.known = guess.sure = true;
         guess.charset = candidates.front();
@@ -452,8 +396,8 @@ charset_guess guess_charset(bytes_view text, bool whole, const std::vector<std::
         return guess;
     }
     std::vector<reading> readings;
-    for (charset_name& candidate : candidates) {
-        readings.push_back(read_as(std::move(candidate), text, whole));
+    for (const pvzan_name& candidate : candidates) {
+        readings.push_back(read_as(candidate, text, whole));
         readings.back().bits += prior_bits(readings.back().charset);
     }
     decide(guess, readings, text, whole);

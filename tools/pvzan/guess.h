@@ -2,8 +2,7 @@
 // piece of writing wins.
 #pragma once
 
-#include "tools/pvzan/text_place.h"
-#include "tools/pvzan/unicode_text.h"
+#include "tools/pvzan/charset.h"
 
 #include <string>
 #include <vector>
@@ -11,7 +10,7 @@
 namespace tool {
 
 struct guess_candidate {
-    charset_name charset;
+    pvzan_name charset;
     double score = 0; // all scores together are 1; candidates that read the same share theirs
 };
 
@@ -20,7 +19,7 @@ struct charset_guess {
     bool sure = false;                       // and no other comes near it
     bool binary = false;                     // no text at all
     bool mark = false;                       // a byte-order mark was found
-    charset_name charset;                    // when known
+    pvzan_name charset;                      // when known
     const char* breaks = "-";                // "LF", "CRLF", "CR", "mixed"; "-": none
     std::vector<guess_candidate> candidates; // best first; only those with a score worth telling
     std::string reason; // "needs 87 40 ①, not in Shift_JIS", "EUC-JP fits too"; or empty

@@ -1,8 +1,7 @@
 #include "tools/pvzan/list_charsets.h"
 
+#include "tools/pvzan/charset.h"
 #include "tools/pvzan/charset_directory.h"
-#include "tools/pvzan/charset_name.h"
-#include "tools/pvzan/check_directory.h"
 #include "tools/pvzan/definition_text.h"
 #include "tools/pvzan/exit_status.h"
 #include "tools/pvzan/message.h"
@@ -14,7 +13,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <memory>
+#include <set>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -112,14 +113,12 @@ std::uint32_t charset_number(const std::string& name) {
 
 // ---- The list ----------------------------------------------------------------------------------
 
-struct listed_charset {
-    charset_entry charset;
-    std::uint32_t number;
+struct definition {
     std::string file;
+    charset_entry charset;
 };
 
-std::vector<listed_charset> all_charsets() {
-    const fs::path directory = ZAN_getCharsetPath();
+std::vector<std::string> definition_files(const fs::path& directory) {
     std::vector<std::string> files;
     std::error_code error;
     for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
@@ -129,21 +128,19 @@ std::vector<listed_charset> all_charsets() {
         }
     }
     std::ranges::sort(files);
-    std::vector<listed_charset> list;
-    for (const std::string& file : files) {
+    return files;
+}
+
+// By the charset's name; the first file settles it.
+std::map<std::string, definition> all_definitions() {
+    std::map<std::string, definition> found;
+    const fs::path directory = charset_directory_path();
+    for (const std::string& file : definition_files(directory)) {
         charset_entry charset = read_charset(directory, file);
-        const std::uint32_t number = charset_number(charset.name);
-        const bool listed = std::ranges::any_of(
-            list, [&](const listed_charset& row) { return row.charset.name == charset.name; });
-        // The library refuses the definition, or an earlier one has settled the charset.
-        if (number != 0 && !listed) {
-            list.push_back({std::move(charset), number, file});
-        }
+        const std::string name = charset.name;
+        found.try_emplace(name, definition{file, std::move(charset)});
     }
-    std::ranges::stable_sort(list, {}, [](const listed_charset& row) {
-        return charset_rank(row.charset.name); // those of one's own last
-    });
-    return list;
+    return found;
 }
 
 std::string joined(const std::vector<std::string>& items, std::string_view between) {
@@ -154,29 +151,36 @@ std::string joined(const std::vector<std::string>& items, std::string_view betwe
     return text;
 }
 
-std::vector<std::string> aliases_of(const listed_charset& row) {
-    const auto names = other_names(row.charset.name);
-    return {names.begin(), names.end()};
-}
-
-// The name that people know, and all others that are not spelled alike.
-std::vector<std::string> human_names(const listed_charset& row) {
-    std::vector<std::string> names = {resolve_charset(row.charset.name).shown};
-    for (const std::string& name : aliases_of(row)) {
-        if (!same_name(name, names.front())) {
-            names.push_back(name);
+// The name that people know first, and no other that is spelled alike.
+std::vector<std::string> names_of(const pvzan_name& charset) {
+    std::vector<std::string> names = {charset.shown};
+    std::set<std::string> known = {fold_name(charset.shown)};
+    std::array<char, 64> name{};
+    for (std::size_t i = 0; pvzan_each_name(charset.charset, i, name.data(), name.size()) == 1;
+         ++i) {
+        if (known.insert(fold_name(name.data())).second) {
+            names.emplace_back(name.data());
         }
     }
     return names;
 }
 
-// Words behind a heading, in as many lines as they need.
-std::string wrapped(std::string_view heading, const std::vector<std::string>& words) {
+// Words behind a heading, in as many lines as they need; or as many words as there is room for in
+// one.
+std::string wrapped(std::string_view heading, const std::vector<std::string>& words,
+                    bool one_line = false) {
     constexpr std::size_t column = 18, width = 80;
+    constexpr std::string_view more = " ...";
     std::string text, line = fmt::format("{:<{}}", printable(heading), column);
     for (std::size_t i = 0; i < words.size(); ++i) {
-        const std::string word = printable(words[i]) + (i + 1 < words.size() ? "," : "");
-        if (i > 0 && line.size() + 1 + word.size() > width) {
+        const bool last = i + 1 == words.size();
+        const std::string word = printable(words[i]) + (last ? "" : ",");
+        const std::size_t taken = word.size() + (one_line && !last ? more.size() : 0);
+        if (i > 0 && line.size() + 1 + taken > width) {
+            if (one_line) {
+                line += more;
+                break;
+            }
             text += line + "\n";
             line = std::string(column, ' ');
         } else if (i > 0) {
@@ -187,85 +191,135 @@ std::string wrapped(std::string_view heading, const std::vector<std::string>& wo
     return text + line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
 }
 
-std::string line_of(const listed_charset& row) {
-    std::vector<std::string> names = human_names(row);
-    const std::string first = names.front();
+std::string line_of(const pvzan_name& charset, bool one_line) {
+    std::vector<std::string> names = names_of(charset);
     names.erase(names.begin());
-    if (const int page = code_page(row.charset.name); page != 0) {
-        names.back() += fmt::format(" (Windows code page {})", page);
-    }
-    return wrapped(first, names);
+    return wrapped(charset.shown, names, one_line);
 }
 
 // One line for a program to split at blanks.
-std::string bare_line_of(const listed_charset& row) {
-    return printable(joined(human_names(row), " ")) + "\n";
+std::string bare_line_of(const pvzan_name& charset) {
+    return printable(joined(names_of(charset), " ")) + "\n";
 }
 
-std::string json_of(const listed_charset& row) {
+std::string json_of(const pvzan_name& charset, const definition& described) {
     const auto quoted = [](std::vector<std::string> items) {
         std::ranges::transform(items, items.begin(), json_string);
         return joined(items, ",");
     };
+    std::vector<std::string> names = names_of(charset);
+    std::ranges::transform(names, names.begin(), fold_name);
+    std::erase(names, charset.charset);
     return fmt::format("{{\"charset\":{},\"number\":{},\"aliases\":[{}],\"sets\":[{}]}}\n",
-                       json_string(row.charset.name), row.number, quoted(aliases_of(row)),
-                       quoted(row.charset.sets));
+                       json_string(charset.charset), charset_number(charset.charset),
+                       quoted(std::move(names)), quoted(described.charset.sets));
 }
 
 // A line, and what the charset is to the library and to those who write definitions.
-std::string page_of(const listed_charset& row) {
-    const fs::path directory = ZAN_getCharsetPath();
-    std::string text = line_of(row);
-    text += wrapped("  in C", {fmt::format("\"{}\" ({})", row.charset.name, row.number)});
-    text += wrapped("  rules", {row.charset.decoder, row.charset.encoder});
-    text += wrapped("  definition", {(directory / row.file).string()});
-    std::vector<std::string> sets = row.charset.sets;
+std::string page_of(const pvzan_name& charset, const definition& described) {
+    std::string text = line_of(charset, false);
+    text += wrapped("  in C",
+                    {fmt::format("\"{}\" ({})", charset.charset, charset_number(charset.charset))});
+    text += wrapped("  rules", {described.charset.decoder, described.charset.encoder});
+    text +=
+        wrapped("  definition", {(fs::path(charset_directory_path()) / described.file).string()});
+    std::vector<std::string> sets = described.charset.sets;
     std::ranges::transform(sets, sets.begin(), with_number);
     return text + wrapped("  coded sets", sets);
 }
 
-} // namespace
+// ---- Checking ----------------------------------------------------------------------------------
 
-std::vector<std::string> charset_names() {
-    std::vector<std::string> names;
-    for (const listed_charset& row : all_charsets()) {
-        names.push_back(row.charset.name);
+// A line for each definition that the library takes and for each fault. False where there is one.
+bool check_definitions(const std::string& directory) {
+    const std::vector<std::string> files = definition_files(directory);
+    const bool json = current_style().json;
+    std::set<std::string> said;
+    const auto fault = [&](const std::string& file, const std::string& what) {
+        if (said.insert(file + what).second) {
+            answer_lines(json ? complaint_about(file, what)
+                              : fmt::format("{}: {}\n", printable(file), printable(what)));
+        }
+    };
+    if (files.empty()) {
+        fault(directory, "there are no definitions (*.xml) in it");
     }
-    return names;
+    std::set<std::string> defined;
+    for (const std::string& file : files) {
+        std::array<pvzan_error, 32> errors = {};
+        errors[0].size = sizeof errors[0];
+        const std::string path = fs::path(directory) / file;
+        const std::size_t found = std::min(
+            pvzan_check_definition(path.c_str(), errors.data(), errors.size()), errors.size());
+        const std::string name = read_charset(directory, file).name;
+        const std::uint32_t number = defined.insert(name).second ? charset_number(name) : 0;
+        for (const pvzan_error& error : std::span(errors).first(found)) {
+            const bool refused = number == 0 && error.file == file;
+            fault(error.file, fmt::format("{}{}", refused ? "not taken: " : "", error.text));
+        }
+        if (number != 0) {
+            answer_lines(
+                json ? fmt::format(
+                           "{{\"file\":{},\"kind\":\"taken\",\"charset\":{},\"number\":{}}}\n",
+                           json_string(file), json_string(name), number)
+                     : fmt::format("{}: taken as {} ({})\n", printable(file), printable(name),
+                                   number));
+        }
+    }
+    return said.empty();
 }
 
-int list_charsets(const list_options& options) {
-    if (!options.check.empty()) {
-        return check_charset_directory(options.check);
-    }
-    if (!open_charset_directory(options.charset_dir)) {
+int check_charset_directory(const std::string& directory) {
+    std::error_code error;
+    if (!fs::is_directory(directory, error)) {
+        complain_about(directory, "no such directory");
         return exit_no_work;
     }
-    std::vector<listed_charset> rows = all_charsets();
+    std::string none; // is told file by file
+    settle_charset_directory(directory, none);
+    return check_definitions(directory) ? exit_converted : exit_bad_text;
+}
+
+int print_list(const list_options& options) {
     int status = exit_converted;
+    std::vector<pvzan_name> charsets = all_charsets();
     if (!options.names.empty()) {
-        std::vector<listed_charset> wanted;
+        std::vector<pvzan_name> wanted;
         for (const std::string& name : options.names) {
-            const auto found = std::ranges::find_if(rows, [&](const listed_charset& row) {
-                return row.charset.name == resolve_charset(name).library;
+            const auto found = std::ranges::find_if(charsets, [&](const pvzan_name& charset) {
+                return is_charset(charset, {charset_of(name).charset});
             });
-            if (found == rows.end()) {
+            if (found != charsets.end()) {
+                wanted.push_back(*found);
+            } else {
                 complain_unknown(name);
                 status = exit_no_work;
-            } else {
-                wanted.push_back(*found);
             }
         }
-        rows = std::move(wanted);
+        charsets = std::move(wanted);
     }
-    for (const listed_charset& row : rows) {
-        const message_style& style = current_style();
-        const std::string text = style.json      ? json_of(row)
-                                 : options.bare  ? bare_line_of(row)
-                                 : style.verbose ? page_of(row)
-                                                 : line_of(row);
-        std::fwrite(text.data(), 1, text.size(), stdout);
+    const message_style& style = current_style();
+    std::map<std::string, definition> definitions;
+    if (style.json || style.verbose) {
+        definitions = all_definitions();
     }
+    for (const pvzan_name& charset : charsets) {
+        answer_lines(style.json      ? json_of(charset, definitions[charset.charset])
+                     : options.bare  ? bare_line_of(charset)
+                     : style.verbose ? page_of(charset, definitions[charset.charset])
+                                     : line_of(charset, options.names.empty()));
+    }
+    return status;
+}
+
+} // namespace
+
+int list_charsets(const list_options& options) {
+    if (options.check.empty() && !open_charset_directory(options.charset_dir)) {
+        return exit_no_work;
+    }
+    const int status =
+        options.check.empty() ? print_list(options) : check_charset_directory(options.check);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         complain(fmt::format("standard output: cannot write: {}", system_error_text(errno)));
         return exit_no_work;

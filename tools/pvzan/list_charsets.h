@@ -16,7 +16,4 @@ struct list_options {
 // Returns an exit_status.
 int list_charsets(const list_options& options);
 
-// Names of the charsets of the settled directory, the best-known ones first.
-std::vector<std::string> charset_names();
-
 } // namespace tool

@@ -1,8 +1,7 @@
 #include "tools/pvzan/message.h"
 
-#include "tools/pvzan/charset_name.h"
 #include "tools/pvzan/input_file.h"
-#include "tools/pvzan/unicode_text.h"
+#include "tools/pvzan/shown_text.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -27,10 +26,6 @@ void erase_status_line() {
     if (!status_line.empty()) {
         write_all("\r\x1b[K");
     }
-}
-
-bytes_view bytes_of(std::string_view text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
 // Control characters, and what turns the direction of writing or ends a line.
@@ -77,23 +72,23 @@ std::string hex_bytes(std::span<const std::uint8_t> bytes, std::string_view betw
 }
 
 std::string printable(std::string_view text) {
-    const charset_name utf8 = resolve_charset("utf-8");
     std::string shown;
     std::size_t escaped = 0;
     bool left_out = false; // the bytes before
     for (std::size_t at = 0; at < text.size();) {
-        const unicode_sequence next = read_sequence(bytes_of(text.substr(at)), utf8);
-        const std::string_view sequence = text.substr(at, next.bytes);
-        at += next.bytes;
-        if (next.kind == unicode_sequence::whole && !drives_terminal(next.scalar)) {
-            shown += sequence;
+        const auto next = first_character(text.substr(at));
+        const std::string_view bytes = text.substr(at, next ? next->bytes : 1);
+        at += bytes.size();
+        if (next && !drives_terminal(next->scalar)) {
+            shown += bytes;
             left_out = false;
             continue;
         }
-        for (const std::uint8_t byte : bytes_of(sequence)) {
-            shown += ++escaped <= most_escaped ? fmt::format("\\x{:02x}", byte)
-                     : left_out                ? ""
-                                               : "…";
+        for (const char byte : bytes) {
+            shown += ++escaped <= most_escaped
+                         ? fmt::format("\\x{:02x}", static_cast<unsigned char>(byte))
+                     : left_out ? ""
+                                : "…";
             left_out = escaped > most_escaped;
         }
     }
@@ -101,25 +96,23 @@ std::string printable(std::string_view text) {
 }
 
 std::string json_string(std::string_view text) {
-    const charset_name utf8 = resolve_charset("utf-8");
     std::string quoted = "\"";
-    const bytes_view bytes = bytes_of(text);
     for (std::size_t at = 0; at < text.size();) {
-        const unicode_sequence next = read_sequence(bytes.subspan(at), utf8);
-        if (next.kind != unicode_sequence::whole) {
-            quoted += fmt::format("\\udc{:02x}", bytes[at]);
+        const auto next = first_character(text.substr(at));
+        if (!next) {
+            quoted += fmt::format("\\udc{:02x}", static_cast<unsigned char>(text[at]));
             ++at;
             continue;
         }
-        if (next.scalar == '"' || next.scalar == '\\') {
+        if (next->scalar == '"' || next->scalar == '\\') {
             quoted += '\\';
             quoted += text[at];
-        } else if (drives_terminal(next.scalar)) {
-            quoted += fmt::format("\\u{:04x}", static_cast<unsigned>(next.scalar));
+        } else if (drives_terminal(next->scalar)) {
+            quoted += fmt::format("\\u{:04x}", static_cast<unsigned>(next->scalar));
         } else {
-            quoted += text.substr(at, next.bytes);
+            quoted += text.substr(at, next->bytes);
         }
-        at += next.bytes;
+        at += next->bytes;
     }
     return quoted + '"';
 }

@@ -89,20 +89,18 @@ bool same_content(int one, int other) {
 
 // The number of characters beyond ASCII in a file that is well-formed UTF-8; 0 for all others.
 std::uint64_t utf8_characters(int descriptor) {
-    const charset_name utf8 = resolve_charset("utf-8");
+    const pvzan_name utf8 = charset_of("utf-8");
+    const converter reads = open_converter(utf8, utf8);
     std::vector<std::uint8_t> block;
     std::uint64_t number = 0, place = 0;
     do {
-        if (!read_block(descriptor, place, block)) {
+        if (!read_block(descriptor, place, block) ||
+            !passes(*reads, block, block.empty() ? PVZAN_LAST : PVZAN_PART)) {
             return 0;
         }
-        const std::size_t whole = well_formed_length(block, utf8);
-        if (whole == 0 && !block.empty()) {
-            return 0;
-        }
-        number += static_cast<std::uint64_t>(std::ranges::count_if(
-            bytes_view(block).first(whole), [](std::uint8_t byte) { return byte >= 0xC2; }));
-        place += whole; // a character that the block cuts is read again
+        number += static_cast<std::uint64_t>(
+            std::ranges::count_if(block, [](std::uint8_t byte) { return byte >= 0xC2; }));
+        place += block.size();
     } while (!block.empty());
     return number;
 }
@@ -223,9 +221,8 @@ file_outcome convert_in_place(const listed_file& file, const file_task& task,
     if (!obstacle.empty()) {
         return fail(file, obstacle, exit_no_work, sink);
     }
-    const bool utf8_expected = conversion.guess || conversion.from.form == unicode_form::utf8 ||
-                               conversion.from.unit_bytes() > 1 ||
-                               conversion.to.form != unicode_form::utf8;
+    const bool utf8_expected = conversion.guess || conversion.from.kind == PVZAN_KIND_UTF_8 ||
+                               conversion.from.unit > 1 || conversion.to.kind != PVZAN_KIND_UTF_8;
     const std::uint64_t already = utf8_expected ? 0 : utf8_characters(input.descriptor());
     if (already > 0) {
         return fail(file,

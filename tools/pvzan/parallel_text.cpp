@@ -4,6 +4,7 @@
 #include "tools/pvzan/temporary_file.h"
 
 #include <algorithm>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -17,9 +18,9 @@ constexpr std::size_t most_kept = 20; // problems of a part, as many as are told
 
 } // namespace
 
-parallel_text::parallel_text(task what, text_stream& text, ends where)
-    : task_(std::move(what)), text_(text), ends_(std::move(where)), from_(text.source()),
-      at_(text.state()), place_(text.place()), failed_(text.failed()) {}
+parallel_text::parallel_text(text_feed& text, unsigned jobs, ends where)
+    : text_(text), jobs_(jobs), ends_(std::move(where)), usual_(text.state()), at_(usual_),
+      place_(text.place()), counts_(text.counts()), failed_(text.failed()) {}
 
 parallel_text::block parallel_text::spare_block() {
     block found;
@@ -31,37 +32,36 @@ parallel_text::block parallel_text::spare_block() {
     return found;
 }
 
-parallel_text::part_result parallel_text::convert(const block& text, const stream_state& begin,
+parallel_text::part_result parallel_text::convert(const block& text, const text_state& begin,
                                                   block output) const {
     part_result result;
     result.output = std::move(output);
     const auto keep = [&](const problem& p) {
         if (result.problems.size() >= most_kept && !current_style().json) {
-            ++result.untold[{p.kind, p.scalar}];
-            return;
+            ++result.untold[{kind_of(p.fault), p.fault.scalars[0]}];
+        } else {
+            result.problems.push_back(p);
         }
-        kept_problem kept = {
-            p, {p.bytes.begin(), p.bytes.end()}, {p.comes_back.begin(), p.comes_back.end()}};
-        result.problems.push_back(std::move(kept));
     };
-    text_stream stream(from_, task_.to,
-                       {[&](bytes_view bytes) {
-                            result.output.insert(result.output.end(), bytes.begin(), bytes.end());
-                        },
-                        keep, [&](char32_t scalar) { result.look_alikes.push_back(scalar); }},
-                       task_.options);
-    stream.open();
-    stream.begin_inside(begin);
-    constexpr std::size_t piece = 64 * 1024; // so that little is taken back for a problem
-    bytes_view rest = text;
-    while (rest.size() > piece) {
-        rest = rest.subspan(stream.feed(rest.first(piece)));
+    text_feed feed(text_.source(), text_.target(),
+                   {[&](bytes_view bytes) {
+                        result.output.insert(result.output.end(), bytes.begin(), bytes.end());
+                    },
+                    keep, [&](char32_t scalar) { result.look_alikes.push_back(scalar); }},
+                   text_.options());
+    if (!feed.open_as(text_)) {
+        throw std::bad_alloc();
     }
-    stream.finish_part(rest);
-    result.end = stream.state();
-    result.place = stream.place();
-    result.counts = stream.counts();
-    result.failed = stream.failed();
+    feed.begin_inside(begin, text_.unit());
+    constexpr std::size_t piece = 64 * 1024; // stays in the processor's cache
+    for (std::size_t at = 0; at < text.size(); at += piece) {
+        feed.feed(bytes_view(text).subspan(at, std::min(piece, text.size() - at)));
+    }
+    result.end = feed.state();
+    result.ends_as_usual = feed.stands_as(usual_);
+    result.place = feed.place();
+    result.counts = feed.counts();
+    result.failed = feed.failed();
     return result;
 }
 
@@ -78,7 +78,7 @@ bool parallel_text::read_block(block& rest, block& text) {
             filled += n;
         }
         text.resize(filled);
-        const std::size_t cut = behind_last_line_feed(text, from_);
+        const std::size_t cut = behind_last_line_feed(text, text_.unit());
         if (cut > 0) {
             rest.assign(text.begin() + static_cast<std::ptrdiff_t>(cut), text.end());
             text.resize(cut);
@@ -94,30 +94,27 @@ bool parallel_text::read_block(block& rest, block& text) {
 
 void parallel_text::deliver(part& p) {
     part_result result = p.result.get();
-    if (at_.source != text_.behind_line_feed().source ||
-        (!failed_ && at_.written_set != text_.behind_line_feed().written_set)) {
+    if (!as_usual_) {
         result = convert(p.text, at_, {}); // it does not begin as was thought
     }
     if (!failed_ && !result.output.empty()) {
-        written_ = true;
         refused_ = refused_ || !ends_.write(result.output);
     }
-    for (kept_problem& kept : result.problems) {
-        kept.told.bytes = kept.bytes;
-        kept.told.comes_back = kept.comes_back;
-        kept.told.place.line += place_.line - 1;
-        kept.told.place.offset += place_.offset;
-        ends_.report->add(kept.told);
+    for (problem& told : result.problems) {
+        told.fault.line += place_.line - 1;
+        told.fault.offset += place_.offset;
+        ends_.report->add(told);
     }
     for (const auto& [key, count] : result.untold) {
-        ends_.report->add_untold(key.first, key.second, count);
+        ends_.report->count(key.first, key.second, count);
     }
     for (const char32_t scalar : result.look_alikes) {
         ends_.report->add_look_alike(scalar);
     }
     place_ = {place_.line + result.place.line - 1, result.place.column,
-              place_.offset + result.place.offset, result.place.behind_cr};
+              place_.offset + result.place.offset};
     at_ = result.end;
+    as_usual_ = result.ends_as_usual;
     counts_ += result.counts;
     failed_ = failed_ || result.failed;
     spare_.push_back(std::move(p.text));
@@ -135,9 +132,9 @@ std::vector<std::uint8_t> parallel_text::run(std::vector<std::uint8_t> begun) {
             if (std::this_thread::get_id() != caller) {
                 hold_ending_signals();
             }
-            return convert(added.text, text_.behind_line_feed(), std::move(output));
+            return convert(added.text, usual_, std::move(output));
         });
-        if (running_.size() >= task_.jobs) {
+        if (running_.size() >= jobs_) {
             deliver(running_.front());
             running_.pop_front();
         }
@@ -145,7 +142,7 @@ std::vector<std::uint8_t> parallel_text::run(std::vector<std::uint8_t> begun) {
     for (part& p : running_) {
         deliver(p);
     }
-    text_.go_on(at_, place_, counts_, written_, failed_);
+    text_.go_on(at_, place_, counts_, failed_);
     return begun;
 }
 

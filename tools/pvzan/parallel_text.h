@@ -6,11 +6,12 @@
 #pragma once
 
 #include "tools/pvzan/file_report.h"
-#include "tools/pvzan/text_stream.h"
+#include "tools/pvzan/text_feed.h"
 
 #include <deque>
 #include <functional>
 #include <future>
+#include <map>
 #include <span>
 #include <vector>
 
@@ -18,61 +19,53 @@ namespace tool {
 
 class parallel_text {
 public:
-    struct task {
-        charset_name to;
-        text_options options;
-        unsigned jobs = 2;
-    };
     struct ends {
         std::function<std::size_t(std::span<std::uint8_t>)> read; // 0 at the end
         std::function<bool(bytes_view)> write;                    // false to end it all
         file_report* report;
     };
 
-    // The stream is where a line begins, and holds the beginning of the text.
-    parallel_text(task what, text_stream& text, ends where);
+    // The text stands where a line begins, and holds the beginning of it all.
+    parallel_text(text_feed& text, unsigned jobs, ends where);
 
     // Converts the text, of which begun has been read already, up to its last line feed or up to a
-    // line that is too long; returns what it has read beyond. The stream is there, then.
+    // line that is too long; returns what it has read beyond. The text is there, then.
     std::vector<std::uint8_t> run(std::vector<std::uint8_t> begun);
 
 private:
     using block = std::vector<std::uint8_t>;
-    struct kept_problem {
-        problem told;
-        std::vector<std::uint8_t> bytes, comes_back;
-    };
     struct part_result {
         block output;
-        std::vector<kept_problem> problems;
+        std::vector<problem> problems;
         std::map<std::pair<problem_kind, char32_t>, std::uint64_t> untold;
         std::vector<char32_t> look_alikes;
-        stream_state end;
+        text_state end;
         text_place place;
         text_counts counts;
-        bool failed = false;
+        bool failed = false, ends_as_usual = false;
     };
     struct part {
         block text;
         std::future<part_result> result;
     };
 
-    [[nodiscard]] part_result convert(const block& text, const stream_state& begin,
+    [[nodiscard]] part_result convert(const block& text, const text_state& begin,
                                       block output) const;
     void deliver(part& p);
     bool read_block(block& rest, block& text);
     block spare_block();
 
-    task task_;
-    text_stream& text_;
+    text_feed& text_;
+    unsigned jobs_;
     ends ends_;
-    charset_name from_;
     std::deque<part> running_;
     std::vector<block> spare_; // memory that the system need not give and clear again
-    stream_state at_;
+    const text_state usual_;   // how parts are thought to begin
+    text_state at_;            // how the next one really begins
+    bool as_usual_ = true;     // which is the same
     text_place place_;
     text_counts counts_;
-    bool written_ = false, failed_, refused_ = false;
+    bool failed_, refused_ = false;
 };
 
 } // namespace tool

@@ -12,9 +12,9 @@ namespace {
 // So much well-formed UTF-8 without controls is nothing else, and not worth another reading.
 bool is_plainly_utf8(bytes_view head) {
     constexpr std::ptrdiff_t enough = 64;
-    const charset_name utf8 = resolve_charset("utf-8");
-    const bytes_view rest = head.subspan(well_formed_length(head, utf8));
-    if (!rest.empty() && read_sequence(rest, utf8).kind != unicode_sequence::cut) {
+    const pvzan_name utf8 = charset_of("utf-8");
+    const converter reads = open_converter(utf8, utf8);
+    if (!reads || !passes(*reads, head)) {
         return false;
     }
     const auto is_control = [](std::uint8_t b) {
@@ -31,7 +31,7 @@ source_guess guess_source(bytes_view head, const std::vector<std::string>& candi
     source_guess guess;
     if (candidates.empty() && is_plainly_utf8(head)) {
         guess.known = true;
-        guess.charset = resolve_charset("utf-8");
+        guess.charset = charset_of("utf-8");
         return guess;
     }
     const charset_guess found = guess_charset(head, false, candidates);

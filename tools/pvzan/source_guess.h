@@ -1,7 +1,7 @@
 // The charset of a text that nobody has named.
 #pragma once
 
-#include "tools/pvzan/unicode_text.h"
+#include "tools/pvzan/charset.h"
 
 #include <string>
 #include <vector>
@@ -10,9 +10,9 @@ namespace tool {
 
 struct source_guess {
     bool known = false;
-    charset_name charset; // when known
-    bool binary = false;  // no text at all
-    std::string why;      // when not known: "cannot tell the encoding (A or B); use --from"
+    pvzan_name charset;  // when known
+    bool binary = false; // no text at all
+    std::string why;     // when not known: "cannot tell the encoding (A or B); use --from"
 };
 
 // By the beginning of the text, from where it is no longer ASCII; among the charsets named, or the

@@ -91,6 +91,8 @@ struct kernels {
     // Reads so many chunks; of the pairs of bytes from 21 to 7E that they begin with, writes base
     // and the seven bits of both. Room for half of chunk_codes for each.
     std::size_t (*seven_bit_pairs)(const u8* in, std::size_t chunks, u16 base, u16* codes);
+    // Counts the units that are LF, or CR without an LF behind it; one behind them is read, too.
+    u64 (*count_breaks)(const u8* in, std::size_t units, ascii_unit unit);
 };
 
 // put_entries for any machine.

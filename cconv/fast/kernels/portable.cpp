@@ -1,16 +1,11 @@
 // Kernels for any processor, in the compiler's own vectors where they pay: SSE2, NEON and others.
-#include "cconv/fast/kernels/kernels.h"
-
-#include <algorithm>
-#include <bit>
+#define VECTOR_BYTES 16
+#define MACHINE
+#include "cconv/fast/kernels/vectors.inc"
 
 namespace fast {
 
 namespace {
-
-constexpr std::size_t vector_bytes = 16;
-using bytes_v [[gnu::vector_size(vector_bytes)]] = u8;
-using units_v [[gnu::vector_size(vector_bytes)]] = u16;
 
 template <typename V>
 bool any(V condition) {
@@ -214,6 +209,7 @@ const kernels portable_kernels = {
     .put_quads = put_quads,
     .plain_scalars = plain_scalars,
     .seven_bit_pairs = nullptr,
+    .count_breaks = count_breaks,
 };
 
 } // namespace fast

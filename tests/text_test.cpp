@@ -1,0 +1,492 @@
+// Strict conversion by the handle of pvzan_text.h.
+#include "pvzan_text.h"
+#include "tests/support/text.h"
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <random>
+#include <thread>
+#include <vector>
+
+extern "C" int convert_stream(FILE* source, FILE* target, const char* from, const char* to);
+
+namespace {
+
+using namespace test;
+using namespace std::string_literals;
+
+struct outcome {
+    std::string text, faults; // kind@offset+length line:column why, for each
+    bool operator==(const outcome&) const = default;
+};
+void PrintTo(const outcome& o, std::ostream* to) {
+    *to << to_hex(o.text) << '\n' << o.faults;
+}
+
+struct conversion {
+    const char *from, *to;
+    pvzan_open_options how = {};
+    std::uint32_t answer = PVZAN_HEX;
+
+    [[nodiscard]] pvzan_converter* open() const {
+        use_shipped_charsets();
+        pvzan_open_options asked = how;
+        asked.size = sizeof asked;
+        pvzan_error error = {};
+        error.size = sizeof error;
+        pvzan_converter* c = pvzan_open(from, to, &asked, &error);
+        EXPECT_NE(c, nullptr) << error.text;
+        return c;
+    }
+};
+
+void note_fault(pvzan_converter* c, outcome& result) {
+    pvzan_fault f = {};
+    f.size = sizeof f;
+    ASSERT_EQ(pvzan_last_fault(c, &f), 1);
+    char line[300];
+    std::snprintf(line, sizeof line, "%u@%d+%u %d:%d %s\n", f.kind, static_cast<int>(f.offset),
+                  f.length, static_cast<int>(f.line), static_cast<int>(f.column), f.why);
+    result.faults += line;
+}
+
+// Feeds a piece, with so much room at a time.
+void feed(pvzan_converter* c, std::string_view piece, std::int32_t how, std::size_t room,
+          std::uint32_t answer, outcome& result) {
+    std::vector<std::uint8_t> out(room + 1, 0xEE);
+    const auto* in = reinterpret_cast<const std::uint8_t*>(piece.data());
+    std::size_t left = piece.size();
+    pvzan_outcome said = PVZAN_FEED_MORE_ROOM;
+    while (said == PVZAN_FEED_MORE_ROOM || said == PVZAN_FEED_FAULT) {
+        std::uint8_t* end = out.data();
+        std::size_t free = room;
+        said = pvzan_feed(c, &in, &left, &end, &free, how);
+        if (said == PVZAN_FEED_FAULT) {
+            note_fault(c, result);
+            ASSERT_EQ(
+                pvzan_answer(c, static_cast<std::int32_t>(answer), nullptr, nullptr, &end, &free),
+                PVZAN_FEED_DONE);
+        }
+        ASSERT_EQ(out[room], 0xEE) << "behind the room";
+        ASSERT_EQ(static_cast<std::size_t>(end - out.data()), room - free);
+        result.text.append(reinterpret_cast<char*>(out.data()), room - free);
+    }
+    ASSERT_EQ(said, how == PVZAN_PART ? PVZAN_FEED_MORE_INPUT : PVZAN_FEED_DONE);
+    ASSERT_EQ(left, 0U);
+}
+
+outcome convert(const conversion& way, std::string_view text, std::vector<std::size_t> cuts = {},
+                std::size_t room = 1 << 16) {
+    pvzan_converter* c = way.open();
+    outcome result;
+    std::size_t at = 0;
+    cuts.push_back(text.size());
+    for (const std::size_t cut : cuts) {
+        feed(c, text.substr(at, cut - at), cut == text.size() ? PVZAN_LAST : PVZAN_PART, room,
+             way.answer, result);
+        at = cut;
+    }
+    pvzan_close(c);
+    return result;
+}
+
+std::vector<std::string> charsets() {
+    use_shipped_charsets();
+    std::vector<std::string> names;
+    pvzan_name name = {};
+    for (name.size = sizeof name; pvzan_each_charset(names.size(), &name) == 1;) {
+        names.emplace_back(name.charset);
+    }
+    return names;
+}
+
+std::string sample() {
+    return utf8(
+        U"日本語 abc\r\n\\~ｱｲ〜～−－ か\u309Aæ\u0300\u02E9\u02E5 é𠂉㐂\r髙①中文简体 한국어 Ж"
+        U"\nは\u3099u\u0308\u0304\u2028\uE000終");
+}
+
+// ---- Texts with damage -------------------------------------------------------------------------
+
+TEST(Text, IsTheSameInAnyPiecesAndAnyRoom) {
+    std::mt19937 random(7);
+    const auto below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
+    const std::vector<std::string> all = charsets();
+    ASSERT_EQ(all.size(), 20U);
+    for (int round = 0; round < 500; ++round) {
+        conversion way{all[below(all.size())].c_str(),
+                       round % 2 == 0 ? "utf-8" : all[below(all.size())].c_str()};
+        way.how.flags = static_cast<std::uint32_t>(below(8));
+        way.how.breaks = static_cast<std::uint32_t>(below(4));
+        way.how.mark = static_cast<std::uint32_t>(below(4));
+        conversion there{"utf-8", way.from};
+        there.answer = PVZAN_DROP;
+        std::string text = convert(there, sample()).text;
+        text = text.substr(0, 40 + below(60));
+        for (std::size_t i = below(5); i > 0 && !text.empty(); --i) {
+            constexpr char odd[] = "\x1B\x81\x8F\xFF\x80\n$\xE3";
+            const char byte = i % 2 == 0 ? odd[below(8)] : static_cast<char>(below(256));
+            text[below(text.size())] = byte;
+        }
+        const outcome whole = convert(way, text);
+        const std::string about = std::string(way.from) + " to " + way.to + " " + to_hex(text);
+        std::vector<std::size_t> everywhere;
+        for (std::size_t cut = 1; cut < text.size(); ++cut) {
+            everywhere.push_back(cut);
+            ASSERT_EQ(convert(way, text, {cut}, 7), whole) << about << " cut at " << cut;
+        }
+        for (const std::size_t room : {1U, 2U, 4U, 5U, 16U}) {
+            ASSERT_EQ(convert(way, text, everywhere, room), whole) << about << " room " << room;
+        }
+        // Left off and gone on with elsewhere, in one call, and as long as was said.
+        pvzan_converter *first = way.open(), *second = way.open();
+        outcome halves;
+        const std::size_t half = below(text.size() + 1);
+        std::uint8_t state[512];
+        feed(first, std::string_view(text).substr(0, half), PVZAN_PART, 9, way.answer, halves);
+        const std::size_t size = pvzan_save(first, state, sizeof state);
+        ASSERT_EQ(pvzan_restore(second, state, size), 1);
+        ASSERT_TRUE(pvzan_stands_as(first, state, size) == 1 &&
+                    pvzan_stands_as(second, state, size) == 1);
+        EXPECT_EQ(pvzan_stands_as(second, state, size), 1);
+        pvzan_counts counts[2] = {};
+        for (pvzan_converter* each : {first, second}) {
+            counts[each == second].size = sizeof counts[0];
+            pvzan_count(each, &counts[each == second]);
+        }
+        EXPECT_EQ(std::memcmp(&counts[0], &counts[1], sizeof counts[0]), 0);
+        feed(second, std::string_view(text).substr(half), PVZAN_LAST, 9, way.answer, halves);
+        ASSERT_EQ(halves, whole) << about << " saved at " << half;
+        state[below(size)] ^= 1;
+        EXPECT_EQ(pvzan_restore(second, state, size), 0);
+        pvzan_close(first);
+        way.how.on_invalid = way.how.on_missing = way.how.on_cut = way.answer;
+        pvzan_converter* inside = way.open();
+        std::vector<std::uint8_t> out(pvzan_most(inside, text.size()));
+        pvzan_outcome said = PVZAN_FEED_FAULT;
+        const std::size_t bytes =
+            pvzan_convert(inside, reinterpret_cast<const std::uint8_t*>(text.data()), text.size(),
+                          out.data(), out.size(), &said);
+        ASSERT_EQ(said, PVZAN_FEED_DONE) << about;
+        ASSERT_EQ(std::string(out.begin(), out.begin() + static_cast<std::ptrdiff_t>(bytes)),
+                  whole.text);
+        pvzan_close(inside);
+        pvzan_close(second);
+    }
+}
+
+// What iconv(3) takes we take, and nothing else.
+TEST(Text, FindsFaultsWhereIconvDoes) {
+    std::mt19937 random(3);
+    const struct {
+        const char *ours, *theirs;
+    } rows[] = {{"utf-8", "UTF-8"}, {"utf-16le", "UTF-16LE"}, {"ucs-4be", "UTF-32BE"}};
+    for (const auto& row : rows) {
+        oracle theirs(row.theirs, "UTF-16BE");
+        const std::string sound = convert({"utf-8", row.ours, {}, PVZAN_DROP}, sample()).text;
+        for (int round = 0; round < 3000 && theirs.available(); ++round) {
+            std::string text = sound.substr(0, 1 + random() % sound.size());
+            text[random() % text.size()] = static_cast<char>(random());
+            EXPECT_EQ(convert({row.ours, "utf-16be"}, text).faults.empty(),
+                      theirs(text).has_value())
+                << row.ours << ' ' << to_hex(text);
+        }
+    }
+}
+
+// What the Encoding Standard's decoders replace by one U+FFFD; never with ASCII in it.
+TEST(Text, HasFaultsOfTheRightLength) {
+    const struct {
+        const char* from;
+        std::string text;
+        const char* hex; // as PVZAN_HEX writes it
+    } rows[] = {
+        {"utf-8", "a\xE3\x81|\xF0\x9F\x98|\xED\xA0\x80|\xC0\x80|\xF4\x90|\xE3\x81",
+         "a<e381>|<f09f98>|<ed><a0><80>|<c0><80>|<f4><90>|<e381>"},
+        {"utf-16le",
+         "\x40\xD8"
+         "b\0\x00\xDC\x3D\xD8\x00"s,
+         "<40d8>b<00dc><3dd800>"},
+        {"utf-16", "\xFF\xFE\x3D\xD8\x3D\xD8\x00\xDE"s, "<3dd8>\xF0\x9F\x98\x80"},
+        {"ucs-4be", "\x00\x11\x00\x00\x00\x00\xD8\x00\x00\x00\x00"s,
+         "<00110000><0000d800><000000>"},
+        {"shift_jis", "\x85\x40|\x82\xFD|\x80|\xA0|\xFD|\x82 |\xFC\xFC|\x81",
+         "<85>@|<82fd>|<80>|<a0>|<fd>|<82> |<fcfc>|<81>"},
+        {"windows-31j", "\x82\n\x81\xFF\x85\x9F", "<82>\n<81ff><859f>"},
+        {"euc-jp", "\xA4|\xA4\x80|\x8F\xA2|\x8F|\x8F\xA2\x80|\x8E\xE0|\xA9\xA1|\xFF|\x8F\xA2",
+         "<a4>|<a480>|<8fa2>|<8f>|<8fa280>|<8ee0>|<a9a1>|<ff>|<8fa2>"},
+        {"euc-jis-2004", "\x8F\xFF|\xA4\xFF|\x8F\xA9\xA1", "<8fff>|<a4ff>|<8fa9a1>"},
+        {"gb18030",
+         "\x81\x30 \x81\x30\x81 \xFE\x39\xFE\x39 \x81\x7F \x80 \xFF \x81\xFF \x81\x30\x81",
+         "<81>0 <81>0<81> <fe39fe39> <81>\x7F <80> <ff> <81ff> <81>0<81>"},
+        {"gbk", "\x81\x30\x81\x30\xA6\xFF\xFE", "<81>0<81>0<a6ff><fe>"},
+        {"big5", "\xA1 \x80 \xF9\xFF ", "<a1> <80> <f9ff> "},
+        {"uhc", "\x81\x20\x81\x5B\xC9\xFF", "<81> <81>[<c9ff>"},
+        {"iso-2022-jp", "\x1B(I1\x1B$B!\n!!\x7E\x7E\x80!\x1B(B\x8F\x1B$",
+         "<1b>(I1<21>\n\xE3\x80\x80<7e7e><80><21><8f><1b>$"},
+        {"iso-2022-jp",
+         "a\x0E"
+         "b\x0F\x1B$B\x30\x21",
+         "a<0e>b<0f>\xE4\xBA\x9C"},
+        {"euc-jp-fix", "\x00\x41\xA4\x20\x00\xFF\x80"s, "A<a420><00ff><80>"},
+        {"ascii", "a\x97\xAD\x80", "a<97><ad><80>"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(to_hex(convert({row.from, "utf-8"}, row.text).text), to_hex(row.hex))
+            << row.from << ' ' << to_hex(row.text) << '\n'
+            << convert({row.from, "utf-8"}, row.text).faults;
+    }
+}
+
+// ---- What comes through ------------------------------------------------------------------------
+
+// What a charset takes comes back. All of Unicode, but for most of the planes from 3 on.
+TEST(Text, ComesBackAsItIs) {
+    std::u32string everything;
+    for (char32_t c = 0; c < 0x30000; c += c == 0xD7FF ? 0x801 : 1) {
+        everything += c;
+    }
+    everything += U"\U000E0001\U000F0000\U0010FFFF";
+    const std::string text = utf8(everything);
+    for (const std::string& charset : charsets()) {
+        conversion there{"utf-8", charset.c_str(), {}, PVZAN_DROP};
+        there.how.on_missing = PVZAN_DROP;
+        const std::string taken = convert(there, text).text;
+        const outcome back = convert({charset.c_str(), "utf-8"}, taken);
+        EXPECT_EQ(back.faults.substr(0, 100), "") << charset;
+        EXPECT_TRUE(convert(there, back.text).text == taken) << charset;
+    }
+}
+
+TEST(Text, DoesAsTheOptionsSay) {
+    const auto with = [](std::uint32_t flags, std::uint32_t mark = 0, std::uint32_t breaks = 0) {
+        pvzan_open_options how = {};
+        how.flags = flags;
+        how.mark = mark;
+        how.breaks = breaks;
+        return how;
+    };
+    const struct {
+        conversion way;
+        std::string text, expected;
+        const char* faults;
+    } rows[] = {
+        {{"utf-8", "iso-2022-jp"}, "#!/bin/sh\nあ", "#!/bin/sh\n\x1B$B$\"\x1B(B", ""},
+        {{"iso-2022-jp", "utf-8"},
+         "\x1B$B$\"\n",
+         "あ\n",
+         "5@6+0 2:1 the text ends without the way back to ASCII that ISO-2022-JP asks for\n"},
+        {{"utf-8", "cp932"},
+         "〜¥\x7F",
+         "<e3809c><c2a5>\x7F",
+         "4@0+3 1:1 U+301C would come back from Windows-31J as U+FF5E\n"
+         "4@3+2 1:2 U+00A5 would come back from Windows-31J as U+005C\n"},
+        {{"utf-8", "cp932", with(PVZAN_LOOK_ALIKES)}, "〜¥", "\x81\x60\x81\x8F", ""},
+        {{"utf-8", "sjis", with(PVZAN_COMPOSE)}, "か\u3099は\u309A", "\x82\xAA\x82\xCF", ""},
+        {{"utf-8", "sjis", {}, PVZAN_REFERENCE},
+         "か\u3099",
+         "\x82\xA9&#x3099;",
+         "3@3+3 1:2 U+3099 has no code in Shift_JIS\n"},
+        {{"utf-8", "euc-jis-2004"}, "か\u309A", "\xA4\xF7", ""},
+        {{"utf-8", "sjis", {}, PVZAN_SUBSTITUTE},
+         "a😀",
+         "a\x81\xAC",
+         "3@1+4 1:2 U+1F600 has no code in Shift_JIS\n"},
+        {{"cp932", "utf-8", with(PVZAN_READ_BACK)},
+         "\x87\x9C\x81\xBE",
+         "<879c>∪",
+         "4@0+2 1:1 U+222A has another code in Windows-31J, too: 81 be\n"},
+        {{"utf-8", "utf-16le", with(0, 0, PVZAN_BREAKS_CR)},
+         "a\r\nb\n\nc\u2028",
+         "a\0\r\0b\0\r\0\r\0c\0\x28\x20"s,
+         ""},
+        {{"utf-8", "utf-16", with(0)},
+         "\xEF\xBB\xBF"
+         "a",
+         "\xFE\xFF\0a"s,
+         ""},
+        {{"utf-16", "utf-8", with(0, PVZAN_MARK_KEEP)},
+         "\xFF\xFE"
+         "a\0"s,
+         "\xEF\xBB\xBF"
+         "a",
+         ""},
+        {{"utf-16", "utf-16le", with(0, PVZAN_MARK_ADD)}, "", "", ""},
+        {{"utf-8", "euc-jp"},
+         "a\x7F\n\x1B",
+         "a<7f>\n\x1B",
+         "3@1+1 1:2 U+007F has no code in EUC-JP\n"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(to_hex(convert(row.way, row.text).text), to_hex(row.expected)) << row.text;
+        EXPECT_EQ(convert(row.way, row.text).faults, row.faults) << row.text;
+    }
+}
+
+// ---- Other calls -------------------------------------------------------------------------------
+
+// As iconv(3) needs it: what is not whole, at fault or too long for the room stays in the input.
+TEST(Text, LeavesInput) {
+    conversion way{"utf-8", "iso-2022-jp"};
+    way.how.flags = PVZAN_LEAVE_INPUT;
+    pvzan_converter* c = way.open();
+    const std::string text = "あ\xFFか\xE3\x82";
+    const auto* const begin = reinterpret_cast<const std::uint8_t*>(text.data());
+    std::uint8_t out[16];
+    const struct {
+        std::size_t from, size, room;
+        std::int32_t how;
+        pvzan_outcome said;
+        std::size_t used, written;
+    } steps[] = {
+        {0, 8, 4, PVZAN_PART, PVZAN_FEED_MORE_ROOM, 0, 0},
+        {0, 8, 5, PVZAN_PART, PVZAN_FEED_FAULT, 3, 5},
+        {3, 5, 16, PVZAN_PART, PVZAN_FEED_FAULT, 0, 0},
+        {4, 5, 16, PVZAN_PART, PVZAN_FEED_MORE_INPUT, 3, 0}, // か waits
+        {7, 0, 2, PVZAN_FLUSH, PVZAN_FEED_MORE_ROOM, 0, 2},
+        {7, 0, 3, PVZAN_FLUSH, PVZAN_FEED_DONE, 0, 3},
+    };
+    for (const auto& step : steps) {
+        const std::uint8_t* in = begin + step.from;
+        std::uint8_t* end = out;
+        std::size_t left = step.size, room = step.room;
+        EXPECT_EQ(pvzan_feed(c, &in, &left, &end, &room, step.how), step.said);
+        EXPECT_EQ(in - begin, step.from + step.used);
+        EXPECT_EQ(end - out, step.written);
+    }
+    pvzan_close(c);
+}
+
+// The caller's own words for a fault, into little room; what the target lacks is refused whole.
+TEST(Text, WritesTheCallersWords) {
+    for (const bool raw : {false, true}) {
+        pvzan_converter* c = conversion{"utf-8", "iso-2022-jp"}.open();
+        const std::string text = "😀あ", words = raw ? "\x01\xFF" : "あa", none = "a😀";
+        std::string result;
+        const auto bytes = [](const std::string& s) {
+            return reinterpret_cast<const std::uint8_t*>(s.data());
+        };
+        const std::uint8_t *in = bytes(text), *said = bytes(none);
+        std::size_t left = text.size(), words_left = none.size();
+        const auto one_byte = [&](auto call) {
+            std::uint8_t out = 0, *end = &out;
+            std::size_t room = 1;
+            const pvzan_outcome outcome = call(&end, &room);
+            result.append(1 - room, static_cast<char>(out));
+            return outcome;
+        };
+        const auto go_on = [&](auto** end, auto* room) {
+            return pvzan_feed(c, &in, &left, end, room, PVZAN_LAST);
+        };
+        const auto answer = [&](auto** end, auto* room) {
+            return pvzan_answer(c, raw ? PVZAN_WRITE_RAW : PVZAN_WRITE_UTF8, &said, &words_left,
+                                end, room);
+        };
+        EXPECT_EQ(one_byte(answer), PVZAN_FEED_MISUSE) << "there is no fault";
+        EXPECT_EQ(one_byte(go_on), PVZAN_FEED_FAULT);
+        EXPECT_EQ(one_byte(go_on), PVZAN_FEED_FAULT) << "said again";
+        if (!raw) {
+            EXPECT_EQ(one_byte(answer), PVZAN_FEED_FAULT);
+        }
+        said = bytes(words);
+        words_left = words.size();
+        for (pvzan_outcome o = PVZAN_FEED_MORE_ROOM; o == PVZAN_FEED_MORE_ROOM;) {
+            o = one_byte(answer);
+        }
+        while (one_byte(go_on) == PVZAN_FEED_MORE_ROOM) {
+        }
+        EXPECT_EQ(one_byte(go_on), PVZAN_FEED_MISUSE) << "the text has ended";
+        EXPECT_EQ(to_hex(result), to_hex((raw ? words : "\x1B$B$\"\x1B(Ba") + "\x1B$B$\"\x1B(B"s));
+        pvzan_close(c);
+    }
+}
+
+TEST(Text, ConvertsRows) {
+    pvzan_converter* c = conversion{"cp932", "utf-8"}.open();
+    const std::uint8_t in[] = "\x82\xA0"
+                              "ab\xFF\x82\xA2";
+    const std::int32_t offsets[] = {0, 2, 2, 4, 5, 7};
+    std::uint8_t out[16], kinds[5];
+    std::int32_t ends[6] = {};
+    EXPECT_EQ(pvzan_convert_rows(c, in, offsets, 5, out, sizeof out, ends, 4, kinds), 5U);
+    EXPECT_EQ(std::string(out, out + ends[5]), "あabい");
+    EXPECT_EQ(std::vector(ends, ends + 6), (std::vector{0, 3, 3, 5, 5, 8}));
+    EXPECT_EQ(std::vector(kinds, kinds + 5),
+              (std::vector<std::uint8_t>{0, 0, 0, PVZAN_FAULT_INVALID, 0}));
+    EXPECT_EQ(pvzan_convert_rows(c, in, offsets, 5, out, 4, ends, 4, kinds), 2U) << "no room";
+    pvzan_close(c);
+}
+
+// Every name means the charset it is listed for, however it is written; no two are alike.
+TEST(Text, KnowsNames) {
+    pvzan_name found = {};
+    std::size_t count = 0;
+    for (const std::string& charset : charsets()) {
+        char name[64];
+        for (std::size_t i = 0; pvzan_each_name(charset.c_str(), i, name, sizeof name) == 1; ++i) {
+            std::string typed(name);
+            std::ranges::replace(typed, '-', i % 2 == 0 ? '_' : ' ');
+            std::ranges::transform(typed, typed.begin(), [](char c) {
+                return static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+            });
+            found.size = sizeof found;
+            EXPECT_EQ(pvzan_resolve(typed.c_str(), 0, &found), 1) << typed;
+            EXPECT_EQ(found.charset, charset) << typed;
+            ++count;
+        }
+    }
+    EXPECT_GT(count, 250U);
+    const struct {
+        const char* name;
+        std::uint32_t flags;
+        const char *charset, *shown;
+        std::uint32_t order, mark, exact;
+    } rows[] = {{"Shift-JIS", 0, "shift_jis", "Shift_JIS", 1, 0, 1},
+                {"Shift-JIS", PVZAN_BROWSER_LABELS, "windows31j", "Windows-31J", 1, 0, 1},
+                {"euc-kr", 0, "koreanksc", "EUC-KR", 1, 0, 0},
+                {"euc-kr", PVZAN_BROWSER_LABELS, "koreanksc", "Windows-949", 1, 0, 1},
+                {"utf-16", 0, "utf-16", "UTF-16", 1, 1, 1},
+                {"utf-16le", 0, "utf-16", "UTF-16LE", 2, 0, 1},
+                {"utf8-sig", 0, "utf-8", "UTF-8-SIG", 1, 2, 1},
+                {"latin1", PVZAN_BROWSER_LABELS, "", "Windows-1252", 1, 0, 1},
+                {"unicode", 0, "", "UCS-2", 0, 0, 0},
+                {"windows-932x", 0, "", "Windows-31J", 0, 0, 0},
+                {"cp20", 0, "", "", 0, 0, 0},
+                {"shiftjs", 0, "", "Shift_JIS", 0, 0, 0}};
+    for (const auto& row : rows) {
+        found.size = sizeof found;
+        EXPECT_EQ(pvzan_resolve(row.name, row.flags, &found), row.charset[0] != '\0' ? 1 : 0);
+        EXPECT_STREQ(found.charset, row.charset) << row.name;
+        EXPECT_STREQ(found.shown, row.shown) << row.name;
+        EXPECT_TRUE(found.order == row.order && found.mark == row.mark && found.exact == row.exact)
+            << row.name;
+    }
+}
+
+// The example of the header, compiled as C99; on several threads at once.
+TEST(Text, RunsTheLoopOfTheHeader) {
+    use_shipped_charsets();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            FILE *in = std::tmpfile(), *out = std::tmpfile();
+            const std::string text = std::string(70000, 'a') + "\x82\xA0\xFF";
+            std::fwrite(text.data(), 1, text.size(), in);
+            std::rewind(in);
+            EXPECT_EQ(convert_stream(in, out, "shift_jis", "utf-8"), 0);
+            std::string result(80000, '\0');
+            std::rewind(out);
+            result.resize(std::fread(result.data(), 1, result.size(), out));
+            EXPECT_EQ(result, std::string(70000, 'a') + "あ\uFFFD");
+            std::fclose(in);
+            std::fclose(out);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+} // namespace

@@ -1,0 +1,314 @@
+// Why the library does not take a definition, and what is wrong with the files it names: the
+// definition is read once more, by the same means, step by step.
+#include "cconv/convert/lifecycle.h"
+#include "cconv/definition/document_search.h"
+#include "cconv/directory/directory.h"
+#include "cconv/registry/names.h"
+#include "cconv/rulefunc/rules.h"
+#include "cconv/tables/table.h"
+#include "text/directory.h"
+#include "text/names.h"
+#include "text/record.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace text {
+
+namespace {
+
+const char* last_part(const char* path) {
+    const char* const slash = std::strrchr(path, '/');
+    return slash != nullptr ? slash + 1 : path;
+}
+
+class checker {
+public:
+    checker(pvzan_error* errors, size_t most)
+        : errors_(errors), most_(most), stride_(errors != nullptr ? errors->size : 0) {}
+
+    size_t check(const char* file) {
+        check_definition(last_part(file));
+        return count_;
+    }
+
+private:
+    __attribute__((format(printf, 3, 4))) void tell(const char* file, const char* format, ...) {
+        if (errors_ != nullptr && count_ < most_) {
+            pvzan_error told = {};
+            told.code = PVZAN_ERROR_DEFINITION;
+            copy_text(told.file, file);
+            va_list arguments;
+            va_start(arguments, format);
+            std::vsnprintf(told.text, sizeof told.text, format, arguments);
+            va_end(arguments);
+            auto& given =
+                *reinterpret_cast<pvzan_error*>(reinterpret_cast<u8*>(errors_) + count_ * stride_);
+            given.size = static_cast<u32>(stride_);
+            fill_record(given, told);
+        }
+        ++count_;
+    }
+
+    // A file of the directory, whose names are in lower case there.
+    static bool path_of(const char* file, const char* extension, char (&path)[text_bytes]) {
+        char name[text_bytes];
+        copy_text(name, last_part(file));
+        fold_text(name);
+        char* const dot = std::strrchr(name, '.');
+        if (extension != nullptr && dot != nullptr) {
+            *dot = '\0';
+        }
+        return getCharsetPath(path, sizeof path) != nullptr && append_text(path, name) &&
+               (extension == nullptr || append_text(path, extension));
+    }
+
+    bool read(const char* file, u32 encoding, u32 big_endian, owned_document& in) {
+        if (xmlReadFile(file, encoding, big_endian, &in) != 0 && in.textBytes > 0) {
+            return true;
+        }
+        char path[text_bytes];
+        owned_memory<u8> bytes;
+        std::size_t size = 0;
+        const bool is_there = path_of(file, nullptr, path) && read_regular(path, bytes, size);
+        if (is_there && size > 0) {
+            tell(file, "it is not in UTF-16, UCS-2 or UCS-4");
+        } else {
+            tell(file, "there is no such file, or nothing in it");
+        }
+        return false;
+    }
+
+    std::optional<element> find(const document& in, const char* file, const char* name, i32 from) {
+        const auto found = find_element(in, name, from);
+        if (!found) {
+            tell(file, "the element %s is missing", name);
+        }
+        return found;
+    }
+
+    static bool charset_name(owned_document& in, char (&name)[text_bytes], element& where) {
+        const auto charset = find_element(in, "charset", 0);
+        const auto found = charset ? find_element(in, "name", charset->start) : std::nullopt;
+        if (found) {
+            where = *found;
+            xmlGetName(&in, found->start, found->end, name);
+            fold_text(name);
+        }
+        return found.has_value();
+    }
+
+    void check_definition(const char* file) {
+        owned_document in;
+        char name[text_bytes];
+        element where{};
+        if (!read(file, encoding_utf16, 0, in)) {
+            return;
+        }
+        if (!charset_name(in, name, where)) {
+            tell(file, "the element %s is missing",
+                 find_element(in, "charset", 0) ? "name" : "charset");
+            return;
+        }
+        if (is_taken(file, name)) {
+            return;
+        }
+        const auto rule = find_element(in, "rule", where.start);
+        const auto encoder = rule ? find_key(in, "construle=", rule->start) : std::nullopt;
+        if (rule && !(encoder && find_key(in, "destrule=", *encoder))) {
+            tell(file, "its rule element lacks construle= or destrule=");
+        }
+        check_sets(file, in);
+        const charset_group* group = find_group(name);
+        if (group == nullptr) {
+            if (count_ == 0) {
+                tell(file,
+                     "the library does not take it: memory was short, or it has changed since");
+            }
+            return;
+        }
+        for (const bool encodes : {true, false}) {
+            if (TheRule(encodes ? group->constRule : group->destRule) == nullptr) {
+                tell(file,
+                     "%s has no %s rule, or one of an unknown name: nothing can be converted %s it",
+                     name, encodes ? "encode" : "decode", encodes ? "to" : "from");
+            }
+        }
+    }
+
+    // By the definitions that come before it: the first of a name or number counts.
+    bool is_taken(const char* file, const char* name) {
+        char directory[text_bytes];
+        getCharsetPath(directory, sizeof directory);
+        const file_names definitions(directory, "*.xml");
+        for (const char* other : definitions.all()) {
+            owned_document in;
+            char taken[text_bytes];
+            element where{};
+            if (std::strcmp(other, file) >= 0 || xmlReadFile(other, encoding_utf16, 0, &in) == 0 ||
+                !charset_name(in, taken, where) || group_number(taken) != group_number(name)) {
+                continue;
+            }
+            if (std::strcmp(taken, name) == 0) {
+                tell(file, "%s is already defined by %s", name, other);
+            } else {
+                tell(file, "the name %s has the number %u of %s; choose another name", name,
+                     group_number(name), taken);
+            }
+            return true;
+        }
+        return false;
+    }
+
+    void check_sets(const char* file, owned_document& in) {
+        i32 at = 0;
+        for (;;) {
+            const auto base = find_element(in, "baseset", at);
+            const auto difference = find_element(in, "diffset", at);
+            if (!base && !difference) {
+                break;
+            }
+            const bool base_first = base && (!difference || base->start < difference->start);
+            const element& set = base_first ? *base : *difference;
+            check_set(file, in, set, base_first ? "subseta" : "subsetb",
+                      base_first ? "code" : "codeb");
+            check_extra_tables(file, in, set);
+            at = set.end;
+        }
+        if (const auto user_defined = find_element(in, "eudcset", at)) {
+            check_set(file, in, *user_defined, nullptr, "codec");
+        }
+    }
+
+    // The file behind the entity that an extent of linking refers to.
+    owned_memory<char> referred(const char* file, owned_document& in, owned_document& linking,
+                                const element& where, const char* what) {
+        const owned_memory<char> entity(xmlGetLink(&linking, where.start, where.end));
+        if (entity == nullptr) {
+            tell(file, "a %s refers to no entity", what);
+            return nullptr;
+        }
+        owned_memory<char> found(xmlFindEntry(&in, entity.get()));
+        if (found == nullptr) {
+            tell(file, "the entity %s is not declared in it", entity.get());
+        }
+        return found;
+    }
+
+    void check_set(const char* file, owned_document& in, const element& where, const char* body,
+                   const char* code) {
+        const owned_memory<char> set_file = referred(file, in, in, where, "set");
+        owned_document set;
+        if (set_file == nullptr || !read(set_file.get(), in.encoding, in.bigEndian, set)) {
+            return;
+        }
+        const char* const name = set_file.get();
+        const auto begin = body != nullptr ? find(set, name, body, 0) : element{0, 0};
+        const auto named = begin ? find(set, name, "name", begin->start) : std::nullopt;
+        const auto lang = named && body != nullptr ? find(set, name, "lang", named->end) : named;
+        const auto found = lang ? find(set, name, code, lang->end) : std::nullopt;
+        if (!found) {
+            return;
+        }
+        check_set_name(name, set, *named);
+        if (body == nullptr) {
+            return;
+        }
+        const auto defined = find_element(set, "defined", found->start);
+        const auto table = find_element(set, "srtable", defined ? defined->end : found->start);
+        if (table) { // without one its codes are Unicode values
+            const auto table_file = referred(file, in, set, *table, "srtable");
+            if (table_file != nullptr) {
+                check_table(table_file.get(), in);
+            }
+        }
+    }
+
+    // The first set of a number is the one that all definitions mean.
+    void check_set_name(const char* file, owned_document& set, const element& where) {
+        char name[text_bytes], taken[text_bytes] = "";
+        xmlGetName(&set, where.start, where.end, name);
+        fold_text(name);
+        const object_array* sets = definitions_settled() ? g_ProcessObject.basics : nullptr;
+        for (const basic_set* other : items_of<basic_set>(sets)) {
+            if (other->setNo == group_number(name)) {
+                copy_text(taken, other->name);
+                fold_text(taken);
+            }
+        }
+        if (taken[0] != '\0' && std::strcmp(taken, name) != 0) {
+            tell(file, "the name %s has the number %u of %s; choose another name", name,
+                 group_number(name), taken);
+        }
+    }
+
+    void check_extra_tables(const char* file, owned_document& in, const element& set) {
+        i32 at = set.start;
+        while (const auto table = find_element(in, "dstable", at)) {
+            if (table->end >= set.end) {
+                return;
+            }
+            at = table->end;
+            if (const auto table_file = referred(file, in, in, *table, "dstable")) {
+                check_table(table_file.get(), in);
+            }
+        }
+    }
+
+    void check_table(const char* file, const owned_document& in) {
+        char path[text_bytes], cache[text_bytes];
+        const bool named = path_of(file, nullptr, path) && path_of(file, ".cmp", cache);
+        const owned_file table = named ? open_regular(path) : owned_file();
+        if (table == nullptr) {
+            tell(file, "there is no such table; its set maps nothing");
+            return;
+        }
+        owned_memory<u8> buffer(static_cast<u8*>(ZAN_malloc(TABLE_READ_BYTES))), cached;
+        std::size_t cached_size = 0;
+        const bool has_cache = read_regular(cache, cached, cached_size);
+        if (buffer == nullptr) {
+            return;
+        }
+        table_reader reader = {};
+        reader.file = table.get();
+        reader.encoding = in.encoding;
+        reader.bigEndian = in.bigEndian;
+        reader.readBuf = buffer.get();
+        reader.remaining = file_size(table.get());
+        u32 number = 0;
+        std::size_t bytes = 0;
+        bool same = true;
+        while (hex32(&reader, &number) != 0) {
+            same = same && bytes + sizeof number <= cached_size &&
+                   std::memcmp(cached.get() + bytes, &number, sizeof number) == 0;
+            bytes += sizeof number;
+        }
+        const std::size_t left = bytes % (2 * sizeof number);
+        if (bytes == left) {
+            tell(file, "the table is empty, or in another encoding than its definition");
+        } else if (left != 0) {
+            tell(file,
+                 "the table is cut: its last line must end in a line break of two characters");
+        } else if (has_cache && !(same && cached_size / 8 == bytes / 8)) {
+            tell(last_part(cache),
+                 "the cache differs from its table, and is used all the same: remove it");
+        }
+    }
+
+    pvzan_error* errors_;
+    size_t most_, stride_, count_ = 0;
+};
+
+} // namespace
+
+} // namespace text
+
+using namespace text;
+
+extern "C" size_t pvzan_check_definition(const char* path, pvzan_error* errors, size_t most) {
+    if (path == nullptr || (errors != nullptr && most > 0 && !is_record(errors))) {
+        return 0;
+    }
+    settle_directory(nullptr); // where nothing is taken there is more to say
+    return checker(most > 0 ? errors : nullptr, most).check(path);
+}

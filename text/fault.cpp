@@ -1,0 +1,328 @@
+// What is said about a fault. Found out when it is asked for: texts have more faults than anybody
+// reads about.
+#include "cconv/engine/step.h"
+#include "cconv/registry/names.h"
+#include "cconv/rulefunc/designations.h"
+#include "cconv/rulefunc/rules.h"
+#include "cconv/tables/table.h"
+#include "text/converter.h"
+#include "text/names.h"
+#include "text/record.h"
+#include "text/unicode.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace text {
+
+namespace {
+
+struct blame {
+    u32 reason, bytes;
+    i32 follower = -1;
+};
+
+constexpr bool is_in(u32 byte, u32 first, u32 last) {
+    return byte >= first && byte <= last;
+}
+
+// Whether the bytes are a character to the source's rule, or the begin of one.
+bool may_be_character(session& s, std::span<const u8> bytes) {
+    s.inBuf = bytes.data();
+    s.inPos = 0;
+    s.inLen = static_cast<i32>(bytes.size());
+    s.status = PVZAN_WRITTEN;
+    decode_step(&s);
+    character c{0, 0};
+    return s.status == PVZAN_INPUT_INCOMPLETE ||
+           (s.status == PVZAN_DECODED && read_character(&s, c));
+}
+
+// ---- What is known of single bytes, since finding out takes 256 tries --------------------------
+
+constexpr u8 begin_asked = 1, begins_something = 2, end_asked = 4, ends_something = 8;
+
+// Two bytes; with two more where the rule says nothing before it has seen four.
+std::span<const u8> pair_of(const pvzan_converter& c, const u8 (&code)[4]) {
+    return std::span(code).first(c.longest == max_code_bytes ? 4 : 2);
+}
+
+bool begins_nothing(pvzan_converter& c, u8 byte) {
+    u8& known = c.bytes_known[byte];
+    for (u32 second = 0; (known & begin_asked) == 0 && second <= 0xFF; ++second) {
+        const u8 code[] = {byte, static_cast<u8>(second), 0x81, '0'};
+        if (may_be_character(c.work, pair_of(c, code))) {
+            known |= begin_asked | begins_something;
+        }
+    }
+    known |= begin_asked;
+    return (known & begins_something) == 0;
+}
+
+bool ends_nothing(pvzan_converter& c, u8 byte) {
+    u8& known = c.bytes_known[byte];
+    for (u32 first = 0x21; (known & end_asked) == 0 && first <= 0xFF; ++first) {
+        const u8 code[] = {static_cast<u8>(first), byte, 0x81, '0'};
+        may_be_character(c.work, {code, 1});
+        if (c.work.status == PVZAN_INPUT_INCOMPLETE && may_be_character(c.work, pair_of(c, code))) {
+            known |= end_asked | ends_something;
+        }
+    }
+    known |= end_asked;
+    return (known & ends_something) == 0;
+}
+
+// ---- Why bytes are invalid ---------------------------------------------------------------------
+
+blame blame_unicode(const pvzan_converter& c, const fault& f) {
+    const sequence read = read_sequence(f.bytes, f.seen, c.from.kind, c.now.big_source);
+    if (read.kind == sequence::whole) {
+        return {PVZAN_REASON_NO_CHARACTER, f.length};
+    }
+    if (c.from.kind == PVZAN_KIND_UTF_8) {
+        return f.needed > f.length
+                   ? blame{PVZAN_REASON_BROKEN_OFF, f.length, i32{f.bytes[f.length]}}
+                   : blame{PVZAN_REASON_BEGINS_NOTHING, 1};
+    }
+    const bool big_code =
+        c.from.kind == PVZAN_KIND_UCS_4 && load_code({f.bytes, 4}, c.now.big_source) > 0xDFFF;
+    return {big_code ? u32{PVZAN_REASON_NO_CHARACTER} : u32{PVZAN_REASON_HALF_PAIR}, f.length};
+}
+
+blame blame_code(pvzan_converter& c, const fault& f) {
+    if (c.source != nullptr && c.source->read == reading::escapes) {
+        const bool escape = f.bytes[0] == escape_byte;
+        const bool fits = f.needed == 2 && is_in(f.bytes[1], 0x21, 0x7E);
+        return {escape          ? u32{PVZAN_REASON_ESCAPE}
+                : f.needed == 1 ? u32{PVZAN_REASON_BEGINS_NOTHING}
+                : fits          ? u32{PVZAN_REASON_NO_CHARACTER}
+                                : u32{PVZAN_REASON_CANNOT_FOLLOW},
+                f.needed};
+    }
+    if (f.needed < 2) {
+        return {PVZAN_REASON_BEGINS_NOTHING, 1};
+    }
+    if (f.needed == 2) {
+        if (begins_nothing(c, f.bytes[0])) {
+            return {PVZAN_REASON_BEGINS_NOTHING, 1, i32{f.bytes[1]}};
+        }
+        const bool fits = c.from.unit == 2 || !ends_nothing(c, f.bytes[1]);
+        return {fits ? u32{PVZAN_REASON_NO_CHARACTER} : u32{PVZAN_REASON_CANNOT_FOLLOW}, 2};
+    }
+    // All of it was looked at, or the last byte looked at is the one that does not fit.
+    return {f.needed == f.length && f.bytes[f.needed - 1] != 0xFF &&
+                    (f.bytes[f.needed - 1] > 0xA0 || c.longest == max_code_bytes)
+                ? u32{PVZAN_REASON_NO_CHARACTER}
+                : u32{PVZAN_REASON_CANNOT_FOLLOW},
+            f.needed};
+}
+
+// ---- A charset that has it ---------------------------------------------------------------------
+
+const char* relative_of(const char* charset) {
+    constexpr struct {
+        const char *charset, *relative;
+    } relatives[] = {{"shift_jis", "windows31j"},
+                     {"chinesegbk", "gb18030"},
+                     {"euc-jp", "euc-jis-2004"},
+                     {"iso-2022-jp", "iso-2022-jp-2004"},
+                     {"windows31j", "shift_jis-2004"}};
+    for (const auto& row : relatives) {
+        if (std::strcmp(row.charset, charset) == 0) {
+            return row.relative;
+        }
+    }
+    return "";
+}
+
+bool relative_reads(pvzan_converter& c, charset_group* relative, const fault& f) {
+    session& s = c.work;
+    charset_group* const group = s.srcGroup;
+    rule_row* const rule = s.srcRule;
+    const u32 number = s.srcGroupNo;
+    s.srcGroup = relative;
+    s.srcGroupNo = relative->groupNo;
+    s.srcRule = TheRule(relative->destRule);
+    const bool reads =
+        s.srcRule != nullptr && may_be_character(s, {f.bytes, f.seen}) && s.status == PVZAN_DECODED;
+    s.srcGroup = group;
+    s.srcGroupNo = number;
+    s.srcRule = rule;
+    return reads;
+}
+
+bool relative_writes(pvzan_converter& c, charset_group* relative, const fault& f) {
+    session& s = c.work;
+    charset_group* const group = s.dstGroup;
+    rule_row* const rule = s.dstRule;
+    const u32 number = s.dstGroupNo;
+    s.dstGroup = relative;
+    s.dstGroupNo = relative->groupNo;
+    s.dstRule = TheRule(relative->constRule);
+    const bool writes = s.dstRule != nullptr && can_write(c, f.missing);
+    s.dstGroup = group;
+    s.dstGroupNo = number;
+    s.dstRule = rule;
+    std::memset(c.sound, 0, sizeof c.sound);
+    return writes;
+}
+
+void tell_relative(pvzan_converter& c, const fault& f, pvzan_fault& told) {
+    const bool reading = f.kind == PVZAN_FAULT_INVALID;
+    const char* const name = relative_of(reading ? c.from.charset : c.to.charset);
+    charset_group* const relative = name[0] != '\0' ? find_group(name) : nullptr;
+    if (relative == nullptr || (!reading && f.kind != PVZAN_FAULT_MISSING)) {
+        return;
+    }
+    for (basic_set* set : member_sets(relative)) {
+        if (set->setType != PVZAN_SET_USER_DEFINED) {
+            loadTableFile(set->decodeTable);
+            loadTableFile(set->encodeTable);
+        }
+    }
+    if (reading ? relative_reads(c, relative, f) : relative_writes(c, relative, f)) {
+        shown_name(name, told.relative);
+    }
+}
+
+// ---- In words ----------------------------------------------------------------------------------
+
+class words {
+public:
+    explicit words(pvzan_fault& f) : f_(f) {}
+    __attribute__((format(printf, 2, 3))) words& add(const char* format, ...) {
+        va_list arguments;
+        va_start(arguments, format);
+        const int n = std::vsnprintf(f_.why + size_, sizeof f_.why - size_, format, arguments);
+        va_end(arguments);
+        size_ = n < 0 ? size_ : std::min(size_ + static_cast<std::size_t>(n), sizeof f_.why - 1);
+        return *this;
+    }
+    words& add_bytes(const u8* bytes, u32 count) {
+        for (u32 i = 0; i < count; ++i) {
+            add("%s%02x", i > 0 ? " " : "", bytes[i]);
+        }
+        return *this;
+    }
+    words& add_character(const u32* scalars, u32 count) {
+        for (u32 i = 0; i < count; ++i) {
+            add("%sU+%04X", i > 0 ? " " : "", scalars[i]);
+        }
+        return *this;
+    }
+
+private:
+    pvzan_fault& f_;
+    std::size_t size_ = 0;
+};
+
+void say_invalid(words& w, const pvzan_converter& c, const pvzan_fault& f) {
+    w.add("invalid %s: ", c.from.shown);
+    if (f.reason == PVZAN_REASON_CANNOT_FOLLOW) {
+        w.add_bytes(f.bytes, f.blamed - 1)
+            .add(" cannot be followed by %02x", f.bytes[f.blamed - 1]);
+        return;
+    }
+    w.add_bytes(f.bytes, f.blamed);
+    switch (f.reason) {
+    case PVZAN_REASON_BROKEN_OFF:
+        w.add(" cannot be followed by %02x", static_cast<u32>(f.follower));
+        break;
+    case PVZAN_REASON_NO_CHARACTER: w.add(" has no character"); break;
+    case PVZAN_REASON_HALF_PAIR: w.add(" is half of a surrogate pair"); break;
+    case PVZAN_REASON_ESCAPE: w.add(" is no known escape sequence"); break;
+    default: w.add(" is not a lead byte"); break;
+    }
+}
+
+void say(const pvzan_converter& c, pvzan_fault& f) {
+    words w(f);
+    switch (f.kind) {
+    case PVZAN_FAULT_INVALID: say_invalid(w, c, f); break;
+    case PVZAN_FAULT_CUT:
+        w.add("invalid %s: ", c.from.shown);
+        w.add_bytes(f.bytes, f.blamed).add(" at the end of the text");
+        break;
+    case PVZAN_FAULT_LEFT_OPEN:
+        w.add("the text ends without the way back to ASCII that %s asks for", c.from.shown);
+        break;
+    case PVZAN_FAULT_MISSING:
+        w.add_character(f.scalars, f.scalars_count).add(" has no code in %s", c.to.shown);
+        break;
+    default:
+        w.add_character(f.scalars, f.scalars_count);
+        if (f.back_bytes_count > 0) {
+            w.add(" has another code in %s, too: ", c.from.shown);
+            w.add_bytes(f.back_bytes, f.back_bytes_count);
+        } else {
+            w.add(" would come back from %s as ", c.to.shown).add_character(f.back, f.back_count);
+        }
+        break;
+    }
+}
+
+void fill_character(const character& c, u32 (&scalars)[2], u32& count) {
+    scalars[0] = c.letter;
+    scalars[1] = c.mark;
+    count = c.mark != 0 ? 2 : 1;
+}
+
+void explain(pvzan_converter& c, const fault& f, pvzan_fault& told) {
+    told.kind = f.kind;
+    told.length = f.length;
+    told.offset = f.at.offset;
+    told.line = f.at.line;
+    told.column = f.at.column;
+    told.follower = -1;
+    std::memcpy(told.bytes, f.bytes, f.seen);
+    told.blamed = f.needed;
+    if (f.kind == PVZAN_FAULT_INVALID) {
+        const blame b = is_unicode(c.from) ? blame_unicode(c, f) : blame_code(c, f);
+        told.reason = b.reason;
+        told.blamed = b.bytes;
+        told.follower = b.follower;
+    }
+    if (f.kind == PVZAN_FAULT_MISSING || f.kind == PVZAN_FAULT_OTHER_BACK) {
+        fill_character(f.missing, told.scalars, told.scalars_count);
+        // What the code means there, as half-width katakana in ISO-2022-JP; a backslash is not like
+        // a yen sign.
+        const bool means_other = f.kind == PVZAN_FAULT_OTHER_BACK && f.back != f.missing &&
+                                 f.back.letter >= 0x80 && f.back.mark == 0;
+        const u32 like = f.missing.mark != 0 ? 0
+                         : means_other       ? f.back.letter
+                                             : look_alike_of(f.missing.letter);
+        told.look_alike = like != 0 && can_write(c, {like, 0}) ? like : 0;
+    }
+    if (f.kind == PVZAN_FAULT_OTHER_BACK) {
+        fill_character(f.back, told.back, told.back_count);
+        if (f.back == f.missing) {
+            told.back_bytes_count =
+                static_cast<u32>(spell_again(&c.work, f.missing, told.back_bytes));
+        }
+    }
+    tell_relative(c, f, told);
+    say(c, told);
+}
+
+} // namespace
+
+} // namespace text
+
+using namespace text;
+
+extern "C" int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* given) {
+    if (converter == nullptr || !is_record(given) || converter->fault.kind == 0) {
+        return 0;
+    }
+    // Finding out why uses the session, and leaves what the conversion goes on with.
+    auto& c = const_cast<pvzan_converter&>(*converter);
+    const u32 in_set = c.work.srcShiftSet, out_set = c.work.dstShiftSet;
+    pvzan_fault told = {};
+    told.size = sizeof told;
+    c.work.srcShiftSet = c.fault.set;
+    explain(c, c.fault, told);
+    c.work.srcShiftSet = in_set;
+    c.work.dstShiftSet = out_set;
+    fill_record(*given, told);
+    return 1;
+}

@@ -1,0 +1,308 @@
+// Reading one character, strictly, and telling how many bytes a fault is.
+#include "cconv/engine/composition.h"
+#include "cconv/engine/step.h"
+#include "cconv/rulefunc/designations.h"
+#include "text/converter.h"
+#include "text/unicode.h"
+
+#include <algorithm>
+
+namespace text {
+
+namespace {
+
+using kind = reading_result::kind_type;
+
+constexpr bool is_in(u32 byte, u32 first, u32 last) {
+    return byte >= first && byte <= last;
+}
+
+reading_result faulty(u32 fault_kind, std::size_t bytes, std::size_t needed) {
+    return {.kind = kind::faulty,
+            .bytes = static_cast<u32>(bytes),
+            .fault_kind = fault_kind,
+            .needed = static_cast<u32>(needed)};
+}
+
+reading_result invalid(std::size_t bytes, std::size_t needed) {
+    return faulty(PVZAN_FAULT_INVALID, bytes, needed);
+}
+
+// What is cut is a fault where the text ends; length: what is stepped over then.
+reading_result cut(const view& text, std::size_t length) {
+    return text.last ? faulty(PVZAN_FAULT_CUT, length, text.size)
+                     : reading_result{.kind = kind::waiting, .bytes = 0};
+}
+
+// The charset's own rule has the last word on what a code stands for.
+bool decode(pvzan_converter& c, const u8* bytes, std::size_t size, reading_result& read) {
+    session& s = c.work;
+    s.inBuf = bytes;
+    s.inPos = 0;
+    s.inLen = static_cast<i32>(size);
+    s.status = PVZAN_WRITTEN;
+    decode_step(&s);
+    read = {.kind = kind::whole, .bytes = static_cast<u32>(s.inPos)};
+    return s.status == PVZAN_DECODED && read_character(&s, read.c);
+}
+
+// ---- Unicode -----------------------------------------------------------------------------------
+
+bool may_join(const pvzan_converter& c, u32 letter) {
+    return c.kana_joins && (may_take_mark(letter) ||
+                            ((c.how.flags & PVZAN_COMPOSE) != 0 && takes_composing_mark(letter)));
+}
+
+// A letter and its marks are one character where the target has nothing else for them.
+void compose_marks(pvzan_converter& c, const view& text, reading_result& read) {
+    u32 letter = read.c.letter, at = read.bytes;
+    const bool may_wait = !text.last && !text.flush;
+    for (u32 marks = 1;; ++marks) {
+        const view rest = text.behind(at);
+        const sequence next =
+            rest.size > 0 ? read_sequence(rest.bytes, rest.size, c.from.kind, c.now.big_source)
+                          : sequence{sequence::cut, 0, 0};
+        if (next.kind == sequence::cut && may_wait && may_join(c, letter) && can_write(c, read.c)) {
+            read = {.kind = kind::waiting, .bytes = 0, .letters = at};
+        }
+        if (next.kind != sequence::whole) {
+            return;
+        }
+        if (marks == 1 && IsJISX0213CombiningUCS(letter, next.scalar) != 0 &&
+            can_write(c, {letter, next.scalar})) {
+            read.c.mark = next.scalar;
+            read.bytes += next.bytes;
+            return;
+        }
+        letter = (c.how.flags & PVZAN_COMPOSE) != 0 ? compose(letter, next.scalar) : 0;
+        if (letter == 0 || can_write(c, {next.scalar, 0})) {
+            return;
+        }
+        at += next.bytes;
+        if (can_write(c, {letter, 0})) {
+            read.c = {letter, 0};
+            read.bytes = at;
+            read.marks = marks;
+        }
+    }
+}
+
+reading_result read_unicode(pvzan_converter& c, const view& text) {
+    const sequence first = read_sequence(text.bytes, text.size, c.from.kind, c.now.big_source);
+    if (first.kind == sequence::cut) {
+        return cut(text, text.size);
+    }
+    if (first.kind == sequence::ill_formed) {
+        const bool opens = c.from.kind == PVZAN_KIND_UTF_8 && is_in(text.bytes[0], 0xC2, 0xF4);
+        return invalid(first.bytes, first.bytes + (opens ? 1U : 0U));
+    }
+    reading_result read;
+    if (!decode(c, text.bytes, first.bytes, read) || read.bytes != first.bytes) {
+        return invalid(first.bytes, first.bytes); // of sets that do not have it
+    }
+    if (may_join(c, read.c.letter)) {
+        compose_marks(c, text, read);
+    }
+    return read;
+}
+
+// ---- Codes that designations give their meaning ------------------------------------------------
+
+constexpr bool is_double_byte_half(u32 byte) {
+    return is_in(byte, 0x21, 0x7E);
+}
+
+bool may_become_designation(const view& text) {
+    constexpr const designation* designations[] = {&to_ascii,    &to_roman,  &to_jisc6226,
+                                                   &to_jisx0208, &to_plane1, &to_plane2};
+    return std::ranges::any_of(designations, [&](const designation* d) {
+        return text.size < d->length &&
+               std::equal(text.bytes, text.bytes + text.size, d->bytes.begin());
+    });
+}
+
+reading_result read_designation(const pvzan_converter& c, const view& text) {
+    const designation* d = designation_at({text.bytes, text.size});
+    if (d != nullptr && designated_set(c.work.srcGroup, d->setNo) != nullptr) {
+        return {.kind = kind::silent,
+                .bytes = static_cast<u32>(d->length),
+                .c = {d->setNo, d->plane_flag}};
+    }
+    if (may_become_designation(text)) {
+        return cut(text, 1);
+    }
+    // As far as it is like one that there is.
+    std::size_t needed = 1;
+    while (needed < text.size && may_become_designation({text.bytes, needed, false, false})) {
+        ++needed;
+    }
+    return invalid(1, d != nullptr ? d->length : needed);
+}
+
+reading_result read_designated(pvzan_converter& c, const view& text) {
+    const u32 first = text.bytes[0];
+    if (first == escape_byte) {
+        return read_designation(c, text);
+    }
+    const basic_set* set = designated_set(c.work.srcGroup, c.work.srcShiftSet);
+    reading_result read;
+    if (set == nullptr || !is_double_byte_width(set->byteNum) ||
+        is_ascii_in_double_byte_text(first)) {
+        const bool stands = first < 0x80 && !switches_sets(first);
+        return stands && decode(c, text.bytes, 1, read) ? read : invalid(1, 1);
+    }
+    if (!is_double_byte_half(first)) {
+        return invalid(1, 1);
+    }
+    if (text.size < 2) {
+        return cut(text, 1);
+    }
+    const u32 second = text.bytes[1];
+    if (!is_double_byte_half(second)) {
+        const bool stands_alone = second == escape_byte || is_ascii_in_double_byte_text(second);
+        return invalid(stands_alone ? 1 : 2, 2);
+    }
+    // The rule forgets the plane behind the first code.
+    u8 spelled[6];
+    std::size_t size = 0;
+    if (c.now.plane2) {
+        size = to_plane2.length;
+        std::ranges::copy(to_plane2.sequence(), spelled);
+    }
+    spelled[size] = text.bytes[0];
+    spelled[size + 1] = text.bytes[1];
+    if (!decode(c, spelled, size + 2, read)) {
+        return invalid(2, 2);
+    }
+    read.bytes = 2;
+    return read;
+}
+
+// ---- Other codes -------------------------------------------------------------------------------
+
+constexpr bool is_high_trail(u32 byte) {
+    return is_in(byte, 0xA1, 0xFE);
+}
+
+// Four bytes are GB 18030's: the second and the fourth a digit. A digit is a character of its own
+// as long as they are not.
+reading_result judge_four_bytes(const view& text) {
+    constexpr std::size_t length = 4;
+    for (std::size_t i = 1; i < length; ++i) {
+        if (i == text.size) {
+            return cut(text, 1);
+        }
+        if (i % 2 == 1 ? !is_in(text.bytes[i], '0', '9') : !is_in(text.bytes[i], 0x81, 0xFE)) {
+            return invalid(1, i + 1);
+        }
+    }
+    return invalid(length, length);
+}
+
+// How many bytes a code is that has no character: never with one of ASCII at the end.
+reading_result judge(const pvzan_converter& c, const view& text) {
+    constexpr std::array<u8, 4> usual = {0x81, 0xFE, 0x81, 0xFE};
+    const std::array<u8, 4>& leads = c.source != nullptr ? c.source->leads : usual;
+    const u32 first = text.bytes[0];
+    const bool leads_on = is_in(first, leads[0], leads[1]) || is_in(first, leads[2], leads[3]);
+    if (!leads_on || c.longest == 1) {
+        return invalid(1, 1);
+    }
+    if (text.size < 2) {
+        return cut(text, 1);
+    }
+    const u32 second = text.bytes[1];
+    if (c.longest == max_code_bytes && is_in(second, '0', '9')) {
+        return judge_four_bytes(text);
+    }
+    const bool shifts = c.source != nullptr && c.source->single_shift != no_single_shift &&
+                        first == c.source->single_shift && is_high_trail(second);
+    if (!shifts) {
+        return invalid(second < 0x80 ? 1 : 2, 2);
+    }
+    if (text.size < 3) {
+        return cut(text, 2);
+    }
+    return invalid(text.bytes[2] < 0x80 ? 2 : 3, 3);
+}
+
+reading_result read_code(pvzan_converter& c, const view& text) {
+    if (text.size < c.needed && !text.last) {
+        return {.kind = kind::waiting, .bytes = 0};
+    }
+    reading_result read;
+    if (c.from.unit == 2) {
+        if (text.size < 2) {
+            return cut(text, text.size);
+        }
+        return decode(c, text.bytes, 2, read) && read.bytes == 2 ? read : invalid(2, 2);
+    }
+    return decode(c, text.bytes, std::min<std::size_t>(text.size, max_code_bytes), read)
+               ? read
+               : judge(c, text);
+}
+
+} // namespace
+
+reading_result read(pvzan_converter& c, const view& text) {
+    if (is_unicode(c.from)) {
+        return read_unicode(c, text);
+    }
+    const bool escapes = c.source != nullptr && c.source->read == reading::escapes;
+    return escapes ? read_designated(c, text) : read_code(c, text);
+}
+
+mark_found find_mark(const pvzan_converter& c, const view& text, u32& length) {
+    struct byte_order_mark {
+        u32 kind, length;
+        u8 bytes[4];
+        bool big;
+    };
+    constexpr byte_order_mark marks[] = {
+        {PVZAN_KIND_UTF_8, 3, {0xEF, 0xBB, 0xBF}, true},
+        {PVZAN_KIND_UCS_4, 4, {0x00, 0x00, 0xFE, 0xFF}, true},
+        {PVZAN_KIND_UCS_4, 4, {0xFF, 0xFE, 0x00, 0x00}, false},
+        {PVZAN_KIND_UTF_16, 2, {0xFE, 0xFF}, true},
+        {PVZAN_KIND_UTF_16, 2, {0xFF, 0xFE}, false},
+        {PVZAN_KIND_UCS_2, 2, {0xFE, 0xFF}, true},
+        {PVZAN_KIND_UCS_2, 2, {0xFF, 0xFE}, false},
+    };
+    const bool any_order = c.from.mark == 1;
+    if ((c.how.flags & PVZAN_LEAVE_INPUT) != 0 && c.from.mark == 0) {
+        return mark_found::none; // iconv's way
+    }
+    for (const byte_order_mark& mark : marks) {
+        const std::size_t seen = std::min<std::size_t>(mark.length, text.size);
+        if (mark.kind != c.from.kind || !std::equal(mark.bytes, mark.bytes + seen, text.bytes) ||
+            !(any_order || mark.kind == PVZAN_KIND_UTF_8 || mark.big == c.now.big_source)) {
+            continue;
+        }
+        if (seen == mark.length) {
+            length = mark.length;
+            return mark.big ? mark_found::big : mark_found::little;
+        }
+        if (!text.last) {
+            return mark_found::waiting;
+        }
+    }
+    return mark_found::none;
+}
+
+std::size_t settled_size(const pvzan_converter& c, const view& text) {
+    if (!c.kana_joins || text.last || text.flush) {
+        return text.size;
+    }
+    const std::size_t width = c.from.unit;
+    std::size_t at = (text.size - 1) / width * width;
+    const auto continues = [&] {
+        return c.from.kind == PVZAN_KIND_UTF_8 && (text.bytes[at] & 0xC0) == 0x80;
+    };
+    for (int back = 0; back < 3 && at > 0 && continues(); ++back) {
+        --at;
+    }
+    const view rest = text.behind(at);
+    const sequence last = read_sequence(rest.bytes, rest.size, c.from.kind, c.now.big_source);
+    return last.kind == sequence::whole && may_join(c, last.scalar) ? at : text.size;
+}
+
+} // namespace text

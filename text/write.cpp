@@ -1,0 +1,276 @@
+// Writing one character, so that it comes back as itself, and what stands for a fault.
+#include "cconv/engine/step.h"
+#include "cconv/rulefunc/designations.h"
+#include "text/converter.h"
+#include "text/unicode.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <utility>
+
+namespace text {
+
+namespace {
+
+struct look_alike {
+    u16 scalar, stand_in;
+};
+
+// Characters of which vendors' tables hold one or the other. The stand-ins are as wide as the
+// character in Japanese text.
+constexpr look_alike look_alikes[] = {
+    {0x00A2, 0xFFE0}, {0x00A3, 0xFFE1}, {0x00A5, 0xFFE5}, {0x00A6, 0xFFE4}, {0x00AC, 0xFFE2},
+    {0x00AF, 0xFFE3}, {0x2014, 0x2015}, {0x2015, 0x2014}, {0x2016, 0x2225}, {0x203E, 0xFFE3},
+    {0x2212, 0xFF0D}, {0x2225, 0x2016}, {0x2985, 0xFF5F}, {0x2986, 0xFF60}, {0x301C, 0xFF5E},
+    {0xFF0D, 0x2212}, {0xFF5E, 0x301C}, {0xFF5F, 0x2985}, {0xFF60, 0x2986}, {0xFFE0, 0x00A2},
+    {0xFFE1, 0x00A3}, {0xFFE2, 0x00AC}, {0xFFE3, 0x00AF}, {0xFFE4, 0x00A6}, {0xFFE5, 0x00A5},
+};
+
+// The sets designated in the output.
+struct output_sets {
+    explicit output_sets(const session& s)
+        : shift(s.dstShiftSet), plane(s.dstShiftPlane), out(s.outSetNo) {}
+    void put_back(session& s) const {
+        s.dstShiftSet = shift;
+        s.dstShiftPlane = plane;
+        s.outSetNo = out;
+    }
+    u32 shift, plane, out;
+};
+
+// Lets the encode rule write behind what is pending; the bytes, none where the target lacks it.
+std::span<const u8> encode(pvzan_converter& c, const character& what) {
+    session& s = c.work;
+    u8* const out = c.now.pending + c.now.pending_size;
+    s.outBuf = out;
+    s.outPos = 0;
+    s.outLen = static_cast<i32>(most_pending - c.now.pending_size);
+    s.target.convertNewline = 0;
+    put_character(&s, what);
+    encode_step(&s);
+    return {out, s.status == PVZAN_WRITTEN ? static_cast<std::size_t>(s.outPos) : 0};
+}
+
+void keep(pvzan_converter& c, std::size_t bytes) {
+    session& s = c.work;
+    c.now.pending_size += static_cast<u32>(bytes);
+    if (s.dstShiftPlane != 0) { // behind such a code what follows is to be designated anew
+        s.dstShiftPlane = 0;
+        s.dstShiftSet = 0;
+    }
+}
+
+// Few scalars of a text are beyond what the fast path keeps, and most of those more than once.
+u32& sound_at(pvzan_converter& c, u32 letter) {
+    return c.sound[(letter * 0x9E3779B1U) >> 26];
+}
+
+bool is_sound(pvzan_converter& c, const character& what) {
+    return is_unicode(c.to) ||
+           (what.mark == 0 && what.letter != 0 && sound_at(c, what.letter) == what.letter);
+}
+
+// What the target makes of the character; with a designation before it, for not every set is
+// written under its own.
+character written_as(pvzan_converter& c, const character& what) {
+    const output_sets before(c.work);
+    c.work.dstShiftSet = 0;
+    c.work.dstShiftPlane = 0;
+    const std::span<const u8> bytes = encode(c, what);
+    const character back =
+        bytes.empty() ? no_character : read_back(&c.work, bytes, PVZAN_SET_ISO_646_IRV);
+    before.put_back(c.work);
+    return back;
+}
+
+} // namespace
+
+written write(pvzan_converter& c, const character& what, character& back) {
+    back = what;
+    if (c.target != nullptr && c.target->designates && switches_sets(what.letter)) {
+        return written::missing;
+    }
+    if (!is_sound(c, what)) {
+        back = written_as(c, what);
+        if (back == what && what.mark == 0) {
+            sound_at(c, what.letter) = what.letter;
+        }
+    }
+    const output_sets before(c.work);
+    const std::span<const u8> bytes = encode(c, what);
+    if (back == what && !bytes.empty()) {
+        keep(c, bytes.size());
+        return written::done;
+    }
+    before.put_back(c.work);
+    return back == no_character || bytes.empty() ? written::missing : written::other;
+}
+
+bool can_write(pvzan_converter& c, const character& what) {
+    const output_sets before(c.work);
+    const u32 pending = c.now.pending_size;
+    character back{0, 0};
+    const bool done = write(c, what, back) == written::done;
+    c.now.pending_size = pending;
+    before.put_back(c.work);
+    return done;
+}
+
+u32 look_alike_of(u32 letter) {
+    const auto* found = std::ranges::find(look_alikes, letter, &look_alike::scalar);
+    return found != std::end(look_alikes) ? found->stand_in : 0;
+}
+
+written write_as_asked(pvzan_converter& c, const character& what, character& back) {
+    const bool follows_break = std::exchange(c.now.behind_break, false);
+    if (c.how.breaks != PVZAN_BREAKS_AS_FOUND && (what.letter == '\r' || what.letter == '\n')) {
+        c.now.behind_break = what.letter == '\r';
+        if (follows_break && what.letter == '\n') {
+            return written::done;
+        }
+        if (c.how.breaks != PVZAN_BREAKS_LF && write(c, {'\r', 0}, back) != written::done) {
+            return written::missing;
+        }
+        return c.how.breaks != PVZAN_BREAKS_CR ? write(c, {'\n', 0}, back) : written::done;
+    }
+    const written result = write(c, what, back);
+    if (result == written::done || (c.how.flags & PVZAN_LOOK_ALIKES) == 0 || what.mark != 0) {
+        return result;
+    }
+    // A yen sign that becomes a backslash is alike to nobody's program.
+    const u32 like = look_alike_of(what.letter);
+    character other{0, 0};
+    if (result == written::other && back.letter >= 0x80 && back.mark == 0) {
+        keep(c, encode(c, what).size());
+    } else if (like == 0 || write(c, {like, 0}, other) != written::done) {
+        return result;
+    }
+    ++c.now.look_alikes;
+    return written::done;
+}
+
+void write_closing(pvzan_converter& c) {
+    session& s = c.work;
+    if (c.target == nullptr || !c.target->designates || s.dstShiftSet == PVZAN_SET_ISO_646_IRV) {
+        return;
+    }
+    s.outBuf = c.now.pending + c.now.pending_size;
+    s.outPos = 0;
+    s.outLen = static_cast<i32>(most_pending - c.now.pending_size);
+    s.outSetNo = 0;
+    s.status = PVZAN_TERMINATE;
+    s.dstRule->function(&s);
+    c.now.pending_size += static_cast<u32>(s.outPos);
+    s.dstShiftSet = PVZAN_SET_ISO_646_IRV;
+}
+
+u32 substitute_of(pvzan_converter& c) {
+    constexpr u32 replacement_character = 0xFFFD, geta = 0x3013;
+    if (c.substitute == 0) {
+        c.substitute = is_unicode(c.to)          ? replacement_character
+                       : can_write(c, {geta, 0}) ? geta
+                                                 : u32{'?'};
+    }
+    return c.substitute;
+}
+
+namespace {
+
+bool has_all(pvzan_converter& c, const u8* text, std::size_t size) {
+    while (size > 0) {
+        const sequence next = read_utf8(text, size);
+        if (next.kind != sequence::whole || !can_write(c, {next.scalar, 0})) {
+            return false;
+        }
+        text += next.bytes;
+        size -= next.bytes;
+    }
+    return true;
+}
+
+} // namespace
+
+pvzan_outcome write_text(pvzan_converter& c, bool raw, const u8*& text, std::size_t& left, u8*& out,
+                         std::size_t& room) {
+    const auto hand_out = [&](const u8* bytes, std::size_t size) {
+        const std::size_t n = std::min(size, room);
+        std::copy_n(bytes, n, out);
+        out += n;
+        room -= n;
+        c.now.out += n;
+        return n;
+    };
+    if ((text == nullptr && left > 0) || (out == nullptr && room > 0)) {
+        return PVZAN_FEED_MISUSE;
+    }
+    if (!raw && !has_all(c, text, left)) {
+        return PVZAN_FEED_FAULT;
+    }
+    c.now.behind_break = false;
+    for (;;) {
+        c.now.pending_at += static_cast<u32>(
+            hand_out(c.now.pending + c.now.pending_at, c.now.pending_size - c.now.pending_at));
+        if (c.now.pending_at < c.now.pending_size) {
+            return PVZAN_FEED_MORE_ROOM;
+        }
+        c.now.pending_at = c.now.pending_size = 0;
+        if (left == 0) {
+            return PVZAN_FEED_DONE;
+        }
+        std::size_t taken = 0;
+        if (raw) {
+            taken = hand_out(text, left);
+        } else {
+            const sequence next = read_utf8(text, left);
+            character back{0, 0};
+            write(c, {next.scalar, 0}, back);
+            taken = next.bytes;
+        }
+        if (taken == 0) {
+            return PVZAN_FEED_MORE_ROOM;
+        }
+        text += taken;
+        left -= taken;
+    }
+}
+
+bool write_answer(pvzan_converter& c, const fault& f, u32 how) {
+    character back{0, 0};
+    if (how < PVZAN_DROP || how > PVZAN_HEX) {
+        return false;
+    }
+    c.now.behind_break = false;
+    if (how == PVZAN_DROP || f.kind == PVZAN_FAULT_LEFT_OPEN) {
+        return true;
+    }
+    if (how == PVZAN_SUBSTITUTE) {
+        write(c, {substitute_of(c), 0}, back);
+        return true;
+    }
+    char words[40] = "<";
+    std::size_t size = 1;
+    const auto add = [&](const char* format, u32 value) {
+        size += static_cast<std::size_t>(
+            std::snprintf(words + size, sizeof words - size, format, value));
+    };
+    if (how == PVZAN_REFERENCE && f.kind >= PVZAN_FAULT_MISSING) {
+        size = 0;
+        add("&#x%X;", f.missing.letter);
+        if (f.missing.mark != 0) {
+            add("&#x%X;", f.missing.mark);
+        }
+    } else {
+        for (u32 i = 0; i < f.length && i < sizeof f.bytes; ++i) {
+            add("%02x", f.bytes[i]);
+        }
+        words[size++] = '>';
+    }
+    for (std::size_t i = 0; i < size; ++i) {
+        if (write(c, {static_cast<u8>(words[i]), 0}, back) != written::done) {
+            write(c, {'?', 0}, back);
+        }
+    }
+    return true;
+}
+
+} // namespace text
