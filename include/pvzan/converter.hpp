@@ -4,24 +4,24 @@
 
 #include "charset.hpp"
 
-#include <algorithm>
-#include <cstring>
+#include <array>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
-#include <vector>
 
 namespace pvzan {
 
 enum class status : std::uint32_t {
-    done = PVZAN_DONE,
-    unknown_charset = PVZAN_UNKNOWN_CHARSET,
-    incomplete = PVZAN_INPUT_INCOMPLETE,     // the text ends inside a character
-    invalid = PVZAN_INVALID_INPUT,           // bytes that are no character
-    unrepresentable = PVZAN_UNREPRESENTABLE, // the target lacks the character
-    no_charset_directory = 1000              // none was found
+    done,
+    unknown_charset,
+    incomplete,           // the text ends inside a character, or in a set of two-byte codes
+    invalid,              // bytes that are no character
+    unrepresentable,      // the target lacks the character, or it would come back as another
+    no_charset_directory, // none was found
+    unusable              // no memory, or an option that is none
 };
 
 inline const char* describe(status s) {
@@ -32,6 +32,7 @@ inline const char* describe(status s) {
     case status::invalid: return "bytes that are no character";
     case status::unrepresentable: return "a character that the target lacks";
     case status::no_charset_directory: return "no charset directory";
+    case status::unusable: return "no memory, or no such option";
     }
     return "?";
 }
@@ -54,18 +55,18 @@ inline fault_handler replace_with(std::string text) {
 }
 
 enum class newline : std::uint32_t {
-    as_it_is = 0,
-    crlf = PVZAN_NEWLINE_CRLF,
-    cr = PVZAN_NEWLINE_CR,
-    lf = PVZAN_NEWLINE_LF
+    as_it_is = PVZAN_BREAKS_AS_FOUND,
+    crlf = PVZAN_BREAKS_CRLF,
+    cr = PVZAN_BREAKS_CR,
+    lf = PVZAN_BREAKS_LF
 };
 
 struct options {
     fault_handler on_fault = {};              // none: stop at the first
     newline newlines = newline::as_it_is;     // write every line break alike
     std::optional<bool> byte_order_mark = {}; // else as the target's name says
-    // Substitutes of the library for what the target lacks: the one for characters of one byte, the
-    // one for all others. They are written without a fault.
+    // For what the target lacks: for Latin-1, half-width katakana and ASCII, and for all others.
+    // They are written without a fault.
     std::optional<std::pair<char16_t, char16_t>> substitutes = {};
 };
 
@@ -73,8 +74,7 @@ struct summary {
     status why = status::done;
     std::uint64_t position = 0;   // bytes converted; at a stop, where the fault begins
     std::uint64_t faults = 0;     // met, whatever became of them
-    std::uint64_t characters = 0; // read, but for those at fault
-    std::uint64_t codes = 0;      // written
+    std::uint64_t characters = 0; // of the text, without bytes that are none
     explicit operator bool() const { return why == status::done; }
 };
 
@@ -108,13 +108,13 @@ private:
 #endif
 };
 
-// A conversion from one charset to another, to be used for any number of texts, one at a time.
-// Strict: what the library reads or writes leniently is a fault here. One thread at a time.
+// A conversion from one charset to another, to be used for any number of texts, one at a time, by
+// one thread at a time.
 class converter {
 public:
-    converter(charset from, charset to, options how = {})
-        : from_(std::move(from)), to_(std::move(to)), how_(std::move(how)) {
-        open();
+    converter(const charset& from, const charset& to, options how = {})
+        : to_(to), how_(std::move(how)) {
+        open(from);
     }
 
     // done, unknown_charset or no_charset_directory.
@@ -125,8 +125,7 @@ public:
         result all;
         all.text.reserve(text.size());
         start([&all](std::string_view piece) { all.text += piece; });
-        take(text, true);
-        close();
+        feed(text, PVZAN_LAST);
         static_cast<summary&>(all) = so_far_;
         sink_ = nullptr;
         return all;
@@ -134,62 +133,27 @@ public:
 
 private:
     friend class stream;
-    using sink = std::function<void(std::string_view)>;
 
-    static constexpr std::size_t whole_window = 16 * 1024; // of input, converted at once
-    static constexpr std::size_t small_window = 128;       // behind a fault; more than any code
-    static constexpr std::size_t most_growth = 8;          // of the output over the input
-    static constexpr std::size_t longest_code = 4;
-    static constexpr int stepped_characters = 64; // before the next window is tried
-    static constexpr std::string_view plane2_escape = "\x1b$(P";
-
-    void open();
-    void start(sink to);
-    void feed(std::string_view piece);
-    void close();
-    std::size_t take(std::string_view text, bool last);
-    std::size_t skip_mark(std::string_view text);
-    bool convert_window(std::string_view text, bool last, std::size_t& used);
-    std::string_view settled(std::string_view text, bool last) const;
-    bool is_clean(std::string_view text);
-    std::size_t step_unicode(std::string_view text, bool last);
-    std::size_t step_code(std::string_view text, bool last);
-    bool may_continue(std::string_view text);
-    void put(std::string_view spelled, fault at);
-    void forget_plane();
-    void report(const fault& what);
+    void open(const charset& from);
+    void start(std::function<void(std::string_view)> sink);
+    void feed(std::string_view text, std::int32_t how);
+    void meet_fault();
+    bool substitute(const pvzan_fault& what);
     void replace(std::string_view text);
-    std::uint32_t run(std::string_view text);
-    std::uint32_t probe(std::string_view text);
-    void deliver();
+    std::string readable(std::string_view text) const;
+    std::int32_t answer(std::int32_t how, std::string_view text);
+    void deliver(const std::uint8_t* end);
 
-    bool is_pair_kept(char32_t letter, char32_t mark) const;
-    bool joins_pairs() const {
-        return from_.form == unicode_form::utf8 || from_.form == unicode_form::utf16;
-    }
-    detail::sequence sequence_at(std::string_view text) const {
-        return detail::read_sequence(text, from_.form, big_endian_);
-    }
-    std::string_view probed() const {
-        return {reinterpret_cast<const char*>(probe_out_.data()),
-                static_cast<std::size_t>(prober_->outPos)};
-    }
-
-    charset from_, to_;
+    struct closer {
+        void operator()(pvzan_converter* handle) const { pvzan_close(handle); }
+    };
+    charset to_;
     options how_;
-    status opened_ = status::no_charset_directory;
-    pvzan_target_options target_ = {};
-    std::unique_ptr<pvzan_session> session_, saved_;
-    std::unique_ptr<pvzan_session> prober_; // reads the source as UTF-8; for Unicode there is none
-    std::vector<std::uint8_t> out_, probe_out_;
-    sink sink_;
+    status opened_ = status::unknown_charset;
+    std::unique_ptr<pvzan_converter, closer> handle_;
+    std::function<void(std::string_view)> sink_;
     summary so_far_;
-    std::string tail_;       // of the text, not converted yet
-    bool started_ = false;   // behind a byte-order mark
-    bool big_endian_ = true; // the source
-    bool plane2_ = false;    // its plane 2 is designated in the source
-    std::size_t window_ = whole_window;
-    int steps_ = 0;
+    std::array<std::uint8_t, 32768> room_;
 };
 
 // A text that comes piece by piece, cut anywhere. What is written goes to the sink at once; the
@@ -207,7 +171,7 @@ public:
     // Converts what it can; a character that is cut waits for the next piece. False behind a stop.
     bool feed(std::string_view piece) {
         if (open_) {
-            with_.feed(piece);
+            with_.feed(piece, PVZAN_PART);
         }
         return static_cast<bool>(with_.so_far_);
     }
@@ -223,9 +187,7 @@ public:
     summary finish() {
         if (open_) {
             open_ = false;
-            const std::string rest = std::exchange(with_.tail_, {});
-            with_.take(rest, true);
-            with_.close();
+            with_.feed({}, PVZAN_LAST);
         }
         return with_.so_far_;
     }
@@ -236,11 +198,143 @@ private:
 };
 
 // Converts a text once.
-inline result convert(std::string_view text, charset from, charset to, options how = {}) {
-    return converter(std::move(from), std::move(to), std::move(how)).convert(text);
+inline result convert(std::string_view text, const charset& from, const charset& to,
+                      options how = {}) {
+    return converter(from, to, std::move(how)).convert(text);
+}
+
+inline void converter::open(const charset& from) {
+    if (from.find('\0') != charset::npos || to_.find('\0') != charset::npos) {
+        return;
+    }
+    pvzan_open_options wanted = {};
+    wanted.size = sizeof wanted;
+    wanted.breaks = static_cast<std::uint32_t>(how_.newlines);
+    if (how_.byte_order_mark) {
+        wanted.mark = *how_.byte_order_mark ? PVZAN_MARK_ADD : PVZAN_MARK_STRIP;
+    }
+    pvzan_error fault = {};
+    fault.size = sizeof fault;
+    charset_directory(); // settles it
+    handle_.reset(pvzan_open(from.c_str(), to_.c_str(), &wanted, &fault));
+    switch (fault.code) {
+    case PVZAN_ERROR_NONE: opened_ = status::done; break;
+    case PVZAN_ERROR_UNKNOWN_FROM:
+    case PVZAN_ERROR_UNKNOWN_TO: opened_ = status::unknown_charset; break;
+    case PVZAN_ERROR_NO_DIRECTORY: opened_ = status::no_charset_directory; break;
+    default: opened_ = status::unusable;
+    }
+}
+
+inline void converter::start(std::function<void(std::string_view)> sink) {
+    sink_ = std::move(sink);
+    so_far_ = {};
+    so_far_.why = opened_;
+    if (handle_) {
+        pvzan_reset(handle_.get());
+    }
+}
+
+inline void converter::deliver(const std::uint8_t* end) {
+    if (end != room_.data()) {
+        sink_({reinterpret_cast<const char*>(room_.data()),
+               static_cast<std::size_t>(end - room_.data())});
+    }
+}
+
+inline void converter::feed(std::string_view text, std::int32_t how) {
+    const auto* in = reinterpret_cast<const std::uint8_t*>(text.data());
+    std::size_t left = text.size();
+    pvzan_outcome said = PVZAN_FEED_MORE_ROOM;
+    while (so_far_.why == status::done &&
+           (said == PVZAN_FEED_MORE_ROOM || said == PVZAN_FEED_FAULT)) {
+        std::uint8_t* out = room_.data();
+        std::size_t room = room_.size();
+        said = pvzan_feed(handle_.get(), &in, &left, &out, &room, how);
+        deliver(out);
+        if (said == PVZAN_FEED_FAULT) {
+            meet_fault();
+        }
+    }
+    if (so_far_.why == status::done) {
+        pvzan_counts counts = {};
+        counts.size = sizeof counts;
+        pvzan_count(handle_.get(), &counts);
+        so_far_.position = counts.in;
+        so_far_.characters = counts.characters;
+    }
+}
+
+inline void converter::meet_fault() {
+    constexpr status meanings[] = {status::invalid,         status::invalid,
+                                   status::incomplete,      status::unrepresentable,
+                                   status::unrepresentable, status::incomplete};
+    pvzan_fault what = {};
+    what.size = sizeof what;
+    pvzan_last_fault(handle_.get(), &what);
+    const std::size_t shown = what.length < sizeof what.bytes ? what.length : sizeof what.bytes;
+    const fault told = {meanings[what.kind < std::size(meanings) ? what.kind : 0],
+                        what.offset,
+                        {reinterpret_cast<const char*>(what.bytes), shown},
+                        what.scalars_count > 0 ? what.scalars[0] : 0U,
+                        what.scalars_count > 1 ? what.scalars[1] : 0U};
+    if (told.why == status::unrepresentable && substitute(what)) {
+        return;
+    }
+    ++so_far_.faults;
+    const std::optional<std::string> text =
+        how_.on_fault ? how_.on_fault(told) : std::optional<std::string>();
+    if (text) {
+        replace(*text);
+        return;
+    }
+    // What was converted before is closed.
+    answer(PVZAN_DROP, {});
+    feed({}, PVZAN_FLUSH);
+    so_far_.why = told.why;
+    so_far_.position = told.position;
+}
+
+inline std::int32_t converter::answer(std::int32_t how, std::string_view text) {
+    const auto* in = reinterpret_cast<const std::uint8_t*>(text.data());
+    std::size_t left = text.size();
+    for (;;) {
+        std::uint8_t* out = room_.data();
+        std::size_t room = room_.size();
+        const pvzan_outcome said = pvzan_answer(handle_.get(), how, &in, &left, &out, &room);
+        deliver(out);
+        if (said != PVZAN_FEED_MORE_ROOM) {
+            return said;
+        }
+    }
+}
+
+inline void converter::replace(std::string_view text) {
+    if (answer(PVZAN_WRITE_UTF8, text) != PVZAN_FEED_DONE &&
+        answer(PVZAN_WRITE_UTF8, readable(text)) != PVZAN_FEED_DONE) {
+        answer(PVZAN_DROP, {});
+    }
+}
+
+// The text with "?" for what the target lacks: what comes back from it.
+inline std::string converter::readable(std::string_view text) const {
+    options how;
+    how.on_fault = [](const fault&) { return "?"; };
+    return pvzan::convert(pvzan::convert(text, "utf-8", to_, how).text, to_, "utf-8", how).text;
+}
+
+inline bool converter::substitute(const pvzan_fault& what) {
+    constexpr std::uint32_t narrow = 0xFF, half_width_first = 0xFF61, half_width_last = 0xFF9F;
+    if (!how_.substitutes) {
+        return false;
+    }
+    const std::uint32_t c = what.scalars[0];
+    const bool is_narrow = c <= narrow || (c >= half_width_first && c <= half_width_last);
+    const char16_t chosen = is_narrow ? how_.substitutes->first : how_.substitutes->second;
+    const char bytes[] = {static_cast<char>(chosen & 0xFF), static_cast<char>(chosen >> 8)};
+    const result text = pvzan::convert({bytes, sizeof bytes}, "utf-16le", "utf-8");
+    return text && answer(PVZAN_WRITE_UTF8, text.text) == PVZAN_FEED_DONE;
 }
 
 } // namespace pvzan
-
-#include "converter_inline.hpp"
 #endif

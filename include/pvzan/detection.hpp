@@ -4,6 +4,8 @@
 
 #include "charset.hpp"
 
+#include "../pvzan.h"
+
 #include <algorithm>
 #include <memory>
 #include <optional>
@@ -19,10 +21,7 @@ struct detection {
 
     // For a converter: the name with its byte order.
     std::string charset_name() const {
-        if (cconvIsEndianAware(name.c_str()) == 0) {
-            return name;
-        }
-        return charset(name).library + (big_endian ? "be" : "le");
+        return cconvIsEndianAware(name.c_str()) == 0 ? name : name + (big_endian ? "be" : "le");
     }
 };
 
@@ -30,7 +29,7 @@ struct detection {
 // guess then, better the more text there is. Nothing: it fits none, or there is no charset
 // directory.
 inline std::optional<detection> detect(std::string_view text) {
-    if (!detail::settle_directory()) {
+    if (charset_directory().empty()) {
         return std::nullopt;
     }
     constexpr std::size_t enough = 1 << 20; // more than the library looks at

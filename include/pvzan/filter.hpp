@@ -16,8 +16,8 @@ namespace pvzan {
 //     std::ostream out(&filter);
 class output_filter : public std::streambuf {
 public:
-    output_filter(std::streambuf* to, charset from, charset target, options how = {})
-        : to_(to), converter_(std::move(from), std::move(target), std::move(how)),
+    output_filter(std::streambuf* to, const charset& from, const charset& target, options how = {})
+        : to_(to), converter_(from, target, std::move(how)),
           stream_(converter_, [this](std::string_view text) { pass_on(text); }) {
         setp(room_.data(), room_.data() + room_.size());
     }
@@ -71,8 +71,8 @@ private:
 //     std::istream in(&filter);
 class input_filter : public std::streambuf {
 public:
-    input_filter(std::streambuf* source, charset from, charset to, options how = {})
-        : source_(source), converter_(std::move(from), std::move(to), std::move(how)),
+    input_filter(std::streambuf* source, const charset& from, const charset& to, options how = {})
+        : source_(source), converter_(from, to, std::move(how)),
           stream_(converter_, [this](std::string_view text) { text_ += text; }) {}
     input_filter(const input_filter&) = delete;
     input_filter& operator=(const input_filter&) = delete;
