@@ -6,8 +6,6 @@
 #include "tests/support/convert.h"
 #include "tests/support/digest.h"
 
-#include <array>
-
 namespace {
 
 using namespace std::string_view_literals;

@@ -5,14 +5,6 @@
 #include "tests/support/digest.h"
 #include "tests/support/document.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <functional>
-#include <map>
-#include <random>
-#include <sstream>
-#include <string>
 #include <sys/inotify.h>
 #include <unistd.h>
 

@@ -9,8 +9,6 @@
 #include "tests/support/digest.h"
 #include "tests/support/document.h"
 
-#include <climits>
-#include <filesystem>
 #include <sys/stat.h>
 
 namespace {

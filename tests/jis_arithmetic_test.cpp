@@ -4,8 +4,6 @@
 #include "tests/support/child.h"
 #include "tests/support/digest.h"
 
-#include <vector>
-
 namespace {
 
 // Rows of JIS X 0213 plane 2 behind each lead from F0 on: JIS X 0213:2004, annex 1, table 3.

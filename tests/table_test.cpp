@@ -6,19 +6,10 @@
 #include "tests/support/child.h"
 #include "tests/support/digest.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <csignal>
-#include <filesystem>
-#include <memory>
-#include <random>
-#include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
-#include <vector>
 
 namespace {
 

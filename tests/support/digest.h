@@ -4,15 +4,7 @@
 // is written to standard output, a line each.
 #pragma once
 
-#include <cstdint>
-#include <cstdlib>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <iostream>
-#include <sstream>
-#include <string>
-#include <string_view>
-#include <vector>
+#include "tests/support/test.h"
 
 namespace test {
 
