@@ -3,7 +3,7 @@
 // Each case makes a charset directory of its own, for a process of its own.
 #include "tests/support/child.h"
 #include "tests/support/convert.h"
-#include "tests/support/definitions.h"
+#include "tests/support/charset_directory.h"
 
 namespace {
 
