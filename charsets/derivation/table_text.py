@@ -68,6 +68,7 @@ class Table:
     def _runs(self, pairs):
         """Yields (first code, last code, first scalar) with neighbours joined where they are linear."""
         first = last = scalar = None
+        count = 0
         for code, value in pairs:
             if (first is not None and self.linear(value) and self.linear(scalar)
                     and self.grid.following(last) == code
