@@ -6,11 +6,6 @@
 #include "tests/support/child.h"
 #include "tests/support/temp_dir.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <memory>
-#include <string>
 #include <unistd.h>
 
 namespace {

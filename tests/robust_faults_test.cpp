@@ -8,11 +8,6 @@
 #include "tests/support/convert.h"
 #include "tests/support/definitions.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <memory>
-
 // ---- An allocator that fails when told to ------------------------------------------------------
 
 namespace {

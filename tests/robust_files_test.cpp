@@ -9,13 +9,8 @@
 #include "tests/support/definitions.h"
 #include "tests/support/linear_time.h"
 
-#include <gtest/gtest.h>
-
 #include <csignal>
 #include <fcntl.h>
-#include <filesystem>
-#include <map>
-#include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>

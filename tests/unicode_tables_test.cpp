@@ -5,8 +5,6 @@
 #include "tests/support/convert.h"
 #include "tests/support/definitions.h"
 
-#include <functional>
-
 namespace {
 
 using test::conversion;

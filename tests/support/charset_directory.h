@@ -5,8 +5,6 @@
 #include "cconv/directory/directory.h"
 #include "tests/support/temp_dir.h"
 
-#include <gtest/gtest.h>
-
 namespace test {
 
 // An empty directory, settled as the charset directory, with an empty registry.

@@ -3,9 +3,6 @@
 
 #include "tests/support/temp_dir.h"
 
-#include <string>
-#include <vector>
-
 namespace test {
 
 // A coded set of codes of so many bytes; table names its file, empty for none. All in lower case:
