@@ -3,7 +3,7 @@
 #include "cconv/rulefunc/rules.h"
 #include "tests/support/child.h"
 #include "tests/support/convert.h"
-#include "tests/support/definitions.h"
+#include "tests/support/charset_directory.h"
 #include "tests/support/linear_time.h"
 #include "tests/support/oracle.h"
 
