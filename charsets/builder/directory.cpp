@@ -27,11 +27,16 @@ public:
             check_user_defined(set);
         }
         for (const auto& [file, whole] : directory_.charsets) {
-            at_start_ = !file.starts_with(further_folder);
-            if (at_start_) {
+            if (!file.starts_with(further_folder)) {
                 check_number(whole, "charsets", charset_numbers_);
+                check_charset(whole);
             }
-            check_charset(whole);
+        }
+        at_start_ = false;
+        for (const auto& [file, whole] : directory_.charsets) {
+            if (file.starts_with(further_folder)) {
+                check_charset(whole);
+            }
         }
         for (const auto& [file, set] : directory_.sets) {
             if (!is_further(file)) {
@@ -246,8 +251,8 @@ private:
     }
 
     const directory& directory_;
-    bool at_start_ = true;              // the charset at hand is read at the start
-    std::map<std::string, bool> used_;  // files, and whether by further charsets alone
+    bool at_start_ = true;             // the charset at hand is read at the start
+    std::map<std::string, bool> used_; // files, and whether by further charsets alone
     std::map<u32, std::string> charset_numbers_, set_numbers_;
     std::set<std::string> referred_; // entities of the charset at hand
     std::map<std::string, std::string> table_of_set_;
@@ -293,9 +298,7 @@ directory read_directory(const std::filesystem::path& source,
     if (overlay.empty()) {
         check.check_use();
     } else {
-        const auto is_unused = [&](const auto& entry) {
-            return !check.is_used(entry.first);
-        };
+        const auto is_unused = [&](const auto& entry) { return !check.is_used(entry.first); };
         std::erase_if(result.sets, is_unused);
         std::erase_if(result.tables, is_unused);
     }

@@ -25,9 +25,9 @@ struct directory {
     std::string place_of(const std::string& file) const;
 };
 
-// Reads definitions/, further/ (if it is there), sets/ and tables/ of a source directory and checks them. An overlay (empty:
-// none) is another directory that changes some tables and omits some charsets; sets and tables that
-// nothing uses then are left out.
+// Reads definitions/, further/ (if it is there), sets/ and tables/ of a source directory and checks
+// them. An overlay (empty: none) is another directory that changes some tables and omits some
+// charsets; sets and tables that nothing uses then are left out.
 directory read_directory(const std::filesystem::path& source,
                          const std::filesystem::path& overlay = {});
 

@@ -161,8 +161,9 @@ void keep_foreign(const fs::path& from, const fs::path& to) {
 
 // A directory without definitions converts nothing; one without a table would convert wrongly.
 void remove_directory(const fs::path& directory) {
-    if (fs::exists(directory)) {
-        for (const auto& entry : fs::directory_iterator(directory)) {
+    for (const fs::path& folder : {directory / further_folder, directory}) {
+        for (const auto& entry :
+             fs::exists(folder) ? fs::directory_iterator(folder) : fs::directory_iterator()) {
             if (is_definition(entry.path())) {
                 fs::remove(entry.path());
             }
