@@ -3,7 +3,6 @@
 #include "charsets/builder/overlay.h"
 
 #include <algorithm>
-#include <set>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -24,13 +23,25 @@ public:
     explicit checker(const directory& checked) : directory_(checked) {}
 
     void check() {
-        check_numbers(directory_.charsets, "charsets");
-        check_numbers(directory_.sets, "coded sets");
         for (const auto& [file, set] : directory_.sets) {
             check_user_defined(set);
         }
         for (const auto& [file, whole] : directory_.charsets) {
-            check_charset(whole);
+            if (!file.starts_with(further_folder)) {
+                check_number(whole, "charsets", charset_numbers_);
+                check_charset(whole);
+            }
+        }
+        at_start_ = false;
+        for (const auto& [file, whole] : directory_.charsets) {
+            if (file.starts_with(further_folder)) {
+                check_charset(whole);
+            }
+        }
+        for (const auto& [file, set] : directory_.sets) {
+            if (!is_further(file)) {
+                check_number(set, "coded sets", set_numbers_);
+            }
         }
     }
 
@@ -47,21 +58,29 @@ public:
         }
     }
 
-    [[nodiscard]] const std::set<std::string>& used() const { return used_; }
+    [[nodiscard]] bool is_used(const std::string& file) const { return used_.contains(file); }
+    // Whether only further charsets use it.
+    [[nodiscard]] bool is_further(const std::string& file) const {
+        const auto found = used_.find(file);
+        return found != used_.end() && found->second;
+    }
 
 private:
-    // The library knows charsets and sets by number only; unlisted names have a hashed one.
+    // The library knows charsets and sets of the start by number only; unlisted names have a hashed
+    // one. Further ones get another number where theirs is taken.
     template <class Named>
-    static void check_numbers(const std::map<std::string, Named>& all, const std::string& what) {
-        std::map<u32, std::string> names;
-        for (const auto& [file, found] : all) {
-            const auto [before, added] = names.emplace(found.number, found.name);
-            if (!added) {
-                found.document.source.fail(0, "the " + what + " " + before->second + " and " +
-                                                  found.name + " share the number " +
-                                                  std::to_string(found.number));
-            }
+    static void check_number(const Named& found, const std::string& what,
+                             std::map<u32, std::string>& names) {
+        const auto [before, added] = names.emplace(found.number, found.name);
+        if (!added) {
+            found.document.source.fail(0, "the " + what + " " + before->second + " and " +
+                                              found.name + " share the number " +
+                                              std::to_string(found.number));
         }
+    }
+
+    void use(const std::string& file) {
+        used_[file] = !at_start_ && (!is_used(file) || is_further(file));
     }
 
     static void check_user_defined(const coded_set& set) {
@@ -88,7 +107,7 @@ private:
         if (found == directory_.tables.end()) {
             whole.document.source.fail(declared.line, "there is no table " + declared.file);
         }
-        used_.insert(declared.file);
+        use(declared.file);
         return found->second;
     }
 
@@ -103,7 +122,7 @@ private:
         if (set.kind != found.kind) {
             source.fail(found.line, set.name + " is a set of another kind");
         }
-        used_.insert(declared.file);
+        use(declared.file);
         linked_member linked{&found, &set, ""};
         if (set.table_entity.empty()) {
             return linked;
@@ -232,13 +251,19 @@ private:
     }
 
     const directory& directory_;
-    std::set<std::string> used_;     // files
+    bool at_start_ = true;             // the charset at hand is read at the start
+    std::map<std::string, bool> used_; // files, and whether by further charsets alone
+    std::map<u32, std::string> charset_numbers_, set_numbers_;
     std::set<std::string> referred_; // entities of the charset at hand
     std::map<std::string, std::string> table_of_set_;
     std::unordered_set<const table*> checked_;
 };
 
 } // namespace
+
+std::string directory::place_of(const std::string& file) const {
+    return further.contains(file) ? std::string(further_folder) + file : file;
+}
 
 directory read_directory(const std::filesystem::path& source,
                          const std::filesystem::path& overlay) {
@@ -256,6 +281,15 @@ directory read_directory(const std::filesystem::path& source,
     for (const auto& path : list_sources(source / "definitions", ".xml")) {
         result.charsets.emplace(path.filename().string(), read_charset(path));
     }
+    if (std::filesystem::exists(source / "further")) {
+        for (const auto& path : list_sources(source / "further", ".xml")) {
+            const std::string file = path.filename().string();
+            if (result.charsets.contains(file)) {
+                throw source_error(path, 0, "definitions/ has this charset, too");
+            }
+            result.charsets.emplace(std::string(further_folder) + file, read_charset(path));
+        }
+    }
     if (!overlay.empty()) {
         apply_overlay(result, overlay);
     }
@@ -264,12 +298,17 @@ directory read_directory(const std::filesystem::path& source,
     if (overlay.empty()) {
         check.check_use();
     } else {
-        const auto is_unused = [&](const auto& entry) {
-            return !check.used().contains(entry.first);
-        };
+        const auto is_unused = [&](const auto& entry) { return !check.is_used(entry.first); };
         std::erase_if(result.sets, is_unused);
         std::erase_if(result.tables, is_unused);
     }
+    const auto note_place = [&](const auto& entry) {
+        if (check.is_further(entry.first)) {
+            result.further.insert(entry.first);
+        }
+    };
+    std::ranges::for_each(result.sets, note_place);
+    std::ranges::for_each(result.tables, note_place);
     return result;
 }
 
