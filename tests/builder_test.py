@@ -43,7 +43,8 @@ class Builder(Room):
         return run(BUILDER, self.room / "source", self.room / "output", *overlay)
 
     def output(self, folder="output"):
-        return {file.name: file.read_bytes() for file in (self.room / folder).iterdir()}
+        top = self.room / folder
+        return {str(file.relative_to(top)): file.read_bytes() for file in top.rglob("*") if file.is_file()}
 
     def test_faults_are_named_with_file_and_line(self):
         rows = [line for line in (SOURCE / "tests/data/charset_faults.tsv").read_text().splitlines() if line[0] != "#"]
@@ -103,6 +104,10 @@ class Builder(Room):
         self.assertEqual(self.build(), (0, ""))
         files = self.output()
         self.assertEqual([name for name, text in files.items() if text == b"stale"], ["kept.md"])
+        # What only further charsets use lies where they do, and is named so.
+        self.assertTrue({"further/rest.cmp", "latin.set"} <= files.keys())
+        for named in ("latin.set", "further/rest.set", "further/rest.txt"):
+            self.assertIn(f'"{named}"', files["further/other.xml"].decode("utf-16"))
         self.assertEqual(files["more.txt"], b"\xff\xfe" + "2121\t3042\r\n2122\t3044\r\n2123\t3045\r\n".encode("utf-16-le"))
         # The pair that only decodes comes first, so that the other one encodes.
         self.assertEqual((len(files["latin.cmp"]), struct.unpack("=3I", files["latin.cmp"][:12])), (129 * 8, (0x80, 0x41, 0)))
@@ -129,6 +134,7 @@ class Builder(Room):
         self.source()
         self.assertEqual(self.build()[0], 0)
         (self.room / "output" / "kept.md").touch()
+        (self.room / "output" / "further" / "kept.md").touch()
         shutil.copytree(self.room / "output", self.room / "old")
         self.spoil("source", "tables/more.tsv", "2121\t3042\tあ".encode(), b"2121\t3043")
         self.assertEqual(self.build()[0], 0)
@@ -154,8 +160,8 @@ class Builder(Room):
         names = {name.split()[0] for name in names}
         for name in names:
             run(TOOL, "--charset-dir", self.room, "-c", "-f", "utf-8", "-t", name, given="あ☃\U0010FFFD".encode())
-        caches = {file.name for file in self.room.glob("*.cmp")}
-        self.assertEqual(caches, {file.name for file in BASE2.glob("*.cmp")})
+        caches = {file.relative_to(self.room) for file in self.room.rglob("*.cmp")}
+        self.assertEqual(caches, {file.relative_to(BASE2) for file in BASE2.rglob("*.cmp")})
         for name in caches:
             self.assertEqual((self.room / name).read_bytes(), (BASE2 / name).read_bytes(), name)
 

@@ -289,6 +289,7 @@ stepped step(pvzan_converter& c, const view& text, u32& used) {
         c.work.srcShiftSet = next.c.letter;
         c.now.plane2 = next.c.mark != 0;
         c.now.at.offset += next.bytes;
+        c.now.at.behind_cr = false; // as count_breaks has it
         return stepped::took;
     case reading_result::waiting: used = next.letters; return stepped::waits;
     case reading_result::faulty: break;

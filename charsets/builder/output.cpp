@@ -47,14 +47,24 @@ void write_file(const fs::path& path, std::string_view bytes) {
     }
 }
 
-std::string document_bytes(const markup& document) {
-    std::string text = document.source.text;
-    text.replace(0, source_declaration.size(), built_declaration);
-    return to_utf16(text);
+constexpr const char* further_folder = "further";
+
+// Where a file lies in the directory.
+fs::path place_of(const directory& built, const std::string& file) {
+    return built.further.contains(file) ? fs::path(further_folder) / file : fs::path(file);
 }
 
-void write_document(const markup& document, const fs::path& path) {
-    write_file(path, document_bytes(document));
+// Names files as they lie in the directory.
+std::string document_bytes(const markup& document, const directory& built) {
+    std::string text = document.source.text;
+    text.replace(0, source_declaration.size(), built_declaration);
+    for (const entity& declared : document.entities) {
+        const std::string named = declared.name + " SYSTEM \"";
+        const std::string before = named + declared.file + '"';
+        text.replace(text.find(before), before.size(),
+                     named + place_of(built, declared.file).string() + '"');
+    }
+    return to_utf16(text);
 }
 
 // The cache holds the pairs in the order of the text, in this machine's byte order: what the
@@ -152,14 +162,30 @@ void remove_directory(const fs::path& directory) {
 }
 
 void fill_directory(const directory& built, const fs::path& output) {
+    if (!built.further.empty()) {
+        fs::create_directory(output / further_folder);
+    }
     for (const auto& [file, found] : built.charsets) {
-        write_document(found.document, output / file);
+        write_file(output / place_of(built, file), document_bytes(found.document, built));
     }
     for (const auto& [file, found] : built.sets) {
-        write_document(found.document, output / file);
+        write_file(output / place_of(built, file), document_bytes(found.document, built));
     }
     for (const auto& [file, found] : built.tables) {
-        write_table(found, output / file);
+        write_table(found, output / place_of(built, file));
+    }
+}
+
+// What somebody else put into the directory stays.
+void keep_others(const fs::path& from, const fs::path& to) {
+    for (const auto& entry : fs::directory_iterator(from)) {
+        const fs::path kept = to / entry.path().filename();
+        if (entry.path().filename() == further_folder && fs::is_directory(kept)) {
+            keep_others(entry.path(), kept);
+        } else if (!is_ours(entry.path())) {
+            fs::copy(entry.path(), kept,
+                     fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+        }
     }
 }
 
@@ -182,12 +208,7 @@ void write_directory(const directory& built, const fs::path& output) {
         throw;
     }
     if (fs::exists(place)) {
-        for (const auto& entry : fs::directory_iterator(place)) {
-            if (!is_ours(entry.path())) {
-                fs::copy(entry.path(), next / entry.path().filename(),
-                         fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-            }
-        }
+        keep_others(place, next);
         std::error_code fault; // layered file systems do not rename every directory
         fs::rename(place, previous, fault);
         if (fault) {
@@ -201,13 +222,13 @@ void write_directory(const directory& built, const fs::path& output) {
 void write_embedded(const directory& built, const fs::path& output) {
     std::map<std::string, std::string> files;
     for (const auto& [file, found] : built.charsets) {
-        files[file] = document_bytes(found.document);
+        files[place_of(built, file)] = document_bytes(found.document, built);
     }
     for (const auto& [file, found] : built.sets) {
-        files[file] = document_bytes(found.document);
+        files[place_of(built, file)] = document_bytes(found.document, built);
     }
     for (const auto& [file, found] : built.tables) {
-        files[fs::path(file).replace_extension(".cmp").string()] = packed(found);
+        files[place_of(built, file).replace_extension(".cmp").string()] = packed(found);
     }
     std::string text = "#include \"cconv/directory/embedded.h\"\n\nnamespace {\n\n", list;
     for (const auto& [file, bytes] : files) {

@@ -175,7 +175,7 @@ void file_report::tell_json(const problem& p) {
         line += fmt::format(",\"char\":\"{}{}\"", code_point(fault.scalars[0]),
                             fault.scalars_count > 1 ? " " + code_point(fault.scalars[1]) : "");
     }
-    line += fmt::format(",\"bytes\":\"{}\"", hex_bytes(p.blamed(), ""));
+    line += fmt::format(",\"bytes\":\"{}\"", hex_bytes(p.bytes(), ""));
     if (one_way) {
         const bytes_view back = bytes_view(fault.back_bytes).first(fault.back_bytes_count);
         line += fmt::format(",\"again\":\"{}\"",
