@@ -7,17 +7,10 @@
 
 #include "pvzan_text.h"
 
-#include <gtest/gtest.h>
-
 #include <barrier>
-#include <filesystem>
-#include <functional>
-#include <map>
-#include <string>
 #include <sys/inotify.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
