@@ -2,6 +2,7 @@
 #include "cconv/engine/composition.h"
 #include "cconv/engine/step.h"
 #include "cconv/rulefunc/designations.h"
+#include "cconv/rulefunc/iso2022.h"
 #include "text/converter.h"
 #include "text/unicode.h"
 
@@ -178,6 +179,21 @@ reading_result read_designated(pvzan_converter& c, const view& text) {
     return read;
 }
 
+// The same, where the charset's definition says what designates.
+reading_result read_iso2022(pvzan_converter& c, const view& text) {
+    const iso2022_reading next =
+        iso2022_read(c.work.srcGroup, c.work.srcShiftSet, {text.bytes, text.size});
+    reading_result read;
+    switch (next.kind) {
+    case iso2022_reading::silent:
+        return {.kind = kind::silent, .bytes = next.length, .c = {next.state, 0}};
+    case iso2022_reading::cut: return cut(text, 1);
+    case iso2022_reading::invalid: return invalid(next.length, next.needed);
+    case iso2022_reading::code: break;
+    }
+    return decode(c, text.bytes, next.length, read) ? read : invalid(next.length, next.length);
+}
+
 // ---- Other codes -------------------------------------------------------------------------------
 
 constexpr bool is_high_trail(u32 byte) {
@@ -248,8 +264,10 @@ reading_result read(pvzan_converter& c, const view& text) {
     if (is_unicode(c.from)) {
         return read_unicode(c, text);
     }
-    const bool escapes = c.source != nullptr && c.source->read == reading::escapes;
-    return escapes ? read_designated(c, text) : read_code(c, text);
+    if (!has_states(c)) {
+        return read_code(c, text);
+    }
+    return c.source->read == reading::iso2022 ? read_iso2022(c, text) : read_designated(c, text);
 }
 
 mark_found find_mark(const pvzan_converter& c, const view& text, u32& length) {

@@ -17,3 +17,6 @@ class known_sets;
 
 // xmlReadXML for one definition of several: set files that they share are read once.
 bool read_definition(const char* fileName, known_sets& known);
+
+// Whether the rule of that name goes by the element iso2022.
+bool goes_by_iso2022(const char* rule);

@@ -17,7 +17,8 @@ enum class reading : u8 {
     utf16,     // two bytes; surrogates take two times two
     ucs2,      // like sets, in the byte order of the source
     ucs4,      // four bytes
-    escapes    // one or two bytes, by the set that an escape sequence designated
+    escapes,   // one or two bytes, by the set that an escape sequence designated
+    iso2022    // the same, by what the charset's definition says
 };
 
 // What a scalar becomes where the charset has a single set without tables.
@@ -49,8 +50,8 @@ struct codec_traits {
 
 extern const codec_traits same_traits, oasys_win_traits, oasys_online_traits, shift_jis_traits,
     shift_jis_2004_traits, windows31j_traits, euc_jp_traits, euc_jis_2004_traits, euc_jp_fix_traits,
-    iso_2022_jp_traits, iso_2022_jp_2004_traits, utf_8_traits, utf_16_traits, ucs_4_traits,
-    ucs_2_traits;
+    iso_2022_jp_traits, iso_2022_jp_2004_traits, iso_2022_traits, utf_8_traits, utf_16_traits,
+    ucs_4_traits, ucs_2_traits;
 
 // Of the codec with that rule; null when none is known.
 const codec_traits* traits_of_decoder(rule_function decode);
