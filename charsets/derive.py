@@ -12,7 +12,7 @@ part of the source tree.
 import sys
 from pathlib import Path
 
-from derivation import chinese_korean, japanese, single_byte
+from derivation import chinese_korean, japanese, mainframe, single_byte
 from derivation.sources import SourceMissing
 
 EXIT_DIFFERENT = 1
@@ -24,7 +24,7 @@ def main(arguments):
     places = [argument for argument in arguments if argument != "--check"]
     directory = Path(places[0]) if places else Path(__file__).parent
     try:
-        tables = [*japanese.tables(), *chinese_korean.tables()]
+        tables = [*japanese.tables(), *chinese_korean.tables(), *mainframe.tables()]
         further = [*single_byte.tables()]
     except SourceMissing as missing:
         print(f"derive.py: not on this machine: {missing}", file=sys.stderr)
