@@ -131,8 +131,8 @@ scalars widen(std::string_view bytes) {
     return {units.begin(), units.end()};
 }
 
-// All codes of one and two bytes, of three behind single shift 3, of four as in GB 18030. visit
-// tells whether a code is no character by itself, so that a longer one may begin with it.
+// All codes of one and two bytes, of three behind single shift 3, of four as in GB 18030 and EUC-TW.
+// visit tells whether a code is no character by itself, so that a longer one may begin with it.
 void for_each_code(std::size_t longest, const std::function<bool(u32, std::size_t)>& visit) {
     for (u32 lead = 0; lead < 0x100; ++lead) {
         if (!visit(lead, 1) || longest < 2) {
@@ -150,6 +150,11 @@ void for_each_code(std::size_t longest, const std::function<bool(u32, std::size_
             const bool four_byte_lead = (code & 0xFF) >= 0x30 && (code & 0xFF) <= 0x39;
             for (u32 third = 0x80; longest == 4 && four_byte_lead && third < 0x100; ++third) {
                 for (u32 fourth = 0x30; fourth <= 0x39; ++fourth) {
+                    visit(code << 16 | third << 8 | fourth, 4);
+                }
+            }
+            for (u32 third = 0xA1; longest == 4 && lead == 0x8E && third < 0xFF; ++third) {
+                for (u32 fourth = 0xA1; fourth < 0xFF; ++fourth) {
                     visit(code << 16 | third << 8 | fourth, 4);
                 }
             }
@@ -240,6 +245,10 @@ const charset_row charsets[] = {
     {"chinesebig5", "BIG5", 2, 19848, "big5_decoded", 19838, "big5_encoded"},
     {"koreanksc", "UHC", 2, 17364, "private_use_decoded", 17364, "private_use_encoded"},
     {"gb18030", "GB18030", 4, 204192, "gb18030_decoded", 204192, "gb18030_encoded"},
+    {"cp943", "IBM943", 2, 0, "cp943_decoded", 0, "cp943_encoded"},
+    {"eucjp-ms", "EUC-JP-MS", 3, 0, "c1_decoded", 0, "eucjp_ms_encoded"},
+    {"gb2312", "EUC-CN", 2, 0, "", 0, "gb2312_encoded"},
+    {"euc-kr", "EUC-KR", 2, 0, "c1_decoded", 0, "c1_encoded"},
     {"iso-646irv", "ASCII", 1, 128, "", 128, ""},
     {"iso-8859-1", "ISO-8859-1", 1, 256, "", 256, ""},
 };
