@@ -13,6 +13,26 @@ SUBSTITUTE = 0x1A
 EURO = 0xE1
 
 
+def ask_icu(charset, request):
+    try:
+        return subprocess.run(["uconv", "-f", charset, "-t", "UTF-32BE", "--callback", "substitute"],
+                              input=request, stdout=subprocess.PIPE, check=True).stdout.decode("utf-32-be")
+    except (OSError, subprocess.CalledProcessError) as error:
+        raise SourceMissing("ICU " + charset) from error
+
+
+class IcuSingle:
+    """A converter of ICU, asked once for all single bytes. What it lacks it tells by U+001A, which 3F is."""
+
+    def __init__(self, charset, codes):
+        self.name = "ICU " + charset
+        self._scalars = {code: ord(answer) for code, answer in zip(codes, ask_icu(charset, bytes(codes)), strict=True)}
+
+    def __call__(self, code_bytes):
+        scalar = self._scalars[code_bytes[0]]
+        return None if scalar == SUBSTITUTE and code_bytes != b"\x3f" else scalar
+
+
 class IcuDouble:
     """A converter of ICU, asked once for all double-byte codes. What it lacks it tells by U+001A or U+FFFD."""
 
@@ -20,12 +40,7 @@ class IcuDouble:
         self.name = "ICU " + charset
         separator = b"\xf1"  # the digit 1, which no code here stands for
         request = b"".join(SHIFT_OUT + code.to_bytes(2, "big") + SHIFT_IN + separator for code in codes)
-        try:
-            text = subprocess.run(["uconv", "-f", charset, "-t", "UTF-32BE", "--callback", "substitute"],
-                                  input=request, stdout=subprocess.PIPE, check=True).stdout.decode("utf-32-be")
-        except (OSError, subprocess.CalledProcessError) as error:
-            raise SourceMissing(self.name) from error
-        answers = text.split("1")[:-1]
+        answers = ask_icu(charset, request).split("1")[:-1]
         self._texts = {shifted(code): None if set(answer) & {"\x1a", "\ufffd"} else answer
                        for code, answer in zip(codes, answers, strict=True)}
 
@@ -34,6 +49,10 @@ class IcuDouble:
 
     def __call__(self, code_bytes):
         return single_scalar(self.text(code_bytes))
+
+
+def icu_name(charset):
+    return charset.lower().replace("ibm", "ibm-")
 
 
 def shifted(code):
@@ -45,7 +64,7 @@ def one_byte(code):
 
 
 def single(charset, newer):
-    """The single bytes of two code pages, of which the newer one has the euro sign too, and says U+001A for what is free."""
+    """The single bytes of two code pages; the newer one has the euro sign too, and says U+001A for what is free."""
     codes = [code for code in range(0x100) if one_byte(code) not in (SHIFT_OUT, SHIFT_IN)]
     source = Iconv(charset)
     mapping = {code: source(one_byte(code)) for code in codes if source(one_byte(code)) is not None}
@@ -53,33 +72,11 @@ def single(charset, newer):
     free = {code: SUBSTITUTE for code in codes if code not in mapping} | {EURO: 0x20AC}
     cross_check(charset, mapping, codes, one_byte, Iconv(newer), free)
     for peer in (charset, newer):
-        answers = {one_byte(code): icu_single(peer, code) for code in codes}
-        answers = {key: None if scalar == SUBSTITUTE and key not in (b"\x3f",) else scalar
-                   for key, scalar in answers.items()}
         euro = {EURO: 0x20AC} if peer == newer else {}
-        cross_check(charset, mapping, codes, one_byte, named(answers.get, f"ICU {peer}"), euro)
+        cross_check(charset, mapping, codes, one_byte, IcuSingle(icu_name(peer), codes), euro)
     return Table(f"{charset.lower()}-single", f"The single bytes of {charset}", "00-0D,10-FF", mapping, origin=f"""
-iconv {charset}, which has the same as {newer} but for the euro sign there; checked against ICU's {icu_name(charset)} and
-{icu_name(newer)}. The codes that {newer} reads as U+001A are free.""")
-
-
-def icu_name(charset):
-    return charset.lower().replace("ibm", "ibm-")
-
-
-def icu_single(charset, code):
-    try:
-        text = subprocess.run(["uconv", "-f", icu_name(charset), "-t", "UTF-32BE", "--callback", "substitute"],
-                              input=one_byte(code), stdout=subprocess.PIPE, check=True).stdout
-    except (OSError, subprocess.CalledProcessError) as error:
-        raise SourceMissing("ICU " + charset) from error
-    return single_scalar(text.decode("utf-32-be"))
-
-
-def named(function, name):
-    function = lambda code_bytes, ask=function: ask(code_bytes)  # an attribute needs an object of its own
-    function.name = name
-    return function
+iconv {charset}, which has the same as {newer} but for the euro sign there; checked against
+ICU's {icu_name(charset)} and {icu_name(newer)}. The codes that {newer} reads as U+001A are free.""")
 
 
 def double(charset, same):
