@@ -111,7 +111,7 @@ inline bool is_unicode(const pvzan_name& name) {
 // Whether what a code of the source means rests on sequences before it.
 inline bool has_states(const pvzan_converter& c) {
     return c.source != nullptr &&
-           (c.source->read == reading::escapes || c.source->read == reading::iso2022);
+           (c.source->read == reading::escapes || c.source->read == reading::scanned);
 }
 
 // ---- read.cpp

@@ -92,10 +92,12 @@ blame blame_unicode(const pvzan_converter& c, const fault& f) {
 
 blame blame_code(pvzan_converter& c, const fault& f) {
     if (has_states(c)) {
-        const bool escape = c.source->read == reading::iso2022
-                                ? c.work.srcGroup->codes->opens_sequence(f.bytes[0])
-                                : f.bytes[0] == escape_byte;
-        const bool fits = f.needed == 2 && is_in(f.bytes[1], 0x21, 0x7E);
+        const iso2022* told = c.work.srcGroup->codes;
+        const bool scans = c.source->read == reading::scanned;
+        const bool escape =
+            told != nullptr ? told->opens_sequence(f.bytes[0]) : f.bytes[0] == escape_byte;
+        const bool fits =
+            scans ? f.needed == f.length : f.needed == 2 && is_in(f.bytes[1], 0x21, 0x7E);
         return {escape          ? u32{PVZAN_REASON_ESCAPE}
                 : f.needed == 1 ? u32{PVZAN_REASON_BEGINS_NOTHING}
                 : fits          ? u32{PVZAN_REASON_NO_CHARACTER}

@@ -1,6 +1,5 @@
 // Moving text through a converter.
 #include "cconv/rulefunc/designations.h"
-#include "cconv/rulefunc/iso2022.h"
 #include "text/converter.h"
 #include "text/unicode.h"
 
@@ -372,8 +371,8 @@ bool is_left_open(const pvzan_converter& c) {
     if (!has_states(c)) {
         return false;
     }
-    if (c.source->read == reading::iso2022) {
-        return !iso2022_may_end(c.work.srcGroup, c.work.srcShiftSet);
+    if (c.source->read == reading::scanned) {
+        return !c.source->may_end(c.work.srcGroup, c.work.srcShiftSet);
     }
     const basic_set* set = designated_set(c.work.srcGroup, c.work.srcShiftSet);
     return set != nullptr && is_double_byte_width(set->byteNum);

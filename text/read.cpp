@@ -2,7 +2,6 @@
 #include "cconv/engine/composition.h"
 #include "cconv/engine/step.h"
 #include "cconv/rulefunc/designations.h"
-#include "cconv/rulefunc/iso2022.h"
 #include "text/converter.h"
 #include "text/unicode.h"
 
@@ -179,17 +178,16 @@ reading_result read_designated(pvzan_converter& c, const view& text) {
     return read;
 }
 
-// The same, where the charset's definition says what designates.
-reading_result read_iso2022(pvzan_converter& c, const view& text) {
-    const iso2022_reading next =
-        iso2022_read(c.work.srcGroup, c.work.srcShiftSet, {text.bytes, text.size});
+// The same, where the codec itself says what changes their meaning.
+reading_result read_scanned(pvzan_converter& c, const view& text) {
+    const scanned next =
+        c.source->scan(c.work.srcGroup, c.work.srcShiftSet, {text.bytes, text.size});
     reading_result read;
     switch (next.kind) {
-    case iso2022_reading::silent:
-        return {.kind = kind::silent, .bytes = next.length, .c = {next.state, 0}};
-    case iso2022_reading::cut: return cut(text, 1);
-    case iso2022_reading::invalid: return invalid(next.length, next.needed);
-    case iso2022_reading::code: break;
+    case scanned::silent: return {.kind = kind::silent, .bytes = next.length, .c = {next.state, 0}};
+    case scanned::cut: return cut(text, 1);
+    case scanned::invalid: return invalid(next.length, next.needed);
+    case scanned::code: break;
     }
     return decode(c, text.bytes, next.length, read) ? read : invalid(next.length, next.length);
 }
@@ -267,7 +265,7 @@ reading_result read(pvzan_converter& c, const view& text) {
     if (!has_states(c)) {
         return read_code(c, text);
     }
-    return c.source->read == reading::iso2022 ? read_iso2022(c, text) : read_designated(c, text);
+    return c.source->read == reading::scanned ? read_scanned(c, text) : read_designated(c, text);
 }
 
 mark_found find_mark(const pvzan_converter& c, const view& text, u32& length) {

@@ -66,7 +66,7 @@ u32& sound_at(pvzan_converter& c, u32 letter) {
 }
 
 bool is_sound(pvzan_converter& c, const character& what) {
-    return is_unicode(c.to) ||
+    return is_unicode(c.to) || (c.target != nullptr && c.target->form != unicode_form::none) ||
            (what.mark == 0 && what.letter != 0 && sound_at(c, what.letter) == what.letter);
 }
 
@@ -88,7 +88,7 @@ character written_as(pvzan_converter& c, const character& what) {
 written write(pvzan_converter& c, const character& what, character& back) {
     back = what;
     const bool designates = c.target != nullptr && c.target->designates;
-    if (designates && c.target->read != reading::iso2022 && switches_sets(what.letter)) {
+    if (designates && c.target->read != reading::scanned && switches_sets(what.letter)) {
         return written::missing;
     }
     if (!is_sound(c, what)) {
@@ -162,7 +162,7 @@ void write_closing(pvzan_converter& c) {
     s.status = PVZAN_TERMINATE;
     s.dstRule->function(&s);
     c.now.pending_size += static_cast<u32>(s.outPos);
-    if (c.target->read != reading::iso2022) {
+    if (c.target->read != reading::scanned) {
         s.dstShiftSet = PVZAN_SET_ISO_646_IRV;
     }
 }

@@ -50,7 +50,7 @@ std::optional<source_form> source_form_of(const session* s, reading how) {
     case reading::utf16: return {{reader::units, {2, big}}};
     case reading::ucs4: return {{reader::quads, {4, big}}};
     case reading::escapes: return {{reader::iso2022, single_bytes}};
-    case reading::iso2022: break;
+    case reading::scanned: break;
     case reading::ucs2:
         if (pairs) {
             return {{reader::units, {2, big}}};
@@ -135,7 +135,7 @@ bool only_characters_due(const session* s, const codec_traits& source, const cod
 bool make_plan(const session* s, plan& made) {
     const std::optional<source_form> found = source_form_of(s, made.source->read);
     // With states at both ends little is left that stands alone.
-    if (!found || made.target->read == reading::iso2022 ||
+    if (!found || made.target->read == reading::scanned ||
         (found->reader == reader::iso2022 && made.target->designates)) {
         return false;
     }

@@ -17,7 +17,6 @@
 #include "cconv/rulefunc/iso2022.h"
 
 #include "cconv/rulefunc/rules.h"
-#include "cconv/rulefunc/traits.h"
 #include "cconv/tables/table.h"
 
 #include <optional>
@@ -66,25 +65,17 @@ public:
 
 private:
     [[nodiscard]] iso2022_reading invalid(std::size_t length, std::size_t needed) const {
-        return {iso2022_reading::invalid,
-                static_cast<u8>(length),
-                static_cast<u8>(needed),
-                state_,
+        return {{scanned::invalid, static_cast<u8>(length), static_cast<u8>(needed), state_},
                 nullptr,
                 0,
                 0};
     }
     [[nodiscard]] iso2022_reading cut() const {
-        return {iso2022_reading::cut, 1, static_cast<u8>(text_.size()), state_, nullptr, 0, 0};
+        return {{scanned::cut, 1, static_cast<u8>(text_.size()), state_}, nullptr, 0, 0};
     }
     [[nodiscard]] iso2022_reading silent(std::size_t length, u32 state) const {
-        return {iso2022_reading::silent,
-                static_cast<u8>(length),
-                static_cast<u8>(length),
-                state,
-                nullptr,
-                0,
-                0};
+        const auto taken = static_cast<u8>(length);
+        return {{scanned::silent, taken, taken, state}, nullptr, 0, 0};
     }
 
     // In place of a set that lacks the byte.
@@ -164,8 +155,7 @@ private:
             const basic_set* member = member_of(group_, place);
             if (member != nullptr && has_code(member, bytes + set.add)) {
                 const auto taken = static_cast<u8>(length);
-                return {iso2022_reading::code, taken, taken, behind, member,
-                        bytes + set.add,       bytes};
+                return {{scanned::code, taken, taken, behind}, member, bytes + set.add, bytes};
             }
         }
         return invalid(length, length);
@@ -373,6 +363,18 @@ iso2022_reading iso2022_read(const charset_group* group, u32 state, std::span<co
     return text_reader(group, state, text).read();
 }
 
+namespace {
+
+scanned scan(const charset_group* group, u32 state, std::span<const u8> text) {
+    return iso2022_read(group, state, text);
+}
+
+bool may_end(const charset_group* group, u32 state) {
+    return group->codes->close.holds_in(group->codes->state_of(state));
+}
+
+} // namespace
+
 extern "C" {
 
 u32 destISO_2022(session* s) {
@@ -381,15 +383,15 @@ u32 destISO_2022(session* s) {
     }
     for (auto input = input_left(s); !input.empty(); input = input_left(s)) {
         const iso2022_reading read = iso2022_read(s->srcGroup, s->srcShiftSet, input);
-        if (read.kind == iso2022_reading::cut) {
+        if (read.kind == scanned::cut) {
             return stop_with(s, PVZAN_INPUT_INCOMPLETE);
         }
         s->inPos += read.length;
         s->srcShiftSet = read.state;
-        if (read.kind == iso2022_reading::invalid) {
+        if (read.kind == scanned::invalid) {
             return stop_with(s, PVZAN_INVALID_INPUT);
         }
-        if (read.kind == iso2022_reading::code) {
+        if (read.kind == scanned::code) {
             return deliver_character(s, read.set, read.bytes, read.set_code, 0);
         }
     }
@@ -434,6 +436,8 @@ u32 constISO_2022(session* s) {
 const codec_traits iso_2022_traits{
     .decode = destISO_2022,
     .encode = constISO_2022,
-    .read = reading::iso2022,
+    .read = reading::scanned,
+    .scan = scan,
+    .may_end = may_end,
     .designates = true,
 };

@@ -72,6 +72,10 @@ PVZAN_API u32 constISO_2022_JP_2004(session* s);
 u32 destISO_2022(session* s);
 u32 constISO_2022(session* s);
 
+// utf7.cpp
+u32 destUTF_7(session* s);
+u32 constUTF_7(session* s);
+
 // shift_jis_arithmetic.cpp: row numbers of plane 2 for the leads F0 to FC, by the half of the trail
 // byte
 PVZAN_API extern const u32 k40[13], k9F[13];
