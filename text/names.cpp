@@ -5,6 +5,7 @@
 #include "text/names.h"
 
 #include "cconv/convert/lifecycle.h"
+#include "cconv/registry/further.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/rulefunc/traits.h"
@@ -330,11 +331,37 @@ const char* similar_name(std::string_view name) {
     return best;
 }
 
+// Whether the directory has it, without a look at the definition of a further one.
+bool is_defined(const char* charset) {
+    return std::ranges::binary_search(further_names(), std::string_view(charset), {},
+                                      [](const char* name) { return std::string_view(name); }) ||
+           registered_group(charset) != nullptr;
+}
+
+bool is_read_at_start(const char* charset) {
+    for (const charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
+        if (std::strcmp(group->name, charset) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The first row of each charset.
+constexpr auto first_rows = [] {
+    std::array<bool, rows.size()> first{};
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        first[i] = std::ranges::find_if(rows, [&](const row& other) {
+                       return std::string_view(other.charset) == rows[i].charset;
+                   }) == rows.begin() + i;
+    }
+    return first;
+}();
+
 } // namespace
 
 charset_group* find_group(const char* charset) {
-    return definitions_settled() ? findGroupArray(g_ProcessObject.groups, group_number(charset))
-                                 : nullptr;
+    return find_charset(charset);
 }
 
 void shown_name(const char* charset, char (&shown)[64]) {
@@ -424,29 +451,40 @@ int32_t pvzan_each_charset(size_t index, pvzan_name* charset) {
         return 0;
     }
     pvzan_name found = {};
-    const auto is_first = [](const row& r) {
-        return std::ranges::find_if(rows, [&](const row& other) {
-                   return std::string_view(other.charset) == r.charset;
-               }) == &r;
+    const auto give = [&] {
+        describe_codes(registered_group(found.charset), found);
+        fill_record(*charset, found);
+        return 1;
     };
-    for (const row& r : rows) {
-        if (is_first(r) && find_group(r.charset) != nullptr && index-- == 0) {
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const row& r = rows[i];
+        if (first_rows[i] && is_defined(r.charset) && index-- == 0) {
             fill_in(r, found);
             found.exact = 1;
             shown_name(r.charset, found.shown);
-            describe_codes(find_group(r.charset), found);
-            fill_record(*charset, found);
-            return 1;
+            return give();
         }
     }
-    for (const charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
+    const auto is_next = [&](const char* name) {
         const bool listed = std::ranges::any_of(
-            rows, [=](const row& r) { return std::string_view(r.charset) == group->name; });
-        if (!listed && index-- == 0) {
-            resolve(group->name, 0, found);
-            describe_codes(group, found);
-            fill_record(*charset, found);
-            return 1;
+            rows, [=](const row& r) { return std::string_view(r.charset) == name; });
+        if (listed || index-- != 0) {
+            return false;
+        }
+        found.order = big;
+        found.exact = found.unit = 1;
+        copy_text(found.charset, name);
+        copy_text(found.shown, name);
+        return true;
+    };
+    for (const charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
+        if (is_next(group->name)) {
+            return give();
+        }
+    }
+    for (const char* name : further_names()) {
+        if (!is_read_at_start(name) && is_next(name)) {
+            return give();
         }
     }
     return 0;

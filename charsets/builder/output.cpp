@@ -47,14 +47,24 @@ void write_file(const fs::path& path, std::string_view bytes) {
     }
 }
 
-std::string document_bytes(const markup& document) {
-    std::string text = document.source.text;
-    text.replace(0, source_declaration.size(), built_declaration);
-    return to_utf16(text);
+constexpr const char* further_folder = "further";
+
+// Where a file lies in the directory.
+fs::path place_of(const directory& built, const std::string& file) {
+    return built.further.contains(file) ? fs::path(further_folder) / file : fs::path(file);
 }
 
-void write_document(const markup& document, const fs::path& path) {
-    write_file(path, document_bytes(document));
+// Names files as they lie in the directory.
+std::string document_bytes(const markup& document, const directory& built) {
+    std::string text = document.source.text;
+    text.replace(0, source_declaration.size(), built_declaration);
+    for (const entity& declared : document.entities) {
+        const std::string named = declared.name + " SYSTEM \"";
+        const std::string before = named + declared.file + '"';
+        text.replace(text.find(before), before.size(),
+                     named + place_of(built, declared.file).string() + '"');
+    }
+    return to_utf16(text);
 }
 
 // The cache holds the pairs in the order of the text, in this machine's byte order: what the
@@ -151,22 +161,15 @@ void remove_directory(const fs::path& directory) {
     fs::remove_all(directory);
 }
 
-constexpr const char* further_folder = "further";
-
-// Where a file lies in the directory.
-fs::path place_of(const directory& built, const std::string& file) {
-    return built.further.contains(file) ? fs::path(further_folder) / file : fs::path(file);
-}
-
 void fill_directory(const directory& built, const fs::path& output) {
     if (!built.further.empty()) {
         fs::create_directory(output / further_folder);
     }
     for (const auto& [file, found] : built.charsets) {
-        write_document(found.document, output / place_of(built, file));
+        write_file(output / place_of(built, file), document_bytes(found.document, built));
     }
     for (const auto& [file, found] : built.sets) {
-        write_document(found.document, output / place_of(built, file));
+        write_file(output / place_of(built, file), document_bytes(found.document, built));
     }
     for (const auto& [file, found] : built.tables) {
         write_table(found, output / place_of(built, file));
@@ -219,10 +222,10 @@ void write_directory(const directory& built, const fs::path& output) {
 void write_embedded(const directory& built, const fs::path& output) {
     std::map<std::string, std::string> files;
     for (const auto& [file, found] : built.charsets) {
-        files[place_of(built, file)] = document_bytes(found.document);
+        files[place_of(built, file)] = document_bytes(found.document, built);
     }
     for (const auto& [file, found] : built.sets) {
-        files[place_of(built, file)] = document_bytes(found.document);
+        files[place_of(built, file)] = document_bytes(found.document, built);
     }
     for (const auto& [file, found] : built.tables) {
         files[place_of(built, file).replace_extension(".cmp").string()] = packed(found);
