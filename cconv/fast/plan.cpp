@@ -85,9 +85,6 @@ block_form blocks_of(const session* s, const plan& p) {
     const auto where = [](bool kernel, block_form form) {
         return kernel ? form : block_form::none;
     };
-    if (p.target->designates) {
-        return block_form::none;
-    }
     switch (p.reader) {
     case reader::iso2022: return where(k.seven_bit_pairs != nullptr, block_form::entries);
     case reader::lead_bytes: return where(k.split_codes != nullptr, block_form::entries);
