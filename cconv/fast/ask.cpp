@@ -72,13 +72,6 @@ bool wrote(const session& s) {
            s.outSetType != static_cast<u16>(nobody) && s.dstShiftPlane == 0;
 }
 
-// Whether E left everything to a substitute, which then is all that is written.
-bool left_to_substitute(const session& s, const plan& how) {
-    const bool line_break = how.normalises && s.setCode == '\r';
-    return s.outPos == 0 && s.outCount == 0 && s.outCode2 == 0 && !line_break &&
-           !how.target->designates;
-}
-
 // With a rule that designates sets: k once more where its set is designated already. What the first
 // time wrote before the code is the designation.
 bool separate_designation(pair& p, std::span<const u8> k, u32 source_set, std::span<u8>& written,
@@ -185,12 +178,6 @@ verdict ask(pair& p, std::span<const u8> k, u32 source_set, answer& a) {
         return verdict::by_rules;
     }
     encode_step(&s);
-    if (s.status == PVZAN_UNREPRESENTABLE && !strict && !a.takes_mark &&
-        left_to_substitute(s, p.plan)) {
-        a.lacks = true;
-        note_session(a, s);
-        return verdict::plain;
-    }
     if (!wrote(s)) {
         return verdict::by_rules;
     }
@@ -337,19 +324,6 @@ const answer* find_answer(pair& p, u32 k, std::span<const u8> bytes) {
         store(p, k, a);
     }
     return p.answer_of(k);
-}
-
-bool ask_substitute(pair& p, const substitute& wanted, answer& a) {
-    const lock_guard guard(p.lock);
-    session& s = p.neutral;
-    std::array<u8, output_bytes> out;
-    reset(s, {}, out, 0, 0);
-    s.setCode = s.ucsCode = s.outCode2 = 0;
-    write_substitute(&s, wanted);
-    a = {};
-    note_session(a, s);
-    return wrote(s) && s.dstShiftSet == 0 &&
-           note_bytes(a, std::span(out).first(static_cast<std::size_t>(s.outPos)));
 }
 
 } // namespace fast

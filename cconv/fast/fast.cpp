@@ -48,17 +48,6 @@ bool path::take_pair(const session* s) {
     return held_.p != nullptr;
 }
 
-// Whether a run may go on with the character that it ended at.
-bool path::find_out(const session* s, const fast::run& r) {
-    pair& p = *held_.p;
-    if (r.why == stop::lacking && s->target.useSubstitute != 0 && !has_substitutes_) {
-        has_substitutes_ = ask_substitute(p, s->subst1, substitutes_[0]) &&
-                           ask_substitute(p, s->subst2, substitutes_[1]);
-        return has_substitutes_;
-    }
-    return r.why == stop::unknown && learn(p, r);
-}
-
 // A text full of characters that are the rules' is left to them for longer and longer.
 void path::be_patient(u32 characters) {
     constexpr u32 worth_it = 4, most = 63;
@@ -83,13 +72,12 @@ void path::try_run(session* s) {
     for (bool more = take_pair(s); more && !(held_.p->plan.normalises && s->srcCode == '\r');) {
         pair& p = *held_.p;
         fast::run r = run_of(s, p);
-        r.substitutes = has_substitutes_ ? substitutes_ : nullptr;
         run_over(p, r);
         if (!finish(p, r, s)) {
             break;
         }
         characters += r.characters;
-        more = r.why != stop::end && r.why != stop::by_rules && find_out(s, r);
+        more = r.why == stop::unknown && learn(p, r);
     }
     be_patient(characters);
     if (by_hand.counting) {

@@ -50,6 +50,7 @@ std::optional<source_form> source_form_of(const session* s, reading how) {
     case reading::utf16: return {{reader::units, {2, big}}};
     case reading::ucs4: return {{reader::quads, {4, big}}};
     case reading::escapes: return {{reader::iso2022, single_bytes}};
+    case reading::scanned: break;
     case reading::ucs2:
         if (pairs) {
             return {{reader::units, {2, big}}};
@@ -84,9 +85,6 @@ block_form blocks_of(const session* s, const plan& p) {
     const auto where = [](bool kernel, block_form form) {
         return kernel ? form : block_form::none;
     };
-    if (p.target->designates) {
-        return block_form::none;
-    }
     switch (p.reader) {
     case reader::iso2022: return where(k.seven_bit_pairs != nullptr, block_form::entries);
     case reader::lead_bytes: return where(k.split_codes != nullptr, block_form::entries);
@@ -134,7 +132,8 @@ bool only_characters_due(const session* s, const codec_traits& source, const cod
 bool make_plan(const session* s, plan& made) {
     const std::optional<source_form> found = source_form_of(s, made.source->read);
     // With states at both ends little is left that stands alone.
-    if (!found || (found->reader == reader::iso2022 && made.target->designates)) {
+    if (!found || made.target->read == reading::scanned ||
+        (found->reader == reader::iso2022 && made.target->designates)) {
         return false;
     }
     made.reader = found->reader;
