@@ -96,6 +96,7 @@ u64 count_codes(pvzan_converter& c, const u8* p, std::size_t size, u32 set) {
         const reading_result next = read(c, text);
         if (next.kind == reading_result::silent) {
             c.work.srcShiftSet = next.c.letter;
+            count = text.bytes[next.bytes - 1] == '\n' ? 0 : count;
         } else if (next.c.letter == '\r' || next.c.letter == '\n') {
             count = 0;
         } else {
@@ -287,6 +288,10 @@ stepped step(pvzan_converter& c, const view& text, u32& used) {
         c.work.srcShiftSet = next.c.letter;
         c.now.plane2 = next.c.mark != 0;
         c.now.at.offset += next.bytes;
+        c.now.at.behind_cr = false;
+        if (text.bytes[next.bytes - 1] == '\n' && tells_lines(c)) {
+            c.now.at.step('\n'); // a line that goes on is one all the same
+        }
         return stepped::took;
     case reading_result::waiting: used = next.letters; return stepped::waits;
     case reading_result::faulty: break;

@@ -75,7 +75,7 @@ u64 told_growth(const iso2022& codes) {
         longest = std::max<u64>(longest, s.length);
     }
     for (u32 which = 0; which < register_count; ++which) {
-        registers += (codes.line.mask & register_mask(which)) != 0 ? 1 : 0;
+        registers += (codes.line.mask & register_mask(which)) != 0 ? 1U : 0U;
     }
     return (registers + 2) * longest + 2;
 }

@@ -53,7 +53,7 @@ bool finish(pair& p, run& r, session* s) {
         return true;
     }
     const u8* const begin = s->inBuf + s->inPos;
-    const bool scalars = p.plan.reader != reader::lead_bytes && p.plan.reader != reader::iso2022;
+    const bool scalars = p.plan.reader < reader::iso2022 && p.plan.reader != reader::lead_bytes;
     character last = scalars ? character_before(p, r.in) : character{nullptr, r.last};
     const answer* a = find(p, last, r.in);
     // What follows may be a mark, and then belong to the letter: the rules see to both.

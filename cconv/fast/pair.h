@@ -66,7 +66,8 @@ enum class reader : u8 {
     utf8,       // one to three bytes; the scalar is the key
     units,      // two bytes
     quads,      // four bytes
-    iso2022     // one or two bytes, by the set designated last
+    iso2022,    // one or two bytes, by the set designated last
+    told        // the same, by what the charset's definition says
 };
 
 // What a run may hold besides what the rules would do, for who must not lose anything: characters
@@ -92,6 +93,10 @@ struct plan {
     ascii_unit source_unit, target_unit; // of ASCII
     u16 stops[9]; // between Unicode charsets: scalars that do not stand for themselves
     u32 stop_count;
+    // Where definitions tell states, at either end; else null.
+    const charset_group *source_group, *target_group;
+    std::array<u16, 16> bases; // of the source's sets among the keys
+    bool eight_bits;           // codes of two bytes are their own keys
 };
 
 // What the rules made of a character.

@@ -175,13 +175,16 @@ public:
     writer(const charset_group* group, u32 state)
         : group_(group), told_(*group->codes), state_(told_.state_of(state)) {}
 
-    // False where the charset has no way to write it.
-    bool write_code(u32 setNo, u32 code) {
+    void write_headers() {
         for (const control_sequence& s : told_.sequences()) {
             if (s.header && set_in(state_, s.which) == no_set) {
                 designate(s);
             }
         }
+    }
+    // False where the charset has no way to write it.
+    bool write_code(u32 setNo, u32 code) {
+        write_headers();
         const bool control = code < ' ' || code == 0x7F;
         const bool breaks = is_line_break(code);
         if (breaks && !bring(told_.line)) {
@@ -205,6 +208,17 @@ public:
             }
         }
         return (to.mask & shift_mask) == 0 || shift(shifted(to.value));
+    }
+
+    // What is written before a code of the set, or a line break.
+    bool make_way(u32 set) {
+        write_headers();
+        if (set != line_way) {
+            return invoke(set);
+        }
+        const bool done = bring(told_.line) && invoke(first_set);
+        state_ = told_.line.applied_to(state_);
+        return done;
     }
 
     [[nodiscard]] u32 state() const { return state_; }
@@ -361,6 +375,27 @@ u32 close_output(session* s) {
 
 iso2022_reading iso2022_read(const charset_group* group, u32 state, std::span<const u8> text) {
     return text_reader(group, state, text).read();
+}
+
+bool find_way(const charset_group* group, u32 state, u32 set, iso2022_way& way) {
+    writer w(group, state);
+    if (!w.make_way(set) || w.bytes().size() > iso2022_way::most_bytes) {
+        return false;
+    }
+    way = {0, static_cast<u32>(w.bytes().size()), w.state()};
+    for (u32 i = way.size; i > 0; --i) {
+        way.bytes = way.bytes << 8 | w.bytes()[i - 1];
+    }
+    return true;
+}
+
+u32 set_at_hand(const iso2022& codes, u32 state) {
+    for (const control_sequence& s : codes.sequences()) {
+        if (s.header && set_in(state, s.which) == no_set) {
+            return no_set;
+        }
+    }
+    return set_in(state, shifted(state));
 }
 
 namespace {
