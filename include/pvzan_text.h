@@ -395,8 +395,9 @@ PVZAN_TEXT_API int32_t pvzan_set_directory(const char* path, pvzan_error* error)
 PVZAN_TEXT_API size_t pvzan_directory(char* path, size_t room);
 
 /* Why the library does not take a definition of the charset directory, or what is wrong with the
- * files it names; of a path, the last part counts. Fills in up to most errors and returns how many
- * there are; 0: it is sound. The stride of errors is errors[0].size, which the caller sets. */
+ * files it names; of a path, the last part counts, and "further/" where that is all before it.
+ * Fills in up to most errors and returns how many there are; 0: it is sound. The stride of errors
+ * is errors[0].size, which the caller sets. */
 PVZAN_TEXT_API size_t pvzan_check_definition(const char* path, pvzan_error* errors, size_t most);
 
 /* ---- Guessing ------------------------------------------------------------------------------- */

@@ -179,6 +179,12 @@ TEST(CharsetBuilder, WritesWhatTheLibraryReads) {
         EXPECT_FALSE(tree.place.has(std::string("output/") + stale)) << stale;
     }
     EXPECT_TRUE(tree.place.has("output/kept.md"));
+    // What only further charsets use lies where they do, and is named so.
+    EXPECT_TRUE(tree.place.has("output/further/rest.cmp") && tree.place.has("output/latin.set"));
+    const std::string further = tree.place.read("output/further/other.xml");
+    for (const char* named : {"\"latin.set\"", "\"further/rest.set\"", "\"further/rest.txt\""}) {
+        EXPECT_NE(further.find(test::widen(named, 2, false)), std::string::npos) << named;
+    }
     EXPECT_EQ(tree.place.read("output/more.txt"),
               "\xFF\xFE" + test::widen("2121\t3042\r\n2122\t3044\r\n2123\t3045\r\n", 2, false));
     // The pair that only decodes comes first, so that the other one encodes.
@@ -218,15 +224,19 @@ TEST(CharsetBuilder, KilledAtAnyCallItLeavesNoPart) {
     const source_tree tree;
     const auto files_of = [&](const char* directory) {
         std::map<std::string, std::string> files;
-        for (const auto& entry : fs::directory_iterator(tree.place.file(directory))) {
-            const std::string name = entry.path().filename().string();
-            files[name] = tree.place.read(directory + ("/" + name));
+        const fs::path top = tree.place.file(directory);
+        for (const auto& entry : fs::recursive_directory_iterator(top)) {
+            if (entry.is_regular_file()) {
+                const std::string name = entry.path().lexically_relative(top).string();
+                files[name] = tree.place.read(directory + ("/" + name));
+            }
         }
         return files;
     };
     ASSERT_EQ(tree.build().status, 0);
     tree.place.write("output/kept.md", "");
-    fs::copy(tree.place.file("output"), tree.place.file("old"));
+    tree.place.write("output/further/kept.md", "");
+    fs::copy(tree.place.file("output"), tree.place.file("old"), fs::copy_options::recursive);
     tree.spoil("tables/more.tsv", "2121\t3042\t\xE3\x81\x82", "2121\t3043");
     ASSERT_EQ(tree.build().status, 0);
     const auto old_files = files_of("old"), new_files = files_of("output");
@@ -234,7 +244,7 @@ TEST(CharsetBuilder, KilledAtAnyCallItLeavesNoPart) {
     int found_old = 0, found_new = 0, n = 0;
     for (bool killed = true; killed; ++n) {
         fs::remove_all(tree.place.file("output"));
-        fs::copy(tree.place.file("old"), tree.place.file("output"));
+        fs::copy(tree.place.file("old"), tree.place.file("output"), fs::copy_options::recursive);
         killed = killed_at_call(n, tree);
         if (tree.place.has("output")) {
             const auto files = files_of("output");

@@ -266,9 +266,8 @@ bool add_set(document& main, set_reader& reader, const element& reference,
         return false;
     }
     tables.release();
-    return known != nullptr
-               ? addArray(group.memberSets, known->set) != 0
-               : take_set(reader.place, group, main, std::move(file), std::move(read));
+    return known != nullptr ? addArray(group.memberSets, known->set) != 0
+                            : take_set(reader.place, group, main, std::move(file), std::move(read));
 }
 
 // Takes base and difference sets in the order of the document; end receives where the last one
