@@ -110,6 +110,12 @@ inline bool is_unicode(const pvzan_name& name) {
     return name.kind != PVZAN_KIND_OTHER;
 }
 
+// Whether what a code of the source means rests on sequences before it.
+inline bool has_states(const pvzan_converter& c) {
+    return c.source != nullptr &&
+           (c.source->read == reading::escapes || c.source->read == reading::scanned);
+}
+
 // ---- read.cpp
 reading_result read(pvzan_converter& c, const view& text);
 // The mark at the begin of a text: its length, or none; waiting where more decides.

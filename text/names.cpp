@@ -384,7 +384,8 @@ void describe_codes(const charset_group* group, const rule_row* decoder, pvzan_n
     case reading::sets: meaning.unit = two_bytes ? 2 : 1; return;
     case reading::pairs: meaning.unit = 2; return;
     case reading::lead_byte:
-    case reading::escapes: return;
+    case reading::escapes:
+    case reading::scanned: return;
     }
     meaning.unit = meaning.kind == PVZAN_KIND_UTF_8 ? 1 : meaning.kind == PVZAN_KIND_UCS_4 ? 4 : 2;
 }

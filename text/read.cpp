@@ -177,6 +177,20 @@ reading_result read_designated(pvzan_converter& c, const view& text) {
     return read;
 }
 
+// The same, where the codec itself says what changes their meaning.
+reading_result read_scanned(pvzan_converter& c, const view& text) {
+    const scanned next =
+        c.source->scan(c.work.srcGroup, c.work.srcShiftSet, {text.bytes, text.size});
+    reading_result read;
+    switch (next.kind) {
+    case scanned::silent: return {.kind = kind::silent, .bytes = next.length, .c = {next.state, 0}};
+    case scanned::cut: return cut(text, 1);
+    case scanned::invalid: return invalid(next.length, next.needed);
+    case scanned::code: break;
+    }
+    return decode(c, text.bytes, next.length, read) ? read : invalid(next.length, next.length);
+}
+
 // ---- Other codes -------------------------------------------------------------------------------
 
 constexpr bool is_high_trail(u32 byte) {
@@ -247,8 +261,10 @@ reading_result read(pvzan_converter& c, const view& text) {
     if (is_unicode(c.from)) {
         return read_unicode(c, text);
     }
-    const bool escapes = c.source != nullptr && c.source->read == reading::escapes;
-    return escapes ? read_designated(c, text) : read_code(c, text);
+    if (!has_states(c)) {
+        return read_code(c, text);
+    }
+    return c.source->read == reading::scanned ? read_scanned(c, text) : read_designated(c, text);
 }
 
 mark_found find_mark(const pvzan_converter& c, const view& text, u32& length) {
