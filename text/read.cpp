@@ -49,7 +49,7 @@ bool decode(pvzan_converter& c, const u8* bytes, std::size_t size, reading_resul
 // ---- Unicode -----------------------------------------------------------------------------------
 
 bool may_join(const pvzan_converter& c, u32 letter) {
-    return c.kana_joins && (may_take_mark(letter) ||
+    return c.kana_joins && (may_take_mark(letter, c.work.dstGroup) ||
                             ((c.how.flags & PVZAN_COMPOSE) != 0 && takes_composing_mark(letter)));
 }
 
@@ -68,8 +68,7 @@ void compose_marks(pvzan_converter& c, const view& text, reading_result& read) {
         if (next.kind != sequence::whole) {
             return;
         }
-        if (marks == 1 && IsJISX0213CombiningUCS(letter, next.scalar) != 0 &&
-            can_write(c, {letter, next.scalar})) {
+        if (marks == 1 && is_mark_in_tables(next.scalar) && can_write(c, {letter, next.scalar})) {
             read.c.mark = next.scalar;
             read.bytes += next.bytes;
             return;

@@ -252,9 +252,9 @@ verdict ask(pair& p, std::span<const u8> k, u32 source_set, answer& a) {
     a.read_ucsCode = s.ucsCode;
     const character c{s.ucsCode, s.outCode2};
     const bool strict = p.strict != strictness::none, joins = joins_marks(p);
-    a.takes_mark =
-        joins && (may_take_mark(s.srcCode) || (strict && takes_composing_mark(s.srcCode)));
-    if (joins && is_combining_mark(s.srcCode)) {
+    a.takes_mark = joins && (may_take_mark(s.srcCode, strict ? s.dstGroup : nullptr) ||
+                             (strict && takes_composing_mark(s.srcCode)));
+    if (joins && (is_combining_mark(s.srcCode) || (strict && is_mark_in_tables(s.srcCode)))) {
         return verdict::by_rules;
     }
     encode_step(&s);

@@ -154,7 +154,7 @@ private:
         if (!fits) {
             set.document.source.fail(set.table_line, "codes are longer than bytenum says");
         }
-        for (const auto* pairs : {&checked.decode_only, &checked.two_way}) {
+        for (const auto* pairs : {&checked.decode_only, &checked.read_only, &checked.two_way}) {
             for (const pair& found : *pairs) {
                 if (!set.defines(found.code)) {
                     checked.source.fail(found.line,
