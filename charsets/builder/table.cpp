@@ -112,10 +112,14 @@ struct table_reader {
         if (!parse_number(text, 16, scalar) || text != hex(scalar)) {
             fail("expected a scalar value, at least four upper-case digits");
         }
+        check_scalar(scalar);
+        return scalar;
+    }
+
+    void check_scalar(u32 scalar) const {
         if (scalar > last_scalar || is_surrogate(scalar)) {
             fail(hex(scalar) + " is not a scalar value");
         }
-        return scalar;
     }
 
     // A letter, or a letter and a mark with + between them.
@@ -166,7 +170,8 @@ struct table_reader {
             fail("a range has no third column");
         }
         for (; code != last; code = grid->following(code)) {
-            add(code, scalar++);
+            add(code, scalar);
+            check_scalar(++scalar);
         }
         add(code, scalar);
     }
