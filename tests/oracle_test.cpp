@@ -239,7 +239,7 @@ const charset_row charsets[] = {
     {"chinesegbk", "GBK", 2, 24069, "private_use_decoded", 24069, "private_use_encoded"},
     {"chinesebig5", "BIG5", 2, 19848, "big5_decoded", 19838, "big5_encoded"},
     {"koreanksc", "UHC", 2, 17364, "private_use_decoded", 17364, "private_use_encoded"},
-    {"gb18030", "GB18030", 4, 204192, "gb18030_decoded", 204192, "gb18030_encoded"},
+    {"gb18030", "GB18030", 4, 1112064, "gb18030_decoded", 1112064, "gb18030_encoded"},
     {"iso-646irv", "ASCII", 1, 128, "", 128, ""},
     {"iso-8859-1", "ISO-8859-1", 1, 256, "", 256, ""},
 };

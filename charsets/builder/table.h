@@ -16,6 +16,10 @@ struct table {
     source_file source;
     bool extra = false;   // encode only, for one charset
     bool changes = false; // two_way holds other scalars for codes of another table
+    // The codes of a table that is linear are counted: two_way holds those with which a run of
+    // scalars begins, and with 0 those behind one that nothing follows.
+    std::string linear; // their bytes; empty: it is not
+    std::vector<pair> run_ends;
     std::vector<pair> decode_only, two_way;
 
     u32 largest_code() const;

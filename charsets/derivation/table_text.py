@@ -52,7 +52,7 @@ class Table:
     """One mapping table: pairs that go both ways, and pairs that only decode."""
 
     def __init__(self, name, title, grid, pairs, *, decode_only=(), origin, extra=False,
-                 linear=is_private):
+                 linear=is_private, counted=False):
         self.name = name
         self.title = title
         self.grid = Grid(grid)
@@ -61,6 +61,7 @@ class Table:
         self.origin = origin
         self.extra = extra
         self.linear = linear  # which scalars may be written as ranges
+        self.counted = counted
 
     def mapping(self):
         return dict(self.decode_only + self.pairs)
@@ -100,6 +101,8 @@ class Table:
         header += ["", f"%bytes {self.grid.pattern}"]
         if self.extra:
             header += ["%extra"]
+        if self.counted:
+            header += ["%linear"]
         header += [f"%pairs {len(self.pairs) + len(self.decode_only)}"]
         if self.decode_only:
             header += [f"%decode-only {len(self.decode_only)}", "", *self._lines(self.decode_only),
