@@ -269,6 +269,8 @@ const charset_row charsets[] = {
     {"johab", "JOHAB", 2, 17176, "johab_decoded", 17177, "johab_encoded"},
     {"euc-tw", "EUC-TW", 4, 61437, "", 55569, ""},
     {"big5-hkscs", "BIG5-HKSCS", 2, 18598, "hkscs_decoded", 18593, "hkscs_encoded"},
+    {"big5-web", "BIG5-HKSCS", 2, 18722, "big5_web_decoded", 14790, "big5_web_encoded"},
+    {"gbk-web", "GB18030", 4, 1112065, "gbk_web_decoded", 24086, "gbk_web_encoded"},
     {"iso-646irv", "ASCII", 1, 128, "", 128, ""},
     {"iso-8859-1", "ISO-8859-1", 1, 256, "", 256, ""},
 };
