@@ -135,53 +135,21 @@ const char* relative_of(const char* charset) {
     return "";
 }
 
-bool relative_reads(pvzan_converter& c, charset_group* relative, const fault& f) {
-    session& s = c.work;
-    charset_group* const group = s.srcGroup;
-    rule_row* const rule = s.srcRule;
-    const u32 number = s.srcGroupNo;
-    s.srcGroup = relative;
-    s.srcGroupNo = relative->groupNo;
-    s.srcRule = TheRule(relative->destRule);
-    const bool reads =
-        s.srcRule != nullptr && may_be_character(s, {f.bytes, f.seen}) && s.status == PVZAN_DECODED;
-    s.srcGroup = group;
-    s.srcGroupNo = number;
-    s.srcRule = rule;
-    return reads;
-}
-
-bool relative_writes(pvzan_converter& c, charset_group* relative, const fault& f) {
-    session& s = c.work;
-    charset_group* const group = s.dstGroup;
-    rule_row* const rule = s.dstRule;
-    const u32 number = s.dstGroupNo;
-    s.dstGroup = relative;
-    s.dstGroupNo = relative->groupNo;
-    s.dstRule = TheRule(relative->constRule);
-    const bool writes = s.dstRule != nullptr && can_write(c, f.missing);
-    s.dstGroup = group;
-    s.dstGroupNo = number;
-    s.dstRule = rule;
-    std::memset(c.sound, 0, sizeof c.sound);
-    return writes;
-}
-
-void tell_relative(pvzan_converter& c, const fault& f, pvzan_fault& told) {
-    const bool reading = f.kind == PVZAN_FAULT_INVALID;
-    const char* const name = relative_of(reading ? c.from.charset : c.to.charset);
-    charset_group* const relative = name[0] != '\0' ? find_group(name) : nullptr;
-    if (relative == nullptr || (!reading && f.kind != PVZAN_FAULT_MISSING)) {
+// A charset that has what this one lacks is asked in a conversion of its own.
+void tell_relative(const pvzan_converter& c, const fault& f, pvzan_fault& told) {
+    const bool reads = f.kind == PVZAN_FAULT_INVALID;
+    const char* const name = relative_of(reads ? c.from.charset : c.to.charset);
+    pvzan_converter other;
+    other.how = {};
+    if (name[0] == '\0' || (!reads && f.kind != PVZAN_FAULT_MISSING) ||
+        !prepare(other, reads ? name : "utf-8", reads ? "utf-8" : name, nullptr)) {
         return;
     }
-    for (basic_set* set : member_sets(relative)) {
-        if (set->setType != PVZAN_SET_USER_DEFINED) {
-            loadTableFile(set->decodeTable);
-            loadTableFile(set->encodeTable);
-        }
-    }
-    if (reading ? relative_reads(c, relative, f) : relative_writes(c, relative, f)) {
-        shown_name(name, told.relative);
+    other.work.srcShiftSet = f.set;
+    if (reads
+            ? may_be_character(other.work, {f.bytes, f.seen}) && other.work.status == PVZAN_DECODED
+            : can_write(other, f.missing)) {
+        copy_text(told.relative, (reads ? other.from : other.to).shown);
     }
 }
 

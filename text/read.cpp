@@ -248,8 +248,7 @@ reading_result read(pvzan_converter& c, const view& text) {
     if (is_unicode(c.from)) {
         return read_unicode(c, text);
     }
-    const bool escapes = c.source != nullptr && c.source->read == reading::escapes;
-    return escapes ? read_designated(c, text) : read_code(c, text);
+    return has_states(c) ? read_designated(c, text) : read_code(c, text);
 }
 
 mark_found find_mark(const pvzan_converter& c, const view& text, u32& length) {
