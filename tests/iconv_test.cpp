@@ -1,4 +1,7 @@
-// iconv(3) over the library, call by call beside the C library's own.
+// iconv(3) over the library, call by call beside the C library's own. Each test is a process: which
+// of the two goes first is asked once.
+#include "tests/support/child.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -131,40 +134,45 @@ const row rows[] = {
 };
 
 TEST_F(Iconv, AnswersAsTheCLibrary) {
-    setenv("PVZAN_ICONV", "all", 1);
-    for (const row& r : rows) {
-        const std::string wanted = run(c, r.from, r.to, r.calls);
-        EXPECT_NE(wanted, r.deliberate) << r.to << ": no longer a difference";
-        EXPECT_EQ(run(ours, r.from, r.to, r.calls), *r.deliberate != '\0' ? r.deliberate : wanted)
-            << r.from << " to " << r.to << ": " << r.calls << ' ' << r.why;
-    }
-    EXPECT_EQ(run(ours, "none", "UTF-8", ""), run(c, "none", "UTF-8", ""));
-    EXPECT_EQ(call(ours, reinterpret_cast<iconv_t>(-1), "a", 1).said, "EBADF");
-    EXPECT_EQ(ours.close(reinterpret_cast<iconv_t>(-1)), -1);
+    test::in_child([&] {
+        setenv("PVZAN_ICONV", "all", 1);
+        for (const row& r : rows) {
+            const std::string wanted = run(c, r.from, r.to, r.calls);
+            EXPECT_NE(wanted, r.deliberate) << r.to << ": no longer a difference";
+            EXPECT_EQ(run(ours, r.from, r.to, r.calls),
+                      *r.deliberate != '\0' ? r.deliberate : wanted)
+                << r.from << " to " << r.to << ": " << r.calls << ' ' << r.why;
+        }
+        EXPECT_EQ(run(ours, "none", "UTF-8", ""), run(c, "none", "UTF-8", ""));
+        EXPECT_EQ(call(ours, reinterpret_cast<iconv_t>(-1), "a", 1).said, "EBADF");
+        EXPECT_EQ(ours.close(reinterpret_cast<iconv_t>(-1)), -1);
+    });
 }
 
 // What the C library opens stays its own; what only we have is opened beside it, under the names
 // that it takes, too.
 TEST_F(Iconv, AsksTheCLibraryFirst) {
-    for (const row& r : rows) {
-        EXPECT_EQ(run(ours, r.from, r.to, r.calls), run(c, r.from, r.to, r.calls)) << r.to;
-    }
-    EXPECT_EQ(run(ours, "EUC-JIS-2004", "UTF-8", "A4F7 A4"), "0/2/か゚ EINVAL/0/ ");
-    std::istringstream names(
-        "UTF-16|UTF-32|UNICODE|UCS-2|UCS-4|WCHAR_T|U T F - 8|(utf8)|Shift.JIS||//|"
-        "//IGNORE|utf-8/IGNORE|UTF-8/x/y|UTF-8///|ISO-10646/UCS4/|sjis,x|none|"
-        "iso-10646/ucs4//IGNORE|/UTF-8|UTF-8//TRANSLIT//");
-    for (std::string name; std::getline(names, name, '|');) {
-        const char* const to = name.c_str();
-        const char *letter = "41 0:end 42", *letters = "4100000041000000 00000041";
-        EXPECT_EQ(run(ours, "EUC-JIS-2004", to, letter), run(c, "UTF-8", to, letter)) << to;
-        EXPECT_EQ(run(ours, to, "EUC-JIS-2004", letters), run(c, to, "EUC-JP", letters)) << to;
-    }
-    EXPECT_EQ(run(ours, "EUC-JIS-2004", std::string(200, 'x').c_str(), ""),
-              run(c, "none", "UTF-8", ""));
-    errno = ENOENT;
-    ours.close(ours.open("EUC-JIS-2004", "UTF-8"));
-    EXPECT_EQ(errno, ENOENT);
+    test::in_child([&] {
+        for (const row& r : rows) {
+            EXPECT_EQ(run(ours, r.from, r.to, r.calls), run(c, r.from, r.to, r.calls)) << r.to;
+        }
+        EXPECT_EQ(run(ours, "EUC-JIS-2004", "UTF-8", "A4F7 A4"), "0/2/か゚ EINVAL/0/ ");
+        std::istringstream names(
+            "UTF-16|UTF-32|UNICODE|UCS-2|UCS-4|WCHAR_T|U T F - 8|(utf8)|Shift.JIS||//|"
+            "//IGNORE|utf-8/IGNORE|UTF-8/x/y|UTF-8///|ISO-10646/UCS4/|sjis,x|none|"
+            "iso-10646/ucs4//IGNORE|/UTF-8|UTF-8//TRANSLIT//");
+        for (std::string name; std::getline(names, name, '|');) {
+            const char* const to = name.c_str();
+            const char *letter = "41 0:end 42", *letters = "4100000041000000 00000041";
+            EXPECT_EQ(run(ours, "EUC-JIS-2004", to, letter), run(c, "UTF-8", to, letter)) << to;
+            EXPECT_EQ(run(ours, to, "EUC-JIS-2004", letters), run(c, to, "EUC-JP", letters)) << to;
+        }
+        EXPECT_EQ(run(ours, "EUC-JIS-2004", std::string(200, 'x').c_str(), ""),
+                  run(c, "none", "UTF-8", ""));
+        errno = ENOENT;
+        ours.close(ours.open("EUC-JIS-2004", "UTF-8"));
+        EXPECT_EQ(errno, ENOENT);
+    });
 }
 
 // What comes of a text, cut into two pieces. A fault is stepped over byte by byte, as by mutt.
@@ -192,44 +200,47 @@ std::string convert(const library& with, iconv_t cd, const std::string& text, st
 
 // Every text of three tokens, cut anywhere, and in rooms of every size.
 TEST_F(Iconv, TextsCutsAndRooms) {
-    setenv("PVZAN_ICONV", "all", 1);
-    for (const std::string from : {"UTF-8", "UTF-16BE", "CP932", "EUC-JP", "ISO-2022-JP",
-                                   "EUC-JISX0213", "SHIFT_JISX0213"}) {
-        std::vector<std::string> tokens = {"\xFF"};
-        for (const char* letter : {"A", "あ", "亜", "갂"}) {
-            const iconv_t cd = c.open(from.c_str(), "UTF-8//IGNORE");
-            tokens.push_back(call(c, cd, letter, 32).written);
-            tokens.back() += call(c, cd, "", 32, true).written;
-            c.close(cd);
-        }
-        if (from != "ISO-2022-JP") { // the C library waits for the rest of any escape sequence
-            tokens.push_back(tokens[2].substr(0, 1));
-        }
-        for (const std::string to : {"UTF-8", "UTF-16LE", "UTF-32BE", "CP932", "EUC-JP",
-                                     "ISO-2022-JP", "EUC-JISX0213", "SHIFT_JISX0213", "GB18030"}) {
-            SCOPED_TRACE(from + " to " + to);
-            const iconv_t theirs = c.open(to.c_str(), from.c_str()),
-                          mine = ours.open(to.c_str(), from.c_str());
-            const std::size_t n = tokens.size();
-            std::string wanted, got;
-            for (std::size_t i = 0; i < n * n * n; ++i) {
-                const std::string text = tokens[i / n / n] + tokens[i / n % n] + tokens[i % n];
-                for (std::size_t cut = 0; cut <= text.size(); ++cut) {
-                    const std::string told = convert(c, theirs, text, cut, 32, wanted);
-                    ASSERT_EQ(convert(ours, mine, text, cut, 32, got), told)
-                        << testing::PrintToString(text) << cut;
-                    ASSERT_EQ(got, wanted) << testing::PrintToString(text) << cut;
-                }
-                for (std::size_t room = 0; room <= 16; ++room) {
-                    convert(ours, mine, text, text.size(), room, got);
-                    ASSERT_EQ(got, wanted.substr(0, room < 8 ? got.size() : std::string::npos))
-                        << testing::PrintToString(text) << room;
-                }
+    test::in_child([&] {
+        setenv("PVZAN_ICONV", "all", 1);
+        for (const std::string from : {"UTF-8", "UTF-16BE", "CP932", "EUC-JP", "ISO-2022-JP",
+                                       "EUC-JISX0213", "SHIFT_JISX0213"}) {
+            std::vector<std::string> tokens = {"\xFF"};
+            for (const char* letter : {"A", "あ", "亜", "갂"}) {
+                const iconv_t cd = c.open(from.c_str(), "UTF-8//IGNORE");
+                tokens.push_back(call(c, cd, letter, 32).written);
+                tokens.back() += call(c, cd, "", 32, true).written;
+                c.close(cd);
             }
-            c.close(theirs);
-            ours.close(mine);
+            if (from != "ISO-2022-JP") { // the C library waits for the rest of any escape sequence
+                tokens.push_back(tokens[2].substr(0, 1));
+            }
+            for (const std::string to :
+                 {"UTF-8", "UTF-16LE", "UTF-32BE", "CP932", "EUC-JP", "ISO-2022-JP", "EUC-JISX0213",
+                  "SHIFT_JISX0213", "GB18030"}) {
+                SCOPED_TRACE(from + " to " + to);
+                const iconv_t theirs = c.open(to.c_str(), from.c_str()),
+                              mine = ours.open(to.c_str(), from.c_str());
+                const std::size_t n = tokens.size();
+                std::string wanted, got;
+                for (std::size_t i = 0; i < n * n * n; ++i) {
+                    const std::string text = tokens[i / n / n] + tokens[i / n % n] + tokens[i % n];
+                    for (std::size_t cut = 0; cut <= text.size(); ++cut) {
+                        const std::string told = convert(c, theirs, text, cut, 32, wanted);
+                        ASSERT_EQ(convert(ours, mine, text, cut, 32, got), told)
+                            << testing::PrintToString(text) << cut;
+                        ASSERT_EQ(got, wanted) << testing::PrintToString(text) << cut;
+                    }
+                    for (std::size_t room = 0; room <= 16; ++room) {
+                        convert(ours, mine, text, text.size(), room, got);
+                        ASSERT_EQ(got, wanted.substr(0, room < 8 ? got.size() : std::string::npos))
+                            << testing::PrintToString(text) << room;
+                    }
+                }
+                c.close(theirs);
+                ours.close(mine);
+            }
         }
-    }
+    });
 }
 
 } // namespace

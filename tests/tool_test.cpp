@@ -89,6 +89,7 @@ TEST(Tool, TakesTheFirstCharsetDirectoryThatExists) {
     EXPECT_EQ(run({"-f", "private"}, "a", with(variable + "mine")).output, "a");
     EXPECT_EQ(run({"-f", "private"}, "a", with(variable + "missing")).status, 2);
     EXPECT_EQ(run({"-f", "sjis"}, "a", with(variable + "missing")).output, "a");
+    EXPECT_EQ(run({"--version"}).output.find("../"), std::string::npos);
     EXPECT_EQ(run({"-f", "sjis"}, "a", with(variable + "empty")).status, 2);
     EXPECT_EQ(
         run({"-f", "private", "--charset-dir", dir.path() + "mine"}, "a", with(variable + "empty"))
