@@ -279,6 +279,9 @@ const charset_row charsets[] = {
     {"eucjp-ms", "EUC-JP-MS", 3, 15206, "c1_decoded", 15192, "c1_encoded"},
     {"gb2312", "EUC-CN", 2, 7573, "", 7575, "gb2312_encoded"},
     {"euc-kr", "EUC-KR", 2, 8355, "c1_decoded", 8355, "euc_kr_encoded"},
+    {"johab", "JOHAB", 2, 17176, "johab_decoded", 17177, "johab_encoded"},
+    {"euc-tw", "EUC-TW", 4, 61437, "", 55569, ""},
+    {"big5-hkscs", "BIG5-HKSCS", 2, 18598, "hkscs_decoded", 18593, "hkscs_encoded"},
     {"iso-646irv", "ASCII", 1, 128, "", 128, ""},
     {"iso-8859-1", "ISO-8859-1", 1, 256, "", 256, ""},
 };

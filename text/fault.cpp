@@ -1,6 +1,7 @@
 // What is said about a fault. Found out when it is asked for: texts have more faults than anybody
 // reads about.
 #include "cconv/engine/step.h"
+#include "cconv/registry/iso2022.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/designations.h"
 #include "cconv/rulefunc/rules.h"
@@ -48,6 +49,9 @@ std::span<const u8> pair_of(const pvzan_converter& c, const u8 (&code)[4]) {
 }
 
 bool begins_nothing(pvzan_converter& c, u8 byte) {
+    if (length_by_lead(c, byte) > 2) {
+        return false;
+    }
     u8& known = c.bytes_known[byte];
     for (u32 second = 0; (known & begin_asked) == 0 && second <= 0xFF; ++second) {
         const u8 code[] = {byte, static_cast<u8>(second), 0x81, '0'};
@@ -90,9 +94,13 @@ blame blame_unicode(const pvzan_converter& c, const fault& f) {
 }
 
 blame blame_code(pvzan_converter& c, const fault& f) {
-    if (c.source != nullptr && c.source->read == reading::escapes) {
-        const bool escape = f.bytes[0] == escape_byte;
-        const bool fits = f.needed == 2 && is_in(f.bytes[1], 0x21, 0x7E);
+    if (has_states(c)) {
+        const iso2022* told = c.work.srcGroup->codes;
+        const bool scans = c.source->read == reading::scanned;
+        const bool escape =
+            told != nullptr ? told->opens_sequence(f.bytes[0]) : f.bytes[0] == escape_byte;
+        const bool fits =
+            scans ? f.needed == f.length : f.needed == 2 && is_in(f.bytes[1], 0x21, 0x7E);
         return {escape          ? u32{PVZAN_REASON_ESCAPE}
                 : f.needed == 1 ? u32{PVZAN_REASON_BEGINS_NOTHING}
                 : fits          ? u32{PVZAN_REASON_NO_CHARACTER}

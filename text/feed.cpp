@@ -100,6 +100,7 @@ u64 count_codes(pvzan_converter& c, const u8* p, std::size_t size, u32 set) {
         const reading_result next = read(c, text);
         if (next.kind == reading_result::silent) {
             c.work.srcShiftSet = next.c.letter;
+            count = text.bytes[next.bytes - 1] == '\n' ? 0 : count;
         } else if (next.c.letter == '\r' || next.c.letter == '\n') {
             count = 0;
         } else {
@@ -127,9 +128,8 @@ u64 count_column(pvzan_converter& c, const cursor& at, std::size_t done, std::si
     if (is_unicode(c.from)) {
         return count_sequences(c, at.in + line, done - line, c.now.big_source);
     }
-    const bool escapes = c.source != nullptr && c.source->read == reading::escapes;
-    return escapes ? count_codes(c, at.in, done, set)
-                   : count_codes(c, at.in + line, done - line, set);
+    return has_states(c) ? count_codes(c, at.in, done, set)
+                         : count_codes(c, at.in + line, done - line, set);
 }
 
 // Finds out how far the input stands for itself, and where its last line begins: a stop there tells
@@ -231,8 +231,7 @@ void advance(pvzan_converter& c, const reading_result& read) {
 
 // Whether the source has the character in another code, which is the one it is written in.
 bool has_other_code(pvzan_converter& c, const view& text, const reading_result& read) {
-    if ((c.how.flags & PVZAN_READ_BACK) == 0 || is_unicode(c.from) ||
-        (c.source != nullptr && c.source->read == reading::escapes)) {
+    if ((c.how.flags & PVZAN_READ_BACK) == 0 || is_unicode(c.from) || has_states(c)) {
         return false;
     }
     u8 code[16];
@@ -293,7 +292,10 @@ stepped step(pvzan_converter& c, const view& text, u32& used) {
         c.work.srcShiftSet = next.c.letter;
         c.now.plane2 = next.c.mark != 0;
         c.now.at.offset += next.bytes;
-        c.now.at.behind_cr = false; // as count_breaks has it
+        c.now.at.behind_cr = false;
+        if (text.bytes[next.bytes - 1] == '\n' && tells_lines(c)) {
+            c.now.at.step('\n'); // a line that goes on is one all the same
+        }
         return stepped::took;
     case reading_result::waiting: used = next.letters; return stepped::waits;
     case reading_result::faulty: break;
@@ -375,8 +377,11 @@ pvzan_outcome take_character(pvzan_converter& c, cursor& at, bool& stuck) {
 }
 
 bool is_left_open(const pvzan_converter& c) {
-    if (c.source == nullptr || c.source->read != reading::escapes) {
+    if (!has_states(c)) {
         return false;
+    }
+    if (c.source->read == reading::scanned) {
+        return !c.source->may_end(c.work.srcGroup, c.work.srcShiftSet);
     }
     const basic_set* set = designated_set(c.work.srcGroup, c.work.srcShiftSet);
     return set != nullptr && is_double_byte_width(set->byteNum);

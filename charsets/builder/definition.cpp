@@ -1,5 +1,6 @@
 #include "charsets/builder/definition.h"
 
+#include "cconv/definition/definition.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
 
@@ -252,7 +253,11 @@ charset read_charset(source_file document) {
     child_reader children(source, whole.children, whole.line);
     result.name = read_name(source, children.expect("name"));
     result.number = number_of(result.name);
-    read_rule(source, children.expect("rule"));
+    const element& rule = children.expect("rule");
+    read_rule(source, rule);
+    for (const attribute& named : rule.attributes) {
+        result.goes_by_iso2022 = result.goes_by_iso2022 || goes_by_iso2022(named.value.c_str());
+    }
     for (;;) {
         if (const element* base = children.accept("baseset")) {
             result.members.push_back(read_member(source, *base, set_kind::base));
@@ -261,6 +266,9 @@ charset read_charset(source_file document) {
         } else {
             break;
         }
+    }
+    if (const element* codes = children.accept("iso2022")) {
+        result.iso2022_line = codes->line; // the library's own reader judges it
     }
     if (const element* user = children.accept("eudcset")) {
         result.members.push_back(read_member(source, *user, set_kind::user_defined));

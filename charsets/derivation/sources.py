@@ -116,16 +116,16 @@ class Icu:
 
 
 class Charmap:
-    """The description of a charset of single bytes that comes with the C library, beside its converter."""
+    """The description of a charset that comes with the C library, beside its converter."""
 
     def __init__(self, charset):
         self.name = "charmap " + charset
         try:
             with gzip.open(f"/usr/share/i18n/charmaps/{charset}.gz", "rt", encoding="latin-1") as lines:
-                found = [re.match(r"(?:%IRREVERSIBLE%)?<U([0-9A-F]+)>\s+/x([0-9a-f]{2})\s", line) for line in lines]
+                found = [re.match(r"(?:%IRREVERSIBLE%)?<U([0-9A-F]+)>\s+((?:/x[0-9a-f]{2})+)\s", line) for line in lines]
         except OSError as error:
             raise SourceMissing(self.name) from error
-        self._scalars = {int(pair[2], 16): int(pair[1], 16) for pair in found if pair}
+        self._scalars = {bytes.fromhex(pair[2].replace("/x", "")): int(pair[1], 16) for pair in found if pair}
 
     def __call__(self, code_bytes):
-        return self._scalars.get(code_bytes[0])
+        return self._scalars.get(code_bytes)
