@@ -134,7 +134,9 @@ private:
             }
             const u32 byte = text_[begin + i];
             if ((byte & 0x80) < high || !set.may_be(byte - high, i)) {
-                const bool stands_alone = byte < ' ' || told_.opens_sequence(byte);
+                // Below 40, where no code of two bytes has a hole, EBCDIC has its control codes.
+                const bool controls = byte < '@' && byte != ' ';
+                const bool stands_alone = controls || told_.opens_sequence(byte);
                 const std::size_t length = begin + i + (stands_alone ? 0 : 1);
                 return invalid(std::max<std::size_t>(length, 1), begin + i + 1);
             }
