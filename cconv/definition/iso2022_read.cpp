@@ -37,7 +37,7 @@ bool same_letters(std::string_view a, std::string_view b) {
 std::optional<u32> hex_number(std::string_view word, u32 most) {
     u32 value = 0;
     for (const char c : word) {
-        if (!is_hex_digit(static_cast<u8>(c)) || value > 0xFFFFFF) {
+        if (!is_hex_digit(static_cast<u8>(c)) || value > 0xFFFFFFF) {
             return std::nullopt;
         }
         value = value << 4 | hex_value(static_cast<u8>(c));
@@ -233,7 +233,7 @@ private:
         }
         std::ranges::copy(name, set.name);
         const std::optional<u32> add =
-            tag_.value("add").empty() ? 0 : hex_number(tag_.value("add"), 0xFFFFFF);
+            tag_.value("add").empty() ? 0 : hex_number(tag_.value("add"), ~0U);
         if (!add) {
             return fail("%s: add= is no hexadecimal number", set.name);
         }
