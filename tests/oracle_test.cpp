@@ -261,7 +261,7 @@ const charset_row charsets[] = {
     {"chinesegbk", "GBK", 2, 24069, "private_use_decoded", 24069, "private_use_encoded"},
     {"chinesebig5", "BIG5", 2, 19848, "big5_decoded", 19838, "big5_encoded"},
     {"koreanksc", "UHC", 2, 17364, "private_use_decoded", 17364, "private_use_encoded"},
-    {"gb18030", "GB18030", 4, 204192, "gb18030_decoded", 204192, "gb18030_encoded"},
+    {"gb18030", "GB18030", 4, 1112064, "gb18030_decoded", 1112064, "gb18030_encoded"},
     {"cp943", "IBM943", 2, 9795, "cp943_decoded", 9407, "cp943_encoded"},
     {"eucjp-ms", "EUC-JP-MS", 3, 15206, "c1_decoded", 15192, "c1_encoded"},
     {"gb2312", "EUC-CN", 2, 7573, "", 7575, "gb2312_encoded"},

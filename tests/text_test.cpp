@@ -104,7 +104,7 @@ std::vector<std::string> charsets() {
 
 std::string sample() {
     return utf8(
-        U"日本語 abc\r\n\\~ｱｲ〜～−－ か\u309Aæ\u0300\u02E9\u02E5 é𠂉㐂\r髙①中文简体 한국어 Ж"
+        U"日本語 abc\r\n\\~ｱｲ〜～−－ か\u309Aæ\u0300\u02E9\u02E5 é𠂉㐂Ê\u0304Êê\u030C\r髙①中文简体 한국어 Ж"
         U"\nは\u3099u\u0308\u0304\u2028\uE000終");
 }
 
@@ -219,8 +219,9 @@ TEST(Text, HasFaultsOfTheRightLength) {
          "<a4>|<a480>|<8fa2>|<8f>|<8fa280>|<8ee0>|<a9a1>|<ff>|<8fa2>"},
         {"euc-jis-2004", "\x8F\xFF|\xA4\xFF|\x8F\xA9\xA1", "<8fff>|<a4ff>|<8fa9a1>"},
         {"gb18030",
-         "\x81\x30 \x81\x30\x81 \xFE\x39\xFE\x39 \x81\x7F \x80 \xFF \x81\xFF \x81\x30\x81",
-         "<81>0 <81>0<81> <fe39fe39> <81>\x7F <80> <ff> <81ff> <81>0<81>"},
+         "\x84\x31\xA5\x30 \xE3\x32\x9A\x36 \x81\x30 \x81\x30\x81 \xFE\x39\xFE\x39 \x81\x7F \x80 "
+         "\xFF \x81\xFF \x81\x30\x81",
+         "<8431a530> <e3329a36> <81>0 <81>0<81> <fe39fe39> <81>\x7F <80> <ff> <81ff> <81>0<81>"},
         {"gbk", "\x81\x30\x81\x30\xA6\xFF\xFE", "<81>0<81>0<a6ff><fe>"},
         {"big5", "\xA1 \x80 \xF9\xFF ", "<a1> <80> <f9ff> "},
         {"uhc", "\x81\x20\x81\x5B\xC9\xFF", "<81> <81>[<c9ff>"},

@@ -293,12 +293,18 @@ private:
         if (body == nullptr) {
             return;
         }
+        code_bytes codes{};
+        const counting counted = counted_codes(set, found->start, found->end, codes);
+        if (counted == counting::faulty) {
+            tell(name, "linear= needs a range of bytes, such as 81-FE, for each byte of a code");
+            return;
+        }
         const auto defined = find_element(set, "defined", found->start);
         const auto table = find_element(set, "srtable", defined ? defined->end : found->start);
         if (table) { // without one its codes are Unicode values
             const auto table_file = referred(file, in, set, *table, "srtable");
             if (table_file != nullptr) {
-                check_table(table_file.get(), in);
+                check_table(table_file.get(), in, counted == counting::sound ? &codes : nullptr);
                 check_set_table(name, set, *named, table_file.get());
             }
         }
@@ -347,7 +353,9 @@ private:
         }
     }
 
-    void check_table(const char* file, const owned_document& in) {
+    // counted: the bytes of codes that are; null where each pair is a code.
+    void check_table(const char* file, const owned_document& in,
+                     const code_bytes* counted = nullptr) {
         char path[text_bytes], cache[text_bytes];
         const bool named = path_of(file, nullptr, path) && path_of(file, ".cmp", cache);
         const owned_file table = named ? open_regular(path) : owned_file();
@@ -369,8 +377,17 @@ private:
         reader.remaining = file_size(table.get());
         u32 number = 0;
         std::size_t bytes = 0;
-        bool same = true;
+        bool same = true, is_code = false;
+        u64 least = 0;
         while (hex32(&reader, &number) != 0) {
+            is_code = !is_code;
+            if (is_code && counted != nullptr) {
+                if (!counted->has(number) || counted->number_of(number) < least) {
+                    tell(file, "%X is no code that linear= says, or out of order", number);
+                    return;
+                }
+                least = u64{counted->number_of(number)} + 1;
+            }
             same = same && bytes + sizeof number <= cached_size &&
                    std::memcmp(cached.get() + bytes, &number, sizeof number) == 0;
             bytes += sizeof number;

@@ -117,6 +117,8 @@ inline bool has_states(const pvzan_converter& c) {
 }
 
 // ---- read.cpp
+// How many bytes a code with that lead is, whether it has a character or not; 1: it is none.
+u32 length_by_lead(const pvzan_converter& c, u32 lead);
 reading_result read(pvzan_converter& c, const view& text);
 // The mark at the begin of a text: its length, or none; waiting where more decides.
 enum class mark_found : u8 { none, waiting, big, little };

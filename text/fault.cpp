@@ -49,6 +49,9 @@ std::span<const u8> pair_of(const pvzan_converter& c, const u8 (&code)[4]) {
 }
 
 bool begins_nothing(pvzan_converter& c, u8 byte) {
+    if (length_by_lead(c, byte) > 2) {
+        return false;
+    }
     u8& known = c.bytes_known[byte];
     for (u32 second = 0; (known & begin_asked) == 0 && second <= 0xFF; ++second) {
         const u8 code[] = {byte, static_cast<u8>(second), 0x81, '0'};

@@ -9,6 +9,7 @@
 #include "cconv/definition/iso2022_read.h"
 #include "cconv/definition/known_sets.h"
 #include "cconv/registry/further.h"
+#include "cconv/registry/linear.h"
 #include "cconv/registry/names.h"
 
 namespace {
@@ -110,6 +111,17 @@ bool read_set_contents(document& main, document& in, const set_grammar& grammar,
     return xmlGetTable(&main, &in, table->start, table->end, set.decodeTable, set.encodeTable) != 0;
 }
 
+// Makes both tables those of codes that are counted, where the set says so.
+bool count_codes(document& in, const element& code, basic_set& set) {
+    code_bytes codes{};
+    switch (counted_codes(in, code.start, code.end, codes)) {
+    case counting::none: return true;
+    case counting::faulty: return false;
+    case counting::sound: break;
+    }
+    return make_linear(set.decodeTable, codes) && make_linear(set.encodeTable, codes);
+}
+
 bool read_set_file(document& main, work_budget& budget, const char* file,
                    const set_grammar& grammar, read_set& out) {
     owned_document in;
@@ -130,7 +142,7 @@ bool read_set_file(document& main, work_budget& budget, const char* file,
     xmlGetBytenum(&in, code->start, code->end, &byteNum);
     xmlGetName(&in, name->start, name->end, text);
     out.set.reset(initBasic(text, grammar.setType, byteNum));
-    if (out.set == nullptr) {
+    if (out.set == nullptr || !count_codes(in, *code, *out.set)) {
         return false;
     }
     xmlGetLang(&in, lang->start, lang->end, out.set->lang);
@@ -434,6 +446,22 @@ owned_group read_group(definition& in, const shelf& place) {
 
 bool goes_by_iso2022(const char* rule) {
     return std::strcmp(rule, "destISO-2022") == 0 || std::strcmp(rule, "constISO-2022") == 0;
+}
+
+counting counted_codes(document& in, i32 start, i32 end, code_bytes& codes) {
+    const auto key = find_key(in, "linear=", start);
+    if (!key || *key > end) {
+        return counting::none;
+    }
+    const auto open = find_quote(in, *key, end);
+    const auto close = open ? find_quote(in, *open, end) : std::nullopt;
+    char text[text_bytes] = "";
+    u16 bytes = 0;
+    if (close) {
+        xmlGetName(&in, *open, *close - i32{sizeof(u32)}, text);
+    }
+    xmlGetBytenum(&in, start, end, &bytes);
+    return codes.read(text, bytes) ? counting::sound : counting::faulty;
 }
 
 bool read_definition(const char* fileName, known_sets& known) {

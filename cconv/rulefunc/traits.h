@@ -51,7 +51,7 @@ struct codec_traits {
     bool checks_mark = false; // takes a byte-order mark where the options ask for it
     bool joins_marks = false; // a letter and the mark behind it may be one character
     // Bytes that may open a code of two or more, whether a character has it or not: from the first
-    // to the second, and from the third to the fourth.
+    // to the second, and from the third to the fourth. 0: what the sets say that they define.
     std::array<u8, 4> leads = {0x81, 0xFE, 0x81, 0xFE};
     scan_function scan = nullptr;
     bool (*may_end)(const charset_group* group, u32 state) = nullptr; // a text, in that state

@@ -162,7 +162,12 @@ void read_set_element(coded_set& set, const element& whole) {
     check_leaf(source, children.expect("lang"), {"domain"});
     if (set.kind == set_kind::base) {
         const element& code = children.expect("code");
-        check_leaf(source, code, {"bytenum"});
+        if (const attribute* linear = code.find_attribute("linear")) {
+            check_leaf(source, code, {"bytenum", "linear"});
+            set.linear = linear->value;
+        } else {
+            check_leaf(source, code, {"bytenum"});
+        }
         set.bytes = read_number(source, code, "bytenum", 10, 1, most_code_bytes);
     } else {
         const element& code = children.expect("codeb");

@@ -17,6 +17,7 @@ struct coded_set {
     std::string name;
     u32 number = 0;
     u32 bytes = 0;
+    std::string linear; // the bytes of codes that are counted; empty: they are not
     std::vector<code_range> defined;
     std::string table_entity; // empty: no table, a code is its own scalar
     std::size_t table_line = 0;

@@ -150,13 +150,20 @@ private:
         if (checked.extra) {
             checked.source.fail(0, set.name + " has an extra table as its own");
         }
+        if (checked.linear != set.linear) {
+            checked.source.fail(0, set.linear.empty()
+                                       ? set.name + " lacks linear=\"" + checked.linear + "\""
+                                       : "must have %linear and %bytes " + set.linear);
+        }
         const bool fits = set.bytes >= 4 || checked.largest_code() >> (8 * set.bytes) == 0;
         if (!fits) {
             set.document.source.fail(set.table_line, "codes are longer than bytenum says");
         }
-        for (const auto* pairs : {&checked.decode_only, &checked.read_only, &checked.two_way}) {
+        for (const auto* pairs :
+             {&checked.decode_only, &checked.read_only, &checked.two_way, &checked.run_ends}) {
             for (const pair& found : *pairs) {
-                if (!set.defines(found.code)) {
+                const bool is_gap = !checked.linear.empty() && found.scalar == 0;
+                if (!is_gap && !set.defines(found.code)) {
                     checked.source.fail(found.line,
                                         hex(found.code) + " is outside what the set defines");
                 }

@@ -32,9 +32,19 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
 struct table_reader {
     table& result;
     std::size_t line = 0;
-    std::optional<code_grid> grid;
-    std::optional<u32> pairs, decode_only, read_only, two_way; // counts that the header declares
+    std::optional<code_grid> grid{};
+    std::optional<u32> pairs{}, decode_only{}, read_only{},
+        two_way{}; // counts that the header declares
     std::vector<pair>* section = nullptr;
+    std::string bytes{}; // as %bytes says it
+    // Of a linear table: runs, and how many pairs they are.
+    struct run {
+        u32 scalar, last;
+        std::size_t line;
+    };
+    std::vector<run> runs{};
+    std::size_t linear_pairs = 0;
+    u32 last_code = 0;
 
     [[noreturn]] void fail(const std::string& message) const { result.source.fail(line, message); }
 
@@ -52,6 +62,7 @@ struct table_reader {
         const std::string_view value = text.substr(std::min(blank + 1, text.size()));
         if (name == "bytes" && !grid) {
             grid = code_grid::parse(value);
+            bytes = value;
             if (!grid) {
                 fail("%bytes needs up to four sets of bytes, as in 81-FE 40-7E,80-FE");
             }
@@ -72,6 +83,11 @@ struct table_reader {
             result.exchanged_codes[0] = read_code(words[0]);
             result.exchanged_codes[1] = read_code(words[1]);
             result.exchanged = words[2];
+        } else if (name == "linear" && grid && !pairs && value.empty()) {
+            if (bytes.find(',') != std::string::npos) {
+                fail("codes are counted through one range of bytes at each place");
+            }
+            result.linear = bytes;
         } else if (name == "pairs" && !pairs) {
             pairs = count(value);
             section = &result.two_way;
@@ -146,8 +162,45 @@ struct table_reader {
         section->push_back({code, scalar, line});
     }
 
+    void end_run() {
+        const u32 behind = grid->following(last_code);
+        if (!runs.empty() && behind > last_code) {
+            section->push_back({behind, 0, line});
+        }
+    }
+
+    void add_run(u32 code, u32 last, u32 scalar) {
+        const std::size_t count = grid->number_of(last) - grid->number_of(code) + 1;
+        const u32 end = scalar + static_cast<u32>(count - 1);
+        if (scalar == 0 || end > last_scalar || (scalar <= 0xDFFF && end >= 0xD800)) {
+            fail("these are not scalar values all");
+        }
+        if (!runs.empty() && code <= last_code) {
+            fail("code " + hex(code, grid->digits()) + " is not in order");
+        }
+        if (!runs.empty() && grid->following(last_code) != code) {
+            end_run();
+        }
+        section->push_back({code, scalar, line});
+        runs.push_back({scalar, end, line});
+        result.run_ends.push_back({last, end, line});
+        linear_pairs += count;
+        last_code = last;
+    }
+
+    void finish_linear() {
+        end_run();
+        std::ranges::sort(runs, {}, &run::scalar);
+        for (std::size_t i = 1; i < runs.size(); ++i) {
+            if (runs[i].scalar <= runs[i - 1].last) {
+                result.source.fail(runs[i].line, hex(runs[i].scalar) + " stands in line " +
+                                                     std::to_string(runs[i - 1].line) + " too");
+            }
+        }
+    }
+
     // code TAB scalar, optionally TAB and the character; first..last TAB first scalar.
-    void read_pairs(std::string_view text) const {
+    void read_pairs(std::string_view text) {
         if (!grid || section == nullptr) {
             fail("%bytes and %pairs must stand before the first code");
         }
@@ -160,7 +213,7 @@ struct table_reader {
         u32 code = read_code(fields[0].substr(0, dots));
         if (dots == std::string_view::npos) {
             check_picture(fields, scalar);
-            return add(code, scalar);
+            return result.linear.empty() ? add(code, scalar) : add_run(code, code, scalar);
         }
         const u32 last = read_code(fields[0].substr(dots + 2));
         if (last <= code) {
@@ -168,6 +221,9 @@ struct table_reader {
         }
         if (fields.size() == 3) {
             fail("a range has no third column");
+        }
+        if (!result.linear.empty()) {
+            return add_run(code, last, scalar);
         }
         for (; code != last; code = grid->following(code)) {
             add(code, scalar);
@@ -212,13 +268,16 @@ struct table_reader {
             result.source.fail(0, "no %pairs");
         }
         check_count("pairs", *pairs,
-                    result.decode_only.size() + result.read_only.size() + result.two_way.size());
+                    result.linear.empty() ? result.decode_only.size() + result.read_only.size() +
+                                                result.two_way.size()
+                                          : linear_pairs);
         check_count("pairs that only decode", decode_only.value_or(0), result.decode_only.size());
         check_count("pairs that are only read", read_only.value_or(0), result.read_only.size());
         if (two_way) {
             check_count("two-way pairs", *two_way, result.two_way.size());
         }
-        if ((result.extra || result.changes) && (decode_only || read_only)) {
+        if ((result.extra || result.changes || !result.linear.empty()) &&
+            (decode_only || read_only)) {
             result.source.fail(0, "only a whole table may have pairs that only decode");
         }
     }
@@ -282,7 +341,7 @@ std::vector<pair> table::in_order() const {
 table read_table(const std::filesystem::path& path) {
     table result;
     result.source = read_source(path);
-    table_reader reader{result, 0, {}, {}, {}, {}, {}, nullptr};
+    table_reader reader{result};
     std::string_view rest = result.source.text;
     while (!rest.empty()) {
         ++reader.line;
@@ -291,7 +350,11 @@ table read_table(const std::filesystem::path& path) {
         rest.remove_prefix(length + 1);
     }
     reader.check_counts();
-    check_directions(result);
+    if (result.linear.empty()) {
+        check_directions(result);
+    } else {
+        reader.finish_linear();
+    }
     return result;
 }
 

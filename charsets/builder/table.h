@@ -21,6 +21,10 @@ struct table {
     std::string charset, language; // of a charset that is nothing but this table
     std::string exchanged;         // and of the same with two codes exchanged
     u32 exchanged_codes[2] = {};
+    // The codes of a table that is linear are counted: two_way holds those with which a run of
+    // scalars begins, and with 0 those behind one that nothing follows.
+    std::string linear; // their bytes; empty: it is not
+    std::vector<pair> run_ends;
     std::vector<pair> decode_only, read_only, two_way;
 
     u32 largest_code() const;

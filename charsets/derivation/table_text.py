@@ -53,7 +53,7 @@ class Table:
     character, and pairs whose characters are not written. A code's character is a scalar, or a letter and a mark."""
 
     def __init__(self, name, title, grid, pairs, *, decode_only=(), read_only=(), origin, extra=False,
-                 charset=(), linear=is_private):
+                 charset=(), linear=is_private, counted=False):
         self.name = name
         self.title = title
         self.grid = Grid(grid)
@@ -64,6 +64,7 @@ class Table:
         self.extra = extra
         self.charset = charset  # what it says of the charset that is nothing but this table
         self.linear = linear  # which scalars may be written as ranges
+        self.counted = counted
 
     def mapping(self):
         return dict(self.decode_only + self.read_only + self.pairs)
@@ -106,6 +107,8 @@ class Table:
         header += ["", *self.charset[:1], f"%bytes {self.grid.pattern}", *self.charset[1:]]
         if self.extra:
             header += ["%extra"]
+        if self.counted:
+            header += ["%linear"]
         sections = [("decode-only", self.decode_only), ("read-only", self.read_only), ("two-way", self.pairs)]
         header += [f"%pairs {sum(len(pairs) for _, pairs in sections)}"]
         if len(self.pairs) < sum(len(pairs) for _, pairs in sections):
