@@ -307,6 +307,11 @@ private:
             return fail("\"%s\": bytes= is missing, in= names no set, or header= is not yes",
                         text_of(tag_.value("bytes")));
         }
+        const bool second =
+            made.header && std::ranges::any_of(out_.sequences(), &control_sequence::header);
+        if (second) {
+            return fail("\"%s\" is a second header", text_of(tag_.value("bytes")));
+        }
         if (!read_meaning(made) || !is_unlike_others(made)) {
             return false;
         }
