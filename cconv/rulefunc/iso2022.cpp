@@ -344,8 +344,9 @@ private:
     const charset_group* group_;
     const iso2022& told_;
     u32 state_;
-    // Every header, a designation for each register, shifts and a code.
-    u8 bytes_[iso2022::most_sequences * 6 + 6 * (register_count + 3)];
+    // A header; before a line break a designation for each register, and a shift; before a code
+    // one of each.
+    u8 bytes_[4 * (1 + register_count + 1 + 2) + 2];
     std::size_t size_ = 0;
 };
 
