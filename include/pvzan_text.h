@@ -219,7 +219,8 @@ typedef struct pvzan_fault {
     uint8_t back_bytes[8];
     uint8_t bytes[16]; /* the first of its bytes, blamed or length of them, whichever is more */
     char why[192];     /* in words, without the place */
-    char relative[64]; /* the name of a charset that has what this one lacks; or empty */
+    char relative[64]; /* the name of a charset that has what this one lacks; where a control code of
+                          U+0080 to U+009F is missing, that has a character there; or empty */
 } pvzan_fault;
 
 typedef struct pvzan_error {
@@ -246,13 +247,14 @@ typedef struct pvzan_open_options {
 /* What came through so far. */
 typedef struct pvzan_counts {
     uint32_t size, reserved;
-    uint64_t in, out;      /* bytes; in is behind the last character or fault that was dealt with */
-    uint64_t characters;   /* of the source, without faulty bytes */
-    uint64_t faults;       /* answered, or done inside */
-    uint64_t look_alikes;  /* written */
-    uint64_t composed;     /* characters written for a letter and its marks */
-    uint64_t private_use;  /* characters that mean what two parties have agreed upon */
-    uint64_t line, column; /* behind in, as a fault there would be told */
+    uint64_t in, out;     /* bytes; in is behind the last character or fault that was dealt with */
+    uint64_t characters;  /* of the source, without faulty bytes */
+    uint64_t faults;      /* answered, or done inside */
+    uint64_t look_alikes; /* written */
+    uint64_t composed;    /* characters written for a letter and its marks */
+    uint64_t private_use; /* characters that mean what two parties have agreed upon */
+    uint64_t line,
+        column; /* behind in, as a fault there would be told; 0 when the text has ended */
 } pvzan_counts;
 
 /* A charset's name and what it means. */
@@ -266,6 +268,7 @@ typedef struct pvzan_name {
     uint32_t exact; /* 0: the library lacks the very charset, this is one that holds all of it */
     char charset[64]; /* as the charset directory has it */
     char shown[64];   /* as messages write it */
+    char group[64];   /* "Japanese", "Cyrillic" ...: where a list has it; or empty */
 } pvzan_name;
 
 typedef struct pvzan_candidate {

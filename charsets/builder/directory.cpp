@@ -3,6 +3,8 @@
 #include "charsets/builder/overlay.h"
 #include "charsets/builder/single.h"
 
+#include "cconv/definition/iso2022_read.h"
+
 #include <algorithm>
 #include <set>
 #include <unordered_map>
@@ -148,13 +150,20 @@ private:
         if (checked.extra) {
             checked.source.fail(0, set.name + " has an extra table as its own");
         }
+        if (checked.linear != set.linear) {
+            checked.source.fail(0, set.linear.empty()
+                                       ? set.name + " lacks linear=\"" + checked.linear + "\""
+                                       : "must have %linear and %bytes " + set.linear);
+        }
         const bool fits = set.bytes >= 4 || checked.largest_code() >> (8 * set.bytes) == 0;
         if (!fits) {
             set.document.source.fail(set.table_line, "codes are longer than bytenum says");
         }
-        for (const auto* pairs : {&checked.decode_only, &checked.two_way}) {
+        for (const auto* pairs :
+             {&checked.decode_only, &checked.read_only, &checked.two_way, &checked.run_ends}) {
             for (const pair& found : *pairs) {
-                if (!set.defines(found.code)) {
+                const bool is_gap = !checked.linear.empty() && found.scalar == 0;
+                if (!is_gap && !set.defines(found.code)) {
                     checked.source.fail(found.line,
                                         hex(found.code) + " is outside what the set defines");
                 }
@@ -224,6 +233,48 @@ private:
         }
     }
 
+    // What the library would say of the element, and whether every set of it has characters there.
+    void check_iso2022(const charset& whole, const std::vector<linked_member>& members) {
+        const source_file& source = whole.document.source;
+        if (whole.goes_by_iso2022 != (whole.iso2022_line != 0)) {
+            source.fail(whole.iso2022_line,
+                        "the rule ISO-2022 and the element iso2022 go together");
+        }
+        if (!whole.goes_by_iso2022) {
+            return;
+        }
+        std::vector<const char*> names;
+        for (const linked_member& linked : members) {
+            names.push_back(linked.set->name.c_str());
+        }
+        const std::vector<u32> text(source.text.begin(), source.text.end());
+        iso2022 codes;
+        complaint wrong;
+        if (!read_iso2022(text, 0, names, codes, wrong)) {
+            source.fail(whole.iso2022_line, wrong.text);
+        }
+        std::vector<bool> used(members.size());
+        for (const graphic_set& set : codes.sets()) {
+            for (const u8 place : set.member_places()) {
+                const std::string& file = members[place].table_file;
+                used[place] = true;
+                const auto is_held = [&](const pair& p) {
+                    return p.code >= set.add && set.may_hold(p.code - set.add);
+                };
+                if (!file.empty() &&
+                    std::ranges::none_of(directory_.tables.at(file).two_way, is_held)) {
+                    source.fail(whole.iso2022_line,
+                                std::string(set.name) + " has no code of " + names[place]);
+                }
+            }
+        }
+        if (const auto idle = std::ranges::find(used, false); idle != used.end()) {
+            source.fail(whole.iso2022_line,
+                        std::string("no set of it has the member ") +
+                            names[static_cast<std::size_t>(idle - used.begin())]);
+        }
+    }
+
     void check_charset(const charset& whole) {
         referred_.clear();
         std::vector<linked_member> members;
@@ -239,6 +290,7 @@ private:
             whole.document.source.fail(0, "the charset has no sets");
         }
         check_user_area(whole, members);
+        check_iso2022(whole, members);
         for (const entity& declared : whole.document.entities) {
             if (!referred_.contains(declared.name)) {
                 whole.document.source.fail(declared.line,

@@ -72,14 +72,12 @@ std::string document_bytes(const markup& document, const directory& built) {
 void write_table(const table& source, const fs::path& path) {
     std::string text;
     std::string cache;
-    for (const auto* pairs : {&source.decode_only, &source.two_way}) {
-        for (const pair& found : *pairs) {
-            text += hex(found.code) + '\t' + hex(found.scalar) + '\n';
-            const std::array<u32, 2> entry{found.code, found.scalar};
-            std::array<char, sizeof entry> bytes{};
-            std::memcpy(bytes.data(), entry.data(), sizeof entry);
-            cache.append(bytes.data(), bytes.size());
-        }
+    for (const pair& found : source.in_order()) {
+        text += hex(found.code) + '\t' + hex(found.scalar) + '\n';
+        const std::array<u32, 2> entry{found.code, found.scalar};
+        std::array<char, sizeof entry> bytes{};
+        std::memcpy(bytes.data(), entry.data(), sizeof entry);
+        cache.append(bytes.data(), bytes.size());
     }
     write_file(path, to_utf16(text));
     write_file(fs::path(path).replace_extension(".cmp"), cache);
@@ -101,19 +99,18 @@ void append_distance(std::string& out, u32 from, u32 to) {
 std::string packed(const table& source) {
     std::string out;
     u32 code = 0, scalar = 0;
-    for (const auto* pairs : {&source.decode_only, &source.two_way}) {
-        for (auto run = pairs->begin(); run != pairs->end();) {
-            auto end = run + 1;
-            while (end != pairs->end() && end->code == end[-1].code + 1) {
-                ++end;
-            }
-            append_number(out, static_cast<u32>(end - run));
-            append_distance(out, code, run->code);
-            code = end[-1].code + 1;
-            for (; run != end; ++run) {
-                append_distance(out, scalar, run->scalar);
-                scalar = run->scalar + 1;
-            }
+    const std::vector<pair> pairs = source.in_order();
+    for (auto run = pairs.begin(); run != pairs.end();) {
+        auto end = run + 1;
+        while (end != pairs.end() && end->code == end[-1].code + 1) {
+            ++end;
+        }
+        append_number(out, static_cast<u32>(end - run));
+        append_distance(out, code, run->code);
+        code = end[-1].code + 1;
+        for (; run != end; ++run) {
+            append_distance(out, scalar, run->scalar);
+            scalar = run->scalar + 1;
         }
     }
     return out;
