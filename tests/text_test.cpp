@@ -306,7 +306,7 @@ TEST(Text, DoesAsTheOptionsSay) {
         {{"iso-2022-jp", "utf-8"},
          "\x1B$B$\"\n",
          "あ\n",
-         "5@6+0 2:1 the text ends without the way back to ASCII that ISO-2022-JP asks for\n"},
+         "5@6+0 2:1 the text does not return to ASCII at its end, as ISO-2022-JP requires\n"},
         {{"utf-8", "cp932"},
          "〜¥\x7F",
          "<e3809c><c2a5>\x7F",
