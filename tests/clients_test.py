@@ -98,7 +98,9 @@ def expect_same(client, said, library, about):
 
 
 def main():
-    charsets = run(TOOL, "-l", text=True).stdout.split()
+    charsets = [line.split()[0] for line in run(TOOL, "-l", text=True).stdout.splitlines()]
+    # Of many alike a few, and none whose codes are of several characters.
+    charsets = [name for name in charsets if not re.match("CP[1-9]|Windows-1|ISO-8859-..|IBM|Mac|Big5-", name)]
     assert len(charsets) >= 20
     for charset in charsets:
         for encodes in (False, True):
