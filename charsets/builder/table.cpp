@@ -66,9 +66,6 @@ struct table_reader {
         } else if (name == "extra" && !result.extra && value.empty()) {
             result.extra = true;
         } else if (name == "linear" && grid && !pairs && value.empty()) {
-            if (bytes.find(',') != std::string::npos) {
-                fail("codes are counted through one range of bytes at each place");
-            }
             result.linear = bytes;
         } else if (name == "pairs" && !pairs) {
             pairs = count(value);
