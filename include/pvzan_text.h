@@ -219,7 +219,8 @@ typedef struct pvzan_fault {
     uint8_t back_bytes[8];
     uint8_t bytes[16]; /* the first of its bytes, blamed or length of them, whichever is more */
     char why[192];     /* in words, without the place */
-    char relative[64]; /* the name of a charset that has what this one lacks; or empty */
+    char relative[64]; /* the name of a charset that has what this one lacks; where a control code of
+                          U+0080 to U+009F is missing, that has a character there; or empty */
 } pvzan_fault;
 
 typedef struct pvzan_error {
@@ -266,6 +267,7 @@ typedef struct pvzan_name {
     uint32_t exact; /* 0: the library lacks the very charset, this is one that holds all of it */
     char charset[64]; /* as the charset directory has it */
     char shown[64];   /* as messages write it */
+    char group[64];   /* "Japanese", "Cyrillic" ...: where a list has it; or empty */
 } pvzan_name;
 
 typedef struct pvzan_candidate {

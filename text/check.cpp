@@ -3,6 +3,7 @@
 #include "cconv/convert/lifecycle.h"
 #include "cconv/definition/definition.h"
 #include "cconv/definition/document_search.h"
+#include "cconv/definition/iso2022_read.h"
 #include "cconv/directory/directory.h"
 #include "cconv/registry/further.h"
 #include "cconv/registry/names.h"
@@ -122,6 +123,7 @@ private:
             tell(file, "its rule element lacks construle= or destrule=");
         }
         check_sets(file, in);
+        check_iso2022(file, in, rule);
         const charset_group* group = find_group(name);
         if (group == nullptr) {
             if (count_ == 0) {
@@ -130,11 +132,58 @@ private:
             }
             return;
         }
+        check_codes(file, *group);
         for (const bool encodes : {true, false}) {
             if (TheRule(encodes ? group->constRule : group->destRule) == nullptr) {
                 tell(file,
                      "%s has no %s rule, or one of an unknown name: nothing can be converted %s it",
                      name, encodes ? "encode" : "decode", encodes ? "to" : "from");
+            }
+        }
+    }
+
+    void check_iso2022(const char* file, owned_document& in, const std::optional<element>& rule) {
+        char encoder[text_bytes] = "", decoder[text_bytes] = "";
+        if (const auto at = rule ? find_key(in, "construle=", rule->start) : std::nullopt) {
+            xmlGetRule(&in, *at, encoder);
+        }
+        if (const auto at = rule ? find_key(in, "destrule=", rule->start) : std::nullopt) {
+            xmlGetRule(&in, *at, decoder);
+        }
+        if (!goes_by_iso2022(encoder) && !goes_by_iso2022(decoder)) {
+            return;
+        }
+        const char* names[most_members];
+        for (std::size_t i = 0; i < member_count_; ++i) {
+            names[i] = members_[i];
+        }
+        iso2022 codes;
+        complaint wrong;
+        if (!read_iso2022({in.text, static_cast<std::size_t>(in.textBytes) / sizeof(u32)}, 0,
+                          {names, member_count_}, codes, wrong)) {
+            tell(file, "%s", wrong.text);
+        }
+    }
+
+    // Whether each set of the element has characters at the codes that it adds up to.
+    void check_codes(const char* file, const charset_group& group) {
+        if (group.codes == nullptr) {
+            return;
+        }
+        for (const graphic_set& set : group.codes->sets()) {
+            for (const u8 place : set.member_places()) {
+                const auto* member = static_cast<basic_set*>(getArray(group.memberSets, place));
+                loadTableFile(member->decodeTable);
+                const auto& table = *member->decodeTable;
+                u32 code = std::max(table.minKey, set.add);
+                const u32 last = std::min(table.maxKey, set.add + 0xFFFF);
+                while (table_loaded(&table) && code <= last &&
+                       !(set.may_hold(code - set.add) && map_code(&table, code) != 0)) {
+                    ++code;
+                }
+                if (code > last) {
+                    tell(file, "%s has no code of %s", set.name, member->name);
+                }
             }
         }
     }
@@ -232,6 +281,11 @@ private:
         const auto found = lang ? find(set, name, code, lang->end) : std::nullopt;
         if (!found) {
             return;
+        }
+        if (member_count_ < most_members) {
+            char whole[text_bytes];
+            xmlGetName(&set, named->start, named->end, whole);
+            copy_text(members_[member_count_++], whole);
         }
         if (!is_further_path(file)) {
             check_set_name(name, set, *named);
@@ -352,6 +406,9 @@ private:
 
     pvzan_error* errors_;
     size_t most_, stride_, count_ = 0;
+    static constexpr std::size_t most_members = 32;
+    char members_[most_members][64]; // the sets' names
+    std::size_t member_count_ = 0;
 };
 
 } // namespace

@@ -1,6 +1,7 @@
 // What is said about a fault. Found out when it is asked for: texts have more faults than anybody
 // reads about.
 #include "cconv/engine/step.h"
+#include "cconv/registry/iso2022.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/designations.h"
 #include "cconv/rulefunc/rules.h"
@@ -48,6 +49,9 @@ std::span<const u8> pair_of(const pvzan_converter& c, const u8 (&code)[4]) {
 }
 
 bool begins_nothing(pvzan_converter& c, u8 byte) {
+    if (length_by_lead(c, byte) > 2) {
+        return false;
+    }
     u8& known = c.bytes_known[byte];
     for (u32 second = 0; (known & begin_asked) == 0 && second <= 0xFF; ++second) {
         const u8 code[] = {byte, static_cast<u8>(second), 0x81, '0'};
@@ -90,9 +94,13 @@ blame blame_unicode(const pvzan_converter& c, const fault& f) {
 }
 
 blame blame_code(pvzan_converter& c, const fault& f) {
-    if (c.source != nullptr && c.source->read == reading::escapes) {
-        const bool escape = f.bytes[0] == escape_byte;
-        const bool fits = f.needed == 2 && is_in(f.bytes[1], 0x21, 0x7E);
+    if (has_states(c)) {
+        const iso2022* told = c.work.srcGroup->codes;
+        const bool scans = c.source->read == reading::scanned;
+        const bool escape =
+            told != nullptr ? told->opens_sequence(f.bytes[0]) : f.bytes[0] == escape_byte;
+        const bool fits =
+            scans ? f.needed == f.length : f.needed == 2 && is_in(f.bytes[1], 0x21, 0x7E);
         return {escape          ? u32{PVZAN_REASON_ESCAPE}
                 : f.needed == 1 ? u32{PVZAN_REASON_BEGINS_NOTHING}
                 : fits          ? u32{PVZAN_REASON_NO_CHARACTER}
@@ -100,7 +108,8 @@ blame blame_code(pvzan_converter& c, const fault& f) {
                 f.needed};
     }
     if (f.needed < 2) {
-        return {PVZAN_REASON_BEGINS_NOTHING, 1};
+        return {c.longest == 1 ? u32{PVZAN_REASON_NO_CHARACTER} : u32{PVZAN_REASON_BEGINS_NOTHING},
+                1};
     }
     if (f.needed == 2) {
         if (begins_nothing(c, f.bytes[0])) {
@@ -118,22 +127,6 @@ blame blame_code(pvzan_converter& c, const fault& f) {
 }
 
 // ---- A charset that has it ---------------------------------------------------------------------
-
-const char* relative_of(const char* charset) {
-    constexpr struct {
-        const char *charset, *relative;
-    } relatives[] = {{"shift_jis", "windows31j"},
-                     {"chinesegbk", "gb18030"},
-                     {"euc-jp", "euc-jis-2004"},
-                     {"iso-2022-jp", "iso-2022-jp-2004"},
-                     {"windows31j", "shift_jis-2004"}};
-    for (const auto& row : relatives) {
-        if (std::strcmp(row.charset, charset) == 0) {
-            return row.relative;
-        }
-    }
-    return "";
-}
 
 bool relative_reads(pvzan_converter& c, charset_group* relative, const fault& f) {
     session& s = c.work;
@@ -167,21 +160,31 @@ bool relative_writes(pvzan_converter& c, charset_group* relative, const fault& f
     return writes;
 }
 
+// The first relative that has what is missing.
 void tell_relative(pvzan_converter& c, const fault& f, pvzan_fault& told) {
-    const bool reading = f.kind == PVZAN_FAULT_INVALID;
-    const char* const name = relative_of(reading ? c.from.charset : c.to.charset);
-    charset_group* const relative = name[0] != '\0' ? find_group(name) : nullptr;
-    if (relative == nullptr || (!reading && f.kind != PVZAN_FAULT_MISSING)) {
+    // A control code of the upper half is where a relative has a character.
+    const bool control = is_in(f.missing.letter, 0x80, 0x9F) && !is_unicode(c.from);
+    const bool reading =
+        f.kind == PVZAN_FAULT_INVALID || (f.kind == PVZAN_FAULT_MISSING && control);
+    if (!reading && f.kind != PVZAN_FAULT_MISSING) {
         return;
     }
-    for (basic_set* set : member_sets(relative)) {
-        if (set->setType != PVZAN_SET_USER_DEFINED) {
-            loadTableFile(set->decodeTable);
-            loadTableFile(set->encodeTable);
+    char name[64];
+    for (std::size_t i = 0; relative_of(reading ? c.from.charset : c.to.charset, i, name); ++i) {
+        charset_group* const relative = find_group(name);
+        if (relative == nullptr) {
+            continue;
         }
-    }
-    if (reading ? relative_reads(c, relative, f) : relative_writes(c, relative, f)) {
-        shown_name(name, told.relative);
+        for (basic_set* set : member_sets(relative)) {
+            if (set->setType != PVZAN_SET_USER_DEFINED) {
+                loadTableFile(set->decodeTable);
+                loadTableFile(set->encodeTable);
+            }
+        }
+        if (reading ? relative_reads(c, relative, f) : relative_writes(c, relative, f)) {
+            shown_name(name, told.relative);
+            return;
+        }
     }
 }
 

@@ -35,6 +35,10 @@ bool counts_private_use(const pvzan_converter& c) {
     return (c.how.flags & PVZAN_COUNT_PRIVATE_USE) != 0;
 }
 
+line_form form_of(const pvzan_converter& c) {
+    return {c.from.unit, c.now.big_source, c.line_feed};
+}
+
 std::size_t pending(const pvzan_converter& c) {
     return c.now.pending_size - c.now.pending_at;
 }
@@ -96,6 +100,7 @@ u64 count_codes(pvzan_converter& c, const u8* p, std::size_t size, u32 set) {
         const reading_result next = read(c, text);
         if (next.kind == reading_result::silent) {
             c.work.srcShiftSet = next.c.letter;
+            count = text.bytes[next.bytes - 1] == '\n' ? 0 : count;
         } else if (next.c.letter == '\r' || next.c.letter == '\n') {
             count = 0;
         } else {
@@ -123,9 +128,8 @@ u64 count_column(pvzan_converter& c, const cursor& at, std::size_t done, std::si
     if (is_unicode(c.from)) {
         return count_sequences(c, at.in + line, done - line, c.now.big_source);
     }
-    const bool escapes = c.source != nullptr && c.source->read == reading::escapes;
-    return escapes ? count_codes(c, at.in, done, set)
-                   : count_codes(c, at.in + line, done - line, set);
+    return has_states(c) ? count_codes(c, at.in, done, set)
+                         : count_codes(c, at.in + line, done - line, set);
 }
 
 // Finds out how far the input stands for itself, and where its last line begins: a stop there tells
@@ -139,7 +143,7 @@ void look_ahead(const pvzan_converter& c, cursor& at) {
     at.settled = at.in + size;
     at.last_line = at.in + (is_unicode(c.from) || size == 0 || !tells_lines(c)
                                 ? 0
-                                : behind_last_break(at.in, size, c.from.unit, c.now.big_source));
+                                : behind_last_break(at.in, size, form_of(c)));
 }
 
 // Converts as much as comes through unharmed at full speed.
@@ -176,11 +180,11 @@ void run_over(pvzan_converter& c, fast::path& path, cursor& at) {
     const auto written = static_cast<std::size_t>(s.outPos);
     const bool big = c.now.big_source;
     if (tells_lines(c)) {
-        const std::size_t line = behind_last_break(at.in, done, c.from.unit, big);
+        const std::size_t line = behind_last_break(at.in, done, form_of(c));
         const u64 column = line == 0                    ? characters
                            : split > 0 && done >= split ? characters - before_split
                                                         : count_column(c, at, done, line, set);
-        pass(c.now.at, at.in, done, c.from.unit, big, line, column);
+        pass(c.now.at, at.in, done, form_of(c), line, column);
     } else {
         c.now.at.offset += done;
     }
@@ -227,8 +231,7 @@ void advance(pvzan_converter& c, const reading_result& read) {
 
 // Whether the source has the character in another code, which is the one it is written in.
 bool has_other_code(pvzan_converter& c, const view& text, const reading_result& read) {
-    if ((c.how.flags & PVZAN_READ_BACK) == 0 || is_unicode(c.from) ||
-        (c.source != nullptr && c.source->read == reading::escapes)) {
+    if ((c.how.flags & PVZAN_READ_BACK) == 0 || is_unicode(c.from) || has_states(c)) {
         return false;
     }
     u8 code[16];
@@ -289,6 +292,10 @@ stepped step(pvzan_converter& c, const view& text, u32& used) {
         c.work.srcShiftSet = next.c.letter;
         c.now.plane2 = next.c.mark != 0;
         c.now.at.offset += next.bytes;
+        c.now.at.behind_cr = false;
+        if (text.bytes[next.bytes - 1] == '\n' && tells_lines(c)) {
+            c.now.at.step('\n'); // a line that goes on is one all the same
+        }
         return stepped::took;
     case reading_result::waiting: used = next.letters; return stepped::waits;
     case reading_result::faulty: break;
@@ -370,8 +377,11 @@ pvzan_outcome take_character(pvzan_converter& c, cursor& at, bool& stuck) {
 }
 
 bool is_left_open(const pvzan_converter& c) {
-    if (c.source == nullptr || c.source->read != reading::escapes) {
+    if (!has_states(c)) {
         return false;
+    }
+    if (c.source->read == reading::scanned) {
+        return !c.source->may_end(c.work.srcGroup, c.work.srcShiftSet);
     }
     const basic_set* set = designated_set(c.work.srcGroup, c.work.srcShiftSet);
     return set != nullptr && is_double_byte_width(set->byteNum);
@@ -404,6 +414,7 @@ pvzan_outcome end(pvzan_converter& c, cursor& at) {
 pvzan_outcome feed(pvzan_converter& c, cursor& at) {
     fast::path path(false, (c.how.flags & PVZAN_READ_BACK) != 0 ? fast::strictness::codes
                                                                 : fast::strictness::characters);
+    const bool runs = c.how.breaks == PVZAN_BREAKS_AS_FOUND || c.same_feeds;
     for (bool stuck = false;;) {
         if (!drain(c, at)) {
             return PVZAN_FEED_MORE_ROOM;
@@ -412,7 +423,7 @@ pvzan_outcome feed(pvzan_converter& c, cursor& at) {
             return at.left > 0 ? PVZAN_FEED_MORE_INPUT : end(c, at);
         }
         if (c.now.now == stage::inside && !c.now.mark_due && !c.now.plane2 &&
-            c.now.held_size == 0) {
+            c.now.held_size == 0 && runs) {
             run_over(c, path, at);
             if (at.left == 0) {
                 continue;

@@ -66,7 +66,7 @@ u32& sound_at(pvzan_converter& c, u32 letter) {
 }
 
 bool is_sound(pvzan_converter& c, const character& what) {
-    return is_unicode(c.to) ||
+    return is_unicode(c.to) || (c.target != nullptr && c.target->form != unicode_form::none) ||
            (what.mark == 0 && what.letter != 0 && sound_at(c, what.letter) == what.letter);
 }
 
@@ -87,7 +87,8 @@ character written_as(pvzan_converter& c, const character& what) {
 
 written write(pvzan_converter& c, const character& what, character& back) {
     back = what;
-    if (c.target != nullptr && c.target->designates && switches_sets(what.letter)) {
+    const bool designates = c.target != nullptr && c.target->designates;
+    if (designates && c.target->read != reading::scanned && switches_sets(what.letter)) {
         return written::missing;
     }
     if (!is_sound(c, what)) {
@@ -161,7 +162,9 @@ void write_closing(pvzan_converter& c) {
     s.status = PVZAN_TERMINATE;
     s.dstRule->function(&s);
     c.now.pending_size += static_cast<u32>(s.outPos);
-    s.dstShiftSet = PVZAN_SET_ISO_646_IRV;
+    if (c.target->read != reading::scanned) {
+        s.dstShiftSet = PVZAN_SET_ISO_646_IRV;
+    }
 }
 
 u32 substitute_of(pvzan_converter& c) {

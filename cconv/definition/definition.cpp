@@ -6,6 +6,7 @@
 #include "cconv/definition/definition.h"
 
 #include "cconv/definition/document_search.h"
+#include "cconv/definition/iso2022_read.h"
 #include "cconv/definition/known_sets.h"
 #include "cconv/registry/further.h"
 #include "cconv/registry/linear.h"
@@ -379,6 +380,24 @@ bool read_rules(document& main, const element& name, rule_names& rules) {
     return true;
 }
 
+// The element of the rules that go by it.
+bool read_codes(const document& main, i32 from, charset_group& group) {
+    constexpr std::size_t most_members = 64;
+    const char* names[most_members];
+    std::size_t count = 0;
+    for (const basic_set* set : member_sets(&group)) {
+        if (count < most_members) {
+            names[count++] = set->name;
+        }
+    }
+    group.codes = static_cast<iso2022*>(initStruct(sizeof(iso2022)));
+    complaint wrong;
+    return group.codes != nullptr &&
+           read_iso2022({main.text, static_cast<std::size_t>(characters_in(main))},
+                        static_cast<std::size_t>(from) / sizeof(u32), {names, count}, *group.codes,
+                        wrong);
+}
+
 // What a definition is before its sets are read.
 struct definition {
     owned_document main;
@@ -412,6 +431,10 @@ owned_group read_group(definition& in, const shelf& place) {
     if (group == nullptr || !add_sets(in.main, place, *group, sets_end)) {
         return nullptr;
     }
+    const bool has_codes = goes_by_iso2022(rules.constRule) || goes_by_iso2022(rules.destRule);
+    if (has_codes && !read_codes(in.main, sets_end, *group)) {
+        return nullptr;
+    }
     const auto user_defined = find_element(in.main, "eudcset", sets_end);
     if (user_defined && !add_user_defined_set(in.main, place, *user_defined, *group)) {
         return nullptr;
@@ -435,6 +458,10 @@ counting counted_codes(document& in, i32 start, i32 end, code_bytes& codes) {
     }
     xmlGetBytenum(&in, start, end, &bytes);
     return codes.read(text, bytes) ? counting::sound : counting::faulty;
+}
+
+bool goes_by_iso2022(const char* rule) {
+    return std::strcmp(rule, "destISO-2022") == 0 || std::strcmp(rule, "constISO-2022") == 0;
 }
 
 bool read_definition(const char* fileName, known_sets& known) {

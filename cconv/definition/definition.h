@@ -24,6 +24,8 @@ counting counted_codes(document& in, i32 start, i32 end, code_bytes& codes);
 // xmlReadXML for one definition of several: set files that they share are read once.
 bool read_definition(const char* fileName, known_sets& known);
 
+// Whether the rule of that name goes by the element iso2022.
+bool goes_by_iso2022(const char* rule);
 // Reads the definition of a charset that is not registered, and adds it to the further ones; null
 // where the file is none, or is another charset's.
 charset_group* read_further_definition(const char* fileName, const char* name, known_sets& known);

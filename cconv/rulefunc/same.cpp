@@ -16,4 +16,5 @@ u32 constSAME(session* s) {
 
 } // extern "C"
 
-const codec_traits same_traits{.decode = destSAME, .encode = constSAME, .read = reading::sets};
+const codec_traits same_traits{
+    .decode = destSAME, .encode = constSAME, .read = reading::sets, .leads = {}};

@@ -2,6 +2,8 @@
 
 #include "charsets/builder/code_grid.h"
 
+#include "cconv/engine/engine.h"
+
 #include <algorithm>
 #include <optional>
 #include <unordered_map>
@@ -31,7 +33,8 @@ struct table_reader {
     table& result;
     std::size_t line = 0;
     std::optional<code_grid> grid{};
-    std::optional<u32> pairs{}, decode_only{}, two_way{}; // counts that the header declares
+    // Counts that the header declares.
+    std::optional<u32> pairs{}, decode_only{}, read_only{}, two_way{};
     std::vector<pair>* section = nullptr;
     std::string bytes{}; // as %bytes says it
     // Of a linear table: runs, and how many pairs they are.
@@ -67,6 +70,21 @@ struct table_reader {
             result.extra = true;
         } else if (name == "linear" && grid && !pairs && value.empty()) {
             result.linear = bytes;
+        } else if (name == "charset" && result.charset.empty()) {
+            const auto words = split(value, ' ');
+            if (words.size() != 2) {
+                fail("%charset needs a name and a language");
+            }
+            result.charset = words[0];
+            result.language = words[1];
+        } else if (name == "exchange" && grid && result.exchanged.empty()) {
+            const auto words = split(value, ' ');
+            if (words.size() != 3 || result.charset.empty()) {
+                fail("%exchange needs two codes and a name, behind %charset");
+            }
+            result.exchanged_codes[0] = read_code(words[0]);
+            result.exchanged_codes[1] = read_code(words[1]);
+            result.exchanged = words[2];
         } else if (name == "pairs" && !pairs) {
             pairs = count(value);
             section = &result.two_way;
@@ -77,7 +95,10 @@ struct table_reader {
         } else if (name == "decode-only" && pairs && !decode_only) {
             decode_only = count(value);
             section = &result.decode_only;
-        } else if (name == "two-way" && decode_only && !two_way) {
+        } else if (name == "read-only" && pairs && !read_only) {
+            read_only = count(value);
+            section = &result.read_only;
+        } else if (name == "two-way" && (decode_only || read_only) && !two_way) {
             two_way = count(value);
             section = &result.two_way;
         } else {
@@ -104,13 +125,31 @@ struct table_reader {
         if (!parse_number(text, 16, scalar) || text != hex(scalar)) {
             fail("expected a scalar value, at least four upper-case digits");
         }
+        check_scalar(scalar);
         return scalar;
     }
 
-    void add(u32 code, u32 scalar) const {
+    void check_scalar(u32 scalar) const {
         if (scalar > last_scalar || is_surrogate(scalar)) {
             fail(hex(scalar) + " is not a scalar value");
         }
+    }
+
+    // A letter, or a letter and a mark with + between them.
+    u32 read_character(std::string_view text) const {
+        const std::size_t plus = text.find('+');
+        const u32 letter = read_scalar(text.substr(0, plus));
+        if (plus == std::string_view::npos) {
+            return letter;
+        }
+        const u32 both = in_one(letter, read_scalar(text.substr(plus + 1)));
+        if (both == 0) {
+            fail(std::string(text) + " is no letter and mark that a code can have");
+        }
+        return both;
+    }
+
+    void add(u32 code, u32 scalar) const {
         if (scalar == 0 && code != 0) {
             fail("0 stands for no mapping, and only code 0 can have it");
         }
@@ -166,7 +205,7 @@ struct table_reader {
         if (fields.size() < 2 || fields.size() > 3) {
             fail("expected code, TAB and scalar value");
         }
-        u32 scalar = read_scalar(fields[1]);
+        u32 scalar = read_character(fields[1]);
         const std::size_t dots = fields[0].find("..");
         u32 code = read_code(fields[0].substr(0, dots));
         if (dots == std::string_view::npos) {
@@ -184,7 +223,8 @@ struct table_reader {
             return add_run(code, last, scalar);
         }
         for (; code != last; code = grid->following(code)) {
-            add(code, scalar++);
+            add(code, scalar);
+            check_scalar(++scalar);
         }
         add(code, scalar);
     }
@@ -194,7 +234,9 @@ struct table_reader {
             return;
         }
         std::size_t offset = 0;
-        if (fields[2].empty() || next_scalar(fields[2], offset) != scalar ||
+        const letter_and_mark shown = taken_apart(scalar);
+        if (fields[2].empty() || next_scalar(fields[2], offset) != shown.letter ||
+            (shown.mark != 0 && next_scalar(fields[2], offset) != shown.mark) ||
             offset != fields[2].size()) {
             fail("the third column is not the character " + hex(scalar));
         }
@@ -223,13 +265,16 @@ struct table_reader {
             result.source.fail(0, "no %pairs");
         }
         check_count("pairs", *pairs,
-                    result.linear.empty() ? result.decode_only.size() + result.two_way.size()
+                    result.linear.empty() ? result.decode_only.size() + result.read_only.size() +
+                                                result.two_way.size()
                                           : linear_pairs);
         check_count("pairs that only decode", decode_only.value_or(0), result.decode_only.size());
+        check_count("pairs that are only read", read_only.value_or(0), result.read_only.size());
         if (two_way) {
             check_count("two-way pairs", *two_way, result.two_way.size());
         }
-        if ((result.extra || result.changes || !result.linear.empty()) && decode_only) {
+        if ((result.extra || result.changes || !result.linear.empty()) &&
+            (decode_only || read_only)) {
             result.source.fail(0, "only a whole table may have pairs that only decode");
         }
     }
@@ -251,23 +296,43 @@ void check_directions(const table& checked) {
             repeated(found, hex(found.scalar), before->second);
         }
     }
-    for (const pair& found : checked.decode_only) {
-        if (const auto before = codes.find(found.code); before != codes.end()) {
-            repeated(found, "code " + hex(found.code), before->second);
-        }
-        if (!scalars.contains(found.scalar)) {
-            checked.source.fail(found.line, hex(found.scalar) +
-                                                " has no other code, so this pair goes both ways");
+    for (const auto* only : {&checked.decode_only, &checked.read_only}) {
+        for (const pair& found : *only) {
+            const auto [before, added] = codes.emplace(found.code, found.line);
+            if (!added) {
+                repeated(found, "code " + hex(found.code), before->second);
+            }
+            const bool written = scalars.contains(found.scalar);
+            if (!written && only == &checked.decode_only) {
+                checked.source.fail(found.line,
+                                    hex(found.scalar) +
+                                        " has no other code, so this pair goes both ways");
+            }
+            if (written && only == &checked.read_only) {
+                checked.source.fail(found.line, hex(found.scalar) +
+                                                    " has another code, so this pair "
+                                                    "only decodes");
+            }
         }
     }
 }
 
 u32 table::largest_code() const {
-    u32 largest = two_way.empty() ? 0 : two_way.back().code;
-    if (!decode_only.empty()) {
-        largest = std::max(largest, decode_only.back().code);
+    u32 largest = 0;
+    for (const auto* pairs : {&decode_only, &read_only, &two_way}) {
+        largest = pairs->empty() ? largest : std::max(largest, pairs->back().code);
     }
     return largest;
+}
+
+std::vector<pair> table::in_order() const {
+    std::vector<pair> all = decode_only;
+    all.insert(all.end(), read_only.begin(), read_only.end());
+    for (const pair& found : read_only) {
+        all.push_back({0, found.scalar, found.line});
+    }
+    all.insert(all.end(), two_way.begin(), two_way.end());
+    return all;
 }
 
 table read_table(const std::filesystem::path& path) {
