@@ -322,6 +322,12 @@ PVZAN_TEXT_API pvzan_outcome pvzan_answer(pvzan_converter* converter, int32_t ho
  * none. */
 PVZAN_TEXT_API int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* fault);
 
+/* Copies, of the fault that was told last, the place and what is wrong, in words: "2:5: invalid
+ * UTF-8: ff is not a lead byte", or "byte 7: " before them where lines are not counted. For
+ * languages that have no use for the record. Returns the length without the NUL, also where room
+ * does not suffice, 255 at most; 0: there is none. */
+PVZAN_TEXT_API size_t pvzan_explain(const pvzan_converter* converter, char* text, size_t room);
+
 /* Copies the counts. */
 PVZAN_TEXT_API void pvzan_count(const pvzan_converter* converter, pvzan_counts* counts);
 
@@ -344,6 +350,15 @@ PVZAN_TEXT_API int32_t pvzan_restore(pvzan_converter* converter, const uint8_t* 
 PVZAN_TEXT_API int32_t pvzan_stands_as(const pvzan_converter* converter, const uint8_t* saved,
                                        size_t size);
 
+/* What escape sequences and shifts of the source have designated up to here, as a number that fits
+ * into a file position; 0 where a text begins, and in charsets without them. It is all there is to
+ * reading on from here later, where nothing is held back. */
+PVZAN_TEXT_API uint64_t pvzan_shift(const pvzan_converter* converter);
+
+/* Begins a text there, with a converter from the same charset: 1; 0: there is no such number, and
+ * nothing has changed. Places and counts begin anew. */
+PVZAN_TEXT_API int32_t pvzan_begin_in(pvzan_converter* converter, uint64_t shift);
+
 /* Begins another text: as opened, places and counts too. */
 PVZAN_TEXT_API void pvzan_reset(pvzan_converter* converter);
 
@@ -357,15 +372,15 @@ PVZAN_TEXT_API size_t pvzan_convert(pvzan_converter* converter, const uint8_t* i
                                     uint8_t* out, size_t room, pvzan_outcome* outcome);
 
 /* Converts rows texts that lie one behind the other, as Arrow has them: text i from offsets[i] to
- * offsets[i + 1] in in; offsets and out_offsets are rows + 1 numbers of offset_bytes bytes, 4
- * (int32_t) or 8 (int64_t). Each is a text of its own. A row with a fault that is told comes out
- * empty, and its kind stands in fault_kinds[i], unless null; 0 for all others. Returns how many
- * rows were done: fewer where out has no more room, or its offsets would not fit. Null pointers and
- * offsets that decrease end it, too. */
+ * offsets[i + 1] in the in_size bytes at in; offsets and out_offsets are rows + 1 numbers of
+ * offset_bytes bytes, 4 (int32_t) or 8 (int64_t). Each is a text of its own. A row with a fault
+ * that is told comes out empty, and its kind stands in fault_kinds[i], unless null; 0 for all
+ * others. Returns how many rows were done: fewer where out has no more room, or its offsets would
+ * not fit. Null pointers and offsets that decrease or lead behind in_size end it, too. */
 PVZAN_TEXT_API size_t pvzan_convert_rows(pvzan_converter* converter, const uint8_t* in,
-                                         const void* offsets, size_t rows, uint8_t* out,
-                                         size_t room, void* out_offsets, uint32_t offset_bytes,
-                                         uint8_t* fault_kinds);
+                                         size_t in_size, const void* offsets, size_t rows,
+                                         uint8_t* out, size_t room, void* out_offsets,
+                                         uint32_t offset_bytes, uint8_t* fault_kinds);
 
 /* ---- Names ---------------------------------------------------------------------------------- */
 

@@ -108,11 +108,12 @@ struct pvzan_converter {
     pvzan_open_options how;
     pvzan_name from, to;
     const codec_traits *source, *target;
-    u32 needed;      // bytes that decide about a code, where sets do in no order of their widths
-    u32 longest;     // bytes of the source's codes, where sets tell
-    u8 lf, cr;       // the source's codes for line breaks, of one unit
-    bool kana_joins; // marks are looked for: the source is Unicode, the target is not
-    u32 substitute;  // 0: not chosen yet
+    u32 needed;  // bytes that decide about a code, where sets do in no order of their widths
+    u32 longest; // bytes of the source's codes, where sets tell
+    u8 lf, cr;   // the source's codes for line breaks, of one unit
+    bool looks_for_marks; // the source is Unicode, the target is not
+    u8 has_pairs;         // whether the target has a letter and a mark in one code; 0: not asked
+    u32 substitute;       // 0: not chosen yet
     text::standing now;
     text::fault fault;
     u8 bytes_known[256]; // what is known of bytes: see fault.cpp
@@ -136,7 +137,7 @@ reading_result read(pvzan_converter& c, const view& text);
 enum class mark_found : u8 { none, waiting, big, little };
 mark_found find_mark(const pvzan_converter& c, const view& text, u32& length);
 // How much of a text that goes on stands for itself, whatever follows.
-std::size_t settled_size(const pvzan_converter& c, const view& text);
+std::size_t settled_size(pvzan_converter& c, const view& text);
 
 // ---- write.cpp
 // Writes the character behind what is pending, if that comes back as itself; back is what it comes

@@ -69,7 +69,7 @@ u64 count_private(const u8* p, std::size_t size, u32 kind, bool big) {
 
 // Finds out how far the input stands for itself. With states, a run ends at the begin of a line,
 // from where on characters can be counted.
-void look_ahead(const pvzan_converter& c, cursor& at) {
+void look_ahead(pvzan_converter& c, cursor& at) {
     constexpr std::size_t most_with_states = 1U << 15;
     const std::size_t most = has_states(c) ? most_with_states : most_at_once;
     const std::size_t limit = std::min(at.left, most);
