@@ -252,8 +252,8 @@ typedef struct pvzan_counts {
     uint64_t look_alikes; /* written */
     uint64_t composed;    /* characters written for a letter and its marks */
     uint64_t private_use; /* characters that mean what two parties have agreed upon */
-    uint64_t line,
-        column; /* behind in, as a fault there would be told; 0 when the text has ended */
+    /* Behind in, as a fault there would be told; 0 when the text has ended. */
+    uint64_t line, column;
 } pvzan_counts;
 
 /* A charset's name and what it means. */
@@ -279,9 +279,10 @@ typedef struct pvzan_candidate {
 /* The version of the library that runs: 0x010100 is 1.1.0. */
 PVZAN_TEXT_API uint32_t pvzan_text_version(void);
 
-/* Makes a converter. options may be null (all 0). NULL: it could not be made; error, unless null,
- * says why. The first call of the process settles the charset directory, see pvzan_set_directory.
- */
+/* Makes a converter from one charset to another, of names in ASCII that end in a NUL, as
+ * pvzan_resolve knows them. options may be null (all 0). NULL: it could not be made; error, unless
+ * null, says why. The first call of the process settles the charset directory, see
+ * pvzan_set_directory. */
 PVZAN_TEXT_API pvzan_converter* pvzan_open(const char* from, const char* to,
                                            const pvzan_open_options* options, pvzan_error* error);
 
@@ -318,8 +319,8 @@ PVZAN_TEXT_API pvzan_outcome pvzan_answer(pvzan_converter* converter, int32_t ho
                                           const uint8_t** text, size_t* left, uint8_t** out,
                                           size_t* room);
 
-/* Copies the fault that was told last, until the next pvzan_feed that moves on: 1; 0: there is
- * none. */
+/* Copies the fault that was told last; fault->size is set by the caller. 1; 0: there is none, or a
+ * null pointer. It can be had until the next pvzan_feed that moves on, behind pvzan_answer, too. */
 PVZAN_TEXT_API int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* fault);
 
 /* Copies, of the fault that was told last, the place and what is wrong, in words: "2:5: invalid
@@ -328,7 +329,7 @@ PVZAN_TEXT_API int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_
  * does not suffice, 255 at most; 0: there is none. */
 PVZAN_TEXT_API size_t pvzan_explain(const pvzan_converter* converter, char* text, size_t room);
 
-/* Copies the counts. */
+/* Copies the counts; counts->size is set by the caller. With a null pointer nothing happens. */
 PVZAN_TEXT_API void pvzan_count(const pvzan_converter* converter, pvzan_counts* counts);
 
 /* Room that suffices for all that in_size more bytes and the end of the text can come to, in one
@@ -359,10 +360,11 @@ PVZAN_TEXT_API uint64_t pvzan_shift(const pvzan_converter* converter);
  * nothing has changed. Places and counts begin anew. */
 PVZAN_TEXT_API int32_t pvzan_begin_in(pvzan_converter* converter, uint64_t shift);
 
-/* Begins another text: as opened, places and counts too. */
+/* Begins another text: as opened, places and counts too. What an unfinished text held back, and a
+ * fault that waits, are forgotten. Null is fine. */
 PVZAN_TEXT_API void pvzan_reset(pvzan_converter* converter);
 
-/* Null is fine. */
+/* Ends a converter and gives its memory back, in the middle of a text, too. Null is fine. */
 PVZAN_TEXT_API void pvzan_close(pvzan_converter* converter);
 
 /* Converts a whole text, which it begins and ends itself. Returns the size of the result, also
@@ -384,11 +386,13 @@ PVZAN_TEXT_API size_t pvzan_convert_rows(pvzan_converter* converter, const uint8
 
 /* ---- Names ---------------------------------------------------------------------------------- */
 
-/* What a name means. Case, "-", "_" and blanks do not count. flags: 0 or PVZAN_BROWSER_LABELS. 1;
- * or 0: no such charset, and shown then holds a name that is like it, or nothing. */
+/* What a name means. Case, "-", "_" and blanks do not count. flags: 0 or PVZAN_BROWSER_LABELS.
+ * meaning->size is set by the caller. 1; or 0: no such charset, and shown then holds a name that is
+ * like it, or nothing. */
 PVZAN_TEXT_API int32_t pvzan_resolve(const char* name, uint32_t flags, pvzan_name* meaning);
 
-/* The charsets of the directory, those people name most before others: 1; 0 behind the last. */
+/* The charsets of the directory, from index 0 on, those people name most before others;
+ * charset->size is set by the caller. 1; 0 behind the last. */
 PVZAN_TEXT_API int32_t pvzan_each_charset(size_t index, pvzan_name* charset);
 
 /* Other names of a charset, which is given as the directory has it: 1; 0 behind the last, or where

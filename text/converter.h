@@ -63,7 +63,7 @@ struct fault {
     place at;
     character missing{0, 0}, back{0, 0};
     u32 seen = 0;       // bytes of the text that follow, from the fault on
-    u8 bytes[8]{};      // those
+    u8 bytes[16]{};     // those
     u32 needed = 0;     // how many of them decided about it
     u32 set = 0;        // designated before it
     bool waits = false; // for an answer
