@@ -219,7 +219,8 @@ typedef struct pvzan_fault {
     uint8_t back_bytes[8];
     uint8_t bytes[16]; /* the first of its bytes, blamed or length of them, whichever is more */
     char why[192];     /* in words, without the place */
-    char relative[64]; /* the name of a charset that has what this one lacks; or empty */
+    char relative[64]; /* the name of a charset that has what this one lacks; where a control code of
+                          U+0080 to U+009F is missing, that has a character there; or empty */
 } pvzan_fault;
 
 typedef struct pvzan_error {
@@ -267,6 +268,7 @@ typedef struct pvzan_name {
     uint32_t exact; /* 0: the library lacks the very charset, this is one that holds all of it */
     char charset[64]; /* as the charset directory has it */
     char shown[64];   /* as messages write it */
+    char group[64];   /* "Japanese", "Cyrillic" ...: where a list has it; or empty */
 } pvzan_name;
 
 typedef struct pvzan_candidate {
@@ -413,8 +415,9 @@ PVZAN_TEXT_API int32_t pvzan_set_directory(const char* path, pvzan_error* error)
 PVZAN_TEXT_API size_t pvzan_directory(char* path, size_t room);
 
 /* Why the library does not take a definition of the charset directory, or what is wrong with the
- * files it names; of a path, the last part counts. Fills in up to most errors and returns how many
- * there are; 0: it is sound. The stride of errors is errors[0].size, which the caller sets. */
+ * files it names; of a path, the last part counts, and "further/" where that is all before it.
+ * Fills in up to most errors and returns how many there are; 0: it is sound. The stride of errors
+ * is errors[0].size, which the caller sets. */
 PVZAN_TEXT_API size_t pvzan_check_definition(const char* path, pvzan_error* errors, size_t most);
 
 /* ---- Guessing ------------------------------------------------------------------------------- */

@@ -1,5 +1,4 @@
-// iconv(3) over the library, call by call beside the C library's own. Each test is a process: which
-// of the two goes first is asked once.
+// iconv(3) over the library, call by call beside the C library's own.
 #include "tests/support/child.h"
 
 #include <gtest/gtest.h>
@@ -136,8 +135,9 @@ const row rows[] = {
     {"UTF-8", "CP932", "C2A5 E3809C", "EILSEQ/0/ EILSEQ/0/ ", "they would come back as others"},
 };
 
+// Whom to ask is settled once in a process.
 TEST_F(Iconv, AnswersAsTheCLibrary) {
-    test::in_child([&] {
+    test::in_child([this] {
         setenv("PVZAN_ICONV", "all", 1);
         for (const row& r : rows) {
             const std::string wanted = run(c, r.from, r.to, r.calls);
@@ -155,7 +155,7 @@ TEST_F(Iconv, AnswersAsTheCLibrary) {
 // What the C library opens stays its own; what only we have is opened beside it, under the names
 // that it takes, too.
 TEST_F(Iconv, AsksTheCLibraryFirst) {
-    test::in_child([&] {
+    test::in_child([this] {
         for (const row& r : rows) {
             EXPECT_EQ(run(ours, r.from, r.to, r.calls), run(c, r.from, r.to, r.calls)) << r.to;
         }
@@ -203,47 +203,44 @@ std::string convert(const library& with, iconv_t cd, const std::string& text, st
 
 // Every text of three tokens, cut anywhere, and in rooms of every size.
 TEST_F(Iconv, TextsCutsAndRooms) {
-    test::in_child([&] {
-        setenv("PVZAN_ICONV", "all", 1);
-        for (const std::string from : {"UTF-8", "UTF-16BE", "CP932", "EUC-JP", "ISO-2022-JP",
-                                       "EUC-JISX0213", "SHIFT_JISX0213"}) {
-            std::vector<std::string> tokens = {"\xFF"};
-            for (const char* letter : {"A", "あ", "亜", "갂"}) {
-                const iconv_t cd = c.open(from.c_str(), "UTF-8//IGNORE");
-                tokens.push_back(call(c, cd, letter, 32).written);
-                tokens.back() += call(c, cd, "", 32, true).written;
-                c.close(cd);
-            }
-            if (from != "ISO-2022-JP") { // the C library waits for the rest of any escape sequence
-                tokens.push_back(tokens[2].substr(0, 1));
-            }
-            for (const std::string to :
-                 {"UTF-8", "UTF-16LE", "UTF-32BE", "CP932", "EUC-JP", "ISO-2022-JP", "EUC-JISX0213",
-                  "SHIFT_JISX0213", "GB18030"}) {
-                SCOPED_TRACE(from + " to " + to);
-                const iconv_t theirs = c.open(to.c_str(), from.c_str()),
-                              mine = ours.open(to.c_str(), from.c_str());
-                const std::size_t n = tokens.size();
-                std::string wanted, got;
-                for (std::size_t i = 0; i < n * n * n; ++i) {
-                    const std::string text = tokens[i / n / n] + tokens[i / n % n] + tokens[i % n];
-                    for (std::size_t cut = 0; cut <= text.size(); ++cut) {
-                        const std::string told = convert(c, theirs, text, cut, 32, wanted);
-                        ASSERT_EQ(convert(ours, mine, text, cut, 32, got), told)
-                            << testing::PrintToString(text) << cut;
-                        ASSERT_EQ(got, wanted) << testing::PrintToString(text) << cut;
-                    }
-                    for (std::size_t room = 0; room <= 16; ++room) {
-                        convert(ours, mine, text, text.size(), room, got);
-                        ASSERT_EQ(got, wanted.substr(0, room < 8 ? got.size() : std::string::npos))
-                            << testing::PrintToString(text) << room;
-                    }
-                }
-                c.close(theirs);
-                ours.close(mine);
-            }
+    setenv("PVZAN_ICONV", "all", 1);
+    for (const std::string from : {"UTF-8", "UTF-16BE", "CP932", "EUC-JP", "ISO-2022-JP",
+                                   "EUC-JISX0213", "SHIFT_JISX0213"}) {
+        std::vector<std::string> tokens = {"\xFF"};
+        for (const char* letter : {"A", "あ", "亜", "갂"}) {
+            const iconv_t cd = c.open(from.c_str(), "UTF-8//IGNORE");
+            tokens.push_back(call(c, cd, letter, 32).written);
+            tokens.back() += call(c, cd, "", 32, true).written;
+            c.close(cd);
         }
-    });
+        if (from != "ISO-2022-JP") { // the C library waits for the rest of any escape sequence
+            tokens.push_back(tokens[2].substr(0, 1));
+        }
+        for (const std::string to : {"UTF-8", "UTF-16LE", "UTF-32BE", "CP932", "EUC-JP",
+                                     "ISO-2022-JP", "EUC-JISX0213", "SHIFT_JISX0213", "GB18030"}) {
+            SCOPED_TRACE(from + " to " + to);
+            const iconv_t theirs = c.open(to.c_str(), from.c_str()),
+                          mine = ours.open(to.c_str(), from.c_str());
+            const std::size_t n = tokens.size();
+            std::string wanted, got;
+            for (std::size_t i = 0; i < n * n * n; ++i) {
+                const std::string text = tokens[i / n / n] + tokens[i / n % n] + tokens[i % n];
+                for (std::size_t cut = 0; cut <= text.size(); ++cut) {
+                    const std::string told = convert(c, theirs, text, cut, 32, wanted);
+                    ASSERT_EQ(convert(ours, mine, text, cut, 32, got), told)
+                        << testing::PrintToString(text) << cut;
+                    ASSERT_EQ(got, wanted) << testing::PrintToString(text) << cut;
+                }
+                for (std::size_t room = 0; room <= 16; ++room) {
+                    convert(ours, mine, text, text.size(), room, got);
+                    ASSERT_EQ(got, wanted.substr(0, room < 8 ? got.size() : std::string::npos))
+                        << testing::PrintToString(text) << room;
+                }
+            }
+            c.close(theirs);
+            ours.close(mine);
+        }
+    }
 }
 
 } // namespace

@@ -115,7 +115,7 @@ std::vector<std::string> charsets() {
 
 std::string sample() {
     return utf8(
-        U"日本語 abc\r\n\\~ｱｲ〜～−－ か\u309Aæ\u0300\u02E9\u02E5 é𠂉㐂\r髙①中文简体 한국어 Ж"
+        U"日本語 abc\r\n\\~ｱｲ〜～−－ か\u309Aæ\u0300\u02E9\u02E5 é𠂉㐂Ê\u0304Êê\u030C\r髙①中文简体 한국어 Ж"
         U"\nは\u3099u\u0308\u0304\u2028\uE000終");
 }
 
@@ -125,7 +125,7 @@ TEST(Text, IsTheSameInAnyPiecesAndAnyRoom) {
     std::mt19937 random(7);
     const auto below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
     const std::vector<std::string> all = charsets();
-    ASSERT_EQ(all.size(), 20U);
+    ASSERT_GT(all.size(), 70U);
     for (int round = 0; round < 500; ++round) {
         conversion way{all[below(all.size())].c_str(),
                        round % 2 == 0 ? "utf-8" : all[below(all.size())].c_str()};
@@ -250,8 +250,9 @@ TEST(Text, HasFaultsOfTheRightLength) {
          "<a4>|<a480>|<8fa2>|<8f>|<8fa280>|<8ee0>|<a9a1>|<ff>|<8fa2>"},
         {"euc-jis-2004", "\x8F\xFF|\xA4\xFF|\x8F\xA9\xA1", "<8fff>|<a4ff>|<8fa9a1>"},
         {"gb18030",
-         "\x81\x30 \x81\x30\x81 \xFE\x39\xFE\x39 \x81\x7F \x80 \xFF \x81\xFF \x81\x30\x81",
-         "<81>0 <81>0<81> <fe39fe39> <81>\x7F <80> <ff> <81ff> <81>0<81>"},
+         "\x84\x31\xA5\x30 \xE3\x32\x9A\x36 \x81\x30 \x81\x30\x81 \xFE\x39\xFE\x39 \x81\x7F \x80 "
+         "\xFF \x81\xFF \x81\x30\x81",
+         "<8431a530> <e3329a36> <81>0 <81>0<81> <fe39fe39> <81>\x7F <80> <ff> <81ff> <81>0<81>"},
         {"gbk", "\x81\x30\x81\x30\xA6\xFF\xFE", "<81>0<81>0<a6ff><fe>"},
         {"big5", "\xA1 \x80 \xF9\xFF ", "<a1> <80> <f9ff> "},
         {"uhc", "\x81\x20\x81\x5B\xC9\xFF", "<81> <81>[<c9ff>"},
@@ -482,13 +483,13 @@ TEST(Text, KnowsNames) {
         std::uint32_t order, mark, exact;
     } rows[] = {{"Shift-JIS", 0, "shift_jis", "Shift_JIS", 1, 0, 1},
                 {"Shift-JIS", PVZAN_BROWSER_LABELS, "windows31j", "Windows-31J", 1, 0, 1},
-                {"euc-kr", 0, "koreanksc", "EUC-KR", 1, 0, 0},
+                {"ks_c_5601-1987", 0, "koreanksc", "Windows-949", 1, 0, 0},
                 {"euc-kr", PVZAN_BROWSER_LABELS, "koreanksc", "Windows-949", 1, 0, 1},
                 {"utf-16", 0, "utf-16", "UTF-16", 1, 1, 1},
                 {"utf-16le", 0, "utf-16", "UTF-16LE", 2, 0, 1},
                 {"utf8-sig", 0, "utf-8", "UTF-8-SIG", 1, 2, 1},
-                {"latin1", PVZAN_BROWSER_LABELS, "", "Windows-1252", 1, 0, 1},
-                {"unicode", 0, "", "UCS-2", 0, 0, 0},
+                {"latin1", PVZAN_BROWSER_LABELS, "windows-1252", "Windows-1252", 1, 0, 1},
+                {"unicode", 0, "", "UTF-16 or UCS-2", 0, 0, 0},
                 {"windows-932x", 0, "", "Windows-31J", 0, 0, 0},
                 {"cp20", 0, "", "", 0, 0, 0},
                 {"shiftjs", 0, "", "Shift_JIS", 0, 0, 0}};

@@ -108,9 +108,10 @@ struct pvzan_converter {
     pvzan_open_options how;
     pvzan_name from, to;
     const codec_traits *source, *target;
-    u32 needed;  // bytes that decide about a code, where sets do in no order of their widths
-    u32 longest; // bytes of the source's codes, where sets tell
-    u8 lf, cr;   // the source's codes for line breaks, of one unit
+    u32 needed;      // bytes that decide about a code, where sets do in no order of their widths
+    u32 longest;     // bytes of the source's codes, where sets tell
+    u8 lf, cr;       // the source's codes for line breaks, of one unit
+    bool ascii_feed; // both sides have ASCII's line feed
     bool looks_for_marks; // the source is Unicode, the target is not
     u8 has_pairs;         // whether the target has a letter and a mark in one code; 0: not asked
     u32 substitute;       // 0: not chosen yet
@@ -128,10 +129,13 @@ inline bool is_unicode(const pvzan_name& name) {
 
 // Whether what a code of the source means rests on sequences before it.
 inline bool has_states(const pvzan_converter& c) {
-    return c.source != nullptr && c.source->read == reading::escapes;
+    return c.source != nullptr &&
+           (c.source->read == reading::escapes || c.source->read == reading::scanned);
 }
 
 // ---- read.cpp
+// How many bytes a code with that lead is, whether it has a character or not; 1: it is none.
+u32 length_by_lead(const pvzan_converter& c, u32 lead);
 reading_result read(pvzan_converter& c, const view& text);
 // The mark at the begin of a text: its length, or none; waiting where more decides.
 enum class mark_found : u8 { none, waiting, big, little };

@@ -1,6 +1,7 @@
 // What is said about a fault. Found out when it is asked for: texts have more faults than anybody
 // reads about.
 #include "cconv/engine/step.h"
+#include "cconv/registry/iso2022.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/designations.h"
 #include "cconv/rulefunc/rules.h"
@@ -49,6 +50,9 @@ std::span<const u8> pair_of(const pvzan_converter& c, const u8 (&code)[4]) {
 }
 
 bool begins_nothing(pvzan_converter& c, u8 byte) {
+    if (length_by_lead(c, byte) > 2) {
+        return false;
+    }
     u8& known = c.bytes_known[byte];
     for (u32 second = 0; (known & begin_asked) == 0 && second <= 0xFF; ++second) {
         const u8 code[] = {byte, static_cast<u8>(second), 0x81, '0'};
@@ -91,9 +95,13 @@ blame blame_unicode(const pvzan_converter& c, const fault& f) {
 }
 
 blame blame_code(pvzan_converter& c, const fault& f) {
-    if (c.source != nullptr && c.source->read == reading::escapes) {
-        const bool escape = f.bytes[0] == escape_byte;
-        const bool fits = f.needed == 2 && is_in(f.bytes[1], 0x21, 0x7E);
+    if (has_states(c)) {
+        const iso2022* told = c.work.srcGroup->codes;
+        const bool scans = c.source->read == reading::scanned;
+        const bool escape =
+            told != nullptr ? told->opens_sequence(f.bytes[0]) : f.bytes[0] == escape_byte;
+        const bool fits =
+            scans ? f.needed == f.length : f.needed == 2 && is_in(f.bytes[1], 0x21, 0x7E);
         return {escape          ? u32{PVZAN_REASON_ESCAPE}
                 : f.needed == 1 ? u32{PVZAN_REASON_BEGINS_NOTHING}
                 : fits          ? u32{PVZAN_REASON_NO_CHARACTER}
@@ -101,7 +109,8 @@ blame blame_code(pvzan_converter& c, const fault& f) {
                 f.needed};
     }
     if (f.needed < 2) {
-        return {PVZAN_REASON_BEGINS_NOTHING, 1};
+        return {c.longest == 1 ? u32{PVZAN_REASON_NO_CHARACTER} : u32{PVZAN_REASON_BEGINS_NOTHING},
+                1};
     }
     if (f.needed == 2) {
         if (begins_nothing(c, f.bytes[0])) {
@@ -120,37 +129,44 @@ blame blame_code(pvzan_converter& c, const fault& f) {
 
 // ---- A charset that has it ---------------------------------------------------------------------
 
-const char* relative_of(const char* charset) {
-    constexpr struct {
-        const char *charset, *relative;
-    } relatives[] = {{"shift_jis", "windows31j"},
-                     {"chinesegbk", "gb18030"},
-                     {"euc-jp", "euc-jis-2004"},
-                     {"iso-2022-jp", "iso-2022-jp-2004"},
-                     {"windows31j", "shift_jis-2004"}};
-    for (const auto& row : relatives) {
-        if (std::strcmp(row.charset, charset) == 0) {
-            return row.relative;
-        }
+// Whether bytes that c lacks are something to the other; in text with designations, behind the one
+// for two bytes where c was there.
+bool reads_them(pvzan_converter& other, const pvzan_converter& c, const fault& f) {
+    u8 bytes[to_jisx0208.length + sizeof f.bytes];
+    std::size_t size = 0;
+    if (has_states(other) && has_states(c) && f.bytes[0] != escape_byte && f.length > 1) {
+        size = to_jisx0208.length;
+        std::ranges::copy(to_jisx0208.sequence(), bytes);
     }
-    return "";
+    std::copy_n(f.bytes, f.seen, bytes + size);
+    for (view text{bytes, size + f.seen, true, true}; text.size > 0;) {
+        const reading_result next = read(other, text);
+        if (next.kind != reading_result::silent) {
+            return next.kind == reading_result::whole && next.bytes == text.size;
+        }
+        other.work.srcShiftSet = next.c.letter;
+        text = text.behind(next.bytes);
+    }
+    return true;
 }
 
-// A charset that has what this one lacks is asked in a conversion of its own.
+// The first relative that has what the charset lacks is asked in a conversion of its own.
 void tell_relative(const pvzan_converter& c, const fault& f, pvzan_fault& told) {
-    const bool reads = f.kind == PVZAN_FAULT_INVALID;
-    const char* const name = relative_of(reads ? c.from.charset : c.to.charset);
-    pvzan_converter other;
-    other.how = {};
-    if (name[0] == '\0' || (!reads && f.kind != PVZAN_FAULT_MISSING) ||
-        !prepare(other, reads ? name : "utf-8", reads ? "utf-8" : name, nullptr)) {
+    // A control code of the upper half is where a relative has a character.
+    const bool control = is_in(f.missing.letter, 0x80, 0x9F) && !is_unicode(c.from);
+    const bool reads = f.kind == PVZAN_FAULT_INVALID || (f.kind == PVZAN_FAULT_MISSING && control);
+    if (!reads && f.kind != PVZAN_FAULT_MISSING) {
         return;
     }
-    other.work.srcShiftSet = f.set;
-    if (reads
-            ? may_be_character(other.work, {f.bytes, f.seen}) && other.work.status == PVZAN_DECODED
-            : can_write(other, f.missing)) {
-        copy_text(told.relative, (reads ? other.from : other.to).shown);
+    char name[64];
+    for (std::size_t i = 0; relative_of(reads ? c.from.charset : c.to.charset, i, name); ++i) {
+        pvzan_converter other;
+        other.how = {};
+        if (prepare(other, reads ? name : "utf-8", reads ? "utf-8" : name, nullptr) &&
+            (reads ? reads_them(other, c, f) : can_write(other, f.missing))) {
+            copy_text(told.relative, (reads ? other.from : other.to).shown);
+            return;
+        }
     }
 }
 

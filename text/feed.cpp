@@ -289,7 +289,10 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
         return PVZAN_FEED_MORE_ROOM;
     }
     u32 used = next.bytes;
-    const bool counted = held > 0 || is_break(next.c.letter);
+    // A sequence may end with a line break that is no character.
+    const bool silent = next.kind == reading_result::silent;
+    const bool breaks = silent && next.bytes > 0 && text.bytes[next.bytes - 1] == '\n';
+    const bool counted = held > 0 || breaks || (!silent && is_break(next.c.letter));
     if (result == stepped::waits) {
         stuck = true;
         used = before ? next.letters : static_cast<u32>(text.size);
@@ -301,6 +304,9 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
             c.fault.at = c.now.at;
         }
         advance(c, next, !counted);
+        if (breaks && tells_lines(c)) {
+            c.now.at.step('\n');
+        }
         used = before && told ? 0 : used;
         c.now.held_size = held - std::min(held, used);
         std::copy_n(joined + (held - c.now.held_size), c.now.held_size, c.now.held);
@@ -315,6 +321,9 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
 bool is_left_open(const pvzan_converter& c) {
     if (!has_states(c)) {
         return false;
+    }
+    if (c.source->read == reading::scanned) {
+        return !c.source->may_end(c.work.srcGroup, c.work.srcShiftSet);
     }
     const basic_set* set = designated_set(c.work.srcGroup, c.work.srcShiftSet);
     return set != nullptr && is_double_byte_width(set->byteNum);
@@ -347,6 +356,7 @@ pvzan_outcome end(pvzan_converter& c, fast::path& path, cursor& at) {
 }
 
 pvzan_outcome feed(pvzan_converter& c, fast::path& path, cursor& at) {
+    const bool runs = c.how.breaks == PVZAN_BREAKS_AS_FOUND || c.ascii_feed;
     for (bool stuck = false;;) {
         if (!drain(c, at)) {
             return PVZAN_FEED_MORE_ROOM;
@@ -355,7 +365,7 @@ pvzan_outcome feed(pvzan_converter& c, fast::path& path, cursor& at) {
             return at.left > 0 ? PVZAN_FEED_MORE_INPUT : end(c, path, at);
         }
         if (c.now.now == stage::inside && !c.now.mark_due && !c.now.plane2 &&
-            c.now.held_size == 0) {
+            c.now.held_size == 0 && runs) {
             run_over(c, path, at);
             if (at.left == 0) {
                 continue;

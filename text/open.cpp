@@ -93,6 +93,15 @@ u8 find_break(pvzan_converter& c, u8 letter) {
     return letter;
 }
 
+// Whether the target has ASCII's line feed; where not, line breaks cannot be told by their bytes.
+bool writes_ascii_feed(pvzan_converter& c) {
+    character back{0, 0};
+    const bool has = is_unicode(c.to) || (write(c, {'\n', 0}, back) == written::done &&
+                                          c.now.pending[c.now.pending_size - 1] == '\n');
+    begin_text(c);
+    return has;
+}
+
 // Sets the session up as the four calls would, without a language tag.
 bool prepare_session(pvzan_converter& c, charset_group* from, charset_group* to) {
     session& s = c.work;
@@ -154,6 +163,7 @@ bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* 
     begin_text(c);
     c.lf = find_break(c, '\n');
     c.cr = find_break(c, '\r');
+    c.ascii_feed = c.lf == '\n' && writes_ascii_feed(c);
     if (c.substitute != 0 && (!is_scalar(c.substitute) || !can_write(c, {c.substitute, 0}))) {
         tell(error, PVZAN_ERROR_OPTION, "%s does not have the substitute U+%04X", c.to.shown,
              c.substitute);

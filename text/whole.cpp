@@ -1,4 +1,5 @@
 // Whole texts in one call, counts, and leaving a text to go on with it elsewhere.
+#include "cconv/registry/iso2022.h"
 #include "cconv/registry/names.h"
 #include "text/converter.h"
 #include "text/record.h"
@@ -67,6 +68,18 @@ bool put_offset(void* offsets, u32 width, size_t i, u64 value) {
     return true;
 }
 
+// What designations, shifts and a code may take where a definition says them.
+u64 told_growth(const iso2022& codes) {
+    u64 longest = 0, registers = 0;
+    for (const control_sequence& s : codes.sequences()) {
+        longest = std::max<u64>(longest, s.length);
+    }
+    for (u32 which = 0; which < register_count; ++which) {
+        registers += (codes.line.mask & register_mask(which)) != 0 ? 1U : 0U;
+    }
+    return (registers + 2) * longest + 2;
+}
+
 // Bytes that one byte of the source may become, as a fault or as part of a character.
 u64 most_growth(const pvzan_converter& c) {
     const u64 unit = c.to.unit;
@@ -78,7 +91,12 @@ u64 most_growth(const pvzan_converter& c) {
     if (words) {
         return longest_reference * unit + 2 * escape;
     }
-    const u64 usual = designates ? 8 : c.to.kind == PVZAN_KIND_UTF_8 ? 3 : unit == 1 ? 4 : unit;
+    const iso2022* told = c.work.dstGroup->codes;
+    const u64 usual = told != nullptr                 ? told_growth(*told)
+                      : designates                    ? 8
+                      : c.to.kind == PVZAN_KIND_UTF_8 ? 3
+                      : unit == 1                     ? 4
+                                                      : unit;
     return std::max(usual, c.how.breaks == PVZAN_BREAKS_CRLF ? 2 * unit : 0);
 }
 

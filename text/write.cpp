@@ -76,7 +76,7 @@ character written_as(pvzan_converter& c, const character& what) {
 // What the character would come back as. Few scalars of a text are beyond what the fast path keeps,
 // and most of those more than once.
 character comes_back_as(pvzan_converter& c, const character& what) {
-    if (is_unicode(c.to)) {
+    if (is_unicode(c.to) || (c.target != nullptr && c.target->form != unicode_form::none)) {
         return what;
     }
     known_scalar& known = c.known[(what.letter * 0x9E3779B1U) >> 26];
@@ -92,7 +92,8 @@ character comes_back_as(pvzan_converter& c, const character& what) {
 } // namespace
 
 written write(pvzan_converter& c, const character& what, character& back) {
-    if (c.target != nullptr && c.target->designates && switches_sets(what.letter)) {
+    const bool designates = c.target != nullptr && c.target->designates;
+    if (designates && c.target->read != reading::scanned && switches_sets(what.letter)) {
         return written::missing;
     }
     back = comes_back_as(c, what);
@@ -164,7 +165,9 @@ void write_closing(pvzan_converter& c) {
     s.status = PVZAN_TERMINATE;
     s.dstRule->function(&s);
     c.now.pending_size += static_cast<u32>(s.outPos);
-    s.dstShiftSet = PVZAN_SET_ISO_646_IRV;
+    if (c.target->read != reading::scanned) {
+        s.dstShiftSet = PVZAN_SET_ISO_646_IRV;
+    }
 }
 
 u32 substitute_of(pvzan_converter& c) {

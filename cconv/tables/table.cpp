@@ -3,6 +3,7 @@
 
 #include "cconv/directory/directory.h"
 #include "cconv/directory/embedded.h"
+#include "cconv/registry/linear.h"
 #include "platform/platform.h"
 
 #include <algorithm>
@@ -88,6 +89,9 @@ void widen_bounds(table_object* table, u32 key) {
 }
 
 bool put_value(table_object* table, block_finder& finder, u32 key, u32 value) {
+    if (is_linear(table)) {
+        return false; // it is read, and never written to
+    }
     table_block* block = finder.find(key);
     if (block == nullptr) {
         block = add_block(table, key);
@@ -113,6 +117,9 @@ struct pair {
 static_assert(sizeof(pair) == 8);
 
 bool put_pair(table_object* table, block_finder& finder, const pair& p) {
+    if (is_linear(table)) {
+        return add_linear(table, p.code, p.ucs);
+    }
     return table->toUnicode == 1 ? put_value(table, finder, p.code, p.ucs)
                                  : put_value(table, finder, p.ucs, p.code);
 }
@@ -264,6 +271,9 @@ void fill_table(table_object* table) {
     } else if (!load_cache(table, paths.cache)) {
         load_text(table, paths);
     }
+    if (is_linear(table)) {
+        finish_linear(table);
+    }
 }
 
 // A table of one key or none counts only with a key that can be a code.
@@ -326,7 +336,7 @@ u32 putTable(table_object* table, u32 key, u32 value) {
     block_finder finder(table->blocks);
     const bool stored = put_value(table, finder, key, value);
     if (table_loaded(table)) {
-        changes.fetch_add(1, std::memory_order_release);
+        note_table_change();
     }
     return stored;
 }
@@ -362,13 +372,18 @@ u32 table_changes() {
     return changes.load(std::memory_order_acquire);
 }
 
+void note_table_change() {
+    changes.fetch_add(1, std::memory_order_release);
+}
+
 std::optional<u32> find_value(const table_object* table, u32 key) {
     if (key < table->minKey || key > table->maxKey) {
         return std::nullopt;
     }
     for (const table_block* block : items_of<table_block>(table->blocks)) {
         if (holds(block, key)) {
-            return load_big_endian(slot(block, key));
+            return block->valueBytes == linear_block ? find_linear(table, key)
+                                                     : load_big_endian(slot(block, key));
         }
     }
     return std::nullopt;
