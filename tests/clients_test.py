@@ -98,7 +98,7 @@ def expect_same(client, said, library, about):
 
 
 def main():
-    charsets = run(TOOL, "-l", text=True).stdout.split()
+    charsets = [line.split()[0] for line in run(TOOL, "-l", text=True).stdout.splitlines()]
     assert len(charsets) >= 20
     for charset in charsets:
         for encodes in (False, True):
