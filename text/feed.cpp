@@ -265,6 +265,13 @@ bool answer_inside(pvzan_converter& c) {
     return true;
 }
 
+// Whether its bytes would be counted as line breaks later.
+bool looks_like_break(const pvzan_converter& c, const view& text, const reading_result& next) {
+    return c.from.unit == 1 &&
+           std::any_of(text.bytes, text.bytes + std::min<std::size_t>(next.bytes, text.size),
+                       [&](u8 byte) { return byte == c.lf || byte == c.cr; });
+}
+
 // Takes the next character, from held bytes and input; sets stuck where more decides.
 pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, bool& stuck) {
     u8 joined[most_held];
@@ -292,7 +299,8 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
     // A sequence may end with a line break that is no character.
     const bool silent = next.kind == reading_result::silent;
     const bool breaks = silent && next.bytes > 0 && text.bytes[next.bytes - 1] == '\n';
-    const bool counted = held > 0 || breaks || (!silent && is_break(next.c.letter));
+    const bool counted = held > 0 || breaks || (!silent && is_break(next.c.letter)) ||
+                         looks_like_break(c, text, next);
     if (result == stepped::waits) {
         stuck = true;
         used = before ? next.letters : static_cast<u32>(text.size);
