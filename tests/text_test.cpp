@@ -1,4 +1,5 @@
 // Strict conversion by the handle of pvzan_text.h.
+#include "tests/support/linear_time.h"
 #include "tests/support/loops.h"
 #include "tests/support/text.h"
 
@@ -182,6 +183,26 @@ TEST(Text, IsTheSameInAnyPiecesAndAnyRoom) {
         pvzan_close(inside);
         pvzan_close(second);
     }
+}
+
+TEST(Text, TellsFaultsInLinearTime) {
+    expect_linear_time("faults that are told", [](std::size_t bytes) {
+        std::string text;
+        while (text.size() < bytes) {
+            text += "\x93\xFA\xFF";
+        }
+        return [text] {
+            std::vector<std::uint8_t> room(2 * text.size());
+            const auto* in = reinterpret_cast<const std::uint8_t*>(text.data());
+            std::uint8_t* out = room.data();
+            std::size_t left = text.size(), free = room.size();
+            pvzan_converter* c = conversion{"shift_jis", "utf-8"}.open();
+            while (pvzan_feed(c, &in, &left, &out, &free, PVZAN_LAST) == PVZAN_FEED_FAULT) {
+                pvzan_answer(c, PVZAN_DROP, nullptr, nullptr, &out, &free);
+            }
+            pvzan_close(c);
+        };
+    });
 }
 
 // What iconv(3) takes we take, and nothing else.

@@ -37,7 +37,7 @@ bool same_letters(std::string_view a, std::string_view b) {
 std::optional<u32> hex_number(std::string_view word, u32 most) {
     u32 value = 0;
     for (const char c : word) {
-        if (!is_hex_digit(static_cast<u8>(c)) || value > 0xFFFFFF) {
+        if (!is_hex_digit(static_cast<u8>(c)) || value > 0xFFFFFFF) {
             return std::nullopt;
         }
         value = value << 4 | hex_value(static_cast<u8>(c));
@@ -233,7 +233,7 @@ private:
         }
         std::ranges::copy(name, set.name);
         const std::optional<u32> add =
-            tag_.value("add").empty() ? 0 : hex_number(tag_.value("add"), 0xFFFFFF);
+            tag_.value("add").empty() ? 0 : hex_number(tag_.value("add"), ~0U);
         if (!add) {
             return fail("%s: add= is no hexadecimal number", set.name);
         }
@@ -306,6 +306,11 @@ private:
             (!made.header && !header.empty())) {
             return fail("\"%s\": bytes= is missing, in= names no set, or header= is not yes",
                         text_of(tag_.value("bytes")));
+        }
+        const bool second =
+            made.header && std::ranges::any_of(out_.sequences(), &control_sequence::header);
+        if (second) {
+            return fail("\"%s\" is a second header", text_of(tag_.value("bytes")));
         }
         if (!read_meaning(made) || !is_unlike_others(made)) {
             return false;

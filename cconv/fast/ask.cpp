@@ -53,9 +53,15 @@ verdict decode(pair& p, std::span<const u8> k, u32 source_set) {
     if (s.status == PVZAN_INPUT_INCOMPLETE) {
         return verdict::cut;
     }
+    // The reader knows itself what a line break does.
+    const charset_group* told = p.plan.source_group;
+    const u32 behind_line = told != nullptr && k.size() == 1 && (k[0] == '\r' || k[0] == '\n')
+                                ? told->codes->line.applied_to(source_set)
+                                : source_set;
     const bool one = s.status == PVZAN_DECODED && s.inCount == 1 &&
                      s.inPos == static_cast<i32>(k.size()) && s.charSetNo != nobody &&
-                     s.charSetType != static_cast<u16>(nobody) && s.srcShiftSet == source_set;
+                     s.charSetType != static_cast<u16>(nobody) &&
+                     (s.srcShiftSet == source_set || s.srcShiftSet == behind_line);
     if (one && p.strict != strictness::none) {
         character c{0, 0};
         const bool designates = (p.plan.target->designates && p.plan.target_group == nullptr) ||

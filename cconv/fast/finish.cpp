@@ -63,6 +63,10 @@ bool finish(pair& p, run& r, session* s) {
         }
         r.in = last.begin;
         r.out -= a->length;
+        if (r.out == r.way.end) { // and what led there
+            r.out = r.way.begin;
+            r.out_set = r.way.state;
+        }
         r.more_codes -= a->codes - 1U;
         last = character_before(p, r.in);
         a = find(p, last, r.in);

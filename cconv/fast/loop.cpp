@@ -156,6 +156,9 @@ private:
                 if (!step<Exact>(p, now, reader.key(now.in, length), length)) {
                     break;
                 }
+                if constexpr (has_sets) {
+                    reader_.took(now.in - length, length);
+                }
             } else {
                 r_.why = length == 0 ? Reader::stop_without_length : stop::end;
                 break;
@@ -266,6 +269,7 @@ private:
             return false;
         }
         put<Exact>(out, r_.out_end, way.bytes, way.size);
+        r_.way = {out, out + way.size, r_.out_set};
         out += way.size;
         r_.out_set = way.state;
         slot_ = set_at_hand(*told_->codes, way.state);
@@ -285,6 +289,9 @@ private:
                                   : p_.kernel->copy_ascii(run);
         if (n == 0) {
             return false;
+        }
+        if constexpr (has_sets) {
+            reader_.took(r_.in, n);
         }
         r_.in += n * Reader::unit_bytes;
         r_.out += n * target_.bytes;
@@ -306,6 +313,10 @@ private:
         r_.out = aside;
         r_.out_end = aside + (out_end - out);
         pass<false>();
+        if (r_.way.begin >= aside && r_.way.begin < aside + sizeof aside) {
+            r_.way.begin = out + (r_.way.begin - aside);
+            r_.way.end = out + (r_.way.end - aside);
+        }
         r_.out = std::copy(aside, r_.out, out);
         r_.out_end = out_end;
     }
@@ -319,6 +330,7 @@ private:
         }
         next_block_ = r_.in + chunk_bytes; // what stops one will not stand alone
         const u32 slot = slot_, out_set = r_.out_set;
+        const last_way way = r_.way;
         u16 codes[block_codes + chunk_codes]; // vectors reach behind the last
         const auto left = static_cast<std::size_t>(r_.in_end - r_.in);
         const chunk_read read = reader_.read(r_.in, std::min(chunks_, left / chunk_bytes), codes);
@@ -329,6 +341,7 @@ private:
             next_block_ = r_.in_end;
             slot_ = slot;
             r_.out_set = out_set;
+            r_.way = way;
             return false;
         }
         const u8* const begin = r_.in;

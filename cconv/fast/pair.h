@@ -259,11 +259,19 @@ enum class stop : u8 { end, unknown, by_rules };
 
 inline constexpr u32 no_key = ~0U;
 
+// What was written last to make a set give codes their meaning: from where to where, and the state
+// before it.
+struct last_way {
+    u8 *begin, *end;
+    u32 state;
+};
+
 // A run over input and output, and how far it came.
 struct run {
     const u8 *in, *in_end;
     u8 *out, *out_end;   // what must stay free at the end is left out
     u32 in_set, out_set; // designated
+    last_way way;
     u32 characters;
     u32 more_codes;        // than characters, modulo 2^32
     u32 last, before_last; // keys of the last two characters; no_key where there is none

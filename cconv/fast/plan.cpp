@@ -92,10 +92,6 @@ block_form blocks_of(const session* s, const plan& p) {
     };
     switch (p.reader) {
     case reader::told:
-        if (p.eight_bits) {
-            return block_form::none;
-        }
-        [[fallthrough]];
     case reader::iso2022: return where(k.seven_bit_pairs != nullptr, block_form::entries);
     case reader::lead_bytes: return where(k.split_codes != nullptr, block_form::entries);
     default: break;

@@ -36,6 +36,7 @@ public:
     [[nodiscard]] bool is_ascii(const u8* p) const {
         return set_ == PVZAN_SET_ISO_646_IRV && *p < 0x80;
     }
+    static void took(const u8*, std::size_t) {}
     [[nodiscard]] u32 length(const u8* p, std::size_t left) const {
         const bool two = double_byte_ && !is_ascii_in_double_byte_text(*p);
         if (base_ == no_base || *p >= 0x80 || (two && (*p < ' ' || (left > 1 && p[1] >= 0x80)))) {

@@ -8,6 +8,8 @@
 #include "cconv/fast/readers.h"
 #include "cconv/rulefunc/iso2022.h"
 
+#include <algorithm>
+
 namespace fast {
 
 class told_reader {
@@ -28,9 +30,11 @@ public:
         base_ = number != no_set ? p_.plan.bases[number] : no_base;
         const bool two = set_ == nullptr || set_->width > 1;
         two_ = set_ != nullptr && two;
-        // What the set lacks and the first one has.
-        lines_ = (!two || told_.lines != line_reading::refuse) &&
-                 (told_.lines == line_reading::keep || told_.line.applied_to(state) == state);
+        // Of line breaks: whether they may stand here, and whether the state is another one behind.
+        const u32 behind = told_.lines == line_reading::keep ? state : told_.line.applied_to(state);
+        clears_ = behind != state;
+        lines_ = (told_.lines != line_reading::refuse || (!two && told_.line.holds_in(state))) &&
+                 shifted(behind) == shifted(state) && set_in(behind, shifted(behind)) == number;
         controls_ = !two;
     }
     [[nodiscard]] u32 designated() const { return state_; }
@@ -45,6 +49,14 @@ public:
         }
         designate(read.state);
         return read.length;
+    }
+
+    // Single bytes that were read.
+    void took(const u8* p, std::size_t n) {
+        const auto is_break = [](u8 byte) { return byte == '\n' || byte == '\r'; };
+        if (clears_ && std::any_of(p, p + n, is_break)) {
+            designate(told_.line.applied_to(state_));
+        }
     }
 
     [[nodiscard]] u32 length(const u8* p, std::size_t left) const {
@@ -65,8 +77,23 @@ public:
     }
 
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* codes) const {
-        const std::size_t n = p_.kernel->seven_bit_pairs(p, chunks, static_cast<u16>(base_), codes);
-        return {n, 2 * n};
+        if (!p_.plan.eight_bits) {
+            const std::size_t n =
+                p_.kernel->seven_bit_pairs(p, chunks, static_cast<u16>(base_), codes);
+            return {n, 2 * n};
+        }
+        constexpr std::size_t step = chunk_bytes / 2;
+        constexpr u16 first_pair = 0x1000; // below are single bytes
+        for (std::size_t at = 0; at < chunks * step; at += step) {
+            p_.kernel->copy_units(p + 2 * at, codes + at, std::endian::native != std::endian::big);
+            const std::span<const u16> read(codes + at, step);
+            const auto end = std::ranges::find_if(read, [](u16 code) { return code < first_pair; });
+            if (end != read.end()) {
+                const auto n = at + static_cast<std::size_t>(end - read.begin());
+                return {n, 2 * n};
+            }
+        }
+        return {chunks * step, chunks * chunk_bytes};
     }
     static const u8* behind(const u8* p, std::span<const u16> codes) {
         return p + 2 * codes.size();
@@ -82,7 +109,7 @@ private:
     const iso2022& told_;
     const graphic_set* set_ = nullptr; // shifted in
     u32 state_ = 0, base_ = no_base;
-    bool two_ = false, lines_ = false, controls_ = false;
+    bool two_ = false, lines_ = false, clears_ = false, controls_ = false;
 };
 
 } // namespace fast

@@ -85,11 +85,11 @@ enum class sequence_kind : u8 {
 struct control_sequence {
     sequence_kind kind;
     u8 length;
-    std::array<u8, 6> bytes;
+    std::array<u8, 4> bytes;
     u8 which;    // register
     u8 set;      // designation: its number
     u8 inside;   // holds only where this set is the one shifted in; 0: anywhere
-    bool header; // stands at the begin of every text that is not empty
+    bool header; // stands at the begin of every text that is not empty; one at most
     bool silent; // literal: for nothing
     u8 code;     // literal
     [[nodiscard]] constexpr std::span<const u8> sequence() const {

@@ -134,7 +134,9 @@ private:
             }
             const u32 byte = text_[begin + i];
             if ((byte & 0x80) < high || !set.may_be(byte - high, i)) {
-                const bool stands_alone = byte < ' ' || told_.opens_sequence(byte);
+                // Below 40, where no code of two bytes has a hole, EBCDIC has its control codes.
+                const bool controls = byte < '@' && byte != ' ';
+                const bool stands_alone = controls || told_.opens_sequence(byte);
                 const std::size_t length = begin + i + (stands_alone ? 0 : 1);
                 return invalid(std::max<std::size_t>(length, 1), begin + i + 1);
             }
@@ -342,8 +344,9 @@ private:
     const charset_group* group_;
     const iso2022& told_;
     u32 state_;
-    // Every header, a designation for each register, shifts and a code.
-    u8 bytes_[iso2022::most_sequences * 6 + 6 * (register_count + 3)];
+    // A header; before a line break a designation for each register, and a shift; before a code
+    // one of each.
+    u8 bytes_[4 * (1 + register_count + 1 + 2) + 2];
     std::size_t size_ = 0;
 };
 

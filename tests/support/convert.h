@@ -41,10 +41,10 @@ struct conversion {
     static pvzan_target_options big_endian_target();
 };
 
-// An output buffer that ends where memory ends.
+// A buffer in pages of its own: it ends, or begins, where memory does.
 class guarded_buffer {
 public:
-    explicit guarded_buffer(std::size_t size);
+    explicit guarded_buffer(std::size_t size, bool at_end = true);
     ~guarded_buffer();
     guarded_buffer(const guarded_buffer&) = delete;
     guarded_buffer& operator=(const guarded_buffer&) = delete;

@@ -59,7 +59,7 @@ std::string relative_hint(const pvzan_fault& fault) {
     return sound && character.size() == 1
                ? fmt::format("    hint: {} is {} in {}; -f {} reads it", hex_bytes(code),
                              character_text(character[0]), relative.shown, option)
-               : std::string();
+               : fmt::format("    hint: {} has it; -f {} reads it", relative.shown, option);
 }
 
 void append(std::string& list, const std::string& item) {
