@@ -34,8 +34,10 @@ for name in names:
     all_of_them = "\n".join(chr(c) for c in range(0xA0, 0x10000) if not 0xD800 <= c < 0xE000).encode()
     summary = pvzan("--json", "--similar", "-c", "-f", "utf-8", "-t", name, given=all_of_them).stderr.splitlines()[-1]
     used = [int(c[2:], 16) for c in json.loads(summary)["look_alikes"]]
-    if "2022" in name:
+    if katakana & set(used):
         done, used = done | katakana & set(used), sorted(set(used) - katakana)
+    if name == "GBK-web":  # which takes those of GB18030, and U+E5E5
+        used = [c for c in used if not 0xE000 <= c < 0xF900]
     if name == "GB18030":
         done, used = done | private & set(used), sorted(set(used) - private)
     written = pvzan("-q", "--similar", "-f", "utf-8", "-t", name, given="\n".join(map(chr, used)).encode()).stdout
