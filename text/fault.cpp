@@ -1,9 +1,9 @@
 // What is said about a fault. Found out when it is asked for: texts have more faults than anybody
 // reads about.
 #include "cconv/engine/step.h"
-#include "cconv/registry/iso2022.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/designations.h"
+#include "cconv/rulefunc/iso2022.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
 #include "text/converter.h"
@@ -132,6 +132,12 @@ bool relative_reads(pvzan_converter& c, charset_group* relative, const fault& f)
     session& s = c.work;
     charset_group* const group = s.srcGroup;
     rule_row* const rule = s.srcRule;
+    if (relative->codes != nullptr) {
+        const auto kind =
+            iso2022_read(relative, state_like(relative, group, s.srcShiftSet), {f.bytes, f.seen})
+                .kind;
+        return kind == scanned::code || kind == scanned::silent;
+    }
     const u32 number = s.srcGroupNo;
     s.srcGroup = relative;
     s.srcGroupNo = relative->groupNo;

@@ -56,10 +56,11 @@ std::string relative_hint(const pvzan_fault& fault) {
     bool sound = true;
     read_characters(code, relative, PVZAN_ORDER_BY_NAME, PVZAN_LAST, character,
                     [&](const pvzan_fault&) { return sound = false; });
-    return sound && character.size() == 1
-               ? fmt::format("    hint: {} is {} in {}; -f {} reads it", hex_bytes(code),
-                             character_text(character[0]), relative.shown, option)
-               : std::string();
+    // Behind a set switch bytes alone say nothing.
+    return !sound || character.size() != 1
+               ? fmt::format("    hint: {} reads it; -f {}", relative.shown, option)
+               : fmt::format("    hint: {} is {} in {}; -f {} reads it", hex_bytes(code),
+                             character_text(character[0]), relative.shown, option);
 }
 
 void append(std::string& list, const std::string& item) {
