@@ -247,13 +247,14 @@ typedef struct pvzan_open_options {
 /* What came through so far. */
 typedef struct pvzan_counts {
     uint32_t size, reserved;
-    uint64_t in, out;      /* bytes; in is behind the last character or fault that was dealt with */
-    uint64_t characters;   /* of the source, without faulty bytes */
-    uint64_t faults;       /* answered, or done inside */
-    uint64_t look_alikes;  /* written */
-    uint64_t composed;     /* characters written for a letter and its marks */
-    uint64_t private_use;  /* characters that mean what two parties have agreed upon */
-    uint64_t line, column; /* behind in, as a fault there would be told */
+    uint64_t in, out;     /* bytes; in is behind the last character or fault that was dealt with */
+    uint64_t characters;  /* of the source, without faulty bytes */
+    uint64_t faults;      /* answered, or done inside */
+    uint64_t look_alikes; /* written */
+    uint64_t composed;    /* characters written for a letter and its marks */
+    uint64_t private_use; /* characters that mean what two parties have agreed upon */
+    uint64_t line,
+        column; /* behind in, as a fault there would be told; 0 when the text has ended */
 } pvzan_counts;
 
 /* A charset's name and what it means. */

@@ -1,4 +1,6 @@
 // iconv(3) over the library, call by call beside the C library's own.
+#include "tests/support/child.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -130,41 +132,47 @@ const row rows[] = {
     {"UTF-8", "CP932", "E3818B E3829A", "0/3/ EILSEQ/0/\x82\xA9 ", "a mark might follow"},
 };
 
+// Whom to ask is settled once in a process.
 TEST_F(Iconv, AnswersAsTheCLibrary) {
-    setenv("PVZAN_ICONV", "all", 1);
-    for (const row& r : rows) {
-        const std::string wanted = run(c, r.from, r.to, r.calls);
-        EXPECT_NE(wanted, r.deliberate) << r.to << ": no longer a difference";
-        EXPECT_EQ(run(ours, r.from, r.to, r.calls), *r.deliberate != '\0' ? r.deliberate : wanted)
-            << r.from << " to " << r.to << ": " << r.calls << ' ' << r.why;
-    }
-    EXPECT_EQ(run(ours, "none", "UTF-8", ""), run(c, "none", "UTF-8", ""));
-    EXPECT_EQ(call(ours, reinterpret_cast<iconv_t>(-1), "a", 1).said, "EBADF");
-    EXPECT_EQ(ours.close(reinterpret_cast<iconv_t>(-1)), -1);
+    test::in_child([this] {
+        setenv("PVZAN_ICONV", "all", 1);
+        for (const row& r : rows) {
+            const std::string wanted = run(c, r.from, r.to, r.calls);
+            EXPECT_NE(wanted, r.deliberate) << r.to << ": no longer a difference";
+            EXPECT_EQ(run(ours, r.from, r.to, r.calls),
+                      *r.deliberate != '\0' ? r.deliberate : wanted)
+                << r.from << " to " << r.to << ": " << r.calls << ' ' << r.why;
+        }
+        EXPECT_EQ(run(ours, "none", "UTF-8", ""), run(c, "none", "UTF-8", ""));
+        EXPECT_EQ(call(ours, reinterpret_cast<iconv_t>(-1), "a", 1).said, "EBADF");
+        EXPECT_EQ(ours.close(reinterpret_cast<iconv_t>(-1)), -1);
+    });
 }
 
 // What the C library opens stays its own; what only we have is opened beside it, under the names
 // that it takes, too.
 TEST_F(Iconv, AsksTheCLibraryFirst) {
-    for (const row& r : rows) {
-        EXPECT_EQ(run(ours, r.from, r.to, r.calls), run(c, r.from, r.to, r.calls)) << r.to;
-    }
-    EXPECT_EQ(run(ours, "EUC-JIS-2004", "UTF-8", "A4F7 A4"), "0/2/か゚ EINVAL/0/ ");
-    std::istringstream names(
-        "UTF-16|UTF-32|UNICODE|UCS-2|UCS-4|WCHAR_T|U T F - 8|(utf8)|Shift.JIS||//|"
-        "//IGNORE|utf-8/IGNORE|UTF-8/x/y|UTF-8///|ISO-10646/UCS4/|sjis,x|none|"
-        "iso-10646/ucs4//IGNORE|/UTF-8|UTF-8//TRANSLIT//");
-    for (std::string name; std::getline(names, name, '|');) {
-        const char* const to = name.c_str();
-        const char *letter = "41 0:end 42", *letters = "4100000041000000 00000041";
-        EXPECT_EQ(run(ours, "EUC-JIS-2004", to, letter), run(c, "UTF-8", to, letter)) << to;
-        EXPECT_EQ(run(ours, to, "EUC-JIS-2004", letters), run(c, to, "EUC-JP", letters)) << to;
-    }
-    EXPECT_EQ(run(ours, "EUC-JIS-2004", std::string(200, 'x').c_str(), ""),
-              run(c, "none", "UTF-8", ""));
-    errno = ENOENT;
-    ours.close(ours.open("EUC-JIS-2004", "UTF-8"));
-    EXPECT_EQ(errno, ENOENT);
+    test::in_child([this] {
+        for (const row& r : rows) {
+            EXPECT_EQ(run(ours, r.from, r.to, r.calls), run(c, r.from, r.to, r.calls)) << r.to;
+        }
+        EXPECT_EQ(run(ours, "EUC-JIS-2004", "UTF-8", "A4F7 A4"), "0/2/か゚ EINVAL/0/ ");
+        std::istringstream names(
+            "UTF-16|UTF-32|UNICODE|UCS-2|UCS-4|WCHAR_T|U T F - 8|(utf8)|Shift.JIS||//|"
+            "//IGNORE|utf-8/IGNORE|UTF-8/x/y|UTF-8///|ISO-10646/UCS4/|sjis,x|none|"
+            "iso-10646/ucs4//IGNORE|/UTF-8|UTF-8//TRANSLIT//");
+        for (std::string name; std::getline(names, name, '|');) {
+            const char* const to = name.c_str();
+            const char *letter = "41 0:end 42", *letters = "4100000041000000 00000041";
+            EXPECT_EQ(run(ours, "EUC-JIS-2004", to, letter), run(c, "UTF-8", to, letter)) << to;
+            EXPECT_EQ(run(ours, to, "EUC-JIS-2004", letters), run(c, to, "EUC-JP", letters)) << to;
+        }
+        EXPECT_EQ(run(ours, "EUC-JIS-2004", std::string(200, 'x').c_str(), ""),
+                  run(c, "none", "UTF-8", ""));
+        errno = ENOENT;
+        ours.close(ours.open("EUC-JIS-2004", "UTF-8"));
+        EXPECT_EQ(errno, ENOENT);
+    });
 }
 
 // What comes of a text, cut into two pieces. A fault is stepped over byte by byte, as by mutt.

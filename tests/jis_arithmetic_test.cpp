@@ -4,8 +4,6 @@
 #include "tests/support/child.h"
 #include "tests/support/digest.h"
 
-#include <vector>
-
 namespace {
 
 // Rows of JIS X 0213 plane 2 behind each lead from F0 on: JIS X 0213:2004, annex 1, table 3.
@@ -61,7 +59,6 @@ TEST(JisArithmetic, OverAllCodes) {
                 ASSERT_TRUE(code <= 0xFF || f.convert(f.ignored | code) == converted) << f.name;
             }
         }
-        test::expect_recorded("codec_answers.tsv", answers);
     }
 }
 

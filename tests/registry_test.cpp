@@ -2,14 +2,7 @@
 #include "cconv/convert/lifecycle.h"
 #include "cconv/registry/registry.h"
 #include "platform/platform.h"
-
-#include <algorithm>
-#include <gtest/gtest.h>
-#include <limits>
-#include <memory>
-#include <random>
-#include <string>
-#include <vector>
+#include "tests/support/test.h"
 
 namespace {
 

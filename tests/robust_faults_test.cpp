@@ -6,12 +6,7 @@
 #include "platform/platform.h"
 #include "tests/support/child.h"
 #include "tests/support/convert.h"
-#include "tests/support/definitions.h"
-
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <memory>
+#include "tests/support/charset_directory.h"
 
 // ---- An allocator that fails when told to ------------------------------------------------------
 

@@ -3,19 +3,11 @@
 #include "cconv/rulefunc/rules.h"
 #include "tests/support/child.h"
 #include "tests/support/convert.h"
-#include "tests/support/definitions.h"
+#include "tests/support/charset_directory.h"
 #include "tests/support/linear_time.h"
 #include "tests/support/oracle.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <climits>
-#include <cstring>
-#include <filesystem>
-#include <random>
 #include <sys/mman.h>
-#include <vector>
 
 namespace {
 
@@ -134,6 +126,116 @@ std::string convert_on(session& s, u8* out, i32 capacity, std::size_t most_calls
     }
 }
 
+// With directories of their own, each in a process of its own, before this one settles the shipped
+// one.
+
+// Every rule with charsets that make no sense: no sets, sets of no bytes or of too many, tables
+// that map everything to 0.
+TEST(Termination, EveryCombinationEnds) {
+    test::in_child([] {
+        const test::temp_dir directory;
+        directory.write("zero.txt", test::widen("0 0\r\n41 0\r\nFF 0\r\n4142 0\r\n  ", 2, false));
+        directory.write("some.txt", test::widen("0 41\r\n41 42\r\n4142 E0001\r\n  ", 2, false));
+        const std::vector<test::set_definition> members[] = {
+            {},
+            {{"nothing", 0}},
+            {{"none", 0, "some.txt"}, {"two", 2, "some.txt"}},
+            {{"zero1", 1, "zero.txt"}, {"zero2", 2, "zero.txt"}},
+            {{"many", 65535}, {"five", 5, "some.txt"}, {"three", 3}},
+            {{"jis_x0213", 4}, {"iso-646irv", 0}, {"jis_x0208-1990", 1}},
+        };
+        std::vector<std::string> names;
+        for (std::size_t rule = 0; rule < std::size(ruleList); rule += 2) {
+            for (std::size_t i = 0; i < std::size(members); ++i) {
+                names.push_back("c" + std::to_string(rule) + "-" + std::to_string(i));
+                test::write_definition(directory, {names.back(), ruleList[rule + 1].name,
+                                                   ruleList[rule].name, members[i]});
+            }
+        }
+        ASSERT_EQ(ZAN_setCharsetPath(directory.path().c_str()), 1U);
+        random_numbers random(2);
+        session s{};
+        u8 output[64];
+        constexpr std::string_view likely = "\0A\x1B$B(\x8E\xF3\xA0\x80\x81\xFF\xFE\xD8\r\nA"sv;
+        std::string text(150, '\0');
+        for (const std::string& from : names) {
+            for (const std::string& to : names) {
+                for (char& c : text) {
+                    c = random() % 2 != 0 ? likely[random() % likely.size()]
+                                          : static_cast<char>(random());
+                }
+                open(s, from.c_str(), to.c_str(), random_options(random));
+                s.inBuf = reinterpret_cast<const u8*>(text.data());
+                s.inPos = 0;
+                s.inLen = static_cast<i32>(text.size());
+                s.status = random() % 40;
+                convert_on(s, output, static_cast<i32>(random() % sizeof output), 3000);
+                cconvTermConvert(&s);
+                ASSERT_FALSE(::testing::Test::HasFailure()) << from << " to " << to;
+            }
+        }
+    });
+}
+
+// Texts of nothing but what costs most.
+TEST(Termination, TheWorstTextsTakeLinearTime) {
+    test::in_child([] {
+        // The shipped charsets, and one that leaves language tags to their collector.
+        const test::temp_dir directory;
+        for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
+            std::filesystem::create_symlink(entry.path(),
+                                            directory.file(entry.path().filename().string()));
+        }
+        directory.write("letters.txt", test::widen("41 41\r\n42 42\r\n  ", 2, false));
+        test::write_definition(
+            directory, {"tagged", "constUTF-8", "destUTF-8", {{"letters", 1, "letters.txt"}}});
+        ASSERT_EQ(ZAN_setCharsetPath(directory.path().c_str()), 1U);
+        const std::string tag = "\xF3\xA0\x80\x81", letter = "\xF3\xA0\x81\xA1",
+                          cancel = "\xF3\xA0\x81\xBF";
+        const struct {
+            const char* from;
+            std::string unit, ending;
+        } cases[] = {
+            {"iso-2022-jp", "\x1B(B\x1B$B", "A"},
+            {"iso-2022-jp", "\x1B(BA\x1B$B!!", ""},
+            {"tagged", tag, cancel},
+            {"tagged", tag + letter, cancel},
+            {"tagged", tag, "\xE4\xB8\x80"},
+            {"tagged", tag, ""},
+            {"utf-8", "\xFE\xFF", ""},
+            {"utf-8", "A\xFE", "A"},
+            {"shift_jis", "\x80", ""},
+            {"euc-jp", "\x8F\xA1", ""},
+            {"gb18030", "\xFF", ""},
+            {"utf-8", "か", ""},
+            {"utf-8", "か゚", ""},
+        };
+        std::string text, output(std::size_t{1} << 22, '\0');
+        session s{};
+        for (const auto& c : cases) {
+            test::expect_linear_time(c.from + c.unit, [&](std::size_t bytes) {
+                text.clear();
+                while (text.size() < bytes) {
+                    text += c.unit;
+                }
+                text += c.ending;
+                return [&] {
+                    open(s, c.from, "iso-2022-jp", substituting());
+                    s.inBuf = reinterpret_cast<const u8*>(text.data());
+                    s.inPos = 0;
+                    s.inLen = static_cast<i32>(text.size());
+                    convert_on(s, reinterpret_cast<u8*>(output.data()),
+                               static_cast<i32>(output.size()), 5 * text.size());
+                    pvzan_detection_request request{};
+                    request.text = s.inBuf;
+                    request.textEnd = s.inLen;
+                    cconvChkEncode(&request);
+                };
+            });
+        }
+    });
+}
+
 TEST(Bounds, BothBuffersAreFencedAtEverySize) {
     test::use_shipped_charsets();
     const fenced_memory in, out;
@@ -246,111 +348,6 @@ TEST(Bounds, PositionsAreInput) {
         request.textPos = h.pos;
         request.textEnd = h.len;
         cconvChkEncode(&request); // touches no fence
-    }
-}
-
-// Every rule with charsets that make no sense: no sets, sets of no bytes or of too many, tables
-// that map everything to 0.
-TEST(Termination, EveryCombinationEnds) {
-    test::in_child([] {
-        const test::temp_dir directory;
-        directory.write("zero.txt", test::widen("0 0\r\n41 0\r\nFF 0\r\n4142 0\r\n  ", 2, false));
-        directory.write("some.txt", test::widen("0 41\r\n41 42\r\n4142 E0001\r\n  ", 2, false));
-        const std::vector<test::set_definition> members[] = {
-            {},
-            {{"nothing", 0}},
-            {{"none", 0, "some.txt"}, {"two", 2, "some.txt"}},
-            {{"zero1", 1, "zero.txt"}, {"zero2", 2, "zero.txt"}},
-            {{"many", 65535}, {"five", 5, "some.txt"}, {"three", 3}},
-            {{"jis_x0213", 4}, {"iso-646irv", 0}, {"jis_x0208-1990", 1}},
-        };
-        std::vector<std::string> names;
-        for (std::size_t rule = 0; rule < std::size(ruleList); rule += 2) {
-            for (std::size_t i = 0; i < std::size(members); ++i) {
-                names.push_back("c" + std::to_string(rule) + "-" + std::to_string(i));
-                test::write_definition(directory, {names.back(), ruleList[rule + 1].name,
-                                                   ruleList[rule].name, members[i]});
-            }
-        }
-        ASSERT_EQ(ZAN_setCharsetPath(directory.path().c_str()), 1U);
-        random_numbers random(2);
-        session s{};
-        u8 output[64];
-        constexpr std::string_view likely = "\0A\x1B$B(\x8E\xF3\xA0\x80\x81\xFF\xFE\xD8\r\nA"sv;
-        std::string text(150, '\0');
-        for (const std::string& from : names) {
-            for (const std::string& to : names) {
-                for (char& c : text) {
-                    c = random() % 2 != 0 ? likely[random() % likely.size()]
-                                          : static_cast<char>(random());
-                }
-                open(s, from.c_str(), to.c_str(), random_options(random));
-                s.inBuf = reinterpret_cast<const u8*>(text.data());
-                s.inPos = 0;
-                s.inLen = static_cast<i32>(text.size());
-                s.status = random() % 40;
-                convert_on(s, output, static_cast<i32>(random() % sizeof output), 3000);
-                cconvTermConvert(&s);
-                ASSERT_FALSE(::testing::Test::HasFailure()) << from << " to " << to;
-            }
-        }
-    });
-}
-
-// Texts of nothing but what costs most.
-TEST(Termination, TheWorstTextsTakeLinearTime) {
-    // The shipped charsets, and one that leaves language tags to their collector.
-    const test::temp_dir directory;
-    for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
-        std::filesystem::create_symlink(entry.path(),
-                                        directory.file(entry.path().filename().string()));
-    }
-    directory.write("letters.txt", test::widen("41 41\r\n42 42\r\n  ", 2, false));
-    test::write_definition(directory,
-                           {"tagged", "constUTF-8", "destUTF-8", {{"letters", 1, "letters.txt"}}});
-    ASSERT_EQ(ZAN_setCharsetPath(directory.path().c_str()), 1U);
-    const std::string tag = "\xF3\xA0\x80\x81", letter = "\xF3\xA0\x81\xA1",
-                      cancel = "\xF3\xA0\x81\xBF";
-    const struct {
-        const char* from;
-        std::string unit, ending;
-    } cases[] = {
-        {"iso-2022-jp", "\x1B(B\x1B$B", "A"},
-        {"iso-2022-jp", "\x1B(BA\x1B$B!!", ""},
-        {"tagged", tag, cancel},
-        {"tagged", tag + letter, cancel},
-        {"tagged", tag, "\xE4\xB8\x80"},
-        {"tagged", tag, ""},
-        {"utf-8", "\xFE\xFF", ""},
-        {"utf-8", "A\xFE", "A"},
-        {"shift_jis", "\x80", ""},
-        {"euc-jp", "\x8F\xA1", ""},
-        {"gb18030", "\xFF", ""},
-        {"utf-8", "か", ""},
-        {"utf-8", "か゚", ""},
-    };
-    std::string text, output(std::size_t{1} << 22, '\0');
-    session s{};
-    for (const auto& c : cases) {
-        test::expect_linear_time(c.from + c.unit, [&](std::size_t bytes) {
-            text.clear();
-            while (text.size() < bytes) {
-                text += c.unit;
-            }
-            text += c.ending;
-            return [&] {
-                open(s, c.from, "iso-2022-jp", substituting());
-                s.inBuf = reinterpret_cast<const u8*>(text.data());
-                s.inPos = 0;
-                s.inLen = static_cast<i32>(text.size());
-                convert_on(s, reinterpret_cast<u8*>(output.data()), static_cast<i32>(output.size()),
-                           5 * text.size());
-                pvzan_detection_request request{};
-                request.text = s.inBuf;
-                request.textEnd = s.inLen;
-                cconvChkEncode(&request);
-            };
-        });
     }
 }
 

@@ -1,5 +1,6 @@
 // Strict conversion by the handle of pvzan_text.h.
-#include "pvzan_text.h"
+#include "tests/support/linear_time.h"
+#include "tests/support/loops.h"
 #include "tests/support/text.h"
 
 #include <cstdio>
@@ -10,7 +11,14 @@
 #include <thread>
 #include <vector>
 
-extern "C" int convert_stream(FILE* source, FILE* target, const char* from, const char* to);
+thread_local FILE *loop_in, *loop_out;
+
+size_t need_input(unsigned char* in, size_t size) {
+    return std::fread(in, 1, size, loop_in);
+}
+void take_output(const unsigned char* out, int32_t size) {
+    std::fwrite(out, 1, static_cast<size_t>(size), loop_out);
+}
 
 namespace {
 
@@ -175,6 +183,26 @@ TEST(Text, IsTheSameInAnyPiecesAndAnyRoom) {
         pvzan_close(inside);
         pvzan_close(second);
     }
+}
+
+TEST(Text, TellsFaultsInLinearTime) {
+    expect_linear_time("faults that are told", [](std::size_t bytes) {
+        std::string text;
+        while (text.size() < bytes) {
+            text += "\x93\xFA\xFF";
+        }
+        return [text] {
+            std::vector<std::uint8_t> room(2 * text.size());
+            const auto* in = reinterpret_cast<const std::uint8_t*>(text.data());
+            std::uint8_t* out = room.data();
+            std::size_t left = text.size(), free = room.size();
+            pvzan_converter* c = conversion{"shift_jis", "utf-8"}.open();
+            while (pvzan_feed(c, &in, &left, &out, &free, PVZAN_LAST) == PVZAN_FEED_FAULT) {
+                pvzan_answer(c, PVZAN_DROP, nullptr, nullptr, &out, &free);
+            }
+            pvzan_close(c);
+        };
+    });
 }
 
 // What iconv(3) takes we take, and nothing else.
@@ -466,23 +494,28 @@ TEST(Text, KnowsNames) {
     }
 }
 
-// The example of the header, compiled as C99; on several threads at once.
-TEST(Text, RunsTheLoopOfTheHeader) {
+// The examples of the headers, on several threads at once.
+TEST(Text, RunsTheLoopsOfTheHeaders) {
     use_shipped_charsets();
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([] {
-            FILE *in = std::tmpfile(), *out = std::tmpfile();
-            const std::string text = std::string(70000, 'a') + "\x82\xA0\xFF";
-            std::fwrite(text.data(), 1, text.size(), in);
-            std::rewind(in);
-            EXPECT_EQ(convert_stream(in, out, "shift_jis", "utf-8"), 0);
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([i] {
+            loop_in = std::tmpfile();
+            loop_out = std::tmpfile();
+            const bool strict = i % 2 == 0;
+            const std::string sound(70001, static_cast<char>('a' + i)),
+                text = sound + "\x82\xA0\xFF";
+            std::fwrite(text.data(), 1, text.size(), loop_in);
+            std::rewind(loop_in);
+            EXPECT_EQ(strict ? convert_file(loop_in, loop_out, "shift_jis", "utf-8")
+                             : convert_session("shift_jis", "utf-8"),
+                      strict ? 0 : 1);
             std::string result(80000, '\0');
-            std::rewind(out);
-            result.resize(std::fread(result.data(), 1, result.size(), out));
-            EXPECT_EQ(result, std::string(70000, 'a') + "あ\uFFFD");
-            std::fclose(in);
-            std::fclose(out);
+            std::rewind(loop_out);
+            result.resize(std::fread(result.data(), 1, result.size(), loop_out));
+            EXPECT_EQ(result, sound + (strict ? "あ\uFFFD" : "あ"));
+            std::fclose(loop_in);
+            std::fclose(loop_out);
         });
     }
     for (std::thread& thread : threads) {

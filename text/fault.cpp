@@ -128,67 +128,42 @@ blame blame_code(pvzan_converter& c, const fault& f) {
 
 // ---- A charset that has it ---------------------------------------------------------------------
 
-bool relative_reads(pvzan_converter& c, charset_group* relative, const fault& f) {
-    session& s = c.work;
-    charset_group* const group = s.srcGroup;
-    rule_row* const rule = s.srcRule;
-    if (relative->codes != nullptr) {
-        const auto kind =
-            iso2022_read(relative, state_like(relative, group, s.srcShiftSet), {f.bytes, f.seen})
-                .kind;
-        return kind == scanned::code || kind == scanned::silent;
+// Whether bytes that c lacks are something to the other; in text with designations, behind the one
+// for two bytes where c was there.
+bool reads_them(pvzan_converter& other, const pvzan_converter& c, const fault& f) {
+    u8 bytes[to_jisx0208.length + sizeof f.bytes];
+    std::size_t size = 0;
+    if (has_states(other) && has_states(c) && f.bytes[0] != escape_byte && f.length > 1) {
+        size = to_jisx0208.length;
+        std::ranges::copy(to_jisx0208.sequence(), bytes);
     }
-    const u32 number = s.srcGroupNo;
-    s.srcGroup = relative;
-    s.srcGroupNo = relative->groupNo;
-    s.srcRule = TheRule(relative->destRule);
-    const bool reads =
-        s.srcRule != nullptr && may_be_character(s, {f.bytes, f.seen}) && s.status == PVZAN_DECODED;
-    s.srcGroup = group;
-    s.srcGroupNo = number;
-    s.srcRule = rule;
-    return reads;
+    std::copy_n(f.bytes, f.seen, bytes + size);
+    for (view text{bytes, size + f.seen, true, true}; text.size > 0;) {
+        const reading_result next = read(other, text);
+        if (next.kind != reading_result::silent) {
+            return next.kind == reading_result::whole && next.bytes == text.size;
+        }
+        other.work.srcShiftSet = next.c.letter;
+        text = text.behind(next.bytes);
+    }
+    return true;
 }
 
-bool relative_writes(pvzan_converter& c, charset_group* relative, const fault& f) {
-    session& s = c.work;
-    charset_group* const group = s.dstGroup;
-    rule_row* const rule = s.dstRule;
-    const u32 number = s.dstGroupNo;
-    s.dstGroup = relative;
-    s.dstGroupNo = relative->groupNo;
-    s.dstRule = TheRule(relative->constRule);
-    const bool writes = s.dstRule != nullptr && can_write(c, f.missing);
-    s.dstGroup = group;
-    s.dstGroupNo = number;
-    s.dstRule = rule;
-    std::memset(c.sound, 0, sizeof c.sound);
-    return writes;
-}
-
-// The first relative that has what is missing.
-void tell_relative(pvzan_converter& c, const fault& f, pvzan_fault& told) {
+// The first relative that has what the charset lacks is asked in a conversion of its own.
+void tell_relative(const pvzan_converter& c, const fault& f, pvzan_fault& told) {
     // A control code of the upper half is where a relative has a character.
     const bool control = is_in(f.missing.letter, 0x80, 0x9F) && !is_unicode(c.from);
-    const bool reading =
-        f.kind == PVZAN_FAULT_INVALID || (f.kind == PVZAN_FAULT_MISSING && control);
-    if (!reading && f.kind != PVZAN_FAULT_MISSING) {
+    const bool reads = f.kind == PVZAN_FAULT_INVALID || (f.kind == PVZAN_FAULT_MISSING && control);
+    if (!reads && f.kind != PVZAN_FAULT_MISSING) {
         return;
     }
     char name[64];
-    for (std::size_t i = 0; relative_of(reading ? c.from.charset : c.to.charset, i, name); ++i) {
-        charset_group* const relative = find_group(name);
-        if (relative == nullptr) {
-            continue;
-        }
-        for (basic_set* set : member_sets(relative)) {
-            if (set->setType != PVZAN_SET_USER_DEFINED) {
-                loadTableFile(set->decodeTable);
-                loadTableFile(set->encodeTable);
-            }
-        }
-        if (reading ? relative_reads(c, relative, f) : relative_writes(c, relative, f)) {
-            shown_name(name, told.relative);
+    for (std::size_t i = 0; relative_of(reads ? c.from.charset : c.to.charset, i, name); ++i) {
+        pvzan_converter other;
+        other.how = {};
+        if (prepare(other, reads ? name : "utf-8", reads ? "utf-8" : name, nullptr) &&
+            (reads ? reads_them(other, c, f) : can_write(other, f.missing))) {
+            copy_text(told.relative, (reads ? other.from : other.to).shown);
             return;
         }
     }

@@ -113,6 +113,7 @@ void pvzan_count(const pvzan_converter* converter, pvzan_counts* counts) {
         return;
     }
     const standing& now = converter->now;
+    const bool ended = now.now == stage::ended;
     fill_record(*counts, {.size = sizeof *counts,
                           .reserved = 0,
                           .in = now.at.offset,
@@ -122,8 +123,8 @@ void pvzan_count(const pvzan_converter* converter, pvzan_counts* counts) {
                           .look_alikes = now.look_alikes,
                           .composed = now.composed,
                           .private_use = now.private_use,
-                          .line = now.at.line,
-                          .column = now.at.column});
+                          .line = ended ? 0 : now.at.line,
+                          .column = ended ? 0 : now.at.column});
 }
 
 size_t pvzan_most(const pvzan_converter* converter, size_t in_size) {

@@ -44,7 +44,7 @@ _MISSING, _OTHER_BACK = 3, 4
 _DONE, _MORE_ROOM, _FAULT = 0, 2, 3
 _PART, _LAST, _FLUSH = 0, 1, 2
 _NO_DIRECTORY, _NO_MEMORY = 1, 5
-_LEAVE_INPUT = 16
+_LEAVE_INPUT, _OFFSETS_ALONE = 16, 64
 _UTF_8, _UNICODE = 1, {2: "utf-16", 3: "utf-16", 4: "utf-32"}
 _PREFIX, _NATIVE = "pvzan:", "le" if sys.byteorder == "little" else "be"
 _UTF16, _UTF32 = f"utf-16{_NATIVE}", f"utf-32{_NATIVE}"
@@ -127,7 +127,7 @@ def charset_directory():
 
 def _open(source, target):
     """The address of a converter, in whose input faults stay."""
-    options, error = _options(flags=_LEAVE_INPUT), _error()
+    options, error = _options(flags=_LEAVE_INPUT | _OFFSETS_ALONE), _error()
     opened = _library().open(source.encode(), target.encode(), ctypes.byref(options), ctypes.byref(error))
     if not opened:
         kind = PvzanError if error.code in (_NO_DIRECTORY, _NO_MEMORY) else LookupError

@@ -134,7 +134,9 @@ private:
             }
             const u32 byte = text_[begin + i];
             if ((byte & 0x80) < high || !set.may_be(byte - high, i)) {
-                const bool stands_alone = byte < ' ' || told_.opens_sequence(byte);
+                // Below 40, where no code of two bytes has a hole, EBCDIC has its control codes.
+                const bool controls = byte < '@' && byte != ' ';
+                const bool stands_alone = controls || told_.opens_sequence(byte);
                 const std::size_t length = begin + i + (stands_alone ? 0 : 1);
                 return invalid(std::max<std::size_t>(length, 1), begin + i + 1);
             }
@@ -388,26 +390,6 @@ bool find_way(const charset_group* group, u32 state, u32 set, iso2022_way& way) 
         way.bytes = way.bytes << 8 | w.bytes()[i - 1];
     }
     return true;
-}
-
-u32 state_like(const charset_group* relative, const charset_group* other, u32 state) {
-    const iso2022& codes = *relative->codes;
-    u32 setNo = state; // of rules without such a definition
-    if (other->codes != nullptr) {
-        const u32 number =
-            set_in(other->codes->state_of(state), shifted(other->codes->state_of(state)));
-        const basic_set* first =
-            number != no_set ? member_of(other, other->codes->set(number).members[0]) : nullptr;
-        setNo = first != nullptr ? first->setNo : 0;
-    }
-    for (const control_sequence& s : codes.sequences()) {
-        const graphic_set* set = s.kind == sequence_kind::designation ? &codes.set(s.set) : nullptr;
-        const auto is_it = [&](u8 place) { return member_of(relative, place)->setNo == setNo; };
-        if (set != nullptr && std::ranges::any_of(set->member_places(), is_it)) {
-            return with_shift(with_set(codes.initial, s.which, s.set), s.which);
-        }
-    }
-    return codes.initial;
 }
 
 u32 set_at_hand(const iso2022& codes, u32 state) {

@@ -24,9 +24,5 @@ bool find_way(const charset_group* group, u32 state, u32 set, iso2022_way& way);
 // The set that needs no way in that state; none where one is due all the same.
 u32 set_at_hand(const iso2022& codes, u32 state);
 
-// The state of a relative in which the set that is shifted in has the characters of a set that text
-// of another charset had designated; the initial one where it has none.
-u32 state_like(const charset_group* relative, const charset_group* other, u32 state);
-
 // What the text, which is not empty, begins with.
 iso2022_reading iso2022_read(const charset_group* group, u32 state, std::span<const u8> text);

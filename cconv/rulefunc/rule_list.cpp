@@ -8,11 +8,11 @@
 namespace {
 
 constexpr const codec_traits* codecs[] = {
-    &same_traits,           &oasys_win_traits,   &oasys_online_traits,     &shift_jis_traits,
-    &shift_jis_2004_traits, &windows31j_traits,  &euc_jp_traits,           &euc_jis_2004_traits,
-    &euc_jp_fix_traits,     &iso_2022_jp_traits, &iso_2022_jp_2004_traits, &iso_2022_traits,
-    &utf_7_traits,          &utf_8_traits,       &utf_16_traits,           &ucs_4_traits,
-    &ucs_2_traits,
+    &same_traits,         &double_byte_traits,    &oasys_win_traits,   &oasys_online_traits,
+    &shift_jis_traits,    &shift_jis_2004_traits, &windows31j_traits,  &euc_jp_traits,
+    &euc_jis_2004_traits, &euc_jp_fix_traits,     &iso_2022_jp_traits, &iso_2022_jp_2004_traits,
+    &iso_2022_traits,     &utf_7_traits,          &utf_8_traits,       &utf_16_traits,
+    &ucs_4_traits,        &ucs_2_traits,
 };
 
 const codec_traits* find(rule_function rule, rule_function codec_traits::*direction) {
@@ -26,6 +26,7 @@ const codec_traits* find(rule_function rule, rule_function codec_traits::*direct
 
 // The rules that came behind the fixed list.
 rule_row further_rules[] = {
+    {"constDOUBLE-BYTE", constDOUBLE_BYTE},
     {"destISO-2022", destISO_2022},
     {"constISO-2022", constISO_2022},
     {"destUTF-7", destUTF_7},

@@ -35,6 +35,7 @@ PVZAN_API u32 dstUCS4(session* s, put_function putFunc);
 // same.cpp, oasys.cpp
 PVZAN_API u32 destSAME(session* s);
 PVZAN_API u32 constSAME(session* s);
+PVZAN_API u32 constDOUBLE_BYTE(session* s);
 PVZAN_API u32 destOASYS_WIN(session* s);
 PVZAN_API u32 constOASYS_WIN(session* s);
 PVZAN_API u32 destOASYS_ONLINE(session* s);

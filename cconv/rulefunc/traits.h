@@ -65,10 +65,10 @@ struct codec_traits {
     unicode_form form = unicode_form::none;
 };
 
-extern const codec_traits same_traits, oasys_win_traits, oasys_online_traits, shift_jis_traits,
-    shift_jis_2004_traits, windows31j_traits, euc_jp_traits, euc_jis_2004_traits, euc_jp_fix_traits,
-    iso_2022_jp_traits, iso_2022_jp_2004_traits, iso_2022_traits, utf_7_traits, utf_8_traits,
-    utf_16_traits, ucs_4_traits, ucs_2_traits;
+extern const codec_traits same_traits, double_byte_traits, oasys_win_traits, oasys_online_traits,
+    shift_jis_traits, shift_jis_2004_traits, windows31j_traits, euc_jp_traits, euc_jis_2004_traits,
+    euc_jp_fix_traits, iso_2022_jp_traits, iso_2022_jp_2004_traits, iso_2022_traits, utf_7_traits,
+    utf_8_traits, utf_16_traits, ucs_4_traits, ucs_2_traits;
 
 // Of the codec with that rule; null when none is known.
 const codec_traits* traits_of_decoder(rule_function decode);

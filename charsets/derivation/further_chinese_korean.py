@@ -2,7 +2,7 @@
 
 from derivation.chinese_korean import four_bytes, two_bytes
 from derivation.cross_check import UnexpectedDifference, cross_check, expect_count
-from derivation.further_japanese import never, read_all, split_repeated
+from derivation.further_japanese import as_character, never, read_all, split_repeated
 from derivation.japanese import extra
 from derivation.sources import Charmap, Iconv, Perl, Python
 from derivation.table_text import Grid, Table
@@ -32,6 +32,13 @@ def ks_x_1001():
     # A2E8 came with the edition of 2002. Python joins letters behind A4D4 and so reads none alone.
     yield euc("ks_x1001", "KS X 1001:2002, as in EUC", "EUC-KR", 8227,
               {"euc-kr": {0xA2E8: None}, "euc_kr": {0xA2E8: None, 0xA4D4: None}})
+
+
+# --- GBK of the web ----------------------------------------------------------------------------------------------------
+
+def gbk_web():
+    yield Table("gbk-web", "What the web reads otherwise than GB18030", "A3 A0", {}, read_only={0xA3A0: 0x3000},
+                origin="Decided here (README.md): the one code that browsers read as a space.")
 
 
 # --- Johab -------------------------------------------------------------------------------------------------------------
@@ -96,10 +103,6 @@ BIG5_OTHER_READINGS = {0xA145: 0x2027, 0xA14E: 0xFE51, 0xA1C2: 0xAF, 0xA1E3: 0xF
 BOXES_WRITTEN = (0xF9E9, 0xF9EA, 0xF9EB, 0xF9F9, 0xF9FA, 0xF9FB, 0xF9FC, 0xF9FD)
 # What was in HKSCS before 2008: Python has the edition of 2004.
 FIRST_OF_2008, LAST_OF_2008 = 0x877A, 0x87DF
-
-
-def as_character(text):
-    return ord(text) if len(text) == 1 else tuple(map(ord, text))
 
 
 def hkscs():
@@ -175,6 +178,7 @@ in the derivation.""")
 def tables():
     yield from gb2312()
     yield from ks_x_1001()
+    yield from gbk_web()
     yield from johab()
     yield from euc_tw()
     mapping = hkscs()

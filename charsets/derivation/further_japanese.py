@@ -2,8 +2,8 @@
 IBM's code page 943."""
 
 from derivation.cross_check import UnexpectedDifference, cross_check, expect_count
-from derivation.japanese import JIS_GRID, JIS_READINGS, extra, two_bytes
-from derivation.sources import Iconv
+from derivation.japanese import JIS_GRID, JIS_READINGS, MICROSOFT_GRID, extra, shift_jis_to_row_cell, two_bytes
+from derivation.sources import Iconv, Perl
 from derivation.table_text import Grid, Table
 
 SINGLE_SHIFT_3 = 0x8F0000
@@ -99,8 +99,6 @@ CP943_DECODE_ONLY = {0x7C7C: 0xA6}
 
 
 def cp943_tables(base):
-    from derivation.japanese import MICROSOFT_GRID, shift_jis_to_row_cell
-
     parts = ("jis_x0208-1990", "nec_extset", "ibm_extset", "windows31j-usr")
     whole = {code: scalar for part in parts for code, scalar in base[part].items()}
     whole |= CP943_READINGS | CP943_DECODE_ONLY
@@ -111,6 +109,44 @@ def cp943_tables(base):
 Decided by iconv IBM943, which agrees with everything else in the tables of code page 932.""")
 
 
+# --- The Macintosh -----------------------------------------------------------------------------------------------------
+
+MAC_SINGLE = {0x5C: 0xA5, 0x80: 0x5C, 0xA0: 0xA0, 0xFD: 0xA9, 0xFE: 0x2122, 0xFF: (0x2026, 0xF87F)}
+
+
+def as_character(text):
+    return ord(text) if len(text) == 1 else tuple(map(ord, text))
+
+
+def mac_tables(base):
+    codes = list(MICROSOFT_GRID.codes())
+    single = [bytes([code]) for code in range(0x100)]
+    perl = Perl("MacJapanese", [*map(two_bytes, codes), *single])
+    texts = {shift_jis_to_row_cell(code): perl.text(two_bytes(code)) for code in codes}
+    mapping = {code: as_character(text) for code, text in texts.items() if text is not None}
+    expect_count("macjapanese", mapping, 7192)
+    jis = base["jis_x0208-1990"]
+    if {code: mapping.get(code) for code in jis} != jis | JIS_READINGS | {0x213D: 0x2014}:
+        raise UnexpectedDifference("the Macintosh has another JIS X 0208")
+    mapping = {code: character for code, character in mapping.items() if jis.get(code) != character}
+    # Codes for three scalars and more, a hint of the Macintosh before them: there is no room for these.
+    longer = [code for code, character in mapping.items() if isinstance(character, tuple) and len(character) > 2]
+    expect_count("macjapanese, three scalars or more", longer, 12)
+    for code in longer:
+        del mapping[code]
+    expect_count("macjapanese, besides JIS X 0208", mapping, 308)
+    yield Table("macjapanese", "What the Macintosh has besides JIS X 0208, or reads otherwise, as row and cell", JIS_GRID,
+                mapping, origin="""
+Perl MacJapanese, but for twelve codes that are three scalars or more.""")
+    one_byte = {code: code for code in range(0x80)} | base["jis_x0201kana"] | MAC_SINGLE
+    said = {code: perl.text(bytes([code])) for code in one_byte if code != 0x7F}
+    if any(as_character(text) != one_byte[code] for code, text in said.items()):
+        raise UnexpectedDifference("the single bytes of the Macintosh are others")
+    yield Table("macjapanese-single", "The single bytes of the Macintosh in Japanese", "00-80,A0-DF,FD-FF", one_byte,
+                origin="JIS X 0201 and six codes; checked against Perl MacJapanese, which lacks 7F.")
+
+
 def tables(base):
     yield from euc_tables(base)
     yield from cp943_tables(base)
+    yield from mac_tables(base)

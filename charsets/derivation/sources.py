@@ -79,7 +79,7 @@ class Perl:
             chomp $line;
             my $bytes = pack("H*", $line);
             my $text = eval { $codec->decode($bytes, Encode::FB_CROAK) };
-            print defined $text && length($text) == 1 ? sprintf("%X", ord $text) : "-", "\n";
+            print defined $text && length $text ? join("+", map { sprintf "%X", ord } split //, $text) : "-", "\n";
         }
     """
 
@@ -91,11 +91,14 @@ class Perl:
                                     stdout=subprocess.PIPE, check=True).stdout.decode().split()
         except (OSError, subprocess.CalledProcessError) as error:
             raise SourceMissing(self.name) from error
-        self._scalars = {code_bytes: None if word == "-" else int(word, 16)
-                         for code_bytes, word in zip(all_bytes, answer, strict=True)}
+        self._texts = {code_bytes: None if word == "-" else "".join(chr(int(scalar, 16)) for scalar in word.split("+"))
+                       for code_bytes, word in zip(all_bytes, answer, strict=True)}
+
+    def text(self, code_bytes):
+        return self._texts[code_bytes]
 
     def __call__(self, code_bytes):
-        return self._scalars[code_bytes]
+        return single_scalar(self.text(code_bytes))
 
 
 class Icu:

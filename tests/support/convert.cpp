@@ -1,6 +1,5 @@
 #include "tests/support/convert.h"
 
-#include <cstdlib>
 #include <new>
 #include <sys/mman.h>
 #include <unistd.h>

@@ -1,21 +1,8 @@
 // Runs a conversion in every way a caller might, and expects the same of all.
 #pragma once
 
-#include "pvzan.h"
 #include "tests/support/oracle.h"
 #include "tests/support/text.h"
-
-#include <algorithm>
-#include <cstdint>
-#include <cstring>
-#include <gtest/gtest.h>
-#include <memory>
-#include <optional>
-#include <random>
-#include <span>
-#include <string>
-#include <string_view>
-#include <vector>
 
 namespace test {
 

@@ -56,11 +56,10 @@ std::string relative_hint(const pvzan_fault& fault) {
     bool sound = true;
     read_characters(code, relative, PVZAN_ORDER_BY_NAME, PVZAN_LAST, character,
                     [&](const pvzan_fault&) { return sound = false; });
-    // Behind a set switch bytes alone say nothing.
-    return !sound || character.size() != 1
-               ? fmt::format("    hint: {} reads it; -f {}", relative.shown, option)
-               : fmt::format("    hint: {} is {} in {}; -f {} reads it", hex_bytes(code),
-                             character_text(character[0]), relative.shown, option);
+    return sound && character.size() == 1
+               ? fmt::format("    hint: {} is {} in {}; -f {} reads it", hex_bytes(code),
+                             character_text(character[0]), relative.shown, option)
+               : fmt::format("    hint: {} has it; -f {} reads it", relative.shown, option);
 }
 
 void append(std::string& list, const std::string& item) {
@@ -177,7 +176,7 @@ void file_report::tell_json(const problem& p) {
         line += fmt::format(",\"char\":\"{}{}\"", code_point(fault.scalars[0]),
                             fault.scalars_count > 1 ? " " + code_point(fault.scalars[1]) : "");
     }
-    line += fmt::format(",\"bytes\":\"{}\"", hex_bytes(p.blamed(), ""));
+    line += fmt::format(",\"bytes\":\"{}\"", hex_bytes(p.bytes(), ""));
     if (one_way) {
         const bytes_view back = bytes_view(fault.back_bytes).first(fault.back_bytes_count);
         line += fmt::format(",\"again\":\"{}\"",
