@@ -1,9 +1,9 @@
 // What is said about a fault. Found out when it is asked for: texts have more faults than anybody
 // reads about.
 #include "cconv/engine/step.h"
-#include "cconv/registry/iso2022.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/designations.h"
+#include "cconv/rulefunc/iso2022.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
 #include "text/converter.h"

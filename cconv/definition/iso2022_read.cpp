@@ -411,10 +411,7 @@ private:
     }
 
     [[nodiscard]] bool can_hold(u32 which, u32 set) const {
-        return set_in(out_.initial, which) == set ||
-               std::ranges::any_of(out_.sequences(), [=](const control_sequence& s) {
-                   return s.kind == sequence_kind::designation && s.which == which && s.set == set;
-               });
+        return set_in(out_.initial, which) == set || designates(which, set);
     }
     [[nodiscard]] bool can_shift(u32 which) const {
         bool shifts = false, there = false;
@@ -471,11 +468,7 @@ private:
     }
     bool sets_can_be_used() {
         for (u32 set = 1; set <= out_.set_count; ++set) {
-            bool used = false;
-            for (u32 which = 0; which < register_count; ++which) {
-                used = used || can_hold(which, set);
-            }
-            if (!used) {
+            if (!can_hold(0, set) && !can_hold(1, set) && !can_hold(2, set) && !can_hold(3, set)) {
                 return fail("%s is never in a register", out_.set(set).name);
             }
         }
