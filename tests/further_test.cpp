@@ -7,19 +7,10 @@
 
 #include "pvzan_text.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <barrier>
-#include <filesystem>
-#include <functional>
-#include <map>
-#include <random>
-#include <string>
 #include <sys/inotify.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 

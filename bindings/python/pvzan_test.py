@@ -12,7 +12,7 @@ import unittest
 if sys.argv.pop(1) == "ctypes":
     sys.modules["_pvzan"] = None
 else:
-    import _pvzan  # which pvzan would do without
+    __import__("_pvzan")  # which pvzan would do without
 
 import pvzan
 

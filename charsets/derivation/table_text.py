@@ -72,6 +72,7 @@ class Table:
     def _runs(self, pairs):
         """Yields (first code, last code, first scalar) with neighbours joined where they are linear."""
         first = last = scalar = None
+        count = 0
         for code, value in pairs:
             if (first is not None and isinstance(value, int) and self.linear(value)
                     and isinstance(scalar, int) and self.linear(scalar) and self.grid.following(last) == code

@@ -36,7 +36,7 @@ def in_zsh(typed):
     child, terminal = pty.fork()
     if child == 0:
         os.execvpe("zsh", ["zsh", "-f", "-i"], {**os.environ, "TERM": "dumb", "PS1": "", "LINES": "50", "COLUMNS": "300"})
-    setup = f"fpath=($PWD $fpath); autoload -Uz compinit; compinit -u -d $PWD/dump; bindkey -e; LISTMAX=999; echo re''ady\n"
+    setup = "fpath=($PWD $fpath); autoload -Uz compinit; compinit -u -d $PWD/dump; bindkey -e; LISTMAX=999; echo re''ady\n"
     os.write(terminal, setup.encode())
     text = b""
 
