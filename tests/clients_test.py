@@ -18,8 +18,8 @@ import pvzan
 
 TOOL, CLIENTS = sys.argv[1:]
 SAMPLE = "日本語 abc\r\n\\~ｱｲ〜～−－ か\u309aé𠂉㐂\rx髙①中文简体 한국어 Жя Äß ñ λμ العربية שלום ไทย\nはu\u2028\ue000終"
-PAIR = "(?<=[か-コセツトㇷ])゚|(?<=[æɔʌəɚ])[\u0300\u0301]|(?<=˩)˥|(?<=˥)˩"  # with what is before, one code of JIS X 0213
-UNICODE = re.compile("utf|ucs", re.I)
+PAIR = "(?<=[か-コセツトㇷ])゚|(?<=[æɔʌəɚ])[\u0300\u0301]|(?<=˩)˥|(?<=˥)˩|[\uf860-\uf87f]"  # one code with what is before
+UNCOUNTED = re.compile("utf|ucs|hz$", re.I)  # Python's own codecs; a line that HZ goes on with is not seen in its text
 KINDS = {"come back": "not_round_trip", "no code": "unrepresentable", "the text": "incomplete", ":": "invalid"}
 MARK = "\U0010f000"
 
@@ -98,7 +98,9 @@ def expect_same(client, said, library, about):
 
 
 def main():
-    charsets = run(TOOL, "-l", text=True).stdout.split()
+    charsets = [line.split()[0] for line in run(TOOL, "-l", text=True).stdout.splitlines()]
+    # Of many alike a few.
+    charsets = [name for name in charsets if not re.match(r"CP\d{3,4}$|Windows-1|ISO-8859-..|Mac-|.*swaplfnl", name)]
     assert len(charsets) >= 20
     for charset in charsets:
         for encodes in (False, True):
@@ -109,7 +111,7 @@ def main():
             for text, library, header, tool in zip(texts, said[::2], said[1::2], by_tool(texts, *ways)):
                 expect_same("header", header, library.replace("not_round_trip", "unrepresentable"), (ways, text))
                 expect_same("tool", tool, library, (ways, text))
-                if not UNICODE.match(charset):  # which are Python's own
+                if not UNCOUNTED.match(charset):
                     expect_same("python", by_python(text, charset, encodes), library, (ways, text))
 
 

@@ -54,9 +54,12 @@ void note_fault(pvzan_converter* c, outcome& result) {
     pvzan_fault f = {};
     f.size = sizeof f;
     ASSERT_EQ(pvzan_last_fault(c, &f), 1);
-    char line[300];
-    std::snprintf(line, sizeof line, "%u@%d+%u %d:%d %s\n", f.kind, static_cast<int>(f.offset),
-                  f.length, static_cast<int>(f.line), static_cast<int>(f.column), f.why);
+    char line[300], why[256];
+    const std::size_t size = pvzan_explain(c, why, sizeof why);
+    ASSERT_EQ(std::strlen(why), size);
+    ASSERT_EQ(pvzan_explain(c, nullptr, 0), size);
+    std::snprintf(line, sizeof line, "%u@%d+%u %s\n", f.kind, static_cast<int>(f.offset), f.length,
+                  why);
     result.faults += line;
 }
 
@@ -306,27 +309,32 @@ TEST(Text, DoesAsTheOptionsSay) {
         {{"iso-2022-jp", "utf-8"},
          "\x1B$B$\"\n",
          "あ\n",
-         "5@6+0 2:1 the text does not return to ASCII at its end, as ISO-2022-JP requires\n"},
+         "5@6+0 2:1: the text does not return to ASCII at its end, as ISO-2022-JP requires\n"},
         {{"utf-8", "cp932"},
          "〜¥\x7F",
          "<e3809c><c2a5>\x7F",
-         "4@0+3 1:1 U+301C would come back from Windows-31J as U+FF5E\n"
-         "4@3+2 1:2 U+00A5 would come back from Windows-31J as U+005C\n"},
+         "4@0+3 1:1: U+301C would come back from Windows-31J as U+FF5E\n"
+         "4@3+2 1:2: U+00A5 would come back from Windows-31J as U+005C\n"},
         {{"utf-8", "cp932", with(PVZAN_LOOK_ALIKES)}, "〜¥", "\x81\x60\x81\x8F", ""},
         {{"utf-8", "sjis", with(PVZAN_COMPOSE)}, "か\u3099は\u309A", "\x82\xAA\x82\xCF", ""},
         {{"utf-8", "sjis", {}, PVZAN_REFERENCE},
          "か\u3099",
          "\x82\xA9&#x3099;",
-         "3@3+3 1:2 U+3099 has no code in Shift_JIS\n"},
+         "3@3+3 1:2: U+3099 has no code in Shift_JIS\n"},
         {{"utf-8", "euc-jis-2004"}, "か\u309A", "\xA4\xF7", ""},
         {{"utf-8", "sjis", {}, PVZAN_SUBSTITUTE},
          "a😀",
          "a\x81\xAC",
-         "3@1+4 1:2 U+1F600 has no code in Shift_JIS\n"},
+         "3@1+4 1:2: U+1F600 has no code in Shift_JIS\n"},
+        {{"euc-jis-2004", "cp932", with(PVZAN_LOOK_ALIKES)}, "\xA1\xC1", "\x81\x60", ""},
+        {{"euc-jis-2004", "cp932"},
+         "\xA1\xC1",
+         "<a1c1>",
+         "4@0+2 1:1: U+301C would come back from Windows-31J as U+FF5E\n"},
         {{"cp932", "utf-8", with(PVZAN_READ_BACK)},
          "\x87\x9C\x81\xBE",
          "<879c>∪",
-         "4@0+2 1:1 U+222A has another code in Windows-31J, too: 81 be\n"},
+         "4@0+2 1:1: U+222A has another code in Windows-31J, too: 81 be\n"},
         {{"utf-8", "utf-16le", with(0, 0, PVZAN_BREAKS_CR)},
          "a\r\nb\n\nc\u2028",
          "a\0\r\0b\0\r\0\r\0c\0\x28\x20"s,
@@ -346,7 +354,7 @@ TEST(Text, DoesAsTheOptionsSay) {
         {{"utf-8", "euc-jp"},
          "a\x7F\n\x1B",
          "a<7f>\n\x1B",
-         "3@1+1 1:2 U+007F has no code in EUC-JP\n"},
+         "3@1+1 1:2: U+007F has no code in EUC-JP\n"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(to_hex(convert(row.way, row.text).text), to_hex(row.expected)) << row.text;
@@ -373,8 +381,8 @@ TEST(Text, LeavesInput) {
         {0, 8, 4, PVZAN_PART, PVZAN_FEED_MORE_ROOM, 0, 0},
         {0, 8, 5, PVZAN_PART, PVZAN_FEED_FAULT, 3, 5},
         {3, 5, 16, PVZAN_PART, PVZAN_FEED_FAULT, 0, 0},
-        {4, 5, 16, PVZAN_PART, PVZAN_FEED_MORE_INPUT, 3, 0}, // か waits
-        {7, 0, 2, PVZAN_FLUSH, PVZAN_FEED_MORE_ROOM, 0, 2},
+        {4, 5, 16, PVZAN_PART, PVZAN_FEED_MORE_INPUT, 3, 2},
+        {7, 0, 2, PVZAN_FLUSH, PVZAN_FEED_MORE_ROOM, 0, 0},
         {7, 0, 3, PVZAN_FLUSH, PVZAN_FEED_DONE, 0, 3},
     };
     for (const auto& step : steps) {
@@ -439,12 +447,13 @@ TEST(Text, ConvertsRows) {
     const std::int32_t offsets[] = {0, 2, 2, 4, 5, 7};
     std::uint8_t out[16], kinds[5];
     std::int32_t ends[6] = {};
-    EXPECT_EQ(pvzan_convert_rows(c, in, offsets, 5, out, sizeof out, ends, 4, kinds), 5U);
+    EXPECT_EQ(pvzan_convert_rows(c, in, 7, offsets, 5, out, sizeof out, ends, 4, kinds), 5U);
     EXPECT_EQ(std::string(out, out + ends[5]), "あabい");
     EXPECT_EQ(std::vector(ends, ends + 6), (std::vector{0, 3, 3, 5, 5, 8}));
     EXPECT_EQ(std::vector(kinds, kinds + 5),
               (std::vector<std::uint8_t>{0, 0, 0, PVZAN_FAULT_INVALID, 0}));
-    EXPECT_EQ(pvzan_convert_rows(c, in, offsets, 5, out, 4, ends, 4, kinds), 2U) << "no room";
+    EXPECT_EQ(pvzan_convert_rows(c, in, 7, offsets, 5, out, 4, ends, 4, kinds), 2U) << "no room";
+    EXPECT_EQ(pvzan_convert_rows(c, in, 6, offsets, 5, out, 16, ends, 4, kinds), 4U) << "no data";
     pvzan_close(c);
 }
 

@@ -63,7 +63,7 @@ struct fault {
     place at;
     character missing{0, 0}, back{0, 0};
     u32 seen = 0;       // bytes of the text that follow, from the fault on
-    u8 bytes[8]{};      // those
+    u8 bytes[16]{};     // those
     u32 needed = 0;     // how many of them decided about it
     u32 set = 0;        // designated before it
     bool waits = false; // for an answer
@@ -112,8 +112,9 @@ struct pvzan_converter {
     u32 longest;     // bytes of the source's codes, where sets tell
     u8 lf, cr;       // the source's codes for line breaks, of one unit
     bool ascii_feed; // both sides have ASCII's line feed
-    bool kana_joins; // marks are looked for: the source is Unicode, the target is not
-    u32 substitute;  // 0: not chosen yet
+    bool looks_for_marks; // the source is Unicode, the target is not
+    u8 has_pairs;         // whether the target has a letter and a mark in one code; 0: not asked
+    u32 substitute;       // 0: not chosen yet
     text::standing now;
     text::fault fault;
     u8 bytes_known[256]; // what is known of bytes: see fault.cpp
@@ -140,7 +141,7 @@ reading_result read(pvzan_converter& c, const view& text);
 enum class mark_found : u8 { none, waiting, big, little };
 mark_found find_mark(const pvzan_converter& c, const view& text, u32& length);
 // How much of a text that goes on stands for itself, whatever follows.
-std::size_t settled_size(const pvzan_converter& c, const view& text);
+std::size_t settled_size(pvzan_converter& c, const view& text);
 
 // ---- write.cpp
 // Writes the character behind what is pending, if that comes back as itself; back is what it comes

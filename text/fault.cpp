@@ -1,9 +1,9 @@
 // What is said about a fault. Found out when it is asked for: texts have more faults than anybody
 // reads about.
 #include "cconv/engine/step.h"
-#include "cconv/registry/iso2022.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/designations.h"
+#include "cconv/rulefunc/iso2022.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
 #include "text/converter.h"
@@ -11,6 +11,7 @@
 #include "text/record.h"
 #include "text/unicode.h"
 
+#include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 
@@ -294,7 +295,9 @@ void explain(pvzan_converter& c, const fault& f, pvzan_fault& told) {
 
 using namespace text;
 
-extern "C" int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* given) {
+extern "C" {
+
+int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* given) {
     if (converter == nullptr || !is_record(given) || converter->fault.kind == 0) {
         return 0;
     }
@@ -310,3 +313,24 @@ extern "C" int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_faul
     fill_record(*given, told);
     return 1;
 }
+
+size_t pvzan_explain(const pvzan_converter* converter, char* text, size_t room) {
+    pvzan_fault f = {};
+    f.size = sizeof f;
+    if (pvzan_last_fault(converter, &f) == 0) {
+        return 0;
+    }
+    char whole[sizeof f.why + 64];
+    const int size =
+        tells_lines(*converter)
+            ? std::snprintf(whole, sizeof whole, "%" PRIu64 ":%" PRIu64 ": %s", f.line, f.column,
+                            f.why)
+            : std::snprintf(whole, sizeof whole, "byte %" PRIu64 ": %s", f.offset, f.why);
+    const auto length = static_cast<size_t>(size);
+    if (text != nullptr && length < room) {
+        std::memcpy(text, whole, length + 1);
+    }
+    return length;
+}
+
+} // extern "C"

@@ -69,7 +69,7 @@ u64 count_private(const u8* p, std::size_t size, u32 kind, bool big) {
 
 // Finds out how far the input stands for itself. With states, a run ends at the begin of a line,
 // from where on characters can be counted.
-void look_ahead(const pvzan_converter& c, cursor& at) {
+void look_ahead(pvzan_converter& c, cursor& at) {
     constexpr std::size_t most_with_states = 1U << 15;
     const std::size_t most = has_states(c) ? most_with_states : most_at_once;
     const std::size_t limit = std::min(at.left, most);
@@ -265,6 +265,13 @@ bool answer_inside(pvzan_converter& c) {
     return true;
 }
 
+// Whether its bytes would be counted as line breaks later.
+bool looks_like_break(const pvzan_converter& c, const view& text, const reading_result& next) {
+    return c.from.unit == 1 &&
+           std::any_of(text.bytes, text.bytes + std::min<std::size_t>(next.bytes, text.size),
+                       [&](u8 byte) { return byte == c.lf || byte == c.cr; });
+}
+
 // Takes the next character, from held bytes and input; sets stuck where more decides.
 pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, bool& stuck) {
     u8 joined[most_held];
@@ -292,7 +299,8 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
     // A sequence may end with a line break that is no character.
     const bool silent = next.kind == reading_result::silent;
     const bool breaks = silent && next.bytes > 0 && text.bytes[next.bytes - 1] == '\n';
-    const bool counted = held > 0 || breaks || (!silent && is_break(next.c.letter));
+    const bool counted = held > 0 || breaks || (!silent && is_break(next.c.letter)) ||
+                         looks_like_break(c, text, next);
     if (result == stepped::waits) {
         stuck = true;
         used = before ? next.letters : static_cast<u32>(text.size);

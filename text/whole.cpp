@@ -46,7 +46,7 @@ bool read_saved(const pvzan_converter& c, const u8* from, std::size_t size, save
            s.now.pending_at <= s.now.pending_size && s.now.pending_size <= most_pending;
 }
 
-// An offset of a row; those that are none come out as an end that nothing reaches.
+// An offset of a row; those that are none come out as one that no data reaches.
 u64 offset_at(const void* offsets, u32 width, size_t i) {
     if (width == 4) {
         i32 value = 0;
@@ -167,6 +167,24 @@ int32_t pvzan_restore(pvzan_converter* converter, const uint8_t* from, size_t si
     return 1;
 }
 
+uint64_t pvzan_shift(const pvzan_converter* converter) {
+    if (converter == nullptr || !has_states(*converter)) {
+        return 0;
+    }
+    const u64 set = converter->work.srcShiftSet ^ u32 { PVZAN_SET_ISO_646_IRV };
+    return set | u64{converter->now.plane2} << 32;
+}
+
+int32_t pvzan_begin_in(pvzan_converter* converter, uint64_t shift) {
+    if (converter == nullptr || shift >> 33 != 0 || (shift != 0 && !has_states(*converter))) {
+        return 0;
+    }
+    begin_text(*converter);
+    converter->work.srcShiftSet = static_cast<u32>(shift) ^ u32 { PVZAN_SET_ISO_646_IRV };
+    converter->now.plane2 = shift >> 32 != 0;
+    return 1;
+}
+
 int32_t pvzan_stands_as(const pvzan_converter* converter, const uint8_t* from, size_t size) {
     saved s;
     if (converter == nullptr || converter->fault.waits || !read_saved(*converter, from, size, s)) {
@@ -213,9 +231,9 @@ size_t pvzan_convert(pvzan_converter* converter, const uint8_t* in, size_t in_si
     return size;
 }
 
-size_t pvzan_convert_rows(pvzan_converter* converter, const uint8_t* in, const void* offsets,
-                          size_t rows, uint8_t* out, size_t room, void* out_offsets,
-                          uint32_t offset_bytes, uint8_t* fault_kinds) {
+size_t pvzan_convert_rows(pvzan_converter* converter, const uint8_t* in, size_t in_size,
+                          const void* offsets, size_t rows, uint8_t* out, size_t room,
+                          void* out_offsets, uint32_t offset_bytes, uint8_t* fault_kinds) {
     if (converter == nullptr || offsets == nullptr || out_offsets == nullptr ||
         (offset_bytes != 4 && offset_bytes != 8)) {
         return 0;
@@ -225,7 +243,7 @@ size_t pvzan_convert_rows(pvzan_converter* converter, const uint8_t* in, const v
     for (size_t row = 0; row < rows; ++row) {
         const u64 begin = offset_at(offsets, offset_bytes, row);
         const u64 end = offset_at(offsets, offset_bytes, row + 1);
-        if (end < begin || end == ~u64{0} || (in == nullptr && end > begin)) {
+        if (end < begin || end > in_size || (in == nullptr && end > begin)) {
             return row;
         }
         const uint8_t* next = in != nullptr ? in + begin : nullptr;

@@ -444,10 +444,6 @@ owned_group read_group(definition& in, const shelf& place) {
 
 } // namespace
 
-bool goes_by_iso2022(const char* rule) {
-    return std::strcmp(rule, "destISO-2022") == 0 || std::strcmp(rule, "constISO-2022") == 0;
-}
-
 counting counted_codes(document& in, i32 start, i32 end, code_bytes& codes) {
     const auto key = find_key(in, "linear=", start);
     if (!key || *key > end) {
@@ -462,6 +458,10 @@ counting counted_codes(document& in, i32 start, i32 end, code_bytes& codes) {
     }
     xmlGetBytenum(&in, start, end, &bytes);
     return codes.read(text, bytes) ? counting::sound : counting::faulty;
+}
+
+bool goes_by_iso2022(const char* rule) {
+    return std::strcmp(rule, "destISO-2022") == 0 || std::strcmp(rule, "constISO-2022") == 0;
 }
 
 bool read_definition(const char* fileName, known_sets& known) {

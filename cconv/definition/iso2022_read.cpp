@@ -25,7 +25,7 @@ std::string_view next_word(std::string_view& text) {
     while (length < text.size() && !is_blank(static_cast<u8>(text[length]))) {
         ++length;
     }
-    const std::string_view word = text.substr(0, length);
+    const std::string_view word(text.data(), length);
     text.remove_prefix(length);
     return word;
 }
@@ -250,9 +250,9 @@ private:
         for (std::string_view range = next_word(ranges); !range.empty();
              range = next_word(ranges)) {
             const auto first = range.size() == 5 && range[2] == '-'
-                                   ? hex_number(range.substr(0, 2), 0xFF)
+                                   ? hex_number({range.data(), 2}, 0xFF)
                                    : std::nullopt;
-            const auto last = first ? hex_number(range.substr(3), 0xFF) : std::nullopt;
+            const auto last = first ? hex_number({range.data() + 3, 2}, 0xFF) : std::nullopt;
             if (!last || *last < *first || set.width == 2) {
                 return fail("%s: bytes= is one or two ranges like 21-7E", set.name);
             }
@@ -394,7 +394,7 @@ private:
     bool read_state(const char* what, std::string_view text, wanted_state& state) {
         for (std::string_view word = next_word(text); !word.empty(); word = next_word(text)) {
             const std::size_t sign = std::min(word.find('='), word.size() - 1);
-            const std::string_view key = word.substr(0, sign), value = word.substr(sign + 1);
+            const std::string_view key(word.data(), sign), value(word.begin() + sign + 1, word.end());
             const auto which = register_number(key == "shift" ? value : key);
             const u8 set = set_number(value);
             if (!which || (key != "shift" && set == no_set && value != "none")) {
@@ -411,10 +411,7 @@ private:
     }
 
     [[nodiscard]] bool can_hold(u32 which, u32 set) const {
-        return set_in(out_.initial, which) == set ||
-               std::ranges::any_of(out_.sequences(), [=](const control_sequence& s) {
-                   return s.kind == sequence_kind::designation && s.which == which && s.set == set;
-               });
+        return set_in(out_.initial, which) == set || designates(which, set);
     }
     [[nodiscard]] bool can_shift(u32 which) const {
         bool shifts = false, there = false;
@@ -471,11 +468,7 @@ private:
     }
     bool sets_can_be_used() {
         for (u32 set = 1; set <= out_.set_count; ++set) {
-            bool used = false;
-            for (u32 which = 0; which < register_count; ++which) {
-                used = used || can_hold(which, set);
-            }
-            if (!used) {
+            if (!can_hold(0, set) && !can_hold(1, set) && !can_hold(2, set) && !can_hold(3, set)) {
                 return fail("%s is never in a register", out_.set(set).name);
             }
         }

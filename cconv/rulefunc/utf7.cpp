@@ -2,7 +2,7 @@
 //
 // Deliberate in the decoder:
 // - Bare are the characters that the standard lets stand bare, the optional ones too.
-// - Base64 may end with any bare character; what is left of its last one must be zero.
+// - Base64 may end with any bare character; what is left of it before "-" must be zero.
 // - Surrogates count in pairs only.
 //
 // Deliberate in the encoder:
@@ -129,19 +129,14 @@ utf7_reading read_utf7(u32 word, std::span<const u8> text) {
     if (digit_value(text[0]) < 64) {
         return read_base64(text, state);
     }
-    if (state.bits != 0) {
-        return result(scanned::invalid, text[0] == '-' ? 1 : 0, 1, {});
+    if (text[0] == '-') {
+        return result(state.bits == 0 ? scanned::silent : scanned::invalid, 1, 1, {});
     }
-    return text[0] == '-' ? result(scanned::silent, 1, 1, {}) : read_bare(text);
+    return read_bare(text);
 }
 
 scanned scan(const charset_group*, u32 state, std::span<const u8> text) {
-    scanned read = read_utf7(state, text);
-    if (read.kind == scanned::invalid && read.length == 0) {
-        read = read_utf7(0, text); // what is left over is told with what ends it
-        read.kind = scanned::invalid;
-    }
-    return read;
+    return read_utf7(state, text);
 }
 
 bool may_end(const charset_group*, u32 state) {

@@ -1,6 +1,7 @@
 #include "charsets/builder/definition.h"
 
 #include "cconv/definition/definition.h"
+#include "cconv/registry/linear.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
 
@@ -169,6 +170,10 @@ void read_set_element(coded_set& set, const element& whole) {
             check_leaf(source, code, {"bytenum"});
         }
         set.bytes = read_number(source, code, "bytenum", 10, 1, most_code_bytes);
+        code_bytes counted{};
+        if (!set.linear.empty() && !counted.read(set.linear.c_str(), set.bytes)) {
+            source.fail(code.line, "linear needs a range, such as 81-FE, for each byte of a code");
+        }
     } else {
         const element& code = children.expect("codeb");
         check_leaf(source, code, {"bytenum", "basedon"});

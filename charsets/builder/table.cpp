@@ -33,8 +33,8 @@ struct table_reader {
     table& result;
     std::size_t line = 0;
     std::optional<code_grid> grid{};
-    std::optional<u32> pairs{}, decode_only{}, read_only{},
-        two_way{}; // counts that the header declares
+    // Counts that the header declares.
+    std::optional<u32> pairs{}, decode_only{}, read_only{}, two_way{};
     std::vector<pair>* section = nullptr;
     std::string bytes{}; // as %bytes says it
     // Of a linear table: runs, and how many pairs they are.
@@ -68,6 +68,8 @@ struct table_reader {
             }
         } else if (name == "extra" && !result.extra && value.empty()) {
             result.extra = true;
+        } else if (name == "linear" && grid && !pairs && value.empty()) {
+            result.linear = bytes;
         } else if (name == "charset" && result.charset.empty()) {
             const auto words = split(value, ' ');
             if (words.size() != 2) {
@@ -83,11 +85,6 @@ struct table_reader {
             result.exchanged_codes[0] = read_code(words[0]);
             result.exchanged_codes[1] = read_code(words[1]);
             result.exchanged = words[2];
-        } else if (name == "linear" && grid && !pairs && value.empty()) {
-            if (bytes.find(',') != std::string::npos) {
-                fail("codes are counted through one range of bytes at each place");
-            }
-            result.linear = bytes;
         } else if (name == "pairs" && !pairs) {
             pairs = count(value);
             section = &result.two_way;
