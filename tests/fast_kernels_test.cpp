@@ -106,7 +106,7 @@ void check_scalars(const kernels& k) {
     });
     ASSERT_EQ(k.plain_scalars(scalars.data(), count, std::span<const u16>(stops)),
               static_cast<std::size_t>(stop - used.begin()));
-    if (k.encode_utf8 != nullptr) {
+    {
         std::vector<u8> expected, out(3 * count + kernel_margin);
         for (const u16 s : used) {
             if (s >= 0x80) {
@@ -135,7 +135,7 @@ void check_over_long(const kernels& k) {
     }
 }
 
-void check_breaks(const kernels& k) {
+void check_breaks() {
     for (const ascii_unit unit :
          {ascii_unit{1, true}, {2, false}, {2, true}, {4, false}, {4, true}}) {
         std::vector<u8> text(unit.bytes * (1 + below(below(4) == 0 ? 1200 : 200)));
@@ -150,7 +150,7 @@ void check_breaks(const kernels& k) {
         for (std::size_t i = 0; i < units; ++i) {
             breaks += at(i) == '\n' || (at(i) == '\r' && at(i + 1) != '\n') ? 1U : 0U;
         }
-        ASSERT_EQ(k.count_breaks(text.data(), units, unit), breaks);
+        ASSERT_EQ(count_breaks(text.data(), units, unit), breaks);
     }
 }
 
@@ -175,8 +175,12 @@ void check_ascii(const kernels& k) {
     const auto in_run = [&](std::span<const u8> in, std::vector<u8>& out) {
         return ascii_run{in.data(), in.size(), out.data(), out.size(), plain};
     };
+    // Where there is less than a vector takes, it may all be left.
+    const auto expect_run = [](std::size_t n, std::size_t run, std::size_t size) {
+        ASSERT_TRUE(n == run || (n == 0 && size < chunk_bytes)) << n << " of " << run;
+    };
     const std::size_t n = k.copy_ascii(in_run(text, same));
-    ASSERT_EQ(n, std::min(clean, same.size()));
+    expect_run(n, std::min(clean, same.size()), std::min(text.size(), same.size()));
     ASSERT_TRUE(
         std::equal(same.begin(), same.begin() + static_cast<std::ptrdiff_t>(n), text.begin()));
     for (const ascii_unit unit : {ascii_unit{2, false}, {2, true}, {4, false}, {4, true}}) {
@@ -184,7 +188,8 @@ void check_ascii(const kernels& k) {
         std::vector<u8> units(unit.bytes * text.size());
         const std::size_t place = unit.big_endian ? unit.bytes - 1 : 0;
         const std::size_t w = k.widen_ascii(in_run(text, wide), unit);
-        ASSERT_EQ(w, std::min(clean, wide.size() / unit.bytes));
+        const std::size_t room = wide.size() / unit.bytes;
+        expect_run(w, std::min(clean, room), std::min(text.size(), room));
         for (std::size_t i = 0; i < text.size(); ++i) {
             units[unit.bytes * i + place] = text[i];
             ASSERT_TRUE(i >= w || load_code(std::span(wide).subspan(unit.bytes * i, unit.bytes),
@@ -198,7 +203,7 @@ void check_ascii(const kernels& k) {
             beyond = std::min(clean, odd);
         }
         const std::size_t m = k.narrow_ascii(in_run(units, narrow), unit);
-        ASSERT_EQ(m, std::min(beyond, narrow.size()));
+        expect_run(m, std::min(beyond, narrow.size()), std::min(text.size(), narrow.size()));
         ASSERT_TRUE(std::equal(narrow.begin(), narrow.begin() + static_cast<std::ptrdiff_t>(m),
                                text.begin()));
     }
@@ -206,15 +211,17 @@ void check_ascii(const kernels& k) {
 
 TEST(Kernels, DoWhatPlainLoopsDo) {
     constexpr int rounds = 20000;
+    for (int round = 0; round < rounds && !HasFatalFailure(); ++round) {
+        check_breaks();
+    }
     for (const kernels* k : runnable_kernels()) {
         SCOPED_TRACE(k->name);
         check_over_long(*k);
         for (int round = 0; round < rounds && !HasFatalFailure(); ++round) {
             check_ascii(*k);
-            check_units_and_quads(*k);
-            check_scalars(*k);
-            check_breaks(*k);
-            if (k->split_codes != nullptr) {
+            if (k->has_blocks) {
+                check_units_and_quads(*k);
+                check_scalars(*k);
                 check_split_codes(*k);
             }
         }

@@ -32,7 +32,7 @@ void pass(place& at, const u8* bytes, std::size_t size, u32 unit, bool big, std:
     // Every LF ends a line, and every CR without an LF behind it; the last unit has none behind it.
     const u8* const last_unit = bytes + size - unit;
     const u32 first = load_code({bytes, unit}, big), last = load_code({last_unit, unit}, big);
-    at.line += fast::chosen_kernels().count_breaks(bytes, size / unit - 1, {unit, big});
+    at.line += fast::count_breaks(bytes, size / unit - 1, {unit, big});
     at.line += last == '\n' || last == '\r' ? 1 : 0;
     at.line -= first == '\n' && at.behind_cr ? 1 : 0;
     at.column = 1 + characters;
