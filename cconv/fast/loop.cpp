@@ -254,10 +254,6 @@ private:
         }
         const auto size = static_cast<std::size_t>(r_.in_end - r_.in),
                    room = static_cast<std::size_t>(r_.out_end - r_.out);
-        if (size < chunk_codes * Reader::unit_bytes || room < chunk_codes * target_.bytes) {
-            in_run_ = false;
-            return false;
-        }
         const fast::ascii_run run{r_.in, size, r_.out, room, p_.plain_ascii.load()};
         const std::size_t n = target_.bytes > 1 ? p_.kernel->widen_ascii(run, target_)
                               : Reader::unit_bytes > 1

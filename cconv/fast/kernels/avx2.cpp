@@ -147,6 +147,15 @@ MACHINE inline bytes_v outsiders(bytes_v bytes, const outside_table& table) {
         _mm256_cmpeq_epi8(_mm256_and_si256(row, bit), _mm256_setzero_si256()));
 }
 
+MACHINE inline bytes_v load_some(const void* p, std::size_t size) {
+    bytes_v bytes{};
+    std::memcpy(&bytes, p, std::min(size, vector_bytes));
+    return bytes;
+}
+MACHINE inline void store_some(void* p, bytes_v bytes, std::size_t size) {
+    std::memcpy(p, &bytes, std::min(size, vector_bytes));
+}
+
 } // namespace
 
 } // namespace fast

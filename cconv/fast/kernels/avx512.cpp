@@ -92,6 +92,16 @@ MACHINE inline bytes_v outsiders(bytes_v bytes, const outside_table& table) {
     return reinterpret_cast<bytes_v>(found) | bytes;
 }
 
+MACHINE inline u64 first_places(std::size_t size) {
+    return size < vector_bytes ? (u64{1} << size) - 1 : ~u64{0};
+}
+MACHINE inline bytes_v load_some(const void* p, std::size_t size) {
+    return reinterpret_cast<bytes_v>(_mm512_maskz_loadu_epi8(first_places(size), p));
+}
+MACHINE inline void store_some(void* p, bytes_v bytes, std::size_t size) {
+    _mm512_mask_storeu_epi8(p, first_places(size), raw(bytes));
+}
+
 } // namespace
 
 } // namespace fast

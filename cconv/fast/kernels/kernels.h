@@ -61,9 +61,8 @@ struct kernels {
     const char* name;
     bool has_blocks; // else going character by character is faster
 
-    // Each returns the number of characters that the run begins with and the output has room for;
-    // 0 where there are fewer of either than a vector takes, 64 at most. They touch nothing outside
-    // of input and output; output behind what is counted may be written.
+    // Each returns the number of characters that the run begins with and the output has room for.
+    // They touch nothing outside of input and output; output behind what is counted may be written.
     std::size_t (*copy_ascii)(const ascii_run& run);
     std::size_t (*widen_ascii)(const ascii_run& run, ascii_unit target);
     std::size_t (*narrow_ascii)(const ascii_run& run, ascii_unit source);
