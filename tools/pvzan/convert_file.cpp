@@ -54,7 +54,8 @@ bool choose_charsets(const convert_options& options, text_conversion& conversion
         }
     }
     if (conversion.guess) {
-        conversion.candidates = names.size() > 1 ? names : std::vector<std::string>();
+        conversion.choice = {names.size() > 1 ? names : std::vector<std::string>(),
+                             options.language};
     }
     if (!is_known(options.to)) {
         return false;
