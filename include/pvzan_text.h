@@ -275,6 +275,7 @@ typedef struct pvzan_name {
     uint32_t exact; /* 0: the library lacks the very charset, this is one that holds all of it */
     char charset[64]; /* as the charset directory has it */
     char shown[64];   /* as messages write it */
+    char group[64];   /* "Japanese", "Cyrillic" ...: where a list has it; or empty */
 } pvzan_name;
 
 typedef struct pvzan_candidate {

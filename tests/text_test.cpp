@@ -445,13 +445,13 @@ TEST(Text, KnowsNames) {
         std::uint32_t order, mark, exact;
     } rows[] = {{"Shift-JIS", 0, "shift_jis", "Shift_JIS", 1, 0, 1},
                 {"Shift-JIS", PVZAN_BROWSER_LABELS, "windows31j", "Windows-31J", 1, 0, 1},
-                {"euc-kr", 0, "koreanksc", "EUC-KR", 1, 0, 0},
+                {"ks_c_5601-1987", 0, "koreanksc", "Windows-949", 1, 0, 0},
                 {"euc-kr", PVZAN_BROWSER_LABELS, "koreanksc", "Windows-949", 1, 0, 1},
                 {"utf-16", 0, "utf-16", "UTF-16", 1, 1, 1},
                 {"utf-16le", 0, "utf-16", "UTF-16LE", 2, 0, 1},
                 {"utf8-sig", 0, "utf-8", "UTF-8-SIG", 1, 2, 1},
-                {"latin1", PVZAN_BROWSER_LABELS, "", "Windows-1252", 1, 0, 1},
-                {"unicode", 0, "", "UCS-2", 0, 0, 0},
+                {"latin1", PVZAN_BROWSER_LABELS, "windows-1252", "Windows-1252", 1, 0, 1},
+                {"unicode", 0, "", "UTF-16 or UCS-2", 0, 0, 0},
                 {"windows-932x", 0, "", "Windows-31J", 0, 0, 0},
                 {"cp20", 0, "", "", 0, 0, 0},
                 {"shiftjs", 0, "", "Shift_JIS", 0, 0, 0}};

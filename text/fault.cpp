@@ -100,7 +100,8 @@ blame blame_code(pvzan_converter& c, const fault& f) {
                 f.needed};
     }
     if (f.needed < 2) {
-        return {PVZAN_REASON_BEGINS_NOTHING, 1};
+        return {c.longest == 1 ? u32{PVZAN_REASON_NO_CHARACTER} : u32{PVZAN_REASON_BEGINS_NOTHING},
+                1};
     }
     if (f.needed == 2) {
         if (begins_nothing(c, f.bytes[0])) {
@@ -118,22 +119,6 @@ blame blame_code(pvzan_converter& c, const fault& f) {
 }
 
 // ---- A charset that has it ---------------------------------------------------------------------
-
-const char* relative_of(const char* charset) {
-    constexpr struct {
-        const char *charset, *relative;
-    } relatives[] = {{"shift_jis", "windows31j"},
-                     {"chinesegbk", "gb18030"},
-                     {"euc-jp", "euc-jis-2004"},
-                     {"iso-2022-jp", "iso-2022-jp-2004"},
-                     {"windows31j", "shift_jis-2004"}};
-    for (const auto& row : relatives) {
-        if (std::strcmp(row.charset, charset) == 0) {
-            return row.relative;
-        }
-    }
-    return "";
-}
 
 bool relative_reads(pvzan_converter& c, charset_group* relative, const fault& f) {
     session& s = c.work;
@@ -167,21 +152,31 @@ bool relative_writes(pvzan_converter& c, charset_group* relative, const fault& f
     return writes;
 }
 
+// The first relative that has what is missing.
 void tell_relative(pvzan_converter& c, const fault& f, pvzan_fault& told) {
-    const bool reading = f.kind == PVZAN_FAULT_INVALID;
-    const char* const name = relative_of(reading ? c.from.charset : c.to.charset);
-    charset_group* const relative = name[0] != '\0' ? find_group(name) : nullptr;
-    if (relative == nullptr || (!reading && f.kind != PVZAN_FAULT_MISSING)) {
+    // A control code of the upper half is where a relative has a character.
+    const bool control = is_in(f.missing.letter, 0x80, 0x9F) && !is_unicode(c.from);
+    const bool reading =
+        f.kind == PVZAN_FAULT_INVALID || (f.kind == PVZAN_FAULT_MISSING && control);
+    if (!reading && f.kind != PVZAN_FAULT_MISSING) {
         return;
     }
-    for (basic_set* set : member_sets(relative)) {
-        if (set->setType != PVZAN_SET_USER_DEFINED) {
-            loadTableFile(set->decodeTable);
-            loadTableFile(set->encodeTable);
+    char name[64];
+    for (std::size_t i = 0; relative_of(reading ? c.from.charset : c.to.charset, i, name); ++i) {
+        charset_group* const relative = find_group(name);
+        if (relative == nullptr) {
+            continue;
         }
-    }
-    if (reading ? relative_reads(c, relative, f) : relative_writes(c, relative, f)) {
-        shown_name(name, told.relative);
+        for (basic_set* set : member_sets(relative)) {
+            if (set->setType != PVZAN_SET_USER_DEFINED) {
+                loadTableFile(set->decodeTable);
+                loadTableFile(set->encodeTable);
+            }
+        }
+        if (reading ? relative_reads(c, relative, f) : relative_writes(c, relative, f)) {
+            shown_name(name, told.relative);
+            return;
+        }
     }
 }
 

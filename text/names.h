@@ -5,6 +5,8 @@
 
 #include "pvzan_text.h"
 
+#include <string_view>
+
 namespace text {
 
 // What a name means, by the list of names and then by the charset directory, which is read unless
@@ -20,6 +22,9 @@ void describe_codes(const charset_group* group, pvzan_name& meaning);
 charset_group* find_group(const char* charset);
 
 // The first name of the list whose charset is this one; the charset's own where there is none.
-void shown_name(const char* charset, char (&shown)[64]);
+void shown_name(std::string_view charset, char (&shown)[64]);
+
+// The charsets that may have what this one lacks, the nearest first; false behind the last.
+bool relative_of(std::string_view charset, std::size_t index, char (&relative)[64]);
 
 } // namespace text

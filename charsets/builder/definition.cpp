@@ -216,9 +216,9 @@ bool coded_set::defines(u32 code) const {
     });
 }
 
-coded_set read_coded_set(const std::filesystem::path& path) {
+coded_set read_coded_set(source_file document) {
     coded_set set;
-    set.document = read_markup(path);
+    set.document = read_markup(std::move(document));
     const source_file& source = set.document.source;
     child_reader elements(source, set.document.elements, 1);
     if (const element* base = elements.accept("subseta")) {
@@ -241,9 +241,9 @@ coded_set read_coded_set(const std::filesystem::path& path) {
     return set;
 }
 
-charset read_charset(const std::filesystem::path& path) {
+charset read_charset(source_file document) {
     charset result;
-    result.document = read_markup(path);
+    result.document = read_markup(std::move(document));
     const source_file& source = result.document.source;
     child_reader elements(source, result.document.elements, 1);
     const element& whole = elements.expect("charset");

@@ -45,7 +45,7 @@ struct charset {
     std::vector<member> members;
 };
 
-coded_set read_coded_set(const std::filesystem::path& path);
-charset read_charset(const std::filesystem::path& path);
+coded_set read_coded_set(source_file document);
+charset read_charset(source_file document);
 
 } // namespace charsets

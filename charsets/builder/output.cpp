@@ -151,15 +151,38 @@ void remove_directory(const fs::path& directory) {
     fs::remove_all(directory);
 }
 
+constexpr const char* further_folder = "further";
+
+// Where a file lies in the directory.
+fs::path place_of(const directory& built, const std::string& file) {
+    return built.further.contains(file) ? fs::path(further_folder) / file : fs::path(file);
+}
+
 void fill_directory(const directory& built, const fs::path& output) {
+    if (!built.further.empty()) {
+        fs::create_directory(output / further_folder);
+    }
     for (const auto& [file, found] : built.charsets) {
-        write_document(found.document, output / file);
+        write_document(found.document, output / place_of(built, file));
     }
     for (const auto& [file, found] : built.sets) {
-        write_document(found.document, output / file);
+        write_document(found.document, output / place_of(built, file));
     }
     for (const auto& [file, found] : built.tables) {
-        write_table(found, output / file);
+        write_table(found, output / place_of(built, file));
+    }
+}
+
+// What somebody else put into the directory stays.
+void keep_others(const fs::path& from, const fs::path& to) {
+    for (const auto& entry : fs::directory_iterator(from)) {
+        const fs::path kept = to / entry.path().filename();
+        if (entry.path().filename() == further_folder && fs::is_directory(kept)) {
+            keep_others(entry.path(), kept);
+        } else if (!is_ours(entry.path())) {
+            fs::copy(entry.path(), kept,
+                     fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+        }
     }
 }
 
@@ -182,12 +205,7 @@ void write_directory(const directory& built, const fs::path& output) {
         throw;
     }
     if (fs::exists(place)) {
-        for (const auto& entry : fs::directory_iterator(place)) {
-            if (!is_ours(entry.path())) {
-                fs::copy(entry.path(), next / entry.path().filename(),
-                         fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-            }
-        }
+        keep_others(place, next);
         std::error_code fault; // layered file systems do not rename every directory
         fs::rename(place, previous, fault);
         if (fault) {
@@ -201,13 +219,13 @@ void write_directory(const directory& built, const fs::path& output) {
 void write_embedded(const directory& built, const fs::path& output) {
     std::map<std::string, std::string> files;
     for (const auto& [file, found] : built.charsets) {
-        files[file] = document_bytes(found.document);
+        files[place_of(built, file)] = document_bytes(found.document);
     }
     for (const auto& [file, found] : built.sets) {
-        files[file] = document_bytes(found.document);
+        files[place_of(built, file)] = document_bytes(found.document);
     }
     for (const auto& [file, found] : built.tables) {
-        files[fs::path(file).replace_extension(".cmp").string()] = packed(found);
+        files[place_of(built, file).replace_extension(".cmp").string()] = packed(found);
     }
     std::string text = "#include \"cconv/directory/embedded.h\"\n\nnamespace {\n\n", list;
     for (const auto& [file, bytes] : files) {

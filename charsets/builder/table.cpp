@@ -55,6 +55,21 @@ struct table_reader {
             }
         } else if (name == "extra" && !result.extra && value.empty()) {
             result.extra = true;
+        } else if (name == "charset" && result.charset.empty()) {
+            const auto words = split(value, ' ');
+            if (words.size() != 2) {
+                fail("%charset needs a name and a language");
+            }
+            result.charset = words[0];
+            result.language = words[1];
+        } else if (name == "exchange" && grid && result.exchanged.empty()) {
+            const auto words = split(value, ' ');
+            if (words.size() != 3 || result.charset.empty()) {
+                fail("%exchange needs two codes and a name, behind %charset");
+            }
+            result.exchanged_codes[0] = read_code(words[0]);
+            result.exchanged_codes[1] = read_code(words[1]);
+            result.exchanged = words[2];
         } else if (name == "pairs" && !pairs) {
             pairs = count(value);
             section = &result.two_way;
@@ -217,7 +232,8 @@ u32 table::largest_code() const {
 }
 
 table read_table(const std::filesystem::path& path) {
-    table result{read_source(path), false, false, {}, {}};
+    table result;
+    result.source = read_source(path);
     table_reader reader{result, 0, {}, {}, {}, {}, nullptr};
     std::string_view rest = result.source.text;
     while (!rest.empty()) {

@@ -14,8 +14,11 @@ struct pair {
 // the last is the one that encodes: first the pairs that only decode, then those that go both ways.
 struct table {
     source_file source;
-    bool extra = false;   // encode only, for one charset
-    bool changes = false; // two_way holds other scalars for codes of another table
+    bool extra = false;            // encode only, for one charset
+    bool changes = false;          // two_way holds other scalars for codes of another table
+    std::string charset, language; // of a charset that is nothing but this table
+    std::string exchanged;         // and of the same with two codes exchanged
+    u32 exchanged_codes[2] = {};
     std::vector<pair> decode_only, two_way;
 
     u32 largest_code() const;

@@ -5,6 +5,8 @@ bytes, decodes them to more than one scalar, or needs more of them.
 """
 
 import ctypes
+import gzip
+import re
 import subprocess
 
 _libc = ctypes.CDLL(None, use_errno=True)
@@ -94,3 +96,36 @@ class Perl:
 
     def __call__(self, code_bytes):
         return self._scalars[code_bytes]
+
+
+class Icu:
+    """A converter of ICU, of charsets of single bytes: asked once for all 256."""
+
+    def __init__(self, charset):
+        self.name = "ICU " + charset
+        try:
+            text = subprocess.run(["uconv", "-f", charset, "-t", "UTF-32BE", "--callback", "substitute"],
+                                  input=bytes(range(0x100)), stdout=subprocess.PIPE, check=True).stdout
+        except (OSError, subprocess.CalledProcessError) as error:
+            raise SourceMissing(self.name) from error
+        self._scalars = [ord(character) for character in text.decode("utf-32-be")]
+
+    def __call__(self, code_bytes):
+        scalar = self._scalars[code_bytes[0]]
+        return None if scalar == 0xFFFD else scalar
+
+
+class Charmap:
+    """The description of a charset of single bytes that comes with the C library, beside its converter."""
+
+    def __init__(self, charset):
+        self.name = "charmap " + charset
+        try:
+            with gzip.open(f"/usr/share/i18n/charmaps/{charset}.gz", "rt", encoding="latin-1") as lines:
+                found = [re.match(r"(?:%IRREVERSIBLE%)?<U([0-9A-F]+)>\s+/x([0-9a-f]{2})\s", line) for line in lines]
+        except OSError as error:
+            raise SourceMissing(self.name) from error
+        self._scalars = {int(pair[2], 16): int(pair[1], 16) for pair in found if pair}
+
+    def __call__(self, code_bytes):
+        return self._scalars.get(code_bytes[0])

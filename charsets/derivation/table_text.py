@@ -52,7 +52,7 @@ class Table:
     """One mapping table: pairs that go both ways, and pairs that only decode."""
 
     def __init__(self, name, title, grid, pairs, *, decode_only=(), origin, extra=False,
-                 linear=is_private):
+                 charset=(), linear=is_private):
         self.name = name
         self.title = title
         self.grid = Grid(grid)
@@ -60,6 +60,7 @@ class Table:
         self.decode_only = sorted(dict(decode_only).items())
         self.origin = origin
         self.extra = extra
+        self.charset = charset  # what it says of the charset that is nothing but this table
         self.linear = linear  # which scalars may be written as ranges
 
     def mapping(self):
@@ -97,7 +98,7 @@ class Table:
     def text(self):
         header = [f"# {self.title}", "#"]
         header += [f"# {line}" if line else "#" for line in self.origin.strip().split("\n")]
-        header += ["", f"%bytes {self.grid.pattern}"]
+        header += ["", *self.charset[:1], f"%bytes {self.grid.pattern}", *self.charset[1:]]
         if self.extra:
             header += ["%extra"]
         header += [f"%pairs {len(self.pairs) + len(self.decode_only)}"]

@@ -103,6 +103,7 @@ void add_source_and_target(CLI::App& app, command& c) {
     app.add_option("-f,--from", o.from, "Charset of the input; several: one of these")
         ->type_name("NAME[,NAME...]");
     app.add_option("-t,--to", o.to, "Charset of the output")->type_name("NAME");
+    app.add_flag("--web-labels", o.web_labels, "Names mean what they mean to browsers");
     add_language(app, o.language);
 }
 

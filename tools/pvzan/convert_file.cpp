@@ -43,7 +43,12 @@ std::vector<std::string> split_names(const std::string& names) {
 }
 
 bool choose_charsets(const convert_options& options, text_conversion& conversion) {
-    const std::vector<std::string> names = split_names(options.from);
+    std::vector<std::string> names = split_names(options.from);
+    std::string to = options.to;
+    if (options.web_labels) {
+        std::ranges::transform(names, names.begin(), name_of_label);
+        to = name_of_label(to);
+    }
     if (names.empty()) {
         return refuse("--from needs a name");
     }
@@ -57,11 +62,11 @@ bool choose_charsets(const convert_options& options, text_conversion& conversion
         conversion.choice = {names.size() > 1 ? names : std::vector<std::string>(),
                              options.language};
     }
-    if (!is_known(options.to)) {
+    if (!is_known(to)) {
         return false;
     }
     conversion.from = charset_of(conversion.guess ? "utf-8" : names.front());
-    conversion.to = charset_of(options.to);
+    conversion.to = charset_of(to);
     conversion.options = options.text;
     auto error = new_record<pvzan_error>();
     text_feed probe(conversion.from, conversion.to, {}, options.text);

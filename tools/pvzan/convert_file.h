@@ -12,8 +12,9 @@ struct convert_options {
     std::string from = "auto"; // one name, or several to choose from
     std::string language;      // where the source is guessed; empty: the environment's
     std::string to = "utf-8";
-    std::string output; // empty: standard output
-    bool check = false; // write nothing, and convert back
+    std::string output;      // empty: standard output
+    bool check = false;      // write nothing, and convert back
+    bool web_labels = false; // names mean what they mean to browsers
     bool in_place = false;
     std::string backup_suffix; // in place: keeps the old file; empty: does not
     bool recursive = false;

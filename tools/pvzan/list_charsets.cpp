@@ -303,7 +303,13 @@ int print_list(const list_options& options) {
     if (style.json || style.verbose) {
         definitions = all_definitions();
     }
+    std::string_view group;
     for (const pvzan_name& charset : charsets) {
+        if (options.names.empty() && !style.json && !options.bare && group != charset.group) {
+            answer_lines(
+                fmt::format("{}{}\n", group.empty() ? "" : "\n", printable(charset.group)));
+            group = charset.group;
+        }
         answer_lines(style.json      ? json_of(charset, definitions[charset.charset])
                      : options.bare  ? bare_line_of(charset)
                      : style.verbose ? page_of(charset, definitions[charset.charset])
