@@ -228,7 +228,8 @@ typedef struct pvzan_fault {
     uint8_t back_bytes[8];
     uint8_t bytes[16]; /* the first of its bytes, blamed or length of them, whichever is more */
     char why[192];     /* in words, without the place */
-    char relative[64]; /* the name of a charset that has what this one lacks; or empty */
+    char relative[64]; /* the name of a charset that has what this one lacks; where a control code of
+                          U+0080 to U+009F is missing, that has a character there; or empty */
 } pvzan_fault;
 
 typedef struct pvzan_error {

@@ -8,13 +8,10 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <random>
 #include <sstream>
 #include <string>
-#include <sys/inotify.h>
-#include <unistd.h>
 
 namespace {
 
@@ -221,25 +218,6 @@ TEST(Definition, TheFirstOfANumberWins) {
 
 // ---- A directory as a whole
 
-// How often each file of a directory is opened while something is done.
-std::map<std::string, int> opened(const std::string& directory, const std::function<void()>& act) {
-    const int watch = ::inotify_init1(IN_NONBLOCK);
-    EXPECT_GE(::inotify_add_watch(watch, directory.c_str(), IN_OPEN), 0);
-    act();
-    std::map<std::string, int> counts;
-    alignas(inotify_event) char events[1 << 16];
-    const ssize_t bytes = ::read(watch, events, sizeof events);
-    for (ssize_t at = 0; at < bytes;) {
-        const auto* event = reinterpret_cast<const inotify_event*>(events + at);
-        if (event->len > 0) {
-            ++counts[event->name];
-        }
-        at += static_cast<ssize_t>(sizeof *event + event->len);
-    }
-    ::close(watch);
-    return counts;
-}
-
 // Whatever definitions share, they give the same registry as when each reads all its files itself.
 TEST(Definition, ADirectoryIsItsDefinitionsOneAfterTheOther) {
     const std::pair<const char*, const char*> changes[] = {
@@ -282,18 +260,6 @@ TEST(Definition, ADirectoryIsItsDefinitionsOneAfterTheOther) {
             cconvLoadRule();
             EXPECT_EQ(show_groups() + show_sets(), expected);
         });
-    }
-}
-
-TEST(Definition, AFileIsReadOnceForAllThatShareIt) {
-    const charset_directory dir;
-    for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
-        std::filesystem::copy(entry.path(), dir.path());
-    }
-    const auto counts = opened(dir.path(), [] { EXPECT_EQ(cconvLoadRule(), 1U); });
-    EXPECT_EQ(counts.count("jis_x0208-1990.set"), 1U);
-    for (const auto& [name, count] : counts) {
-        EXPECT_EQ(count, 1) << name;
     }
 }
 

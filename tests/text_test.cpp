@@ -114,7 +114,7 @@ TEST(Text, IsTheSameInAnyPiecesAndAnyRoom) {
     std::mt19937 random(7);
     const auto below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
     const std::vector<std::string> all = charsets();
-    ASSERT_EQ(all.size(), 20U);
+    ASSERT_GT(all.size(), 70U);
     for (int round = 0; round < 500; ++round) {
         conversion way{all[below(all.size())].c_str(),
                        round % 2 == 0 ? "utf-8" : all[below(all.size())].c_str()};

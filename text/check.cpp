@@ -3,6 +3,7 @@
 #include "cconv/convert/lifecycle.h"
 #include "cconv/definition/document_search.h"
 #include "cconv/directory/directory.h"
+#include "cconv/registry/further.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
@@ -17,8 +18,9 @@ namespace text {
 
 namespace {
 
+// By which a file is found in the charset directory.
 const char* last_part(const char* path) {
-    const char* const slash = std::strrchr(path, '/');
+    const char* const slash = is_further_path(path) ? nullptr : std::strrchr(path, '/');
     return slash != nullptr ? slash + 1 : path;
 }
 
@@ -136,8 +138,28 @@ private:
         }
     }
 
+    // A further one is found by the name of its file, where no definition of the start has that.
+    bool is_out_of_reach(const char* file, const char* name) {
+        char path[text_bytes];
+        if (!further_path(name, path) || std::strcmp(path, file) != 0) {
+            tell(file, "the definition of %s must be called by that name, in lower case", name);
+            return true;
+        }
+        const charset_group* group = find_group(name);
+        for (const charset_group* other : items_of<charset_group>(g_ProcessObject.groups)) {
+            if (other == group) {
+                tell(file, "%s is already defined outside this folder", name);
+                return true;
+            }
+        }
+        return false;
+    }
+
     // By the definitions that come before it: the first of a name or number counts.
     bool is_taken(const char* file, const char* name) {
+        if (is_further_path(file)) {
+            return is_out_of_reach(file, name);
+        }
         char directory[text_bytes];
         getCharsetPath(directory, sizeof directory);
         const file_names definitions(directory, "*.xml");
@@ -210,7 +232,9 @@ private:
         if (!found) {
             return;
         }
-        check_set_name(name, set, *named);
+        if (!is_further_path(file)) {
+            check_set_name(name, set, *named);
+        }
         if (body == nullptr) {
             return;
         }
@@ -220,6 +244,7 @@ private:
             const auto table_file = referred(file, in, set, *table, "srtable");
             if (table_file != nullptr) {
                 check_table(table_file.get(), in);
+                check_set_table(name, set, *named, table_file.get());
             }
         }
     }
@@ -239,6 +264,18 @@ private:
         if (taken[0] != '\0' && std::strcmp(taken, name) != 0) {
             tell(file, "the name %s has the number %u of %s; choose another name", name,
                  group_number(name), taken);
+        }
+    }
+
+    // All definitions mean the set of a name that was read first.
+    void check_set_table(const char* file, owned_document& set, const element& where,
+                         const char* table) {
+        char name[text_bytes];
+        xmlGetName(&set, where.start, where.end, name);
+        const basic_set* other = definitions_settled() ? registered_set(name) : nullptr;
+        if (other != nullptr && std::strcmp(other->decodeTable->fileName, table) != 0) {
+            tell(file, "there is another set %s, with the table %s", name,
+                 other->decodeTable->fileName);
         }
     }
 

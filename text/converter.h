@@ -96,6 +96,8 @@ struct pvzan_converter {
     u32 longest;     // bytes of the source's codes, where sets tell
     bool kana_joins; // marks are looked for: the source is Unicode, the target is not
     u32 substitute;  // 0: not chosen yet
+    u8 line_feed;    // of the source; EBCDIC has its own
+    bool same_feeds; // both sides have that of ASCII
     text::standing now;
     text::fault fault;
     u8 bytes_known[256]; // what is known of bytes: see fault.cpp
@@ -134,12 +136,18 @@ u32 look_alike_of(u32 letter);
 u32 substitute_of(pvzan_converter& c);
 
 // ---- place.cpp
+// How a text lies there, and what its line feed is; a carriage return is 0D everywhere.
+struct line_form {
+    u32 unit;
+    bool big;
+    u32 line_feed;
+};
 // Goes on behind text that was run over, by where its last line begins and how many characters that
 // has, 0 and all of them where there is no line break.
-void pass(place& at, const u8* bytes, std::size_t size, u32 unit, bool big, std::size_t line,
+void pass(place& at, const u8* bytes, std::size_t size, line_form form, std::size_t line,
           u64 characters);
 // The offset behind the last line break; 0 when there is none.
-std::size_t behind_last_break(const u8* bytes, std::size_t size, u32 unit, bool big);
+std::size_t behind_last_break(const u8* bytes, std::size_t size, line_form form);
 
 // ---- open.cpp
 void begin_text(pvzan_converter& c);

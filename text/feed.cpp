@@ -35,6 +35,10 @@ bool counts_private_use(const pvzan_converter& c) {
     return (c.how.flags & PVZAN_COUNT_PRIVATE_USE) != 0;
 }
 
+line_form form_of(const pvzan_converter& c) {
+    return {c.from.unit, c.now.big_source, c.line_feed};
+}
+
 std::size_t pending(const pvzan_converter& c) {
     return c.now.pending_size - c.now.pending_at;
 }
@@ -139,7 +143,7 @@ void look_ahead(const pvzan_converter& c, cursor& at) {
     at.settled = at.in + size;
     at.last_line = at.in + (is_unicode(c.from) || size == 0 || !tells_lines(c)
                                 ? 0
-                                : behind_last_break(at.in, size, c.from.unit, c.now.big_source));
+                                : behind_last_break(at.in, size, form_of(c)));
 }
 
 // Converts as much as comes through unharmed at full speed.
@@ -176,11 +180,11 @@ void run_over(pvzan_converter& c, fast::path& path, cursor& at) {
     const auto written = static_cast<std::size_t>(s.outPos);
     const bool big = c.now.big_source;
     if (tells_lines(c)) {
-        const std::size_t line = behind_last_break(at.in, done, c.from.unit, big);
+        const std::size_t line = behind_last_break(at.in, done, form_of(c));
         const u64 column = line == 0                    ? characters
                            : split > 0 && done >= split ? characters - before_split
                                                         : count_column(c, at, done, line, set);
-        pass(c.now.at, at.in, done, c.from.unit, big, line, column);
+        pass(c.now.at, at.in, done, form_of(c), line, column);
     } else {
         c.now.at.offset += done;
     }
@@ -404,6 +408,7 @@ pvzan_outcome end(pvzan_converter& c, cursor& at) {
 pvzan_outcome feed(pvzan_converter& c, cursor& at) {
     fast::path path(false, (c.how.flags & PVZAN_READ_BACK) != 0 ? fast::strictness::codes
                                                                 : fast::strictness::characters);
+    const bool runs = c.how.breaks == PVZAN_BREAKS_AS_FOUND || c.same_feeds;
     for (bool stuck = false;;) {
         if (!drain(c, at)) {
             return PVZAN_FEED_MORE_ROOM;
@@ -412,7 +417,7 @@ pvzan_outcome feed(pvzan_converter& c, cursor& at) {
             return at.left > 0 ? PVZAN_FEED_MORE_INPUT : end(c, at);
         }
         if (c.now.now == stage::inside && !c.now.mark_due && !c.now.plane2 &&
-            c.now.held_size == 0) {
+            c.now.held_size == 0 && runs) {
             run_over(c, path, at);
             if (at.left == 0) {
                 continue;

@@ -3,6 +3,7 @@
 #include "text/names.h"
 
 #include "cconv/convert/lifecycle.h"
+#include "cconv/registry/further.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/rulefunc/traits.h"
@@ -23,11 +24,14 @@ void copy(std::string_view from, char (&to)[64]) {
     to[size] = '\0';
 }
 
-// Whether the directory has it, as far as that is known without reading it.
+// Whether the directory has it, without a look at the definition of a further one.
 bool is_defined(std::string_view charset) {
     char name[64];
     copy(charset, name);
-    return settle_directory(nullptr) && find_group(name) != nullptr;
+    return settle_directory(nullptr) &&
+           (std::ranges::binary_search(further_names(), charset, {},
+                                       [](const char* known) { return std::string_view(known); }) ||
+            registered_group(name) != nullptr);
 }
 
 constexpr std::string_view list =
@@ -294,6 +298,25 @@ u32 spelling_distance(std::string_view a, std::string_view b) {
     return cost[a.size()][b.size()];
 }
 
+bool is_read_at_start(const char* charset) {
+    for (const charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
+        if (std::strcmp(group->name, charset) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The first row of each charset.
+constexpr auto first_rows = [] {
+    std::array<bool, rows.size()> first{};
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        first[i] = !rows[i].id().empty() &&
+                   std::ranges::find(rows, rows[i].id(), &row::id) == rows.begin() + i;
+    }
+    return first;
+}();
+
 std::string_view similar_name(std::string_view name) {
     const plain_text asked(name);
     constexpr std::size_t long_word = 6; // in shorter ones two changes make another name
@@ -322,8 +345,7 @@ std::string_view similar_name(std::string_view name) {
 } // namespace
 
 charset_group* find_group(const char* charset) {
-    return definitions_settled() ? findGroupArray(g_ProcessObject.groups, group_number(charset))
-                                 : nullptr;
+    return find_charset(charset);
 }
 
 void shown_name(std::string_view charset, char (&shown)[64]) {
@@ -426,20 +448,35 @@ int32_t pvzan_each_charset(size_t index, pvzan_name* charset) {
         return 0;
     }
     pvzan_name found = {};
-    for (const row& r : rows) {
-        if (row_of(r.charset) == &r && is_defined(r.charset) && index-- == 0) {
-            fill_in(r, found);
-            describe_codes(find_group(found.charset), found);
-            fill_record(*charset, found);
-            return 1;
+    const auto give = [&] {
+        describe_codes(registered_group(found.charset), found);
+        fill_record(*charset, found);
+        return 1;
+    };
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        if (first_rows[i] && is_defined(rows[i].charset) && index-- == 0) {
+            fill_in(rows[i], found);
+            return give();
         }
     }
+    const auto is_next = [&](const char* name) {
+        if (row_of(name) != nullptr || index-- != 0) {
+            return false;
+        }
+        found.order = PVZAN_ORDER_BIG;
+        found.exact = found.unit = 1;
+        copy_text(found.charset, name);
+        copy_text(found.shown, name);
+        return true;
+    };
     for (const charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
-        if (row_of(group->name) == nullptr && index-- == 0) {
-            resolve(group->name, 0, found);
-            describe_codes(group, found);
-            fill_record(*charset, found);
-            return 1;
+        if (is_next(group->name)) {
+            return give();
+        }
+    }
+    for (const char* name : further_names()) {
+        if (!is_read_at_start(name) && is_next(name)) {
+            return give();
         }
     }
     return 0;

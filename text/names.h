@@ -18,7 +18,8 @@ bool resolve(const char* name, u32 flags, pvzan_name& meaning);
 void describe_codes(const charset_group* group, const rule_row* decoder, pvzan_name& meaning);
 void describe_codes(const charset_group* group, pvzan_name& meaning);
 
-// The charset of that name in the directory, which is read by now; null when there is none.
+// The charset of that name in the directory, which is settled by now, read unless that was done;
+// null when there is none.
 charset_group* find_group(const char* charset);
 
 // The first name of the list whose charset is this one; the charset's own where there is none.

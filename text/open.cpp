@@ -80,6 +80,27 @@ void measure_codes(pvzan_converter& c) {
     c.longest = by_sets ? widest : 0;
 }
 
+// EBCDIC has line feeds elsewhere, and line breaks cannot be told by their bytes alone.
+void find_line_feeds(pvzan_converter& c) {
+    constexpr u8 line_feed = '\n';
+    c.line_feed = line_feed;
+    begin_text(c);
+    for (const u8 byte : {line_feed, u8{0x25}, u8{0x15}}) {
+        if (!is_unicode(c.from) && c.from.unit == 1) {
+            const reading_result found = read(c, {&byte, 1, true, true});
+            if (found.kind == reading_result::whole && found.c.letter == line_feed) {
+                c.line_feed = byte;
+                break;
+            }
+        }
+    }
+    character back{0, 0};
+    const bool written_so =
+        is_unicode(c.to) || (write(c, {line_feed, 0}, back) == written::done &&
+                             c.now.pending[c.now.pending_size - 1] == line_feed);
+    c.same_feeds = c.line_feed == line_feed && written_so;
+}
+
 // Sets the session up as the four calls would, without a language tag.
 bool prepare_session(pvzan_converter& c, charset_group* from, charset_group* to) {
     session& s = c.work;
@@ -135,6 +156,7 @@ bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* 
     std::memset(c.sound, 0, sizeof c.sound);
     std::memset(c.bytes_known, 0, sizeof c.bytes_known);
     c.substitute = c.how.substitute;
+    find_line_feeds(c);
     begin_text(c);
     if (c.substitute != 0 && (!is_scalar(c.substitute) || !can_write(c, {c.substitute, 0}))) {
         tell(error, PVZAN_ERROR_OPTION, "%s does not have the substitute U+%04X", c.to.shown,

@@ -17,3 +17,7 @@ class known_sets;
 
 // xmlReadXML for one definition of several: set files that they share are read once.
 bool read_definition(const char* fileName, known_sets& known);
+
+// Reads the definition of a charset that is not registered, and adds it to the further ones; null
+// where the file is none, or is another charset's.
+charset_group* read_further_definition(const char* fileName, const char* name, known_sets& known);

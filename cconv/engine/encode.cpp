@@ -1,6 +1,7 @@
 // Table-driven encoding: which member set of the target carries the current character, with what
 // code.
 #include "cconv/engine/engine.h"
+#include "cconv/registry/further.h"
 #include "cconv/tables/table.h"
 
 namespace {
@@ -103,10 +104,7 @@ bool encode_control_code(session* s) {
 } // namespace
 
 void derive_unicode(session* s) {
-    if (s->setCode == 0 || g_ProcessObject.basics == nullptr) {
-        return;
-    }
-    const basic_set* set = findBasicArray(g_ProcessObject.basics, s->charSetNo);
+    const basic_set* set = s->setCode != 0 ? registered_set(s->charSetNo) : nullptr;
     if (set == nullptr) {
         return;
     }

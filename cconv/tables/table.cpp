@@ -326,7 +326,7 @@ u32 putTable(table_object* table, u32 key, u32 value) {
     block_finder finder(table->blocks);
     const bool stored = put_value(table, finder, key, value);
     if (table_loaded(table)) {
-        changes.fetch_add(1, std::memory_order_release);
+        note_table_change();
     }
     return stored;
 }
@@ -360,6 +360,10 @@ u32 table_generation() {
 
 u32 table_changes() {
     return changes.load(std::memory_order_acquire);
+}
+
+void note_table_change() {
+    changes.fetch_add(1, std::memory_order_release);
 }
 
 std::optional<u32> find_value(const table_object* table, u32 key) {

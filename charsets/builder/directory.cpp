@@ -4,7 +4,6 @@
 #include "charsets/builder/single.h"
 
 #include <algorithm>
-#include <set>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -25,57 +24,59 @@ public:
     explicit checker(const directory& checked) : directory_(checked) {}
 
     void check() {
-        check_numbers(directory_.charsets, "charsets");
         for (const auto& [file, set] : directory_.sets) {
             check_user_defined(set);
         }
         for (const auto& [file, whole] : directory_.charsets) {
-            is_further_ = directory_.further.contains(file);
+            at_start_ = !file.starts_with(further_folder);
+            if (at_start_) {
+                check_number(whole, "charsets", charset_numbers_);
+            }
             check_charset(whole);
         }
-        check_numbers(directory_.sets, "coded sets");
+        for (const auto& [file, set] : directory_.sets) {
+            if (!is_further(file)) {
+                check_number(set, "coded sets", set_numbers_);
+            }
+        }
     }
 
     void check_use() const {
         for (const auto& [file, set] : directory_.sets) {
-            if (!is_used(file)) {
+            if (!used_.contains(file)) {
                 set.document.source.fail(0, "no charset uses this set");
             }
         }
         for (const auto& [file, table] : directory_.tables) {
-            if (!is_used(file)) {
+            if (!used_.contains(file)) {
                 table.source.fail(0, "nothing uses this table");
             }
         }
     }
 
-    [[nodiscard]] bool is_used(const std::string& file) const {
-        return used_.contains(file) || used_further_.contains(file);
-    }
-    // What only further charsets use.
-    [[nodiscard]] std::set<std::string> further() const {
-        std::set<std::string> files;
-        std::ranges::set_difference(used_further_, used_, std::inserter(files, files.end()));
-        return files;
+    [[nodiscard]] bool is_used(const std::string& file) const { return used_.contains(file); }
+    // Whether only further charsets use it.
+    [[nodiscard]] bool is_further(const std::string& file) const {
+        const auto found = used_.find(file);
+        return found != used_.end() && found->second;
     }
 
 private:
-    // The library knows charsets and sets by number; unlisted names have a hashed one. Further ones
-    // get another where theirs is taken.
+    // The library knows charsets and sets of the start by number only; unlisted names have a hashed
+    // one. Further ones get another number where theirs is taken.
     template <class Named>
-    void check_numbers(const std::map<std::string, Named>& all, const std::string& what) const {
-        std::map<u32, std::string> names;
-        for (const auto& [file, found] : all) {
-            if (directory_.further.contains(file) || further().contains(file)) {
-                continue;
-            }
-            const auto [before, added] = names.emplace(found.number, found.name);
-            if (!added) {
-                found.document.source.fail(0, "the " + what + " " + before->second + " and " +
-                                                  found.name + " share the number " +
-                                                  std::to_string(found.number));
-            }
+    static void check_number(const Named& found, const std::string& what,
+                             std::map<u32, std::string>& names) {
+        const auto [before, added] = names.emplace(found.number, found.name);
+        if (!added) {
+            found.document.source.fail(0, "the " + what + " " + before->second + " and " +
+                                              found.name + " share the number " +
+                                              std::to_string(found.number));
         }
+    }
+
+    void use(const std::string& file) {
+        used_[file] = !at_start_ && (!is_used(file) || is_further(file));
     }
 
     static void check_user_defined(const coded_set& set) {
@@ -87,8 +88,6 @@ private:
             set.document.source.fail(0, "the user-defined area is larger than private use");
         }
     }
-
-    void use(const std::string& file) { (is_further_ ? used_further_ : used_).insert(file); }
 
     const entity& resolve(const charset& whole, std::size_t line, const std::string& name) {
         const entity* found = whole.document.find_entity(name);
@@ -248,14 +247,19 @@ private:
     }
 
     const directory& directory_;
-    bool is_further_ = false;                   // the charset at hand
-    std::set<std::string> used_, used_further_; // files, by charsets of either kind
-    std::set<std::string> referred_;            // entities of the charset at hand
+    bool at_start_ = true;             // the charset at hand is read at the start
+    std::map<std::string, bool> used_; // files, and whether by further charsets alone
+    std::map<u32, std::string> charset_numbers_, set_numbers_;
+    std::set<std::string> referred_; // entities of the charset at hand
     std::map<std::string, std::string> table_of_set_;
     std::unordered_set<const table*> checked_;
 };
 
 } // namespace
+
+std::string directory::place_of(const std::string& file) const {
+    return further.contains(file) ? std::string(further_folder) + file : file;
+}
 
 directory read_directory(const std::filesystem::path& source,
                          const std::filesystem::path& overlay) {
@@ -294,7 +298,13 @@ directory read_directory(const std::filesystem::path& source,
         std::erase_if(result.sets, is_unused);
         std::erase_if(result.tables, is_unused);
     }
-    result.further.merge(check.further());
+    const auto note_place = [&](const auto& entry) {
+        if (check.is_further(entry.first)) {
+            result.further.insert(entry.first);
+        }
+    };
+    std::ranges::for_each(result.sets, note_place);
+    std::ranges::for_each(result.tables, note_place);
     return result;
 }
 

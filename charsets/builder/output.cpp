@@ -39,6 +39,9 @@ std::string to_utf16(std::string_view text) {
 }
 
 void write_file(const fs::path& path, std::string_view bytes) {
+    if (path.has_parent_path()) {
+        fs::create_directories(path.parent_path());
+    }
     std::ofstream stream(path, std::ios::binary | std::ios::trunc);
     stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     stream.close();
@@ -47,14 +50,16 @@ void write_file(const fs::path& path, std::string_view bytes) {
     }
 }
 
-std::string document_bytes(const markup& document) {
+// Names files as they lie in the directory.
+std::string document_bytes(const markup& document, const directory& built) {
     std::string text = document.source.text;
     text.replace(0, source_declaration.size(), built_declaration);
+    for (const entity& declared : document.entities) {
+        const std::string before = " SYSTEM \"" + declared.file + "\"";
+        text.replace(text.find(declared.name + before), declared.name.size() + before.size(),
+                     declared.name + " SYSTEM \"" + built.place_of(declared.file) + "\"");
+    }
     return to_utf16(text);
-}
-
-void write_document(const markup& document, const fs::path& path) {
-    write_file(path, document_bytes(document));
 }
 
 // The cache holds the pairs in the order of the text, in this machine's byte order: what the
@@ -139,6 +144,21 @@ private:
     int descriptor_;
 };
 
+// Copies what no builder writes.
+void keep_foreign(const fs::path& from, const fs::path& to) {
+    if (!fs::exists(from)) {
+        return;
+    }
+    for (const auto& entry : fs::directory_iterator(from)) {
+        const fs::path name = entry.path().filename();
+        if (!is_ours(name) && name / "" != further_folder) {
+            fs::create_directories(to);
+            fs::copy(entry.path(), to / name,
+                     fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+        }
+    }
+}
+
 // A directory without definitions converts nothing; one without a table would convert wrongly.
 void remove_directory(const fs::path& directory) {
     if (fs::exists(directory)) {
@@ -151,38 +171,15 @@ void remove_directory(const fs::path& directory) {
     fs::remove_all(directory);
 }
 
-constexpr const char* further_folder = "further";
-
-// Where a file lies in the directory.
-fs::path place_of(const directory& built, const std::string& file) {
-    return built.further.contains(file) ? fs::path(further_folder) / file : fs::path(file);
-}
-
 void fill_directory(const directory& built, const fs::path& output) {
-    if (!built.further.empty()) {
-        fs::create_directory(output / further_folder);
-    }
     for (const auto& [file, found] : built.charsets) {
-        write_document(found.document, output / place_of(built, file));
+        write_file(output / file, document_bytes(found.document, built));
     }
     for (const auto& [file, found] : built.sets) {
-        write_document(found.document, output / place_of(built, file));
+        write_file(output / built.place_of(file), document_bytes(found.document, built));
     }
     for (const auto& [file, found] : built.tables) {
-        write_table(found, output / place_of(built, file));
-    }
-}
-
-// What somebody else put into the directory stays.
-void keep_others(const fs::path& from, const fs::path& to) {
-    for (const auto& entry : fs::directory_iterator(from)) {
-        const fs::path kept = to / entry.path().filename();
-        if (entry.path().filename() == further_folder && fs::is_directory(kept)) {
-            keep_others(entry.path(), kept);
-        } else if (!is_ours(entry.path())) {
-            fs::copy(entry.path(), kept,
-                     fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-        }
+        write_table(found, output / built.place_of(file));
     }
 }
 
@@ -205,7 +202,8 @@ void write_directory(const directory& built, const fs::path& output) {
         throw;
     }
     if (fs::exists(place)) {
-        keep_others(place, next);
+        keep_foreign(place, next);
+        keep_foreign(place / further_folder, next / further_folder);
         std::error_code fault; // layered file systems do not rename every directory
         fs::rename(place, previous, fault);
         if (fault) {
@@ -219,13 +217,13 @@ void write_directory(const directory& built, const fs::path& output) {
 void write_embedded(const directory& built, const fs::path& output) {
     std::map<std::string, std::string> files;
     for (const auto& [file, found] : built.charsets) {
-        files[place_of(built, file)] = document_bytes(found.document);
+        files[file] = document_bytes(found.document, built);
     }
     for (const auto& [file, found] : built.sets) {
-        files[place_of(built, file)] = document_bytes(found.document);
+        files[built.place_of(file)] = document_bytes(found.document, built);
     }
     for (const auto& [file, found] : built.tables) {
-        files[place_of(built, file).replace_extension(".cmp").string()] = packed(found);
+        files[fs::path(built.place_of(file)).replace_extension(".cmp").string()] = packed(found);
     }
     std::string text = "#include \"cconv/directory/embedded.h\"\n\nnamespace {\n\n", list;
     for (const auto& [file, bytes] : files) {

@@ -37,6 +37,16 @@ def ebcdic(name, language, number):
     return (name, language, 256, Iconv(name), [(Python(f"cp{number}"), {}), (Icu("ibm-" + number.lstrip("0")), {})])
 
 
+def belarusian_koi8_u():
+    """What browsers mean by KOI8-U: with the letter that KOI8-RU has in two places."""
+    ukrainian, belarusian = Iconv("KOI8-U"), Iconv("KOI8-RU")
+
+    def scalar(code_bytes):
+        return (belarusian if code_bytes[0] in (0xAE, 0xBE) else ukrainian)(code_bytes)
+    scalar.name = "iconv KOI8-U, with AE and BE of iconv KOI8-RU"
+    return scalar
+
+
 def directives(name, language):
     """What a file says of its charset. Text in EBCDIC has the line feed at 25, as in the tables, or at 15, as on z/OS."""
     if not name.startswith("IBM"):
@@ -64,6 +74,7 @@ def charsets():
     yield ("KOI8-R", "ru", 256, Iconv("KOI8-R"), [(Python("koi8_r"), {}), (Perl("koi8-r", BYTES), {})])
     yield ("KOI8-U", "uk", 256, Iconv("KOI8-U"), [(Python("koi8_u"), {}), (Perl("koi8-u", BYTES), {})])
     yield ("KOI8-RU", "be", 256, Iconv("KOI8-RU"), [(Icu("koi8-u"), KOI8_U)])
+    yield ("KOI8-U-web", "uk", 256, belarusian_koi8_u(), [(Iconv("KOI8-U"), {0xAE: 0x255D, 0xBE: 0x256C})])
     yield macintosh("macintosh", "en", "mac_roman", "macintosh", "MacRoman")
     yield macintosh("mac-cyrillic", "ru", "mac_cyrillic", "macos-7_3-10.2", "MacCyrillic")
     yield macintosh("mac-greek", "el", "mac_greek", "macos-6_2-10.4", "MacGreek")

@@ -44,7 +44,8 @@ std::string json_counts(const std::map<char32_t, std::uint64_t>& counts) {
 std::string relative_hint(const pvzan_fault& fault) {
     const pvzan_name relative = charset_of(fault.relative);
     const std::string option = fold_name(relative.shown);
-    if (fault.kind == PVZAN_FAULT_MISSING) {
+    const bool control = fault.scalars[0] >= 0x80 && fault.scalars[0] < 0xA0;
+    if (fault.kind == PVZAN_FAULT_MISSING && !control) {
         return fmt::format("    hint: {} has it; -t {} writes it", relative.shown, option);
     }
     std::vector<std::uint8_t> code(fault.bytes, fault.bytes + fault.blamed);
