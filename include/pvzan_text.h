@@ -228,8 +228,8 @@ typedef struct pvzan_fault {
     uint8_t back_bytes[8];
     uint8_t bytes[16]; /* the first of its bytes, blamed or length of them, whichever is more */
     char why[192];     /* in words, without the place */
-    char relative[64]; /* the name of a charset that has what this one lacks; where a control code of
-                          U+0080 to U+009F is missing, that has a character there; or empty */
+    char relative[64]; /* the name of a charset that has what this one lacks; where a control code
+                          of U+0080 to U+009F is missing, that has a character there; or empty */
 } pvzan_fault;
 
 typedef struct pvzan_error {
@@ -293,7 +293,7 @@ typedef struct pvzan_guess_result {
     uint32_t reserved;
     uint64_t doubt; /* the byte where the likeliest two readings differ first, or that is invalid in
                        the likeliest; UINT64_MAX: no such place */
-    char why[256]; /* what decided, or what kind of file it is; or empty */
+    char why[256];  /* what decided, or what kind of file it is; or empty */
 } pvzan_guess_result;
 
 /* ---- Conversion ----------------------------------------------------------------------------- */

@@ -126,6 +126,9 @@ def texts_of(directory, package, language):
 
 def lines(part, language, cache):
     """Different lines with a letter beyond ASCII (of English: all), composed."""
+    kept = pathlib.Path(cache, "lines", f"{part}-{language}")
+    if kept.exists():
+        return kept.read_text().split("\n")[:-1]
     seen = {}
     for package in packages(part, language):
         for text in texts_of(unpacked(package, cache), package, language):
@@ -133,4 +136,6 @@ def lines(part, language, cache):
                 line = unicodedata.normalize("NFC", " ".join(line.split()))
                 if line and (language == "en" or not line.isascii()):
                     seen.setdefault(line)
+    kept.parent.mkdir(parents=True, exist_ok=True)
+    kept.write_text("".join(line + "\n" for line in seen))
     return list(seen)

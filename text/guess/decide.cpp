@@ -41,8 +41,8 @@ void settle_equals(pvzan_guesser& g) {
     for (candidate& c : std::span(g.candidates, g.count)) {
         for (candidate& other : std::span(g.candidates, g.count)) {
             if (&other > &c && c.alive && other.alive && c.hash == other.hash) {
-                const bool keep = reads_all(c) != reads_all(other) ? reads_all(c)
-                                                                   : c.cost <= other.cost;
+                const bool keep =
+                    reads_all(c) != reads_all(other) ? reads_all(c) : c.cost <= other.cost;
                 (keep ? other : c).alive = false;
             }
         }
@@ -62,9 +62,9 @@ std::size_t read_behind(const candidate& c, std::span<const u8> bytes, std::size
     how.on_invalid = how.on_cut = PVZAN_SUBSTITUTE;
     how.most_faults = ~u64{0};
     pvzan_converter* reads = pvzan_open(c.name.shown, "utf-8", &how, nullptr);
-    const std::size_t all =
-        reads == nullptr ? 0
-                         : pvzan_convert(reads, bytes.data(), bytes.size(), out, sizeof out, nullptr);
+    const std::size_t all = reads == nullptr ? 0
+                                             : pvzan_convert(reads, bytes.data(), bytes.size(), out,
+                                                             sizeof out, nullptr);
     pvzan_close(reads);
     std::size_t to = same, characters = 0;
     while (to < std::min(all, sizeof out) && characters < shown_characters && out[to] >= 0x20) {
@@ -235,9 +235,9 @@ void decide(pvzan_guesser& g, bool complete) {
     const candidate& best = *ranked[0];
     // Bytes at random cost as much as this.
     constexpr i32 random_bits = 9;
-    const bool writing = best.beyond == 0 || best.row->codes == structure::units ||
-                         best.cost <= random_bits * whole_bit *
-                                          static_cast<i32>(g.evidence_size + 4);
+    const bool writing =
+        best.beyond == 0 || best.row->codes == structure::units ||
+        best.cost <= random_bits * whole_bit * static_cast<i32>(g.evidence_size + 4);
     constexpr i32 worth_telling = 14 * whole_bit;
     u32 told = 0;
     while (told < count && told < 8 && ranked[told]->cost - best.cost <= worth_telling) {
@@ -262,12 +262,12 @@ void decide(pvzan_guesser& g, bool complete) {
     const i32 lead = rival == nullptr ? 0x7FFFFFFF : rival->cost - best.cost;
     const i32 lead_by_text =
         rival == nullptr || best.beyond < 8 ? lead : lead + rival->favour - best.favour;
-    const bool utf8 = best.name.kind == PVZAN_KIND_UTF_8;
+    const bool utf8 = best.name.kind == PVZAN_KIND_UTF_8 && !(best.by_chance && best.beyond <= 2);
     constexpr i32 damage_margin = 4 * whole_bit; // before one that a fault speaks against
     const i32 margin = rival == nullptr || rival->faults > 1 ? 0
                        : reads_all(*rival)                   ? margin_of(best)
                                                              : damage_margin;
-    const bool sure = writing && (utf8 || std::min(lead, lead_by_text) >= margin);
+    const bool sure = writing && !g.maybe_units && (utf8 || std::min(lead, lead_by_text) >= margin);
     answer.verdict = sure ? PVZAN_GUESS_SURE : PVZAN_GUESS_UNSURE;
     if (sure) {
         say_what_decides(g, best);

@@ -16,12 +16,12 @@ bool starts_with(bytes_view text, std::initializer_list<u8> begin) {
 }
 
 const char* marked_charset(bytes_view text) {
-    return starts_with(text, {0xEF, 0xBB, 0xBF})         ? "utf-8"
-           : starts_with(text, {0xFF, 0xFE, 0, 0})       ? "utf-32le"
-           : starts_with(text, {0, 0, 0xFE, 0xFF})       ? "utf-32be"
-           : starts_with(text, {0xFF, 0xFE})             ? "utf-16le"
-           : starts_with(text, {0xFE, 0xFF})             ? "utf-16be"
-                                                         : nullptr;
+    return starts_with(text, {0xEF, 0xBB, 0xBF})   ? "utf-8"
+           : starts_with(text, {0xFF, 0xFE, 0, 0}) ? "utf-32le"
+           : starts_with(text, {0, 0, 0xFE, 0xFF}) ? "utf-32be"
+           : starts_with(text, {0xFF, 0xFE})       ? "utf-16le"
+           : starts_with(text, {0xFE, 0xFF})       ? "utf-16be"
+                                                   : nullptr;
 }
 
 // One candidate is left, and it must read everything.
@@ -70,8 +70,11 @@ units read_as_units(pvzan_guesser& g, bytes_view text, u32 kind, bool big) {
 
 // High bytes of a text's units are few: those of its scripts.
 bool looks_like_units(bytes_view text) {
-    constexpr std::size_t looked_at = 512;
+    constexpr std::size_t looked_at = 512, always = 64;
     const std::size_t size = std::min(text.size(), looked_at) & ~std::size_t{1};
+    if (size <= always) {
+        return true;
+    }
     for (const std::size_t column : {std::size_t{0}, std::size_t{1}}) {
         bool met[256] = {};
         u32 different = 0, plain = 0;
@@ -85,6 +88,17 @@ bool looks_like_units(bytes_view text) {
         }
     }
     return false;
+}
+
+bool is_utf8(bytes_view text) {
+    while (!text.empty()) {
+        const sequence s = read_utf8(text.data(), text.size());
+        if (s.kind == sequence::ill_formed) {
+            return false;
+        }
+        text = text.subspan(s.bytes);
+    }
+    return true;
 }
 
 bool is_plain_ascii(bytes_view text) {
@@ -108,14 +122,14 @@ const char* unmarked_units(pvzan_guesser& g, bytes_view text, bool complete) {
         return c.row->codes == structure::units; // all that were named
     });
     if (!needed && ((complete && text.size() % 2 != 0) || is_plain_ascii(text) ||
-                    (!zeros && !looks_like_units(text)))) {
+                    (!zeros && (is_utf8(text) || !looks_like_units(text))))) {
         return nullptr;
     }
     // Without zeros the bytes might as well be characters by themselves, and must be rare writing
     // then: UTF-8 is never that.
     const units little = read_as_units(g, text, PVZAN_KIND_UTF_16, false);
     const units big = read_as_units(g, text, PVZAN_KIND_UTF_16, true);
-    const u32 most = (zeros ? 16U : 11U) * bit, fixed = 12 * bit;
+    const u32 most = (zeros ? 16U : 13U) * bit, fixed = 12 * bit;
     const bool is_little = little.sound && (!big.sound || little.cost < big.cost);
     const units& best = is_little ? little : big;
     if (!needed && (!best.sound || best.cost > most * best.characters + fixed)) {
@@ -127,12 +141,14 @@ const char* unmarked_units(pvzan_guesser& g, bytes_view text, bool complete) {
             c.alive = c.row->codes != structure::escapes;
         }
         weigh(g, text.first(size), complete && size == text.size());
-        const candidate* first = nullptr;
+        constexpr i32 lead = 10 * bit, none = 0x3FFFFFFF;
+        i32 by_units = none, by_bytes = none;
         for (const candidate& c : std::span(g.candidates, g.count)) {
-            first = c.alive && c.faults == 0 && (first == nullptr || c.cost < first->cost) ? &c
-                                                                                           : first;
+            i32& least = c.row->codes == structure::units ? by_units : by_bytes;
+            least = c.alive && c.faults == 0 ? std::min(least, c.cost) : least;
         }
-        if (first == nullptr || first->row->codes != structure::units) {
+        if (by_units == none || by_units + lead > by_bytes) {
+            g.maybe_units = by_units < by_bytes + lead;
             return nullptr;
         }
     }

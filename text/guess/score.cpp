@@ -40,12 +40,12 @@ u32 small_of(u32 c) {
         return c | 1;
     }
     if (within(c, 0x386, 0x3AB)) {
-        return c == 0x386                   ? 0x3AC
-               : within(c, 0x388, 0x38A)    ? c + 37
-               : c == 0x38C                 ? 0x3CC
-               : within(c, 0x38E, 0x38F)    ? c + 63
-               : c >= 0x391 && c != 0x3A2   ? c + 0x20
-                                            : c;
+        return c == 0x386                 ? 0x3AC
+               : within(c, 0x388, 0x38A)  ? c + 37
+               : c == 0x38C               ? 0x3CC
+               : within(c, 0x38E, 0x38F)  ? c + 63
+               : c >= 0x391 && c != 0x3A2 ? c + 0x20
+                                          : c;
     }
     return within(c, 0x400, 0x40F) ? c + 0x50 : within(c, 0x410, 0x42F) ? c + 0x20 : c;
 }
@@ -58,11 +58,11 @@ bool is_general_mark(u32 c) {
 
 kind kind_of(u32 c) {
     if (c < 0x80) {
-        return c == ' ' || within(c, '\t', '\n') || c == '\r'      ? kind::space
-               : c < 0x20 || c == 0x7F                             ? kind::control
-               : within(c, '0', '9')                               ? kind::digit
-               : within(c, 'a', 'z') || within(c, 'A', 'Z')        ? kind::letter
-                                                                   : kind::mark;
+        return c == ' ' || within(c, '\t', '\n') || c == '\r' ? kind::space
+               : c < 0x20 || c == 0x7F                        ? kind::control
+               : within(c, '0', '9')                          ? kind::digit
+               : within(c, 'a', 'z') || within(c, 'A', 'Z')   ? kind::letter
+                                                              : kind::mark;
     }
     if (c < 0xA0 || within(c, 0xE000, 0xF8FF) || c >= 0xF0000 || (c & 0xFFFE) == 0xFFFE) {
         return kind::odd;
@@ -84,8 +84,8 @@ kind kind_of(u32 c) {
         return kind::hangul;
     }
     if (within(c, 0xFF00, 0xFFEF)) {
-        const bool plain = within(c, 0xFF10, 0xFF19) || within(c, 0xFF21, 0xFF3A) ||
-                           within(c, 0xFF41, 0xFF5A);
+        const bool plain =
+            within(c, 0xFF10, 0xFF19) || within(c, 0xFF21, 0xFF3A) || within(c, 0xFF41, 0xFF5A);
         return within(c, 0xFF61, 0xFF9F) ? kind::half_katakana
                : plain                   ? kind::wide_letter
                                          : kind::wide_mark;
@@ -96,7 +96,7 @@ kind kind_of(u32 c) {
 }
 
 // What a character of a kind costs that a language's texts have not, or hardly, shown.
-constexpr u32 rare_cost[kinds] = {1 * bit,  13,       18,       16,       14 * bit, 6 * bit,
+constexpr u32 rare_cost[kinds] = {1 * bit,  13,       15,       16,       14 * bit, 6 * bit,
                                   10 * bit, 10 * bit, 10 * bit, 11 * bit, 19 * bit, 12 * bit,
                                   11 * bit, 15 * bit, 10 * bit, 25 * bit};
 constexpr u32 foreign_cost = 6 * bit; // a script that an alphabet's texts do not have
@@ -193,7 +193,22 @@ bool is_native(const char* native, const char* language) {
 
 } // namespace
 
+// Japanese charsets read some marks in either of two ways, which tells nothing.
+static u32 usual_form(u32 c) {
+    switch (c) {
+    case 0x301C: return 0xFF5E;
+    case 0x2015: return 0x2014;
+    case 0x2225: return 0x2016;
+    case 0xFF0D: return 0x2212;
+    case 0xFFE0: return 0xA2;
+    case 0xFFE1: return 0xA3;
+    case 0xFFE2: return 0xAC;
+    default: return c;
+    }
+}
+
 seen see(u32 scalar) {
+    scalar = usual_form(scalar);
     const kind what = kind_of(scalar);
     const bool letter = what == kind::letter || what == kind::other_letter;
     const u32 small = letter ? small_of(scalar) : scalar;
@@ -253,7 +268,10 @@ u32 scorer::judge_letters(const seen* text, std::size_t size, u32 model, u32 mos
     for (std::size_t i = 0; i < size && cost < most; ++i) {
         const seen& c = text[i];
         const u32 symbol = alphabet_symbol(symbols, c);
-        cost += cost_of(a.rows[before * width + symbol]) + case_cost(last, c);
+        const u32 step = cost_of(a.rows[before * width + symbol]);
+        // Not all the texts that were counted have typographic marks.
+        constexpr u32 most_for_a_mark = 5 * bit;
+        cost += (symbol == 4 ? std::min(step, most_for_a_mark) : step) + case_cost(last, c);
         if (symbol < alphabet_kinds && symbol != 0) {
             const bool usual = symbol == 4 && usual_marks.find(static_cast<char16_t>(c.letter)) !=
                                                   usual_marks.npos;

@@ -23,12 +23,13 @@ struct candidate {
     pvzan_name name{};
     pvzan_converter* reads = nullptr; // to the end of the text
     bool alive = false;
-    i32 cost = 0;    // quarters of a bit
-    i32 favour = 0;  // of them, what the user's language took off
-    u32 faults = 0;  // of the evidence
-    u32 beyond = 0;  // characters beyond ASCII in the evidence
-    u32 odd = 0;     // of them, private use and the like
-    u64 hash = 0;    // of what it reads
+    bool by_chance = false; // as UTF-8: there is a character that chance makes out of two bytes
+    i32 cost = 0;           // quarters of a bit
+    i32 favour = 0;         // of them, what the user's language took off
+    u32 faults = 0;         // of the evidence
+    u32 beyond = 0;         // characters beyond ASCII in the evidence
+    u32 odd = 0;            // of them, private use and the like
+    u64 hash = 0;           // of what it reads
     u64 fault_at = nowhere;
     u32 fault_bytes = 0, fault_byte = 0;
 };
@@ -53,7 +54,7 @@ struct decision {
 
 struct pvzan_guesser {
     char language[8];
-    bool named, marked, escaped, decided;
+    bool named, marked, escaped, decided, maybe_units;
     text::progress now;
     u32 count;
     text::candidate candidates[text::most_candidates];

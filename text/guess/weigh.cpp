@@ -24,6 +24,7 @@ class evidence_reader {
 public:
     evidence_reader(candidate& c, seen* into) : c_(c), into_(into) {
         c.faults = c.beyond = c.odd = 0;
+        c.by_chance = false;
         c.hash = 0xCBF29CE484222325U;
     }
 
@@ -38,6 +39,7 @@ public:
             into_[count_++] = one;
             c_.hash = (c_.hash ^ s.scalar) * 0x100000001B3U;
             c_.beyond += s.scalar >= 0x80 ? 1 : 0;
+            c_.by_chance = c_.by_chance || (s.scalar >= 0x100 && s.scalar < 0x800);
             c_.odd += one.what == kind::odd ? 1 : 0;
         }
     }
@@ -83,9 +85,13 @@ namespace {
 
 // Bits that speak for a charset before anything is read.
 i32 prior_of(const candidate& c) {
-    constexpr i32 utf8_lead = 20 * bit;
-    return c.name.kind == PVZAN_KIND_UTF_8 ? -utf8_lead
-                                           : static_cast<i32>(c.row->rare) * static_cast<i32>(bit);
+    // One or two characters of two bytes may be chance, but for the marks and letters of Latin-1.
+    constexpr i32 utf8_lead = 20 * bit, by_chance_lead = 8 * bit;
+    constexpr u32 few = 2;
+    if (c.name.kind == PVZAN_KIND_UTF_8) {
+        return c.beyond <= few && c.by_chance ? -by_chance_lead : -utf8_lead;
+    }
+    return static_cast<i32>(c.row->rare) * static_cast<i32>(bit);
 }
 
 bool is_of(const char* languages, const char* language) {
@@ -108,6 +114,20 @@ void weigh_one(pvzan_guesser& g, candidate& c, std::span<const u8> evidence, boo
 
 } // namespace
 
+// Which of a family is meant is no matter of likelihood, so all that read without a fault cost as
+// much as the cheapest.
+static void level_families(pvzan_guesser& g) {
+    const auto reads = [](const candidate& c) { return c.alive && c.faults == 0 && c.odd == 0; };
+    for (candidate& c : std::span(g.candidates, g.count)) {
+        for (const candidate& other : std::span(g.candidates, g.count)) {
+            if (c.row->relatives != family::none && c.row->relatives == other.row->relatives &&
+                reads(c) && reads(other)) {
+                c.cost = std::min(c.cost, other.cost);
+            }
+        }
+    }
+}
+
 void weigh(pvzan_guesser& g, std::span<const u8> evidence, bool complete) {
     auto* text = static_cast<seen*>(ZAN_malloc(static_cast<i32>(sizeof(seen) * evidence_room * 3)));
     if (text == nullptr) {
@@ -128,6 +148,7 @@ void weigh(pvzan_guesser& g, std::span<const u8> evidence, bool complete) {
                 best = c.alive ? std::min(best, c.cost) : best;
             }
         }
+        level_families(g);
         for (candidate& c : std::span(g.candidates, g.count)) {
             c.alive = c.alive && c.cost <= best + far_behind;
         }

@@ -46,8 +46,8 @@ void end_word(pvzan_guesser& g) {
     }
     g.evidence[g.evidence_size++] = '\n';
     g.word_begin = g.evidence_size;
-    g.evidence_full = g.evidence_size + 1 >= evidence_room ||
-                      g.evidence_origin_count == most_origins;
+    g.evidence_full =
+        g.evidence_size + 1 >= evidence_room || g.evidence_origin_count == most_origins;
 }
 
 void begin_word(pvzan_guesser& g, u64 offset) {
@@ -72,6 +72,32 @@ void gather(pvzan_guesser& g, const u8* from, const u8* to) {
 
 } // namespace
 
+namespace {
+
+constexpr std::ptrdiff_t longest_neighbour = 14;
+
+const u8* word_begin(const u8* first, const u8* at) {
+    const u8* begin = at;
+    while (begin > first && at - begin < longest_neighbour && begin[-1] >= first_trail) {
+        --begin;
+    }
+    return begin;
+}
+
+// Behind the word that follows a blank; where it is not there, or long, the blank itself.
+const u8* neighbour_end(const u8* blank, const u8* stop) {
+    if (*blank != ' ') {
+        return blank;
+    }
+    const u8* p = blank + 1;
+    while (p < stop && p - blank < longest_neighbour && *p >= first_trail) {
+        ++p;
+    }
+    return p < stop && *p < first_trail ? p : blank;
+}
+
+} // namespace
+
 // Designates a set of two-byte codes, or half-width katakana.
 static bool is_designation(const u8* p, const u8* end) {
     return end - p >= 3 && p[0] == escape &&
@@ -82,9 +108,7 @@ static bool is_designation(const u8* p, const u8* end) {
 
 void take_words(pvzan_guesser& g, std::span<const u8> bytes) {
     const u8 *p = bytes.data(), *const end = p + bytes.size();
-    const auto place = [&](const u8* at) {
-        return g.offset + static_cast<u64>(at - bytes.data());
-    };
+    const auto place = [&](const u8* at) { return g.offset + static_cast<u64>(at - bytes.data()); };
     while (p < end && g.now == progress::words) {
         if (!g.inside) {
             const u8* found = find_beyond(p, end);
@@ -107,13 +131,13 @@ void take_words(pvzan_guesser& g, std::span<const u8> bytes) {
                 }
                 continue;
             }
-            constexpr std::ptrdiff_t longest_before = 24;
-            const u8* begin = found;
-            while (begin > p && found - begin < longest_before && begin[-1] >= first_trail) {
-                --begin;
+            const u8* begin = word_begin(p, found);
+            if (begin > p && begin[-1] == ' ') {
+                begin = word_begin(p, begin - 1); // the word before it tells the language
             }
             begin_word(g, place(begin));
-            p = begin;
+            gather(g, begin, found);
+            p = found;
         }
         const std::size_t room = batch_room - 1 - g.batch_size;
         const u8* const stop = p + std::min<std::size_t>(room, static_cast<std::size_t>(end - p));
@@ -121,9 +145,16 @@ void take_words(pvzan_guesser& g, std::span<const u8> bytes) {
         gather(g, p, q);
         p = q;
         if (q < stop) {
-            end_word(g);
+            const u8* const behind = neighbour_end(q, stop);
+            const bool goes_on = std::any_of(q, behind, [](u8 byte) { return byte >= 0x80; });
+            gather(g, q, behind);
+            p = behind;
+            if (!goes_on) {
+                end_word(g);
+            }
         }
-        if (g.batch_size + 1 >= batch_room || g.origin_count == most_origins) {
+        constexpr std::size_t spare = 4 * longest_neighbour; // for what stands before a word
+        if (g.batch_size + spare >= batch_room || g.origin_count == most_origins) {
             const u64 begin = g.offset, here = place(p);
             read_on(g, false, false);
             if (g.inside) { // what follows belongs to the word

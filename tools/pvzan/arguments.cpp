@@ -105,6 +105,7 @@ void add_source_and_target(CLI::App& app, command& c) {
     app.add_option("-t,--to", o.to, "Charset of the output")->type_name("NAME");
     app.add_flag("--web-labels", o.web_labels, "Names mean what they mean to browsers");
     add_language(app, o.language);
+    app.add_flag("--per-line", o.per_line, "Each line is in another of the charsets of -f");
 }
 
 void add_bulk(CLI::App& app, command& c) {

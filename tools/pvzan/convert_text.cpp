@@ -1,5 +1,6 @@
 #include "tools/pvzan/convert_text.h"
 
+#include "tools/pvzan/line_charsets.h"
 #include "tools/pvzan/message.h"
 #include "tools/pvzan/parallel_text.h"
 
@@ -42,7 +43,9 @@ public:
         if (!text.open()) {
             throw std::bad_alloc(); // its names are known
         }
-        if (conversion_.guess ? choose_source(text) : read_more()) {
+        if (conversion_.per_line) {
+            pump_lines(text);
+        } else if (conversion_.guess ? choose_source(text) : read_more()) {
             find_breaks(filled());
             if (conversion_.jobs > 1 && !ended_) {
                 run_parallel(text);
@@ -167,6 +170,47 @@ private:
                 read_more();
             }
         }
+    }
+
+    // Whole lines, as many at once as are in one charset.
+    void pump_lines(text_feed& text) {
+        line_charsets charsets(conversion_.choice);
+        bool first = true;
+        while (read_more()) {
+            find_breaks(filled());
+            const bool full = kept_ == buffer_.size();
+            const std::size_t whole = behind_last_line_feed(filled(), {});
+            const std::size_t end = ended_ || (whole == 0 && full) ? kept_ : whole;
+            for (std::size_t at = 0; at < end && result_.end == text_end::whole;) {
+                const bytes_view rest = filled().subspan(at, end - at);
+                const auto feeds = std::ranges::find(rest, '\n');
+                const auto size =
+                    static_cast<std::size_t>(feeds - rest.begin()) + (feeds != rest.end() ? 1 : 0);
+                const pvzan_name& charset = charsets.charset_of_line(rest.first(size));
+                if (first || !same_charset(charset, from_)) {
+                    enter(text, charset, first);
+                    first = false;
+                }
+                text.feed(rest.first(size));
+                at += size;
+            }
+            kept_ -= end;
+            std::memmove(buffer_.data(), buffer_.data() + end, kept_);
+            if (ended_ || result_.end != text_end::whole) {
+                break;
+            }
+        }
+        if (result_.end == text_end::whole) {
+            text.finish();
+        }
+    }
+
+    void enter(text_feed& text, const pvzan_name& charset, bool first) {
+        if (!first || !same_charset(charset, from_)) {
+            from_ = charset;
+            text.change_source(from_);
+        }
+        report_.enter_line(text.place().line, from_);
     }
 
     // The first lines go through the feed itself, and so does what the parts leave.

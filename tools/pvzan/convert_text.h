@@ -13,7 +13,8 @@
 namespace tool {
 
 struct text_conversion {
-    bool guess = false; // the source
+    bool guess = false;    // the source
+    bool per_line = false; // of each line, among those named
     guess_choice choice;
     pvzan_name from, to;
     text_options options;

@@ -59,10 +59,10 @@ std::string json_line(const std::string& name, const detected& found) {
     std::string breaks = std::string(found.breaks).substr(0, std::strcspn(found.breaks, " "));
     std::ranges::transform(breaks, breaks.begin(),
                            [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
-    std::string line = fmt::format(
-        R"({{"file":{},"charset":{},"sure":{},"eol":{},"bom":{})", json_string(name),
-        guess.is_known() ? json_string(guess.charset().shown) : "null", guess.is_sure(),
-        breaks.empty() ? "null" : json_string(breaks), guess.result.mark != 0);
+    std::string line =
+        fmt::format(R"({{"file":{},"charset":{},"sure":{},"eol":{},"bom":{})", json_string(name),
+                    guess.is_known() ? json_string(guess.charset().shown) : "null", guess.is_sure(),
+                    breaks.empty() ? "null" : json_string(breaks), guess.result.mark != 0);
     line += guess.is_binary() ? R"(,"binary":true)" : "";
     line += *guess.result.why == '\0' ? "" : R"(,"reason":)" + json_string(guess.result.why);
     if (guess.result.doubt != std::numeric_limits<std::uint64_t>::max()) {
@@ -74,8 +74,7 @@ std::string json_line(const std::string& name, const detected& found) {
         line += fmt::format(R"({}{{"charset":{},"score":{:.2f})", comma,
                             json_string(candidate.name.shown),
                             static_cast<double>(candidate.per_million) / 1e6);
-        line += *candidate.reading == '\0' ? ""
-                                           : R"(,"reading":)" + json_string(candidate.reading);
+        line += *candidate.reading == '\0' ? "" : R"(,"reading":)" + json_string(candidate.reading);
         line += "}";
         comma = ",";
     }
@@ -98,9 +97,9 @@ std::string plain_line(const std::string& name, std::size_t width, const detecte
     std::string reason = *guess.result.why != '\0' ? printable(guess.result.why) : std::string();
     if (!guess.is_sure() && reason.empty() && guess.candidates.size() > 1) {
         const pvzan_candidate &best = guess.candidates[0], &next = guess.candidates[1];
-        reason = fmt::format("{} fits too: from byte {} on '{}', not '{}'",
-                             printable(next.name.shown), guess.result.doubt,
-                             printable(next.reading), printable(best.reading));
+        reason =
+            fmt::format("{} fits too: from byte {} on '{}', not '{}'", printable(next.name.shown),
+                        guess.result.doubt, printable(next.reading), printable(best.reading));
     }
     if (!reason.empty()) {
         line += fmt::format("{}({})", guess.is_sure() ? "     " : "   ", reason);

@@ -120,10 +120,10 @@ file_outcome convert_one(const listed_file& file, const text_conversion& convers
     file_report report(file.path, conversion.to, conversion.options, false, sink);
     const text_result result = convert_text(input, conversion, output, report);
     if (result.end == text_end::binary) {
-        return fail(file,
-                    fmt::format("is binary ({}); name its charset with --from to convert it",
-                                result.error),
-                    exit_bad_text, sink);
+        return fail(
+            file,
+            fmt::format("is binary ({}); name its charset with --from to convert it", result.error),
+            exit_bad_text, sink);
     }
     return outcome_of(file, result, report, false, lost, sink);
 }

@@ -78,7 +78,8 @@ std::optional<source_guess> guess_file(const input_file& file, const guess_choic
             return std::nullopt;
         }
         at += n;
-        if (n == 0 || pvzan_guess_feed(open.get(), block.data(), static_cast<std::size_t>(n)) == 0) {
+        if (n == 0 ||
+            pvzan_guess_feed(open.get(), block.data(), static_cast<std::size_t>(n)) == 0) {
             return end_guess(open.get(), true);
         }
     }

@@ -33,8 +33,8 @@ source_guess guess_text(bytes_view text, bool complete, const guess_choice& choi
 // for pipes and the like, and where it cannot be read.
 std::optional<source_guess> guess_file(const input_file& file, const guess_choice& choice);
 
-// By the beginning of a pipe: 64 KiB, its end, or what has come before a pause. Lines that are plain
-// ASCII wait for nothing more and are passed, before the guess.
+// By the beginning of a pipe: 64 KiB, its end, or what has come before a pause. Lines that are
+// plain ASCII wait for nothing more and are passed, before the guess.
 class pipe_guess {
 public:
     using reader = std::function<std::size_t(std::span<std::uint8_t>)>; // 0 at the end
