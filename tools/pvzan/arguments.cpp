@@ -94,8 +94,7 @@ void add_shared(CLI::App& app, command& c,
 }
 
 void add_language(CLI::App& app, std::string& language) {
-    app.add_option("--lang", language, "Language of the text, where its charset is guessed")
-        ->type_name("LANG");
+    app.add_option("--lang", language)->group("");
 }
 
 void add_source_and_target(CLI::App& app, command& c) {
@@ -105,7 +104,7 @@ void add_source_and_target(CLI::App& app, command& c) {
     app.add_option("-t,--to", o.to, "Charset of the output")->type_name("NAME");
     app.add_flag("--web-labels", o.web_labels, "Names mean what they mean to browsers");
     add_language(app, o.language);
-    app.add_flag("--per-line", o.per_line, "Each line is in another of the charsets of -f");
+    app.add_flag("--per-line", o.per_line)->group("");
 }
 
 void add_bulk(CLI::App& app, command& c) {
