@@ -109,7 +109,7 @@ TEST(Threads, LoadAtOnce) {
 struct cold_directory : test::temp_dir {
     cold_directory() {
         for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
-            if (entry.path().extension() != ".cmp") {
+            if (entry.is_regular_file() && entry.path().extension() != ".cmp") {
                 std::filesystem::copy(entry.path(), path());
             }
         }

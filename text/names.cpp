@@ -44,7 +44,7 @@ public:
     constexpr part() = default;
     constexpr explicit part(std::string_view text)
         : at_(static_cast<u16>(text.data() - list.data())), size_(static_cast<u16>(text.size())) {}
-    constexpr operator std::string_view() const { return list.substr(at_, size_); }
+    constexpr operator std::string_view() const { return {list.data() + at_, size_}; }
 
 private:
     u16 at_ = 0, size_ = 0;
@@ -64,7 +64,7 @@ struct row {
 // What stands before a separator, which is taken off with it.
 constexpr std::string_view take(std::string_view& text, char separator) {
     const std::size_t size = std::min(text.find(separator), text.size());
-    const std::string_view taken = text.substr(0, size);
+    const std::string_view taken(text.data(), size);
     text.remove_prefix(std::min(size + 1, text.size()));
     return taken;
 }
@@ -228,8 +228,12 @@ const row& shipped(const row& r) {
             break;
         }
         std::string_view relative = take(rest, ' ');
-        if (relative.front() == whole && is_defined(relative.substr(1))) {
-            return *row_of(relative.substr(1));
+        if (relative.front() != whole) {
+            continue;
+        }
+        relative.remove_prefix(1);
+        if (is_defined(relative)) {
+            return *row_of(relative);
         }
     }
     return r;
@@ -360,7 +364,10 @@ bool relative_of(std::string_view charset, std::size_t index, char (&relative)[6
     for (; index > 0; --index) {
         name = take(rest, ' ');
     }
-    copy(name.substr(name.starts_with('=') ? 1 : 0), relative);
+    if (name.starts_with('=')) {
+        name.remove_prefix(1);
+    }
+    copy(name, relative);
     return !name.empty();
 }
 
@@ -384,7 +391,8 @@ void describe_codes(const charset_group* group, const rule_row* decoder, pvzan_n
     case reading::sets: meaning.unit = two_bytes ? 2 : 1; return;
     case reading::pairs: meaning.unit = 2; return;
     case reading::lead_byte:
-    case reading::escapes: return;
+    case reading::escapes:
+    case reading::scanned: return;
     }
     meaning.unit = meaning.kind == PVZAN_KIND_UTF_8 ? 1 : meaning.kind == PVZAN_KIND_UCS_4 ? 4 : 2;
 }

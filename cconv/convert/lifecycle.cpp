@@ -69,7 +69,8 @@ void for_each_definition(const char* folder, Use use) {
 
 i32 read_definitions() {
     i32 count = 0;
-    for_each_definition("", [&](const char* name) { count += read_definition(name, known) ? 1 : 0; });
+    for_each_definition("",
+                        [&](const char* name) { count += read_definition(name, known) ? 1 : 0; });
     return count;
 }
 
@@ -85,7 +86,8 @@ file_names* read_further_names() {
         copy_text(name, file);
         name[std::strlen(name) - std::strlen(definition_suffix)] = '\0';
         // Files that no name leads to, such as those with capital letters, are none.
-        if (further_path(name, path) && std::strcmp(path + std::strlen(further_folder), file) == 0) {
+        if (further_path(name, path) &&
+            std::strcmp(path + std::strlen(further_folder), file) == 0) {
             names->add(name);
         }
     });

@@ -6,8 +6,10 @@
 #include "cconv/definition/definition.h"
 
 #include "cconv/definition/document_search.h"
+#include "cconv/definition/iso2022_read.h"
 #include "cconv/definition/known_sets.h"
 #include "cconv/registry/further.h"
+#include "cconv/registry/linear.h"
 #include "cconv/registry/names.h"
 
 namespace {
@@ -109,6 +111,17 @@ bool read_set_contents(document& main, document& in, const set_grammar& grammar,
     return xmlGetTable(&main, &in, table->start, table->end, set.decodeTable, set.encodeTable) != 0;
 }
 
+// Makes both tables those of codes that are counted, where the set says so.
+bool count_codes(document& in, const element& code, basic_set& set) {
+    code_bytes codes{};
+    switch (counted_codes(in, code.start, code.end, codes)) {
+    case counting::none: return true;
+    case counting::faulty: return false;
+    case counting::sound: break;
+    }
+    return make_linear(set.decodeTable, codes) && make_linear(set.encodeTable, codes);
+}
+
 bool read_set_file(document& main, work_budget& budget, const char* file,
                    const set_grammar& grammar, read_set& out) {
     owned_document in;
@@ -129,7 +142,7 @@ bool read_set_file(document& main, work_budget& budget, const char* file,
     xmlGetBytenum(&in, code->start, code->end, &byteNum);
     xmlGetName(&in, name->start, name->end, text);
     out.set.reset(initBasic(text, grammar.setType, byteNum));
-    if (out.set == nullptr) {
+    if (out.set == nullptr || !count_codes(in, *code, *out.set)) {
         return false;
     }
     xmlGetLang(&in, lang->start, lang->end, out.set->lang);
@@ -266,9 +279,8 @@ bool add_set(document& main, set_reader& reader, const element& reference,
         return false;
     }
     tables.release();
-    return known != nullptr
-               ? addArray(group.memberSets, known->set) != 0
-               : take_set(reader.place, group, main, std::move(file), std::move(read));
+    return known != nullptr ? addArray(group.memberSets, known->set) != 0
+                            : take_set(reader.place, group, main, std::move(file), std::move(read));
 }
 
 // Takes base and difference sets in the order of the document; end receives where the last one
@@ -368,6 +380,24 @@ bool read_rules(document& main, const element& name, rule_names& rules) {
     return true;
 }
 
+// The element of the rules that go by it.
+bool read_codes(const document& main, i32 from, charset_group& group) {
+    constexpr std::size_t most_members = 64;
+    const char* names[most_members];
+    std::size_t count = 0;
+    for (const basic_set* set : member_sets(&group)) {
+        if (count < most_members) {
+            names[count++] = set->name;
+        }
+    }
+    group.codes = static_cast<iso2022*>(initStruct(sizeof(iso2022)));
+    complaint wrong;
+    return group.codes != nullptr &&
+           read_iso2022({main.text, static_cast<std::size_t>(characters_in(main))},
+                        static_cast<std::size_t>(from) / sizeof(u32), {names, count}, *group.codes,
+                        wrong);
+}
+
 // What a definition is before its sets are read.
 struct definition {
     owned_document main;
@@ -401,6 +431,10 @@ owned_group read_group(definition& in, const shelf& place) {
     if (group == nullptr || !add_sets(in.main, place, *group, sets_end)) {
         return nullptr;
     }
+    const bool has_codes = goes_by_iso2022(rules.constRule) || goes_by_iso2022(rules.destRule);
+    if (has_codes && !read_codes(in.main, sets_end, *group)) {
+        return nullptr;
+    }
     const auto user_defined = find_element(in.main, "eudcset", sets_end);
     if (user_defined && !add_user_defined_set(in.main, place, *user_defined, *group)) {
         return nullptr;
@@ -409,6 +443,26 @@ owned_group read_group(definition& in, const shelf& place) {
 }
 
 } // namespace
+
+counting counted_codes(document& in, i32 start, i32 end, code_bytes& codes) {
+    const auto key = find_key(in, "linear=", start);
+    if (!key || *key > end) {
+        return counting::none;
+    }
+    const auto open = find_quote(in, *key, end);
+    const auto close = open ? find_quote(in, *open, end) : std::nullopt;
+    char text[text_bytes] = "";
+    u16 bytes = 0;
+    if (close) {
+        xmlGetName(&in, *open, *close - i32{sizeof(u32)}, text);
+    }
+    xmlGetBytenum(&in, start, end, &bytes);
+    return codes.read(text, bytes) ? counting::sound : counting::faulty;
+}
+
+bool goes_by_iso2022(const char* rule) {
+    return std::strcmp(rule, "destISO-2022") == 0 || std::strcmp(rule, "constISO-2022") == 0;
+}
 
 bool read_definition(const char* fileName, known_sets& known) {
     definition in;

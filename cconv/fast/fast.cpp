@@ -1,6 +1,7 @@
 // The fast path of a call: which pair, from where to where, and when to try again.
 #include "cconv/fast/fast.h"
 #include "cconv/fast/pair.h"
+#include "cconv/registry/iso2022.h"
 
 #include <algorithm>
 
@@ -26,8 +27,9 @@ run run_of(const session* s, const pair& p) {
     r.in_end = s->inBuf + s->inLen;
     r.out = out;
     r.out_end = out + room;
-    r.in_set = s->srcShiftSet;
-    r.out_set = s->dstShiftSet;
+    const charset_group *source = p.plan.source_group, *target = p.plan.target_group;
+    r.in_set = source != nullptr ? source->codes->state_of(s->srcShiftSet) : s->srcShiftSet;
+    r.out_set = target != nullptr ? target->codes->state_of(s->dstShiftSet) : s->dstShiftSet;
     r.last = r.before_last = r.next_key = no_key;
     return r;
 }
@@ -46,17 +48,6 @@ bool path::take_pair(const session* s) {
         held_ = hold_pair(s, strict_);
     }
     return held_.p != nullptr;
-}
-
-// Whether a run may go on with the character that it ended at.
-bool path::find_out(const session* s, const fast::run& r) {
-    pair& p = *held_.p;
-    if (r.why == stop::lacking && s->target.useSubstitute != 0 && !has_substitutes_) {
-        has_substitutes_ = ask_substitute(p, s->subst1, substitutes_[0]) &&
-                           ask_substitute(p, s->subst2, substitutes_[1]);
-        return has_substitutes_;
-    }
-    return r.why == stop::unknown && learn(p, r);
 }
 
 // A text full of characters that are the rules' is left to them for longer and longer.
@@ -83,13 +74,12 @@ void path::try_run(session* s) {
     for (bool more = take_pair(s); more && !(held_.p->plan.normalises && s->srcCode == '\r');) {
         pair& p = *held_.p;
         fast::run r = run_of(s, p);
-        r.substitutes = has_substitutes_ ? substitutes_ : nullptr;
         run_over(p, r);
         if (!finish(p, r, s)) {
             break;
         }
         characters += r.characters;
-        more = r.why != stop::end && r.why != stop::by_rules && find_out(s, r);
+        more = r.why == stop::unknown && learn(p, r);
     }
     be_patient(characters);
     if (by_hand.counting) {

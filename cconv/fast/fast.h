@@ -34,15 +34,12 @@ public:
 private:
     void try_run(session* s);
     bool take_pair(const session* s);
-    bool find_out(const session* s, const fast::run& r);
     void be_patient(u32 characters);
 
     strictness strict_;
     held_pair held_{};
     u32 wait_;        // characters to leave to the rules before the next try
     u32 penalty_ = 0; // how many those are after a try that led nowhere
-    bool has_substitutes_ = false;
-    answer substitutes_[2];
 };
 
 // Frees every pair; no session may be running.

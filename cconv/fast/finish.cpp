@@ -29,9 +29,8 @@ const answer* find(pair& p, const character& c, const u8* end) {
                            : find_answer(p, c.key, {c.begin, c.begin != nullptr ? end : c.begin});
 }
 
-// The fields of a character, which was written as out says; a dropped line feed, behind previous,
-// was not.
-void write_character(session* s, const answer& a, const answer& out, const answer* previous) {
+// The fields of a character; a dropped line feed, behind previous, was not written.
+void write_character(session* s, const answer& a, const answer* previous) {
     const bool dropped = a.is_lf && previous != nullptr && previous->is_cr;
     s->prevSrcCode = previous != nullptr ? previous->srcCode : s->srcCode;
     s->charSetNo = a.charSetNo;
@@ -39,12 +38,12 @@ void write_character(session* s, const answer& a, const answer& out, const answe
     s->srcCode = a.srcCode;
     s->setCode = dropped ? a.read_setCode : a.setCode;
     s->ucsCode = dropped ? a.read_ucsCode : a.ucsCode;
-    s->outSetNo = dropped ? previous->outSetNo : out.outSetNo;
-    s->outSetType = dropped ? previous->outSetType : out.outSetType;
-    s->outCode = dropped ? 0 : out.outCode;
-    s->outBytes = dropped ? u16{0} : out.outBytes;
-    s->outDone = dropped ? u16{0} : out.outDone;
-    s->outCode2 = dropped ? 0 : out.outCode2;
+    s->outSetNo = dropped ? previous->outSetNo : a.outSetNo;
+    s->outSetType = dropped ? previous->outSetType : a.outSetType;
+    s->outCode = dropped ? 0 : a.outCode;
+    s->outBytes = dropped ? u16{0} : a.outBytes;
+    s->outDone = dropped ? u16{0} : a.outDone;
+    s->outCode2 = dropped ? 0 : a.outCode2;
 }
 
 } // namespace
@@ -54,7 +53,7 @@ bool finish(pair& p, run& r, session* s) {
         return true;
     }
     const u8* const begin = s->inBuf + s->inPos;
-    const bool scalars = p.plan.reader != reader::lead_bytes && p.plan.reader != reader::iso2022;
+    const bool scalars = p.plan.reader < reader::iso2022 && p.plan.reader != reader::lead_bytes;
     character last = scalars ? character_before(p, r.in) : character{nullptr, r.last};
     const answer* a = find(p, last, r.in);
     // What follows may be a mark, and then belong to the letter: the rules see to both.
@@ -64,6 +63,10 @@ bool finish(pair& p, run& r, session* s) {
         }
         r.in = last.begin;
         r.out -= a->length;
+        if (r.out == r.way.end) { // and what led there
+            r.out = r.way.begin;
+            r.out_set = r.way.state;
+        }
         r.more_codes -= a->codes - 1U;
         last = character_before(p, r.in);
         a = find(p, last, r.in);
@@ -77,7 +80,7 @@ bool finish(pair& p, run& r, session* s) {
     if (a == nullptr || (r.characters > 1 && previous == nullptr)) {
         return false;
     }
-    write_character(s, *a, a->lacks ? *substitute_for(r, *a) : *a, previous);
+    write_character(s, *a, previous);
     s->inPos += static_cast<i32>(r.in - begin);
     s->outPos = static_cast<i32>(r.out - s->outBuf);
     s->inCount += r.characters;

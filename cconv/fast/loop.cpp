@@ -6,6 +6,7 @@
 // that may touch bytes behind what it reads and writes, in blocks where that pays; and one to the
 // ends of input and output.
 #include "cconv/fast/reader_iso2022.h"
+#include "cconv/fast/reader_told.h"
 
 #include <algorithm>
 #include <type_traits>
@@ -17,22 +18,18 @@ namespace {
 // Bytes that a step may touch behind the output position where it does not look how many are there.
 constexpr std::ptrdiff_t out_margin = 16;
 
-// Bytes behind the output position that a block of so many codes may touch.
-constexpr std::ptrdiff_t block_margin(std::size_t codes) {
-    return static_cast<std::ptrdiff_t>(4 * codes + kernel_margin);
-}
+// Bytes that a block may touch, of codes with escape sequences.
+constexpr std::ptrdiff_t block_margin = 8 * block_codes + kernel_margin;
 
-// Writes what an entry or an answer holds; with few bytes of room, those alone.
-template <bool Exact, typename Packed>
-void put(u8* out, const u8* out_end, const Packed& packed, u32 length) {
-    if (!Exact || out_end - out >= Packed::stored_bytes) {
-        packed.store(out);
+// Writes the bytes of a character; with few bytes of room, those alone.
+template <bool Exact>
+void put(u8* out, const u8* out_end, u64 bytes, u32 length) {
+    if (!Exact || out_end - out >= static_cast<std::ptrdiff_t>(sizeof bytes)) {
+        store_low_first(bytes, out);
         return;
     }
-    u8 bytes[answer::most_bytes];
-    packed.store(bytes);
     for (u32 i = 0; i < length; ++i) {
-        out[i] = bytes[i];
+        out[i] = static_cast<u8>(bytes >> 8 * i);
     }
 }
 
@@ -58,28 +55,33 @@ block_written put_block(const pair& p, const u16* codes, std::size_t count, u8* 
     return {count, 2 * count};
 }
 
-template <typename Reader, bool Designates>
+template <typename Reader>
 class loop {
 public:
     loop(const pair& p, run& r)
         : p_(p), r_(r), reader_(make_reader(p, r)), target_(p.plan.target_unit),
-          has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)) {}
+          designates_(p.plan.target->designates),
+          first_set_(designates_ ? first_slot_set : r.out_set), told_(p.plan.target_group),
+          slot_(told_ != nullptr ? set_at_hand(*told_->codes, r.out_set) : r.out_set - first_set_),
+          has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)),
+          in_run_(has_runs_) {}
 
     void go() {
         r_.why = stop::end;
         if (r_.in_end - r_.in >= Reader::longest && r_.out_end - r_.out > out_margin) {
             pass<false>();
-            if (short_of_room_ && !pass_aside()) {
-                pass<false>();
-            }
+        }
+        if (short_of_room_) {
+            pass_aside();
         }
         if (r_.why == stop::end && r_.in < r_.in_end) {
             pass<true>();
         }
+        r_.out_set = told_ != nullptr ? r_.out_set : first_set_ + slot_;
     }
 
 private:
-    static constexpr bool has_sets = std::is_same_v<Reader, iso2022_reader>;
+    static constexpr bool has_sets = Reader::has_sets;
     static Reader make_reader(const pair& p, const run& r) {
         if constexpr (has_sets) {
             return Reader(p, r.in_set);
@@ -114,13 +116,15 @@ private:
         const u8* const in_stop = Exact ? in_end : in_end - (Reader::longest - 1);
         const u8* const out_stop = Exact ? r_.out_end : r_.out_end - out_margin;
         const u8* next_block = !Exact && may_open_block() ? now.in : in_end;
-        bool in_run = has_runs_; // of ASCII, for which there is a quicker way than blocks
+        bool in_run = in_run_;
         while (now.in < in_stop && (Exact || now.out < out_stop)) {
-            if (has_sets && *now.in == escape_byte) {
-                if (!read_designation(now)) {
-                    break;
+            if constexpr (has_sets) {
+                if (reader.opens(now.in)) {
+                    if (!read_designation(now)) {
+                        break;
+                    }
+                    continue;
                 }
-                continue;
             }
             const std::ptrdiff_t at_least = Exact ? in_end - now.in : Reader::longest;
             const auto left = static_cast<std::size_t>(at_least);
@@ -130,7 +134,11 @@ private:
             const bool tries_block = !Exact && now.in >= next_block && (!has_sets || is_long);
             if (tries_run || tries_block) {
                 set(now);
-                if (leap(tries_run, tries_block, in_run, next_block)) {
+                next_block_ = next_block;
+                const bool moved = (tries_run && ascii_run()) || (tries_block && block());
+                next_block = next_block_;
+                in_run = in_run_;
+                if (moved) {
                     now = at();
                     continue;
                 }
@@ -148,6 +156,9 @@ private:
                 if (!step<Exact>(p, now, reader.key(now.in, length), length)) {
                     break;
                 }
+                if constexpr (has_sets) {
+                    reader_.took(now.in - length, length);
+                }
             } else {
                 r_.why = length == 0 ? Reader::stop_without_length : stop::end;
                 break;
@@ -164,33 +175,18 @@ private:
                reader_.is_ascii(in + few - Reader::unit_bytes);
     }
 
-    // A run of ASCII, or else a block, of which both may come to nothing.
-    [[gnu::always_inline]] bool leap(bool tries_run, bool tries_block, bool& in_run,
-                                     const u8*& next_block) {
-        if (tries_run && ascii_run()) {
-            return true;
-        }
-        if (!tries_block) {
-            return false;
-        }
-        const bool moved = block();
-        // Short runs of ASCII go with blocks.
-        in_run = moved ? has_runs_ && ends_in_ascii_ : in_run;
-        // What stopped one will not stand alone.
-        next_block = moved ? r_.in : r_.in + chunk_bytes;
-        return moved;
-    }
-
     // One character; false where the run ends.
     template <bool Exact>
     [[gnu::always_inline]] bool step(const pair& p, progress& now, u32 key, u32 length) {
         const entry e = p.entry_of(key);
-        if (e.is_short() && designate<Exact>(e.slot(), e.length(), now.out)) {
-            put<Exact>(now.out, r_.out_end, e, e.length());
-            now.out += e.length();
+        const u32 size = e.length();
+        if (e.is_short_in(slot_) &&
+            (!Exact || r_.out_end - now.out >= static_cast<std::ptrdiff_t>(size))) {
+            put<Exact>(now.out, r_.out_end, e.packed, size);
+            now.out += size;
         } else {
             set(now);
-            if (e.is_short() || !long_step<Exact>(now.in + length, key, e)) {
+            if (!long_step<Exact>(now.in + length, key, e)) {
                 r_.next_key = key;
                 r_.next_length = length;
                 return false;
@@ -206,22 +202,21 @@ private:
         return true;
     }
 
-    // Plane 2 is the rules': they forget it after one character.
     bool read_designation(progress& now) {
         if constexpr (has_sets) {
-            const designation* d = designation_at({now.in, r_.in_end});
-            if (d == nullptr || d->plane_flag != 0) {
+            const u32 before = reader_.designated();
+            const u32 length = reader_.sequence({now.in, r_.in_end});
+            if (length == 0) {
                 r_.why = stop::by_rules;
                 return false;
             }
             if (escapes_ == nullptr || now.characters != characters_before_) {
                 escapes_ = now.in;
-                set_before_ = reader_.designated();
+                set_before_ = before;
                 characters_before_ = now.characters;
             }
-            behind_cr_ = now.in == behind_cr_ ? now.in + d->length : behind_cr_;
-            reader_.designate(d->setNo);
-            now.in += d->length;
+            behind_cr_ = now.in == behind_cr_ ? now.in + length : behind_cr_;
+            now.in += length;
         }
         return true;
     }
@@ -241,56 +236,48 @@ private:
 
     // Makes sure that there is room for so many bytes, and that their set is designated.
     template <bool Exact>
-    [[gnu::always_inline]] bool designate(u32 slot, u32 length, u8*& out) {
-        const std::ptrdiff_t room = r_.out_end - out;
-        if (Designates && slot + first_slot_set != r_.out_set) {
-            const u32 sequence = p_.escapes[slot].load(std::memory_order_relaxed);
+    bool designate(u32 slot, u32 length, u8*& out) {
+        if (told_ != nullptr && slot != slot_) {
+            return make_way<Exact>(slot, length, out);
+        }
+        const u32 sequence = slot != slot_ ? p_.escapes[slot].load(std::memory_order_relaxed) : 0U;
+        const u32 size = sequence == 0 ? 0 : sequence >> 24 != 0 ? 4 : 3;
+        if (Exact && r_.out_end - out < static_cast<std::ptrdiff_t>(size + length)) {
+            return false;
+        }
+        if (slot != slot_) {
             if (sequence == 0) {
                 r_.why = stop::unknown; // newer than what can be seen here
                 return false;
             }
-            u8 bytes[sizeof sequence];
-            std::memcpy(bytes, &sequence, sizeof sequence);
-            const u32 size = bytes[3] != 0 ? 4 : 3;
-            if (Exact && room < static_cast<std::ptrdiff_t>(size + length)) {
-                return false;
-            }
-            std::copy_n(bytes, Exact ? size : sizeof bytes, out);
+            put<Exact>(out, r_.out_end, sequence, size);
             out += size;
-            r_.out_set = slot + first_slot_set;
-            return true;
+            slot_ = slot;
         }
-        return !Exact || room >= static_cast<std::ptrdiff_t>(length);
+        return true;
     }
 
-    // Close to the end of the output, blocks go into a buffer aside first, and across if all of it
-    // fits.
-    bool pass_aside() {
-        u8 aside[2 * block_margin(block_codes)];
-        const run before = r_;
-        const u8* const behind_cr = behind_cr_;
-        const std::ptrdiff_t room = before.out_end - before.out;
-        may_go_aside_ = short_of_room_ = false;
-        r_.out = aside;
-        r_.out_end = aside + room + block_margin(block_codes);
-        pass<false>();
-        const std::ptrdiff_t written = r_.out - aside;
-        if (written > room) {
-            r_ = before;
-            behind_cr_ = behind_cr;
-            if constexpr (has_sets) {
-                reader_.designate(r_.in_set);
-            }
+    // The same where the target's definition says how.
+    template <bool Exact>
+    bool make_way(u32 slot, u32 length, u8*& out) {
+        iso2022_way way;
+        if (!find_way(told_, r_.out_set, slot, way) || way.size + length > sizeof way.bytes) {
+            r_.why = stop::by_rules;
             return false;
         }
-        std::copy_n(aside, written, before.out);
-        r_.out = before.out + written;
-        r_.out_end = before.out_end;
+        if (Exact && r_.out_end - out < static_cast<std::ptrdiff_t>(way.size + length)) {
+            return false;
+        }
+        put<Exact>(out, r_.out_end, way.bytes, way.size);
+        r_.way = {out, out + way.size, r_.out_set};
+        out += way.size;
+        r_.out_set = way.state;
+        slot_ = set_at_hand(*told_->codes, way.state);
         return true;
     }
 
     bool ascii_run() {
-        if (Designates && r_.out_set != PVZAN_SET_ISO_646_IRV) {
+        if (designates_ && slot_ != ascii_slot) {
             return false;
         }
         const fast::ascii_run run{r_.in, static_cast<std::size_t>(r_.in_end - r_.in), r_.out,
@@ -303,6 +290,9 @@ private:
         if (n == 0) {
             return false;
         }
+        if constexpr (has_sets) {
+            reader_.took(r_.in, n);
+        }
         r_.in += n * Reader::unit_bytes;
         r_.out += n * target_.bytes;
         r_.characters += static_cast<u32>(n);
@@ -313,21 +303,47 @@ private:
         return true;
     }
 
+    // Close to the end of the output what is left goes into a buffer aside, where blocks may touch
+    // more than they write.
+    void pass_aside() {
+        u8 aside[2 * block_margin];
+        u8 *const out = r_.out, *const out_end = r_.out_end;
+        short_of_room_ = false;
+        spare_ = block_margin;
+        r_.out = aside;
+        r_.out_end = aside + (out_end - out);
+        pass<false>();
+        if (r_.way.begin >= aside && r_.way.begin < aside + sizeof aside) {
+            r_.way.begin = out + (r_.way.begin - aside);
+            r_.way.end = out + (r_.way.end - aside);
+        }
+        r_.out = std::copy(aside, r_.out, out);
+        r_.out_end = out_end;
+    }
+
     // Converts as much of the block at hand as stands for itself; false when that is nothing.
     bool block() {
         const std::ptrdiff_t room = r_.out_end - r_.out;
-        short_of_room_ = may_go_aside_ && room < block_margin(block_codes);
-        while (chunks_ > 1 && room < block_margin(chunks_ * chunk_codes)) {
-            chunks_ /= 2;
-        }
-        if (short_of_room_ || room < block_margin(chunk_codes)) {
+        short_of_room_ = room + spare_ < block_margin;
+        if (short_of_room_) {
             return false;
         }
+        next_block_ = r_.in + chunk_bytes; // what stops one will not stand alone
+        const u32 slot = slot_, out_set = r_.out_set;
+        const last_way way = r_.way;
         u16 codes[block_codes + chunk_codes]; // vectors reach behind the last
         const auto left = static_cast<std::size_t>(r_.in_end - r_.in);
         const chunk_read read = reader_.read(r_.in, std::min(chunks_, left / chunk_bytes), codes);
-        const block_written written = put_block(p_, codes, read.codes, r_.out);
+        const block_written written = designates_ ? put_designated(codes, read.codes, r_.out)
+                                                  : put_block(p_, codes, read.codes, r_.out);
         const std::size_t n = written.codes;
+        if (static_cast<std::ptrdiff_t>(written.bytes) > room) {
+            next_block_ = r_.in_end;
+            slot_ = slot;
+            r_.out_set = out_set;
+            r_.way = way;
+            return false;
+        }
         const u8* const begin = r_.in;
         if (n == read.codes) {
             r_.in += read.bytes;
@@ -339,24 +355,46 @@ private:
         if (n == 0) {
             return false;
         }
+        next_block_ = r_.in;
         r_.out += written.bytes;
         r_.characters += static_cast<u32>(n);
-        ends_in_ascii_ = Reader::unit_bytes > 1 ? reader_.is_ascii(r_.in - Reader::unit_bytes)
-                                                : has_sets || r_.in == begin + n;
+        // Short runs of ASCII go with blocks.
+        in_run_ =
+            has_runs_ && (Reader::unit_bytes > 1 ? reader_.is_ascii(r_.in - Reader::unit_bytes)
+                                                 : has_sets || r_.in == begin + n);
         if constexpr (!Reader::scalars) {
             r_.before_last = n > 1 ? codes[n - 2] : r_.last;
             r_.last = codes[n - 1];
         }
         return true;
     }
+
+    // Into several sets.
+    block_written put_designated(const u16* codes, std::size_t count, u8* out) {
+        const u8* const begin = out;
+        std::size_t n = 0;
+        for (; n < count; ++n) {
+            const entry e = p_.entry_of(codes[n]);
+            if (!e.is_short() || !designate<false>(e.slot(), e.length(), out)) {
+                r_.why = stop::end; // one by one it is seen again
+                break;
+            }
+            store_low_first(e.packed, out);
+            out += e.length();
+        }
+        return {n, static_cast<std::size_t>(out - begin)};
+    }
+
     // Not where the first character would end it: such runs are many where a text is full of what
     // the rules must see.
     [[nodiscard]] bool may_open_block() const {
         if (p_.plan.blocks == block_form::none || !has_chunk(r_.in)) {
             return false;
         }
-        if (has_sets && *r_.in == escape_byte) {
-            return true;
+        if constexpr (has_sets) {
+            if (reader_.opens(r_.in)) {
+                return true;
+            }
         }
         const u32 length = reader_.length(r_.in, static_cast<std::size_t>(r_.in_end - r_.in));
         return p_.plan.blocks != block_form::entries ||
@@ -369,27 +407,28 @@ private:
     // A character with an answer of its own.
     template <bool Exact>
     bool long_step(const u8* next, u32 key, entry e) {
+        u8* out = r_.out;
+        if (e.is_short()) {
+            if (!designate<Exact>(e.slot(), e.length(), out)) {
+                return false;
+            }
+            put<Exact>(out, r_.out_end, e.packed, e.length());
+            r_.out = out + e.length();
+            return true;
+        }
         const answer* a = e.is_long() ? p_.answer_of(key) : nullptr;
         if (a == nullptr) {
             r_.why = e.packed == entry::by_rules ? stop::by_rules : stop::unknown;
             return false;
         }
-        if (a->lacks) {
-            if (r_.substitutes == nullptr) {
-                r_.why = stop::lacking;
-                return false;
-            }
-            a = substitute_for(r_, *a);
-        }
         if (a->is_lf && r_.in == behind_cr_) {
             --r_.more_codes; // dropped
             return true;
         }
-        u8* out = r_.out;
         if (!designate<Exact>(a->slot, a->length, out)) {
             return false;
         }
-        put<Exact>(out, r_.out_end, *a, a->length);
+        put<Exact>(out, r_.out_end, a->bytes, a->length);
         r_.out = out + a->length;
         r_.more_codes += a->codes - 1U;
         if (a->is_cr) {
@@ -402,38 +441,34 @@ private:
     run& r_;
     Reader reader_;
     ascii_unit target_;
-    bool has_runs_;          // of ASCII
-    std::size_t chunks_ = 1; // to read for the next block
-    bool may_go_aside_ = true, short_of_room_ = false, ends_in_ascii_ = false;
+    bool designates_;
+    u32 first_set_;
+    const charset_group* told_; // the target, where its definition says how to designate
+    u32 slot_;                  // of the set that is designated for output; 0 where none need be
+    bool has_runs_, in_run_;    // of ASCII, for which there is a quicker way than blocks
+    const u8* next_block_ = nullptr;
+    std::ptrdiff_t spare_ = 0;      // bytes that may be touched behind the end of the output
+    bool short_of_room_ = false;    // for a block
+    std::size_t chunks_ = 1;        // to read for the next block
     const u8* behind_cr_ = nullptr; // where a line feed is dropped
     // The escape sequences read last, where they began and what held there.
     const u8* escapes_ = nullptr;
     u32 set_before_ = 0, characters_before_ = 0;
 };
 
-template <typename Reader>
-void run_reader(const pair& p, run& r) {
-    if (p.plan.target->designates) {
-        loop<Reader, true>(p, r).go();
-    } else {
-        loop<Reader, false>(p, r).go();
-    }
-}
-
 } // namespace
 
 void run_over(pair& p, run& r) {
     const bool big = p.plan.source_unit.big_endian;
     switch (p.plan.reader) {
-    case reader::lead_bytes: return run_reader<lead_byte_reader>(p, r);
-    case reader::utf8: return run_reader<utf8_reader>(p, r);
+    case reader::lead_bytes: return loop<lead_byte_reader>(p, r).go();
+    case reader::utf8: return loop<utf8_reader>(p, r).go();
     case reader::units:
-        return big ? run_reader<unit_reader<2, true>>(p, r)
-                   : run_reader<unit_reader<2, false>>(p, r);
+        return big ? loop<unit_reader<2, true>>(p, r).go() : loop<unit_reader<2, false>>(p, r).go();
     case reader::quads:
-        return big ? run_reader<unit_reader<4, true>>(p, r)
-                   : run_reader<unit_reader<4, false>>(p, r);
-    case reader::iso2022: return loop<iso2022_reader, false>(p, r).go();
+        return big ? loop<unit_reader<4, true>>(p, r).go() : loop<unit_reader<4, false>>(p, r).go();
+    case reader::iso2022: return loop<iso2022_reader>(p, r).go();
+    case reader::told: return loop<told_reader>(p, r).go();
     }
 }
 

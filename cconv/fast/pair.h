@@ -12,13 +12,13 @@
 //     writes in place of a character that the target lacks follows from the substitute, and is
 //     asked about once in a call (ask.cpp).
 // P3  D and E, run on k alone in the neutral session, use up k, read one character, write whole
-//     codes, or leave everything to a substitute, and fill in every field that characters fill in
-//     (ask.cpp).
+//     codes, and fill in every field that characters fill in (ask.cpp).
 // P4  What is not so is the rules' own, and its entry says so: marks that may join a letter,
 //     letters that a mark may follow where a run ends before the end of the input (finish.cpp), a
 //     line feed behind a carriage return (fast.cpp; inside a run, loop.cpp), user-defined sets,
-//     references, tags, byte-order marks (plan.cpp).
-// P5  The key holds all of O but the substitutes, both charsets, both rules, and how many tables
+//     references, tags, byte-order marks (plan.cpp), characters that the target lacks (ask.cpp).
+// P5  The key holds all of O but the substitutes, which P4 leaves to the rules, both charsets, both
+// rules, and how many tables
 //     were loaded and written to, which both rules may look into (pair.cpp).
 // P6  After a run the session holds what D and E left for the last character, prevSrcCode what they
 //     left for the one before it, and sums of counts and positions (finish.cpp). Nothing else
@@ -66,7 +66,8 @@ enum class reader : u8 {
     utf8,       // one to three bytes; the scalar is the key
     units,      // two bytes
     quads,      // four bytes
-    iso2022     // one or two bytes, by the set designated last
+    iso2022,    // one or two bytes, by the set designated last
+    told        // the same, by what the charset's definition says
 };
 
 // What a run may hold besides what the rules would do, for who must not lose anything: characters
@@ -92,6 +93,10 @@ struct plan {
     ascii_unit source_unit, target_unit; // of ASCII
     u16 stops[9]; // between Unicode charsets: scalars that do not stand for themselves
     u32 stop_count;
+    // Where definitions tell states, at either end; else null.
+    const charset_group *source_group, *target_group;
+    std::array<u16, 16> bases; // of the source's sets among the keys
+    bool eight_bits;           // codes of two bytes are their own keys
 };
 
 // What the rules made of a character.
@@ -99,7 +104,6 @@ struct answer {
     u64 bytes; // written, the first one lowest, without an escape sequence before them
     u8 length, codes;
     u8 slot;           // of the set that must be designated before them; 0: none need be
-    bool lacks;        // the target has no code: a substitute is written, where there is one
     bool takes_mark;   // a mark behind it may belong to it
     bool is_cr, is_lf; // of the line breaks that are normalised
     // What they left in the session.
@@ -108,8 +112,6 @@ struct answer {
     u32 read_setCode, read_ucsCode; // as decoded, before a line break was normalised
 
     static constexpr u32 most_bytes = 8;
-    static constexpr std::ptrdiff_t stored_bytes = 8;
-    void store(u8* out) const;
 };
 
 // The bytes written for one character, up to three, and their number; or the number of an answer;
@@ -124,25 +126,17 @@ struct entry {
     [[nodiscard]] bool is_long() const { return packed - 1 < by_rules - 1; }
     [[nodiscard]] u32 length() const { return packed >> 24 & 0x0F; }
     [[nodiscard]] u32 slot() const { return packed >> 28; }
-    // Highest bit clear in short ones alone.
-    [[nodiscard]] u32 odd() const { return packed - one_byte; }
-
-    static constexpr std::ptrdiff_t stored_bytes = 4; // of which length() count
-    void store(u8* out) const {
-        u32 bytes = packed;
-        if constexpr (std::endian::native == std::endian::big) {
-            bytes = __builtin_bswap32(bytes);
-        }
-        std::memcpy(out, &bytes, sizeof bytes);
+    // One that takes no escape sequence before it.
+    [[nodiscard]] bool is_short_in(u32 designated) const {
+        return (packed ^ designated << 28) - one_byte < (1U << 28) - one_byte;
     }
 };
 
-inline void answer::store(u8* out) const {
-    u64 packed = bytes;
+inline void store_low_first(u64 bytes, u8* out) {
     if constexpr (std::endian::native == std::endian::big) {
-        packed = __builtin_bswap64(packed);
+        bytes = __builtin_bswap64(bytes);
     }
-    std::memcpy(out, &packed, sizeof packed);
+    std::memcpy(out, &bytes, sizeof bytes);
 }
 
 // Sets that escape sequences designate have numbers close to each other: from 1 on, in four bits.
@@ -257,24 +251,27 @@ bool learn(pair& p, const run& r);
 // What they answered about a character that was run over. Where nobody asked before, in blocks of
 // Unicode, they are asked now. Null where they do not run over it, or memory is short.
 const answer* find_answer(pair& p, u32 k, std::span<const u8> bytes);
-// What they write in place of characters that the target lacks.
-bool ask_substitute(pair& p, const substitute& wanted, answer& a);
 
 // ---- A run
 
-// Why a run ended: nothing left that fits, a character nobody asked about, one that is the rules',
-// one that the target lacks.
-enum class stop : u8 { end, unknown, by_rules, lacking };
+// Why a run ended: nothing left that fits, a character nobody asked about, one that is the rules'.
+enum class stop : u8 { end, unknown, by_rules };
 
 inline constexpr u32 no_key = ~0U;
+
+// What was written last to make a set give codes their meaning: from where to where, and the state
+// before it.
+struct last_way {
+    u8 *begin, *end;
+    u32 state;
+};
 
 // A run over input and output, and how far it came.
 struct run {
     const u8 *in, *in_end;
     u8 *out, *out_end;   // what must stay free at the end is left out
     u32 in_set, out_set; // designated
-    const answer*
-        substitutes; // for codes of one byte, for others; null where the rules see to them
+    last_way way;
     u32 characters;
     u32 more_codes;        // than characters, modulo 2^32
     u32 last, before_last; // keys of the last two characters; no_key where there is none
@@ -284,11 +281,6 @@ struct run {
     const u8* next;
     u32 next_key, next_length, next_set;
 };
-
-// The answer that stands for one that says that the target lacks the character.
-inline const answer* substitute_for(const run& r, const answer& a) {
-    return &r.substitutes[a.setCode <= 0xFF ? 0 : 1];
-}
 
 void run_over(pair& p, run& r); // loop.cpp
 // Writes the session as the rules leave it; false when the run comes to nothing.

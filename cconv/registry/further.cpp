@@ -68,8 +68,10 @@ charset_group* group_of_number(u32 groupNo) {
 } // namespace
 
 charset_group* registered_group(const char* name) {
-    return groups.find(g_ProcessObject.groups,
-                       [=](const charset_group* group) { return same_name(group->name, name); });
+    const char first = fold_ascii(*name); // decides most comparisons
+    return groups.find(g_ProcessObject.groups, [=](const charset_group* group) {
+        return fold_ascii(group->name[0]) == first && same_name(group->name, name);
+    });
 }
 
 basic_set* registered_set(const char* name) {

@@ -9,20 +9,12 @@
 
 namespace charsets {
 
-// Charsets that the library reads when they are asked for lie in a folder of the charset directory,
-// with the sets and tables that no others use.
-inline constexpr std::string_view further_folder = "further/";
-
-// Keyed by the name of the file in the charset directory; that of a further charset has the folder
-// before it, that of a set or a table has not.
+// Keyed by the name of the file in the charset directory.
 struct directory {
     std::map<std::string, charset> charsets;
     std::map<std::string, coded_set> sets;
     std::map<std::string, table> tables;
-    std::set<std::string> further; // sets and tables that go into the folder
-
-    // Where a set or a table lies in the charset directory.
-    std::string place_of(const std::string& file) const;
+    std::set<std::string> further; // of these, what lies in the folder of that name
 };
 
 // Reads definitions/, sets/, tables/ and further/ (unless there is none) of a source directory and

@@ -39,9 +39,6 @@ std::string to_utf16(std::string_view text) {
 }
 
 void write_file(const fs::path& path, std::string_view bytes) {
-    if (path.has_parent_path()) {
-        fs::create_directories(path.parent_path());
-    }
     std::ofstream stream(path, std::ios::binary | std::ios::trunc);
     stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     stream.close();
@@ -50,14 +47,22 @@ void write_file(const fs::path& path, std::string_view bytes) {
     }
 }
 
+constexpr const char* further_folder = "further";
+
+// Where a file lies in the directory.
+fs::path place_of(const directory& built, const std::string& file) {
+    return built.further.contains(file) ? fs::path(further_folder) / file : fs::path(file);
+}
+
 // Names files as they lie in the directory.
 std::string document_bytes(const markup& document, const directory& built) {
     std::string text = document.source.text;
     text.replace(0, source_declaration.size(), built_declaration);
     for (const entity& declared : document.entities) {
-        const std::string before = " SYSTEM \"" + declared.file + "\"";
-        text.replace(text.find(declared.name + before), declared.name.size() + before.size(),
-                     declared.name + " SYSTEM \"" + built.place_of(declared.file) + "\"");
+        const std::string named = declared.name + " SYSTEM \"";
+        const std::string before = named + declared.file + '"';
+        text.replace(text.find(before), before.size(),
+                     named + place_of(built, declared.file).string() + '"');
     }
     return to_utf16(text);
 }
@@ -67,14 +72,12 @@ std::string document_bytes(const markup& document, const directory& built) {
 void write_table(const table& source, const fs::path& path) {
     std::string text;
     std::string cache;
-    for (const auto* pairs : {&source.decode_only, &source.two_way}) {
-        for (const pair& found : *pairs) {
-            text += hex(found.code) + '\t' + hex(found.scalar) + '\n';
-            const std::array<u32, 2> entry{found.code, found.scalar};
-            std::array<char, sizeof entry> bytes{};
-            std::memcpy(bytes.data(), entry.data(), sizeof entry);
-            cache.append(bytes.data(), bytes.size());
-        }
+    for (const pair& found : source.in_order()) {
+        text += hex(found.code) + '\t' + hex(found.scalar) + '\n';
+        const std::array<u32, 2> entry{found.code, found.scalar};
+        std::array<char, sizeof entry> bytes{};
+        std::memcpy(bytes.data(), entry.data(), sizeof entry);
+        cache.append(bytes.data(), bytes.size());
     }
     write_file(path, to_utf16(text));
     write_file(fs::path(path).replace_extension(".cmp"), cache);
@@ -96,19 +99,18 @@ void append_distance(std::string& out, u32 from, u32 to) {
 std::string packed(const table& source) {
     std::string out;
     u32 code = 0, scalar = 0;
-    for (const auto* pairs : {&source.decode_only, &source.two_way}) {
-        for (auto run = pairs->begin(); run != pairs->end();) {
-            auto end = run + 1;
-            while (end != pairs->end() && end->code == end[-1].code + 1) {
-                ++end;
-            }
-            append_number(out, static_cast<u32>(end - run));
-            append_distance(out, code, run->code);
-            code = end[-1].code + 1;
-            for (; run != end; ++run) {
-                append_distance(out, scalar, run->scalar);
-                scalar = run->scalar + 1;
-            }
+    const std::vector<pair> pairs = source.in_order();
+    for (auto run = pairs.begin(); run != pairs.end();) {
+        auto end = run + 1;
+        while (end != pairs.end() && end->code == end[-1].code + 1) {
+            ++end;
+        }
+        append_number(out, static_cast<u32>(end - run));
+        append_distance(out, code, run->code);
+        code = end[-1].code + 1;
+        for (; run != end; ++run) {
+            append_distance(out, scalar, run->scalar);
+            scalar = run->scalar + 1;
         }
     }
     return out;
@@ -144,21 +146,6 @@ private:
     int descriptor_;
 };
 
-// Copies what no builder writes.
-void keep_foreign(const fs::path& from, const fs::path& to) {
-    if (!fs::exists(from)) {
-        return;
-    }
-    for (const auto& entry : fs::directory_iterator(from)) {
-        const fs::path name = entry.path().filename();
-        if (!is_ours(name) && name / "" != further_folder) {
-            fs::create_directories(to);
-            fs::copy(entry.path(), to / name,
-                     fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-        }
-    }
-}
-
 // A directory without definitions converts nothing; one without a table would convert wrongly.
 void remove_directory(const fs::path& directory) {
     if (fs::exists(directory)) {
@@ -172,14 +159,30 @@ void remove_directory(const fs::path& directory) {
 }
 
 void fill_directory(const directory& built, const fs::path& output) {
+    if (!built.further.empty()) {
+        fs::create_directory(output / further_folder);
+    }
     for (const auto& [file, found] : built.charsets) {
-        write_file(output / file, document_bytes(found.document, built));
+        write_file(output / place_of(built, file), document_bytes(found.document, built));
     }
     for (const auto& [file, found] : built.sets) {
-        write_file(output / built.place_of(file), document_bytes(found.document, built));
+        write_file(output / place_of(built, file), document_bytes(found.document, built));
     }
     for (const auto& [file, found] : built.tables) {
-        write_table(found, output / built.place_of(file));
+        write_table(found, output / place_of(built, file));
+    }
+}
+
+// What somebody else put into the directory stays.
+void keep_others(const fs::path& from, const fs::path& to) {
+    for (const auto& entry : fs::directory_iterator(from)) {
+        const fs::path kept = to / entry.path().filename();
+        if (entry.path().filename() == further_folder && fs::is_directory(kept)) {
+            keep_others(entry.path(), kept);
+        } else if (!is_ours(entry.path())) {
+            fs::copy(entry.path(), kept,
+                     fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+        }
     }
 }
 
@@ -202,8 +205,7 @@ void write_directory(const directory& built, const fs::path& output) {
         throw;
     }
     if (fs::exists(place)) {
-        keep_foreign(place, next);
-        keep_foreign(place / further_folder, next / further_folder);
+        keep_others(place, next);
         std::error_code fault; // layered file systems do not rename every directory
         fs::rename(place, previous, fault);
         if (fault) {
@@ -217,13 +219,13 @@ void write_directory(const directory& built, const fs::path& output) {
 void write_embedded(const directory& built, const fs::path& output) {
     std::map<std::string, std::string> files;
     for (const auto& [file, found] : built.charsets) {
-        files[file] = document_bytes(found.document, built);
+        files[place_of(built, file)] = document_bytes(found.document, built);
     }
     for (const auto& [file, found] : built.sets) {
-        files[built.place_of(file)] = document_bytes(found.document, built);
+        files[place_of(built, file)] = document_bytes(found.document, built);
     }
     for (const auto& [file, found] : built.tables) {
-        files[fs::path(built.place_of(file)).replace_extension(".cmp").string()] = packed(found);
+        files[place_of(built, file).replace_extension(".cmp").string()] = packed(found);
     }
     std::string text = "#include \"cconv/directory/embedded.h\"\n\nnamespace {\n\n", list;
     for (const auto& [file, bytes] : files) {

@@ -59,10 +59,10 @@ void add_whole(directory& whole, table added) {
 void add_further(directory& whole, charset added) {
     const source_file source = added.document.source;
     const std::string file = lower_case(added.name) + ".xml";
-    const std::string place = std::string(further_folder) + file;
-    if (whole.charsets.contains(file) || !whole.charsets.emplace(place, std::move(added)).second) {
+    if (!whole.charsets.emplace(file, std::move(added)).second) {
         source.fail(0, "there is a charset of this name");
     }
+    whole.further.insert(file);
 }
 
 void add_single_byte(directory& whole, table read) {

@@ -1,11 +1,5 @@
 #include "tests/support/temp_dir.h"
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
-
 namespace test {
 
 temp_dir::temp_dir() {

@@ -303,7 +303,7 @@ class Filter(Room):
             name = name.split()[0]
             if re.match("U..-[1-4]|.*FIX|OASYS-O|IBM|ARMSCII", name):
                 continue  # of several bytes, or not those of ASCII alone
-            kept = b"\r\n" if "2022" in name else b",\t\r\n\": "
+            kept = b"\r" if name == "HZ" else b"\r\n" if re.match(".*2022|CP502|UTF-7", name) else b",\t\r\n\": "
             text = b"".join(chance.choice(parts) if chance.random() < 0.6 else bytes([chance.randrange(256)]) for _ in range(3000))
             for how, target in ("subst", "cp932"), ("ref", "iso-2022-jp"), ("hex", "gb18030"), ("skip", "utf-8"):
                 done = run(["-q", "-e", how, "-f", name, "-t", target], self.dir, input=text)

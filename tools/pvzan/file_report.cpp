@@ -59,7 +59,7 @@ std::string relative_hint(const pvzan_fault& fault) {
     return sound && character.size() == 1
                ? fmt::format("    hint: {} is {} in {}; -f {} reads it", hex_bytes(code),
                              character_text(character[0]), relative.shown, option)
-               : std::string();
+               : fmt::format("    hint: {} has it; -f {} reads it", relative.shown, option);
 }
 
 void append(std::string& list, const std::string& item) {
@@ -188,7 +188,7 @@ void file_report::tell_json(const problem& p) {
         line += fmt::format(",\"char\":\"{}{}\"", code_point(fault.scalars[0]),
                             fault.scalars_count > 1 ? " " + code_point(fault.scalars[1]) : "");
     }
-    line += fmt::format(",\"bytes\":\"{}\"", hex_bytes(p.blamed(), ""));
+    line += fmt::format(",\"bytes\":\"{}\"", hex_bytes(p.bytes(), ""));
     if (one_way) {
         const bytes_view back = bytes_view(fault.back_bytes).first(fault.back_bytes_count);
         line += fmt::format(",\"again\":\"{}\"",
