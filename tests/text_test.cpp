@@ -114,9 +114,9 @@ std::vector<std::string> charsets() {
 }
 
 std::string sample() {
-    return utf8(
-        U"日本語 abc\r\n\\~ｱｲ〜～−－ か\u309Aæ\u0300\u02E9\u02E5 é𠂉㐂Ê\u0304Êê\u030C\r髙①中文简体 한국어 Ж"
-        U"\nは\u3099u\u0308\u0304\u2028\uE000終");
+    return utf8(U"日本語 abc\r\n\\~ｱｲ〜～−－ か\u309Aæ\u0300\u02E9\u02E5 "
+                U"é𠂉㐂Ê\u0304Êê\u030C\r髙①中文简体 한국어 Ж"
+                U"\nは\u3099u\u0308\u0304\u2028\uE000終");
 }
 
 // ---- Texts with damage -------------------------------------------------------------------------
@@ -309,7 +309,7 @@ TEST(Text, DoesAsTheOptionsSay) {
         {{"iso-2022-jp", "utf-8"},
          "\x1B$B$\"\n",
          "あ\n",
-         "5@6+0 2:1: the text ends without the way back to ASCII that ISO-2022-JP asks for\n"},
+         "5@6+0 2:1: the text does not return to ASCII at its end, as ISO-2022-JP requires\n"},
         {{"utf-8", "cp932"},
          "〜¥\x7F",
          "<e3809c><c2a5>\x7F",

@@ -229,7 +229,7 @@ void say(const pvzan_converter& c, pvzan_fault& f) {
         w.add_bytes(f.bytes, f.blamed).add(" at the end of the text");
         break;
     case PVZAN_FAULT_LEFT_OPEN:
-        w.add("the text ends without the way back to ASCII that %s asks for", c.from.shown);
+        w.add("the text does not return to ASCII at its end, as %s requires", c.from.shown);
         break;
     case PVZAN_FAULT_MISSING:
         w.add_character(f.scalars, f.scalars_count).add(" has no code in %s", c.to.shown);

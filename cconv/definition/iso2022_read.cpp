@@ -394,7 +394,8 @@ private:
     bool read_state(const char* what, std::string_view text, wanted_state& state) {
         for (std::string_view word = next_word(text); !word.empty(); word = next_word(text)) {
             const std::size_t sign = std::min(word.find('='), word.size() - 1);
-            const std::string_view key(word.data(), sign), value(word.begin() + sign + 1, word.end());
+            const std::string_view key(word.data(), sign),
+                value(word.begin() + sign + 1, word.end());
             const auto which = register_number(key == "shift" ? value : key);
             const u8 set = set_number(value);
             if (!which || (key != "shift" && set == no_set && value != "none")) {

@@ -122,7 +122,7 @@ bool output_is_input(const convert_options& options, const file_list& list) {
         const int found = is_standard_input(file.path) ? ::fstat(STDIN_FILENO, &in)
                                                        : ::stat(file.path.c_str(), &in);
         if (found == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino) {
-            complain_about(file.path, "is the output, too; -i converts a file in place");
+            complain_about(file.path, "is also the output; -i converts a file in place");
             return true;
         }
     }
