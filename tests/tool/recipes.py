@@ -37,7 +37,7 @@ COMMANDS = {
     "pvzan detect x": ("x", CP932, 0),
     "pvzan -i -t windows-31j --eol crlf x": ("x", CP932.replace(b"\n", b"\r\n"), 1),
     "pvzan -c -f cp932 -t euc-jp x": ("-", TEXT.encode("euc_jp"), 0),
-    "pvzan -t ascii -e subst=? x": ("-", TEXT.encode("ascii", "replace"), 0),
+    "pvzan -t ascii -e subst=? x": ("-", TEXT.encode("ascii", "replace"), 1),
     "pvzan check -r -t windows-31j archive/": ("archive/text.csv", CP932, 1),
     "pvzan -r -j 8 -o archive.utf8 archive/": ("archive.utf8/archive/text.csv", UTF8, 1),
     "find . -name '*.csv' -print0 | xargs -0 -P 4 pvzan -i -f cp932": ("src/text.csv", UTF8, 123),
