@@ -196,9 +196,18 @@ enum {
     PVZAN_KIND_UCS_4 = 4
 };
 
+/* What a guess says. */
+enum {
+    PVZAN_GUESS_NONE = 0,   /* no candidate fits */
+    PVZAN_GUESS_SURE = 1,   /* the first candidate */
+    PVZAN_GUESS_UNSURE = 2, /* another is not far behind, or the first one has a fault */
+    PVZAN_GUESS_BINARY = 3  /* no text: what it is stands in the words */
+};
+
 /* ---- Records -------------------------------------------------------------------------------- */
 
 typedef struct pvzan_converter pvzan_converter;
+typedef struct pvzan_guesser pvzan_guesser;
 
 /* What is wrong with a text, and where. */
 typedef struct pvzan_fault {
@@ -272,9 +281,21 @@ typedef struct pvzan_name {
 } pvzan_name;
 
 typedef struct pvzan_candidate {
-    uint32_t size, per_million; /* how sure the guess is */
+    uint32_t size, per_million; /* how likely it is beside the others */
     pvzan_name name;
+    char reading[96]; /* how it reads the first place where the likeliest two differ; or empty */
 } pvzan_candidate;
+
+/* How a guess ended. */
+typedef struct pvzan_guess_result {
+    uint32_t size;
+    uint32_t verdict; /* PVZAN_GUESS_... */
+    uint32_t mark;    /* 1: the text begins with a byte-order mark */
+    uint32_t reserved;
+    uint64_t doubt; /* the byte where the likeliest two readings differ first, or that is invalid in
+                       the likeliest; UINT64_MAX: no such place */
+    char why[256];  /* what decided, or what kind of file it is; or empty */
+} pvzan_guess_result;
 
 /* ---- Conversion ----------------------------------------------------------------------------- */
 
@@ -420,13 +441,36 @@ PVZAN_TEXT_API size_t pvzan_directory(char* path, size_t room);
  * is errors[0].size, which the caller sets. */
 PVZAN_TEXT_API size_t pvzan_check_definition(const char* path, pvzan_error* errors, size_t most);
 
-/* ---- Guessing ------------------------------------------------------------------------------- */
+/* ---- Guessing -------------------------------------------------------------------------------
+ *
+ * Every charset of the list of names is a candidate. One that cannot read the text is none any
+ * more; the others' readings are weighed as writing in the languages that the library knows. Where
+ * no reading is far ahead the guess is unsure, and a program had better ask its user than convert.
+ */
 
-/* Which charsets a text may be in, the likeliest first: fills in up to most candidates, whose
- * stride is candidates[0].size, and returns how many there are. complete: 0 where the text goes on
- * behind bytes. flags: 0. */
-PVZAN_TEXT_API size_t pvzan_guess(const uint8_t* bytes, size_t size, int32_t complete,
-                                  uint32_t flags, pvzan_candidate* candidates, size_t most);
+/* Begins a guess. among: names parted by commas, which are all that it may be; null: everything.
+ * language: the user's, as LANG has it, which counts where readings stay close; null: that of
+ * LC_ALL, LC_CTYPE or LANG. NULL: there is no memory, or no charset directory. */
+PVZAN_TEXT_API pvzan_guesser* pvzan_guess_open(const char* among, const char* language);
+
+/* Takes the next piece of the text, of any size: 1; 0: what follows changes nothing any more. */
+PVZAN_TEXT_API int32_t pvzan_guess_feed(pvzan_guesser* guesser, const uint8_t* bytes, size_t size);
+
+/* Decides, once. complete: 0 where the text goes on. Fills in the result, unless null, and up to
+ * most candidates, the likeliest first, whose stride is candidates[0].size; returns how many there
+ * are. Of candidates that read the same there is one. */
+PVZAN_TEXT_API size_t pvzan_guess_end(pvzan_guesser* guesser, int32_t complete,
+                                      pvzan_guess_result* result, pvzan_candidate* candidates,
+                                      size_t most);
+
+/* Null is fine. */
+PVZAN_TEXT_API void pvzan_guess_close(pvzan_guesser* guesser);
+
+/* The same for a text in memory, in one call; returns the verdict. The name of the likeliest
+ * candidate stands in likeliest, unless null; a charset only where the verdict is PVZAN_GUESS_SURE
+ * or PVZAN_GUESS_UNSURE. */
+PVZAN_TEXT_API int32_t pvzan_guess(const uint8_t* bytes, size_t size, int32_t complete,
+                                   pvzan_name* likeliest);
 
 #ifdef __cplusplus
 }

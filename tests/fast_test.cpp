@@ -11,7 +11,6 @@
 
 #include <barrier>
 #include <filesystem>
-#include <functional>
 #include <set>
 #include <thread>
 #include <unistd.h>
@@ -101,12 +100,7 @@ TEST(Fast, SeesTablesChange) {
 // No table is read, and no cache written, but those that the text needs.
 TEST(Fast, TouchesNoFileUnasked) {
     const auto caches_after = [](bool off, char32_t scalar) {
-        const test::temp_dir directory;
-        for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
-            if (entry.path().extension() != ".cmp") {
-                std::filesystem::copy(entry.path(), directory.path());
-            }
-        }
+        const test::temp_dir directory(test::without_caches);
         test::in_child([&] {
             ASSERT_EQ(ZAN_setCharsetPath(directory.path().c_str()), 1U);
             fast::by_hand.off = off;
@@ -165,7 +159,9 @@ TEST(Fast, LeavesWhatTheRulesLeave) {
                 std::mt19937 random(++seed);
                 const settings how = random_settings(random);
                 std::string text =
-                    text_in(from, test::random_text(random, 100 + random() % 2000, 24),
+                    text_in(from,
+                            test::random_text(random, 100 + random() % 2000,
+                                              std::array{3U, 24U, 400U}[random() % 3]),
                             how.source.srcBigEndian != 0);
                 // Anomalies: none, few, many.
                 const auto damage = seed % 3;
@@ -232,134 +228,17 @@ TEST(Fast, EndsAnywhere) {
 
 // ---- What it rests on --------------------------------------------------------------------------
 
-using definition = std::function<void(made_charset&)>;
-
-struct own_charset {
-    const char* what;
-    const char* rule; // behind "dest" and "const"
-    definition define;
-};
-
-// A set for each text, of its characters as they are.
-definition single_bytes(std::vector<std::string> sets) {
-    return [=](made_charset& c) {
-        for (const std::string& characters : sets) {
-            basic_set* set = c.add(1);
-            for (const char character : characters) {
-                made_charset::put(set, static_cast<u32>(character), static_cast<u32>(character));
-            }
-        }
-    };
-}
-
-definition widths(std::vector<u16> all) {
-    return [=](made_charset& c) {
-        u32 scalar = 0x4E00;
-        for (const u16 width : all) {
-            basic_set* set = c.add(width);
-            for (const u32 byte : {0x0AU, 0x0DU, 0x41U, 0x81U, 0xA1U}) {
-                for (const u32 other : {0x0AU, 0x41U, 0x81U, 0xA1U}) {
-                    u32 code = byte;
-                    for (u16 i = 1; i < width; ++i) {
-                        code = code << 8 | other;
-                    }
-                    made_charset::put(set, code, byte < 0x20 ? byte : scalar++);
-                }
-            }
-        }
-    };
-}
-
-const own_charset own_charsets[] = {
-    // Length and meaning follow from a character's own bytes only where no longer code is tried
-    // first.
-    {"four bytes before three", "SAME", widths({4, 3})},
-    {"two bytes before one", "SAME", widths({2, 1})},
-    {"three, two, one", "SAME", widths({3, 2, 1})},
-    {"one, two, four", "SAME", widths({1, 2, 4})},
-    {"one, three", "SAME", widths({1, 3})},
-    {"two bytes alone", "SAME", widths({2, 2})},
-    {"a set of no bytes", "SAME", widths({0, 1})},
-    {"a set of no bytes at the end", "SAME", widths({1, 0})},
-    {"too wide a set", "SAME", widths({1, 5, 2})},
-    {"units over three bytes", "ISO-10646-UCS-2", widths({3})},
-    {"units over four and two bytes", "ISO-10646-UCS-2", widths({4, 2})},
-    {"units over single bytes", "ISO-10646-UCS-2", widths({1, 2})},
-    {"units over two bytes", "ISO-10646-UCS-2", widths({2})},
-    // What a line feed is, its answer says; it is no carriage return's.
-    {"LF without CR", "SAME", single_bytes({"\nA"})},
-    {"CR without LF", "SAME", single_bytes({"\rA"})},
-    {"CR and LF in different sets", "SAME", single_bytes({"\r", "\nA"})},
-    {"line breaks for each other", "SAME",
-     [](made_charset& c) {
-         basic_set* set = c.add(1);
-         made_charset::put(set, '\r', '\n');
-         made_charset::put(set, '\n', '\r');
-         made_charset::put(set, 'A', 0x2028);
-         made_charset::put(set, 'B', 'B');
-     }},
-    // Behind a user-defined character the number of the set before it stays.
-    {"a user-defined area", "SAME",
-     [](made_charset& c) {
-         c.share(PVZAN_SET_ISO_646_IRV);
-         basic_set* set = c.add(2, PVZAN_SET_USER_DEFINED);
-         set->eudcStart = 0x8141;
-         set->eudcNumber = 100;
-         widths({2})(c);
-     }},
-    {"shared sets and an extra table", "SAME",
-     [](made_charset& c) {
-         c.share(PVZAN_SET_JIS_X_0201_LATIN);
-         c.put_extra(0, 0x4E00, 0x41);
-         c.share(PVZAN_SET_JIS_X_0208_1990);
-         c.put_extra(1, 0x00A5, 0x41424344);
-     }},
-    {"a double-byte rule over a charset without its sets", "Shift_JIS", widths({1})},
-    {"sets that escape sequences do not designate as they are", "ISO-2022-JP",
-     [](made_charset& c) {
-         c.add(1)->setNo = PVZAN_SET_JIS_X_0208_1990;
-         c.add(2)->setNo = PVZAN_SET_ISO_646_IRV;
-     }},
-    {"pairs", "EUC-JP-FIX", widths({2})},
-};
-
+// What the fuzzer makes of random choices: charsets with sets of any width in any order, shared,
+// user-defined, with extra tables, without CR or LF; and both shipped ends, with marks and tags.
 TEST(Fast, HoldsForCharsetsOfOnesOwn) {
-    test::use_shipped_charsets();
-    for (const own_charset& own : own_charsets) {
-        SCOPED_TRACE(own.what);
-        const std::string decode = std::string("dest") + own.rule,
-                          encode = std::string("const") + own.rule;
-        made_charset made("made-by-test", decode.c_str(), encode.c_str());
-        own.define(made);
-        fuzz::sequence choices(1);
-        for (const std::uint32_t mode : {0U, 2U, 3U, 4U}) {
-            settings how = normalising(mode);
-            how.target.convertNewline = mode != 0;
-            how.target.useSubstitute = mode == 3;
-            how.target.substChar1 = how.target.substChar2 = 'A';
-            for (const std::uint32_t big : {1U, 0U}) {
-                how.source.srcBigEndian = big;
-                for (const char* to : {"utf-8", "utf-16", made.name()}) {
-                    for (int round = 0; round < 8; ++round) {
-                        both_paths paths(made.name(), to, how.source, how.target);
-                        const std::string text = fuzz::random_bytes(choices, 300);
-                        in_pieces(paths, text, 1 + choices.below(200), 10 + choices.below(500));
-                    }
-                }
-                for (int round = 0; round < 8; ++round) {
-                    std::string text;
-                    for (int i = 0; i < 100; ++i) {
-                        text += test::ucs4({fuzz::random_scalar(choices) % 0x110000});
-                        text += i % 4 == 0 ? test::ucs4({'A', '\r', '\n'}) : "";
-                    }
-                    settings quads = how;
-                    quads.source.srcBigEndian = 1;
-                    both_paths paths("iso-10646-ucs-4", made.name(), quads.source, quads.target);
-                    in_pieces(paths, text, 4 + choices.below(200), 10 + choices.below(500));
-                }
-            }
-        }
+    LLVMFuzzerInitialize(nullptr, nullptr);
+    std::mt19937 random(1);
+    for (int round = 0; round < 6000; ++round) {
+        std::vector<std::uint8_t> input(40);
+        std::ranges::generate(input, [&] { return static_cast<std::uint8_t>(random()); });
+        LLVMFuzzerTestOneInput(input.data(), input.size());
     }
+    fast::choose_kernels(nullptr);
 }
 
 // Answers given under other options, or other tables, are no answers.
@@ -378,6 +257,52 @@ TEST(Fast, KeepsAnswersApart) {
         paths.convert(test::bytes_of(tagged), 200);
         paths.change_source("shift_jis");
         paths.convert(test::bytes_of(text), 200);
+    }
+}
+
+TEST(Fast, KernelsAreThoseThatTheProcessorRuns) {
+    std::ptrdiff_t count = 1;
+#if defined(__x86_64__)
+    const bool avx2 = __builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("bmi2") != 0;
+    const bool vbmi =
+        __builtin_cpu_supports("avx512vbmi2") != 0 && __builtin_cpu_supports("avx512vbmi") != 0 &&
+        __builtin_cpu_supports("avx512bw") != 0 && __builtin_cpu_supports("avx512vl") != 0;
+    count += (avx2 ? 1 : 0) + (avx2 && vbmi ? 1 : 0);
+#endif
+    fast::kernel_list list{};
+    fast::list_kernels(list);
+    EXPECT_EQ(std::ranges::find(list, nullptr) - list, count);
+}
+
+// UTF-8 in too many bytes is left to the rules, at every place of a block.
+TEST(Fast, LeavesOverLongFormsToTheRules) {
+    test::use_shipped_charsets();
+    const settings how;
+    for (const char* form : {"\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE0\x9F\xBF"}) {
+        for (std::size_t at = 0; at < 140; ++at) {
+            std::string text = test::utf8(std::u32string(70, U'か'));
+            both_paths paths("utf-8", "utf-16", how.source, how.target);
+            paths.convert(test::bytes_of(text.insert(3 * (at / 3), at % 3, 'a').insert(at, form)),
+                          900);
+        }
+    }
+}
+
+TEST(Fast, CountsLineBreaks) {
+    std::mt19937 random(1);
+    for (int round = 0; round < 20000; ++round) {
+        const fast::ascii_unit unit{1U << round % 3, random() % 2 == 0};
+        std::vector<u8> text(unit.bytes * (1 + random() % (round % 4 == 0 ? 1200 : 200)));
+        std::ranges::generate(text, [&] { return static_cast<u8>("\r\n\0\0\0a"[random() % 6]); });
+        const std::size_t units = text.size() / unit.bytes - 1;
+        const auto at = [&](std::size_t i) {
+            return load_code(std::span(text).subspan(i * unit.bytes, unit.bytes), unit.big_endian);
+        };
+        u64 breaks = 0;
+        for (std::size_t i = 0; i < units; ++i) {
+            breaks += at(i) == '\n' || (at(i) == '\r' && at(i + 1) != '\n') ? 1U : 0U;
+        }
+        ASSERT_EQ(fast::count_breaks(text.data(), units, unit), breaks);
     }
 }
 

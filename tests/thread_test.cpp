@@ -105,19 +105,9 @@ TEST(Threads, LoadAtOnce) {
     test::in_child([] { expect_threads_agree(32, true); });
 }
 
-// A charset directory without caches: tables are read as text, and their caches written.
-struct cold_directory : test::temp_dir {
-    cold_directory() {
-        for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
-            if (entry.is_regular_file() && entry.path().extension() != ".cmp") {
-                std::filesystem::copy(entry.path(), path());
-            }
-        }
-    }
-};
-
+// Tables are read as text, and their caches written.
 TEST(Threads, FourLoadWithoutCaches) {
-    const cold_directory directory;
+    const test::temp_dir directory(test::without_caches);
     test::in_child([&] { expect_threads_agree(4, true, directory.path().c_str()); });
     EXPECT_TRUE(directory.has("jis_x0208-1990.cmp"));
 }
@@ -135,7 +125,7 @@ TEST(Threads, CancelAndForkLeaveNoLock) {
     };
     for (useconds_t delay = 0; delay < 10 && !::testing::Test::HasFailure(); ++delay) {
         for (const bool cancel : {true, false}) {
-            const cold_directory directory;
+            const test::temp_dir directory(test::without_caches);
             test::in_child([&] {
                 ZAN_setCharsetPath(directory.path().c_str());
                 pthread_t loading{};

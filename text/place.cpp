@@ -13,7 +13,7 @@ namespace {
 u64 count_breaks(const pvzan_converter& c, const u8* bytes, std::size_t units) {
     if (c.lf == '\n' && c.cr == '\r') {
         const fast::ascii_unit unit{c.from.unit, c.now.big_source};
-        return fast::chosen_kernels().count_breaks(bytes, units, unit);
+        return fast::count_breaks(bytes, units, unit);
     }
     u64 count = 0;
     for (std::size_t i = 0; i < units; ++i) {

@@ -82,12 +82,11 @@ _options = _record(
 )
 _NAME = "kind:u32 unit:u32 order:u32 mark:u32 exact:u32 charset:64 shown:64"
 _name = _record("_Name", _NAME)
-_candidate = _record("_Candidate", "per_million:u32 name_size:u32 " + _NAME)
 
 # Each call's result and arguments, by letters of _TYPES.
 _TYPES = {"v": None, "p": ctypes.c_void_p, "t": ctypes.c_char_p, "z": ctypes.c_size_t, "i": ctypes.c_int32, "u": ctypes.c_uint64}
 _CALLS = """open:pttpp close:vp reset:vp feed:ipppppi last_fault:ipp convert:zppzpzp convert_rows:zppzpzpzpip
-    most:zpz shift:up begin_in:ipu resolve:itip set_directory:itp directory:zpz guess:zpziipz"""
+    most:zpz shift:up begin_in:ipu resolve:itip set_directory:itp directory:zpz guess:ipzip"""
 
 
 @functools.cache
@@ -454,8 +453,8 @@ declared tell of a byte-order mark and an XML declaration; newline is one of the
 
 def detect(data):
     """By its byte-order mark, its declaration, or how well its start fits each encoding; or None."""
-    data, found = _bytes(data), _candidate()
-    if not _library().guess(data, len(data), 1, 0, ctypes.byref(found), 1):
+    data, found = _bytes(data), _name()
+    if not data or _library().guess(data, len(data), 1, ctypes.byref(found)) not in (1, 2) or not found.shown:
         return None
     bom = found.kind != 0 and data.startswith(_MARKS)
     found.mark = max(found.mark, bom)

@@ -280,9 +280,9 @@ private:
         if (designates_ && slot_ != ascii_slot) {
             return false;
         }
-        const fast::ascii_run run{r_.in, static_cast<std::size_t>(r_.in_end - r_.in), r_.out,
-                                  static_cast<std::size_t>(r_.out_end - r_.out),
-                                  p_.plain_ascii.load()};
+        const auto size = static_cast<std::size_t>(r_.in_end - r_.in),
+                   room = static_cast<std::size_t>(r_.out_end - r_.out);
+        const fast::ascii_run run{r_.in, size, r_.out, room, p_.plain_ascii.load()};
         const std::size_t n = target_.bytes > 1 ? p_.kernel->widen_ascii(run, target_)
                               : Reader::unit_bytes > 1
                                   ? p_.kernel->narrow_ascii(run, p_.plan.source_unit)

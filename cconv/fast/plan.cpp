@@ -84,25 +84,13 @@ bool is_plain_unicode(const charset_group* group) {
            !table_loaded(set->encodeTable);
 }
 
-// Blocks, where the machine has kernels for both ends of them.
 block_form blocks_of(const session* s, const plan& p) {
-    const kernels& k = chosen_kernels();
-    const auto where = [](bool kernel, block_form form) {
-        return kernel ? form : block_form::none;
-    };
-    switch (p.reader) {
-    case reader::told:
-    case reader::iso2022: return where(k.seven_bit_pairs != nullptr, block_form::entries);
-    case reader::lead_bytes: return where(k.split_codes != nullptr, block_form::entries);
-    default: break;
-    }
-    const bool decodes = p.reader != reader::utf8 || k.decode_utf8 != nullptr;
-    if (p.source->form != unicode_form::none && p.target->form != unicode_form::none &&
-        is_plain_unicode(s->srcGroup) && is_plain_unicode(s->dstGroup)) {
-        const bool encodes = p.target->form != unicode_form::utf8 || k.encode_utf8 != nullptr;
-        return where(decodes && encodes, block_form::scalars);
-    }
-    return where(decodes, block_form::entries);
+    const bool scalars = p.source->form != unicode_form::none &&
+                         p.target->form != unicode_form::none && is_plain_unicode(s->srcGroup) &&
+                         is_plain_unicode(s->dstGroup);
+    return !chosen_kernels().has_blocks ? block_form::none
+           : scalars                    ? block_form::scalars
+                                        : block_form::entries;
 }
 
 ascii_unit target_unit(const session* s, unicode_form form) {

@@ -10,6 +10,14 @@ temp_dir::temp_dir() {
     path_ = pattern + "/";
 }
 
+temp_dir::temp_dir(without_caches_t) : temp_dir() {
+    for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
+        if (entry.is_regular_file() && entry.path().extension() != ".cmp") {
+            std::filesystem::copy(entry.path(), path_);
+        }
+    }
+}
+
 temp_dir::~temp_dir() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);

@@ -5,10 +5,15 @@
 
 namespace test {
 
+struct without_caches_t {};
+inline constexpr without_caches_t without_caches{};
+
 // A directory that goes with its owner, with everything in it.
 class temp_dir {
 public:
     temp_dir();
+    // The shipped charset directory, whose tables are to be read as text.
+    explicit temp_dir(without_caches_t);
     ~temp_dir();
     temp_dir(const temp_dir&) = delete;
     temp_dir& operator=(const temp_dir&) = delete;

@@ -93,12 +93,18 @@ void add_shared(CLI::App& app, command& c,
         ->type_name("DIR");
 }
 
+void add_language(CLI::App& app, std::string& language) {
+    app.add_option("--lang", language)->group("");
+}
+
 void add_source_and_target(CLI::App& app, command& c) {
     convert_options& o = c.convert;
     app.add_option("-f,--from", o.from, "Charset of the input, or several to choose from")
         ->type_name("NAME[,NAME...]");
     app.add_option("-t,--to", o.to, "Charset of the output")->type_name("NAME");
     app.add_flag("--web-labels", o.web_labels, "Names mean what they mean to browsers");
+    add_language(app, o.language);
+    app.add_flag("--per-line", o.per_line)->group("");
 }
 
 void add_bulk(CLI::App& app, command& c) {
@@ -159,10 +165,11 @@ void add_check(CLI::App& app, command& c) {
 }
 
 void add_detect(CLI::App& app, command& c) {
-    app.add_option("-f,--from", c.detect.candidates, "Charsets to choose from")
+    app.add_option("-f,--from", c.detect.choice.among, "Charsets to choose from")
         ->delimiter(',')
         ->allow_extra_args(false)
         ->type_name("NAME[,NAME...]");
+    add_language(app, c.detect.choice.language);
     add_shared(app, c);
     app.add_option("files", c.detect.files, "Files; none, or -, is standard input")
         ->type_name("FILE");

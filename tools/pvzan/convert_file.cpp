@@ -5,6 +5,7 @@
 #include "tools/pvzan/exit_status.h"
 #include "tools/pvzan/file_list.h"
 #include "tools/pvzan/file_queue.h"
+#include "tools/pvzan/line_charsets.h"
 #include "tools/pvzan/message.h"
 #include "tools/pvzan/one_file.h"
 #include "tools/pvzan/output_file.h"
@@ -59,7 +60,15 @@ bool choose_charsets(const convert_options& options, text_conversion& conversion
         }
     }
     if (conversion.guess) {
-        conversion.candidates = names.size() > 1 ? names : std::vector<std::string>();
+        conversion.choice = {names.size() > 1 ? names : std::vector<std::string>(),
+                             options.language};
+    }
+    conversion.per_line = options.per_line;
+    if (options.per_line) {
+        const std::string obstacle = line_charsets(conversion.choice).obstacle();
+        if (!obstacle.empty()) {
+            return refuse(obstacle);
+        }
     }
     if (!is_known(to)) {
         return false;

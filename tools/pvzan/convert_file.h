@@ -10,6 +10,8 @@ namespace tool {
 
 struct convert_options {
     std::string from = "auto"; // one name, or several to choose from
+    std::string language;      // where the source is guessed; empty: the environment's
+    bool per_line = false;
     std::string to = "utf-8";
     std::string output;      // empty: standard output
     bool check = false;      // write nothing, and convert back

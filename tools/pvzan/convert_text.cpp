@@ -1,9 +1,8 @@
 #include "tools/pvzan/convert_text.h"
 
-#include "tools/pvzan/guess.h"
+#include "tools/pvzan/line_charsets.h"
 #include "tools/pvzan/message.h"
 #include "tools/pvzan/parallel_text.h"
-#include "tools/pvzan/source_guess.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -44,7 +43,9 @@ public:
         if (!text.open()) {
             throw std::bad_alloc(); // its names are known
         }
-        if (read_more() && (!conversion_.guess || pass_ascii(text))) {
+        if (conversion_.per_line) {
+            pump_lines(text);
+        } else if (conversion_.guess ? choose_source(text) : read_more()) {
             find_breaks(filled());
             if (conversion_.jobs > 1 && !ended_) {
                 run_parallel(text);
@@ -109,58 +110,38 @@ private:
         std::memmove(buffer_.data(), buffer_.data() + size, kept_);
     }
 
-    // Text that is ASCII is the same in all charsets that are guessed, but for UTF-16 and UTF-32,
-    // whose ASCII has NUL bytes; where these are named, nothing is taken for ASCII. What comes then
-    // is looked at in a full buffer, so that the guess does not hang on how the input arrives.
-    bool pass_ascii(text_feed& text) {
-        const bool wide =
-            std::ranges::any_of(conversion_.candidates, [](const std::string& candidate) {
-                return charset_of(candidate).unit > 1;
+    // A file is looked at whole, and read again; of a pipe there is only what has come so far.
+    bool choose_source(text_feed& text) {
+        if (const auto guess = guess_file(file_, conversion_.choice)) {
+            return change_source(text, *guess) && read_more();
+        }
+        pipe_guess pipe(file_, conversion_.choice);
+        std::vector<std::uint8_t> head;
+        const source_guess guess = pipe.run(
+            head, [this](std::span<std::uint8_t> into) { return read_into(into); },
+            [&](bytes_view lines) {
+                find_breaks(lines);
+                text.feed(lines);
+                report_.flush();
             });
-        if (wide) {
-            return fill() && change_source(text);
-        }
-        for (;;) {
-            const std::size_t plain = plain_ascii(filled());
-            if (plain < kept_) {
-                // Before a NUL there may be UTF-16 that looks like ASCII: あ is "B0".
-                constexpr std::size_t looked_at = 8192;
-                if (buffer_[plain] == 0) {
-                    feed(text, plain / looked_at * looked_at);
-                } else {
-                    feed_ascii(text, plain);
-                }
-                return fill() && change_source(text);
-            }
-            if (ended_) {
-                return true;
-            }
-            feed_ascii(text, plain);
-            if (result_.end != text_end::whole || !read_more()) {
-                return false;
-            }
-        }
-    }
-
-    // All but a letter that a mark may follow, and a CR.
-    void feed_ascii(text_feed& text, std::size_t size) {
-        const bool line = size == 0 || buffer_[size - 1] == '\n';
-        const std::size_t fed = line ? size : size - 1;
-        find_breaks(filled().first(fed));
-        feed(text, fed);
-    }
-
-    bool change_source(text_feed& text) {
-        const source_guess guess = guess_source(filled(), conversion_.candidates);
-        if (!guess.known) {
-            result_.end = guess.binary ? text_end::binary : text_end::unknown;
-            result_.error = guess.why;
+        if (result_.end != text_end::whole || !change_source(text, guess)) {
             return false;
         }
-        if (same_charset(guess.charset, from_)) {
+        std::ranges::copy(head, buffer_.begin());
+        kept_ = head.size();
+        return true;
+    }
+
+    bool change_source(text_feed& text, const source_guess& guess) {
+        if (!guess.is_sure()) {
+            result_.end = guess.is_binary() ? text_end::binary : text_end::unknown;
+            result_.error = guess.is_binary() ? guess.result.why : doubts_of(guess);
+            return false;
+        }
+        if (same_charset(guess.charset(), from_)) {
             return true;
         }
-        from_ = guess.charset;
+        from_ = guess.charset();
         report_.set_source(from_);
         if (!text.change_source(from_)) {
             result_.end = text_end::unknown;
@@ -189,6 +170,47 @@ private:
                 read_more();
             }
         }
+    }
+
+    // Whole lines, as many at once as are in one charset.
+    void pump_lines(text_feed& text) {
+        line_charsets charsets(conversion_.choice);
+        bool first = true;
+        while (read_more()) {
+            find_breaks(filled());
+            const bool full = kept_ == buffer_.size();
+            const std::size_t whole = behind_last_line_feed(filled(), {});
+            const std::size_t end = ended_ || (whole == 0 && full) ? kept_ : whole;
+            for (std::size_t at = 0; at < end && result_.end == text_end::whole;) {
+                const bytes_view rest = filled().subspan(at, end - at);
+                const auto feeds = std::ranges::find(rest, '\n');
+                const auto size =
+                    static_cast<std::size_t>(feeds - rest.begin()) + (feeds != rest.end() ? 1 : 0);
+                const pvzan_name& charset = charsets.charset_of_line(rest.first(size));
+                if (first || !same_charset(charset, from_)) {
+                    enter(text, charset, first);
+                    first = false;
+                }
+                text.feed(rest.first(size));
+                at += size;
+            }
+            kept_ -= end;
+            std::memmove(buffer_.data(), buffer_.data() + end, kept_);
+            if (ended_ || result_.end != text_end::whole) {
+                break;
+            }
+        }
+        if (result_.end == text_end::whole) {
+            text.finish();
+        }
+    }
+
+    void enter(text_feed& text, const pvzan_name& charset, bool first) {
+        if (!first || !same_charset(charset, from_)) {
+            from_ = charset;
+            text.change_source(from_);
+        }
+        report_.enter_line(text.place().line, from_);
     }
 
     // The first lines go through the feed itself, and so does what the parts leave.

@@ -3,6 +3,7 @@
 
 #include "tools/pvzan/file_report.h"
 #include "tools/pvzan/input_file.h"
+#include "tools/pvzan/source_guess.h"
 #include "tools/pvzan/text_feed.h"
 
 #include <functional>
@@ -12,8 +13,9 @@
 namespace tool {
 
 struct text_conversion {
-    bool guess = false;                  // the source; candidates may be named
-    std::vector<std::string> candidates; // none: the usual ones
+    bool guess = false;    // the source
+    bool per_line = false; // of each line, among those named
+    guess_choice choice;
     pvzan_name from, to;
     text_options options;
     unsigned jobs = 1; // threads for one input
@@ -23,7 +25,7 @@ enum class text_end {
     whole,      // converted, as far as the policy allows
     unreadable, // the input; the error tells why
     unknown,    // nobody can tell the charset; the error tells why
-    binary,     // no text
+    binary,     // no text; the error tells what it is
     unwritable  // the output refused
 };
 

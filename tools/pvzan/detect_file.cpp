@@ -2,83 +2,120 @@
 
 #include "tools/pvzan/charset_directory.h"
 #include "tools/pvzan/exit_status.h"
-#include "tools/pvzan/guess.h"
 #include "tools/pvzan/input_file.h"
 #include "tools/pvzan/message.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <limits>
 
 namespace tool {
 
 namespace {
 
-// More than detection looks at.
-constexpr std::size_t examined_bytes = 16384;
+struct detected {
+    source_guess guess;
+    const char* breaks = ""; // of the beginning
+};
 
-// The start of a file; false on failure, with errno set.
-bool read_start(const std::string& name, std::vector<std::uint8_t>& text) {
+// As a conversion guesses; false on failure, with errno set.
+bool look_at(const std::string& name, const guess_choice& choice, detected& found) {
     const input_file file(name);
     if (!file.is_open()) {
         return false;
     }
-    text.resize(examined_bytes);
-    std::size_t length = 0;
-    ssize_t n = 1;
-    while (n > 0 && length < text.size()) {
-        n = file.read(std::span(text).subspan(length));
-        length += n > 0 ? static_cast<std::size_t>(n) : 0;
+    constexpr std::size_t begin_bytes = 64 * 1024;
+    std::vector<std::uint8_t> begin;
+    bool failed = false;
+    const auto read = [&](std::span<std::uint8_t> into) {
+        const ssize_t n = file.read(into);
+        failed = failed || n < 0;
+        return n > 0 ? static_cast<std::size_t>(n) : 0;
+    };
+    if (auto guess = guess_file(file, choice)) {
+        found.guess = std::move(*guess);
+        begin.resize(begin_bytes);
+        begin.resize(read(begin));
+    } else {
+        std::vector<std::uint8_t> rest;
+        const auto keep = [&](bytes_view lines) {
+            if (begin.size() < begin_bytes) {
+                begin.insert(begin.end(), lines.begin(), lines.end());
+            }
+        };
+        found.guess = pipe_guess(file, choice).run(rest, read, keep);
+        keep(rest);
     }
-    text.resize(length);
-    return n >= 0;
+    if (found.guess.is_known()) {
+        found.breaks = kind_of_breaks(begin, unit_of(found.guess.charset(), begin));
+    }
+    return !failed;
 }
 
-std::string json_line(const std::string& name, const charset_guess& guess) {
-    std::string breaks = guess.breaks;
+std::string json_line(const std::string& name, const detected& found) {
+    const source_guess& guess = found.guess;
+    std::string breaks = std::string(found.breaks).substr(0, std::strcspn(found.breaks, " "));
     std::ranges::transform(breaks, breaks.begin(),
                            [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
     std::string line =
         fmt::format(R"({{"file":{},"charset":{},"sure":{},"eol":{},"bom":{})", json_string(name),
-                    guess.known ? json_string(guess.charset.shown) : "null", guess.sure,
-                    breaks == "-" ? "null" : json_string(breaks), guess.mark);
-    line += guess.binary ? R"(,"binary":true)" : "";
-    line += guess.reason.empty() ? "" : R"(,"reason":)" + json_string(guess.reason);
+                    guess.is_known() ? json_string(guess.charset().shown) : "null", guess.is_sure(),
+                    breaks.empty() ? "null" : json_string(breaks), guess.result.mark != 0);
+    line += guess.is_binary() ? R"(,"binary":true)" : "";
+    line += *guess.result.why == '\0' ? "" : R"(,"reason":)" + json_string(guess.result.why);
+    if (guess.result.doubt != std::numeric_limits<std::uint64_t>::max()) {
+        line += fmt::format(R"(,"doubt":{})", guess.result.doubt);
+    }
     line += R"(,"candidates":[)";
     const char* comma = "";
-    for (const guess_candidate& candidate : guess.candidates) {
-        line += fmt::format(R"({}{{"charset":{},"score":{:.2f}}})", comma,
-                            json_string(candidate.charset.shown), candidate.score);
+    for (const pvzan_candidate& candidate : guess.candidates) {
+        line += fmt::format(R"({}{{"charset":{},"score":{:.2f})", comma,
+                            json_string(candidate.name.shown),
+                            static_cast<double>(candidate.per_million) / 1e6);
+        line += *candidate.reading == '\0' ? "" : R"(,"reading":)" + json_string(candidate.reading);
+        line += "}";
         comma = ",";
     }
     return line + "]}\n";
 }
 
-std::string plain_line(const std::string& name, std::size_t width, const charset_guess& guess) {
+std::string plain_line(const std::string& name, std::size_t width, const detected& found) {
+    const source_guess& guess = found.guess;
     std::string line = fmt::format("{:<{}}   ", name, width);
-    if (!guess.known) {
-        return line + (guess.binary ? "binary\n" : "unknown\n");
+    if (guess.is_binary()) {
+        return line + fmt::format("binary ({})\n", guess.result.why);
     }
-    line +=
-        fmt::format("{:<18}{:<7}{}", std::string(guess.charset.shown) + (guess.mark ? ", BOM" : ""),
-                    guess.breaks, guess.sure ? "sure" : "unsure");
-    if (!guess.reason.empty()) {
-        line += fmt::format("{}({})", guess.sure ? "     " : "   ", guess.reason);
+    if (!guess.is_known()) {
+        return line + "unknown\n";
+    }
+    const std::string_view breaks = *found.breaks == '\0' ? "-" : found.breaks;
+    const std::string mark = guess.result.mark != 0 ? ", BOM" : "";
+    line += fmt::format("{:<18}{:<7}{}", guess.charset().shown + mark,
+                        breaks.substr(0, breaks.find(' ')), guess.is_sure() ? "sure" : "unsure");
+    std::string reason = *guess.result.why != '\0' ? printable(guess.result.why) : std::string();
+    if (!guess.is_sure() && reason.empty() && guess.candidates.size() > 1) {
+        const pvzan_candidate &best = guess.candidates[0], &next = guess.candidates[1];
+        reason =
+            fmt::format("{} fits too: from byte {} on '{}', not '{}'", printable(next.name.shown),
+                        guess.result.doubt, printable(next.reading), printable(best.reading));
+    }
+    if (!reason.empty()) {
+        line += fmt::format("{}({})", guess.is_sure() ? "     " : "   ", reason);
     }
     return line + "\n";
 }
 
 int detect(const std::string& name, std::size_t width, const detect_options& options) {
-    std::vector<std::uint8_t> text;
-    if (!read_start(name, text)) {
+    detected found;
+    if (!look_at(name, options.choice, found)) {
         complain_about(name, fmt::format("cannot read: {}", system_error_text(errno)));
         return exit_no_work;
     }
-    const bool whole = text.size() < examined_bytes;
-    const charset_guess guess = guess_charset(text, whole, options.candidates);
-    answer_lines(current_style().json ? json_line(name, guess)
-                                      : plain_line(shown_name(name), width, guess));
-    return guess.known ? exit_converted : exit_bad_text;
+    answer_lines(current_style().json ? json_line(name, found)
+                                      : plain_line(shown_name(name), width, found));
+    return found.guess.is_known() ? exit_converted : exit_bad_text;
 }
 
 } // namespace
@@ -91,7 +128,7 @@ int detect_files(const detect_options& options) {
     if (files.empty()) {
         files.emplace_back("-");
     }
-    for (const std::string& name : options.candidates) {
+    for (const std::string& name : options.choice.among) {
         if (!is_known(name)) {
             return exit_no_work;
         }

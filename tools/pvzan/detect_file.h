@@ -1,6 +1,8 @@
 // The verb "detect": what encoding files are in.
 #pragma once
 
+#include "tools/pvzan/source_guess.h"
+
 #include <string>
 #include <vector>
 
@@ -8,7 +10,7 @@ namespace tool {
 
 struct detect_options {
     std::string charset_dir;
-    std::vector<std::string> candidates; // charsets to choose from; none: the usual ones
+    guess_choice choice;
     std::vector<std::string> files;      // none: standard input, as is "-"
 };
 

@@ -67,10 +67,10 @@ private:
         case file_kind::unchanged: ++totals_.unchanged; break;
         case file_kind::binary:
             ++totals_.binary;
-            if (skips_binary_) {
-                outcome.status = exit_converted;
-            } else {
-                sink(complaint_about(file.path, "is binary; left as it is"));
+            outcome.status = skips_binary_ ? exit_converted : outcome.status;
+            if (!skips_binary_ || current_style().verbose) {
+                sink(complaint_about(file.path,
+                                     fmt::format("is binary ({}); left as it is", outcome.what)));
             }
             break;
         default: ++totals_.failed; break;

@@ -82,6 +82,18 @@ void file_report::set_source(const pvzan_name& from) {
     json_from_ = json_string(from_.shown);
 }
 
+void file_report::enter_line(std::uint64_t line, const pvzan_name& from) {
+    set_source(from);
+    const message_style& style = current_style();
+    if (style.json) {
+        emit(fmt::format(R"({{"file":{},"line":{},"kind":"charset","from":{}}})", json_file_, line,
+                         json_from_));
+    } else if (!style.quiet && ++changes_ <= most_messages) {
+        emit(fmt::format("{}:{}: {}{}", shown_name(file_), line, printable(from.shown),
+                         changes_ == most_messages ? "; further changes are not told" : ""));
+    }
+}
+
 void file_report::emit(std::string_view line) {
     constexpr std::size_t most = 64 * 1024;
     lines_ += line;

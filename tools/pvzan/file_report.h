@@ -26,6 +26,8 @@ public:
                 line_sink sink);
 
     void set_source(const pvzan_name& from);
+    // From this line on the text is in another charset.
+    void enter_line(std::uint64_t line, const pvzan_name& from);
     void add(const problem& p);
     void add_look_alike(char32_t scalar);
     // Of problems that are not told.
@@ -62,6 +64,7 @@ private:
     std::array<std::uint64_t, 4> of_kind_{}; // by problem_kind
     std::map<char32_t, std::uint64_t> lacking_, one_way_, look_alikes_;
     std::string lines_;
+    std::uint64_t changes_ = 0; // of charsets
     std::uint64_t shown_ = 0, excerpt_line_ = 0;
     bool hinted_ = false;
 };

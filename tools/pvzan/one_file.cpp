@@ -37,7 +37,8 @@ file_outcome outcome_of(const listed_file& file, const text_result& result, file
     case text_end::unwritable: return {exit_no_work, file_kind::unwritable};
     case text_end::unreadable: return fail(file, result.error, exit_no_work, sink);
     case text_end::unknown: return fail(file, result.error, exit_bad_text, sink);
-    case text_end::binary: return {exit_bad_text, file_kind::binary}; // who has asked for it tells
+    case text_end::binary: // who has asked for it tells
+        return {exit_bad_text, file_kind::binary, 0, result.error};
     case text_end::whole: break;
     }
     report.finish(result.facts, result.failed, lost);
@@ -119,8 +120,10 @@ file_outcome convert_one(const listed_file& file, const text_conversion& convers
     file_report report(file.path, conversion.to, conversion.options, false, sink);
     const text_result result = convert_text(input, conversion, output, report);
     if (result.end == text_end::binary) {
-        return fail(file, "is binary; name its charset with --from to convert it", exit_bad_text,
-                    sink);
+        return fail(
+            file,
+            fmt::format("is binary ({}); name its charset with --from to convert it", result.error),
+            exit_bad_text, sink);
     }
     return outcome_of(file, result, report, false, lost, sink);
 }

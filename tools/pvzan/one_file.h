@@ -15,6 +15,7 @@ struct file_outcome {
     int status;
     file_kind kind;
     std::uint64_t problems = 0;
+    std::string what{}; // of a binary file
 };
 
 // To an output that others may share. lost: what becomes of the output when the file has a problem.

@@ -25,19 +25,15 @@ MACHINE inline u32 mask_of(__m256i bytes) {
     return static_cast<u32>(_mm256_movemask_epi8(bytes));
 }
 
-template <typename Wide>
-MACHINE inline Wide widen(const u8* p) {
-    if constexpr (sizeof(Wide{}[0]) == 2) {
-        return reinterpret_cast<Wide>(
-            _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))));
-    } else {
-        return reinterpret_cast<Wide>(
-            _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
-    }
-}
-MACHINE inline quads_v widen(const u16* p) {
-    return reinterpret_cast<quads_v>(
-        _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))));
+// The compiler's own conversion of vectors goes by single elements here.
+template <typename Wide, typename Narrow>
+MACHINE inline Wide widen(const Narrow* p) {
+    constexpr std::size_t bytes = sizeof(Wide) / sizeof(Wide{}[0]) * sizeof(Narrow);
+    __m128i narrow = _mm_setzero_si128();
+    std::memcpy(&narrow, p, bytes);
+    return reinterpret_cast<Wide>(sizeof(Narrow) == 2      ? _mm256_cvtepu16_epi32(narrow)
+                                  : sizeof(Wide{}[0]) == 2 ? _mm256_cvtepu8_epi16(narrow)
+                                                           : _mm256_cvtepu8_epi32(narrow));
 }
 
 template <u8 Limit>
@@ -134,28 +130,6 @@ MACHINE inline u8* draw_bytes(quads_v packed, u8* out) {
     store_drawn(_mm256_castsi256_si128(raw(packed)), first.shuffle, out);
     store_drawn(_mm256_extracti128_si256(raw(packed), 1), second.shuffle, out + first.bytes);
     return out + first.bytes + second.bytes;
-}
-
-MACHINE inline quads_v first_lanes(quads_v packed, std::size_t count) {
-    const quads_v places = {0, 1, 2, 3, 4, 5, 6, 7};
-    return places < static_cast<u32>(count) ? packed : quads_v{};
-}
-
-// Packing goes by halves of vectors: the order is mended after it.
-MACHINE inline bytes_v narrow(units_v low, units_v high) {
-    return reinterpret_cast<bytes_v>(
-        _mm256_permute4x64_epi64(_mm256_packus_epi16(raw(low), raw(high)), 0xD8));
-}
-MACHINE inline units_v narrow(quads_v low, quads_v high) {
-    return reinterpret_cast<units_v>(
-        _mm256_permute4x64_epi64(_mm256_packus_epi32(raw(low), raw(high)), 0xD8));
-}
-
-MACHINE inline void store_narrow(quads_v quads, u16* out) {
-    const auto low = raw(quads & 0xFFFF);
-    _mm_storeu_si128(
-        reinterpret_cast<__m128i*>(out),
-        _mm_packus_epi32(_mm256_castsi256_si128(low), _mm256_extracti128_si256(low, 1)));
 }
 
 struct outside_table {

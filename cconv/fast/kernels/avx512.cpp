@@ -22,19 +22,16 @@ MACHINE inline __m512i raw(V v) {
     return reinterpret_cast<__m512i>(v);
 }
 
-template <typename Wide>
-MACHINE inline Wide widen(const u8* p) {
-    if constexpr (sizeof(Wide{}[0]) == 2) {
-        return reinterpret_cast<Wide>(
-            _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p))));
+// The compiler's own conversion of vectors goes by single elements here.
+template <typename Wide, typename Narrow>
+MACHINE inline Wide widen(const Narrow* p) {
+    if constexpr (sizeof(Narrow) == 1 && sizeof(Wide{}[0]) == 4) {
+        return reinterpret_cast<Wide>(_mm512_cvtepu8_epi32(load<__m128i>(p)));
     } else {
-        return reinterpret_cast<Wide>(
-            _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))));
+        const auto narrow = load<__m256i>(p);
+        return reinterpret_cast<Wide>(sizeof(Narrow) == 1 ? _mm512_cvtepu8_epi16(narrow)
+                                                          : _mm512_cvtepu16_epi32(narrow));
     }
-}
-MACHINE inline quads_v widen(const u16* p) {
-    return reinterpret_cast<quads_v>(
-        _mm512_cvtepu16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p))));
 }
 
 template <u8 Limit>
@@ -54,21 +51,13 @@ MACHINE inline bytes_v before(const u8* in, std::size_t at) {
     return reinterpret_cast<bytes_v>(_mm512_maskz_loadu_epi8(there, in + at - N));
 }
 
-// Where the bytes of the first 32 codes stand in a vector of low and one of high bytes.
-constexpr std::array<u8, vector_bytes> make_pairing() {
-    std::array<u8, vector_bytes> places{};
-    for (std::size_t i = 0; i < places.size(); ++i) {
-        places[i] = static_cast<u8>(i / 2 + i % 2 * vector_bytes);
-    }
-    return places;
-}
-alignas(vector_bytes) constexpr std::array<u8, vector_bytes> pairing = make_pairing();
-
 MACHINE inline u16* draw_codes(bytes_v low_bytes, bytes_v high_bytes, u64 places, u16* out) {
     const __m512i low = _mm512_maskz_compress_epi8(places, raw(low_bytes));
     const __m512i high = _mm512_maskz_compress_epi8(places, raw(high_bytes));
-    const __m512i first = _mm512_load_si512(pairing.data());
-    const __m512i second = _mm512_add_epi8(first, _mm512_set1_epi8(vector_bytes / 2));
+    // Where the bytes of the first 32 codes stand in both vectors.
+    const __m512i first = raw(make_vector<bytes_v>(
+                      [](std::size_t i) { return i / 2 + i % 2 * vector_bytes; })),
+                  second = _mm512_add_epi8(first, _mm512_set1_epi8(vector_bytes / 2));
     _mm512_storeu_si512(out, _mm512_permutex2var_epi8(low, first, high));
     _mm512_storeu_si512(out + vector_bytes / 2, _mm512_permutex2var_epi8(low, second, high));
     return out + std::popcount(places);
@@ -81,26 +70,6 @@ MACHINE inline u8* draw_bytes(quads_v packed, u8* out) {
     const u64 keep = _mm512_cmpgt_epi8_mask(lengths, _mm512_set1_epi32(0x7F020100));
     _mm512_storeu_si512(out, _mm512_maskz_compress_epi8(keep, raw(packed)));
     return out + std::popcount(keep);
-}
-
-MACHINE inline quads_v first_lanes(quads_v packed, std::size_t count) {
-    const auto wanted = static_cast<__mmask16>(count < lanes ? (1U << count) - 1 : 0xFFFF);
-    return reinterpret_cast<quads_v>(_mm512_maskz_mov_epi32(wanted, raw(packed)));
-}
-
-MACHINE inline void store_narrow(quads_v quads, u16* out) {
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm512_cvtepi32_epi16(raw(quads)));
-}
-
-// Packing goes by parts of vectors: the order is mended after it.
-MACHINE inline __m512i in_order(__m512i packed) {
-    return _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), packed);
-}
-MACHINE inline bytes_v narrow(units_v low, units_v high) {
-    return reinterpret_cast<bytes_v>(in_order(_mm512_packus_epi16(raw(low), raw(high))));
-}
-MACHINE inline units_v narrow(quads_v low, quads_v high) {
-    return reinterpret_cast<units_v>(in_order(_mm512_packus_epi32(raw(low), raw(high))));
 }
 
 // A byte for each of ASCII, from 80 on for those that are not in the set.

@@ -57,9 +57,9 @@ struct split_by {
     u8 single_shift;
 };
 
-// A null pointer means that going character by character is faster on this machine.
 struct kernels {
     const char* name;
+    bool has_blocks; // else going character by character is faster
 
     // Each returns the number of characters that the run begins with and the output has room for.
     // They touch nothing outside of input and output; output behind what is counted may be written.
@@ -67,33 +67,40 @@ struct kernels {
     std::size_t (*widen_ascii)(const ascii_run& run, ascii_unit target);
     std::size_t (*narrow_ascii)(const ascii_run& run, ascii_unit source);
 
-    // Reads so many chunks and writes the scalars of the well-formed sequences of one to three
-    // bytes that they begin with; room for chunk_codes for each.
-    chunk_read (*decode_utf8)(const u8* in, std::size_t chunks, u16* scalars);
-    // Reads chunk_bytes bytes of four-byte units; 0 when one does not fit, else their number.
-    std::size_t (*narrow_quads)(const u8* in, u16* scalars, bool big_endian);
-    // Reads so many chunks of characters of one to three bytes and writes their codes; room for
-    // chunk_codes for each. Whether they mean anything is not looked at.
-    chunk_read (*split_codes)(const u8* in, std::size_t chunks, const split_by& by, u16* codes);
-    // Writes scalars without surrogates as UTF-8 and returns the bytes, three each at most; may
-    // touch kernel_margin bytes behind them. A chunk behind the scalars may be read.
-    std::size_t (*encode_utf8)(const u16* scalars, std::size_t count, u8* out);
     // Writes what the entries of at most block_codes codes say, up to the first that says something
     // else; may touch kernel_margin bytes behind that.
     block_written (*put_entries)(const entry_word* entries, const u16* codes, std::size_t count,
                                  u8* out);
+
+    // For blocks: null where there are none.
+
+    // Reads so many chunks and writes the scalars of the well-formed sequences of one to three
+    // bytes that they begin with; room for chunk_codes for each.
+    chunk_read (*decode_utf8)(const u8* in, std::size_t chunks, u16* scalars) = nullptr;
+    // Reads chunk_bytes bytes of four-byte units; 0 when one does not fit, else their number.
+    std::size_t (*narrow_quads)(const u8* in, u16* scalars, bool big_endian) = nullptr;
+    // Reads so many chunks of characters of one to three bytes and writes their codes; room for
+    // chunk_codes for each. Whether they mean anything is not looked at.
+    chunk_read (*split_codes)(const u8* in, std::size_t chunks, const split_by& by,
+                              u16* codes) = nullptr;
+    // Writes scalars without surrogates as UTF-8 and returns the bytes, three each at most; may
+    // touch kernel_margin bytes behind them. A chunk behind the scalars may be read.
+    std::size_t (*encode_utf8)(const u16* scalars, std::size_t count, u8* out) = nullptr;
     // Copies chunk_bytes bytes, their two-byte units swapped where asked for.
-    void (*copy_units)(const void* in, void* out, bool swap);
+    void (*copy_units)(const void* in, void* out, bool swap) = nullptr;
     // Writes count scalars in four bytes each; may touch kernel_margin bytes behind them.
-    void (*put_quads)(const u16* scalars, std::size_t count, u8* out, bool big_endian);
+    void (*put_quads)(const u16* scalars, std::size_t count, u8* out, bool big_endian) = nullptr;
     // How many of the scalars come before the first surrogate and the first of the stops.
-    std::size_t (*plain_scalars)(const u16* scalars, std::size_t count, std::span<const u16> stops);
+    std::size_t (*plain_scalars)(const u16* scalars, std::size_t count,
+                                 std::span<const u16> stops) = nullptr;
     // Reads so many chunks; of the pairs of bytes from 21 to 7E that they begin with, writes base
     // and the seven bits of both. Room for half of chunk_codes for each.
-    std::size_t (*seven_bit_pairs)(const u8* in, std::size_t chunks, u16 base, u16* codes);
-    // Counts the units that are LF, or CR without an LF behind it; one behind them is read, too.
-    u64 (*count_breaks)(const u8* in, std::size_t units, ascii_unit unit);
+    std::size_t (*seven_bit_pairs)(const u8* in, std::size_t chunks, u16 base,
+                                   u16* codes) = nullptr;
 };
+
+// Counts the units that are LF, or CR without an LF behind it; one behind them is read, too.
+u64 count_breaks(const u8* in, std::size_t units, ascii_unit unit);
 
 // put_entries for any machine.
 block_written put_one_by_one(const entry_word* entries, const u16* codes, std::size_t count,

@@ -114,59 +114,37 @@ std::size_t narrow_ascii(const ascii_run& run, ascii_unit source) {
                              : convert_ascii<u32, u8>(run, swapped(source));
 }
 
-std::size_t narrow_quads(const u8* in, u16* scalars, bool big_endian) {
-    constexpr std::size_t quads = chunk_bytes / 4;
-    u32 beyond = 0;
-    for (std::size_t i = 0; i < quads; ++i) {
-        const u32 quad = load_code({in + 4 * i, 4}, big_endian);
-        scalars[i] = static_cast<u16>(quad);
-        beyond |= quad >> 16;
-    }
-    return beyond == 0 ? quads : 0;
-}
-
-void copy_units(const void* in, void* out, bool swap) {
-    u16 units[chunk_bytes / 2];
-    std::memcpy(units, in, sizeof units);
-    for (u16& unit : units) {
-        unit = swap ? __builtin_bswap16(unit) : unit;
-    }
-    std::memcpy(out, units, sizeof units);
-}
-
-void put_quads(const u16* scalars, std::size_t count, u8* out, bool big_endian) {
-    const bool swap = big_endian != (std::endian::native == std::endian::big);
-    for (std::size_t i = 0; i < count; ++i) {
-        const u32 quad = swap ? __builtin_bswap32(scalars[i]) : u32{scalars[i]};
-        std::memcpy(out + 4 * i, &quad, sizeof quad);
-    }
-}
-
-std::size_t plain_scalars(const u16* scalars, std::size_t count, std::span<const u16> stops) {
-    constexpr std::size_t step = sizeof(units_v) / sizeof(u16);
-    for (std::size_t at = 0; at < count; at += step) {
-        units_v units;
-        std::memcpy(&units, scalars + at, sizeof units);
-        auto stop = (units & 0xF800) == 0xD800;
-        for (const u16 s : stops) {
-            stop |= units == s;
-        }
-        if (any(stop)) {
-            while (at < count && stop[at % step] == 0) {
-                ++at;
-            }
-            return at;
-        }
-    }
-    return count;
-}
-
 void store_packed(u32 packed, u8* out) {
     const u32 bytes = std::endian::native == std::endian::big ? __builtin_bswap32(packed) : packed;
     std::memcpy(out, &bytes, sizeof bytes);
 }
 
+// Counted in the unit's own width, so that the compiler finds vectors for it.
+template <typename Unit>
+[[gnu::optimize("tree-vectorize", "vect-cost-model=dynamic")]] u64
+count_breaks_in(const u8* in, std::size_t units, bool swap) {
+    const Unit lf = in_order(Unit{'\n'}, swap), cr = in_order(Unit{'\r'}, swap);
+    u64 breaks = 0;
+    for (std::size_t at = 0; at < units;) {
+        Unit some = 0;
+        for (const std::size_t end = std::min<std::size_t>(units, at + 0xFF); at < end; ++at) {
+            Unit here, behind;
+            std::memcpy(&here, in + at * sizeof here, sizeof here);
+            std::memcpy(&behind, in + (at + 1) * sizeof behind, sizeof behind);
+            some = static_cast<Unit>(some + ((here == lf) | ((here == cr) & (behind != lf))));
+        }
+        breaks += some;
+    }
+    return breaks;
+}
+
 } // namespace
+
+u64 count_breaks(const u8* in, std::size_t units, ascii_unit unit) {
+    return unit.bytes == 1   ? count_breaks_in<u8>(in, units, false)
+           : unit.bytes == 2 ? count_breaks_in<u16>(in, units, swapped(unit))
+                             : count_breaks_in<u32>(in, units, swapped(unit));
+}
 
 // There is no branch on each entry: all are written, and those in vain overwritten later.
 block_written put_one_by_one(const entry_word* entries, const u16* codes, std::size_t count,
@@ -197,19 +175,11 @@ block_written put_one_by_one(const entry_word* entries, const u16* codes, std::s
 
 const kernels portable_kernels = {
     .name = "portable",
+    .has_blocks = false,
     .copy_ascii = copy_ascii,
     .widen_ascii = widen_ascii,
     .narrow_ascii = narrow_ascii,
-    .decode_utf8 = nullptr,
-    .narrow_quads = narrow_quads,
-    .split_codes = nullptr,
-    .encode_utf8 = nullptr,
     .put_entries = put_one_by_one,
-    .copy_units = copy_units,
-    .put_quads = put_quads,
-    .plain_scalars = plain_scalars,
-    .seven_bit_pairs = nullptr,
-    .count_breaks = count_breaks,
 };
 
 } // namespace fast

@@ -1,0 +1,114 @@
+// A guess from its first byte to its answer.
+//
+// What comes is kept until 64 KiB of it are there, or its end. Then marks, signatures, UTF-16 and
+// escape sequences are looked for, in this order; all else is text in a charset that has ASCII in
+// it. Of such a text the words with other bytes are all that matters: they are gathered, all
+// candidates read some of them (weigh.cpp), and those whose readings are likely read them to the
+// end of the text.
+#pragma once
+
+#include "text/guess/candidates.h"
+#include "text/guess/score.h"
+
+#include <span>
+
+namespace text {
+
+inline constexpr std::size_t head_room = 64 * 1024, batch_room = 64 * 1024, evidence_room = 8192;
+inline constexpr u32 most_candidates = 96, most_origins = 1024;
+inline constexpr u64 nowhere = ~u64{0};
+
+struct candidate {
+    const charset_row* row = nullptr;
+    pvzan_name name{};
+    pvzan_converter* reads = nullptr; // to the end of the text
+    bool alive = false;
+    bool by_chance = false; // as UTF-8: there is a character that chance makes out of two bytes
+    i32 cost = 0;           // quarters of a bit
+    i32 favour = 0;         // of them, what the user's language took off
+    u32 faults = 0;         // of the evidence
+    u32 beyond = 0;         // characters beyond ASCII in the evidence
+    u32 odd = 0;            // of them, private use and the like
+    u64 hash = 0;           // of what it reads
+    u64 fault_at = nowhere;
+    u32 fault_bytes = 0, fault_byte = 0;
+};
+
+// Where bytes that were gathered stood.
+struct origin {
+    u32 at;
+    u64 offset;
+};
+
+enum class progress : u8 { gathering, words, whole, done };
+
+struct decision {
+    u32 verdict = 0;
+    u64 doubt = nowhere;
+    u32 shown = 0;
+    pvzan_candidate candidates[8]{};
+    char why[256] = "";
+};
+
+} // namespace text
+
+struct pvzan_guesser {
+    char language[8];
+    bool named, marked, escaped, decided, maybe_units;
+    text::progress now;
+    u32 count;
+    text::candidate candidates[text::most_candidates];
+    text::scorer judge;
+
+    u8* head;
+    std::size_t head_size;
+    u64 offset; // of what is taken next
+
+    // Words with bytes beyond ASCII, each with an LF behind it.
+    u8* batch;
+    std::size_t batch_size;
+    u64 batch_begin; // in the stream that the candidates read
+    text::origin origins[text::most_origins];
+    u32 origin_count;
+    bool inside; // of a word
+
+    u8* evidence; // some of them, none more than twice
+    std::size_t evidence_size, word_begin;
+    text::origin evidence_origins[text::most_origins];
+    u32 evidence_origin_count;
+    u8 met[4096]; // how often words were, by hash
+    bool evidence_full, weighed;
+    u32 weighed_size;
+
+    const char* binary; // what it is
+    text::decision answer;
+};
+
+namespace text {
+
+// signatures.cpp: what kind of file it is, or null.
+const char* known_binary(std::span<const u8> head);
+
+// weigh.cpp
+// Reads as one of the candidates does; into holds a character for each byte. Returns how many there
+// are. Fills in faults, beyond, odd and hash.
+std::size_t read_as(candidate& c, std::span<const u8> bytes, bool complete, seen* into);
+// The costs of all alive candidates; those far behind are none any more.
+void weigh(pvzan_guesser& g, std::span<const u8> evidence, bool complete);
+bool is_plain_utf8(pvzan_guesser& g, bool complete);
+
+// words.cpp
+void take_words(pvzan_guesser& g, std::span<const u8> bytes);
+// Has those that are likely read what was gathered, and the rest to come.
+void read_on(pvzan_guesser& g, bool last, bool complete);
+// Has all alive candidates read bytes that stand at offset.
+void feed_all(pvzan_guesser& g, std::span<const u8> bytes, i32 how);
+void keep_only(pvzan_guesser& g, structure codes);
+
+// head.cpp: what the beginning is; goes on with it.
+void begin(pvzan_guesser& g, bool complete);
+
+// decide.cpp
+void decide(pvzan_guesser& g, bool complete);
+
+} // namespace text

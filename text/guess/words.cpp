@@ -1,0 +1,266 @@
+// Words with bytes beyond ASCII: gathered out of a text, and read by the candidates.
+#include "text/guess/stages.h"
+
+#include <algorithm>
+
+namespace text {
+
+namespace {
+
+constexpr u8 escape = 0x1B, first_trail = 0x30; // what is below ends a word in every charset
+
+// The next byte that is not ASCII, or ESC.
+const u8* find_beyond(const u8* p, const u8* end) {
+    constexpr u64 ones = 0x0101010101010101U, high = ones << 7;
+    while (end - p >= 8) {
+        u64 eight;
+        std::memcpy(&eight, p, sizeof eight);
+        const u64 escapes = eight ^ (ones * escape);
+        if (((eight | ((escapes - ones) & ~escapes)) & high) != 0) {
+            break;
+        }
+        p += 8;
+    }
+    while (p < end && *p < 0x80 && *p != escape) {
+        ++p;
+    }
+    return p;
+}
+
+void end_word(pvzan_guesser& g) {
+    g.batch[g.batch_size++] = '\n';
+    g.inside = false;
+    if (g.evidence_full || g.evidence_size == g.word_begin) {
+        return;
+    }
+    u32 hash = 2166136261U;
+    for (std::size_t i = g.word_begin; i < g.evidence_size; ++i) {
+        hash = (hash ^ g.evidence[i]) * 16777619U;
+    }
+    u8& met = g.met[hash % sizeof g.met];
+    if (met++ >= 2) { // repetition proves nothing
+        met = 2;
+        g.evidence_size = g.word_begin;
+        g.evidence_origin_count -= g.evidence_origin_count > 0 ? 1 : 0;
+        return;
+    }
+    g.evidence[g.evidence_size++] = '\n';
+    g.word_begin = g.evidence_size;
+    g.evidence_full =
+        g.evidence_size + 1 >= evidence_room || g.evidence_origin_count == most_origins;
+}
+
+void begin_word(pvzan_guesser& g, u64 offset) {
+    g.inside = true;
+    g.origins[g.origin_count++] = {static_cast<u32>(g.batch_size), offset};
+    if (!g.evidence_full) {
+        g.evidence_origins[g.evidence_origin_count++] = {static_cast<u32>(g.evidence_size), offset};
+    }
+}
+
+void gather(pvzan_guesser& g, const u8* from, const u8* to) {
+    const auto size = static_cast<std::size_t>(to - from);
+    std::memcpy(g.batch + g.batch_size, from, size);
+    g.batch_size += size;
+    if (!g.evidence_full) {
+        const std::size_t fits = std::min(size, evidence_room - 1 - g.evidence_size);
+        std::memcpy(g.evidence + g.evidence_size, from, fits);
+        g.evidence_size += fits;
+        g.evidence_full = fits < size;
+    }
+}
+
+} // namespace
+
+namespace {
+
+constexpr std::ptrdiff_t longest_neighbour = 14;
+
+const u8* word_begin(const u8* first, const u8* at) {
+    const u8* begin = at;
+    while (begin > first && at - begin < longest_neighbour && begin[-1] >= first_trail) {
+        --begin;
+    }
+    return begin;
+}
+
+// Behind the word that follows a blank; where it is not there, or long, the blank itself.
+const u8* neighbour_end(const u8* blank, const u8* stop) {
+    if (*blank != ' ') {
+        return blank;
+    }
+    const u8* p = blank + 1;
+    while (p < stop && p - blank < longest_neighbour && *p >= first_trail) {
+        ++p;
+    }
+    return p < stop && *p < first_trail ? p : blank;
+}
+
+} // namespace
+
+// Designates a set of two-byte codes, or half-width katakana.
+static bool is_designation(const u8* p, const u8* end) {
+    return end - p >= 3 && p[0] == escape &&
+           ((p[1] == '$' && (p[2] == 'B' || p[2] == '@' || p[2] == 'A' ||
+                             (end - p >= 4 && (p[2] == '(' || p[2] == ')')))) ||
+            (p[1] == '(' && p[2] == 'I'));
+}
+
+void take_words(pvzan_guesser& g, std::span<const u8> bytes) {
+    const u8 *p = bytes.data(), *const end = p + bytes.size();
+    const auto place = [&](const u8* at) { return g.offset + static_cast<u64>(at - bytes.data()); };
+    while (p < end && g.now == progress::words) {
+        if (!g.inside) {
+            const u8* found = find_beyond(p, end);
+            if (found == end) {
+                break;
+            }
+            if (*found == escape) {
+                // Terminal sequences are no text; sets are designated where all else is ASCII.
+                if (is_designation(found, end) && g.evidence_size == 0 && !g.escaped) {
+                    g.escaped = true;
+                    g.offset = place(found);
+                    keep_only(g, structure::escapes);
+                    feed_all(g, {found, end}, PVZAN_PART);
+                    g.offset += static_cast<u64>(end - found);
+                    return;
+                }
+                p = found + 1;
+                while (p < end && (*p == '[' || (*p >= '0' && *p <= ';'))) {
+                    ++p;
+                }
+                continue;
+            }
+            const u8* begin = word_begin(p, found);
+            if (begin > p && begin[-1] == ' ') {
+                begin = word_begin(p, begin - 1); // the word before it tells the language
+            }
+            begin_word(g, place(begin));
+            gather(g, begin, found);
+            p = found;
+        }
+        const std::size_t room = batch_room - 1 - g.batch_size;
+        const u8* const stop = p + std::min<std::size_t>(room, static_cast<std::size_t>(end - p));
+        const u8* q = std::find_if(p, stop, [](u8 byte) { return byte < first_trail; });
+        gather(g, p, q);
+        p = q;
+        if (q < stop) {
+            const u8* const behind = neighbour_end(q, stop);
+            const bool goes_on = std::any_of(q, behind, [](u8 byte) { return byte >= 0x80; });
+            gather(g, q, behind);
+            p = behind;
+            if (!goes_on) {
+                end_word(g);
+            }
+        }
+        constexpr std::size_t spare = 4 * longest_neighbour; // for what stands before a word
+        if (g.batch_size + spare >= batch_room || g.origin_count == most_origins) {
+            const u64 begin = g.offset, here = place(p);
+            read_on(g, false, false);
+            if (g.inside) { // what follows belongs to the word
+                g.origins[g.origin_count++] = {0, here};
+            }
+            if (g.now == progress::whole) {
+                g.origin_count = 0;
+                g.offset = here;
+                feed_all(g, {p, end}, PVZAN_PART);
+                g.offset = begin;
+                break;
+            }
+        }
+    }
+    g.offset += bytes.size();
+}
+
+void keep_only(pvzan_guesser& g, structure codes) {
+    for (candidate& c : std::span(g.candidates, g.count)) {
+        c.alive = c.row->codes == codes;
+    }
+    g.now = progress::whole;
+    g.origin_count = 0;
+}
+
+namespace {
+
+// Where a byte of the stream that candidates read stands in the text.
+u64 original(const pvzan_guesser& g, u64 at) {
+    u64 begin = g.offset, behind = g.batch_begin;
+    for (const origin& o : std::span(g.origins, g.origin_count)) {
+        if (g.batch_begin + o.at <= at || &o == g.origins) {
+            begin = o.offset;
+            behind = g.batch_begin + o.at;
+        }
+    }
+    return begin + at - behind; // a character may have begun in what was read before
+}
+
+void feed_one(pvzan_guesser& g, candidate& c, std::span<const u8> bytes, i32 how) {
+    u8 out[16384];
+    const u8* in = bytes.data();
+    std::size_t left = bytes.size();
+    pvzan_outcome said = PVZAN_FEED_MORE_ROOM;
+    while (said == PVZAN_FEED_MORE_ROOM) {
+        u8* end = out;
+        std::size_t room = sizeof out;
+        said = pvzan_feed(c.reads, &in, &left, &end, &room, how);
+    }
+    if (said == PVZAN_FEED_FAULT) {
+        pvzan_fault fault = {};
+        fault.size = sizeof fault;
+        pvzan_last_fault(c.reads, &fault);
+        c.fault_at = original(g, fault.offset);
+        c.fault_bytes = std::max(fault.length, 1U);
+        c.fault_byte = fault.bytes[0];
+    }
+}
+
+} // namespace
+
+void feed_all(pvzan_guesser& g, std::span<const u8> bytes, i32 how) {
+    for (candidate& c : std::span(g.candidates, g.count)) {
+        if (!c.alive || c.fault_at != nowhere) {
+            continue;
+        }
+        if (c.reads == nullptr) {
+            pvzan_open_options options = {};
+            options.size = sizeof options;
+            options.flags = PVZAN_OFFSETS_ALONE;
+            options.mark = PVZAN_MARK_STRIP;
+            c.reads = pvzan_open(c.name.shown, "utf-8", &options, nullptr);
+            c.alive = c.reads != nullptr;
+        }
+        if (c.alive) {
+            feed_one(g, c, bytes, how);
+        }
+    }
+    g.batch_begin += bytes.size();
+}
+
+void read_on(pvzan_guesser& g, bool last, bool complete) {
+    const bool whole_word = last && complete;
+    if (!g.weighed && g.evidence_size > 0) {
+        if (is_plain_utf8(g, whole_word)) {
+            keep_only(g, structure::several_bytes);
+            for (candidate& c : std::span(g.candidates + 1, g.count - 1)) {
+                c.alive = false;
+            }
+        } else {
+            for (candidate& c : std::span(g.candidates, g.count)) {
+                c.alive = c.row->codes == structure::several_bytes ||
+                          c.row->codes == structure::single_byte;
+            }
+            weigh(g, {g.evidence, g.evidence_size}, whole_word);
+        }
+        g.weighed = true;
+        g.weighed_size = static_cast<u32>(g.evidence_size);
+    } else if (g.weighed_size * 4 < g.evidence_size || (last && g.weighed_size < g.evidence_size)) {
+        weigh(g, {g.evidence, g.evidence_size}, whole_word);
+        g.weighed_size = static_cast<u32>(g.evidence_size);
+    }
+    feed_all(g, {g.batch, g.batch_size}, whole_word ? PVZAN_LAST : PVZAN_PART);
+    g.batch_size = 0;
+    g.origin_count = 0;
+    g.now = g.evidence_full || g.now == progress::whole ? progress::whole : progress::words;
+}
+
+} // namespace text
