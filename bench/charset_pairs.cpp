@@ -16,6 +16,9 @@ constexpr charset shift_jis_2004{"shift_jis-2004", "SHIFT_JISX0213", nullptr, nu
 constexpr charset euc_jis_2004{"euc-jis-2004", "EUC-JISX0213", nullptr, nullptr, "euc_jis_2004"};
 constexpr charset gbk{"chinesegbk", "GBK", "windows-936", "gbk", "gbk"};
 constexpr charset big5{"chinesebig5", "CP950", "windows-950-2000", "big5", "cp950"};
+constexpr charset cp51932{"cp51932", "EUC-JP-MS", "euc-jp-2007", "euc-jp", "euc_jp"};
+constexpr charset eucjp_ms{"eucjp-ms", "EUC-JP-MS", "euc-jp-2007", nullptr, "euc_jp"};
+constexpr charset hkscs{"big5-hkscs", "BIG5-HKSCS", "ibm-1375_P100-2008", "big5", "big5hkscs"};
 constexpr charset ksc{"koreanksc", "UHC", "windows-949", "euc-kr", "cp949"};
 
 constexpr char japanese[] = "ja-dense ja-prose ascii";
@@ -37,12 +40,18 @@ constexpr measured_pair pairs[] = {
     {{utf_8, shift_jis_2004}, kind::from_unicode, japanese_2004},
     {{euc_jis_2004, utf_8}, kind::to_unicode, japanese_2004},
     {{utf_8, euc_jis_2004}, kind::from_unicode, japanese_2004},
+    {{cp51932, utf_8}, kind::to_unicode, japanese},
+    {{utf_8, cp51932}, kind::from_unicode, japanese},
+    {{eucjp_ms, utf_8}, kind::to_unicode, japanese},
+    {{utf_8, eucjp_ms}, kind::from_unicode, japanese},
     {{gbk, utf_8}, kind::to_unicode, simplified_chinese},
     {{utf_8, gbk}, kind::from_unicode, simplified_chinese},
     {{gb18030, utf_8}, kind::to_unicode, simplified_chinese},
     {{utf_8, gb18030}, kind::from_unicode, simplified_chinese},
     {{big5, utf_8}, kind::to_unicode, traditional_chinese},
     {{utf_8, big5}, kind::from_unicode, traditional_chinese},
+    {{hkscs, utf_8}, kind::to_unicode, traditional_chinese},
+    {{utf_8, hkscs}, kind::from_unicode, traditional_chinese},
     {{ksc, utf_8}, kind::to_unicode, korean},
     {{utf_8, ksc}, kind::from_unicode, korean},
     {{shift_jis, euc_jp}, kind::to_unicode, japanese},

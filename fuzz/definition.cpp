@@ -65,6 +65,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const items_of<charset_group> groups(g_ProcessObject.groups);
     fuzz::expect(read == 0 || !groups.empty(), "read, but not registered");
     for (const charset_group* from : groups) {
+        // An array of extra tables for each set but the user-defined one.
+        const int without_tables = from->memberSets->count - from->dsTableArrays->count;
+        fuzz::expect(without_tables == 0 || without_tables == 1, "extra tables of no set");
         for (const charset_group* to : groups) {
             convert(from->name, to->name, text, target);
         }

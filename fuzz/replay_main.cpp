@@ -1,4 +1,5 @@
-// Runs a fuzzer over files, or whole directories of them, without a fuzzing engine.
+// Runs a fuzzer over files, or whole directories of them, without a fuzzing engine: as they are,
+// then cut or changed in many places.
 #include "fuzz/support.h"
 
 #include <algorithm>
@@ -7,6 +8,30 @@
 #include <fstream>
 #include <iterator>
 #include <vector>
+
+namespace {
+
+constexpr std::size_t damaged_runs = 8000; // of all files together
+
+void run(const std::string& text) {
+    const fuzz::exact_bytes exact(
+        {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+    LLVMFuzzerTestOneInput(exact.data(), exact.size());
+}
+
+std::string damaged(std::string text, fuzz::sequence& numbers) {
+    const std::size_t at = numbers.below(static_cast<std::uint32_t>(text.size()));
+    if (numbers.below(4) == 0) {
+        text.resize(at);
+    } else {
+        const std::uint32_t bit = 1U << numbers.below(8), any = numbers.below(256);
+        text[at] = static_cast<char>(
+            numbers.below(2) == 0 ? any : bit ^ static_cast<std::uint8_t>(text[at]));
+    }
+    return text;
+}
+
+} // namespace
 
 int main(int argc, char** argv) {
     LLVMFuzzerInitialize(&argc, &argv);
@@ -27,9 +52,11 @@ int main(int argc, char** argv) {
             fuzz::fail("cannot read " + path.string());
         }
         std::fprintf(stderr, "%s\n", path.c_str());
-        const fuzz::exact_bytes exact(
-            {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
-        LLVMFuzzerTestOneInput(exact.data(), exact.size());
+        run(text);
+        fuzz::sequence numbers(1);
+        for (std::size_t i = 0; i < damaged_runs / files.size() && !text.empty(); ++i) {
+            run(damaged(text, numbers));
+        }
     }
     std::fprintf(stderr, "%zu inputs\n", files.size());
     return files.empty() ? 1 : 0;

@@ -140,7 +140,7 @@ bool open_ours(const char* to, const char* from, descriptor& d) {
     settle_order(source);
     pvzan_open_options how = {};
     how.size = sizeof how;
-    how.flags = PVZAN_LEAVE_INPUT;
+    how.flags = PVZAN_LEAVE_INPUT | PVZAN_OFFSETS_ALONE;
     how.from_order = source.mark_size != 0 ? 0 : source.order;
     how.to_order = target.order;
     how.mark = target.mark_size != 0 ? PVZAN_MARK_ADD : PVZAN_MARK_BY_NAME;

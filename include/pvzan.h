@@ -22,7 +22,7 @@
  *
  *     int convert_stream(const char *from, const char *to)
  *     {
- *         static unsigned char in[65536], out[65536];
+ *         unsigned char in[65536], out[65536];
  *         pvzan_session *s = calloc(1, sizeof *s);
  *         pvzan_target_options target = {.dstBigEndian = 1};
  *         pvzan_source_options source = {.srcBigEndian = 1};

@@ -219,7 +219,8 @@ typedef struct pvzan_fault {
     uint8_t back_bytes[8];
     uint8_t bytes[16]; /* the first of its bytes, blamed or length of them, whichever is more */
     char why[192];     /* in words, without the place */
-    char relative[64]; /* the name of a charset that has what this one lacks; or empty */
+    char relative[64]; /* the name of a charset that has what this one lacks; where a control code
+                          of U+0080 to U+009F is missing, that has a character there; or empty */
 } pvzan_fault;
 
 typedef struct pvzan_error {
@@ -246,13 +247,14 @@ typedef struct pvzan_open_options {
 /* What came through so far. */
 typedef struct pvzan_counts {
     uint32_t size, reserved;
-    uint64_t in, out;      /* bytes; in is behind the last character or fault that was dealt with */
-    uint64_t characters;   /* of the source, without faulty bytes */
-    uint64_t faults;       /* answered, or done inside */
-    uint64_t look_alikes;  /* written */
-    uint64_t composed;     /* characters written for a letter and its marks */
-    uint64_t private_use;  /* characters that mean what two parties have agreed upon */
-    uint64_t line, column; /* behind in, as a fault there would be told */
+    uint64_t in, out;     /* bytes; in is behind the last character or fault that was dealt with */
+    uint64_t characters;  /* of the source, without faulty bytes */
+    uint64_t faults;      /* answered, or done inside */
+    uint64_t look_alikes; /* written */
+    uint64_t composed;    /* characters written for a letter and its marks */
+    uint64_t private_use; /* characters that mean what two parties have agreed upon */
+    /* Behind in, as a fault there would be told; 0 when the text has ended. */
+    uint64_t line, column;
 } pvzan_counts;
 
 /* A charset's name and what it means. */
@@ -266,6 +268,7 @@ typedef struct pvzan_name {
     uint32_t exact; /* 0: the library lacks the very charset, this is one that holds all of it */
     char charset[64]; /* as the charset directory has it */
     char shown[64];   /* as messages write it */
+    char group[64];   /* "Japanese", "Cyrillic" ...: where a list has it; or empty */
 } pvzan_name;
 
 typedef struct pvzan_candidate {
@@ -278,9 +281,10 @@ typedef struct pvzan_candidate {
 /* The version of the library that runs: 0x010100 is 1.1.0. */
 PVZAN_TEXT_API uint32_t pvzan_text_version(void);
 
-/* Makes a converter. options may be null (all 0). NULL: it could not be made; error, unless null,
- * says why. The first call of the process settles the charset directory, see pvzan_set_directory.
- */
+/* Makes a converter from one charset to another, of names in ASCII that end in a NUL, as
+ * pvzan_resolve knows them. options may be null (all 0). NULL: it could not be made; error, unless
+ * null, says why. The first call of the process settles the charset directory, see
+ * pvzan_set_directory. */
 PVZAN_TEXT_API pvzan_converter* pvzan_open(const char* from, const char* to,
                                            const pvzan_open_options* options, pvzan_error* error);
 
@@ -317,11 +321,17 @@ PVZAN_TEXT_API pvzan_outcome pvzan_answer(pvzan_converter* converter, int32_t ho
                                           const uint8_t** text, size_t* left, uint8_t** out,
                                           size_t* room);
 
-/* Copies the fault that was told last, until the next pvzan_feed that moves on: 1; 0: there is
- * none. */
+/* Copies the fault that was told last; fault->size is set by the caller. 1; 0: there is none, or a
+ * null pointer. It can be had until the next pvzan_feed that moves on, behind pvzan_answer, too. */
 PVZAN_TEXT_API int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* fault);
 
-/* Copies the counts. */
+/* Copies, of the fault that was told last, the place and what is wrong, in words: "2:5: invalid
+ * UTF-8: ff is not a lead byte", or "byte 7: " before them where lines are not counted. For
+ * languages that have no use for the record. Returns the length without the NUL, also where room
+ * does not suffice, 255 at most; 0: there is none. */
+PVZAN_TEXT_API size_t pvzan_explain(const pvzan_converter* converter, char* text, size_t room);
+
+/* Copies the counts; counts->size is set by the caller. With a null pointer nothing happens. */
 PVZAN_TEXT_API void pvzan_count(const pvzan_converter* converter, pvzan_counts* counts);
 
 /* Room that suffices for all that in_size more bytes and the end of the text can come to, in one
@@ -343,10 +353,20 @@ PVZAN_TEXT_API int32_t pvzan_restore(pvzan_converter* converter, const uint8_t* 
 PVZAN_TEXT_API int32_t pvzan_stands_as(const pvzan_converter* converter, const uint8_t* saved,
                                        size_t size);
 
-/* Begins another text: as opened, places and counts too. */
+/* What escape sequences and shifts of the source have designated up to here, as a number that fits
+ * into a file position; 0 where a text begins, and in charsets without them. It is all there is to
+ * reading on from here later, where nothing is held back. */
+PVZAN_TEXT_API uint64_t pvzan_shift(const pvzan_converter* converter);
+
+/* Begins a text there, with a converter from the same charset: 1; 0: there is no such number, and
+ * nothing has changed. Places and counts begin anew. */
+PVZAN_TEXT_API int32_t pvzan_begin_in(pvzan_converter* converter, uint64_t shift);
+
+/* Begins another text: as opened, places and counts too. What an unfinished text held back, and a
+ * fault that waits, are forgotten. Null is fine. */
 PVZAN_TEXT_API void pvzan_reset(pvzan_converter* converter);
 
-/* Null is fine. */
+/* Ends a converter and gives its memory back, in the middle of a text, too. Null is fine. */
 PVZAN_TEXT_API void pvzan_close(pvzan_converter* converter);
 
 /* Converts a whole text, which it begins and ends itself. Returns the size of the result, also
@@ -356,23 +376,25 @@ PVZAN_TEXT_API size_t pvzan_convert(pvzan_converter* converter, const uint8_t* i
                                     uint8_t* out, size_t room, pvzan_outcome* outcome);
 
 /* Converts rows texts that lie one behind the other, as Arrow has them: text i from offsets[i] to
- * offsets[i + 1] in in; offsets and out_offsets are rows + 1 numbers of offset_bytes bytes, 4
- * (int32_t) or 8 (int64_t). Each is a text of its own. A row with a fault that is told comes out
- * empty, and its kind stands in fault_kinds[i], unless null; 0 for all others. Returns how many
- * rows were done: fewer where out has no more room, or its offsets would not fit. Null pointers and
- * offsets that decrease end it, too. */
+ * offsets[i + 1] in the in_size bytes at in; offsets and out_offsets are rows + 1 numbers of
+ * offset_bytes bytes, 4 (int32_t) or 8 (int64_t). Each is a text of its own. A row with a fault
+ * that is told comes out empty, and its kind stands in fault_kinds[i], unless null; 0 for all
+ * others. Returns how many rows were done: fewer where out has no more room, or its offsets would
+ * not fit. Null pointers and offsets that decrease or lead behind in_size end it, too. */
 PVZAN_TEXT_API size_t pvzan_convert_rows(pvzan_converter* converter, const uint8_t* in,
-                                         const void* offsets, size_t rows, uint8_t* out,
-                                         size_t room, void* out_offsets, uint32_t offset_bytes,
-                                         uint8_t* fault_kinds);
+                                         size_t in_size, const void* offsets, size_t rows,
+                                         uint8_t* out, size_t room, void* out_offsets,
+                                         uint32_t offset_bytes, uint8_t* fault_kinds);
 
 /* ---- Names ---------------------------------------------------------------------------------- */
 
-/* What a name means. Case, "-", "_" and blanks do not count. flags: 0 or PVZAN_BROWSER_LABELS. 1;
- * or 0: no such charset, and shown then holds a name that is like it, or nothing. */
+/* What a name means. Case, "-", "_" and blanks do not count. flags: 0 or PVZAN_BROWSER_LABELS.
+ * meaning->size is set by the caller. 1; or 0: no such charset, and shown then holds a name that is
+ * like it, or nothing. */
 PVZAN_TEXT_API int32_t pvzan_resolve(const char* name, uint32_t flags, pvzan_name* meaning);
 
-/* The charsets of the directory, those people name most before others: 1; 0 behind the last. */
+/* The charsets of the directory, from index 0 on, those people name most before others;
+ * charset->size is set by the caller. 1; 0 behind the last. */
 PVZAN_TEXT_API int32_t pvzan_each_charset(size_t index, pvzan_name* charset);
 
 /* Other names of a charset, which is given as the directory has it: 1; 0 behind the last, or where
@@ -393,8 +415,9 @@ PVZAN_TEXT_API int32_t pvzan_set_directory(const char* path, pvzan_error* error)
 PVZAN_TEXT_API size_t pvzan_directory(char* path, size_t room);
 
 /* Why the library does not take a definition of the charset directory, or what is wrong with the
- * files it names; of a path, the last part counts. Fills in up to most errors and returns how many
- * there are; 0: it is sound. The stride of errors is errors[0].size, which the caller sets. */
+ * files it names; of a path, the last part counts, and "further/" where that is all before it.
+ * Fills in up to most errors and returns how many there are; 0: it is sound. The stride of errors
+ * is errors[0].size, which the caller sets. */
 PVZAN_TEXT_API size_t pvzan_check_definition(const char* path, pvzan_error* errors, size_t most);
 
 /* ---- Guessing ------------------------------------------------------------------------------- */

@@ -149,6 +149,10 @@ file_names::file_names(const char* directory, const char* pattern) {
         }
     }
     ::closedir(open);
+    sort();
+}
+
+void file_names::sort() {
     std::sort(names_, names_ + count_,
               [](const char* a, const char* b) { return std::strcmp(a, b) < 0; });
 }
@@ -160,7 +164,7 @@ file_names::~file_names() {
     ZAN_free(names_);
 }
 
-bool file_names::add(const char* name) {
+bool file_names::add(std::string_view name) {
     if (count_ == room_) {
         const std::size_t room = room_ != 0 ? 2 * room_ : 16;
         auto** names =
@@ -171,12 +175,12 @@ bool file_names::add(const char* name) {
         names_ = names;
         room_ = room;
     }
-    const std::size_t size = std::strlen(name) + 1;
-    auto* copy = static_cast<char*>(ZAN_malloc(static_cast<i32>(size)));
+    auto* copy = static_cast<char*>(ZAN_malloc(static_cast<i32>(name.size() + 1)));
     if (copy == nullptr) {
         return false;
     }
-    std::memcpy(copy, name, size);
+    std::memcpy(copy, name.data(), name.size());
+    copy[name.size()] = '\0';
     names_[count_++] = copy;
     return true;
 }

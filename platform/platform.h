@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <glob.h>
 #include <memory>
+#include <string_view>
 
 extern "C" {
 
@@ -74,15 +75,17 @@ PVZAN_API i32 ZAN_getPathBreak(const char* text);
 // there is too little. Short of memory, it holds what there was room for.
 class file_names {
 public:
+    file_names() = default;
     file_names(const char* directory, const char* pattern);
     ~file_names();
     file_names(const file_names&) = delete;
     file_names& operator=(const file_names&) = delete;
     [[nodiscard]] std::span<char* const> all() const { return {names_, count_}; }
 
-private:
-    bool add(const char* name);
+    bool add(std::string_view name);
+    void sort();
 
+private:
     char** names_ = nullptr;
     std::size_t count_ = 0, room_ = 0;
 };

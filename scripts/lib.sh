@@ -1,5 +1,5 @@
 #!/bin/bash
-# Shared by the scripts of this directory, which source it after `set -eu`.
+# scripts/lib.sh: what the other scripts share; they source it after `set -eu`
 # Everything it says goes to standard error, so that scripts/run can be used as a filter.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -18,6 +18,8 @@ test_packages=(pkgconf zsh fish groff-base manpages-ja manpages-de manpages-fr m
 large_packages=(clang-14 postgresql-15)
 # What the preset arm64 needs besides: a compiler, GoogleTest's sources, and what runs the tests.
 arm64_packages=(g++-aarch64-linux-gnu googletest qemu-user)
+# And the preset asan: clang with its sanitizers and its fuzzing engine.
+asan_packages=(clang-14 libclang-rt-14-dev llvm-14)
 
 say() { echo "$*" >&2; }
 
@@ -55,7 +57,10 @@ install_packages() {
 # targets, all without one.
 build_preset() {
     local packages=("${build_packages[@]}")
-    if [ "$1" = arm64 ]; then packages+=("${arm64_packages[@]}"); fi
+    case $1 in
+    arm64) packages+=("${arm64_packages[@]}") ;;
+    asan) packages+=("${asan_packages[@]}") ;;
+    esac
     install_packages "${packages[@]}" || return
     cd "$root" || return
     if [ ! -e "$2/build.ninja" ]; then

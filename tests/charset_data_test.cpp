@@ -3,9 +3,6 @@
 // (oracle_test.cpp).
 #include "tests/support/convert.h"
 
-#include <fstream>
-#include <set>
-
 namespace {
 
 constexpr const char* unicode = "utf-16"; // which reads a base and its mark as one

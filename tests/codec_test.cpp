@@ -6,21 +6,14 @@
 #include "tests/support/convert.h"
 #include "tests/support/digest.h"
 
-#include <array>
-
 namespace {
 
 using namespace std::string_view_literals;
+using test::digest;
 using test::give_input;
 using test::give_output;
 using test::open;
 using test::session_owner;
-
-class digest : public test::digest {
-public:
-    using test::digest::digest;
-    ~digest() { test::expect_recorded("codec_answers.tsv", *this); }
-};
 
 // What one call of a decode rule on input that ends where memory ends leaves behind.
 void read_one(session& s, rule_function decode, std::string_view input, digest& answers) {

@@ -5,17 +5,6 @@
 #include "tests/support/digest.h"
 #include "tests/support/document.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <functional>
-#include <map>
-#include <random>
-#include <sstream>
-#include <string>
-#include <sys/inotify.h>
-#include <unistd.h>
-
 namespace {
 
 using test::charset_directory;
@@ -188,7 +177,6 @@ TEST(Definition, Changed) {
         expect_change(dir, c);
         all.add(show_groups() + show_sets());
     }
-    test::expect_recorded("function_answers.tsv", all);
     const std::string text(5000, 'x'), kept = text.substr(0, text_bytes - 1);
     expect_change(dir, {"main.xml", "Shift_JIS", text, "group " + kept + " const"});
     expect_change(dir, {"base.set", "JIS_X0208-1990", text, "sets " + kept + " NEC"});
@@ -220,25 +208,6 @@ TEST(Definition, TheFirstOfANumberWins) {
 }
 
 // ---- A directory as a whole
-
-// How often each file of a directory is opened while something is done.
-std::map<std::string, int> opened(const std::string& directory, const std::function<void()>& act) {
-    const int watch = ::inotify_init1(IN_NONBLOCK);
-    EXPECT_GE(::inotify_add_watch(watch, directory.c_str(), IN_OPEN), 0);
-    act();
-    std::map<std::string, int> counts;
-    alignas(inotify_event) char events[1 << 16];
-    const ssize_t bytes = ::read(watch, events, sizeof events);
-    for (ssize_t at = 0; at < bytes;) {
-        const auto* event = reinterpret_cast<const inotify_event*>(events + at);
-        if (event->len > 0) {
-            ++counts[event->name];
-        }
-        at += static_cast<ssize_t>(sizeof *event + event->len);
-    }
-    ::close(watch);
-    return counts;
-}
 
 // Whatever definitions share, they give the same registry as when each reads all its files itself.
 TEST(Definition, ADirectoryIsItsDefinitionsOneAfterTheOther) {
@@ -282,18 +251,6 @@ TEST(Definition, ADirectoryIsItsDefinitionsOneAfterTheOther) {
             cconvLoadRule();
             EXPECT_EQ(show_groups() + show_sets(), expected);
         });
-    }
-}
-
-TEST(Definition, AFileIsReadOnceForAllThatShareIt) {
-    const charset_directory dir;
-    for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
-        std::filesystem::copy(entry.path(), dir.path());
-    }
-    const auto counts = opened(dir.path(), [] { EXPECT_EQ(cconvLoadRule(), 1U); });
-    EXPECT_EQ(counts.count("jis_x0208-1990.set"), 1U);
-    for (const auto& [name, count] : counts) {
-        EXPECT_EQ(count, 1) << name;
     }
 }
 

@@ -3,35 +3,24 @@
 #include "cconv/convert/lifecycle.h"
 #include "cconv/directory/directory.h"
 #include "cconv/registry/registry.h"
+#include "tests/support/charset_directory.h"
 #include "tests/support/child.h"
-#include "tests/support/temp_dir.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <memory>
-#include <string>
 #include <unistd.h>
 
 namespace {
 
 using test::in_child;
 using test::temp_dir;
+using namespace std::string_literals;
 
-// A charset of one table-less set.
+// A charset of one table-less set, of codes of so many bytes, in FILE.xml.
 void write_charset(const temp_dir& directory, const std::string& file, const std::string& name,
-                   const std::string& set = "plain.set") {
-    directory.write_utf16(file, "<!DOCTYPE charset [\n<!ENTITY theset SYSTEM \"" + set +
-                                    "\">\n]>\n<charset>\n<name>" + name +
-                                    "</name>\n<rule construle=\"constUTF-8\" "
-                                    "destrule=\"destUTF-8\"/>\n"
-                                    "<baseset>&theset;</baseset>\n</charset>\n");
-}
-
-void write_set(const temp_dir& directory, const std::string& file, int bytes) {
-    directory.write_utf16(file, "<subseta>\n<name>plain</name>\n<lang domain=\"en\"/>\n"
-                                "<code bytenum=\"" +
-                                    std::to_string(bytes) + "\"/>\n</subseta>\n");
+                   const std::string& set, int bytes = 4) {
+    const temp_dir made;
+    test::write_definition(made, {name, "constUTF-8", "destUTF-8", {{set, bytes}}});
+    directory.write(file, made.read(name + ".xml"));
+    directory.write(set + ".set", made.read(set + ".set"));
 }
 
 bool can_open(const char* charset) {
@@ -40,7 +29,7 @@ bool can_open(const char* charset) {
            cconvChgCharset(s.get(), nullptr, charset) == PVZAN_DONE;
 }
 
-std::string stored_path(std::size_t size) {
+std::string stored_path(std::size_t size = text_bytes) {
     std::string buffer(text_bytes + 16, '#');
     const char* result = getCharsetPath(buffer.data(), static_cast<u32>(size));
     if (result == nullptr) {
@@ -52,27 +41,24 @@ std::string stored_path(std::size_t size) {
 
 // ---- The charset directory ---------------------------------------------------------------------
 
-TEST(CharsetPath, IsSetOnce) {
-    in_child([] {
-        EXPECT_EQ(ZAN_setCharsetPath(nullptr), 0U);
-        EXPECT_EQ(ZAN_setCharsetPath(""), 0U);
-        EXPECT_STREQ(ZAN_getCharsetPath(), "");
-        EXPECT_EQ(ZAN_getCharsetPath(), m_charsetpath);
-        EXPECT_EQ(ZAN_setCharsetPath("somewhere"), 1U); // without my_init, too
-        EXPECT_EQ(ZAN_setCharsetPath("elsewhere"), 0U);
-        EXPECT_EQ(ZAN_setCharsetPath("somewhere"), 0U);
-        EXPECT_STREQ(ZAN_getCharsetPath(), "somewhere");
-        EXPECT_EQ(stored_path(text_bytes), "somewhere/");
-        EXPECT_STREQ(ZAN_getCharsetPath(), "somewhere");
-    });
-}
-
-TEST(CharsetPath, GetsOneSlashOrIsTheDefault) {
-    for (const std::string path : {"", "/", "a", "a/", "a//"}) {
+TEST(CharsetPath, IsSetOnceAndGetsOneSlashOrIsTheDefault) {
+    const std::string longest(4095, 'p');
+    for (const std::string& path : {""s, "/"s, "a"s, "a/"s, "a//"s, longest, longest + "p"}) {
         in_child([&] {
-            EXPECT_EQ(ZAN_setCharsetPath(path.c_str()), path.empty() ? 0U : 1U);
+            EXPECT_EQ(ZAN_setCharsetPath(nullptr), 0U);
+            EXPECT_STREQ(ZAN_getCharsetPath(), "");
+            EXPECT_EQ(ZAN_getCharsetPath(), m_charsetpath);
+            EXPECT_EQ(ZAN_setCharsetPath(path.c_str()),
+                      path.empty() ? 0U : 1U); // without my_init, too
+            EXPECT_EQ(ZAN_getCharsetPath(), path.substr(0, 4095));
+            if (path.size() >= 4095) { // no room for the slash
+                EXPECT_EQ(stored_path(), "(refused)");
+                EXPECT_EQ(cconvLoadRule(), 0U);
+                EXPECT_FALSE(can_open("utf-8"));
+                return;
+            }
             const std::string settled = path.empty() ? "./base2" : path;
-            EXPECT_EQ(stored_path(text_bytes), settled.ends_with('/') ? settled : settled + "/");
+            EXPECT_EQ(stored_path(), settled.ends_with('/') ? settled : settled + "/");
             EXPECT_EQ(ZAN_setCharsetPath("somewhere"), 0U);
         });
     }
@@ -81,28 +67,15 @@ TEST(CharsetPath, GetsOneSlashOrIsTheDefault) {
 TEST(CharsetPath, NeedsRoomForTheSlash) {
     in_child([] {
         EXPECT_EQ(ZAN_setCharsetPath("12345678"), 1U); // 8 bytes, "/" and NUL
-        EXPECT_EQ(stored_path(11), "12345678/");
         for (const std::size_t size : {2U, 3U, 8U, 9U, 10U}) {
             EXPECT_EQ(stored_path(size), "(refused)") << size;
         }
         // Buffers that are known to be large enough are said to be of 0 or 1 bytes.
-        EXPECT_EQ(stored_path(0), "12345678/");
-        EXPECT_EQ(stored_path(1), "12345678/");
+        for (const std::size_t size : {11U, 0U, 1U}) {
+            EXPECT_EQ(stored_path(size), "12345678/");
+        }
         EXPECT_EQ(getCharsetPath(nullptr, text_bytes), nullptr);
     });
-}
-
-TEST(CharsetPath, IsCutToItsBuffer) {
-    for (const std::size_t length : {4095UL, 5000UL}) {
-        in_child([&] {
-            const std::string path(length, 'p');
-            EXPECT_EQ(ZAN_setCharsetPath(path.c_str()), 1U);
-            EXPECT_EQ(ZAN_getCharsetPath(), path.substr(0, 4095));
-            EXPECT_EQ(stored_path(text_bytes), "(refused)");
-            EXPECT_EQ(cconvLoadRule(), 0U);
-            EXPECT_FALSE(can_open("utf-8"));
-        });
-    }
 }
 
 // ---- Reading the definitions -------------------------------------------------------------------
@@ -134,8 +107,7 @@ TEST(Definitions, AreSoughtOnlyOnce) {
             EXPECT_EQ(cconvLoadRule(), 0U);
             EXPECT_FALSE(can_open("utf-8"));
             // What comes later is not looked for.
-            write_set(empty, "plain.set", 4);
-            write_charset(empty, "utf-8.xml", "utf-8");
+            write_charset(empty, "utf-8.xml", "utf-8", "plain");
             EXPECT_EQ(cconvLoadRule(), 0U);
             EXPECT_FALSE(can_open("utf-8"));
             std::filesystem::remove(empty.file("plain.set"));
@@ -147,10 +119,10 @@ TEST(Definitions, AreSoughtOnlyOnce) {
 
 TEST(Definitions, BadFilesDoNotHideGoodOnes) {
     const temp_dir directory;
-    write_set(directory, "plain.set", 4);
-    write_charset(directory, "b.xml", "good");
-    write_charset(directory, "c.xml", "lacks-its-set", "missing.set");
-    write_charset(directory, "d.XML", "not-asked-for");
+    write_charset(directory, "b.xml", "good", "plain");
+    write_charset(directory, "c.xml", "lacks-its-set", "missing");
+    write_charset(directory, "d.XML", "not-asked-for", "plain");
+    std::filesystem::remove(directory.file("missing.set"));
     directory.write("a.xml", "this is no definition");
     directory.write("f.xml", "");
     std::filesystem::create_directory(directory.file("g.xml"));
@@ -171,12 +143,10 @@ TEST(Definitions, BadFilesDoNotHideGoodOnes) {
 
 TEST(Definitions, AreReadInTheOrderOfTheirFileNames) {
     const temp_dir directory;
-    // Both sets bear one name: the first definition decides what it is.
-    write_set(directory, "two.set", 2);
-    write_set(directory, "four.set", 4);
-    write_charset(directory, "b.xml", "second", "four.set");
-    write_charset(directory, "a.xml", "First", "two.set");
-    write_charset(directory, "c.xml", "first", "four.set");
+    // Sets are one by their number: the first definition decides what it is.
+    write_charset(directory, "b.xml", "second", "PLAIN", 4);
+    write_charset(directory, "a.xml", "First", "plain", 2);
+    write_charset(directory, "c.xml", "first", "pLAIN", 4);
     in_child([&] {
         ZAN_setCharsetPath(directory.path().c_str());
         EXPECT_EQ(cconvLoadRule(), 1U);

@@ -2,14 +2,6 @@
 #include "platform/platform.h"
 #include "tests/support/temp_dir.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <limits>
-#include <memory>
-#include <string>
-#include <vector>
-
 // An impossible allocation answers null under the sanitizers, too.
 extern "C" const char* __asan_default_options() {
     return "allocator_may_return_null=1";

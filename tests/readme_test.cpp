@@ -1,10 +1,6 @@
 // The example of README.md, taken out of it by the build and compiled as C.
 #include "tests/support/oracle.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 extern "C" int to_utf8(const unsigned char* in, int length, unsigned char* out, int size);
 
 namespace {

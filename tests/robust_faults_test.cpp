@@ -4,14 +4,9 @@
 #include "cconv/definition/definition.h"
 #include "cconv/tables/table.h"
 #include "platform/platform.h"
+#include "tests/support/charset_directory.h"
 #include "tests/support/child.h"
 #include "tests/support/convert.h"
-#include "tests/support/definitions.h"
-
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <memory>
 
 // ---- An allocator that fails when told to ------------------------------------------------------
 

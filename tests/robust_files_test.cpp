@@ -6,16 +6,10 @@
 #include "tests/support/charset_directory.h"
 #include "tests/support/child.h"
 #include "tests/support/convert.h"
-#include "tests/support/definitions.h"
 #include "tests/support/linear_time.h"
-
-#include <gtest/gtest.h>
 
 #include <csignal>
 #include <fcntl.h>
-#include <filesystem>
-#include <map>
-#include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -33,36 +27,17 @@ std::string definition(const std::string& entities, const std::string& members) 
            "<rule construle=\"constSAME\" destrule=\"destSAME\"/>\n" + members + "</charset>\n";
 }
 
-// Pairs of a code and a character, as a table's text and as its cache hold them.
-using pairs = std::vector<std::pair<u32, u32>>;
-
-std::string as_text(const pairs& all) {
-    std::string text;
-    for (const auto& [code, ucs] : all) {
-        char line[32];
-        std::snprintf(line, sizeof line, "%X %X\r\n", code, ucs);
-        text += line;
-    }
-    return test::widen(text + "  ", 2, false);
-}
-
-std::string as_cache(const pairs& all) {
-    std::string bytes(all.size() * 8, '\0');
-    std::memcpy(bytes.data(), all.data(), bytes.size());
-    return bytes;
-}
-
 // A set in "wide.set" with a table in "wide.txt", 0x8100 to 0x81FF.
 const test::charset_definition wide{"wide", "constSAME", "destSAME", {{"wide-set", 2, "wide.txt"}}};
 
 void write_wide(const test::temp_dir& directory) {
     m_charsetpath[0] = '\0'; // whatever a test before this one settled
     test::write_definition(directory, wide);
-    pairs all;
+    test::pairs all;
     for (u32 c = 0; c < 256; ++c) {
         all.emplace_back(0x8100 + c, 0x3000 + c);
     }
-    directory.write("wide.txt", as_text(all));
+    directory.write("wide.txt", test::as_text(all));
 }
 
 // Opens the charset and converts two characters to themselves; 1 when it is not to be had.
@@ -190,31 +165,6 @@ TEST(HostileFiles, TenThousandDefinitions) {
 
 // ---- Every byte of small files -----------------------------------------------------------------
 
-// What a conversion between the charsets that were read answers.
-void expect_use() {
-    const items_of<charset_group> groups(g_ProcessObject.groups);
-    for (const charset_group* group : groups) {
-        session s{};
-        const test::conversion c{group->name, group->name};
-        cconvInitConvert(&s, &c.target, c.to);
-        cconvChgCharset(&s, &c.source, c.from);
-        u8 buffer[64];
-        test::give_input(s, "A\x81\x41\0\xFF"sv);
-        test::give_output(s, buffer);
-        u32 status = PVZAN_DONE;
-        for (int calls = 0; calls < 10; ++calls) {
-            status = cconvConvert(&s);
-            s.inPos += status == PVZAN_INVALID_INPUT ? 1 : 0;
-        }
-        EXPECT_TRUE(s.inPos >= 3 || status == PVZAN_UNKNOWN_CHARSET ||
-                    status == PVZAN_INPUT_INCOMPLETE)
-            << "does not end: " << status << " at " << s.inPos;
-        // One array of extra tables for each set but the user-defined one.
-        const int without_tables = group->memberSets->count - group->dsTableArrays->count;
-        EXPECT_TRUE(without_tables == 0 || without_tables == 1);
-    }
-}
-
 // Calls check for the file cut at every length, and with every single byte changed in many ways.
 template <typename Check>
 void for_each_damage(const test::temp_dir& directory, const char* name, Check check) {
@@ -235,55 +185,24 @@ void for_each_damage(const test::temp_dir& directory, const char* name, Check ch
     directory.write(name, whole);
 }
 
-TEST(HostileFiles, DefinitionsCutAndChangedAnywhere) {
-    const test::charset_directory directory;
-    directory.write_utf16("x.xml", definition("<!ENTITY s SYSTEM \"s.set\">\n"
-                                              "<!ENTITY t SYSTEM \"t.txt\">\n"
-                                              "<!ENTITY u SYSTEM \"u.set\">\n",
-                                              "<baseset>&s;<dstable bytenum=\"2\">&t;</dstable>"
-                                              "</baseset>\n<eudcset>&u;</eudcset>\n"));
-    directory.write_utf16("s.set", head + "<subseta>\n<name>s</name>\n<lang domain=\"ja\"/>\n"
-                                          "<code bytenum=\"2\"/>\n<defined>21-7E 8141 </defined>\n"
-                                          "<srtable>&t;</srtable>\n</subseta>\n");
-    directory.write_utf16("u.set", head + "<name>u</name>\n<codec bytenum=\"2\"/>\n"
-                                          "<defrange start=\"F040\" number=\"758\"/>\n");
-    directory.write("t.cmp", as_cache({{0x8141, 0x3001}, {0x41, 0x41}}));
-    for (const char* name : {"x.xml", "s.set", "u.set"}) {
-        test::in_child([&] {
-            // Settled with nothing in it: from here on the registry is filled by hand.
-            fs::rename(directory.file("x.xml"), directory.file("x"));
-            EXPECT_EQ(cconvLoadRule(), 0U);
-            termProcess(); // the reference that it keeps
-            fs::rename(directory.file("x"), directory.file("x.xml"));
-            u32 read = 0;
-            for_each_damage(directory, name, [&] {
-                const u32 result = xmlReadXML("x.xml");
-                EXPECT_EQ(result, g_ProcessObject.groups->count);
-                read += result;
-                expect_use();
-                test::charset_directory::clear_registry();
-            });
-            EXPECT_GT(read, 100U) << name;
-        });
-    }
-}
-
-// A damaged cache maps what it says, a damaged text what the cache says that it left.
+// A damaged cache maps what it says, whatever the text says; a damaged text what the cache says
+// that it left. Damaged definitions are for fuzz/definition.cpp.
 TEST(HostileFiles, TablesCutAndChangedAnywhere) {
     const test::charset_directory directory;
-    const pairs all{{0x8141, 0x3001}, {0x8142, 0x3002}, {0x41, 0x41}, {0xFFFFFFFF, 0x1F600}};
+    const test::pairs all{{0x8141, 0x3001}, {0x8142, 0x3002}, {0x41, 0x41}, {0xFFFFFFFF, 0x1F600}};
     for (const bool from_cache : {true, false}) {
-        directory.write("t.txt", as_text(all));
-        directory.write("t.cmp", as_cache(all));
+        directory.write("t.txt", test::as_text(from_cache ? test::pairs{{0x8143, 0x3003}} : all));
+        directory.write("t.cmp", test::as_cache(all));
         for_each_damage(directory, from_cache ? "t.cmp" : "t.txt", [&] {
             if (!from_cache) {
                 fs::remove(directory.file("t.cmp"));
             }
-            table_object* table = initTable(4, 1);
-            copy_text(table->fileName, "t.txt");
-            table->textEncoding = encoding_utf16;
-            loadTablFile(table);
+            const std::string given = directory.read("t.cmp");
+            const test::owned_table table = test::make_table(4, 1, "t.txt");
+            EXPECT_EQ(loadTableFile(table.get()), table->loaded);
+            loadTablFile(table.get());
             const std::string cache = directory.read("t.cmp");
+            EXPECT_TRUE(cache == given || !from_cache);
             std::map<u32, u32> expected;
             for (std::size_t at = 0; at + 8 <= cache.size(); at += 8) {
                 u32 pair[2];
@@ -291,15 +210,11 @@ TEST(HostileFiles, TablesCutAndChangedAnywhere) {
                 expected[pair[0]] = pair[1];
             }
             for (const auto& [code, ucs] : expected) {
-                void* items[] = {table};
-                object_array tables{1, items};
-                u32 value = 0;
-                u16 width = 0;
-                const u32 found = dstDsTableArray(&tables, code, &value, &width);
-                EXPECT_EQ(value, found != 0 ? ucs : 0) << code;
-                EXPECT_TRUE(found != 0 || ucs == 0 || expected.size() == 1) << code;
+                EXPECT_EQ(test::value_of(table.get(), code), ucs) << code;
             }
-            termTable(table);
+            EXPECT_EQ(test::value_of(table.get(), 0x8143),
+                      expected.contains(0x8143) ? expected[0x8143] : 0)
+                << "the text was read";
         });
     }
 }
@@ -308,23 +223,20 @@ TEST(HostileFiles, TablesCutAndChangedAnywhere) {
 // their limits.
 TEST(HostileFiles, SparseTablesEnd) {
     const test::charset_directory directory;
-    pairs sparse;
+    test::pairs sparse;
     for (u32 i = 1; i <= 100000; ++i) {
         sparse.emplace_back(i * 0x9E3779B1, i * 0x9E3779B1);
     }
-    directory.write("text.txt", as_text(sparse));
-    directory.write("cache.cmp", as_cache(sparse));
+    directory.write("text.txt", test::as_text(sparse));
+    directory.write("cache.cmp", test::as_cache(sparse));
     for (const char* name : {"text.txt", "cache.txt"}) {
         for (const u32 width : {0U, 4U, 0xFFFFU}) {
-            table_object* table = initTable(width, 1);
-            copy_text(table->fileName, name);
-            table->textEncoding = encoding_utf16;
+            const test::owned_table table = test::make_table(width, 1, name);
             const double start = test::cpu_seconds();
-            loadTablFile(table);
+            loadTablFile(table.get());
             EXPECT_LT(test::cpu_seconds() - start, 3) << name << width;
             EXPECT_GE(table->blocks->count, 1U);
             EXPECT_LE(u64{table->blocks->count} * std::max(width, 4U), 1U << 16);
-            termTable(table);
         }
     }
     EXPECT_FALSE(directory.has("text.cmp"));

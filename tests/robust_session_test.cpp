@@ -1,72 +1,27 @@
 // Whatever a session's fields and options say: nothing outside the buffers is touched, and every
 // call ends.
 #include "cconv/rulefunc/rules.h"
+#include "tests/support/charset_directory.h"
 #include "tests/support/child.h"
 #include "tests/support/convert.h"
-#include "tests/support/definitions.h"
 #include "tests/support/linear_time.h"
 #include "tests/support/oracle.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <climits>
-#include <cstring>
-#include <filesystem>
-#include <random>
-#include <sys/mman.h>
-#include <vector>
-
 namespace {
 
+using test::conversion;
 using std::operator""sv;
 
 constexpr std::size_t page = 4096;
-constexpr std::size_t memory_pages = 4;
-
-// Memory between two pages that nobody may touch.
-class fenced_memory {
-public:
-    fenced_memory()
-        : all_(static_cast<u8*>(::mmap(nullptr, (memory_pages + 2) * page, PROT_NONE,
-                                       MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))) {
-        ::mprotect(begin(), memory_pages * page, PROT_READ | PROT_WRITE);
-    }
-    ~fenced_memory() { ::munmap(all_, (memory_pages + 2) * page); }
-    fenced_memory(const fenced_memory&) = delete;
-    fenced_memory& operator=(const fenced_memory&) = delete;
-
-    [[nodiscard]] u8* begin() const { return all_ + page; }
-    // So many bytes that touch the one or the other fence.
-    [[nodiscard]] u8* bytes(std::size_t size, bool at_end) const {
-        return at_end ? begin() + memory_pages * page - size : begin();
-    }
-
-private:
-    u8* all_;
-};
-
 struct random_numbers {
     std::mt19937 engine;
     explicit random_numbers(u32 seed) : engine(seed) {}
     u32 operator()() { return static_cast<u32>(engine()); }
 };
 
-struct options {
-    source_options source{.srcBigEndian = 1, .srcCheckBom = 0, .skipInvalid = 1};
-    target_options target = test::conversion::big_endian_target();
-};
-
-options substituting() {
-    options o;
-    o.target.useSubstitute = 1;
-    return o;
-}
-
-options random_options(random_numbers& random) {
-    options o;
-    o.source = {random() % 2, random() % 2, random() % 2};
-    target_options& t = o.target;
+void choose_options(conversion& c, random_numbers& random) {
+    c.source = {random() % 2, random() % 2, random() % 2};
+    target_options& t = c.target;
     t.dstBigEndian = random() % 2;
     t.dstWriteBom = random() % 4 == 0;
     t.useSubstitute = random() % 2;
@@ -78,36 +33,11 @@ options random_options(random_numbers& random) {
     if (random() % 4 == 0) {
         std::memset(t.langTag, 'a', random() % 2 != 0 ? 2 : sizeof t.langTag); // without a NUL, too
     }
-    return o;
 }
 
-void open(session& s, const char* from, const char* to, const options& o) {
-    EXPECT_EQ(cconvInitConvert(&s, &o.target, to), 0U) << to;
-    EXPECT_EQ(cconvChgCharset(&s, &o.source, from), 0U) << from;
-}
-
-// Text of every kind in that charset, long enough for the fast path, then rubbish.
-std::string sample(const char* charset) {
-    std::string text;
-    for (u32 i = 0; i < 40; ++i) {
-        text += "かな漢字ABC\r\nｶﾅ終か゚\u00E6\u0300" + std::string(i % 5, 'x');
-    }
-    session s{};
-    open(s, "utf-8", charset, substituting());
-    std::string bytes(page, '\0');
-    s.inBuf = reinterpret_cast<const u8*>(text.data());
-    s.inLen = static_cast<i32>(text.size());
-    s.outBuf = reinterpret_cast<u8*>(bytes.data());
-    s.outLen = static_cast<i32>(bytes.size());
-    cconvConvert(&s);
-    bytes.resize(static_cast<std::size_t>(s.outPos));
-    random_numbers random(1);
-    constexpr std::string_view rubbish =
-        "\x1B$(B\x8E\x8F\xFE\xFF\xF3\xA0\x80\x81\xD8\x00\xE3\x82"sv;
-    for (u32 i = 0; i < 200; ++i) {
-        bytes += i % 2 != 0 ? rubbish[random() % rubbish.size()] : static_cast<char>(random());
-    }
-    return bytes;
+void open(session& s, const conversion& c) {
+    EXPECT_EQ(cconvInitConvert(&s, &c.target, c.to), 0U) << c.to;
+    EXPECT_EQ(cconvChgCharset(&s, &c.source, c.from), 0U) << c.from;
 }
 
 // Converts what the input holds through that output until nothing moves any more.
@@ -134,120 +64,8 @@ std::string convert_on(session& s, u8* out, i32 capacity, std::size_t most_calls
     }
 }
 
-TEST(Bounds, BothBuffersAreFencedAtEverySize) {
-    test::use_shipped_charsets();
-    const fenced_memory in, out;
-    session s{};
-    for (const char* from : test::all_charsets) {
-        const std::string text = sample(from);
-        for (const char* to : test::all_charsets) {
-            std::string whole;
-            const auto run = [&](std::size_t capacity, bool at_end) {
-                u8* input = in.bytes(text.size(), at_end);
-                std::memcpy(input, text.data(), text.size());
-                open(s, from, to, substituting());
-                s.inBuf = input;
-                s.inPos = 0;
-                s.inLen = static_cast<i32>(text.size());
-                return convert_on(s, out.bytes(capacity, at_end), static_cast<i32>(capacity),
-                                  5 * text.size());
-            };
-            whole = run(memory_pages * page, false);
-            std::vector<std::size_t> sizes{96, 97, 98, 99, 150, whole.size(), whole.size() + 1};
-            for (std::size_t size = 0; size <= 16; ++size) {
-                sizes.push_back(size);
-            }
-            for (const std::size_t size : sizes) {
-                for (const bool at_end : {false, true}) {
-                    const std::string got = run(size, at_end);
-                    ASSERT_TRUE(size < 8 ? whole.starts_with(got) : whole == got)
-                        << from << " to " << to << ", " << size << " bytes";
-                }
-            }
-        }
-    }
-}
-
-TEST(Bounds, PositionsAreInput) {
-    test::use_shipped_charsets();
-    const fenced_memory in, out;
-    constexpr i32 length = 200;
-    std::memset(in.begin(), 'a', page);
-    const auto at_minus = [](u8* memory, i32 pos) {
-        return reinterpret_cast<u8*>(reinterpret_cast<std::uintptr_t>(memory) -
-                                     static_cast<std::uintptr_t>(static_cast<std::intptr_t>(pos)));
-    };
-    constexpr struct {
-        i32 pos, len;
-    } hostile[] = {{-1, 10},
-                   {INT_MIN, 10},
-                   {INT_MIN, INT_MAX},
-                   {-1, INT_MAX},
-                   {0, -1},
-                   {0, INT_MIN},
-                   {10, 9},
-                   {INT_MAX, 0},
-                   {INT_MAX, INT_MIN},
-                   {INT_MAX, INT_MAX},
-                   {INT_MIN, INT_MIN},
-                   {0, 0}};
-    session s{};
-    for (const char* charset : test::all_charsets) {
-        const auto start = [&](u32 status) {
-            open(s, charset, charset, options{});
-            s.inBuf = in.begin();
-            s.inLen = length;
-            s.outBuf = out.begin();
-            s.outPos = 0;
-            s.outLen = length;
-            s.inPos = 0;
-            s.status = status;
-        };
-        for (const u32 status : {0U, 1U, 11U, 12U, 13U, 21U, 22U, 23U, 31U, 99U, ~0U}) {
-            for (const auto& h : hostile) {
-                for (const bool null_buffer : {false, true}) {
-                    start(status);
-                    s.inPos = h.pos;
-                    s.inLen = h.len;
-                    s.inBuf = null_buffer ? nullptr : in.begin();
-                    cconvConvert(&s);
-                    ASSERT_EQ(s.inPos, h.pos) << charset << status;
-                    // In the other direction not a byte is written.
-                    start(status);
-                    s.outPos = h.pos;
-                    s.outLen = h.len;
-                    s.outBuf = null_buffer ? nullptr : out.begin();
-                    std::memset(out.begin(), '#', page);
-                    cconvConvert(&s);
-                    cconvTermConvert(&s);
-                    ASSERT_EQ(s.outPos, h.pos) << charset << status;
-                    ASSERT_EQ(std::count(out.begin(), out.begin() + page, '#'), i64{page});
-                }
-            }
-        }
-        // The last bytes that a position can reach are converted like any others.
-        start(0);
-        const u32 plain_status = cconvConvert(&s);
-        const std::string plain(out.begin(), out.begin() + s.outPos);
-        const i32 read = s.inPos;
-        start(0);
-        constexpr i32 begin = INT_MAX - length;
-        s.inBuf = at_minus(in.begin(), begin);
-        s.outBuf = at_minus(out.begin(), begin);
-        s.inPos = s.outPos = begin;
-        s.inLen = s.outLen = INT_MAX;
-        EXPECT_EQ(cconvConvert(&s), plain_status) << charset;
-        EXPECT_EQ(s.inPos - begin, read) << charset;
-        EXPECT_EQ(std::string(out.begin(), out.begin() + (s.outPos - begin)), plain) << charset;
-    }
-    pvzan_detection_request request{};
-    for (const auto& h : hostile) {
-        request.text = in.begin();
-        request.textPos = h.pos;
-        request.textEnd = h.len;
-        cconvChkEncode(&request); // touches no fence
-    }
-}
+// With directories of their own, each in a process of its own, before this one settles the shipped
+// one.
 
 // Every rule with charsets that make no sense: no sets, sets of no bytes or of too many, tables
 // that map everything to 0.
@@ -284,7 +102,9 @@ TEST(Termination, EveryCombinationEnds) {
                     c = random() % 2 != 0 ? likely[random() % likely.size()]
                                           : static_cast<char>(random());
                 }
-                open(s, from.c_str(), to.c_str(), random_options(random));
+                conversion c{.from = from.c_str(), .to = to.c_str()};
+                choose_options(c, random);
+                open(s, c);
                 s.inBuf = reinterpret_cast<const u8*>(text.data());
                 s.inPos = 0;
                 s.inLen = static_cast<i32>(text.size());
@@ -299,58 +119,141 @@ TEST(Termination, EveryCombinationEnds) {
 
 // Texts of nothing but what costs most.
 TEST(Termination, TheWorstTextsTakeLinearTime) {
-    // The shipped charsets, and one that leaves language tags to their collector.
-    const test::temp_dir directory;
-    for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
-        std::filesystem::create_symlink(entry.path(),
-                                        directory.file(entry.path().filename().string()));
-    }
-    directory.write("letters.txt", test::widen("41 41\r\n42 42\r\n  ", 2, false));
-    test::write_definition(directory,
-                           {"tagged", "constUTF-8", "destUTF-8", {{"letters", 1, "letters.txt"}}});
-    ASSERT_EQ(ZAN_setCharsetPath(directory.path().c_str()), 1U);
-    const std::string tag = "\xF3\xA0\x80\x81", letter = "\xF3\xA0\x81\xA1",
-                      cancel = "\xF3\xA0\x81\xBF";
-    const struct {
-        const char* from;
-        std::string unit, ending;
-    } cases[] = {
-        {"iso-2022-jp", "\x1B(B\x1B$B", "A"},
-        {"iso-2022-jp", "\x1B(BA\x1B$B!!", ""},
-        {"tagged", tag, cancel},
-        {"tagged", tag + letter, cancel},
-        {"tagged", tag, "\xE4\xB8\x80"},
-        {"tagged", tag, ""},
-        {"utf-8", "\xFE\xFF", ""},
-        {"utf-8", "A\xFE", "A"},
-        {"shift_jis", "\x80", ""},
-        {"euc-jp", "\x8F\xA1", ""},
-        {"gb18030", "\xFF", ""},
-        {"utf-8", "か", ""},
-        {"utf-8", "か゚", ""},
+    test::in_child([] {
+        // The shipped charsets, and one that leaves language tags to their collector.
+        const test::temp_dir directory;
+        for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
+            std::filesystem::create_symlink(entry.path(),
+                                            directory.file(entry.path().filename().string()));
+        }
+        directory.write("letters.txt", test::widen("41 41\r\n42 42\r\n  ", 2, false));
+        test::write_definition(
+            directory, {"tagged", "constUTF-8", "destUTF-8", {{"letters", 1, "letters.txt"}}});
+        ASSERT_EQ(ZAN_setCharsetPath(directory.path().c_str()), 1U);
+        const std::string tag = "\xF3\xA0\x80\x81", letter = "\xF3\xA0\x81\xA1",
+                          cancel = "\xF3\xA0\x81\xBF";
+        const struct {
+            const char* from;
+            std::string unit, ending;
+        } cases[] = {
+            {"iso-2022-jp", "\x1B(B\x1B$B", "A"},
+            {"iso-2022-jp", "\x1B(BA\x1B$B!!", ""},
+            {"tagged", tag, cancel},
+            {"tagged", tag + letter, cancel},
+            {"tagged", tag, "\xE4\xB8\x80"},
+            {"tagged", tag, ""},
+            {"utf-8", "\xFE\xFF", ""},
+            {"utf-8", "A\xFE", "A"},
+            {"shift_jis", "\x80", ""},
+            {"euc-jp", "\x8F\xA1", ""},
+            {"gb18030", "\xFF", ""},
+            {"utf-8", "か", ""},
+            {"utf-8", "か゚", ""},
+        };
+        std::string text, output(std::size_t{1} << 22, '\0');
+        session s{};
+        for (const auto& c : cases) {
+            test::expect_linear_time(c.from + c.unit, [&](std::size_t bytes) {
+                text.clear();
+                while (text.size() < bytes) {
+                    text += c.unit;
+                }
+                text += c.ending;
+                return [&] {
+                    open(s, {.from = c.from, .to = "iso-2022-jp", .source = {1, 0, 1}});
+                    s.inBuf = reinterpret_cast<const u8*>(text.data());
+                    s.inPos = 0;
+                    s.inLen = static_cast<i32>(text.size());
+                    convert_on(s, reinterpret_cast<u8*>(output.data()),
+                               static_cast<i32>(output.size()), 5 * text.size());
+                    pvzan_detection_request request{};
+                    request.text = s.inBuf;
+                    request.textEnd = s.inLen;
+                    cconvChkEncode(&request);
+                };
+            });
+        }
+    });
+}
+
+TEST(Bounds, PositionsAreInput) {
+    test::use_shipped_charsets();
+    const test::guarded_buffer in(page), out(page);
+    constexpr i32 length = 200;
+    std::memset(in.data(), 'a', page);
+    const auto at_minus = [](u8* memory, i32 pos) {
+        return reinterpret_cast<u8*>(reinterpret_cast<std::uintptr_t>(memory) -
+                                     static_cast<std::uintptr_t>(static_cast<std::intptr_t>(pos)));
     };
-    std::string text, output(std::size_t{1} << 22, '\0');
+    constexpr struct {
+        i32 pos, len;
+    } hostile[] = {{-1, 10},
+                   {INT_MIN, 10},
+                   {INT_MIN, INT_MAX},
+                   {-1, INT_MAX},
+                   {0, -1},
+                   {0, INT_MIN},
+                   {10, 9},
+                   {INT_MAX, 0},
+                   {INT_MAX, INT_MIN},
+                   {INT_MAX, INT_MAX},
+                   {INT_MIN, INT_MIN},
+                   {0, 0}};
     session s{};
-    for (const auto& c : cases) {
-        test::expect_linear_time(c.from + c.unit, [&](std::size_t bytes) {
-            text.clear();
-            while (text.size() < bytes) {
-                text += c.unit;
+    for (const char* charset : test::all_charsets) {
+        const auto start = [&](u32 status) {
+            open(s, {.from = charset, .to = charset});
+            s.inBuf = in.data();
+            s.inLen = length;
+            s.outBuf = out.data();
+            s.outPos = 0;
+            s.outLen = length;
+            s.inPos = 0;
+            s.status = status;
+        };
+        for (const u32 status : {0U, 1U, 11U, 12U, 13U, 21U, 22U, 23U, 31U, 99U, ~0U}) {
+            for (const auto& h : hostile) {
+                for (const bool null_buffer : {false, true}) {
+                    start(status);
+                    s.inPos = h.pos;
+                    s.inLen = h.len;
+                    s.inBuf = null_buffer ? nullptr : in.data();
+                    cconvConvert(&s);
+                    ASSERT_EQ(s.inPos, h.pos) << charset << status;
+                    // In the other direction not a byte is written.
+                    start(status);
+                    s.outPos = h.pos;
+                    s.outLen = h.len;
+                    s.outBuf = null_buffer ? nullptr : out.data();
+                    std::memset(out.data(), '#', page);
+                    cconvConvert(&s);
+                    cconvTermConvert(&s);
+                    ASSERT_EQ(s.outPos, h.pos) << charset << status;
+                    ASSERT_EQ(std::count(out.data(), out.data() + page, '#'), i64{page});
+                }
             }
-            text += c.ending;
-            return [&] {
-                open(s, c.from, "iso-2022-jp", substituting());
-                s.inBuf = reinterpret_cast<const u8*>(text.data());
-                s.inPos = 0;
-                s.inLen = static_cast<i32>(text.size());
-                convert_on(s, reinterpret_cast<u8*>(output.data()), static_cast<i32>(output.size()),
-                           5 * text.size());
-                pvzan_detection_request request{};
-                request.text = s.inBuf;
-                request.textEnd = s.inLen;
-                cconvChkEncode(&request);
-            };
-        });
+        }
+        // The last bytes that a position can reach are converted like any others.
+        start(0);
+        const u32 plain_status = cconvConvert(&s);
+        const std::string plain(out.data(), out.data() + s.outPos);
+        const i32 read = s.inPos;
+        start(0);
+        constexpr i32 begin = INT_MAX - length;
+        s.inBuf = at_minus(in.data(), begin);
+        s.outBuf = at_minus(out.data(), begin);
+        s.inPos = s.outPos = begin;
+        s.inLen = s.outLen = INT_MAX;
+        EXPECT_EQ(cconvConvert(&s), plain_status) << charset;
+        EXPECT_EQ(s.inPos - begin, read) << charset;
+        EXPECT_EQ(std::string(out.data(), out.data() + (s.outPos - begin)), plain) << charset;
+    }
+    pvzan_detection_request request{};
+    for (const auto& h : hostile) {
+        request.text = in.data();
+        request.textPos = h.pos;
+        request.textEnd = h.len;
+        cconvChkEncode(&request); // touches no fence
     }
 }
 

@@ -1,8 +1,11 @@
 // Why the library does not take a definition, and what is wrong with the files it names: the
 // definition is read once more, by the same means, step by step.
 #include "cconv/convert/lifecycle.h"
+#include "cconv/definition/definition.h"
 #include "cconv/definition/document_search.h"
+#include "cconv/definition/iso2022_read.h"
 #include "cconv/directory/directory.h"
+#include "cconv/registry/further.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
@@ -17,8 +20,9 @@ namespace text {
 
 namespace {
 
+// By which a file is found in the charset directory.
 const char* last_part(const char* path) {
-    const char* const slash = std::strrchr(path, '/');
+    const char* const slash = is_further_path(path) ? nullptr : std::strrchr(path, '/');
     return slash != nullptr ? slash + 1 : path;
 }
 
@@ -119,6 +123,7 @@ private:
             tell(file, "its rule element lacks construle= or destrule=");
         }
         check_sets(file, in);
+        check_iso2022(file, in, rule);
         const charset_group* group = find_group(name);
         if (group == nullptr) {
             if (count_ == 0) {
@@ -127,6 +132,7 @@ private:
             }
             return;
         }
+        check_codes(file, *group);
         for (const bool encodes : {true, false}) {
             if (TheRule(encodes ? group->constRule : group->destRule) == nullptr) {
                 tell(file,
@@ -136,8 +142,74 @@ private:
         }
     }
 
+    void check_iso2022(const char* file, owned_document& in, const std::optional<element>& rule) {
+        char encoder[text_bytes] = "", decoder[text_bytes] = "";
+        if (const auto at = rule ? find_key(in, "construle=", rule->start) : std::nullopt) {
+            xmlGetRule(&in, *at, encoder);
+        }
+        if (const auto at = rule ? find_key(in, "destrule=", rule->start) : std::nullopt) {
+            xmlGetRule(&in, *at, decoder);
+        }
+        if (!goes_by_iso2022(encoder) && !goes_by_iso2022(decoder)) {
+            return;
+        }
+        const char* names[most_members];
+        for (std::size_t i = 0; i < member_count_; ++i) {
+            names[i] = members_[i];
+        }
+        iso2022 codes;
+        complaint wrong;
+        if (!read_iso2022({in.text, static_cast<std::size_t>(in.textBytes) / sizeof(u32)}, 0,
+                          {names, member_count_}, codes, wrong)) {
+            tell(file, "%s", wrong.text);
+        }
+    }
+
+    // Whether each set of the element has characters at the codes that it adds up to.
+    void check_codes(const char* file, const charset_group& group) {
+        if (group.codes == nullptr) {
+            return;
+        }
+        for (const graphic_set& set : group.codes->sets()) {
+            for (const u8 place : set.member_places()) {
+                const auto* member = static_cast<basic_set*>(getArray(group.memberSets, place));
+                loadTableFile(member->decodeTable);
+                const auto& table = *member->decodeTable;
+                u32 code = std::max(table.minKey, set.add);
+                const u32 last = std::min(table.maxKey, set.add + 0xFFFF);
+                while (table_loaded(&table) && code <= last &&
+                       !(set.may_hold(code - set.add) && map_code(&table, code) != 0)) {
+                    ++code;
+                }
+                if (code > last) {
+                    tell(file, "%s has no code of %s", set.name, member->name);
+                }
+            }
+        }
+    }
+
+    // A further one is found by the name of its file, where no definition of the start has that.
+    bool is_out_of_reach(const char* file, const char* name) {
+        char path[text_bytes];
+        if (!further_path(name, path) || std::strcmp(path, file) != 0) {
+            tell(file, "the definition of %s must be called by that name, in lower case", name);
+            return true;
+        }
+        const charset_group* group = find_group(name);
+        for (const charset_group* other : items_of<charset_group>(g_ProcessObject.groups)) {
+            if (other == group) {
+                tell(file, "%s is already defined outside this folder", name);
+                return true;
+            }
+        }
+        return false;
+    }
+
     // By the definitions that come before it: the first of a name or number counts.
     bool is_taken(const char* file, const char* name) {
+        if (is_further_path(file)) {
+            return is_out_of_reach(file, name);
+        }
         char directory[text_bytes];
         getCharsetPath(directory, sizeof directory);
         const file_names definitions(directory, "*.xml");
@@ -210,8 +282,21 @@ private:
         if (!found) {
             return;
         }
-        check_set_name(name, set, *named);
+        if (member_count_ < most_members) {
+            char whole[text_bytes];
+            xmlGetName(&set, named->start, named->end, whole);
+            copy_text(members_[member_count_++], whole);
+        }
+        if (!is_further_path(file)) {
+            check_set_name(name, set, *named);
+        }
         if (body == nullptr) {
+            return;
+        }
+        code_bytes codes{};
+        const counting counted = counted_codes(set, found->start, found->end, codes);
+        if (counted == counting::faulty) {
+            tell(name, "linear= needs a range of bytes, such as 81-FE, for each byte of a code");
             return;
         }
         const auto defined = find_element(set, "defined", found->start);
@@ -219,7 +304,8 @@ private:
         if (table) { // without one its codes are Unicode values
             const auto table_file = referred(file, in, set, *table, "srtable");
             if (table_file != nullptr) {
-                check_table(table_file.get(), in);
+                check_table(table_file.get(), in, counted == counting::sound ? &codes : nullptr);
+                check_set_table(name, set, *named, table_file.get());
             }
         }
     }
@@ -242,6 +328,18 @@ private:
         }
     }
 
+    // All definitions mean the set of a name that was read first.
+    void check_set_table(const char* file, owned_document& set, const element& where,
+                         const char* table) {
+        char name[text_bytes];
+        xmlGetName(&set, where.start, where.end, name);
+        const basic_set* other = definitions_settled() ? registered_set(name) : nullptr;
+        if (other != nullptr && std::strcmp(other->decodeTable->fileName, table) != 0) {
+            tell(file, "there is another set %s, with the table %s", name,
+                 other->decodeTable->fileName);
+        }
+    }
+
     void check_extra_tables(const char* file, owned_document& in, const element& set) {
         i32 at = set.start;
         while (const auto table = find_element(in, "dstable", at)) {
@@ -255,7 +353,9 @@ private:
         }
     }
 
-    void check_table(const char* file, const owned_document& in) {
+    // counted: the bytes of codes that are; null where each pair is a code.
+    void check_table(const char* file, const owned_document& in,
+                     const code_bytes* counted = nullptr) {
         char path[text_bytes], cache[text_bytes];
         const bool named = path_of(file, nullptr, path) && path_of(file, ".cmp", cache);
         const owned_file table = named ? open_regular(path) : owned_file();
@@ -277,8 +377,17 @@ private:
         reader.remaining = file_size(table.get());
         u32 number = 0;
         std::size_t bytes = 0;
-        bool same = true;
+        bool same = true, is_code = false;
+        u64 least = 0;
         while (hex32(&reader, &number) != 0) {
+            is_code = !is_code;
+            if (is_code && counted != nullptr) {
+                if (!counted->has(number) || counted->number_of(number) < least) {
+                    tell(file, "%X is no code that linear= says, or out of order", number);
+                    return;
+                }
+                least = u64{counted->number_of(number)} + 1;
+            }
             same = same && bytes + sizeof number <= cached_size &&
                    std::memcmp(cached.get() + bytes, &number, sizeof number) == 0;
             bytes += sizeof number;
@@ -297,6 +406,9 @@ private:
 
     pvzan_error* errors_;
     size_t most_, stride_, count_ = 0;
+    static constexpr std::size_t most_members = 32;
+    char members_[most_members][64]; // the sets' names
+    std::size_t member_count_ = 0;
 };
 
 } // namespace

@@ -32,6 +32,16 @@ struct place {
     }
 };
 
+// Lines and columns are counted when somebody is told a place. This is what they lag behind by, in
+// the input of one call.
+struct lag {
+    const u8* lines = nullptr; // counted up to here
+    // What was run over last with a line break in it: the column lacks the characters from the line
+    // on. What was designated at its begin.
+    const u8 *from = nullptr, *line = nullptr, *to = nullptr;
+    u32 set = 0;
+};
+
 enum class stage : u8 { fresh, inside, closing, ended };
 
 // Everything that changes from the begin of a text to its end, but for what the session holds.
@@ -53,10 +63,16 @@ struct fault {
     place at;
     character missing{0, 0}, back{0, 0};
     u32 seen = 0;       // bytes of the text that follow, from the fault on
-    u8 bytes[8]{};      // those
+    u8 bytes[16]{};     // those
     u32 needed = 0;     // how many of them decided about it
     u32 set = 0;        // designated before it
     bool waits = false; // for an answer
+};
+
+// What is known to become of a scalar.
+struct known_scalar {
+    u32 letter; // no_character's: nothing
+    character back;
 };
 
 // What stands at the begin of a text.
@@ -94,12 +110,15 @@ struct pvzan_converter {
     const codec_traits *source, *target;
     u32 needed;      // bytes that decide about a code, where sets do in no order of their widths
     u32 longest;     // bytes of the source's codes, where sets tell
-    bool kana_joins; // marks are looked for: the source is Unicode, the target is not
-    u32 substitute;  // 0: not chosen yet
+    u8 lf, cr;       // the source's codes for line breaks, of one unit
+    bool ascii_feed; // both sides have ASCII's line feed
+    bool looks_for_marks; // the source is Unicode, the target is not
+    u8 has_pairs;         // whether the target has a letter and a mark in one code; 0: not asked
+    u32 substitute;       // 0: not chosen yet
     text::standing now;
     text::fault fault;
     u8 bytes_known[256]; // what is known of bytes: see fault.cpp
-    u32 sound[64];       // scalars beyond the fast path that are known to come through
+    text::known_scalar known[64];
 };
 
 namespace text {
@@ -108,13 +127,21 @@ inline bool is_unicode(const pvzan_name& name) {
     return name.kind != PVZAN_KIND_OTHER;
 }
 
+// Whether what a code of the source means rests on sequences before it.
+inline bool has_states(const pvzan_converter& c) {
+    return c.source != nullptr &&
+           (c.source->read == reading::escapes || c.source->read == reading::scanned);
+}
+
 // ---- read.cpp
+// How many bytes a code with that lead is, whether it has a character or not; 1: it is none.
+u32 length_by_lead(const pvzan_converter& c, u32 lead);
 reading_result read(pvzan_converter& c, const view& text);
 // The mark at the begin of a text: its length, or none; waiting where more decides.
 enum class mark_found : u8 { none, waiting, big, little };
 mark_found find_mark(const pvzan_converter& c, const view& text, u32& length);
 // How much of a text that goes on stands for itself, whatever follows.
-std::size_t settled_size(const pvzan_converter& c, const view& text);
+std::size_t settled_size(pvzan_converter& c, const view& text);
 
 // ---- write.cpp
 // Writes the character behind what is pending, if that comes back as itself; back is what it comes
@@ -134,14 +161,19 @@ u32 look_alike_of(u32 letter);
 u32 substitute_of(pvzan_converter& c);
 
 // ---- place.cpp
-// Goes on behind text that was run over, by where its last line begins and how many characters that
-// has, 0 and all of them where there is no line break.
-void pass(place& at, const u8* bytes, std::size_t size, u32 unit, bool big, std::size_t line,
-          u64 characters);
-// The offset behind the last line break; 0 when there is none.
-std::size_t behind_last_break(const u8* bytes, std::size_t size, u32 unit, bool big);
+inline bool tells_lines(const pvzan_converter& c) {
+    return (c.how.flags & PVZAN_OFFSETS_ALONE) == 0;
+}
+// The offset behind the last line break of whole characters; 0 when there is none.
+std::size_t behind_last_break(const pvzan_converter& c, const u8* bytes, std::size_t size);
+// Goes on behind characters that were run over, which began in that set.
+void pass(pvzan_converter& c, lag& behind, std::span<const u8> text, u32 characters, u32 set);
+// Makes up for the lag, up to here.
+void catch_up(pvzan_converter& c, lag& behind, fast::path& path, const u8* here);
 
 // ---- open.cpp
+// Makes a converter of what options it has; false, and an error unless that is null.
+bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* error);
 void begin_text(pvzan_converter& c);
 
 } // namespace text

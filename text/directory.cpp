@@ -33,20 +33,21 @@ const char* trusted_variable(const char* name) {
 #endif
 }
 
-// The directory that the loaded library, or the program it is part of, lies in; links resolved. A
-// variable tells where that is: a function's address may be one of the program's own.
-bool own_directory(char (&path)[PATH_MAX]) {
-    Dl_info info = {};
-    if (::dladdr(&m_charsetpath, &info) == 0 || info.dli_fname == nullptr ||
-        ::realpath(info.dli_fname, path) == nullptr) {
-        return false;
-    }
+bool cut_last_part(char* path) {
     char* const slash = std::strrchr(path, '/');
     if (slash == nullptr) {
         return false;
     }
     *slash = '\0';
     return true;
+}
+
+// The directory that the loaded library, or the program it is part of, lies in; links resolved. A
+// variable tells where that is: a function's address may be one of the program's own.
+bool own_directory(char (&path)[PATH_MAX]) {
+    Dl_info info = {};
+    return ::dladdr(&m_charsetpath, &info) != 0 && info.dli_fname != nullptr &&
+           ::realpath(info.dli_fname, path) != nullptr && cut_last_part(path);
 }
 
 // The first of the usual places that is there.
@@ -61,12 +62,13 @@ bool find_directory(char (&path)[PATH_MAX]) {
         copy_text(path, embedded_directory);
         return true;
     }
-    const bool has_own = own_directory(own);
-    for (const char* const below : {"/pvzan/base2", "/../base2"}) {
+    bool has_own = own_directory(own);
+    for (const char* const below : {"/pvzan/base2", "/base2"}) {
         path[0] = '\0';
         if (has_own && append_text(path, own) && append_text(path, below) && is_directory(path)) {
             return true;
         }
+        has_own = has_own && cut_last_part(own);
     }
     copy_text(path, PVZAN_INSTALLED_CHARSET_DIR);
     return is_directory(path);

@@ -3,6 +3,7 @@
 #include "cconv/engine/step.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/designations.h"
+#include "cconv/rulefunc/iso2022.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
 #include "text/converter.h"
@@ -10,6 +11,7 @@
 #include "text/record.h"
 #include "text/unicode.h"
 
+#include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 
@@ -48,6 +50,9 @@ std::span<const u8> pair_of(const pvzan_converter& c, const u8 (&code)[4]) {
 }
 
 bool begins_nothing(pvzan_converter& c, u8 byte) {
+    if (length_by_lead(c, byte) > 2) {
+        return false;
+    }
     u8& known = c.bytes_known[byte];
     for (u32 second = 0; (known & begin_asked) == 0 && second <= 0xFF; ++second) {
         const u8 code[] = {byte, static_cast<u8>(second), 0x81, '0'};
@@ -90,9 +95,13 @@ blame blame_unicode(const pvzan_converter& c, const fault& f) {
 }
 
 blame blame_code(pvzan_converter& c, const fault& f) {
-    if (c.source != nullptr && c.source->read == reading::escapes) {
-        const bool escape = f.bytes[0] == escape_byte;
-        const bool fits = f.needed == 2 && is_in(f.bytes[1], 0x21, 0x7E);
+    if (has_states(c)) {
+        const iso2022* told = c.work.srcGroup->codes;
+        const bool scans = c.source->read == reading::scanned;
+        const bool escape =
+            told != nullptr ? told->opens_sequence(f.bytes[0]) : f.bytes[0] == escape_byte;
+        const bool fits =
+            scans ? f.needed == f.length : f.needed == 2 && is_in(f.bytes[1], 0x21, 0x7E);
         return {escape          ? u32{PVZAN_REASON_ESCAPE}
                 : f.needed == 1 ? u32{PVZAN_REASON_BEGINS_NOTHING}
                 : fits          ? u32{PVZAN_REASON_NO_CHARACTER}
@@ -100,7 +109,8 @@ blame blame_code(pvzan_converter& c, const fault& f) {
                 f.needed};
     }
     if (f.needed < 2) {
-        return {PVZAN_REASON_BEGINS_NOTHING, 1};
+        return {c.longest == 1 ? u32{PVZAN_REASON_NO_CHARACTER} : u32{PVZAN_REASON_BEGINS_NOTHING},
+                1};
     }
     if (f.needed == 2) {
         if (begins_nothing(c, f.bytes[0])) {
@@ -119,69 +129,44 @@ blame blame_code(pvzan_converter& c, const fault& f) {
 
 // ---- A charset that has it ---------------------------------------------------------------------
 
-const char* relative_of(const char* charset) {
-    constexpr struct {
-        const char *charset, *relative;
-    } relatives[] = {{"shift_jis", "windows31j"},
-                     {"chinesegbk", "gb18030"},
-                     {"euc-jp", "euc-jis-2004"},
-                     {"iso-2022-jp", "iso-2022-jp-2004"},
-                     {"windows31j", "shift_jis-2004"}};
-    for (const auto& row : relatives) {
-        if (std::strcmp(row.charset, charset) == 0) {
-            return row.relative;
-        }
+// Whether bytes that c lacks are something to the other; in text with designations, behind the one
+// for two bytes where c was there.
+bool reads_them(pvzan_converter& other, const pvzan_converter& c, const fault& f) {
+    u8 bytes[to_jisx0208.length + sizeof f.bytes];
+    std::size_t size = 0;
+    if (has_states(other) && has_states(c) && f.bytes[0] != escape_byte && f.length > 1) {
+        size = to_jisx0208.length;
+        std::ranges::copy(to_jisx0208.sequence(), bytes);
     }
-    return "";
+    std::copy_n(f.bytes, f.seen, bytes + size);
+    for (view text{bytes, size + f.seen, true, true}; text.size > 0;) {
+        const reading_result next = read(other, text);
+        if (next.kind != reading_result::silent) {
+            return next.kind == reading_result::whole && next.bytes == text.size;
+        }
+        other.work.srcShiftSet = next.c.letter;
+        text = text.behind(next.bytes);
+    }
+    return true;
 }
 
-bool relative_reads(pvzan_converter& c, charset_group* relative, const fault& f) {
-    session& s = c.work;
-    charset_group* const group = s.srcGroup;
-    rule_row* const rule = s.srcRule;
-    const u32 number = s.srcGroupNo;
-    s.srcGroup = relative;
-    s.srcGroupNo = relative->groupNo;
-    s.srcRule = TheRule(relative->destRule);
-    const bool reads =
-        s.srcRule != nullptr && may_be_character(s, {f.bytes, f.seen}) && s.status == PVZAN_DECODED;
-    s.srcGroup = group;
-    s.srcGroupNo = number;
-    s.srcRule = rule;
-    return reads;
-}
-
-bool relative_writes(pvzan_converter& c, charset_group* relative, const fault& f) {
-    session& s = c.work;
-    charset_group* const group = s.dstGroup;
-    rule_row* const rule = s.dstRule;
-    const u32 number = s.dstGroupNo;
-    s.dstGroup = relative;
-    s.dstGroupNo = relative->groupNo;
-    s.dstRule = TheRule(relative->constRule);
-    const bool writes = s.dstRule != nullptr && can_write(c, f.missing);
-    s.dstGroup = group;
-    s.dstGroupNo = number;
-    s.dstRule = rule;
-    std::memset(c.sound, 0, sizeof c.sound);
-    return writes;
-}
-
-void tell_relative(pvzan_converter& c, const fault& f, pvzan_fault& told) {
-    const bool reading = f.kind == PVZAN_FAULT_INVALID;
-    const char* const name = relative_of(reading ? c.from.charset : c.to.charset);
-    charset_group* const relative = name[0] != '\0' ? find_group(name) : nullptr;
-    if (relative == nullptr || (!reading && f.kind != PVZAN_FAULT_MISSING)) {
+// The first relative that has what the charset lacks is asked in a conversion of its own.
+void tell_relative(const pvzan_converter& c, const fault& f, pvzan_fault& told) {
+    // A control code of the upper half is where a relative has a character.
+    const bool control = is_in(f.missing.letter, 0x80, 0x9F) && !is_unicode(c.from);
+    const bool reads = f.kind == PVZAN_FAULT_INVALID || (f.kind == PVZAN_FAULT_MISSING && control);
+    if (!reads && f.kind != PVZAN_FAULT_MISSING) {
         return;
     }
-    for (basic_set* set : member_sets(relative)) {
-        if (set->setType != PVZAN_SET_USER_DEFINED) {
-            loadTableFile(set->decodeTable);
-            loadTableFile(set->encodeTable);
+    char name[64];
+    for (std::size_t i = 0; relative_of(reads ? c.from.charset : c.to.charset, i, name); ++i) {
+        pvzan_converter other;
+        other.how = {};
+        if (prepare(other, reads ? name : "utf-8", reads ? "utf-8" : name, nullptr) &&
+            (reads ? reads_them(other, c, f) : can_write(other, f.missing))) {
+            copy_text(told.relative, (reads ? other.from : other.to).shown);
+            return;
         }
-    }
-    if (reading ? relative_reads(c, relative, f) : relative_writes(c, relative, f)) {
-        shown_name(name, told.relative);
     }
 }
 
@@ -244,7 +229,7 @@ void say(const pvzan_converter& c, pvzan_fault& f) {
         w.add_bytes(f.bytes, f.blamed).add(" at the end of the text");
         break;
     case PVZAN_FAULT_LEFT_OPEN:
-        w.add("the text ends without the way back to ASCII that %s asks for", c.from.shown);
+        w.add("the text does not return to ASCII at its end, as %s requires", c.from.shown);
         break;
     case PVZAN_FAULT_MISSING:
         w.add_character(f.scalars, f.scalars_count).add(" has no code in %s", c.to.shown);
@@ -310,7 +295,9 @@ void explain(pvzan_converter& c, const fault& f, pvzan_fault& told) {
 
 using namespace text;
 
-extern "C" int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* given) {
+extern "C" {
+
+int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* given) {
     if (converter == nullptr || !is_record(given) || converter->fault.kind == 0) {
         return 0;
     }
@@ -326,3 +313,24 @@ extern "C" int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_faul
     fill_record(*given, told);
     return 1;
 }
+
+size_t pvzan_explain(const pvzan_converter* converter, char* text, size_t room) {
+    pvzan_fault f = {};
+    f.size = sizeof f;
+    if (pvzan_last_fault(converter, &f) == 0) {
+        return 0;
+    }
+    char whole[sizeof f.why + 64];
+    const int size =
+        tells_lines(*converter)
+            ? std::snprintf(whole, sizeof whole, "%" PRIu64 ":%" PRIu64 ": %s", f.line, f.column,
+                            f.why)
+            : std::snprintf(whole, sizeof whole, "byte %" PRIu64 ": %s", f.offset, f.why);
+    const auto length = static_cast<size_t>(size);
+    if (text != nullptr && length < room) {
+        std::memcpy(text, whole, length + 1);
+    }
+    return length;
+}
+
+} // extern "C"

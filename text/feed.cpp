@@ -17,18 +17,14 @@ struct cursor {
     u8* out;
     std::size_t room;
     bool last, flush;
-    // What stands for itself up to there, and where the last line of that begins; null: unknown.
-    const u8 *settled = nullptr, *last_line = nullptr;
+    const u8* settled = nullptr; // what stands for itself up to there; null: unknown
+    lag behind{in};
 };
 
 constexpr std::size_t most_at_once = 1U << 30;
 
 bool leaves_input(const pvzan_converter& c) {
     return (c.how.flags & PVZAN_LEAVE_INPUT) != 0;
-}
-
-bool tells_lines(const pvzan_converter& c) {
-    return (c.how.flags & PVZAN_OFFSETS_ALONE) == 0;
 }
 
 bool counts_private_use(const pvzan_converter& c) {
@@ -56,22 +52,6 @@ bool drain(pvzan_converter& c, cursor& at) {
 
 // ---- Whole stretches ---------------------------------------------------------------------------
 
-u64 count_sequences(const pvzan_converter& c, const u8* p, std::size_t size, bool big) {
-    u64 others = 0;
-    if (c.from.kind == PVZAN_KIND_UTF_8) {
-        for (std::size_t i = 0; i < size; ++i) {
-            others += (p[i] & 0xC0) == 0x80 ? 1U : 0U;
-        }
-        return size - others;
-    }
-    if (c.from.kind == PVZAN_KIND_UTF_16) {
-        for (std::size_t i = big ? 0 : 1; i < size; i += 2) {
-            others += (p[i] & 0xFC) == 0xDC ? 1U : 0U;
-        }
-    }
-    return size / c.from.unit - others;
-}
-
 u64 count_private(const u8* p, std::size_t size, u32 kind, bool big) {
     constexpr u8 first_lead = 0xEE; // in UTF-8
     u64 count = 0;
@@ -87,59 +67,16 @@ u64 count_private(const u8* p, std::size_t size, u32 kind, bool big) {
     return count;
 }
 
-// The characters of sound text behind its last line break, one by one; in text with designations
-// it begins in that set.
-u64 count_codes(pvzan_converter& c, const u8* p, std::size_t size, u32 set) {
-    u64 count = 0;
-    const u32 behind = std::exchange(c.work.srcShiftSet, set);
-    for (view text{p, size, true, true}; text.size > 0;) {
-        const reading_result next = read(c, text);
-        if (next.kind == reading_result::silent) {
-            c.work.srcShiftSet = next.c.letter;
-        } else if (next.c.letter == '\r' || next.c.letter == '\n') {
-            count = 0;
-        } else {
-            ++count;
-        }
-        text = text.behind(std::max(next.bytes, 1U));
-    }
-    c.work.srcShiftSet = behind;
-    return count;
-}
-
-constexpr std::size_t most_at_step = 64; // of input, and more than any character takes
-
-// Runs over input up to an end; how far it came.
-std::size_t run_to(pvzan_converter& c, fast::path& path, std::size_t end) {
-    c.work.inLen = static_cast<i32>(end);
-    c.work.status = PVZAN_WRITTEN;
-    path.run(&c.work);
-    return static_cast<std::size_t>(c.work.inPos);
-}
-
-// How far the last line of what was run over has come, in characters.
-u64 count_column(pvzan_converter& c, const cursor& at, std::size_t done, std::size_t line,
-                 u32 set) {
-    if (is_unicode(c.from)) {
-        return count_sequences(c, at.in + line, done - line, c.now.big_source);
-    }
-    const bool escapes = c.source != nullptr && c.source->read == reading::escapes;
-    return escapes ? count_codes(c, at.in, done, set)
-                   : count_codes(c, at.in + line, done - line, set);
-}
-
-// Finds out how far the input stands for itself, and where its last line begins: a stop there tells
-// the column by the characters behind it.
-void look_ahead(const pvzan_converter& c, cursor& at) {
-    // What is sure to fill the room need not be looked at again by the next call.
-    constexpr std::size_t most_shrinking = 4;
-    const std::size_t fills = std::min(at.room, most_at_once) * most_shrinking + most_at_step;
-    const std::size_t limit = std::min({at.left, most_at_once, fills});
+// Finds out how far the input stands for itself. With states, a run ends at the begin of a line,
+// from where on characters can be counted.
+void look_ahead(pvzan_converter& c, cursor& at) {
+    constexpr std::size_t most_with_states = 1U << 15;
+    const std::size_t most = has_states(c) ? most_with_states : most_at_once;
+    const std::size_t limit = std::min(at.left, most);
     const std::size_t size = settled_size(c, {at.in, limit, at.last && limit == at.left, at.flush});
-    at.settled = at.in + size;
-    at.last_line = at.in + (is_unicode(c.from) || size == 0 || !tells_lines(c)
-                                ? 0
-                                : behind_last_break(at.in, size, c.from.unit, c.now.big_source));
+    const std::size_t line =
+        has_states(c) && tells_lines(c) ? behind_last_break(c, at.in, size) : 0;
+    at.settled = at.in + (line > 0 ? line : size);
 }
 
 // Converts as much as comes through unharmed at full speed.
@@ -155,38 +92,26 @@ void run_over(pvzan_converter& c, fast::path& path, cursor& at) {
     s.inBuf = at.in;
     s.inPos = 0;
     s.inCount = 0;
+    s.inLen = static_cast<i32>(size);
     s.outBuf = at.out;
     s.outPos = 0;
     s.outLen = static_cast<i32>(std::min(at.room, most_at_once));
     s.target.convertNewline = c.how.breaks != PVZAN_BREAKS_AS_FOUND ? 1 : 0;
     s.srcCode = c.now.behind_break ? u32{'\r'} : 0;
+    s.status = PVZAN_WRITTEN;
     const u32 set = s.srcShiftSet;
-    const std::size_t split =
-        at.last_line > at.in ? static_cast<std::size_t>(at.last_line - at.in) : 0;
-    std::size_t done = split > 0 ? run_to(c, path, split) : 0;
-    const u32 before_split = s.inCount;
-    if (done == split) {
-        done = run_to(c, path, size);
-    }
+    path.run(&s);
+    const auto done = static_cast<std::size_t>(s.inPos);
     if (done == 0) {
         return;
     }
     c.now.behind_break = c.how.breaks != PVZAN_BREAKS_AS_FOUND && s.srcCode == '\r';
     const u32 characters = s.inCount;
     const auto written = static_cast<std::size_t>(s.outPos);
-    const bool big = c.now.big_source;
-    if (tells_lines(c)) {
-        const std::size_t line = behind_last_break(at.in, done, c.from.unit, big);
-        const u64 column = line == 0                    ? characters
-                           : split > 0 && done >= split ? characters - before_split
-                                                        : count_column(c, at, done, line, set);
-        pass(c.now.at, at.in, done, c.from.unit, big, line, column);
-    } else {
-        c.now.at.offset += done;
-    }
+    pass(c, at.behind, {at.in, done}, characters, set);
     c.now.characters += characters;
     if (counts_private_use(c) && is_unicode(c.from)) {
-        c.now.private_use += count_private(at.in, done, c.from.kind, big);
+        c.now.private_use += count_private(at.in, done, c.from.kind, c.now.big_source);
     } else if (counts_private_use(c) && is_unicode(c.to)) {
         c.now.private_use +=
             count_private(at.out, written, c.to.kind, c.to.order != PVZAN_ORDER_LITTLE);
@@ -204,19 +129,37 @@ enum class stepped : u8 { took, waits, faulty };
 
 void note_fault(pvzan_converter& c, const view& text, u32 kind, u32 length, u32 needed) {
     fault& f = c.fault;
-    f = {.kind = kind, .length = length, .at = c.now.at};
+    f = {};
+    f.kind = kind;
+    f.length = length;
     f.needed = static_cast<u32>(std::min<std::size_t>(needed, sizeof f.bytes));
     f.seen = static_cast<u32>(std::min<std::size_t>(std::max(length, f.needed), sizeof f.bytes));
     std::copy_n(text.bytes, f.seen, f.bytes);
     f.set = c.work.srcShiftSet;
 }
 
-void advance(pvzan_converter& c, const reading_result& read) {
+constexpr bool is_break(u32 letter) {
+    return letter == '\r' || letter == '\n';
+}
+
+// Goes on behind a character, a fault or a designation. Its bytes may be counted later, or not.
+void advance(pvzan_converter& c, const reading_result& read, bool counted_later) {
     const u32 marks = read.marks + (is_unicode(c.from) && read.c.mark != 0 ? 1 : 0);
     c.now.at.offset += read.bytes;
+    if (read.kind == reading_result::silent) {
+        c.now.at.behind_cr = c.now.at.behind_cr && counted_later;
+        return;
+    }
     if (tells_lines(c)) {
-        c.now.at.step(read.c.letter);
+        if (counted_later) {
+            ++c.now.at.column;
+        } else {
+            c.now.at.step(read.c.letter);
+        }
         c.now.at.column += marks;
+    }
+    if (read.kind == reading_result::faulty) {
+        return;
     }
     c.now.characters += 1 + marks;
     c.now.composed += read.marks > 0 ? 1 : 0;
@@ -227,8 +170,7 @@ void advance(pvzan_converter& c, const reading_result& read) {
 
 // Whether the source has the character in another code, which is the one it is written in.
 bool has_other_code(pvzan_converter& c, const view& text, const reading_result& read) {
-    if ((c.how.flags & PVZAN_READ_BACK) == 0 || is_unicode(c.from) ||
-        (c.source != nullptr && c.source->read == reading::escapes)) {
+    if ((c.how.flags & PVZAN_READ_BACK) == 0 || is_unicode(c.from) || has_states(c)) {
         return false;
     }
     u8 code[16];
@@ -241,7 +183,6 @@ stepped convert_character(pvzan_converter& c, const view& text, const reading_re
     const written result =
         has_other_code(c, text, read) ? written::other : write_as_asked(c, read.c, back);
     if (result == written::done) {
-        advance(c, read);
         return stepped::took;
     }
     const bool other = result == written::other;
@@ -249,54 +190,48 @@ stepped convert_character(pvzan_converter& c, const view& text, const reading_re
                read.bytes);
     c.fault.missing = read.c;
     c.fault.back = other ? back : character{0, 0};
-    advance(c, read);
     return stepped::faulty;
 }
 
 // The begin of a text, where a mark may stand.
-bool begin(pvzan_converter& c, const view& text, u32& used) {
-    const mark_found found = find_mark(c, text, used);
+reading_result begin(pvzan_converter& c, const view& text) {
+    reading_result mark{.kind = reading_result::silent, .bytes = 0};
+    const mark_found found = find_mark(c, text, mark.bytes);
     if (found == mark_found::waiting) {
-        return false;
+        return {.kind = reading_result::waiting, .bytes = 0};
     }
     if (found != mark_found::none) {
         c.now.big_source = found == mark_found::big;
         c.work.source.srcBigEndian = c.now.big_source ? 1 : 0;
-        c.now.at.offset += used;
         c.now.mark_due = c.now.mark_due || (c.how.mark == PVZAN_MARK_KEEP && is_unicode(c.to));
     }
     c.now.now = stage::inside;
-    return true;
+    return mark;
 }
 
-// Takes one character from the begin of a text; used: its bytes, or those of whole letters that
-// wait.
-stepped step(pvzan_converter& c, const view& text, u32& used) {
-    used = 0;
+// Converts what a text begins with, which is told.
+stepped step(pvzan_converter& c, const view& text, reading_result& next) {
     if (c.now.now == stage::fresh) {
-        return begin(c, text, used) ? stepped::took : stepped::waits;
+        next = begin(c, text);
+        return next.kind == reading_result::silent ? stepped::took : stepped::waits;
     }
     if (std::exchange(c.now.mark_due, false)) {
         character back{0, 0};
+        next = {.kind = reading_result::silent, .bytes = 0};
         write(c, {0xFEFF, 0}, back);
         return stepped::took;
     }
-    const reading_result next = read(c, text);
-    used = next.bytes;
+    next = read(c, text);
     switch (next.kind) {
     case reading_result::whole: return convert_character(c, text, next);
     case reading_result::silent:
         c.work.srcShiftSet = next.c.letter;
         c.now.plane2 = next.c.mark != 0;
-        c.now.at.offset += next.bytes;
         return stepped::took;
-    case reading_result::waiting: used = next.letters; return stepped::waits;
+    case reading_result::waiting: return stepped::waits;
     case reading_result::faulty: break;
     }
     note_fault(c, text, next.fault_kind, next.bytes, next.needed);
-    c.now.at.offset += next.bytes;
-    c.now.at.column += tells_lines(c) ? 1U : 0U;
-    c.now.at.behind_cr = false;
     return stepped::faulty;
 }
 
@@ -330,8 +265,15 @@ bool answer_inside(pvzan_converter& c) {
     return true;
 }
 
+// Whether its bytes would be counted as line breaks later.
+bool looks_like_break(const pvzan_converter& c, const view& text, const reading_result& next) {
+    return c.from.unit == 1 &&
+           std::any_of(text.bytes, text.bytes + std::min<std::size_t>(next.bytes, text.size),
+                       [&](u8 byte) { return byte == c.lf || byte == c.cr; });
+}
+
 // Takes the next character, from held bytes and input; sets stuck where more decides.
-pvzan_outcome take_character(pvzan_converter& c, cursor& at, bool& stuck) {
+pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, bool& stuck) {
     u8 joined[most_held];
     const u32 held = c.now.held_size;
     view text{at.in, at.left, at.last, at.flush};
@@ -346,19 +288,33 @@ pvzan_outcome take_character(pvzan_converter& c, cursor& at, bool& stuck) {
     if (leaves_input(c)) {
         before.emplace(c);
     }
-    u32 used = 0;
-    const stepped result = step(c, text, used);
+    reading_result next;
+    const stepped result = step(c, text, next);
     const bool told = result == stepped::faulty && !answer_inside(c);
     if (before && pending(c) > at.room) {
         before->put_back(c);
         return PVZAN_FEED_MORE_ROOM;
     }
+    u32 used = next.bytes;
+    // A sequence may end with a line break that is no character.
+    const bool silent = next.kind == reading_result::silent;
+    const bool breaks = silent && next.bytes > 0 && text.bytes[next.bytes - 1] == '\n';
+    const bool counted = held > 0 || breaks || (!silent && is_break(next.c.letter)) ||
+                         looks_like_break(c, text, next);
     if (result == stepped::waits) {
         stuck = true;
-        used = before ? used : static_cast<u32>(text.size);
+        used = before ? next.letters : static_cast<u32>(text.size);
         std::copy_n(text.bytes, used, c.now.held);
         c.now.held_size = used;
     } else {
+        if (counted || told) {
+            catch_up(c, at.behind, path, at.in);
+            c.fault.at = c.now.at;
+        }
+        advance(c, next, !counted);
+        if (breaks && tells_lines(c)) {
+            c.now.at.step('\n');
+        }
         used = before && told ? 0 : used;
         c.now.held_size = held - std::min(held, used);
         std::copy_n(joined + (held - c.now.held_size), c.now.held_size, c.now.held);
@@ -366,25 +322,31 @@ pvzan_outcome take_character(pvzan_converter& c, cursor& at, bool& stuck) {
     const u32 from_input = used > held ? used - held : 0;
     at.in += from_input;
     at.left -= from_input;
+    at.behind.lines = counted ? at.in : at.behind.lines;
     return told ? PVZAN_FEED_FAULT : PVZAN_FEED_DONE;
 }
 
 bool is_left_open(const pvzan_converter& c) {
-    if (c.source == nullptr || c.source->read != reading::escapes) {
+    if (!has_states(c)) {
         return false;
+    }
+    if (c.source->read == reading::scanned) {
+        return !c.source->may_end(c.work.srcGroup, c.work.srcShiftSet);
     }
     const basic_set* set = designated_set(c.work.srcGroup, c.work.srcShiftSet);
     return set != nullptr && is_double_byte_width(set->byteNum);
 }
 
 // All input is used up.
-pvzan_outcome end(pvzan_converter& c, cursor& at) {
+pvzan_outcome end(pvzan_converter& c, fast::path& path, cursor& at) {
     if (!at.last && !at.flush) {
         return PVZAN_FEED_MORE_INPUT;
     }
     if (at.last && is_left_open(c) && !std::exchange(c.now.told_open, true)) {
         note_fault(c, {c.fault.bytes, 0, true, true}, PVZAN_FAULT_LEFT_OPEN, 0, 0);
         if (!answer_inside(c)) {
+            catch_up(c, at.behind, path, at.in);
+            c.fault.at = c.now.at;
             return PVZAN_FEED_FAULT;
         }
     }
@@ -401,24 +363,23 @@ pvzan_outcome end(pvzan_converter& c, cursor& at) {
     return PVZAN_FEED_DONE;
 }
 
-pvzan_outcome feed(pvzan_converter& c, cursor& at) {
-    fast::path path(false, (c.how.flags & PVZAN_READ_BACK) != 0 ? fast::strictness::codes
-                                                                : fast::strictness::characters);
+pvzan_outcome feed(pvzan_converter& c, fast::path& path, cursor& at) {
+    const bool runs = c.how.breaks == PVZAN_BREAKS_AS_FOUND || c.ascii_feed;
     for (bool stuck = false;;) {
         if (!drain(c, at)) {
             return PVZAN_FEED_MORE_ROOM;
         }
         if (stuck || (at.left == 0 && c.now.held_size == 0)) {
-            return at.left > 0 ? PVZAN_FEED_MORE_INPUT : end(c, at);
+            return at.left > 0 ? PVZAN_FEED_MORE_INPUT : end(c, path, at);
         }
         if (c.now.now == stage::inside && !c.now.mark_due && !c.now.plane2 &&
-            c.now.held_size == 0) {
+            c.now.held_size == 0 && runs) {
             run_over(c, path, at);
             if (at.left == 0) {
                 continue;
             }
         }
-        const pvzan_outcome taken = take_character(c, at, stuck);
+        const pvzan_outcome taken = take_character(c, path, at, stuck);
         if (taken != PVZAN_FEED_DONE) {
             return taken;
         }
@@ -450,7 +411,13 @@ pvzan_outcome pvzan_feed(pvzan_converter* converter, const uint8_t** in, size_t*
     }
     converter->fault.kind = 0;
     cursor at{*in, *left, *out, *room, how == PVZAN_LAST, how == PVZAN_FLUSH};
-    const pvzan_outcome said = feed(*converter, at);
+    fast::path path(false, (converter->how.flags & PVZAN_READ_BACK) != 0
+                               ? fast::strictness::codes
+                               : fast::strictness::characters);
+    const pvzan_outcome said = feed(*converter, path, at);
+    if (converter->now.now != stage::ended) {
+        catch_up(*converter, at.behind, path, at.in);
+    }
     *in = at.in;
     *left = at.left;
     *out = at.out;

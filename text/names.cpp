@@ -1,10 +1,9 @@
-// The list of names. Each row is a charset in one form, with the names that mean it: those of the
-// IANA registry and the WHATWG's labels, of iconv, ICU, nkf, Python, Java, and the numbers of code
-// pages. A name means what the standard behind it defines. Where that charset is none of ours but
-// another holds all of it, the name means that one, and is not exact; what may mean two is refused.
+// What names mean: the list in names.tsv, which says what its columns are, and then the charset
+// directory.
 #include "text/names.h"
 
 #include "cconv/convert/lifecycle.h"
+#include "cconv/registry/further.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/rulefunc/traits.h"
@@ -19,118 +18,87 @@ namespace text {
 
 namespace {
 
+void copy(std::string_view from, char (&to)[64]) {
+    const std::size_t size = std::min(from.size(), sizeof to - 1);
+    std::copy_n(from.data(), size, to);
+    to[size] = '\0';
+}
+
+// Whether the directory has it, without a look at the definition of a further one.
+bool is_defined(std::string_view charset) {
+    char name[64];
+    copy(charset, name);
+    return settle_directory(nullptr) &&
+           (std::ranges::binary_search(further_names(), charset, {},
+                                       [](const char* known) { return std::string_view(known); }) ||
+            registered_group(name) != nullptr);
+}
+
+constexpr std::string_view list =
+#include "names_list.inc"
+    ;
+
+// A part of the list: numbers, which a loader need not relocate.
+class part {
+public:
+    constexpr part() = default;
+    constexpr explicit part(std::string_view text)
+        : at_(static_cast<u16>(text.data() - list.data())), size_(static_cast<u16>(text.size())) {}
+    constexpr operator std::string_view() const { return {list.data() + at_, size_}; }
+
+private:
+    u16 at_ = 0, size_ = 0;
+};
+static_assert(list.size() < 1U << 16U);
+
+// A line of the list; or names that mean no one charset, where charset is empty.
 struct row {
-    const char *charset, *shown;
-    const char* names; // shown is one, too; parted by blanks
-    u8 kind = PVZAN_KIND_OTHER;
-    u8 order = PVZAN_ORDER_BY_NAME;
-    u8 mark = 0;
-    bool exact = true;
+    part shown, charset, form, group, relatives, names, labels;
+
+    [[nodiscard]] constexpr std::string_view id() const { return charset; }
+    [[nodiscard]] constexpr bool has(std::string_view word) const {
+        return std::string_view(form).find(word) != std::string_view::npos;
+    }
 };
 
-constexpr u8 big = PVZAN_ORDER_BIG, little = PVZAN_ORDER_LITTLE;
+// What stands before a separator, which is taken off with it.
+constexpr std::string_view take(std::string_view& text, char separator) {
+    const std::size_t size = std::min(text.find(separator), text.size());
+    const std::string_view taken(text.data(), size);
+    text.remove_prefix(std::min(size + 1, text.size()));
+    return taken;
+}
 
-// Those that people name most come first; of one charset, the one whose name messages use.
-constexpr std::array rows = {
-    row{"utf-8", "UTF-8",
-        "65001 cp65001 windows-65001 csUTF8 u8 utf utf-8n utf-8-strict unicode-1-1-utf-8 "
-        "unicode-2-0-utf-8 iso-ir-193 iso-10646/utf-8 cp1208 ibm-1208 utf8-ucs2 utf8-ucs4 "
-        "x-unicode20utf8 x-utf_8j",
-        PVZAN_KIND_UTF_8},
-    row{"utf-8", "UTF-8-SIG", "utf-8-bom", PVZAN_KIND_UTF_8, PVZAN_ORDER_BY_NAME, 2},
-    row{"utf-16", "UTF-16", "csUTF16 u16 ibm-1204", PVZAN_KIND_UTF_16, big, 1},
-    row{"utf-16", "UTF-16BE",
-        "1201 cp1201 windows-1201 csUTF16BE x-utf-16be utf16_bigendian utf16_oppositeendian "
-        "unicodebigunmarked unicodefffe ibm-1200",
-        PVZAN_KIND_UTF_16, big},
-    row{"utf-16", "UTF-16LE",
-        "1200 windows-1200 csUTF16LE x-utf-16le utf16_littleendian utf16_platformendian "
-        "unicodelittleunmarked unicodefeff ibm-1202",
-        PVZAN_KIND_UTF_16, little},
-    row{"utf-16", "UTF-16BE-BOM", "", PVZAN_KIND_UTF_16, big, 2},
-    row{"utf-16", "UTF-16LE-BOM", "x-utf-16le-bom", PVZAN_KIND_UTF_16, little, 2},
-    row{"shift_jis", "Shift_JIS", "sjis x-sjis csShiftJIS s-jis"},
-    row{"windows31j", "Windows-31J",
-        "cp932 ms932 932 windows-932 sjis-win csWindows31J x-ms-cp932 sjis-ms sjis-open "
-        "ibm-943_p15a-2003"},
-    row{"windows31j", "Windows-31J", "ms-kanji pck", PVZAN_KIND_OTHER, 0, 0, false},
-    row{"euc-jp", "EUC-JP",
-        "ujis x-euc-jp euc eucjis u-jis 20932 cp20932 windows-20932 euc-jp-2007 "
-        "csEUCPkdFmtJapanese extended_unix_code_packed_format_for_japanese"},
-    row{"euc-jp-fix", "EUC-JP-FIX",
-        "csEUCFixWidJapanese extended_unix_code_fixed_width_for_japanese"},
-    row{"iso-2022-jp", "ISO-2022-JP", "jis csISO2022JP"},
-    row{"shift_jis-2004", "Shift_JIS-2004",
-        "sjis-2004 shift_jisx0213 s-jis-2004 s-jisx0213 shift_jis:2004 shift_jis_0213:2004 "
-        "sjisx0213 sjis-0213 sjis:2004 sjis_0213:2004 x-sjis_0213"},
-    row{"euc-jis-2004", "EUC-JIS-2004", "euc-jisx0213 euc-jp-2004 jisx0213"},
-    row{"iso-2022-jp-2004", "ISO-2022-JP-2004", ""},
-    row{"iso-646irv", "ASCII",
-        "us-ascii us iso-646irv 646 iso646-us ascii7 csASCII 20127 cp20127 windows-20127 cp367 "
-        "ibm-367 iso-ir-6 ansi_x3.4-1968 ansi_x3.4-1986 ansi-x3-4-1968 iso_646.irv:1991 "
-        "iso_646.irv:1983 iso-646.irv-1991"},
-    row{"iso-8859-1", "ISO-8859-1",
-        "latin1 l1 latin iso8859 8859 8859_1 819 cp819 ibm-819 28591 cp28591 windows-28591 "
-        "csISOLatin1 iso-ir-100 iso_8859-1:1987 iso-8859-1-1987"},
-    row{"chinesegbk", "GBK",
-        "chinesegbk cp936 ms936 936 windows-936 windows-936-2000 csGBK gb13000 x-mswin-936"},
-    row{"chinesegbk", "GBK",
-        "gb2312 euc-cn x-euc-cn gb2312-1980 gb2312-80 csGB2312 csISO58GB231280 chinese iso-ir-58 "
-        "cn-gb eucgb2312-cn hp15cn 20936 51936 cp20936 cp51936 windows-20936 windows-51936 1383 "
-        "cp1383 ibm-1383",
-        PVZAN_KIND_OTHER, 0, 0, false},
-    row{"gb18030", "GB18030",
-        "csGB18030 54936 cp54936 windows-54936 gb18030-2000 gb18030-2022 ibm-1392"},
-    row{"chinesebig5", "Big5",
-        "chinesebig5 cp950 ms950 950 windows-950 windows-950-2000 csBig5 big-five big5-tw cn-big5 "
-        "x-big5 x-x-big5 ibm-950"},
-    row{"koreanksc", "EUC-KR",
-        "euc-kr x-euc-kr csEUCKR ks_c_5601-1987 ks_c_5601-1989 ksc5601 csKSC56011987 iso-ir-149 "
-        "korean ks-x-1001 20949 51949 cp20949 cp51949 windows-20949 windows-51949 970 cp970 "
-        "ibm-970 5601",
-        PVZAN_KIND_OTHER, 0, 0, false},
-    row{"koreanksc", "Windows-949",
-        "koreanksc uhc cp949 ms949 949 windows-949-2000 mscp949 x-ksc5601 x-windows-949"},
-    row{"oasys-win", "OASYS-WIN", ""},
-    row{"oasys-online", "OASYS-ONLINE", ""},
-    row{"iso-10646-ucs-2", "UCS-2", "iso-10646-ucs-2 csUnicode iso-10646/ucs2", PVZAN_KIND_UCS_2,
-        big, 1},
-    row{"iso-10646-ucs-2", "UCS-2BE", "iso-10646-ucs-2be byte2be csUnicode11 unicode-1-1",
-        PVZAN_KIND_UCS_2, big},
-    row{"iso-10646-ucs-2", "UCS-2LE", "iso-10646-ucs-2le byte2le", PVZAN_KIND_UCS_2, little},
-    row{"iso-10646-ucs-4", "UCS-4", "iso-10646-ucs-4 csUCS4", PVZAN_KIND_UCS_4, big, 1},
-    row{"iso-10646-ucs-4", "UCS-4BE",
-        "iso-10646-ucs-4be byte4be 10646-1:1993 10646-1:1993/ucs4 iso-10646/ucs4", PVZAN_KIND_UCS_4,
-        big},
-    row{"iso-10646-ucs-4", "UCS-4LE", "iso-10646-ucs-4le byte4le", PVZAN_KIND_UCS_4, little},
-    row{"iso-10646-ucs-4", "UTF-32", "csUTF32 u32 ibm-1236", PVZAN_KIND_UCS_4, big, 1},
-    row{"iso-10646-ucs-4", "UTF-32BE",
-        "12001 cp12001 windows-12001 csUTF32BE x-utf-32be utf32_bigendian utf32_oppositeendian "
-        "ibm-1232",
-        PVZAN_KIND_UCS_4, big},
-    row{"iso-10646-ucs-4", "UTF-32LE",
-        "12000 cp12000 windows-12000 csUTF32LE x-utf-32le utf32_littleendian "
-        "utf32_platformendian ibm-1234",
-        PVZAN_KIND_UCS_4, little},
-    row{"iso-10646-ucs-4", "UTF-32BE-BOM", "x-utf-32be-bom", PVZAN_KIND_UCS_4, big, 2},
-    row{"iso-10646-ucs-4", "UTF-32LE-BOM", "x-utf-32le-bom", PVZAN_KIND_UCS_4, little, 2},
-};
+// The next line that is none of the comments.
+constexpr std::string_view take_line(std::string_view& text) {
+    std::string_view line;
+    do {
+        line = take(text, '\n');
+    } while (!text.empty() && (line.empty() || line.front() == '#'));
+    return line;
+}
 
-// What the labels mean to browsers where that is something else. Of what we lack the very charset,
-// those that are held by one of ours are not exact; an empty charset: none holds it.
-constexpr std::array browser_rows = {
-    row{"windows31j", "Windows-31J", "shift_jis sjis x-sjis csShiftJIS ms-kanji"},
-    row{"koreanksc", "Windows-949",
-        "euc-kr csEUCKR ks_c_5601-1987 ks_c_5601-1989 ksc5601 csKSC56011987 iso-ir-149 korean"},
-    row{"utf-16", "UTF-16LE", "utf-16 ucs-2 csUnicode iso-10646-ucs-2 unicode", PVZAN_KIND_UTF_16,
-        little},
-    row{"gb18030", "GB18030",
-        "gbk x-gbk gb2312 gb_2312-80 csGB2312 csISO58GB231280 chinese iso-ir-58", PVZAN_KIND_OTHER,
-        0, 0, false},
-    row{"", "Windows-1252",
-        "iso-8859-1 latin1 l1 ascii us-ascii ansi_x3.4-1968 cp819 ibm819 csISOLatin1 iso-ir-100 "
-        "iso_8859-1:1987"},
-};
+constexpr std::size_t count_rows() {
+    std::size_t count = 0;
+    for (std::string_view rest = list; !take_line(rest).empty();) {
+        ++count;
+    }
+    return count;
+}
+
+constexpr auto read_rows() {
+    std::array<row, count_rows()> read{};
+    std::string_view rest = list;
+    for (row& r : read) {
+        std::string_view line = take_line(rest);
+        for (part* column :
+             {&r.shown, &r.charset, &r.form, &r.group, &r.relatives, &r.names, &r.labels}) {
+            *column = part(take(line, '\t'));
+        }
+    }
+    return read;
+}
+constexpr auto rows = read_rows();
 
 constexpr bool is_separator(char c) {
     return c == '-' || c == '_' || c == ' ';
@@ -169,21 +137,19 @@ constexpr u32 hash_of(std::string_view name) {
 // The names of a row, one after the other; shown is the first.
 class names_of {
 public:
-    constexpr explicit names_of(const row& r)
-        : next_(*r.shown != '\0' ? r.shown : r.names), rest_(r.names), first_(*r.shown != '\0') {}
-    constexpr bool read(std::string_view& name) {
-        name = next_.substr(0, first_ ? next_.size() : next_.find(' '));
-        if (name.empty()) {
-            return false;
+    constexpr explicit names_of(const row& r) : rest_(r.names) {
+        if (!r.id().empty()) {
+            shown_ = r.shown;
         }
-        next_ = first_ ? rest_ : next_.substr(std::min(name.size() + 1, next_.size()));
-        first_ = false;
-        return true;
+    }
+    constexpr bool read(std::string_view& name) {
+        name = shown_.empty() ? take(rest_, ' ') : shown_;
+        shown_ = {};
+        return !name.empty();
     }
 
 private:
-    std::string_view next_, rest_;
-    bool first_; // shown, which is one name whatever is in it
+    std::string_view shown_, rest_;
 };
 
 struct known_name {
@@ -219,45 +185,76 @@ constexpr auto index_names() {
 }
 constexpr auto known_names = index_names();
 
-bool is_in(const row& r, std::string_view name) {
-    names_of names(r);
-    for (std::string_view listed; names.read(listed);) {
-        if (same_name(listed, name)) {
+constexpr bool is_in(std::string_view words, std::string_view name) {
+    while (!words.empty()) {
+        if (same_name(take(words, ' '), name)) {
             return true;
         }
     }
     return false;
 }
 
+// The row of a name, or of a browser's label.
 const row* find_row(std::string_view name, u32 flags) {
     if ((flags & PVZAN_BROWSER_LABELS) != 0) {
-        const auto* found = std::ranges::find_if(browser_rows, [=](const row& r) {
-            return is_in({"", "", r.names}, name);
-        });
-        if (found != browser_rows.end()) {
+        const auto* found =
+            std::ranges::find_if(rows, [=](const row& r) { return is_in(r.labels, name); });
+        if (found != rows.end()) {
             return found;
         }
     }
     const u32 hash = hash_of(name);
     for (const auto* at = std::ranges::lower_bound(known_names, hash, {}, &known_name::hash);
          at != known_names.end() && at->hash == hash; ++at) {
-        if (is_in(rows[at->row], name)) {
-            return &rows[at->row];
+        const row& r = rows[at->row];
+        if (same_name(r.shown, name) || is_in(r.names, name)) {
+            return &r;
         }
     }
     return nullptr;
 }
 
-void fill_in(const row& r, pvzan_name& meaning) {
-    meaning.kind = r.kind;
-    meaning.unit = r.kind == PVZAN_KIND_UCS_4                                  ? 4
-                   : r.kind == PVZAN_KIND_UTF_16 || r.kind == PVZAN_KIND_UCS_2 ? 2
-                                                                               : 1;
-    meaning.order = r.order != PVZAN_ORDER_BY_NAME ? r.order : big;
-    meaning.mark = r.mark;
-    meaning.exact = r.exact ? 1 : 0;
-    copy_text(meaning.charset, r.charset);
-    copy_text(meaning.shown, r.shown);
+// The row whose charset this is, and whose shown name is the one to use.
+const row* row_of(std::string_view charset) {
+    const auto* found = std::ranges::find(rows, charset, &row::id);
+    return found != rows.end() ? found : nullptr;
+}
+
+// What is in the directory of a charset that may not be: itself, or one with every code of it.
+const row& shipped(const row& r) {
+    constexpr char whole = '=';
+    for (std::string_view rest = r.relatives; rest.find(whole) != std::string_view::npos;) {
+        if (is_defined(r.charset)) {
+            break;
+        }
+        std::string_view relative = take(rest, ' ');
+        if (relative.front() != whole) {
+            continue;
+        }
+        relative.remove_prefix(1);
+        if (is_defined(relative)) {
+            return *row_of(relative);
+        }
+    }
+    return r;
+}
+
+void fill_in(const row& asked, pvzan_name& meaning) {
+    const row& r = shipped(asked);
+    meaning.kind = r.id() == "utf-8"             ? PVZAN_KIND_UTF_8
+                   : r.id() == "utf-16"          ? PVZAN_KIND_UTF_16
+                   : r.id() == "iso-10646-ucs-2" ? PVZAN_KIND_UCS_2
+                   : r.id() == "iso-10646-ucs-4" ? PVZAN_KIND_UCS_4
+                                                 : PVZAN_KIND_OTHER;
+    meaning.unit = meaning.kind == PVZAN_KIND_UCS_4                                        ? 4
+                   : meaning.kind == PVZAN_KIND_UTF_16 || meaning.kind == PVZAN_KIND_UCS_2 ? 2
+                                                                                           : 1;
+    meaning.order = r.has("little") ? PVZAN_ORDER_LITTLE : PVZAN_ORDER_BIG;
+    meaning.mark = r.has("mark") ? 2 : r.has("either") ? 1 : 0;
+    meaning.exact = &r == &asked && !r.has("inexact") ? 1 : 0;
+    copy(r.charset, meaning.charset);
+    copy(r.shown, meaning.shown);
+    copy(r.group, meaning.group);
 }
 
 // ---- Names that are like others ----------------------------------------------------------------
@@ -305,11 +302,30 @@ u32 spelling_distance(std::string_view a, std::string_view b) {
     return cost[a.size()][b.size()];
 }
 
-const char* similar_name(std::string_view name) {
+bool is_read_at_start(const char* charset) {
+    for (const charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
+        if (std::strcmp(group->name, charset) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The first row of each charset.
+constexpr auto first_rows = [] {
+    std::array<bool, rows.size()> first{};
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        first[i] = !rows[i].id().empty() &&
+                   std::ranges::find(rows, rows[i].id(), &row::id) == rows.begin() + i;
+    }
+    return first;
+}();
+
+std::string_view similar_name(std::string_view name) {
     const plain_text asked(name);
     constexpr std::size_t long_word = 6; // in shorter ones two changes make another name
     u32 least = asked.size - asked.digit_count < long_word ? 2 : 3;
-    const char* best = "";
+    std::string_view best;
     for (const row& r : rows) {
         names_of names(r);
         for (std::string_view listed; asked.size > 0 && names.read(listed);) {
@@ -333,14 +349,26 @@ const char* similar_name(std::string_view name) {
 } // namespace
 
 charset_group* find_group(const char* charset) {
-    return definitions_settled() ? findGroupArray(g_ProcessObject.groups, group_number(charset))
-                                 : nullptr;
+    return find_charset(charset);
 }
 
-void shown_name(const char* charset, char (&shown)[64]) {
-    const auto* found = std::ranges::find_if(
-        rows, [=](const row& r) { return r.exact && std::string_view(r.charset) == charset; });
-    copy_text(shown, found != rows.end() ? found->shown : charset);
+void shown_name(std::string_view charset, char (&shown)[64]) {
+    const row* const found = row_of(charset);
+    copy(found != nullptr ? std::string_view(found->shown) : charset, shown);
+}
+
+bool relative_of(std::string_view charset, std::size_t index, char (&relative)[64]) {
+    const row* const found = row_of(charset);
+    std::string_view rest = found != nullptr ? found->relatives : part();
+    std::string_view name = take(rest, ' ');
+    for (; index > 0; --index) {
+        name = take(rest, ' ');
+    }
+    if (name.starts_with('=')) {
+        name.remove_prefix(1);
+    }
+    copy(name, relative);
+    return !name.empty();
 }
 
 void describe_codes(const charset_group* group, const rule_row* decoder, pvzan_name& meaning) {
@@ -363,7 +391,8 @@ void describe_codes(const charset_group* group, const rule_row* decoder, pvzan_n
     case reading::sets: meaning.unit = two_bytes ? 2 : 1; return;
     case reading::pairs: meaning.unit = 2; return;
     case reading::lead_byte:
-    case reading::escapes: return;
+    case reading::escapes:
+    case reading::scanned: return;
     }
     meaning.unit = meaning.kind == PVZAN_KIND_UTF_8 ? 1 : meaning.kind == PVZAN_KIND_UCS_4 ? 4 : 2;
 }
@@ -378,18 +407,22 @@ bool resolve(const char* name, u32 flags, pvzan_name& meaning) {
         return false;
     }
     if (const row* found = find_row({name, length}, flags)) {
+        if (found->id().empty()) {
+            copy(found->shown, meaning.shown);
+            return false;
+        }
         fill_in(*found, meaning);
-        return found->charset[0] != '\0';
+        return true;
     }
     if (settle_directory(nullptr) && find_group(name) != nullptr) {
-        meaning.order = big;
+        meaning.order = PVZAN_ORDER_BIG;
         meaning.exact = 1;
         copy_text(meaning.charset, name);
         fold_text(meaning.charset);
         copy_text(meaning.shown, name);
         return true;
     }
-    copy_text(meaning.shown, similar_name({name, length}));
+    copy(similar_name({name, length}), meaning.shown);
     return false;
 }
 
@@ -423,29 +456,35 @@ int32_t pvzan_each_charset(size_t index, pvzan_name* charset) {
         return 0;
     }
     pvzan_name found = {};
-    const auto is_first = [](const row& r) {
-        return std::ranges::find_if(rows, [&](const row& other) {
-                   return std::string_view(other.charset) == r.charset;
-               }) == &r;
+    const auto give = [&] {
+        describe_codes(registered_group(found.charset), found);
+        fill_record(*charset, found);
+        return 1;
     };
-    for (const row& r : rows) {
-        if (is_first(r) && find_group(r.charset) != nullptr && index-- == 0) {
-            fill_in(r, found);
-            found.exact = 1;
-            shown_name(r.charset, found.shown);
-            describe_codes(find_group(r.charset), found);
-            fill_record(*charset, found);
-            return 1;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        if (first_rows[i] && is_defined(rows[i].charset) && index-- == 0) {
+            fill_in(rows[i], found);
+            return give();
         }
     }
+    const auto is_next = [&](const char* name) {
+        if (row_of(name) != nullptr || index-- != 0) {
+            return false;
+        }
+        found.order = PVZAN_ORDER_BIG;
+        found.exact = found.unit = 1;
+        copy_text(found.charset, name);
+        copy_text(found.shown, name);
+        return true;
+    };
     for (const charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
-        const bool listed = std::ranges::any_of(
-            rows, [=](const row& r) { return std::string_view(r.charset) == group->name; });
-        if (!listed && index-- == 0) {
-            resolve(group->name, 0, found);
-            describe_codes(group, found);
-            fill_record(*charset, found);
-            return 1;
+        if (is_next(group->name)) {
+            return give();
+        }
+    }
+    for (const char* name : further_names()) {
+        if (!is_read_at_start(name) && is_next(name)) {
+            return give();
         }
     }
     return 0;
@@ -457,8 +496,7 @@ int32_t pvzan_each_name(const char* charset, size_t index, char* name, size_t ro
     }
     for (const row& r : rows) {
         names_of names(r);
-        for (std::string_view listed;
-             std::string_view(r.charset) == charset && names.read(listed);) {
+        for (std::string_view listed; r.id() == charset && names.read(listed);) {
             if (index-- == 0) {
                 if (listed.size() >= room) {
                     return 0;

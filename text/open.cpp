@@ -80,6 +80,28 @@ void measure_codes(pvzan_converter& c) {
     c.longest = by_sets ? widest : 0;
 }
 
+// The code of a line break: in nearly every charset that of ASCII.
+u8 find_break(pvzan_converter& c, u8 letter) {
+    constexpr u8 controls = 0x40;
+    for (u32 i = 0; i < controls && !is_unicode(c.from) && c.from.unit == 1; ++i) {
+        const u8 code = (letter + i) % controls;
+        const reading_result found = read(c, {&code, 1, true, true});
+        if (found.kind == reading_result::whole && found.c.letter == letter) {
+            return code;
+        }
+    }
+    return letter;
+}
+
+// Whether the target has ASCII's line feed; where not, line breaks cannot be told by their bytes.
+bool writes_ascii_feed(pvzan_converter& c) {
+    character back{0, 0};
+    const bool has = is_unicode(c.to) || (write(c, {'\n', 0}, back) == written::done &&
+                                          c.now.pending[c.now.pending_size - 1] == '\n');
+    begin_text(c);
+    return has;
+}
+
 // Sets the session up as the four calls would, without a language tag.
 bool prepare_session(pvzan_converter& c, charset_group* from, charset_group* to) {
     session& s = c.work;
@@ -114,6 +136,8 @@ bool prepare_session(pvzan_converter& c, charset_group* from, charset_group* to)
     return true;
 }
 
+} // namespace
+
 bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* error) {
     charset_group *source = nullptr, *target = nullptr;
     const u32 flags = c.how.flags;
@@ -131,11 +155,15 @@ bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* 
         return false;
     }
     measure_codes(c);
-    c.kana_joins = is_unicode(c.from) && !is_unicode(c.to);
-    std::memset(c.sound, 0, sizeof c.sound);
+    c.looks_for_marks = is_unicode(c.from) && !is_unicode(c.to);
+    c.has_pairs = 0;
+    std::ranges::fill(c.known, known_scalar{no_character.letter, {0, 0}});
     std::memset(c.bytes_known, 0, sizeof c.bytes_known);
     c.substitute = c.how.substitute;
     begin_text(c);
+    c.lf = find_break(c, '\n');
+    c.cr = find_break(c, '\r');
+    c.ascii_feed = c.lf == '\n' && writes_ascii_feed(c);
     if (c.substitute != 0 && (!is_scalar(c.substitute) || !can_write(c, {c.substitute, 0}))) {
         tell(error, PVZAN_ERROR_OPTION, "%s does not have the substitute U+%04X", c.to.shown,
              c.substitute);
@@ -143,8 +171,6 @@ bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* 
     }
     return true;
 }
-
-} // namespace
 
 void begin_text(pvzan_converter& c) {
     session& s = c.work;

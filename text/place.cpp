@@ -1,42 +1,150 @@
-// Lines and columns of text that was run over as a whole.
+// Lines and columns.
 #include "cconv/fast/kernels/kernels.h"
 #include "text/converter.h"
+#include "text/unicode.h"
+
+#include <algorithm>
+#include <utility>
 
 namespace text {
 
-std::size_t behind_last_break(const u8* bytes, std::size_t size, u32 unit, bool big) {
+namespace {
+
+u64 count_breaks(const pvzan_converter& c, const u8* bytes, std::size_t units) {
+    if (c.lf == '\n' && c.cr == '\r') {
+        const fast::ascii_unit unit{c.from.unit, c.now.big_source};
+        return fast::count_breaks(bytes, units, unit);
+    }
+    u64 count = 0;
+    for (std::size_t i = 0; i < units; ++i) {
+        count += bytes[i] == c.lf || (bytes[i] == c.cr && bytes[i + 1] != c.lf) ? 1U : 0U;
+    }
+    return count;
+}
+
+u64 count_sequences(const pvzan_converter& c, const u8* p, std::size_t size) {
+    u64 others = 0;
+    if (c.from.kind == PVZAN_KIND_UTF_8) {
+        for (std::size_t i = 0; i < size; ++i) {
+            others += (p[i] & 0xC0) == 0x80 ? 1U : 0U;
+        }
+        return size - others;
+    }
+    if (c.from.kind == PVZAN_KIND_UTF_16) {
+        for (std::size_t i = c.now.big_source ? 0 : 1; i < size; i += 2) {
+            others += (p[i] & 0xFC) == 0xDC ? 1U : 0U;
+        }
+    }
+    return size / c.from.unit - others;
+}
+
+// The characters of sound text: it is run over once more.
+u64 count_codes(pvzan_converter& c, fast::path& path, const u8* p, std::size_t size) {
+    session& s = c.work;
+    u8 nowhere[1024];
+    u64 count = 0;
+    for (view text{p, size, true, true}; text.size > 0;) {
+        s.inBuf = text.bytes;
+        s.inPos = 0;
+        s.inCount = 0;
+        s.inLen = static_cast<i32>(text.size);
+        s.outBuf = nowhere;
+        s.outPos = 0;
+        s.outLen = sizeof nowhere;
+        s.status = PVZAN_WRITTEN;
+        path.run(&s);
+        count += s.inCount;
+        text = text.behind(static_cast<std::size_t>(s.inPos));
+        if (s.inPos == 0) {
+            const reading_result next = read(c, text);
+            if (next.kind == reading_result::silent) {
+                s.srcShiftSet = next.c.letter;
+            } else {
+                ++count;
+            }
+            text = text.behind(std::max(next.bytes, 1U));
+        }
+    }
+    return count;
+}
+
+// The characters that the column lacks.
+u64 count_lacking(pvzan_converter& c, const lag& behind, fast::path& path) {
+    const auto size = static_cast<std::size_t>(behind.to - behind.line);
+    if (is_unicode(c.from) || size == 0) {
+        return count_sequences(c, behind.line, size);
+    }
+    session& s = c.work;
+    const u32 in_set = s.srcShiftSet, out_set = s.dstShiftSet, code = s.srcCode;
+    s.srcShiftSet = behind.set;
+    if (has_states(c)) {
+        count_codes(c, path, behind.from, static_cast<std::size_t>(behind.line - behind.from));
+    }
+    const u64 count = count_codes(c, path, behind.line, size);
+    s.srcShiftSet = in_set;
+    s.dstShiftSet = out_set;
+    s.srcCode = code;
+    return count;
+}
+
+void count_lines(pvzan_converter& c, const u8* bytes, std::size_t units) {
+    if (units == 0) {
+        return;
+    }
+    // Every LF ends a line, and every CR without an LF behind it; the last unit has none behind it.
+    const auto code_at = [&](std::size_t i) {
+        return load_code({bytes + i * c.from.unit, c.from.unit}, c.now.big_source);
+    };
+    const u32 last = code_at(units - 1);
+    c.now.at.line += count_breaks(c, bytes, units - 1);
+    c.now.at.line += last == c.lf || last == c.cr ? 1U : 0U;
+    c.now.at.line -= code_at(0) == c.lf && c.now.at.behind_cr ? 1U : 0U;
+    c.now.at.behind_cr = last == c.cr;
+}
+
+} // namespace
+
+std::size_t behind_last_break(const pvzan_converter& c, const u8* bytes, std::size_t size) {
+    const u32 unit = c.from.unit;
     if (unit == 1) {
-        const auto* lf = static_cast<const u8*>(::memrchr(bytes, '\n', size));
+        const auto* lf = static_cast<const u8*>(::memrchr(bytes, c.lf, size));
         const u8* const behind = lf != nullptr ? lf + 1 : bytes;
         const auto* cr = static_cast<const u8*>(
-            ::memrchr(behind, '\r', static_cast<std::size_t>(bytes + size - behind)));
+            ::memrchr(behind, c.cr, static_cast<std::size_t>(bytes + size - behind)));
         return static_cast<std::size_t>((cr != nullptr ? cr + 1 : behind) - bytes);
     }
     for (std::size_t end = size / unit * unit; end > 0; end -= unit) {
-        const u32 c = load_code({bytes + end - unit, unit}, big);
-        if (c == '\n' || c == '\r') {
+        const u32 code = load_code({bytes + end - unit, unit}, c.now.big_source);
+        if (code == c.lf || code == c.cr) {
             return end;
         }
     }
     return 0;
 }
 
-void pass(place& at, const u8* bytes, std::size_t size, u32 unit, bool big, std::size_t line,
-          u64 characters) {
-    at.offset += size;
+void pass(pvzan_converter& c, lag& behind, std::span<const u8> text, u32 characters, u32 set) {
+    c.now.at.offset += text.size();
+    const std::size_t line =
+        tells_lines(c) ? behind_last_break(c, text.data(), text.size()) : text.size();
     if (line == 0) {
-        at.column += characters;
-        at.behind_cr = false;
+        c.now.at.column += characters;
         return;
     }
-    // Every LF ends a line, and every CR without an LF behind it; the last unit has none behind it.
-    const u8* const last_unit = bytes + size - unit;
-    const u32 first = load_code({bytes, unit}, big), last = load_code({last_unit, unit}, big);
-    at.line += fast::count_breaks(bytes, size / unit - 1, {unit, big});
-    at.line += last == '\n' || last == '\r' ? 1 : 0;
-    at.line -= first == '\n' && at.behind_cr ? 1 : 0;
-    at.column = 1 + characters;
-    at.behind_cr = last == '\r';
+    c.now.at.column = 1;
+    behind.from = text.data();
+    behind.line = text.data() + line;
+    behind.to = text.data() + text.size();
+    behind.set = set;
+}
+
+void catch_up(pvzan_converter& c, lag& behind, fast::path& path, const u8* here) {
+    if (!tells_lines(c)) {
+        return;
+    }
+    const u8* const from = std::exchange(behind.lines, here);
+    count_lines(c, from, static_cast<std::size_t>(here - from) / c.from.unit);
+    c.now.at.column += count_lacking(c, behind, path);
+    behind.line = behind.to;
 }
 
 } // namespace text

@@ -48,9 +48,24 @@ bool decode(pvzan_converter& c, const u8* bytes, std::size_t size, reading_resul
 
 // ---- Unicode -----------------------------------------------------------------------------------
 
-bool may_join(const pvzan_converter& c, u32 letter) {
-    return c.kana_joins && (may_take_mark(letter) ||
-                            ((c.how.flags & PVZAN_COMPOSE) != 0 && takes_composing_mark(letter)));
+bool has_pairs(pvzan_converter& c) {
+    constexpr u8 no = 1, yes = 2;
+    if (c.has_pairs == 0) {
+        const bool has = std::ranges::any_of(JISX0213CombiningTable, [&](const combining_row& row) {
+            return row.mark != 0 && can_write(c, {row.base, row.mark});
+        });
+        c.has_pairs = has ? yes : no;
+    }
+    return c.has_pairs == yes;
+}
+
+bool may_join(pvzan_converter& c, u32 letter) {
+    if (!c.looks_for_marks) {
+        return false;
+    }
+    const bool joins =
+        may_take_mark(letter, nullptr) ? has_pairs(c) : may_take_mark(letter, c.work.dstGroup);
+    return joins || ((c.how.flags & PVZAN_COMPOSE) != 0 && takes_composing_mark(letter));
 }
 
 // A letter and its marks are one character where the target has nothing else for them.
@@ -68,8 +83,7 @@ void compose_marks(pvzan_converter& c, const view& text, reading_result& read) {
         if (next.kind != sequence::whole) {
             return;
         }
-        if (marks == 1 && IsJISX0213CombiningUCS(letter, next.scalar) != 0 &&
-            can_write(c, {letter, next.scalar})) {
+        if (marks == 1 && is_mark_in_tables(next.scalar) && can_write(c, {letter, next.scalar})) {
             read.c.mark = next.scalar;
             read.bytes += next.bytes;
             return;
@@ -178,6 +192,20 @@ reading_result read_designated(pvzan_converter& c, const view& text) {
     return read;
 }
 
+// The same, where the codec itself says what changes their meaning.
+reading_result read_scanned(pvzan_converter& c, const view& text) {
+    const scanned next =
+        c.source->scan(c.work.srcGroup, c.work.srcShiftSet, {text.bytes, text.size});
+    reading_result read;
+    switch (next.kind) {
+    case scanned::silent: return {.kind = kind::silent, .bytes = next.length, .c = {next.state, 0}};
+    case scanned::cut: return cut(text, 1);
+    case scanned::invalid: return invalid(next.length, next.needed);
+    case scanned::code: break;
+    }
+    return decode(c, text.bytes, next.length, read) ? read : invalid(next.length, next.length);
+}
+
 // ---- Other codes -------------------------------------------------------------------------------
 
 constexpr bool is_high_trail(u32 byte) {
@@ -201,29 +229,25 @@ reading_result judge_four_bytes(const view& text) {
 
 // How many bytes a code is that has no character: never with one of ASCII at the end.
 reading_result judge(const pvzan_converter& c, const view& text) {
-    constexpr std::array<u8, 4> usual = {0x81, 0xFE, 0x81, 0xFE};
-    const std::array<u8, 4>& leads = c.source != nullptr ? c.source->leads : usual;
-    const u32 first = text.bytes[0];
-    const bool leads_on = is_in(first, leads[0], leads[1]) || is_in(first, leads[2], leads[3]);
-    if (!leads_on || c.longest == 1) {
+    const u32 length = length_by_lead(c, text.bytes[0]);
+    if (length == 1) {
         return invalid(1, 1);
     }
-    if (text.size < 2) {
-        return cut(text, 1);
-    }
-    const u32 second = text.bytes[1];
-    if (c.longest == max_code_bytes && is_in(second, '0', '9')) {
+    if (text.size > 1 && length == 2 && c.longest == max_code_bytes &&
+        is_in(text.bytes[1], '0', '9')) {
         return judge_four_bytes(text);
     }
-    const bool shifts = c.source != nullptr && c.source->single_shift != no_single_shift &&
-                        first == c.source->single_shift && is_high_trail(second);
-    if (!shifts) {
-        return invalid(second < 0x80 ? 1 : 2, 2);
+    for (std::size_t i = 1;; ++i) {
+        if (i == text.size) {
+            return cut(text, i);
+        }
+        if (text.bytes[i] < 0x80) {
+            return invalid(i, i + 1);
+        }
+        if (i + 1 == length || !is_high_trail(text.bytes[i])) {
+            return invalid(i + 1, i + 1);
+        }
     }
-    if (text.size < 3) {
-        return cut(text, 2);
-    }
-    return invalid(text.bytes[2] < 0x80 ? 2 : 3, 3);
 }
 
 reading_result read_code(pvzan_converter& c, const view& text) {
@@ -242,14 +266,55 @@ reading_result read_code(pvzan_converter& c, const view& text) {
                : judge(c, text);
 }
 
+// The length of the shortest code of several bytes that a set says it has with that lead; 1: none.
+u32 length_by_sets(const charset_group* group, u32 lead) {
+    u32 shortest = max_code_bytes + 1;
+    const auto lies_in = [&](const basic_set* set, u32 first, u32 last) {
+        const u32 shift = 8U * (set->byteNum - 1U);
+        if (is_in(lead, first >> shift, last >> shift)) {
+            shortest = std::min<u32>(shortest, set->byteNum);
+        }
+    };
+    for (const basic_set* set : member_sets(group)) {
+        if (set->byteNum < 2 || set->byteNum > max_code_bytes) {
+            continue;
+        }
+        if (set->setType == PVZAN_SET_USER_DEFINED) {
+            lies_in(set, set->eudcStart, set->eudcStart + set->eudcNumber - 1U);
+        }
+        for (const limit* range : items_of<limit>(set->defined->ranges)) {
+            lies_in(set, range->low, range->high);
+        }
+    }
+    return shortest <= max_code_bytes ? shortest : 1;
+}
+
 } // namespace
+
+u32 length_by_lead(const pvzan_converter& c, u32 lead) {
+    constexpr std::array<u8, 4> usual = {0x81, 0xFE, 0x81, 0xFE};
+    const std::array<u8, 4>& leads = c.source != nullptr ? c.source->leads : usual;
+    if (c.longest == 1) {
+        return 1;
+    }
+    if (leads[0] == 0) {
+        return length_by_sets(c.work.srcGroup, lead);
+    }
+    if (c.source != nullptr && c.source->single_shift != no_single_shift &&
+        lead == c.source->single_shift) {
+        return 3;
+    }
+    return is_in(lead, leads[0], leads[1]) || is_in(lead, leads[2], leads[3]) ? 2 : 1;
+}
 
 reading_result read(pvzan_converter& c, const view& text) {
     if (is_unicode(c.from)) {
         return read_unicode(c, text);
     }
-    const bool escapes = c.source != nullptr && c.source->read == reading::escapes;
-    return escapes ? read_designated(c, text) : read_code(c, text);
+    if (!has_states(c)) {
+        return read_code(c, text);
+    }
+    return c.source->read == reading::scanned ? read_scanned(c, text) : read_designated(c, text);
 }
 
 mark_found find_mark(const pvzan_converter& c, const view& text, u32& length) {
@@ -288,8 +353,8 @@ mark_found find_mark(const pvzan_converter& c, const view& text, u32& length) {
     return mark_found::none;
 }
 
-std::size_t settled_size(const pvzan_converter& c, const view& text) {
-    if (!c.kana_joins || text.last || text.flush) {
+std::size_t settled_size(pvzan_converter& c, const view& text) {
+    if (!c.looks_for_marks || text.last || text.flush) {
         return text.size;
     }
     const std::size_t width = c.from.unit;

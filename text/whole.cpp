@@ -1,4 +1,5 @@
 // Whole texts in one call, counts, and leaving a text to go on with it elsewhere.
+#include "cconv/registry/iso2022.h"
 #include "cconv/registry/names.h"
 #include "text/converter.h"
 #include "text/record.h"
@@ -45,7 +46,7 @@ bool read_saved(const pvzan_converter& c, const u8* from, std::size_t size, save
            s.now.pending_at <= s.now.pending_size && s.now.pending_size <= most_pending;
 }
 
-// An offset of a row; those that are none come out as an end that nothing reaches.
+// An offset of a row; those that are none come out as one that no data reaches.
 u64 offset_at(const void* offsets, u32 width, size_t i) {
     if (width == 4) {
         i32 value = 0;
@@ -67,6 +68,18 @@ bool put_offset(void* offsets, u32 width, size_t i, u64 value) {
     return true;
 }
 
+// What designations, shifts and a code may take where a definition says them.
+u64 told_growth(const iso2022& codes) {
+    u64 longest = 0, registers = 0;
+    for (const control_sequence& s : codes.sequences()) {
+        longest = std::max<u64>(longest, s.length);
+    }
+    for (u32 which = 0; which < register_count; ++which) {
+        registers += (codes.line.mask & register_mask(which)) != 0 ? 1U : 0U;
+    }
+    return (registers + 2) * longest + 2;
+}
+
 // Bytes that one byte of the source may become, as a fault or as part of a character.
 u64 most_growth(const pvzan_converter& c) {
     const u64 unit = c.to.unit;
@@ -78,7 +91,12 @@ u64 most_growth(const pvzan_converter& c) {
     if (words) {
         return longest_reference * unit + 2 * escape;
     }
-    const u64 usual = designates ? 8 : c.to.kind == PVZAN_KIND_UTF_8 ? 3 : unit == 1 ? 4 : unit;
+    const iso2022* told = c.work.dstGroup->codes;
+    const u64 usual = told != nullptr                 ? told_growth(*told)
+                      : designates                    ? 8
+                      : c.to.kind == PVZAN_KIND_UTF_8 ? 3
+                      : unit == 1                     ? 4
+                                                      : unit;
     return std::max(usual, c.how.breaks == PVZAN_BREAKS_CRLF ? 2 * unit : 0);
 }
 
@@ -95,6 +113,7 @@ void pvzan_count(const pvzan_converter* converter, pvzan_counts* counts) {
         return;
     }
     const standing& now = converter->now;
+    const bool ended = now.now == stage::ended;
     fill_record(*counts, {.size = sizeof *counts,
                           .reserved = 0,
                           .in = now.at.offset,
@@ -104,8 +123,8 @@ void pvzan_count(const pvzan_converter* converter, pvzan_counts* counts) {
                           .look_alikes = now.look_alikes,
                           .composed = now.composed,
                           .private_use = now.private_use,
-                          .line = now.at.line,
-                          .column = now.at.column});
+                          .line = ended ? 0 : now.at.line,
+                          .column = ended ? 0 : now.at.column});
 }
 
 size_t pvzan_most(const pvzan_converter* converter, size_t in_size) {
@@ -145,6 +164,24 @@ int32_t pvzan_restore(pvzan_converter* converter, const uint8_t* from, size_t si
     converter->work.srcShiftSet = s.in_set;
     converter->work.dstShiftSet = s.out_set;
     converter->work.source.srcBigEndian = s.now.big_source ? 1 : 0;
+    return 1;
+}
+
+uint64_t pvzan_shift(const pvzan_converter* converter) {
+    if (converter == nullptr || !has_states(*converter)) {
+        return 0;
+    }
+    const u64 set = converter->work.srcShiftSet ^ u32 { PVZAN_SET_ISO_646_IRV };
+    return set | u64{converter->now.plane2} << 32;
+}
+
+int32_t pvzan_begin_in(pvzan_converter* converter, uint64_t shift) {
+    if (converter == nullptr || shift >> 33 != 0 || (shift != 0 && !has_states(*converter))) {
+        return 0;
+    }
+    begin_text(*converter);
+    converter->work.srcShiftSet = static_cast<u32>(shift) ^ u32 { PVZAN_SET_ISO_646_IRV };
+    converter->now.plane2 = shift >> 32 != 0;
     return 1;
 }
 
@@ -194,9 +231,9 @@ size_t pvzan_convert(pvzan_converter* converter, const uint8_t* in, size_t in_si
     return size;
 }
 
-size_t pvzan_convert_rows(pvzan_converter* converter, const uint8_t* in, const void* offsets,
-                          size_t rows, uint8_t* out, size_t room, void* out_offsets,
-                          uint32_t offset_bytes, uint8_t* fault_kinds) {
+size_t pvzan_convert_rows(pvzan_converter* converter, const uint8_t* in, size_t in_size,
+                          const void* offsets, size_t rows, uint8_t* out, size_t room,
+                          void* out_offsets, uint32_t offset_bytes, uint8_t* fault_kinds) {
     if (converter == nullptr || offsets == nullptr || out_offsets == nullptr ||
         (offset_bytes != 4 && offset_bytes != 8)) {
         return 0;
@@ -206,7 +243,7 @@ size_t pvzan_convert_rows(pvzan_converter* converter, const uint8_t* in, const v
     for (size_t row = 0; row < rows; ++row) {
         const u64 begin = offset_at(offsets, offset_bytes, row);
         const u64 end = offset_at(offsets, offset_bytes, row + 1);
-        if (end < begin || end == ~u64{0} || (in == nullptr && end > begin)) {
+        if (end < begin || end > in_size || (in == nullptr && end > begin)) {
             return row;
         }
         const uint8_t* next = in != nullptr ? in + begin : nullptr;

@@ -5,7 +5,7 @@
 #include "text/unicode.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <string_view>
 #include <utility>
 
 namespace text {
@@ -60,16 +60,6 @@ void keep(pvzan_converter& c, std::size_t bytes) {
     }
 }
 
-// Few scalars of a text are beyond what the fast path keeps, and most of those more than once.
-u32& sound_at(pvzan_converter& c, u32 letter) {
-    return c.sound[(letter * 0x9E3779B1U) >> 26];
-}
-
-bool is_sound(pvzan_converter& c, const character& what) {
-    return is_unicode(c.to) ||
-           (what.mark == 0 && what.letter != 0 && sound_at(c, what.letter) == what.letter);
-}
-
 // What the target makes of the character; with a designation before it, for not every set is
 // written under its own.
 character written_as(pvzan_converter& c, const character& what) {
@@ -83,27 +73,41 @@ character written_as(pvzan_converter& c, const character& what) {
     return back;
 }
 
+// What the character would come back as. Few scalars of a text are beyond what the fast path keeps,
+// and most of those more than once.
+character comes_back_as(pvzan_converter& c, const character& what) {
+    if (is_unicode(c.to) || (c.target != nullptr && c.target->form != unicode_form::none)) {
+        return what;
+    }
+    known_scalar& known = c.known[(what.letter * 0x9E3779B1U) >> 26];
+    if (what.mark != 0) {
+        return written_as(c, what);
+    }
+    if (known.letter != what.letter) {
+        known = {what.letter, written_as(c, what)};
+    }
+    return known.back;
+}
+
 } // namespace
 
 written write(pvzan_converter& c, const character& what, character& back) {
-    back = what;
-    if (c.target != nullptr && c.target->designates && switches_sets(what.letter)) {
+    const bool designates = c.target != nullptr && c.target->designates;
+    if (designates && c.target->read != reading::scanned && switches_sets(what.letter)) {
         return written::missing;
     }
-    if (!is_sound(c, what)) {
-        back = written_as(c, what);
-        if (back == what && what.mark == 0) {
-            sound_at(c, what.letter) = what.letter;
-        }
+    back = comes_back_as(c, what);
+    if (back != what) {
+        return back == no_character ? written::missing : written::other;
     }
     const output_sets before(c.work);
     const std::span<const u8> bytes = encode(c, what);
-    if (back == what && !bytes.empty()) {
-        keep(c, bytes.size());
-        return written::done;
+    if (bytes.empty()) {
+        before.put_back(c.work);
+        return written::missing;
     }
-    before.put_back(c.work);
-    return back == no_character || bytes.empty() ? written::missing : written::other;
+    keep(c, bytes.size());
+    return written::done;
 }
 
 bool can_write(pvzan_converter& c, const character& what) {
@@ -161,7 +165,9 @@ void write_closing(pvzan_converter& c) {
     s.status = PVZAN_TERMINATE;
     s.dstRule->function(&s);
     c.now.pending_size += static_cast<u32>(s.outPos);
-    s.dstShiftSet = PVZAN_SET_ISO_646_IRV;
+    if (c.target->read != reading::scanned) {
+        s.dstShiftSet = PVZAN_SET_ISO_646_IRV;
+    }
 }
 
 u32 substitute_of(pvzan_converter& c) {
@@ -234,6 +240,44 @@ pvzan_outcome write_text(pvzan_converter& c, bool raw, const u8*& text, std::siz
     }
 }
 
+namespace {
+
+struct short_text {
+    char letters[40];
+    std::size_t size = 0;
+
+    void add(std::string_view text) { size += text.copy(letters + size, sizeof letters - size); }
+    void add_hex(u32 number, int digits_at_least, const char* digits) {
+        int count = digits_at_least;
+        while (number >> 4 * count != 0) {
+            ++count;
+        }
+        while (count-- > 0) {
+            add({digits + (number >> 4 * count & 0xF), 1});
+        }
+    }
+};
+
+void spell_fault(const fault& f, bool by_reference, short_text& text) {
+    if (by_reference && f.kind >= PVZAN_FAULT_MISSING) {
+        for (const u32 scalar : {f.missing.letter, f.missing.mark}) {
+            if (scalar != 0 || scalar == f.missing.letter) {
+                text.add("&#x");
+                text.add_hex(scalar, 1, "0123456789ABCDEF");
+                text.add(";");
+            }
+        }
+        return;
+    }
+    text.add("<");
+    for (u32 i = 0; i < f.length && i < sizeof f.bytes; ++i) {
+        text.add_hex(f.bytes[i], 2, "0123456789abcdef");
+    }
+    text.add(">");
+}
+
+} // namespace
+
 bool write_answer(pvzan_converter& c, const fault& f, u32 how) {
     character back{0, 0};
     if (how < PVZAN_DROP || how > PVZAN_HEX) {
@@ -247,26 +291,10 @@ bool write_answer(pvzan_converter& c, const fault& f, u32 how) {
         write(c, {substitute_of(c), 0}, back);
         return true;
     }
-    char words[40] = "<";
-    std::size_t size = 1;
-    const auto add = [&](const char* format, u32 value) {
-        size += static_cast<std::size_t>(
-            std::snprintf(words + size, sizeof words - size, format, value));
-    };
-    if (how == PVZAN_REFERENCE && f.kind >= PVZAN_FAULT_MISSING) {
-        size = 0;
-        add("&#x%X;", f.missing.letter);
-        if (f.missing.mark != 0) {
-            add("&#x%X;", f.missing.mark);
-        }
-    } else {
-        for (u32 i = 0; i < f.length && i < sizeof f.bytes; ++i) {
-            add("%02x", f.bytes[i]);
-        }
-        words[size++] = '>';
-    }
-    for (std::size_t i = 0; i < size; ++i) {
-        if (write(c, {static_cast<u8>(words[i]), 0}, back) != written::done) {
+    short_text text;
+    spell_fault(f, how == PVZAN_REFERENCE, text);
+    for (const char letter : std::string_view(text.letters, text.size)) {
+        if (write(c, {static_cast<u8>(letter), 0}, back) != written::done) {
             write(c, {'?', 0}, back);
         }
     }

@@ -44,13 +44,12 @@ _MISSING, _OTHER_BACK = 3, 4
 _DONE, _MORE_ROOM, _FAULT = 0, 2, 3
 _PART, _LAST, _FLUSH = 0, 1, 2
 _NO_DIRECTORY, _NO_MEMORY = 1, 5
-_LEAVE_INPUT = 16
+_LEAVE_INPUT, _OFFSETS_ALONE = 16, 64
 _UTF_8, _UNICODE = 1, {2: "utf-16", 3: "utf-16", 4: "utf-32"}
 _PREFIX, _NATIVE = "pvzan:", "le" if sys.byteorder == "little" else "be"
 _UTF16, _UTF32 = f"utf-16{_NATIVE}", f"utf-32{_NATIVE}"
 _MARKS = (codecs.BOM_UTF8, codecs.BOM_UTF16_LE, codecs.BOM_UTF16_BE, codecs.BOM_UTF32_BE)
 _PIECE, _MOST_CLOSING = 16384, 16
-_LONGEST_ESCAPE = 4
 _CONVERT, _DECODE, _ENCODE = 0, 1, 2
 
 
@@ -86,9 +85,9 @@ _name = _record("_Name", _NAME)
 _candidate = _record("_Candidate", "per_million:u32 name_size:u32 " + _NAME)
 
 # Each call's result and arguments, by letters of _TYPES.
-_TYPES = {"v": None, "p": ctypes.c_void_p, "t": ctypes.c_char_p, "z": ctypes.c_size_t, "i": ctypes.c_int32}
-_CALLS = """open:pttpp close:vp reset:vp feed:ipppppi last_fault:ipp convert:zppzpzp convert_rows:zpppzpzpip
-    most:zpz resolve:itip set_directory:itp directory:zpz guess:zpziipz"""
+_TYPES = {"v": None, "p": ctypes.c_void_p, "t": ctypes.c_char_p, "z": ctypes.c_size_t, "i": ctypes.c_int32, "u": ctypes.c_uint64}
+_CALLS = """open:pttpp close:vp reset:vp feed:ipppppi last_fault:ipp convert:zppzpzp convert_rows:zppzpzpzpip
+    most:zpz shift:up begin_in:ipu resolve:itip set_directory:itp directory:zpz guess:zpziipz"""
 
 
 @functools.cache
@@ -127,7 +126,7 @@ def charset_directory():
 
 def _open(source, target):
     """The address of a converter, in whose input faults stay."""
-    options, error = _options(flags=_LEAVE_INPUT), _error()
+    options, error = _options(flags=_LEAVE_INPUT | _OFFSETS_ALONE), _error()
     opened = _library().open(source.encode(), target.encode(), ctypes.byref(options), ctypes.byref(error))
     if not opened:
         kind = PvzanError if error.code in (_NO_DIRECTORY, _NO_MEMORY) else LookupError
@@ -227,23 +226,20 @@ class _Decoder:
         self.converter = _Converter(charset, _UTF16)
         self.reset()
 
-    def reset(self, shift=b""):
-        """shift: the last escape sequence before the text, and a few bytes behind it."""
-        self.shift = shift
-        self.converter.library.reset(self.converter.address)
-        self.converter.feed(shift, 0, _PART)
+    def shift(self):
+        return self.converter.library.shift(self.converter.address)
+
+    def reset(self, shift=0):
+        """shift: what escape sequences before the text have designated."""
+        self.converter.library.begin_in(self.converter.address, shift)
 
     def decode(self, data, errors, final):
         """The text and the bytes taken; nothing has happened when the handler raises."""
-        before, pieces, at, said = self.shift, [], 0, _FAULT
+        before, pieces, at, said = self.shift(), [], 0, _FAULT
         try:
             while said == _FAULT:
-                begin = at
                 said, at, text = self.converter.feed(data, at, _LAST if final else _PART)
                 pieces.append(text.decode(_UTF16))
-                escape = data.rfind(b"\x1b", begin, at)
-                if escape >= 0:
-                    self.shift = data[escape : min(escape + _LONGEST_ESCAPE, at)]
                 if said == _FAULT:
                     fault = self.converter.fault()
                     error = UnicodeDecodeError(self.encoding, data, at, at + fault.length, fault.why.decode())
@@ -329,12 +325,11 @@ def _codec(charset):
             self.decoder.reset()
 
         def getstate(self):
-            return self.buffer, int.from_bytes(self.decoder.shift[1:].ljust(_LONGEST_ESCAPE - 1, b"\0"), "big")
+            return self.buffer, self.decoder.shift()
 
         def setstate(self, state):
             self.buffer, shift = state
-            shift = shift.to_bytes(_LONGEST_ESCAPE - 1, "big").rstrip(b"\0")
-            self.decoder.reset(shift and b"\x1b" + shift)
+            self.decoder.reset(shift)
 
     class StreamWriter(codecs.StreamWriter):
         def encode(self, text, errors="strict"):
@@ -446,7 +441,7 @@ def convert_arrow(offsets, data, source, target, offset_bytes=None):
             raise ValueError("the offsets decrease, or are too small for the result")
         room = 2 * room + 64
         result = ctypes.create_string_buffer(room)
-        done = library.convert_rows(converter.address, data, begins, rows, result, room, behind, size, kinds)
+        done = library.convert_rows(converter.address, data, len(data), begins, rows, result, room, behind, size, kinds)
     return ends, ctypes.string_at(result, ends[-1]), faults
 
 

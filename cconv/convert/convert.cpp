@@ -15,10 +15,12 @@ namespace {
 
 enum class direction { encode, decode };
 
-charset_group* find_charset(const char* name) {
-    return name != nullptr && definitions_settled()
+// By name; else, as callers may have come to rely on it, by number among those of the start.
+charset_group* charset_of(const char* name) {
+    charset_group* group = find_charset(name);
+    return group == nullptr && name != nullptr && definitions_settled()
                ? findGroupArray(g_ProcessObject.groups, group_number(name))
-               : nullptr;
+               : group;
 }
 
 // A table that cannot be loaded is no reason to stop: what it would have mapped is unknown.
@@ -118,7 +120,7 @@ extern "C" {
 u32 cconvInitConvert(session* s, const target_options* options, const char* name) {
     cconvLoadRule();
     getCharsetPath(nullptr, 0); // settles the default
-    charset_group* group = find_charset(name);
+    charset_group* group = charset_of(name);
     clear_session(s);
     if (group == nullptr) {
         return s->status = PVZAN_UNKNOWN_CHARSET;
@@ -138,7 +140,7 @@ u32 cconvInitConvert(session* s, const target_options* options, const char* name
 }
 
 u32 cconvChgCharset(session* s, const source_options* options, const char* name) {
-    charset_group* group = find_charset(name);
+    charset_group* group = charset_of(name);
     if (group == nullptr) {
         s->srcRule = nullptr;
         return s->status = PVZAN_UNKNOWN_CHARSET;

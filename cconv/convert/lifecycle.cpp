@@ -6,10 +6,12 @@
 #include "cconv/directory/directory.h"
 #include "cconv/directory/embedded.h"
 #include "cconv/fast/fast.h"
-#include "cconv/registry/registry.h"
+#include "cconv/registry/further.h"
+#include "cconv/tables/table.h"
 #include "platform/platform.h"
 
 #include <atomic>
+#include <new>
 #include <string_view>
 
 namespace {
@@ -19,6 +21,11 @@ constexpr const char* definition_suffix = definition_pattern + 1;
 
 std::atomic<u32> s_loaded;    // 1 once the charset directory has been read, with whatever success
 std::atomic<i32> s_loadCount; // definitions read successfully
+
+// Both are the registry's, go with it, and are used under the table lock: the set files that
+// definitions named so far, and the names of further charsets.
+constinit known_sets known;
+std::atomic<file_names*> further; // null: not read yet
 
 // Guards the reference count, so that first conversions on several threads may race without
 // my_init. It is held only here, never together with work on tables.
@@ -34,6 +41,66 @@ public:
 private:
     cancel_delay uninterrupted_;
 };
+
+// Calls use with the name of each definition in the charset directory or in a folder of it.
+template <typename Use>
+void for_each_definition(const char* folder, Use use) {
+    char directory[text_bytes];
+    if (charset_path_locked(directory, sizeof directory) == nullptr ||
+        !append_text(directory, folder)) {
+        return;
+    }
+    if (is_embedded(directory)) {
+        const std::string_view before(folder);
+        for (const embedded_file& file : embedded_files) {
+            const std::string_view name(file.name);
+            if (name.starts_with(before) && name.ends_with(definition_suffix) &&
+                name.find('/', before.size()) == name.npos) {
+                use(file.name + before.size());
+            }
+        }
+        return;
+    }
+    const file_names definitions(directory, definition_pattern);
+    for (const char* name : definitions.all()) {
+        use(name);
+    }
+}
+
+i32 read_definitions() {
+    i32 count = 0;
+    for_each_definition("",
+                        [&](const char* name) { count += read_definition(name, known) ? 1 : 0; });
+    return count;
+}
+
+// Null when memory is short.
+file_names* read_further_names() {
+    void* const room = ZAN_malloc(i32{sizeof(file_names)});
+    if (room == nullptr) {
+        return nullptr;
+    }
+    auto* names = new (room) file_names();
+    for_each_definition(further_folder, [&](const char* file) {
+        char name[text_bytes], path[text_bytes];
+        copy_text(name, file);
+        name[std::strlen(name) - std::strlen(definition_suffix)] = '\0';
+        // Files that no name leads to, such as those with capital letters, are none.
+        if (further_path(name, path) &&
+            std::strcmp(path + std::strlen(further_folder), file) == 0) {
+            names->add(name);
+        }
+    });
+    names->sort(); // without their endings they have another order
+    return names;
+}
+
+void release_further_names() {
+    if (file_names* names = further.exchange(nullptr, std::memory_order_acquire)) {
+        names->~file_names();
+        ZAN_free(names);
+    }
+}
 
 // Groups go before the basic sets that they borrow.
 void release_registry() {
@@ -52,35 +119,26 @@ void release_registry() {
     }
     g_ProcessObject.groups = nullptr;
     g_ProcessObject.basics = nullptr;
+    release_further();
+    known.clear();
+    release_further_names();
 }
 
-i32 read_definitions() {
-    char directory[text_bytes];
+charset_group* read_further(const char* name) {
     char path[text_bytes];
-    if (charset_path_locked(directory, sizeof directory) == nullptr) {
-        return 0;
+    if (!further_path(name, path)) {
+        return nullptr;
     }
-    known_sets known;
-    i32 count = 0;
-    const auto read = [&](const char* name) {
-        copy_text(path, directory);
-        if (append_text(path, name) && read_definition(path, known)) {
-            ++count;
+    const table_lock lock;
+    charset_group* group = registered_group(name); // by another thread meanwhile
+    if (group == nullptr) {
+        const u32 sets = further_set_count();
+        group = read_further_definition(path, name, known);
+        if (further_set_count() != sets) {
+            note_table_change(); // a rule may look for a set that is there now
         }
-    };
-    if (is_embedded(directory)) {
-        for (const embedded_file& file : embedded_files) {
-            if (std::string_view(file.name).ends_with(definition_suffix)) {
-                read(file.name);
-            }
-        }
-        return count;
     }
-    const file_names definitions(directory, definition_pattern);
-    for (const char* name : definitions.all()) {
-        read(name);
-    }
-    return count;
+    return group;
 }
 
 u32 any_loaded() {
@@ -199,6 +257,25 @@ u32 cconvLoadRule(void) {
 }
 
 } // extern "C"
+
+charset_group* find_charset(const char* name) {
+    if (name == nullptr || !definitions_settled() || g_ProcessObject.groups == nullptr) {
+        return nullptr;
+    }
+    charset_group* group = registered_group(name);
+    return group != nullptr ? group : read_further(name);
+}
+
+std::span<char* const> further_names() {
+    if (definitions_settled() && further.load(std::memory_order_acquire) == nullptr) {
+        const table_lock lock;
+        if (further.load(std::memory_order_acquire) == nullptr) {
+            further.store(read_further_names(), std::memory_order_release);
+        }
+    }
+    const file_names* names = further.load(std::memory_order_acquire);
+    return names != nullptr ? names->all() : std::span<char* const>();
+}
 
 bool definitions_settled() {
     return s_loaded.load(std::memory_order_acquire) != 0;

@@ -6,7 +6,10 @@
 #include "cconv/definition/definition.h"
 
 #include "cconv/definition/document_search.h"
+#include "cconv/definition/iso2022_read.h"
 #include "cconv/definition/known_sets.h"
+#include "cconv/registry/further.h"
+#include "cconv/registry/linear.h"
 #include "cconv/registry/names.h"
 
 namespace {
@@ -65,6 +68,12 @@ i32 skip_ranges(document& in, i32 from) {
     return from;
 }
 
+// Where a definition goes to: into the root, or among the further ones.
+struct shelf {
+    known_sets& known;
+    bool is_further;
+};
+
 // ---- Base and difference sets ------------------------------------------------------------------
 
 struct set_grammar {
@@ -75,7 +84,7 @@ struct set_grammar {
 constexpr set_grammar base_grammar{"subseta", "code", PVZAN_SET_BASE};
 constexpr set_grammar difference_grammar{"subsetb", "codeb", PVZAN_SET_DIFFERENCE};
 
-// A set read from its file.
+// What was read from a set's file.
 struct read_set {
     owned_set set;
     owned_memory<char> table; // the entity of its table
@@ -102,6 +111,17 @@ bool read_set_contents(document& main, document& in, const set_grammar& grammar,
     return xmlGetTable(&main, &in, table->start, table->end, set.decodeTable, set.encodeTable) != 0;
 }
 
+// Makes both tables those of codes that are counted, where the set says so.
+bool count_codes(document& in, const element& code, basic_set& set) {
+    code_bytes codes{};
+    switch (counted_codes(in, code.start, code.end, codes)) {
+    case counting::none: return true;
+    case counting::faulty: return false;
+    case counting::sound: break;
+    }
+    return make_linear(set.decodeTable, codes) && make_linear(set.encodeTable, codes);
+}
+
 bool read_set_file(document& main, work_budget& budget, const char* file,
                    const set_grammar& grammar, read_set& out) {
     owned_document in;
@@ -122,7 +142,7 @@ bool read_set_file(document& main, work_budget& budget, const char* file,
     xmlGetBytenum(&in, code->start, code->end, &byteNum);
     xmlGetName(&in, name->start, name->end, text);
     out.set.reset(initBasic(text, grammar.setType, byteNum));
-    if (out.set == nullptr) {
+    if (out.set == nullptr || !count_codes(in, *code, *out.set)) {
         return false;
     }
     xmlGetLang(&in, lang->start, lang->end, out.set->lang);
@@ -139,9 +159,9 @@ struct set_reader {
     element_finder tables;
     key_finder width;
     work_budget budget;
-    known_sets& known;
-    set_reader(document& main, known_sets& sets)
-        : tables(main, extra_table_keys), width(main, "bytenum="), budget(main), known(sets) {}
+    const shelf& place;
+    set_reader(document& main, const shelf& where)
+        : tables(main, extra_table_keys), width(main, "bytenum="), budget(main), place(where) {}
 };
 
 // The value width of an extra table: hexadecimal, 2 where none is given; nothing when its quotes
@@ -203,26 +223,31 @@ owned_tables read_extra_tables(document& main, set_reader& reader, const element
 
 // ---- Registration ------------------------------------------------------------------------------
 
-// Registers the set, or gives way to the one of that number, and makes it a member of the group.
-bool register_set(charset_group& group, owned_set set) {
-    const u32 setNo = set->setNo;
-    if (findBasicArray(g_ProcessObject.basics, setNo) == nullptr) {
-        if (TheAddBasic(set.get()) == 0) {
+// Registers the set, unless one is there, in the root by number, else by name; and makes that a
+// member of the group. The file is remembered as that one's if they have one name.
+bool take_set(const shelf& place, charset_group& group, const document& main,
+              owned_memory<char> file, read_set read) {
+    basic_set* set = place.is_further ? registered_set(read.set->name)
+                                      : findBasicArray(g_ProcessObject.basics, read.set->setNo);
+    if (set == nullptr) {
+        set = read.set.get();
+        if (!(place.is_further ? add_further(set) : TheAddBasic(set) != 0)) {
             return false;
         }
-        set.release();
+        read.set.release();
+    } else if (!same_name(set->name, read.set->name) || set->setType != read.set->setType) {
+        file = nullptr;
     }
-    return addNameArray(group.memberSets, setNo) != 0;
-}
-
-known_set known_as(const document& main, const basic_set& set, i32 characters) {
-    return {.file = nullptr,
-            .table = nullptr,
-            .encoding = main.encoding,
-            .bigEndian = main.bigEndian,
-            .setNo = set.setNo,
-            .setType = set.setType,
-            .characters = characters};
+    if (file != nullptr) {
+        place.known.add(std::move(file), std::move(read.table),
+                        {.file = nullptr,
+                         .table = nullptr,
+                         .encoding = main.encoding,
+                         .bigEndian = main.bigEndian,
+                         .set = set,
+                         .characters = read.characters});
+    }
+    return addArray(group.memberSets, set) != 0;
 }
 
 // What a set that is known still asks of the definition that names it: room in the budget, and its
@@ -243,7 +268,7 @@ bool add_set(document& main, set_reader& reader, const element& reference,
     if (file == nullptr) {
         return false;
     }
-    const known_set* known = reader.known.find(main, file.get(), grammar.setType);
+    const known_set* known = reader.place.known.find(main, file.get(), grammar.setType);
     read_set read;
     if (known != nullptr ? !may_take(main, reader.budget, *known)
                          : !read_set_file(main, reader.budget, file.get(), grammar, read)) {
@@ -254,23 +279,16 @@ bool add_set(document& main, set_reader& reader, const element& reference,
         return false;
     }
     tables.release();
-    if (known != nullptr) {
-        return addNameArray(group.memberSets, known->setNo) != 0;
-    }
-    const known_set as = known_as(main, *read.set, read.characters);
-    if (!register_set(group, std::move(read.set))) {
-        return false;
-    }
-    reader.known.add(std::move(file), std::move(read.table), as);
-    return true;
+    return known != nullptr ? addArray(group.memberSets, known->set) != 0
+                            : take_set(reader.place, group, main, std::move(file), std::move(read));
 }
 
 // Takes base and difference sets in the order of the document; end receives where the last one
 // ended.
-bool add_sets(document& main, known_sets& known, charset_group& group, i32& end) {
+bool add_sets(document& main, const shelf& place, charset_group& group, i32& end) {
     end = 0;
     element_finder bases(main, base_set_keys), differences(main, difference_set_keys);
-    set_reader reader(main, known);
+    set_reader reader(main, place);
     for (;;) {
         const auto base = bases.find(end);
         const auto difference = differences.find(end);
@@ -301,14 +319,14 @@ std::optional<u16> quoted_hex(document& in, const char* key, i32 from) {
 }
 
 // The one set of user-defined characters, which has no tables and so no array of extra ones.
-bool add_user_defined_set(document& main, known_sets& known_files, const element& reference,
+bool add_user_defined_set(document& main, const shelf& place, const element& reference,
                           charset_group& group) {
     owned_memory<char> file = entity_file(main, reference.start, reference.end);
     if (file == nullptr) {
         return false;
     }
-    if (const auto* known = known_files.find(main, file.get(), PVZAN_SET_USER_DEFINED)) {
-        return addNameArray(group.memberSets, known->setNo) != 0;
+    if (const auto* known = place.known.find(main, file.get(), PVZAN_SET_USER_DEFINED)) {
+        return addArray(group.memberSets, known->set) != 0;
     }
     owned_document in;
     if (xmlReadFile(file.get(), main.encoding, main.bigEndian, &in) == 0) {
@@ -331,22 +349,14 @@ bool add_user_defined_set(document& main, known_sets& known_files, const element
     u16 byteNum = 0;
     xmlGetName(&in, name->start, name->end, text);
     xmlGetBytenum(&in, code->start, code->end, &byteNum);
-    owned_set set(initBasic(text, PVZAN_SET_USER_DEFINED, byteNum));
-    if (set == nullptr) {
+    read_set read;
+    read.set.reset(initBasic(text, PVZAN_SET_USER_DEFINED, byteNum));
+    if (read.set == nullptr) {
         return false;
     }
-    set->eudcStart = *start;
-    set->eudcNumber = *number;
-    const known_set as = known_as(main, *set, 0);
-    if (!register_set(group, std::move(set))) {
-        return false;
-    }
-    known_files.add(std::move(file), nullptr, as);
-    return true;
-}
-
-bool is_registered(u32 groupNo) {
-    return findGroupArray(g_ProcessObject.groups, groupNo) != nullptr;
+    read.set->eudcStart = *start;
+    read.set->eudcNumber = *number;
+    return take_set(place, group, main, std::move(file), std::move(read));
 }
 
 struct rule_names {
@@ -370,50 +380,123 @@ bool read_rules(document& main, const element& name, rule_names& rules) {
     return true;
 }
 
-} // namespace
+// The element of the rules that go by it.
+bool read_codes(const document& main, i32 from, charset_group& group) {
+    constexpr std::size_t most_members = 64;
+    const char* names[most_members];
+    std::size_t count = 0;
+    for (const basic_set* set : member_sets(&group)) {
+        if (count < most_members) {
+            names[count++] = set->name;
+        }
+    }
+    group.codes = static_cast<iso2022*>(initStruct(sizeof(iso2022)));
+    complaint wrong;
+    return group.codes != nullptr &&
+           read_iso2022({main.text, static_cast<std::size_t>(characters_in(main))},
+                        static_cast<std::size_t>(from) / sizeof(u32), {names, count}, *group.codes,
+                        wrong);
+}
 
-bool read_definition(const char* fileName, known_sets& known) {
+// What a definition is before its sets are read.
+struct definition {
     owned_document main;
-    if (xmlReadFile(fileName, encoding_utf16, 0, &main) == 0) {
+    char name[text_bytes];
+    element named;
+};
+
+bool read_name(const char* fileName, definition& out) {
+    if (xmlReadFile(fileName, encoding_utf16, 0, &out.main) == 0) {
         return false;
     }
-    const auto charset = find_element(main, "charset", 0);
-    const auto name = charset ? find_element(main, "name", charset->start) : std::nullopt;
+    const auto charset = find_element(out.main, "charset", 0);
+    const auto name = charset ? find_element(out.main, "name", charset->start) : std::nullopt;
     if (!name) {
         return false;
     }
-    char text[text_bytes];
-    xmlGetName(&main, name->start, name->end, text);
-    fold_text(text);
+    out.named = *name;
+    xmlGetName(&out.main, name->start, name->end, out.name);
+    fold_text(out.name);
+    return true;
+}
+
+// Null where it does not hold together, or memory is short.
+owned_group read_group(definition& in, const shelf& place) {
+    rule_names rules;
+    if (!read_rules(in.main, in.named, rules)) {
+        return nullptr;
+    }
+    owned_group group(initGroup(in.name, rules.constRule, rules.destRule));
+    i32 sets_end = 0;
+    if (group == nullptr || !add_sets(in.main, place, *group, sets_end)) {
+        return nullptr;
+    }
+    const bool has_codes = goes_by_iso2022(rules.constRule) || goes_by_iso2022(rules.destRule);
+    if (has_codes && !read_codes(in.main, sets_end, *group)) {
+        return nullptr;
+    }
+    const auto user_defined = find_element(in.main, "eudcset", sets_end);
+    if (user_defined && !add_user_defined_set(in.main, place, *user_defined, *group)) {
+        return nullptr;
+    }
+    return group;
+}
+
+} // namespace
+
+counting counted_codes(document& in, i32 start, i32 end, code_bytes& codes) {
+    const auto key = find_key(in, "linear=", start);
+    if (!key || *key > end) {
+        return counting::none;
+    }
+    const auto open = find_quote(in, *key, end);
+    const auto close = open ? find_quote(in, *open, end) : std::nullopt;
+    char text[text_bytes] = "";
+    u16 bytes = 0;
+    if (close) {
+        xmlGetName(&in, *open, *close - i32{sizeof(u32)}, text);
+    }
+    xmlGetBytenum(&in, start, end, &bytes);
+    return codes.read(text, bytes) ? counting::sound : counting::faulty;
+}
+
+bool goes_by_iso2022(const char* rule) {
+    return std::strcmp(rule, "destISO-2022") == 0 || std::strcmp(rule, "constISO-2022") == 0;
+}
+
+bool read_definition(const char* fileName, known_sets& known) {
+    definition in;
+    if (!read_name(fileName, in)) {
+        return false;
+    }
     // The first definition of a charset wins; later ones are not looked at further.
-    if (is_registered(group_number(text))) {
+    if (findGroupArray(g_ProcessObject.groups, group_number(in.name)) != nullptr) {
         return true;
     }
-    rule_names rules;
-    if (!read_rules(main, *name, rules)) {
-        return false;
-    }
-    owned_group group(initGroup(text, rules.constRule, rules.destRule));
-    i32 sets_end = 0;
-    if (group == nullptr || !add_sets(main, known, *group, sets_end)) {
-        return false;
-    }
-    const auto user_defined = find_element(main, "eudcset", sets_end);
-    if (user_defined && !add_user_defined_set(main, known, *user_defined, *group)) {
-        return false;
-    }
-    if (TheAddGroup(group.get()) == 0) {
+    owned_group group = read_group(in, {known, false});
+    if (group == nullptr || TheAddGroup(group.get()) == 0) {
         return false;
     }
     group.release();
     return true;
 }
 
+charset_group* read_further_definition(const char* fileName, const char* name, known_sets& known) {
+    definition in;
+    if (!read_name(fileName, in) || !same_name(in.name, name)) {
+        return nullptr;
+    }
+    owned_group group = read_group(in, {known, true});
+    return group != nullptr && add_further(group.get()) ? group.release() : nullptr;
+}
+
 extern "C" {
 
 u32 xmlReadXML(const char* fileName) {
     known_sets known;
-    return read_definition(fileName, known) ? 1 : 0;
+    const bool read = read_definition(fileName, known);
+    known.clear();
+    return read ? 1 : 0;
 }
 
 u32 readDAT(document* document, i32 start, i32 end, struct document* subDocument) {

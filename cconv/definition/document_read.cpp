@@ -18,11 +18,11 @@ constexpr i64 max_file_bytes = std::numeric_limits<i32>::max();
 // ---- The file ----------------------------------------------------------------------------------
 
 // Definition files lie in the charset directory under lower-case names; a directory part is
-// dropped, where splitPath would see one.
+// dropped, where splitPath would see one, but for the folder of further charsets.
 bool document_path(const char* fileName, char (&path)[text_bytes]) {
     char name[text_bytes];
     copy_text(name, fileName + (fileName[0] == '/' ? 1 : 0));
-    const char* delimiter = _right(name, '/');
+    const char* delimiter = is_further_path(fileName) ? nullptr : _right(name, '/');
     fold_text(name);
     return getCharsetPath(path, text_bytes) != nullptr &&
            append_text(path, delimiter != nullptr ? delimiter + 1 : name);

@@ -1,36 +1,39 @@
 // The set files that the definitions of a directory named so far, so that a file shared by many
-// charsets is read once. Only while definitions are being loaded.
+// charsets is read once. Under the table lock.
 #pragma once
 
 #include "cconv/definition/document.h"
 #include "platform/platform.h"
 
-// A set that was taken into the registry, or gave way there to one of its number.
+// A set that was taken into the registry, or is there by its name.
 struct known_set {
     char* file;              // as entities name it
     char* table;             // the entity of its table; null when it has none
     u32 encoding, bigEndian; // of the definition, by which the file was read where it says nothing
-    u32 setNo;
-    u16 setType;
+    basic_set* set;
     i32 characters;
 };
 
 class known_sets {
 public:
-    known_sets() = default;
-    ~known_sets() {
+    constexpr known_sets() = default;
+    known_sets(const known_sets&) = delete;
+    known_sets& operator=(const known_sets&) = delete;
+
+    // To be called at the end; there is no destructor, which would run while others still convert.
+    void clear() {
         for (const known_set& set : all()) {
             ZAN_free(set.file);
             ZAN_free(set.table);
         }
         ZAN_free(sets_);
+        sets_ = nullptr;
+        count_ = room_ = 0;
     }
-    known_sets(const known_sets&) = delete;
-    known_sets& operator=(const known_sets&) = delete;
 
     const known_set* find(const document& main, const char* file, u16 setType) const {
         for (const known_set& set : all()) {
-            if (set.setType == setType && set.encoding == main.encoding &&
+            if (set.set->setType == setType && set.encoding == main.encoding &&
                 set.bigEndian == main.bigEndian && std::strcmp(set.file, file) == 0) {
                 return &set;
             }

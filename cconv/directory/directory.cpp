@@ -65,6 +65,24 @@ char* getCharsetPath(char* buffer, u32 size) {
 
 } // extern "C"
 
+bool further_path(const char* name, char (&path)[text_bytes]) {
+    constexpr std::size_t longest = 63; // as pvzan_name holds
+    const std::size_t length = ::strnlen(name, longest + 1);
+    if (length == 0 || length > longest || name[0] == '.' || std::strchr(name, '/') != nullptr) {
+        return false;
+    }
+    copy_text(path, further_folder);
+    append_text(path, name);
+    fold_text(path);
+    return append_text(path, ".xml");
+}
+
+bool is_further_path(const char* path) {
+    constexpr std::size_t folder = sizeof further_folder - 1;
+    return std::strncmp(path, further_folder, folder) == 0 &&
+           std::strchr(path + folder, '/') == nullptr;
+}
+
 char* charset_path_locked(char* buffer, u32 size) {
     if (m_charsetpath[0] == '\0') {
         store_directory(default_directory());

@@ -15,6 +15,14 @@ PVZAN_API extern char m_charsetpath[text_bytes];
 PVZAN_API char* getCharsetPath(char* buffer, u32 size);
 }
 
+// The folder of the charset directory whose definitions are only read when somebody asks for their
+// charset by its name: further/NAME.xml, in lower case.
+inline constexpr char further_folder[] = "further/";
+// Where the definition of such a charset would be; false where no file can be called like that.
+bool further_path(const char* name, char (&path)[text_bytes]);
+// Whether it is the path of a file in that folder, from the charset directory on.
+bool is_further_path(const char* path);
+
 // Puts pthread_cancel off for a scope: reading files is where it acts, and a thread that ended
 // there would leave the lock taken for ever.
 class cancel_delay {

@@ -1,5 +1,6 @@
 // The 25 characters of JIS X 0213 that Unicode writes as a base letter and a combining mark.
 #include "cconv/engine/engine.h"
+#include "cconv/tables/table.h"
 
 #include <algorithm>
 
@@ -7,6 +8,7 @@ namespace {
 
 constexpr u32 mark_grave = 0x0300, mark_acute = 0x0301, mark_semi_voiced = 0x309A;
 constexpr u32 tone_extra_high = 0x02E5, tone_extra_low = 0x02E9;
+constexpr u32 mark_bits = 16; // and as many of the letter, where both are one number
 
 std::span<const combining_row> rows() {
     return std::span(JISX0213CombiningTable).first<std::size(JISX0213CombiningTable) - 1>();
@@ -97,6 +99,36 @@ bool is_combining_mark(u32 mark) {
     return std::ranges::find(combining_marks, mark) != std::end(combining_marks);
 }
 
-bool may_take_mark(u32 base) {
-    return std::ranges::find(rows(), base, &combining_row::base) != rows().end();
+bool is_mark_in_tables(u32 mark) {
+    return std::ranges::binary_search(marks_in_tables, mark);
+}
+
+u32 in_one(u32 letter, u32 mark) {
+    return is_mark_in_tables(mark) && letter != 0 && letter < 1U << mark_bits
+               ? mark << mark_bits | letter
+               : 0;
+}
+
+letter_and_mark taken_apart(u32 value) {
+    const u32 mark = value >> mark_bits;
+    return is_mark_in_tables(mark) ? letter_and_mark{value & ((1U << mark_bits) - 1), mark}
+                                   : letter_and_mark{value, 0};
+}
+
+u32 code_of_pair(const basic_set* set, u32 letter, u32 mark) {
+    const u32 both = set->encodeTable->maxKey > last_scalar ? in_one(letter, mark) : 0;
+    return both != 0 ? find_value(set->encodeTable, both).value_or(0) : 0;
+}
+
+bool may_take_mark(u32 letter, const charset_group* target) {
+    if (std::ranges::find(rows(), letter, &combining_row::base) != rows().end()) {
+        return true;
+    }
+    for (const basic_set* set : member_sets(target)) {
+        if (std::ranges::any_of(marks_in_tables,
+                                [=](u32 mark) { return code_of_pair(set, letter, mark) != 0; })) {
+            return true;
+        }
+    }
+    return false;
 }

@@ -54,6 +54,15 @@ constexpr std::array<marked_letters, 16> compositions = {{
      U"はひふへほハヒフヘホ", U"ぱぴぷぺぽパピプペポ"},
 }};
 
+// Ideographs, which texts are full of, are beyond it.
+constexpr char32_t last_letter = [] {
+    char32_t last = 0;
+    for (const marked_letters& row : compositions) {
+        last = std::max(last, std::ranges::max(row.letters));
+    }
+    return last;
+}();
+
 } // namespace
 
 u32 compose(u32 letter, u32 mark) {
@@ -65,7 +74,8 @@ u32 compose(u32 letter, u32 mark) {
 }
 
 bool takes_composing_mark(u32 letter) {
-    return std::ranges::any_of(compositions, [letter](const marked_letters& row) {
-        return row.letters.find(static_cast<char32_t>(letter)) != std::u32string_view::npos;
-    });
+    return letter <= last_letter &&
+           std::ranges::any_of(compositions, [letter](const marked_letters& row) {
+               return row.letters.find(static_cast<char32_t>(letter)) != std::u32string_view::npos;
+           });
 }

@@ -1,6 +1,7 @@
 // Table-driven encoding: which member set of the target carries the current character, with what
 // code.
 #include "cconv/engine/engine.h"
+#include "cconv/registry/further.h"
 #include "cconv/tables/table.h"
 
 namespace {
@@ -29,7 +30,8 @@ bool encode_by_set(session* s) {
             }
         } else if (set->setNo == s->charSetNo) {
             choose_set(s, set, s->setCode);
-            if (set->setNo == PVZAN_SET_JIS_X_0213) {
+            if (set->setNo == PVZAN_SET_JIS_X_0213 ||
+                (s->outCode2 != 0 && code_of_pair(set, s->ucsCode, s->outCode2) != 0)) {
                 s->outCode2 = 0; // the code stands for base and mark
             }
             return true;
@@ -55,8 +57,23 @@ bool set_encodes(session* s, const basic_set* set, u16 position, u32& code) {
            dstDsTableArray(extra_tables, s->ucsCode, &code, &s->outDone) != 0;
 }
 
+// A letter and a mark that some set has a code for.
+bool encode_pair(session* s) {
+    for (const basic_set* set : member_sets(s->dstGroup)) {
+        if (const u32 code = code_of_pair(set, s->ucsCode, s->outCode2); code != 0) {
+            choose_set(s, set, code);
+            s->outCode2 = 0;
+            return true;
+        }
+    }
+    return false;
+}
+
 // The first set in order that has the character wins, never the shortest code.
 bool encode_by_unicode(session* s) {
+    if (s->outCode2 != 0 && encode_pair(s)) {
+        return true;
+    }
     u16 position = 0;
     for (const basic_set* set : member_sets(s->dstGroup)) {
         const u16 index = position++;
@@ -103,10 +120,7 @@ bool encode_control_code(session* s) {
 } // namespace
 
 void derive_unicode(session* s) {
-    if (s->setCode == 0 || g_ProcessObject.basics == nullptr) {
-        return;
-    }
-    const basic_set* set = findBasicArray(g_ProcessObject.basics, s->charSetNo);
+    const basic_set* set = s->setCode != 0 ? registered_set(s->charSetNo) : nullptr;
     if (set == nullptr) {
         return;
     }
@@ -114,6 +128,11 @@ void derive_unicode(session* s) {
         ConvJISX0213CombiningToUCS(s->setCode, &s->ucsCode, &s->outCode2);
     } else {
         s->ucsCode = map_code(set->decodeTable, s->setCode);
+        if (s->ucsCode > last_scalar) {
+            const letter_and_mark both = taken_apart(s->ucsCode);
+            s->ucsCode = both.letter;
+            s->outCode2 = both.mark;
+        }
     }
 }
 

@@ -59,8 +59,26 @@ void derive_unicode(session* s);
 // The marks that may follow a base letter as one character of JIS X 0213.
 inline constexpr u16 combining_marks[] = {0x0300, 0x0301, 0x309A, 0x02E5, 0x02E9};
 bool is_combining_mark(u32 mark);
-// Whether any of them may follow the letter.
-bool may_take_mark(u32 base);
+
+inline constexpr u32 last_scalar = 0x10FFFF;
+
+// A code of two scalars in a table: one number, the mark in the upper half, which is beyond every
+// scalar. Other marks than these stand in none: those of JIS X 0213, two of Big5-HKSCS, and what
+// the Macintosh puts behind a character that it draws otherwise.
+inline constexpr u16 marks_in_tables[] = {0x02E5, 0x02E9, 0x0300, 0x0301, 0x0304, 0x030C,
+                                          0x20DD, 0x309A, 0xF87A, 0xF87E, 0xF87F};
+bool is_mark_in_tables(u32 mark);
+struct letter_and_mark {
+    u32 letter, mark; // 0: none
+};
+// 0: tables have no such pair.
+u32 in_one(u32 letter, u32 mark);
+letter_and_mark taken_apart(u32 value);
+
+// Whether a mark may follow the letter as one character of JIS X 0213, or of the charset.
+bool may_take_mark(u32 letter, const charset_group* target);
+// The code that the set has for both; 0: none.
+u32 code_of_pair(const basic_set* set, u32 letter, u32 mark);
 
 // The unread input; empty when the positions make no sense. The session is the caller's, so its
 // positions are checked before they are used.
@@ -103,6 +121,11 @@ inline u32 deliver_character(session* s, const basic_set* set, u32 srcCode, u32 
     s->srcCode = srcCode;
     s->setCode = setCode;
     s->ucsCode = ucs;
+    if (ucs > last_scalar) {
+        const letter_and_mark both = taken_apart(ucs);
+        s->ucsCode = both.letter;
+        s->outCode2 = both.mark;
+    }
     ++s->inCount;
     s->status = PVZAN_DECODED;
     return 1;

@@ -4,12 +4,14 @@
 #include "cconv/engine/step.h"
 #include "cconv/fast/readers.h"
 #include "cconv/rulefunc/designations.h"
+#include "cconv/rulefunc/iso2022.h"
 #include "cconv/rulefunc/strict.h"
 #include "cconv/tables/table.h"
 #include "platform/platform.h"
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 namespace fast {
 
@@ -51,13 +53,19 @@ verdict decode(pair& p, std::span<const u8> k, u32 source_set) {
     if (s.status == PVZAN_INPUT_INCOMPLETE) {
         return verdict::cut;
     }
+    // The reader knows itself what a line break does.
+    const charset_group* told = p.plan.source_group;
+    const u32 behind_line = told != nullptr && k.size() == 1 && (k[0] == '\r' || k[0] == '\n')
+                                ? told->codes->line.applied_to(source_set)
+                                : source_set;
     const bool one = s.status == PVZAN_DECODED && s.inCount == 1 &&
                      s.inPos == static_cast<i32>(k.size()) && s.charSetNo != nobody &&
-                     s.charSetType != static_cast<u16>(nobody) && s.srcShiftSet == source_set;
+                     s.charSetType != static_cast<u16>(nobody) &&
+                     (s.srcShiftSet == source_set || s.srcShiftSet == behind_line);
     if (one && p.strict != strictness::none) {
         character c{0, 0};
-        const bool designates =
-            p.plan.target->designates || p.plan.source->read == reading::escapes;
+        const bool designates = (p.plan.target->designates && p.plan.target_group == nullptr) ||
+                                p.plan.source->read == reading::escapes;
         if (!read_character(&s, c) || (designates && switches_sets(c.letter))) {
             return verdict::by_rules;
         }
@@ -102,6 +110,85 @@ bool separate_designation(pair& p, std::span<const u8> k, u32 source_set, std::s
     u32 none = 0;
     return p.escapes[slot].compare_exchange_strong(none, sequence, std::memory_order_relaxed) ||
            none == sequence;
+}
+
+// Whether the line break is the first set's, and needs nothing else before it.
+bool breaks_in_first_set(const iso2022& codes) {
+    const wanted_state& line = codes.line;
+    const auto elsewhere = [](const control_sequence& s) {
+        return s.kind == sequence_kind::designation && s.set == 1 && s.which != 0;
+    };
+    const bool first = (line.mask & register_mask(0)) == 0 || set_in(line.value, 0) == 1;
+    return line.mask == 0 || ((line.mask & ~(register_mask(0) | shift_mask)) == 0 && first &&
+                              shifted(line.value) == 0 && set_in(codes.initial, 0) == 1 &&
+                              std::ranges::none_of(codes.sequences(), elsewhere));
+}
+
+// Whether the bytes are codes of the set, or a literal of the first one, or a line break.
+bool are_codes_of(const iso2022& codes, u32 set, std::span<const u8> bytes) {
+    const auto is_break = [](u8 byte) { return byte == '\r' || byte == '\n'; };
+    const bool breaks = std::ranges::all_of(bytes, is_break);
+    if (set == line_way || (breaks && (set != 1 || !breaks_in_first_set(codes)))) {
+        return set == line_way && breaks;
+    }
+    const auto is_literal = [&](const control_sequence& s) {
+        return s.kind == sequence_kind::literal && std::ranges::equal(s.sequence(), bytes);
+    };
+    if (set == 1 && std::ranges::any_of(codes.sequences(), is_literal)) {
+        return true;
+    }
+    const graphic_set& g = codes.set(set);
+    for (; bytes.size() >= g.width; bytes = bytes.subspan(g.width)) {
+        if (codes.opens_sequence(bytes[0]) || !g.may_hold(load_code(bytes.first(g.width), true))) {
+            return false;
+        }
+    }
+    return bytes.empty();
+}
+
+// How many of the bytes are the way from a state to the set.
+std::optional<std::size_t> way_size(const charset_group* group, u32 from, u32 set,
+                                    std::span<const u8> bytes, u32 behind) {
+    iso2022_way way;
+    if (!find_way(group, from, set, way) || way.size >= bytes.size() || way.state != behind) {
+        return std::nullopt;
+    }
+    for (u32 i = 0; i < way.size; ++i) {
+        if (bytes[i] != static_cast<u8>(way.bytes >> 8 * i)) {
+            return std::nullopt;
+        }
+    }
+    return way.size;
+}
+
+// With a rule that goes by a definition: what was written before the code is the way to its set,
+// from the begin of a text as from the state behind it.
+bool separate_way(pair& p, std::span<const u8> k, u32 source_set, std::span<u8>& written,
+                  std::span<u8> once_more, answer& a) {
+    session& s = p.neutral;
+    const charset_group* group = p.plan.target_group;
+    const iso2022& codes = *group->codes;
+    const u32 behind = s.dstShiftSet;
+    for (u32 set = 1; set <= line_way; ++set) {
+        const auto size = set <= codes.set_count || set == line_way
+                              ? way_size(group, codes.initial, set, written, behind)
+                              : std::nullopt;
+        if (!size || !are_codes_of(codes, set, written.subspan(*size))) {
+            continue;
+        }
+        reset(s, k, once_more, source_set, behind);
+        if (decode(p, k, source_set) != verdict::plain) {
+            return false;
+        }
+        encode_step(&s);
+        const std::span<const u8> second = once_more.first(static_cast<std::size_t>(s.outPos));
+        const auto again = way_size(group, behind, set, second, behind);
+        written = written.subspan(*size);
+        a.slot = static_cast<u8>(set);
+        return wrote(s) && s.dstShiftSet == behind && again &&
+               std::ranges::equal(second.subspan(*again), written);
+    }
+    return false;
 }
 
 void note_session(answer& a, const session& s) {
@@ -154,9 +241,8 @@ bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, con
         return false;
     }
     std::array<u8, output_bytes> again;
-    return back == c &&
-           (p.strict == strictness::characters || p.plan.source->read == reading::escapes ||
-            std::ranges::equal(k, std::span(again).first(spell_again(&s, c, again))));
+    return back == c && (p.strict == strictness::characters || p.plan.reader >= reader::iso2022 ||
+                         std::ranges::equal(k, std::span(again).first(spell_again(&s, c, again))));
 }
 
 verdict ask(pair& p, std::span<const u8> k, u32 source_set, answer& a) {
@@ -172,9 +258,9 @@ verdict ask(pair& p, std::span<const u8> k, u32 source_set, answer& a) {
     a.read_ucsCode = s.ucsCode;
     const character c{s.ucsCode, s.outCode2};
     const bool strict = p.strict != strictness::none, joins = joins_marks(p);
-    a.takes_mark =
-        joins && (may_take_mark(s.srcCode) || (strict && takes_composing_mark(s.srcCode)));
-    if (joins && is_combining_mark(s.srcCode)) {
+    a.takes_mark = joins && (may_take_mark(s.srcCode, strict ? s.dstGroup : nullptr) ||
+                             (strict && takes_composing_mark(s.srcCode)));
+    if (joins && (is_combining_mark(s.srcCode) || (strict && is_mark_in_tables(s.srcCode)))) {
         return verdict::by_rules;
     }
     encode_step(&s);
@@ -185,9 +271,10 @@ verdict ask(pair& p, std::span<const u8> k, u32 source_set, answer& a) {
     if (strict && !comes_back(p, k, written, c)) {
         return verdict::by_rules;
     }
-    const bool whole = p.plan.target->designates
-                           ? separate_designation(p, k, source_set, written, again, a)
-                           : s.dstShiftSet == 0;
+    const bool whole =
+        p.plan.target_group != nullptr ? separate_way(p, k, source_set, written, again, a)
+        : p.plan.target->designates    ? separate_designation(p, k, source_set, written, again, a)
+                                       : s.dstShiftSet == 0;
     if (!whole || !note_bytes(a, written)) {
         return verdict::by_rules;
     }
@@ -267,7 +354,9 @@ bool note(pair& p, const u8* in, u32 length, u32 key, verdict v, const answer& a
     if (!store(p, key, a)) {
         return false;
     }
-    const u32 ascii = p.plan.reader == reader::iso2022 ? iso2022_base(PVZAN_SET_ISO_646_IRV) : 0;
+    const u32 ascii = p.plan.reader == reader::iso2022 ? iso2022_base(PVZAN_SET_ISO_646_IRV)
+                      : p.plan.reader == reader::told  ? u32{p.plan.bases[1]}
+                                                       : 0;
     if (key - ascii < 0x80) {
         note_ascii(p, key - ascii, a);
     }

@@ -1,6 +1,7 @@
 // The fast path of a call: which pair, from where to where, and when to try again.
 #include "cconv/fast/fast.h"
 #include "cconv/fast/pair.h"
+#include "cconv/registry/iso2022.h"
 
 #include <algorithm>
 
@@ -26,8 +27,9 @@ run run_of(const session* s, const pair& p) {
     r.in_end = s->inBuf + s->inLen;
     r.out = out;
     r.out_end = out + room;
-    r.in_set = s->srcShiftSet;
-    r.out_set = s->dstShiftSet;
+    const charset_group *source = p.plan.source_group, *target = p.plan.target_group;
+    r.in_set = source != nullptr ? source->codes->state_of(s->srcShiftSet) : s->srcShiftSet;
+    r.out_set = target != nullptr ? target->codes->state_of(s->dstShiftSet) : s->dstShiftSet;
     r.last = r.before_last = r.next_key = no_key;
     return r;
 }

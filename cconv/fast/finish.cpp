@@ -53,7 +53,7 @@ bool finish(pair& p, run& r, session* s) {
         return true;
     }
     const u8* const begin = s->inBuf + s->inPos;
-    const bool scalars = p.plan.reader != reader::lead_bytes && p.plan.reader != reader::iso2022;
+    const bool scalars = p.plan.reader < reader::iso2022 && p.plan.reader != reader::lead_bytes;
     character last = scalars ? character_before(p, r.in) : character{nullptr, r.last};
     const answer* a = find(p, last, r.in);
     // What follows may be a mark, and then belong to the letter: the rules see to both.
@@ -63,6 +63,10 @@ bool finish(pair& p, run& r, session* s) {
         }
         r.in = last.begin;
         r.out -= a->length;
+        if (r.out == r.way.end) { // and what led there
+            r.out = r.way.begin;
+            r.out_set = r.way.state;
+        }
         r.more_codes -= a->codes - 1U;
         last = character_before(p, r.in);
         a = find(p, last, r.in);

@@ -6,6 +6,7 @@
 // that may touch bytes behind what it reads and writes, in blocks where that pays; and one to the
 // ends of input and output.
 #include "cconv/fast/reader_iso2022.h"
+#include "cconv/fast/reader_told.h"
 
 #include <algorithm>
 #include <type_traits>
@@ -60,7 +61,8 @@ public:
     loop(const pair& p, run& r)
         : p_(p), r_(r), reader_(make_reader(p, r)), target_(p.plan.target_unit),
           designates_(p.plan.target->designates),
-          first_set_(designates_ ? first_slot_set : r.out_set), slot_(r.out_set - first_set_),
+          first_set_(designates_ ? first_slot_set : r.out_set), told_(p.plan.target_group),
+          slot_(told_ != nullptr ? set_at_hand(*told_->codes, r.out_set) : r.out_set - first_set_),
           has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)),
           in_run_(has_runs_) {}
 
@@ -75,11 +77,11 @@ public:
         if (r_.why == stop::end && r_.in < r_.in_end) {
             pass<true>();
         }
-        r_.out_set = first_set_ + slot_;
+        r_.out_set = told_ != nullptr ? r_.out_set : first_set_ + slot_;
     }
 
 private:
-    static constexpr bool has_sets = std::is_same_v<Reader, iso2022_reader>;
+    static constexpr bool has_sets = Reader::has_sets;
     static Reader make_reader(const pair& p, const run& r) {
         if constexpr (has_sets) {
             return Reader(p, r.in_set);
@@ -116,11 +118,13 @@ private:
         const u8* next_block = !Exact && may_open_block() ? now.in : in_end;
         bool in_run = in_run_;
         while (now.in < in_stop && (Exact || now.out < out_stop)) {
-            if (has_sets && *now.in == escape_byte) {
-                if (!read_designation(now)) {
-                    break;
+            if constexpr (has_sets) {
+                if (reader.opens(now.in)) {
+                    if (!read_designation(now)) {
+                        break;
+                    }
+                    continue;
                 }
-                continue;
             }
             const std::ptrdiff_t at_least = Exact ? in_end - now.in : Reader::longest;
             const auto left = static_cast<std::size_t>(at_least);
@@ -151,6 +155,9 @@ private:
             } else if (length != 0 && (!Exact || length <= left)) {
                 if (!step<Exact>(p, now, reader.key(now.in, length), length)) {
                     break;
+                }
+                if constexpr (has_sets) {
+                    reader_.took(now.in - length, length);
                 }
             } else {
                 r_.why = length == 0 ? Reader::stop_without_length : stop::end;
@@ -195,22 +202,21 @@ private:
         return true;
     }
 
-    // Plane 2 is the rules': they forget it after one character.
     bool read_designation(progress& now) {
         if constexpr (has_sets) {
-            const designation* d = designation_at({now.in, r_.in_end});
-            if (d == nullptr || d->plane_flag != 0) {
+            const u32 before = reader_.designated();
+            const u32 length = reader_.sequence({now.in, r_.in_end});
+            if (length == 0) {
                 r_.why = stop::by_rules;
                 return false;
             }
             if (escapes_ == nullptr || now.characters != characters_before_) {
                 escapes_ = now.in;
-                set_before_ = reader_.designated();
+                set_before_ = before;
                 characters_before_ = now.characters;
             }
-            behind_cr_ = now.in == behind_cr_ ? now.in + d->length : behind_cr_;
-            reader_.designate(d->setNo);
-            now.in += d->length;
+            behind_cr_ = now.in == behind_cr_ ? now.in + length : behind_cr_;
+            now.in += length;
         }
         return true;
     }
@@ -231,6 +237,9 @@ private:
     // Makes sure that there is room for so many bytes, and that their set is designated.
     template <bool Exact>
     bool designate(u32 slot, u32 length, u8*& out) {
+        if (told_ != nullptr && slot != slot_) {
+            return make_way<Exact>(slot, length, out);
+        }
         const u32 sequence = slot != slot_ ? p_.escapes[slot].load(std::memory_order_relaxed) : 0U;
         const u32 size = sequence == 0 ? 0 : sequence >> 24 != 0 ? 4 : 3;
         if (Exact && r_.out_end - out < static_cast<std::ptrdiff_t>(size + length)) {
@@ -248,6 +257,25 @@ private:
         return true;
     }
 
+    // The same where the target's definition says how.
+    template <bool Exact>
+    bool make_way(u32 slot, u32 length, u8*& out) {
+        iso2022_way way;
+        if (!find_way(told_, r_.out_set, slot, way) || way.size + length > sizeof way.bytes) {
+            r_.why = stop::by_rules;
+            return false;
+        }
+        if (Exact && r_.out_end - out < static_cast<std::ptrdiff_t>(way.size + length)) {
+            return false;
+        }
+        put<Exact>(out, r_.out_end, way.bytes, way.size);
+        r_.way = {out, out + way.size, r_.out_set};
+        out += way.size;
+        r_.out_set = way.state;
+        slot_ = set_at_hand(*told_->codes, way.state);
+        return true;
+    }
+
     bool ascii_run() {
         if (designates_ && slot_ != ascii_slot) {
             return false;
@@ -261,6 +289,9 @@ private:
                                   : p_.kernel->copy_ascii(run);
         if (n == 0) {
             return false;
+        }
+        if constexpr (has_sets) {
+            reader_.took(r_.in, n);
         }
         r_.in += n * Reader::unit_bytes;
         r_.out += n * target_.bytes;
@@ -282,6 +313,10 @@ private:
         r_.out = aside;
         r_.out_end = aside + (out_end - out);
         pass<false>();
+        if (r_.way.begin >= aside && r_.way.begin < aside + sizeof aside) {
+            r_.way.begin = out + (r_.way.begin - aside);
+            r_.way.end = out + (r_.way.end - aside);
+        }
         r_.out = std::copy(aside, r_.out, out);
         r_.out_end = out_end;
     }
@@ -294,7 +329,8 @@ private:
             return false;
         }
         next_block_ = r_.in + chunk_bytes; // what stops one will not stand alone
-        const u32 slot = slot_;
+        const u32 slot = slot_, out_set = r_.out_set;
+        const last_way way = r_.way;
         u16 codes[block_codes + chunk_codes]; // vectors reach behind the last
         const auto left = static_cast<std::size_t>(r_.in_end - r_.in);
         const chunk_read read = reader_.read(r_.in, std::min(chunks_, left / chunk_bytes), codes);
@@ -304,6 +340,8 @@ private:
         if (static_cast<std::ptrdiff_t>(written.bytes) > room) {
             next_block_ = r_.in_end;
             slot_ = slot;
+            r_.out_set = out_set;
+            r_.way = way;
             return false;
         }
         const u8* const begin = r_.in;
@@ -353,8 +391,10 @@ private:
         if (p_.plan.blocks == block_form::none || !has_chunk(r_.in)) {
             return false;
         }
-        if (has_sets && *r_.in == escape_byte) {
-            return true;
+        if constexpr (has_sets) {
+            if (reader_.opens(r_.in)) {
+                return true;
+            }
         }
         const u32 length = reader_.length(r_.in, static_cast<std::size_t>(r_.in_end - r_.in));
         return p_.plan.blocks != block_form::entries ||
@@ -402,8 +442,10 @@ private:
     Reader reader_;
     ascii_unit target_;
     bool designates_;
-    u32 first_set_, slot_;   // of the set that is designated for output; 0 where none need be
-    bool has_runs_, in_run_; // of ASCII, for which there is a quicker way than blocks
+    u32 first_set_;
+    const charset_group* told_; // the target, where its definition says how to designate
+    u32 slot_;                  // of the set that is designated for output; 0 where none need be
+    bool has_runs_, in_run_;    // of ASCII, for which there is a quicker way than blocks
     const u8* next_block_ = nullptr;
     std::ptrdiff_t spare_ = 0;      // bytes that may be touched behind the end of the output
     bool short_of_room_ = false;    // for a block
@@ -426,6 +468,7 @@ void run_over(pair& p, run& r) {
     case reader::quads:
         return big ? loop<unit_reader<4, true>>(p, r).go() : loop<unit_reader<4, false>>(p, r).go();
     case reader::iso2022: return loop<iso2022_reader>(p, r).go();
+    case reader::told: return loop<told_reader>(p, r).go();
     }
 }
 

@@ -1,6 +1,7 @@
 // The pairs of the process: finding one, making it, holding it, and freeing what is unused.
 #include "cconv/fast/pair.h"
 #include "cconv/fast/fast.h"
+#include "cconv/registry/further.h"
 #include "cconv/tables/table.h"
 #include "platform/platform.h"
 
@@ -186,12 +187,6 @@ bool free_one(u64 first, std::size_t count) {
 
 // ---- Making ------------------------------------------------------------------------------------
 
-// Only charsets of the registry stay what they are.
-bool is_registered(const charset_group* group) {
-    return group != nullptr && g_ProcessObject.groups != nullptr &&
-           findGroupArray(g_ProcessObject.groups, group->groupNo) == group;
-}
-
 void prepare_neutral(pair& p, const session* s) {
     std::memcpy(&p.neutral, s, sizeof(session));
     p.neutral.target.useSubstitute = 0;
@@ -295,6 +290,7 @@ bool asks_for_more(const session* s) {
     if (planned.source == nullptr || planned.target == nullptr) {
         return {nullptr, false};
     }
+    // Only charsets of the registry stay what they are.
     return only_characters_due(s, *planned.source, *planned.target) && is_registered(s->srcGroup) &&
                    is_registered(s->dstGroup) && make_plan(s, planned)
                ? make_and_hold(s, options, hash, tables, planned)

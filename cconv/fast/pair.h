@@ -66,7 +66,8 @@ enum class reader : u8 {
     utf8,       // one to three bytes; the scalar is the key
     units,      // two bytes
     quads,      // four bytes
-    iso2022     // one or two bytes, by the set designated last
+    iso2022,    // one or two bytes, by the set designated last
+    told        // the same, by what the charset's definition says
 };
 
 // What a run may hold besides what the rules would do, for who must not lose anything: characters
@@ -92,6 +93,10 @@ struct plan {
     ascii_unit source_unit, target_unit; // of ASCII
     u16 stops[9]; // between Unicode charsets: scalars that do not stand for themselves
     u32 stop_count;
+    // Where definitions tell states, at either end; else null.
+    const charset_group *source_group, *target_group;
+    std::array<u16, 16> bases; // of the source's sets among the keys
+    bool eight_bits;           // codes of two bytes are their own keys
 };
 
 // What the rules made of a character.
@@ -254,11 +259,19 @@ enum class stop : u8 { end, unknown, by_rules };
 
 inline constexpr u32 no_key = ~0U;
 
+// What was written last to make a set give codes their meaning: from where to where, and the state
+// before it.
+struct last_way {
+    u8 *begin, *end;
+    u32 state;
+};
+
 // A run over input and output, and how far it came.
 struct run {
     const u8 *in, *in_end;
     u8 *out, *out_end;   // what must stay free at the end is left out
     u32 in_set, out_set; // designated
+    last_way way;
     u32 characters;
     u32 more_codes;        // than characters, modulo 2^32
     u32 last, before_last; // keys of the last two characters; no_key where there is none

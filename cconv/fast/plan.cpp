@@ -1,6 +1,7 @@
 // From the traits of two codecs, the sets of two charsets and the options: how a pair is converted.
 #include "cconv/engine/step.h"
 #include "cconv/fast/readers.h"
+#include "cconv/rulefunc/iso2022.h"
 #include "cconv/tables/table.h"
 
 #include <algorithm>
@@ -50,6 +51,11 @@ std::optional<source_form> source_form_of(const session* s, reading how) {
     case reading::utf16: return {{reader::units, {2, big}}};
     case reading::ucs4: return {{reader::quads, {4, big}}};
     case reading::escapes: return {{reader::iso2022, single_bytes}};
+    case reading::scanned:
+        if (s->srcGroup->codes != nullptr) {
+            return {{reader::told, single_bytes}};
+        }
+        break;
     case reading::ucs2:
         if (pairs) {
             return {{reader::units, {2, big}}};
@@ -108,6 +114,34 @@ void set_stops(plan& p) {
     }
 }
 
+// As reader_told.h says.
+void place_sets(plan& p) {
+    if (p.source_group == nullptr) {
+        return;
+    }
+    const iso2022& codes = *p.source_group->codes;
+    u32 number = 0, doubles = 0;
+    for (const graphic_set& set : codes.sets()) {
+        p.eight_bits = p.eight_bits || (set.width > 1 && set.last[0] > 0x7F);
+    }
+    for (const graphic_set& set : codes.sets()) {
+        const u32 singles = p.eight_bits ? 0 : 0xC000, most = p.eight_bits ? 1 : 3;
+        const bool fits = p.eight_bits
+                              ? set.first[0] >= 0x10
+                              : set.first[0] >= 0x20 && set.last[0] <= 0x7F && set.last[1] <= 0x7F;
+        u32 base = singles + (number << 8);
+        if (set.width > 1) {
+            base = fits && doubles < most ? doubles << 14 : no_base;
+            ++doubles;
+        }
+        p.bases[++number] = static_cast<u16>(base);
+    }
+}
+
+bool can_make_ways(const charset_group* group) {
+    return group->codes != nullptr && group->codes->set_count < line_way;
+}
+
 } // namespace
 
 bool only_characters_due(const session* s, const codec_traits& source, const codec_traits& target) {
@@ -119,10 +153,15 @@ bool only_characters_due(const session* s, const codec_traits& source, const cod
 
 bool make_plan(const session* s, plan& made) {
     const std::optional<source_form> found = source_form_of(s, made.source->read);
+    const bool has_states = found && found->reader >= reader::iso2022;
     // With states at both ends little is left that stands alone.
-    if (!found || (found->reader == reader::iso2022 && made.target->designates)) {
+    if (!found || (has_states && made.target->designates) ||
+        (made.target->read == reading::scanned && !can_make_ways(s->dstGroup))) {
         return false;
     }
+    made.source_group = found->reader == reader::told ? s->srcGroup : nullptr;
+    made.target_group = made.target->read == reading::scanned ? s->dstGroup : nullptr;
+    place_sets(made);
     made.reader = found->reader;
     made.source_unit = found->unit;
     made.target_unit = target_unit(s, made.target->form);

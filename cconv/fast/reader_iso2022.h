@@ -9,7 +9,7 @@ namespace fast {
 
 class iso2022_reader {
 public:
-    static constexpr bool scalars = false;
+    static constexpr bool scalars = false, has_sets = true;
     static constexpr u32 unit_bytes = 1, usual_length = 2;
     static constexpr std::ptrdiff_t longest = 2;
     static constexpr stop stop_without_length = stop::by_rules;
@@ -21,10 +21,22 @@ public:
         double_byte_ = is_double_byte_set(setNo);
     }
     [[nodiscard]] u32 designated() const { return set_; }
+    [[nodiscard]] static bool opens(const u8* p) { return *p == escape_byte; }
+    // The bytes of an escape sequence; 0: the rules see to it. Plane 2 they forget after one
+    // character.
+    u32 sequence(std::span<const u8> text) {
+        const designation* d = designation_at(text);
+        if (d == nullptr || d->plane_flag != 0) {
+            return 0;
+        }
+        designate(d->setNo);
+        return static_cast<u32>(d->length);
+    }
 
     [[nodiscard]] bool is_ascii(const u8* p) const {
         return set_ == PVZAN_SET_ISO_646_IRV && *p < 0x80;
     }
+    static void took(const u8*, std::size_t) {}
     [[nodiscard]] u32 length(const u8* p, std::size_t left) const {
         const bool two = double_byte_ && !is_ascii_in_double_byte_text(*p);
         if (base_ == no_base || *p >= 0x80 || (two && (*p < ' ' || (left > 1 && p[1] >= 0x80)))) {

@@ -34,7 +34,7 @@ constexpr u32 utf8_key(const u8* p, u32 length) {
 constexpr bool is_double_byte_set(u32 setNo) {
     return setNo != PVZAN_SET_ISO_646_IRV && setNo != PVZAN_SET_JIS_X_0201_LATIN;
 }
-inline constexpr u32 no_base = ~0U;
+inline constexpr u32 no_base = 0xFFFF;
 constexpr u32 iso2022_base(u32 setNo) {
     switch (setNo) {
     case PVZAN_SET_JIS_X_0208_1990: return 0;
@@ -56,7 +56,7 @@ constexpr u32 iso2022_offset(const u8* p) {
 // asked about one; it looks at no more than left bytes and may tell more than there are. before()
 // finds the begin of the character that ends at p, one that was run over.
 struct lead_byte_reader {
-    static constexpr bool scalars = false;
+    static constexpr bool scalars = false, has_sets = false;
     static constexpr u32 unit_bytes = 1, usual_length = 2;
     static constexpr std::ptrdiff_t longest = 3;
     static constexpr stop stop_without_length = stop::unknown;
@@ -86,7 +86,7 @@ private:
 };
 
 struct utf8_reader {
-    static constexpr bool scalars = true;
+    static constexpr bool scalars = true, has_sets = false;
     static constexpr u32 unit_bytes = 1, usual_length = 3;
     static constexpr std::ptrdiff_t longest = 3;
     static constexpr stop stop_without_length = stop::by_rules;
@@ -131,7 +131,7 @@ private:
 // Units of two or four bytes. Scalars beyond U+FFFF are the rules'.
 template <u32 Bytes, bool BigEndian>
 struct unit_reader {
-    static constexpr bool scalars = true;
+    static constexpr bool scalars = true, has_sets = false;
     static constexpr u32 unit_bytes = Bytes, usual_length = Bytes;
     static constexpr std::ptrdiff_t longest = Bytes;
     static constexpr stop stop_without_length = stop::by_rules;

@@ -5,14 +5,6 @@ namespace {
 
 constexpr u32 first_hashed_number = 4000;
 
-bool folded_equal(const char* name, const char* listed) {
-    while (*listed != '\0' && fold_ascii(*name) == *listed) {
-        ++name;
-        ++listed;
-    }
-    return *name == *listed;
-}
-
 } // namespace
 
 extern "C" {
@@ -70,9 +62,17 @@ u32 byteCmp(const char* a, const char* b) {
 
 } // extern "C"
 
+bool same_name(const char* a, const char* b) {
+    while (*a != '\0' && fold_ascii(*a) == fold_ascii(*b)) {
+        ++a;
+        ++b;
+    }
+    return *a == *b;
+}
+
 u32 group_number(const char* name) {
     for (const group_row& row : groupList) {
-        if (folded_equal(name, row.name)) {
+        if (same_name(name, row.name)) {
             return row.number;
         }
     }

@@ -21,3 +21,5 @@ PVZAN_API u32 byteCmp(const char* a, const char* b);
 
 // TheCreateNo for a name that must not change.
 u32 group_number(const char* name);
+// Whether two names are one: case does not count.
+bool same_name(const char* a, const char* b);

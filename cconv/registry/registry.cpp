@@ -134,6 +134,7 @@ void termGroup(charset_group* group) {
         }
         termArray(group->dsTableArrays);
     }
+    termStruct(group->codes);
     termStruct(group);
 }
 

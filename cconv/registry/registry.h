@@ -7,6 +7,8 @@
 
 #include "platform/base.h"
 
+struct iso2022;
+
 extern "C" {
 
 struct object_array {
@@ -67,6 +69,7 @@ struct pvzan_charset_group {
     char constRule[text_bytes], destRule[text_bytes];
     object_array* memberSets;    // of basic_set, borrowed
     object_array* dsTableArrays; // of object_array of table_object, owned
+    iso2022* codes;              // where designations give codes their meaning; else null; owned
 };
 
 PVZAN_API extern registry_root g_ProcessObject;

@@ -8,21 +8,11 @@
 namespace {
 
 constexpr const codec_traits* codecs[] = {
-    &same_traits,
-    &oasys_win_traits,
-    &oasys_online_traits,
-    &shift_jis_traits,
-    &shift_jis_2004_traits,
-    &windows31j_traits,
-    &euc_jp_traits,
-    &euc_jis_2004_traits,
-    &euc_jp_fix_traits,
-    &iso_2022_jp_traits,
-    &iso_2022_jp_2004_traits,
-    &utf_8_traits,
-    &utf_16_traits,
-    &ucs_4_traits,
-    &ucs_2_traits,
+    &same_traits,         &double_byte_traits,    &oasys_win_traits,   &oasys_online_traits,
+    &shift_jis_traits,    &shift_jis_2004_traits, &windows31j_traits,  &euc_jp_traits,
+    &euc_jis_2004_traits, &euc_jp_fix_traits,     &iso_2022_jp_traits, &iso_2022_jp_2004_traits,
+    &iso_2022_traits,     &utf_7_traits,          &utf_8_traits,       &utf_16_traits,
+    &ucs_4_traits,        &ucs_2_traits,
 };
 
 const codec_traits* find(rule_function rule, rule_function codec_traits::*direction) {
@@ -33,6 +23,15 @@ const codec_traits* find(rule_function rule, rule_function codec_traits::*direct
     }
     return nullptr;
 }
+
+// The rules that came behind the fixed list.
+rule_row further_rules[] = {
+    {"constDOUBLE-BYTE", constDOUBLE_BYTE},
+    {"destISO-2022", destISO_2022},
+    {"constISO-2022", constISO_2022},
+    {"destUTF-7", destUTF_7},
+    {"constUTF-7", constUTF_7},
+};
 
 } // namespace
 
@@ -83,9 +82,15 @@ rule_row* TheRule(const char* name) {
     if (name == nullptr || *name == '\0') {
         return nullptr;
     }
-    const auto row =
-        std::ranges::find_if(ruleList, [=](const rule_row& r) { return byteCmp(r.name, name); });
-    return row != std::end(ruleList) ? row : nullptr;
+    for (std::span<rule_row> list :
+         {std::span<rule_row>(ruleList), std::span<rule_row>(further_rules)}) {
+        const auto row =
+            std::ranges::find_if(list, [=](const rule_row& r) { return byteCmp(r.name, name); });
+        if (row != list.end()) {
+            return &*row;
+        }
+    }
+    return nullptr;
 }
 
 } // extern "C"

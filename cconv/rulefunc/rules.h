@@ -12,6 +12,7 @@
 extern "C" {
 // rule_list.cpp
 PVZAN_API extern rule_row ruleList[30];
+// Those that came later stand in a list beside, which TheRule knows too.
 // The row of that very name; null when there is none, or name is null or empty.
 PVZAN_API rule_row* TheRule(const char* name);
 
@@ -34,6 +35,7 @@ PVZAN_API u32 dstUCS4(session* s, put_function putFunc);
 // same.cpp, oasys.cpp
 PVZAN_API u32 destSAME(session* s);
 PVZAN_API u32 constSAME(session* s);
+PVZAN_API u32 constDOUBLE_BYTE(session* s);
 PVZAN_API u32 destOASYS_WIN(session* s);
 PVZAN_API u32 constOASYS_WIN(session* s);
 PVZAN_API u32 destOASYS_ONLINE(session* s);
@@ -66,6 +68,14 @@ PVZAN_API u32 destISO_2022_JP(session* s);
 PVZAN_API u32 constISO_2022_JP(session* s);
 PVZAN_API u32 destISO_2022_JP_2004(session* s);
 PVZAN_API u32 constISO_2022_JP_2004(session* s);
+
+// iso2022.cpp
+u32 destISO_2022(session* s);
+u32 constISO_2022(session* s);
+
+// utf7.cpp
+u32 destUTF_7(session* s);
+u32 constUTF_7(session* s);
 
 // shift_jis_arithmetic.cpp: row numbers of plane 2 for the leads F0 to FC, by the half of the trail
 // byte

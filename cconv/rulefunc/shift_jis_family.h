@@ -5,17 +5,11 @@
 //   others  lead byte of a double-byte code
 #pragma once
 
+#include "cconv/registry/further.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
 
 #include <array>
-
-// The registered set of that number, whichever charsets it belongs to; null when no definition has
-// it.
-inline const basic_set* registered_set(u32 setNo) {
-    return g_ProcessObject.basics != nullptr ? findBasicArray(g_ProcessObject.basics, setNo)
-                                             : nullptr;
-}
 
 inline constexpr std::array<u8, 4> shift_jis_leads = {0x81, 0x9F, 0xE0, 0xFC};
 

@@ -19,7 +19,7 @@ namespace {
 constexpr u32 byte_order_mark = 0xFEFF;
 constexpr u32 utf8_byte_order_mark = 0xEFBBBF;
 constexpr u32 first_high_surrogate = 0xD800, first_low_surrogate = 0xDC00;
-constexpr u32 first_supplementary = 0x10000, last_scalar = 0x10FFFF;
+constexpr u32 first_supplementary = 0x10000;
 
 constexpr bool is_surrogate(u32 unit) {
     return unit >= 0xD800 && unit <= 0xDFFF;

@@ -106,11 +106,7 @@ u32 IsWIN31J(session* s) {
     if (s->outCode == s->subst1.code || s->outCode == s->subst2.code) {
         return 1;
     }
-    const charset_group* windows31j =
-        g_ProcessObject.groups != nullptr
-            ? findGroupArray(g_ProcessObject.groups, PVZAN_WINDOWS_31J)
-            : nullptr;
-    for (const basic_set* set : member_sets(windows31j)) {
+    for (const basic_set* set : member_sets(registered_group("windows31j"))) {
         if (set->setType != PVZAN_SET_USER_DEFINED && map_code(set->encodeTable, s->ucsCode) != 0) {
             return 1;
         }

@@ -3,6 +3,7 @@
 
 #include "cconv/directory/directory.h"
 #include "cconv/directory/embedded.h"
+#include "cconv/registry/linear.h"
 #include "platform/platform.h"
 
 #include <algorithm>
@@ -112,10 +113,23 @@ struct pair {
 };
 static_assert(sizeof(pair) == 8);
 
-bool put_pair(table_object* table, block_finder& finder, const pair& p) {
-    return table->toUnicode == 1 ? put_value(table, finder, p.code, p.ucs)
-                                 : put_value(table, finder, p.ucs, p.code);
-}
+// Takes the pairs of a file, in order.
+class pair_store {
+public:
+    explicit pair_store(table_object* table)
+        : table_(table), finder_(table->blocks), is_linear_(is_linear(table)) {}
+
+    bool put(const pair& p) {
+        return is_linear_               ? add_linear(table_, p.code, p.ucs)
+               : table_->toUnicode == 1 ? put_value(table_, finder_, p.code, p.ucs)
+                                        : put_value(table_, finder_, p.ucs, p.code);
+    }
+
+private:
+    table_object* table_;
+    block_finder finder_;
+    bool is_linear_;
+};
 
 struct table_paths {
     char text[text_bytes];
@@ -157,12 +171,12 @@ bool load_cache(table_object* table, const char* path) {
     if (bytes == nullptr || ZAN_FileRead(bytes.get(), 1, size, file.get()) != size) {
         return true;
     }
-    block_finder finder(table->blocks);
+    pair_store store(table);
     const std::size_t count = static_cast<std::size_t>(size) / sizeof(pair);
     for (std::size_t i = 0; i < count; ++i) {
         pair p;
         std::memcpy(&p, bytes.get() + i * sizeof p, sizeof p);
-        if (!put_pair(table, finder, p)) {
+        if (!store.put(p)) {
             break;
         }
     }
@@ -233,10 +247,10 @@ void load_text(table_object* table, const table_paths& paths) {
     reader.bigEndian = table->textBigEndian;
     reader.readBuf = buffer;
     reader.remaining = file_size(file.get());
-    block_finder finder(table->blocks);
+    pair_store store(table);
     pair p{};
     while (hex32(&reader, &p.code) != 0 && hex32(&reader, &p.ucs) != 0) {
-        if (!put_pair(table, finder, p)) {
+        if (!store.put(p)) {
             return; // the cache would lack what memory had no room for
         }
         cache.add(p);
@@ -249,8 +263,8 @@ void load_text(table_object* table, const table_paths& paths) {
 void load_embedded(table_object* table, const char* path) {
     const embedded_file* file = find_embedded(path);
     packed_pairs pairs(file != nullptr ? file->bytes : std::span<const u8>{});
-    block_finder finder(table->blocks);
-    for (pair p{}; pairs.next(p.code, p.ucs) && put_pair(table, finder, p);) {
+    pair_store store(table);
+    for (pair p{}; pairs.next(p.code, p.ucs) && store.put(p);) {
     }
 }
 
@@ -263,6 +277,9 @@ void fill_table(table_object* table) {
         load_embedded(table, paths.cache);
     } else if (!load_cache(table, paths.cache)) {
         load_text(table, paths);
+    }
+    if (is_linear(table)) {
+        finish_linear(table);
     }
 }
 
@@ -324,9 +341,10 @@ void loadTablFile(table_object* table) {
 
 u32 putTable(table_object* table, u32 key, u32 value) {
     block_finder finder(table->blocks);
-    const bool stored = put_value(table, finder, key, value);
+    // One whose codes are counted is read, and never written to.
+    const bool stored = !is_linear(table) && put_value(table, finder, key, value);
     if (table_loaded(table)) {
-        changes.fetch_add(1, std::memory_order_release);
+        note_table_change();
     }
     return stored;
 }
@@ -362,13 +380,18 @@ u32 table_changes() {
     return changes.load(std::memory_order_acquire);
 }
 
+void note_table_change() {
+    changes.fetch_add(1, std::memory_order_release);
+}
+
 std::optional<u32> find_value(const table_object* table, u32 key) {
     if (key < table->minKey || key > table->maxKey) {
         return std::nullopt;
     }
     for (const table_block* block : items_of<table_block>(table->blocks)) {
         if (holds(block, key)) {
-            return load_big_endian(slot(block, key));
+            return block->valueBytes == linear_block ? find_linear(table, key)
+                                                     : load_big_endian(slot(block, key));
         }
     }
     return std::nullopt;

@@ -53,8 +53,10 @@ i32 file_size(FILE* file);
 
 // Changes whenever a table becomes loaded; odd meanwhile. Who sees the table loaded sees that, too.
 u32 table_generation();
-// Changes whenever a loaded table is written to.
+// Changes whenever a loaded table is written to, or what is looked up changes otherwise, which who
+// does that tells.
 u32 table_changes();
+void note_table_change();
 
 // The stored value of a key, be it 0; nothing outside the bounds or where no block holds the key.
 std::optional<u32> find_value(const table_object* table, u32 key);

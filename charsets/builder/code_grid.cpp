@@ -57,6 +57,16 @@ bool code_grid::contains(u32 code) const {
     return code == 0;
 }
 
+std::uint64_t code_grid::number_of(u32 code) const {
+    std::uint64_t number = 0, weight = 1;
+    for (std::size_t place = columns_.size(), shift = 0; place-- > 0; shift += 8) {
+        const column before = columns_[place] & ~(~column() << (code >> shift & 0xFF));
+        number += before.count() * weight;
+        weight *= columns_[place].count();
+    }
+    return number;
+}
+
 u32 code_grid::following(u32 code) const {
     for (std::size_t place = columns_.size(), shift = 0; place-- > 0; shift += 8) {
         u32 byte = code >> shift & 0xFF;

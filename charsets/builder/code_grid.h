@@ -19,6 +19,8 @@ public:
     bool contains(u32 code) const;
     // The code behind one of the grid, wrapping round to the first.
     u32 following(u32 code) const;
+    // How many codes of the grid come before it.
+    std::uint64_t number_of(u32 code) const;
 
 private:
     using column = std::bitset<256>;

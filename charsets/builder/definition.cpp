@@ -1,5 +1,7 @@
 #include "charsets/builder/definition.h"
 
+#include "cconv/definition/definition.h"
+#include "cconv/registry/linear.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
 
@@ -161,8 +163,17 @@ void read_set_element(coded_set& set, const element& whole) {
     check_leaf(source, children.expect("lang"), {"domain"});
     if (set.kind == set_kind::base) {
         const element& code = children.expect("code");
-        check_leaf(source, code, {"bytenum"});
+        if (const attribute* linear = code.find_attribute("linear")) {
+            check_leaf(source, code, {"bytenum", "linear"});
+            set.linear = linear->value;
+        } else {
+            check_leaf(source, code, {"bytenum"});
+        }
         set.bytes = read_number(source, code, "bytenum", 10, 1, most_code_bytes);
+        code_bytes counted{};
+        if (!set.linear.empty() && !counted.read(set.linear.c_str(), set.bytes)) {
+            source.fail(code.line, "linear needs a range, such as 81-FE, for each byte of a code");
+        }
     } else {
         const element& code = children.expect("codeb");
         check_leaf(source, code, {"bytenum", "basedon"});
@@ -216,9 +227,9 @@ bool coded_set::defines(u32 code) const {
     });
 }
 
-coded_set read_coded_set(const std::filesystem::path& path) {
+coded_set read_coded_set(source_file document) {
     coded_set set;
-    set.document = read_markup(path);
+    set.document = read_markup(std::move(document));
     const source_file& source = set.document.source;
     child_reader elements(source, set.document.elements, 1);
     if (const element* base = elements.accept("subseta")) {
@@ -241,9 +252,9 @@ coded_set read_coded_set(const std::filesystem::path& path) {
     return set;
 }
 
-charset read_charset(const std::filesystem::path& path) {
+charset read_charset(source_file document) {
     charset result;
-    result.document = read_markup(path);
+    result.document = read_markup(std::move(document));
     const source_file& source = result.document.source;
     child_reader elements(source, result.document.elements, 1);
     const element& whole = elements.expect("charset");
@@ -252,7 +263,11 @@ charset read_charset(const std::filesystem::path& path) {
     child_reader children(source, whole.children, whole.line);
     result.name = read_name(source, children.expect("name"));
     result.number = number_of(result.name);
-    read_rule(source, children.expect("rule"));
+    const element& rule = children.expect("rule");
+    read_rule(source, rule);
+    for (const attribute& named : rule.attributes) {
+        result.goes_by_iso2022 = result.goes_by_iso2022 || goes_by_iso2022(named.value.c_str());
+    }
     for (;;) {
         if (const element* base = children.accept("baseset")) {
             result.members.push_back(read_member(source, *base, set_kind::base));
@@ -261,6 +276,9 @@ charset read_charset(const std::filesystem::path& path) {
         } else {
             break;
         }
+    }
+    if (const element* codes = children.accept("iso2022")) {
+        result.iso2022_line = codes->line; // the library's own reader judges it
     }
     if (const element* user = children.accept("eudcset")) {
         result.members.push_back(read_member(source, *user, set_kind::user_defined));

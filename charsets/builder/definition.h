@@ -17,6 +17,7 @@ struct coded_set {
     std::string name;
     u32 number = 0;
     u32 bytes = 0;
+    std::string linear; // the bytes of codes that are counted; empty: they are not
     std::vector<code_range> defined;
     std::string table_entity; // empty: no table, a code is its own scalar
     std::size_t table_line = 0;
@@ -43,9 +44,11 @@ struct charset {
     std::string name;
     u32 number = 0;
     std::vector<member> members;
+    bool goes_by_iso2022 = false; // the rule
+    std::size_t iso2022_line = 0; // of the element; 0: there is none
 };
 
-coded_set read_coded_set(const std::filesystem::path& path);
-charset read_charset(const std::filesystem::path& path);
+coded_set read_coded_set(source_file document);
+charset read_charset(source_file document);
 
 } // namespace charsets

@@ -1,6 +1,9 @@
 #include "charsets/builder/directory.h"
 
 #include "charsets/builder/overlay.h"
+#include "charsets/builder/single.h"
+
+#include "cconv/definition/iso2022_read.h"
 
 #include <algorithm>
 #include <set>
@@ -25,36 +28,49 @@ public:
 
     void check() {
         check_numbers(directory_.charsets, "charsets");
-        check_numbers(directory_.sets, "coded sets");
         for (const auto& [file, set] : directory_.sets) {
             check_user_defined(set);
         }
         for (const auto& [file, whole] : directory_.charsets) {
+            is_further_ = directory_.further.contains(file);
             check_charset(whole);
         }
+        check_numbers(directory_.sets, "coded sets");
     }
 
     void check_use() const {
         for (const auto& [file, set] : directory_.sets) {
-            if (!used_.contains(file)) {
+            if (!is_used(file)) {
                 set.document.source.fail(0, "no charset uses this set");
             }
         }
         for (const auto& [file, table] : directory_.tables) {
-            if (!used_.contains(file)) {
+            if (!is_used(file)) {
                 table.source.fail(0, "nothing uses this table");
             }
         }
     }
 
-    [[nodiscard]] const std::set<std::string>& used() const { return used_; }
+    [[nodiscard]] bool is_used(const std::string& file) const {
+        return used_.contains(file) || used_further_.contains(file);
+    }
+    // What only further charsets use.
+    [[nodiscard]] std::set<std::string> further() const {
+        std::set<std::string> files;
+        std::ranges::set_difference(used_further_, used_, std::inserter(files, files.end()));
+        return files;
+    }
 
 private:
-    // The library knows charsets and sets by number only; unlisted names have a hashed one.
+    // The library knows charsets and sets by number; unlisted names have a hashed one. Further ones
+    // get another where theirs is taken.
     template <class Named>
-    static void check_numbers(const std::map<std::string, Named>& all, const std::string& what) {
+    void check_numbers(const std::map<std::string, Named>& all, const std::string& what) const {
         std::map<u32, std::string> names;
         for (const auto& [file, found] : all) {
+            if (directory_.further.contains(file) || further().contains(file)) {
+                continue;
+            }
             const auto [before, added] = names.emplace(found.number, found.name);
             if (!added) {
                 found.document.source.fail(0, "the " + what + " " + before->second + " and " +
@@ -74,6 +90,8 @@ private:
         }
     }
 
+    void use(const std::string& file) { (is_further_ ? used_further_ : used_).insert(file); }
+
     const entity& resolve(const charset& whole, std::size_t line, const std::string& name) {
         const entity* found = whole.document.find_entity(name);
         if (found == nullptr) {
@@ -88,7 +106,7 @@ private:
         if (found == directory_.tables.end()) {
             whole.document.source.fail(declared.line, "there is no table " + declared.file);
         }
-        used_.insert(declared.file);
+        use(declared.file);
         return found->second;
     }
 
@@ -103,7 +121,7 @@ private:
         if (set.kind != found.kind) {
             source.fail(found.line, set.name + " is a set of another kind");
         }
-        used_.insert(declared.file);
+        use(declared.file);
         linked_member linked{&found, &set, ""};
         if (set.table_entity.empty()) {
             return linked;
@@ -132,13 +150,20 @@ private:
         if (checked.extra) {
             checked.source.fail(0, set.name + " has an extra table as its own");
         }
+        if (checked.linear != set.linear) {
+            checked.source.fail(0, set.linear.empty()
+                                       ? set.name + " lacks linear=\"" + checked.linear + "\""
+                                       : "must have %linear and %bytes " + set.linear);
+        }
         const bool fits = set.bytes >= 4 || checked.largest_code() >> (8 * set.bytes) == 0;
         if (!fits) {
             set.document.source.fail(set.table_line, "codes are longer than bytenum says");
         }
-        for (const auto* pairs : {&checked.decode_only, &checked.two_way}) {
+        for (const auto* pairs :
+             {&checked.decode_only, &checked.read_only, &checked.two_way, &checked.run_ends}) {
             for (const pair& found : *pairs) {
-                if (!set.defines(found.code)) {
+                const bool is_gap = !checked.linear.empty() && found.scalar == 0;
+                if (!is_gap && !set.defines(found.code)) {
                     checked.source.fail(found.line,
                                         hex(found.code) + " is outside what the set defines");
                 }
@@ -208,6 +233,48 @@ private:
         }
     }
 
+    // What the library would say of the element, and whether every set of it has characters there.
+    void check_iso2022(const charset& whole, const std::vector<linked_member>& members) {
+        const source_file& source = whole.document.source;
+        if (whole.goes_by_iso2022 != (whole.iso2022_line != 0)) {
+            source.fail(whole.iso2022_line,
+                        "the rule ISO-2022 and the element iso2022 go together");
+        }
+        if (!whole.goes_by_iso2022) {
+            return;
+        }
+        std::vector<const char*> names;
+        for (const linked_member& linked : members) {
+            names.push_back(linked.set->name.c_str());
+        }
+        const std::vector<u32> text(source.text.begin(), source.text.end());
+        iso2022 codes;
+        complaint wrong;
+        if (!read_iso2022(text, 0, names, codes, wrong)) {
+            source.fail(whole.iso2022_line, wrong.text);
+        }
+        std::vector<bool> used(members.size());
+        for (const graphic_set& set : codes.sets()) {
+            for (const u8 place : set.member_places()) {
+                const std::string& file = members[place].table_file;
+                used[place] = true;
+                const auto is_held = [&](const pair& p) {
+                    return p.code >= set.add && set.may_hold(p.code - set.add);
+                };
+                if (!file.empty() &&
+                    std::ranges::none_of(directory_.tables.at(file).two_way, is_held)) {
+                    source.fail(whole.iso2022_line,
+                                std::string(set.name) + " has no code of " + names[place]);
+                }
+            }
+        }
+        if (const auto idle = std::ranges::find(used, false); idle != used.end()) {
+            source.fail(whole.iso2022_line,
+                        std::string("no set of it has the member ") +
+                            names[static_cast<std::size_t>(idle - used.begin())]);
+        }
+    }
+
     void check_charset(const charset& whole) {
         referred_.clear();
         std::vector<linked_member> members;
@@ -223,6 +290,7 @@ private:
             whole.document.source.fail(0, "the charset has no sets");
         }
         check_user_area(whole, members);
+        check_iso2022(whole, members);
         for (const entity& declared : whole.document.entities) {
             if (!referred_.contains(declared.name)) {
                 whole.document.source.fail(declared.line,
@@ -232,8 +300,9 @@ private:
     }
 
     const directory& directory_;
-    std::set<std::string> used_;     // files
-    std::set<std::string> referred_; // entities of the charset at hand
+    bool is_further_ = false;                   // the charset at hand
+    std::set<std::string> used_, used_further_; // files, by charsets of either kind
+    std::set<std::string> referred_;            // entities of the charset at hand
     std::map<std::string, std::string> table_of_set_;
     std::unordered_set<const table*> checked_;
 };
@@ -243,18 +312,27 @@ private:
 directory read_directory(const std::filesystem::path& source,
                          const std::filesystem::path& overlay) {
     directory result;
-    for (const auto& path : list_sources(source / "tables", ".tsv")) {
+    for (const auto& path : list_sources(source / "tables", {".tsv"})) {
         const auto& read =
             result.tables.emplace(path.stem().string() + ".txt", read_table(path)).first->second;
         if (read.changes) {
             read.source.fail(0, "only an overlay has %changes");
         }
     }
-    for (const auto& path : list_sources(source / "sets", ".set")) {
-        result.sets.emplace(path.filename().string(), read_coded_set(path));
+    for (const auto& path : list_sources(source / "sets", {".set"})) {
+        result.sets.emplace(path.filename().string(), read_coded_set(read_source(path)));
     }
-    for (const auto& path : list_sources(source / "definitions", ".xml")) {
-        result.charsets.emplace(path.filename().string(), read_charset(path));
+    for (const auto& path : list_sources(source / "definitions", {".xml"})) {
+        result.charsets.emplace(path.filename().string(), read_charset(read_source(path)));
+    }
+    if (std::filesystem::exists(source / "further")) {
+        for (const auto& path : list_sources(source / "further", {".xml", ".tsv"})) {
+            if (path.extension() == ".tsv") {
+                add_single_byte(result, read_table(path));
+            } else {
+                add_further(result, read_charset(read_source(path)));
+            }
+        }
     }
     if (!overlay.empty()) {
         apply_overlay(result, overlay);
@@ -264,12 +342,11 @@ directory read_directory(const std::filesystem::path& source,
     if (overlay.empty()) {
         check.check_use();
     } else {
-        const auto is_unused = [&](const auto& entry) {
-            return !check.used().contains(entry.first);
-        };
+        const auto is_unused = [&](const auto& entry) { return !check.is_used(entry.first); };
         std::erase_if(result.sets, is_unused);
         std::erase_if(result.tables, is_unused);
     }
+    result.further.merge(check.further());
     return result;
 }
 

@@ -5,6 +5,7 @@
 #include "charsets/builder/table.h"
 
 #include <map>
+#include <set>
 
 namespace charsets {
 
@@ -13,11 +14,12 @@ struct directory {
     std::map<std::string, charset> charsets;
     std::map<std::string, coded_set> sets;
     std::map<std::string, table> tables;
+    std::set<std::string> further; // of these, what lies in the folder of that name
 };
 
-// Reads definitions/, sets/ and tables/ of a source directory and checks them. An overlay (empty:
-// none) is another directory that changes some tables and omits some charsets; sets and tables that
-// nothing uses then are left out.
+// Reads definitions/, sets/, tables/ and further/ (unless there is none) of a source directory and
+// checks them. An overlay (empty: none) is another directory that changes some tables and omits
+// some charsets; sets and tables that nothing uses then are left out.
 directory read_directory(const std::filesystem::path& source,
                          const std::filesystem::path& overlay = {});
 

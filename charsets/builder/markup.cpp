@@ -178,8 +178,8 @@ const entity* markup::find_entity(std::string_view name) const {
     return found == entities.end() ? nullptr : &*found;
 }
 
-markup read_markup(const std::filesystem::path& path) {
-    markup document{read_source(path), {}, {}};
+markup read_markup(source_file source) {
+    markup document{std::move(source), {}, {}};
     markup_reader reader{document};
     if (!reader.accept(std::string(source_declaration) + "\n")) {
         reader.fail("the first line must be " + std::string(source_declaration));

@@ -38,6 +38,6 @@ struct markup {
 inline constexpr std::string_view source_declaration = R"(<?xml version="1.0" encoding="UTF-8"?>)";
 inline constexpr std::string_view built_declaration = R"(<?xml version="1.0" encoding="UTF-16"?>)";
 
-markup read_markup(const std::filesystem::path& path);
+markup read_markup(source_file source);
 
 } // namespace charsets

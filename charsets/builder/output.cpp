@@ -47,14 +47,24 @@ void write_file(const fs::path& path, std::string_view bytes) {
     }
 }
 
-std::string document_bytes(const markup& document) {
-    std::string text = document.source.text;
-    text.replace(0, source_declaration.size(), built_declaration);
-    return to_utf16(text);
+constexpr const char* further_folder = "further";
+
+// Where a file lies in the directory.
+fs::path place_of(const directory& built, const std::string& file) {
+    return built.further.contains(file) ? fs::path(further_folder) / file : fs::path(file);
 }
 
-void write_document(const markup& document, const fs::path& path) {
-    write_file(path, document_bytes(document));
+// Names files as they lie in the directory.
+std::string document_bytes(const markup& document, const directory& built) {
+    std::string text = document.source.text;
+    text.replace(0, source_declaration.size(), built_declaration);
+    for (const entity& declared : document.entities) {
+        const std::string named = declared.name + " SYSTEM \"";
+        const std::string before = named + declared.file + '"';
+        text.replace(text.find(before), before.size(),
+                     named + place_of(built, declared.file).string() + '"');
+    }
+    return to_utf16(text);
 }
 
 // The cache holds the pairs in the order of the text, in this machine's byte order: what the
@@ -62,14 +72,12 @@ void write_document(const markup& document, const fs::path& path) {
 void write_table(const table& source, const fs::path& path) {
     std::string text;
     std::string cache;
-    for (const auto* pairs : {&source.decode_only, &source.two_way}) {
-        for (const pair& found : *pairs) {
-            text += hex(found.code) + '\t' + hex(found.scalar) + '\n';
-            const std::array<u32, 2> entry{found.code, found.scalar};
-            std::array<char, sizeof entry> bytes{};
-            std::memcpy(bytes.data(), entry.data(), sizeof entry);
-            cache.append(bytes.data(), bytes.size());
-        }
+    for (const pair& found : source.in_order()) {
+        text += hex(found.code) + '\t' + hex(found.scalar) + '\n';
+        const std::array<u32, 2> entry{found.code, found.scalar};
+        std::array<char, sizeof entry> bytes{};
+        std::memcpy(bytes.data(), entry.data(), sizeof entry);
+        cache.append(bytes.data(), bytes.size());
     }
     write_file(path, to_utf16(text));
     write_file(fs::path(path).replace_extension(".cmp"), cache);
@@ -91,19 +99,18 @@ void append_distance(std::string& out, u32 from, u32 to) {
 std::string packed(const table& source) {
     std::string out;
     u32 code = 0, scalar = 0;
-    for (const auto* pairs : {&source.decode_only, &source.two_way}) {
-        for (auto run = pairs->begin(); run != pairs->end();) {
-            auto end = run + 1;
-            while (end != pairs->end() && end->code == end[-1].code + 1) {
-                ++end;
-            }
-            append_number(out, static_cast<u32>(end - run));
-            append_distance(out, code, run->code);
-            code = end[-1].code + 1;
-            for (; run != end; ++run) {
-                append_distance(out, scalar, run->scalar);
-                scalar = run->scalar + 1;
-            }
+    const std::vector<pair> pairs = source.in_order();
+    for (auto run = pairs.begin(); run != pairs.end();) {
+        auto end = run + 1;
+        while (end != pairs.end() && end->code == end[-1].code + 1) {
+            ++end;
+        }
+        append_number(out, static_cast<u32>(end - run));
+        append_distance(out, code, run->code);
+        code = end[-1].code + 1;
+        for (; run != end; ++run) {
+            append_distance(out, scalar, run->scalar);
+            scalar = run->scalar + 1;
         }
     }
     return out;
@@ -152,14 +159,30 @@ void remove_directory(const fs::path& directory) {
 }
 
 void fill_directory(const directory& built, const fs::path& output) {
+    if (!built.further.empty()) {
+        fs::create_directory(output / further_folder);
+    }
     for (const auto& [file, found] : built.charsets) {
-        write_document(found.document, output / file);
+        write_file(output / place_of(built, file), document_bytes(found.document, built));
     }
     for (const auto& [file, found] : built.sets) {
-        write_document(found.document, output / file);
+        write_file(output / place_of(built, file), document_bytes(found.document, built));
     }
     for (const auto& [file, found] : built.tables) {
-        write_table(found, output / file);
+        write_table(found, output / place_of(built, file));
+    }
+}
+
+// What somebody else put into the directory stays.
+void keep_others(const fs::path& from, const fs::path& to) {
+    for (const auto& entry : fs::directory_iterator(from)) {
+        const fs::path kept = to / entry.path().filename();
+        if (entry.path().filename() == further_folder && fs::is_directory(kept)) {
+            keep_others(entry.path(), kept);
+        } else if (!is_ours(entry.path())) {
+            fs::copy(entry.path(), kept,
+                     fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+        }
     }
 }
 
@@ -182,12 +205,7 @@ void write_directory(const directory& built, const fs::path& output) {
         throw;
     }
     if (fs::exists(place)) {
-        for (const auto& entry : fs::directory_iterator(place)) {
-            if (!is_ours(entry.path())) {
-                fs::copy(entry.path(), next / entry.path().filename(),
-                         fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-            }
-        }
+        keep_others(place, next);
         std::error_code fault; // layered file systems do not rename every directory
         fs::rename(place, previous, fault);
         if (fault) {
@@ -201,13 +219,13 @@ void write_directory(const directory& built, const fs::path& output) {
 void write_embedded(const directory& built, const fs::path& output) {
     std::map<std::string, std::string> files;
     for (const auto& [file, found] : built.charsets) {
-        files[file] = document_bytes(found.document);
+        files[place_of(built, file)] = document_bytes(found.document, built);
     }
     for (const auto& [file, found] : built.sets) {
-        files[file] = document_bytes(found.document);
+        files[place_of(built, file)] = document_bytes(found.document, built);
     }
     for (const auto& [file, found] : built.tables) {
-        files[fs::path(file).replace_extension(".cmp").string()] = packed(found);
+        files[place_of(built, file).replace_extension(".cmp").string()] = packed(found);
     }
     std::string text = "#include \"cconv/directory/embedded.h\"\n\nnamespace {\n\n", list;
     for (const auto& [file, bytes] : files) {

@@ -33,7 +33,7 @@ void omit_definitions(directory& changed, const source_file& list) {
 } // namespace
 
 void apply_overlay(directory& changed, const std::filesystem::path& overlay) {
-    for (const auto& path : list_sources(overlay / "tables", ".tsv")) {
+    for (const auto& path : list_sources(overlay / "tables", {".tsv"})) {
         table read = read_table(path);
         const auto place = changed.tables.find(path.stem().string() + ".txt");
         if (place == changed.tables.end()) {

@@ -92,16 +92,20 @@ u32 next_scalar(std::string_view text, std::size_t& offset) {
     return scalar;
 }
 
-std::vector<std::filesystem::path> list_sources(const std::filesystem::path& directory,
-                                                std::string_view extension) {
+std::vector<std::filesystem::path>
+list_sources(const std::filesystem::path& directory,
+             std::initializer_list<std::string_view> extensions) {
     std::vector<std::filesystem::path> paths;
     if (!std::filesystem::is_directory(directory)) {
         throw source_error(directory, 0, "is not a directory");
     }
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-        if (entry.path().extension() != extension) {
-            throw source_error(entry.path(), 0,
-                               "only *" + std::string(extension) + " belongs here");
+        if (std::ranges::find(extensions, entry.path().extension().string()) == extensions.end()) {
+            std::string fit;
+            for (const std::string_view extension : extensions) {
+                fit += (fit.empty() ? "*" : " and *") + std::string(extension);
+            }
+            throw source_error(entry.path(), 0, "only " + fit + " belongs here");
         }
         if (!is_fit_name(entry.path().filename().string())) {
             throw source_error(entry.path(), 0,

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -30,10 +31,10 @@ source_file read_source(const std::filesystem::path& path);
 // The scalar at an offset of well-formed UTF-8; the offset moves behind it.
 u32 next_scalar(std::string_view text, std::size_t& offset);
 
-// All files with an extension, sorted by name. Their names must be fit for the charset directory:
-// lower case, no blank, no double hyphen.
+// All files, sorted by name; none may have another extension. Their names must be fit for the
+// charset directory: lower case, no blank, no double hyphen.
 std::vector<std::filesystem::path> list_sources(const std::filesystem::path& directory,
-                                                std::string_view extension);
+                                                std::initializer_list<std::string_view> extensions);
 
 std::string lower_case(std::string text);
 std::string hex(u32 value, int digits = 4);

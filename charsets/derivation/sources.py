@@ -5,6 +5,8 @@ bytes, decodes them to more than one scalar, or needs more of them.
 """
 
 import ctypes
+import gzip
+import re
 import subprocess
 
 _libc = ctypes.CDLL(None, use_errno=True)
@@ -77,7 +79,7 @@ class Perl:
             chomp $line;
             my $bytes = pack("H*", $line);
             my $text = eval { $codec->decode($bytes, Encode::FB_CROAK) };
-            print defined $text && length($text) == 1 ? sprintf("%X", ord $text) : "-", "\n";
+            print defined $text && length $text ? join("+", map { sprintf "%X", ord } split //, $text) : "-", "\n";
         }
     """
 
@@ -89,8 +91,44 @@ class Perl:
                                     stdout=subprocess.PIPE, check=True).stdout.decode().split()
         except (OSError, subprocess.CalledProcessError) as error:
             raise SourceMissing(self.name) from error
-        self._scalars = {code_bytes: None if word == "-" else int(word, 16)
-                         for code_bytes, word in zip(all_bytes, answer, strict=True)}
+        self._texts = {code_bytes: None if word == "-" else "".join(chr(int(scalar, 16)) for scalar in word.split("+"))
+                       for code_bytes, word in zip(all_bytes, answer, strict=True)}
+
+    def text(self, code_bytes):
+        return self._texts[code_bytes]
 
     def __call__(self, code_bytes):
-        return self._scalars[code_bytes]
+        return single_scalar(self.text(code_bytes))
+
+
+class Icu:
+    """A converter of ICU, of charsets of single bytes: asked once for all 256."""
+
+    def __init__(self, charset):
+        self.name = "ICU " + charset
+        try:
+            text = subprocess.run(["uconv", "-f", charset, "-t", "UTF-32BE", "--callback", "substitute"],
+                                  input=bytes(range(0x100)), stdout=subprocess.PIPE, check=True).stdout
+        except (OSError, subprocess.CalledProcessError) as error:
+            raise SourceMissing(self.name) from error
+        self._scalars = [ord(character) for character in text.decode("utf-32-be")]
+
+    def __call__(self, code_bytes):
+        scalar = self._scalars[code_bytes[0]]
+        return None if scalar == 0xFFFD else scalar
+
+
+class Charmap:
+    """The description of a charset that comes with the C library, beside its converter."""
+
+    def __init__(self, charset):
+        self.name = "charmap " + charset
+        try:
+            with gzip.open(f"/usr/share/i18n/charmaps/{charset}.gz", "rt", encoding="latin-1") as lines:
+                found = [re.match(r"(?:%IRREVERSIBLE%)?<U([0-9A-F]+)>\s+((?:/x[0-9a-f]{2})+)\s", line) for line in lines]
+        except OSError as error:
+            raise SourceMissing(self.name) from error
+        self._scalars = {bytes.fromhex(pair[2].replace("/x", "")): int(pair[1], 16) for pair in found if pair}
+
+    def __call__(self, code_bytes):
+        return self._scalars.get(code_bytes)

@@ -49,28 +49,33 @@ def any_scalar(_scalar):
 
 
 class Table:
-    """One mapping table: pairs that go both ways, and pairs that only decode."""
+    """One mapping table: pairs that go both ways, pairs that only decode since there is another code for their
+    character, and pairs whose characters are not written. A code's character is a scalar, or a letter and a mark."""
 
-    def __init__(self, name, title, grid, pairs, *, decode_only=(), origin, extra=False,
-                 linear=is_private):
+    def __init__(self, name, title, grid, pairs, *, decode_only=(), read_only=(), origin, extra=False,
+                 charset=(), linear=is_private, counted=False):
         self.name = name
         self.title = title
         self.grid = Grid(grid)
         self.pairs = sorted(dict(pairs).items())
         self.decode_only = sorted(dict(decode_only).items())
+        self.read_only = sorted(dict(read_only).items())
         self.origin = origin
         self.extra = extra
+        self.charset = charset  # what it says of the charset that is nothing but this table
         self.linear = linear  # which scalars may be written as ranges
+        self.counted = counted
 
     def mapping(self):
-        return dict(self.decode_only + self.pairs)
+        return dict(self.decode_only + self.read_only + self.pairs)
 
     def _runs(self, pairs):
         """Yields (first code, last code, first scalar) with neighbours joined where they are linear."""
         first = last = scalar = None
+        count = 0
         for code, value in pairs:
-            if (first is not None and self.linear(value) and self.linear(scalar)
-                    and self.grid.following(last) == code
+            if (first is not None and isinstance(value, int) and self.linear(value)
+                    and isinstance(scalar, int) and self.linear(scalar) and self.grid.following(last) == code
                     and value == scalar + count):
                 last, count = code, count + 1
                 continue
@@ -82,9 +87,12 @@ class Table:
             yield first, last, scalar
 
     @staticmethod
-    def _picture(scalar):
-        visible = unicodedata.category(chr(scalar))[0] in "LNPS"
-        return "\t" + chr(scalar) if visible else ""
+    def _character(scalars):
+        """In numbers, and for people."""
+        letters = [scalars] if isinstance(scalars, int) else scalars
+        numbers = "+".join(f"{letter:04X}" for letter in letters)
+        visible = unicodedata.category(chr(letters[0]))[0] in "LNPS"
+        return numbers + ("\t" + "".join(map(chr, letters)) if visible else "")
 
     def _lines(self, pairs):
         for first, last, scalar in self._runs(pairs):
@@ -92,16 +100,21 @@ class Table:
             if first != last:
                 yield f"{code}..{last:0{self.grid.digits}X}\t{scalar:04X}"
             else:
-                yield f"{code}\t{scalar:04X}{self._picture(scalar)}"
+                yield f"{code}\t{self._character(scalar)}"
 
     def text(self):
         header = [f"# {self.title}", "#"]
         header += [f"# {line}" if line else "#" for line in self.origin.strip().split("\n")]
-        header += ["", f"%bytes {self.grid.pattern}"]
+        header += ["", *self.charset[:1], f"%bytes {self.grid.pattern}", *self.charset[1:]]
         if self.extra:
             header += ["%extra"]
-        header += [f"%pairs {len(self.pairs) + len(self.decode_only)}"]
-        if self.decode_only:
-            header += [f"%decode-only {len(self.decode_only)}", "", *self._lines(self.decode_only),
-                       "", f"%two-way {len(self.pairs)}"]
+        if self.counted:
+            header += ["%linear"]
+        sections = [("decode-only", self.decode_only), ("read-only", self.read_only), ("two-way", self.pairs)]
+        header += [f"%pairs {sum(len(pairs) for _, pairs in sections)}"]
+        if len(self.pairs) < sum(len(pairs) for _, pairs in sections):
+            for name, pairs in sections[:2]:
+                if pairs:
+                    header += [f"%{name} {len(pairs)}", "", *self._lines(pairs), ""]
+            header += [f"%two-way {len(self.pairs)}"]
         return "\n".join([*header, "", *self._lines(self.pairs)]) + "\n"

@@ -40,10 +40,12 @@ inline const char* describe(status s) {
 // Something in the text that cannot be converted.
 struct fault {
     status why;
-    std::uint64_t position; // of its first byte in the text
-    std::string_view bytes; // they live as long as the call
-    char32_t scalar;        // unrepresentable: the character, or 0 where it has none
-    char32_t mark;          // the combining mark that is one character with it, or 0
+    std::uint64_t position;     // of its first byte in the text
+    std::string_view bytes;     // they live as long as the call
+    char32_t scalar;            // unrepresentable: the character, or 0 where it has none
+    char32_t mark;              // the combining mark that is one character with it, or 0
+    std::uint64_t line, column; // from 1, in characters
+    std::string_view words;     // what is wrong; they live as long as the call
 };
 
 // What to do about a fault: text in UTF-8 to write in its place, empty to drop it, nothing to stop.
@@ -277,7 +279,10 @@ inline void converter::meet_fault() {
                         what.offset,
                         {reinterpret_cast<const char*>(what.bytes), shown},
                         what.scalars_count > 0 ? what.scalars[0] : 0U,
-                        what.scalars_count > 1 ? what.scalars[1] : 0U};
+                        what.scalars_count > 1 ? what.scalars[1] : 0U,
+                        what.line,
+                        what.column,
+                        what.why};
     if (told.why == status::unrepresentable && substitute(what)) {
         return;
     }

@@ -10,14 +10,9 @@
 #include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
 #include "platform/platform.h"
-#include "pvzan.h"
+#include "tests/support/test.h"
 
-#include <cstdlib>
 #include <cxxabi.h>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <memory>
-#include <string>
 #include <typeinfo>
 
 namespace {

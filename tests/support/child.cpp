@@ -1,11 +1,6 @@
 #include "tests/support/child.h"
 
-#include <gtest/gtest.h>
-
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <string>
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -2,7 +2,7 @@
 // and some bodies are meant to die.
 #pragma once
 
-#include <functional>
+#include "tests/support/test.h"
 
 namespace test {
 

@@ -1,21 +1,8 @@
 // Runs a conversion in every way a caller might, and expects the same of all.
 #pragma once
 
-#include "pvzan.h"
 #include "tests/support/oracle.h"
 #include "tests/support/text.h"
-
-#include <algorithm>
-#include <cstdint>
-#include <cstring>
-#include <gtest/gtest.h>
-#include <memory>
-#include <optional>
-#include <random>
-#include <span>
-#include <string>
-#include <string_view>
-#include <vector>
 
 namespace test {
 
@@ -54,10 +41,10 @@ struct conversion {
     static pvzan_target_options big_endian_target();
 };
 
-// An output buffer that ends where memory ends.
+// A buffer in pages of its own: it ends, or begins, where memory does.
 class guarded_buffer {
 public:
-    explicit guarded_buffer(std::size_t size);
+    explicit guarded_buffer(std::size_t size, bool at_end = true);
     ~guarded_buffer();
     guarded_buffer(const guarded_buffer&) = delete;
     guarded_buffer& operator=(const guarded_buffer&) = delete;

@@ -1,27 +1,33 @@
-// Answers to many questions as one number each, recorded when they had been found equal to those of
-// another judge. That says in few lines of test that nothing has changed; to find what has, set
-// PVZAN_DIGEST to the name of a digest, with the library as it was and as it is: what went into it
-// is written to standard output, a line each.
+// Answers to many questions as one number each, recorded in tests/data/digests.tsv when they had
+// been found equal to those of another judge. That says in few lines of test that nothing has
+// changed; to find what has, set PVZAN_DIGEST to the name of a digest, with the library as it was
+// and as it is: what went into it is written to standard output, a line each.
 #pragma once
 
-#include <cstdint>
-#include <cstdlib>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <iostream>
-#include <sstream>
-#include <string>
-#include <string_view>
-#include <vector>
+#include "tests/support/test.h"
 
 namespace test {
 
+// Compared with what was recorded when it ends.
 class digest {
 public:
     explicit digest(std::string name) : name_(std::move(name)) {
         const char* shown = std::getenv("PVZAN_DIGEST");
         shown_ = shown != nullptr && name_ == shown;
     }
+    ~digest() {
+        std::ifstream file(PVZAN_SOURCE_DIR "/tests/data/digests.tsv");
+        std::ostringstream value;
+        value << name_ << '\t' << std::hex << value_;
+        for (std::string line; std::getline(file, line);) {
+            if (line == value.str()) {
+                return;
+            }
+        }
+        ADD_FAILURE() << value.str() << "\nis not in digests.tsv";
+    }
+    digest(const digest&) = delete;
+    digest& operator=(const digest&) = delete;
 
     // A line of text, or numbers that would make one.
     void add(std::string_view line) {
@@ -45,10 +51,9 @@ public:
             std::cout << '\n';
         }
     }
-
-    [[nodiscard]] const std::string& name() const { return name_; }
-    [[nodiscard]] std::string value() const {
-        return (std::ostringstream() << std::hex << value_).str();
+    void add(std::string_view line, std::initializer_list<std::uint32_t> numbers) {
+        add(line);
+        add(numbers);
     }
 
 private:
@@ -58,34 +63,5 @@ private:
     bool shown_;
     std::uint64_t value_ = 14695981039346656037U;
 };
-
-// Rows of three columns: a kind, what was recorded, and of what.
-struct recorded_row {
-    std::string answer, of;
-};
-
-inline std::vector<recorded_row> recorded(const std::string& file, std::string_view kind) {
-    std::ifstream in(PVZAN_SOURCE_DIR "/tests/data/" + file);
-    std::vector<recorded_row> rows;
-    std::string line_kind;
-    for (recorded_row row; std::getline(in, line_kind, '\t') &&
-                           std::getline(in, row.answer, '\t') && std::getline(in, row.of);) {
-        if (line_kind == kind) {
-            rows.push_back(row);
-        }
-    }
-    EXPECT_FALSE(rows.empty()) << file << " has no " << kind;
-    return rows;
-}
-
-inline void expect_recorded(const std::string& file, const digest& d) {
-    for (const recorded_row& row : recorded(file, "digest")) {
-        if (row.of == d.name()) {
-            EXPECT_EQ(d.value(), row.answer) << d.name();
-            return;
-        }
-    }
-    ADD_FAILURE() << "digest\t" << d.value() << '\t' << d.name() << "\nis not in " << file;
-}
 
 } // namespace test

@@ -1,11 +1,9 @@
 // Documents as a test's own objects.
 #pragma once
 
-#include "cconv/definition/document_search.h"
+#include "tests/support/test.h"
 
-#include <algorithm>
-#include <string>
-#include <string_view>
+#include "cconv/definition/document_search.h"
 
 namespace test {
 

@@ -1,11 +1,9 @@
 // Time that grows with the input, not with its square.
 #pragma once
 
-#include <gtest/gtest.h>
+#include "tests/support/test.h"
 
-#include <algorithm>
 #include <ctime>
-#include <string>
 
 namespace test {
 

@@ -1,10 +1,5 @@
 #include "tests/support/oracle.h"
 
-#include "pvzan.h"
-
-#include <cstdlib>
-#include <string>
-
 namespace test {
 
 void use_shipped_charsets() {

@@ -1,10 +1,9 @@
 // Another converter's answer: iconv(3).
 #pragma once
 
+#include "tests/support/test.h"
+
 #include <iconv.h>
-#include <optional>
-#include <string>
-#include <string_view>
 
 namespace test {
 

@@ -1,11 +1,5 @@
 #include "tests/support/temp_dir.h"
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
-
 namespace test {
 
 temp_dir::temp_dir() {
@@ -18,7 +12,7 @@ temp_dir::temp_dir() {
 
 temp_dir::temp_dir(without_caches_t) : temp_dir() {
     for (const auto& entry : std::filesystem::directory_iterator(PVZAN_BASE2_DIR)) {
-        if (entry.path().extension() != ".cmp") {
+        if (entry.is_regular_file() && entry.path().extension() != ".cmp") {
             std::filesystem::copy(entry.path(), path_);
         }
     }

@@ -1,8 +1,7 @@
 // Temporary directories, and files in the encodings of definitions and tables.
 #pragma once
 
-#include <string>
-#include <string_view>
+#include "tests/support/test.h"
 
 namespace test {
 

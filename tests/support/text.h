@@ -3,11 +3,7 @@
 
 #include "tests/support/oracle.h"
 
-#include <algorithm>
-#include <cstdint>
 #include <initializer_list>
-#include <string>
-#include <string_view>
 
 namespace test {
 

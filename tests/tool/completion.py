@@ -14,9 +14,9 @@ faulthandler.dump_traceback_later(300, exit=True)
 os.environ["PATH"] = os.path.dirname(tool) + ":" + os.environ["PATH"]
 
 # What is typed, and the word that is to come; "-" before one that must not.
-CASES = [("-f windows-3", "windows-31j"), ("-t shift_jis-2", "shift_jis-2004"), ("--from utf-8,euc-jp-f", "utf-8,euc-jp-fix"),
+CASES = [("-f windows-31", "windows-31j"), ("-t shift_jis-2", "shift_jis-2004"), ("--from utf-8,euc-jp-f", "utf-8,euc-jp-fix"),
          ("--recu", "--recursive"), ("detect --js", "--json"), ("detect --recu", "-recursive"), ("det", "detect"),
-         ("list koreank", "koreanksc"), ("--eol k", "keep"), ("--color al", "always"), ("-e re", "ref"), ("check -t cp94", "cp949"),
+         ("list koreank", "koreanksc"), ("--eol k", "keep"), ("--color al", "always"), ("-e re", "ref"), ("check -t cp949", "cp949"),
          ("-o one", "onefile"), ("onef", "onefile")]
 
 
@@ -36,7 +36,7 @@ def in_zsh(typed):
     child, terminal = pty.fork()
     if child == 0:
         os.execvpe("zsh", ["zsh", "-f", "-i"], {**os.environ, "TERM": "dumb", "PS1": "", "LINES": "50", "COLUMNS": "300"})
-    setup = f"fpath=($PWD $fpath); autoload -Uz compinit; compinit -u -d $PWD/dump; bindkey -e; LISTMAX=999; echo re''ady\n"
+    setup = "fpath=($PWD $fpath); autoload -Uz compinit; compinit -u -d $PWD/dump; bindkey -e; LISTMAX=999; echo re''ady\n"
     os.write(terminal, setup.encode())
     text = b""
 

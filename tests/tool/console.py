@@ -4,7 +4,7 @@
     console.py --tool PVZAN [--rewrite] TRANSCRIPT...
 
 Both outputs are joined; a status other than 0 follows as "[1]". --rewrite puts in what was printed. All commands of a
-transcript share a directory. Lines before the first command are comments, and so are those that begin with "# ".
+transcript share a directory; $SOURCE is that of the project. Lines before the first command are comments, and so are those that begin with "# ".
 """
 import argparse
 import difflib
@@ -46,7 +46,7 @@ def main():
     parser.add_argument("transcripts", nargs="+", type=pathlib.Path)
     asked = parser.parse_args()
     environment = {"PATH": f"{os.path.dirname(os.path.abspath(asked.tool))}:{os.environ['PATH']}",
-                   "LC_ALL": "C.UTF-8", "TERM": "xterm"}
+                   "SOURCE": str(pathlib.Path(__file__).resolve().parents[2]), "LC_ALL": "C.UTF-8", "TERM": "xterm"}
     for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"):
         if name in os.environ:
             environment[name] = os.environ[name]

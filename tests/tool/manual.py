@@ -23,14 +23,16 @@ plain = section.replace(".TP\n", "").replace("\\fB", "").replace("\\fR", "").rep
 if " ".join(plain.replace("\\e", "\\").split()) != " ".join(told.split("\n\n", 1)[1].split()):
     sys.exit("the manual page's OPTIONS are not those of --help")
 
-# SIMILAR CHARACTERS are those that become others, of all in the BMP and in any charset.
+# SIMILAR CHARACTERS are those that become others, of all in the BMP and in any charset that is read at the start.
 names = [line.split()[0] for line in pvzan("-l").stdout.decode().splitlines()]
 listed = {(int(a, 16), int(b, 16)) for a, b in re.findall(r"U\+(\w{4})  U\+(\w{4})", text)}
 katakana = {c for c in range(0xFF61, 0xFFA0)}
 private = re.search(r"^private-use characters (.*)\bas the", text, re.M | re.S).group(1)
 private = {int(c, 16) for c in re.findall(r"U\+(\w{4})", private)} | set(range(0xE78D, 0xE796))
 done = set()
-for name in names:
+place = pathlib.Path(re.search("directory: (.*)", pvzan("--version").stdout.decode()).group(1))
+ids = [json.loads(line)["charset"] for line in pvzan("list", "--json").stdout.splitlines()]
+for name in [name for name, id in zip(names, ids) if (place / f"{id}.xml").exists()]:
     all_of_them = "\n".join(chr(c) for c in range(0xA0, 0x10000) if not 0xD800 <= c < 0xE000).encode()
     summary = pvzan("--json", "--similar", "-c", "-f", "utf-8", "-t", name, given=all_of_them).stderr.splitlines()[-1]
     used = [int(c[2:], 16) for c in json.loads(summary)["look_alikes"]]

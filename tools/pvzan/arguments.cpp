@@ -89,19 +89,20 @@ void add_shared(CLI::App& app, command& c,
     app.add_flag("-v,--verbose", c.style.verbose, verbose);
     add_choice(app, "--color", c.style.color, color_names, "auto|always|never",
                "Color of messages");
-    app.add_option("--charset-dir", charset_dir_of(c), "Where the charset definitions lie")
+    app.add_option("--charset-dir", charset_dir_of(c), "Directory of the charset definitions")
         ->type_name("DIR");
 }
 
 void add_source_and_target(CLI::App& app, command& c) {
     convert_options& o = c.convert;
-    app.add_option("-f,--from", o.from, "Charset of the input; several: one of these")
+    app.add_option("-f,--from", o.from, "Charset of the input, or several to choose from")
         ->type_name("NAME[,NAME...]");
     app.add_option("-t,--to", o.to, "Charset of the output")->type_name("NAME");
+    app.add_flag("--web-labels", o.web_labels, "Names mean what they mean to browsers");
 }
 
 void add_bulk(CLI::App& app, command& c) {
-    app.add_flag("-r,--recursive", c.convert.recursive, "Open up directories");
+    app.add_flag("-r,--recursive", c.convert.recursive, "Recurse into directories");
     app.add_option("-j,--jobs", c.convert.jobs, "Threads, over files or inside a long one")
         ->check(CLI::Range(1, 1024).description(""))
         ->type_name("N");
@@ -131,7 +132,7 @@ void add_convert(CLI::App& app, command& c) {
            "stop, subst[=CHAR], ref, hex (<82>), skip (-c)")
         ->type_name("HOW");
     app.add_flag_callback("-c", [&o] { o.text.on_error = error_policy::skip; })->group("");
-    app.add_option("--max-errors", o.text.most_errors, "Fail all the same above so many problems")
+    app.add_option("--max-errors", o.text.most_errors, "Fail if there are more problems than this")
         ->check(CLI::Validator(
             [](const std::string& number) {
                 return number.starts_with('-') ? "N is a number from 0 on" : std::string();
@@ -168,10 +169,10 @@ void add_detect(CLI::App& app, command& c) {
 }
 
 void add_list(CLI::App& app, command& c) {
-    app.add_option("--check", c.list.check, "Tell what is wrong with a charset directory")
+    app.add_option("--check", c.list.check, "Report what is wrong with a charset directory")
         ->type_name("DIR");
     add_shared(app, c, "Numbers, rules, definitions and coded sets, too");
-    app.add_option("names", c.list.names, "Charsets to tell of")->type_name("NAME");
+    app.add_option("names", c.list.names, "Charsets to describe")->type_name("NAME");
 }
 
 // ---- Help --------------------------------------------------------------------------------------
@@ -182,14 +183,14 @@ struct description {
 };
 
 constexpr std::array<description, 4> descriptions = {{
-    {"pvzan [OPTIONS] [FILE...]\n       pvzan check|detect|list [OPTIONS] ...   (--help tells "
-     "more)",
-     "Convert text, to UTF-8 unless told otherwise. A failed file leaves nothing.", add_convert},
+    {"pvzan [OPTIONS] [FILE...]\n       pvzan check|detect|list [OPTIONS] ...   (see their "
+     "--help)",
+     "Convert text, to UTF-8 by default. If that fails, no output is left behind.", add_convert},
     {"pvzan check [OPTIONS] [FILE...]",
-     "Convert without writing, convert back and compare; tell all that is invalid,\n"
+     "Convert without writing, convert back and compare; report what is invalid,\n"
      "cannot be written, or would come back as something else.",
      add_check},
-    {"pvzan detect [OPTIONS] [FILE...]", "Tell what encoding files are in.", add_detect},
+    {"pvzan detect [OPTIONS] [FILE...]", "Guess the encoding of files.", add_detect},
     {"pvzan list [OPTIONS] [NAME...]",
      "List the charsets and their other names; pvzan -l prints the bare names.", add_list},
 }};
@@ -350,7 +351,7 @@ std::optional<command> read_arguments(int argc, char** argv, int& status) {
     } catch (const CLI::CallForHelp&) {
         asks_help = true;
     } catch (const CLI::ParseError& error) {
-        mistake = fmt::format("{} (pvzan --help tells the options)", printable(error.what()));
+        mistake = fmt::format("{} (see pvzan --help)", printable(error.what()));
     }
     if (!mistake.empty()) {
         complain(mistake);

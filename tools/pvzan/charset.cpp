@@ -17,6 +17,12 @@ pvzan_name charset_of(const std::string& name) {
     return meaning;
 }
 
+std::string name_of_label(const std::string& label) {
+    auto meaning = new_record<pvzan_name>();
+    return pvzan_resolve(label.c_str(), PVZAN_BROWSER_LABELS, &meaning) == 1 ? meaning.shown
+                                                                             : label;
+}
+
 std::string fold_name(std::string_view name) {
     std::string folded(name);
     std::ranges::transform(folded, folded.begin(), [](char c) {

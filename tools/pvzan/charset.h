@@ -27,6 +27,8 @@ Record new_record() {
 bool find_charset(const std::string& name, pvzan_name& meaning);
 // The meaning of a name that is known.
 pvzan_name charset_of(const std::string& name);
+// Another name for what a label means to browsers; the label itself where that is nothing else.
+std::string name_of_label(const std::string& label);
 
 // In small letters, as the charset directory has its names.
 std::string fold_name(std::string_view name);

@@ -57,12 +57,7 @@ bool open_charset_directory(const std::string& asked_for) {
 
 bool is_known(const std::string& name) {
     pvzan_name meaning;
-    const auto is_defined = [&] {
-        return std::ranges::any_of(all_charsets(), [&](const pvzan_name& charset) {
-            return is_charset(charset, {meaning.charset});
-        });
-    };
-    if (find_charset(name, meaning) && is_defined()) {
+    if (find_charset(name, meaning) && open_converter(meaning, meaning) != nullptr) {
         return true;
     }
     complain_unknown(name);

@@ -43,7 +43,12 @@ std::vector<std::string> split_names(const std::string& names) {
 }
 
 bool choose_charsets(const convert_options& options, text_conversion& conversion) {
-    const std::vector<std::string> names = split_names(options.from);
+    std::vector<std::string> names = split_names(options.from);
+    std::string to = options.to;
+    if (options.web_labels) {
+        std::ranges::transform(names, names.begin(), name_of_label);
+        to = name_of_label(to);
+    }
     if (names.empty()) {
         return refuse("--from needs a name");
     }
@@ -56,11 +61,11 @@ bool choose_charsets(const convert_options& options, text_conversion& conversion
     if (conversion.guess) {
         conversion.candidates = names.size() > 1 ? names : std::vector<std::string>();
     }
-    if (!is_known(options.to)) {
+    if (!is_known(to)) {
         return false;
     }
     conversion.from = charset_of(conversion.guess ? "utf-8" : names.front());
-    conversion.to = charset_of(options.to);
+    conversion.to = charset_of(to);
     conversion.options = options.text;
     auto error = new_record<pvzan_error>();
     text_feed probe(conversion.from, conversion.to, {}, options.text);
@@ -108,7 +113,7 @@ bool output_is_input(const convert_options& options, const file_list& list) {
         const int found = is_standard_input(file.path) ? ::fstat(STDIN_FILENO, &in)
                                                        : ::stat(file.path.c_str(), &in);
         if (found == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino) {
-            complain_about(file.path, "is the output, too; -i converts a file in place");
+            complain_about(file.path, "is also the output; -i converts a file in place");
             return true;
         }
     }

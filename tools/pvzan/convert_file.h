@@ -11,8 +11,9 @@ namespace tool {
 struct convert_options {
     std::string from = "auto"; // one name, or several to choose from
     std::string to = "utf-8";
-    std::string output; // empty: standard output
-    bool check = false; // write nothing, and convert back
+    std::string output;      // empty: standard output
+    bool check = false;      // write nothing, and convert back
+    bool web_labels = false; // names mean what they mean to browsers
     bool in_place = false;
     std::string backup_suffix; // in place: keeps the old file; empty: does not
     bool recursive = false;

@@ -87,7 +87,9 @@ std::string decode_units(std::string_view bytes, text_units units) {
 definition_text read_definition_text(const fs::path& directory, std::string_view name,
                                      text_units units) {
     definition_text result;
-    const fs::path path = directory / fold_name(fs::path(name).filename().string());
+    const bool is_further = name.starts_with(further_folder);
+    const fs::path path = directory / (is_further ? further_folder : "") /
+                          fold_name(fs::path(name).filename().string());
     std::error_code error;
     if (!fs::is_regular_file(path, error)) {
         result.fault = fmt::format("there is no file {}", path.filename().string());

@@ -9,6 +9,9 @@
 
 namespace tool {
 
+// Charsets that are read when they are asked for lie there.
+inline constexpr std::string_view further_folder = "further/";
+
 enum class text_units { utf16_little, utf16_big, ucs4_little, ucs4_big };
 
 struct definition_text {

@@ -66,7 +66,8 @@ file_list list_files(const std::vector<std::string>& arguments, bool recursive) 
             if (recursive) {
                 walk(argument, inner_path(argument), list);
             } else {
-                list.errors.push_back(complaint_about(argument, "Is a directory; -r opens it up"));
+                list.errors.push_back(
+                    complaint_about(argument, "Is a directory; -r recurses into it"));
             }
         } else {
             const auto size = fs::file_size(argument, error);

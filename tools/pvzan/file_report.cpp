@@ -44,7 +44,8 @@ std::string json_counts(const std::map<char32_t, std::uint64_t>& counts) {
 std::string relative_hint(const pvzan_fault& fault) {
     const pvzan_name relative = charset_of(fault.relative);
     const std::string option = fold_name(relative.shown);
-    if (fault.kind == PVZAN_FAULT_MISSING) {
+    const bool control = fault.scalars[0] >= 0x80 && fault.scalars[0] < 0xA0;
+    if (fault.kind == PVZAN_FAULT_MISSING && !control) {
         return fmt::format("    hint: {} has it; -t {} writes it", relative.shown, option);
     }
     std::vector<std::uint8_t> code(fault.bytes, fault.bytes + fault.blamed);
@@ -58,7 +59,7 @@ std::string relative_hint(const pvzan_fault& fault) {
     return sound && character.size() == 1
                ? fmt::format("    hint: {} is {} in {}; -f {} reads it", hex_bytes(code),
                              character_text(character[0]), relative.shown, option)
-               : std::string();
+               : fmt::format("    hint: {} has it; -f {} reads it", relative.shown, option);
 }
 
 void append(std::string& list, const std::string& item) {
@@ -175,7 +176,7 @@ void file_report::tell_json(const problem& p) {
         line += fmt::format(",\"char\":\"{}{}\"", code_point(fault.scalars[0]),
                             fault.scalars_count > 1 ? " " + code_point(fault.scalars[1]) : "");
     }
-    line += fmt::format(",\"bytes\":\"{}\"", hex_bytes(p.blamed(), ""));
+    line += fmt::format(",\"bytes\":\"{}\"", hex_bytes(p.bytes(), ""));
     if (one_way) {
         const bytes_view back = bytes_view(fault.back_bytes).first(fault.back_bytes_count);
         line += fmt::format(",\"again\":\"{}\"",

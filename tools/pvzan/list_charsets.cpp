@@ -118,17 +118,22 @@ struct definition {
     charset_entry charset;
 };
 
+// Those that the library reads at the start, then those that it reads when they are asked for.
 std::vector<std::string> definition_files(const fs::path& directory) {
-    std::vector<std::string> files;
-    std::error_code error;
-    for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
-         entry.increment(error)) {
-        if (entry->path().extension() == ".xml") {
-            files.push_back(entry->path().filename().string());
+    std::vector<std::string> all;
+    for (const std::string_view folder : {std::string_view(), further_folder}) {
+        std::vector<std::string> files;
+        std::error_code error;
+        for (fs::directory_iterator entry(directory / folder, error), end; !error && entry != end;
+             entry.increment(error)) {
+            if (entry->path().extension() == ".xml") {
+                files.push_back(std::string(folder) + entry->path().filename().string());
+            }
         }
+        std::ranges::sort(files);
+        all.insert(all.end(), files.begin(), files.end());
     }
-    std::ranges::sort(files);
-    return files;
+    return all;
 }
 
 // By the charset's name; the first file settles it.
@@ -248,9 +253,8 @@ bool check_definitions(const std::string& directory) {
     for (const std::string& file : files) {
         std::array<pvzan_error, 32> errors = {};
         errors[0].size = sizeof errors[0];
-        const std::string path = fs::path(directory) / file;
         const std::size_t found = std::min(
-            pvzan_check_definition(path.c_str(), errors.data(), errors.size()), errors.size());
+            pvzan_check_definition(file.c_str(), errors.data(), errors.size()), errors.size());
         const std::string name = read_charset(directory, file).name;
         const std::uint32_t number = defined.insert(name).second ? charset_number(name) : 0;
         for (const pvzan_error& error : std::span(errors).first(found)) {
@@ -303,7 +307,13 @@ int print_list(const list_options& options) {
     if (style.json || style.verbose) {
         definitions = all_definitions();
     }
+    std::string_view group;
     for (const pvzan_name& charset : charsets) {
+        if (options.names.empty() && !style.json && !options.bare && group != charset.group) {
+            answer_lines(
+                fmt::format("{}{}\n", group.empty() ? "" : "\n", printable(charset.group)));
+            group = charset.group;
+        }
         answer_lines(style.json      ? json_of(charset, definitions[charset.charset])
                      : options.bare  ? bare_line_of(charset)
                      : style.verbose ? page_of(charset, definitions[charset.charset])

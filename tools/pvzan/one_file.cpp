@@ -309,7 +309,7 @@ bool mirrors_safely(const file_list& list, const std::string& directory) {
         }
         const auto id = id_of(output);
         if (const auto input = id ? inputs.find(*id) : inputs.end(); input != inputs.end()) {
-            complain_about(input->second, "is an output, too; -i converts files in place");
+            complain_about(input->second, "is also an output; -i converts files in place");
             return false;
         }
     }

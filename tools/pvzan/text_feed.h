@@ -21,7 +21,14 @@ struct problem {
     std::string before, after; // the text around it, when excerpts are wanted
     std::size_t columns = 0;   // of before
 
-    [[nodiscard]] bytes_view blamed() const { return bytes_view(fault.bytes).first(fault.blamed); }
+    // What the words are about, and what is stepped over.
+    [[nodiscard]] bytes_view blamed() const { return first(fault.blamed); }
+    [[nodiscard]] bytes_view bytes() const { return first(fault.length); }
+
+private:
+    [[nodiscard]] bytes_view first(std::size_t count) const {
+        return bytes_view(fault.bytes).first(std::min(count, std::size(fault.bytes)));
+    }
 };
 
 struct text_sinks {

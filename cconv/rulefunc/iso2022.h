@@ -1,0 +1,28 @@
+// Codes that designations and shifts give their meaning, as the charset's definition says: what
+// stands at the begin of a text, and how a code is written.
+#pragma once
+
+#include "cconv/engine/engine.h"
+#include "cconv/registry/iso2022.h"
+#include "cconv/rulefunc/traits.h"
+
+struct iso2022_reading : scanned {
+    const basic_set* set; // of a code
+    u32 set_code;         // in that set
+    u32 bytes;            // of the code, as one number
+};
+// What makes a set give the next code its meaning, and the state behind the code.
+struct iso2022_way {
+    static constexpr u32 most_bytes = 6;
+    u64 bytes; // the first one lowest
+    u32 size, state;
+};
+// In place of a set: a line break.
+inline constexpr u32 line_way = 15;
+// False where there is none of so few bytes.
+bool find_way(const charset_group* group, u32 state, u32 set, iso2022_way& way);
+// The set that needs no way in that state; none where one is due all the same.
+u32 set_at_hand(const iso2022& codes, u32 state);
+
+// What the text, which is not empty, begins with.
+iso2022_reading iso2022_read(const charset_group* group, u32 state, std::span<const u8> text);

@@ -1,0 +1,268 @@
+// UTF-7 (RFC 2152): ASCII, and UTF-16 in base64 between "+" and "-".
+//
+// Deliberate in the decoder:
+// - Bare are the characters that the standard lets stand bare, the optional ones too.
+// - Base64 may end with any bare character; what is left of it before "-" must be zero.
+// - Surrogates count in pairs only.
+//
+// Deliberate in the encoder:
+// - Of the optional characters none stands bare: some mail systems change them.
+// - Base64 always ends in "-", be it needed or not.
+#include "cconv/rulefunc/rules.h"
+#include "cconv/rulefunc/traits.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace {
+
+// The state: whether base64 is open, how many bits of it are not used up yet, and those.
+inline constexpr u32 is_open = 1U << 16, count_place = 8, bits_mask = 0xFF;
+
+struct base64_state {
+    bool open = false;
+    u32 count = 0, bits = 0;
+
+    static base64_state of(u32 word) {
+        return (word & is_open) != 0
+                   ? base64_state{true, word >> count_place & 0xF, word & bits_mask}
+                   : base64_state{};
+    }
+    [[nodiscard]] u32 word() const { return open ? is_open | count << count_place | bits : 0; }
+};
+
+constexpr std::string_view digits =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr std::string_view bare_marks = "'(),-./:? \t\r\n",
+                           optional_marks = "!\"#$%&*;<=>@[]^_`{|}";
+
+// 64: none.
+u32 digit_value(u8 byte) {
+    return static_cast<u32>(std::min(digits.find(static_cast<char>(byte)), digits.size()));
+}
+
+bool is_bare(u32 c, bool optional_too) {
+    const bool letter = c < 0x80 && c != '+' && c != '/' && digit_value(static_cast<u8>(c)) < 64;
+    const char mark = static_cast<char>(c < 0x80 ? c : 0x7F);
+    return letter || bare_marks.find(mark) != bare_marks.npos ||
+           (optional_too && optional_marks.find(mark) != optional_marks.npos);
+}
+
+// ---- Reading -----------------------------------------------------------------------------------
+
+struct utf7_reading : scanned {
+    u32 scalar;
+};
+
+utf7_reading result(scanned::kind_type kind, std::size_t length, std::size_t needed,
+                    const base64_state& state, u32 scalar = 0) {
+    return {{kind, static_cast<u8>(length), static_cast<u8>(needed), state.word()}, scalar};
+}
+
+// Takes digits from at on until a unit of UTF-16 is whole; false where there are too few.
+bool read_unit(std::span<const u8> text, std::size_t& at, base64_state& state, u32& unit) {
+    while (state.count < 16) {
+        const u32 value = at < text.size() ? digit_value(text[at]) : 64;
+        if (value == 64) {
+            return false;
+        }
+        state.bits = state.bits << 6 | value;
+        state.count += 6;
+        ++at;
+    }
+    state.count -= 16;
+    unit = state.bits >> state.count;
+    state.bits &= (1U << state.count) - 1;
+    return true;
+}
+
+constexpr bool is_high(u32 unit) {
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+constexpr bool is_low(u32 unit) {
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+
+utf7_reading read_base64(std::span<const u8> text, base64_state state) {
+    const base64_state before = state;
+    std::size_t at = 0;
+    u32 unit = 0, low = 0;
+    if (!read_unit(text, at, state, unit)) {
+        return at == text.size() ? result(scanned::cut, 1, at, before)
+                                 : result(scanned::invalid, at, at + 1, {true, 0, 0});
+    }
+    if (!is_high(unit)) {
+        return is_low(unit) ? result(scanned::invalid, at, at, state)
+                            : result(scanned::code, at, at, state, unit);
+    }
+    const std::size_t half = at;
+    const base64_state behind = state;
+    if (!read_unit(text, at, state, low)) {
+        return at == text.size() ? result(scanned::cut, 1, at, before)
+                                 : result(scanned::invalid, half, at + 1, behind);
+    }
+    return is_low(low) ? result(scanned::code, at, at, state,
+                                0x10000 + ((unit - 0xD800) << 10) + low - 0xDC00)
+                       : result(scanned::invalid, half, at, behind);
+}
+
+utf7_reading read_bare(std::span<const u8> text) {
+    if (text[0] != '+') {
+        return is_bare(text[0], true) ? result(scanned::code, 1, 1, {}, text[0])
+                                      : result(scanned::invalid, 1, 1, {});
+    }
+    if (text.size() < 2) {
+        return result(scanned::cut, 1, 1, {});
+    }
+    if (text[1] == '-') {
+        return result(scanned::code, 2, 2, {}, '+');
+    }
+    return digit_value(text[1]) < 64 ? result(scanned::silent, 1, 2, {true, 0, 0})
+                                     : result(scanned::invalid, 1, 2, {});
+}
+
+utf7_reading read_utf7(u32 word, std::span<const u8> text) {
+    const base64_state state = base64_state::of(word);
+    if (!state.open) {
+        return read_bare(text);
+    }
+    if (digit_value(text[0]) < 64) {
+        return read_base64(text, state);
+    }
+    if (text[0] == '-') {
+        return result(state.bits == 0 ? scanned::silent : scanned::invalid, 1, 1, {});
+    }
+    return read_bare(text);
+}
+
+scanned scan(const charset_group*, u32 state, std::span<const u8> text) {
+    return read_utf7(state, text);
+}
+
+bool may_end(const charset_group*, u32 state) {
+    return base64_state::of(state).bits == 0;
+}
+
+// ---- Writing -----------------------------------------------------------------------------------
+
+struct utf7_writer {
+    base64_state state;
+    u8 bytes[16];
+    std::size_t size = 0;
+
+    void put(u32 byte) { bytes[size++] = static_cast<u8>(byte); }
+    void close() {
+        if (state.open && state.count > 0) {
+            put(static_cast<u8>(digits[state.bits << (6 - state.count) & 0x3F]));
+        }
+        if (state.open) {
+            put('-');
+        }
+        state = {};
+    }
+    void put_unit(u32 unit) {
+        u64 bits = u64{state.bits} << 16 | unit;
+        for (state.count += 16; state.count >= 6;) {
+            state.count -= 6;
+            put(static_cast<u8>(digits[bits >> state.count & 0x3F]));
+        }
+        state.bits = static_cast<u32>(bits & ((1U << state.count) - 1));
+    }
+    void write(u32 scalar) {
+        if (is_bare(scalar, false)) {
+            close();
+            put(scalar);
+            return;
+        }
+        if (scalar == '+' && !state.open) {
+            put('+');
+            put('-');
+            return;
+        }
+        if (!state.open) {
+            put('+');
+            state.open = true;
+        }
+        if (scalar > 0xFFFF) {
+            put_unit(0xD800 + ((scalar - 0x10000) >> 10));
+            put_unit(0xDC00 + ((scalar - 0x10000) & 0x3FF));
+        } else {
+            put_unit(scalar);
+        }
+    }
+};
+
+bool put_all(session* s, const utf7_writer& w) {
+    if (!emit_bytes(s, {w.bytes, w.size})) {
+        return false;
+    }
+    s->dstShiftSet = w.state.word();
+    return true;
+}
+
+u32 put_utf7(session* s, u32 scalar) {
+    utf7_writer w{base64_state::of(s->dstShiftSet), {}};
+    if (scalar > 0x10FFFF || (scalar >= 0xD800 && scalar <= 0xDFFF)) {
+        return stop_with(s, PVZAN_UNREPRESENTABLE);
+    }
+    w.write(scalar);
+    if (!put_all(s, w)) {
+        return 0;
+    }
+    ++s->outCount;
+    s->status = PVZAN_WRITTEN;
+    return 1;
+}
+
+} // namespace
+
+extern "C" {
+
+u32 destUTF_7(session* s) {
+    for (auto input = input_left(s); !input.empty(); input = input_left(s)) {
+        const utf7_reading read = read_utf7(s->srcShiftSet, input);
+        if (read.kind == scanned::cut) {
+            return stop_with(s, PVZAN_INPUT_INCOMPLETE);
+        }
+        const i32 start = s->inPos;
+        s->inPos += read.length;
+        s->srcShiftSet = read.state;
+        if (read.kind == scanned::invalid) {
+            return stop_with(s, PVZAN_INVALID_INPUT);
+        }
+        if (read.kind == scanned::code) {
+            s->srcCode = read.scalar;
+            return srcUCS4(s, start);
+        }
+    }
+    return stop_with(s, PVZAN_DONE);
+}
+
+u32 constUTF_7(session* s) {
+    const u32 before = s->dstShiftSet;
+    if (s->status == PVZAN_TERMINATE) {
+        utf7_writer w{base64_state::of(before), {}};
+        w.close();
+        return put_all(s, w) ? stop_with(s, PVZAN_DONE) : 0;
+    }
+    if (convDstConvert(s) == 0) {
+        return 0;
+    }
+    if (convDstPutcode(s, nullptr, put_utf7) == 0) {
+        s->dstShiftSet = before;
+        return 0;
+    }
+    return 1;
+}
+
+} // extern "C"
+
+const codec_traits utf_7_traits{
+    .decode = destUTF_7,
+    .encode = constUTF_7,
+    .read = reading::scanned,
+    .scan = scan,
+    .may_end = may_end,
+    .designates = true,
+    .form = unicode_form::other,
+};
