@@ -2,19 +2,13 @@
 #include "cconv/registry/registry.h"
 #include "tests/support/child.h"
 #include "tests/support/convert.h"
-#include "tests/support/oracle.h"
 #include "tests/support/temp_dir.h"
-
-#include <gtest/gtest.h>
 
 #include <barrier>
 #include <filesystem>
-#include <memory>
 #include <pthread.h>
-#include <string>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
