@@ -11,7 +11,7 @@ namespace tool {
 struct detect_options {
     std::string charset_dir;
     guess_choice choice;
-    std::vector<std::string> files;      // none: standard input, as is "-"
+    std::vector<std::string> files; // none: standard input, as is "-"
 };
 
 // Prints a line for each file; returns an exit_status.
