@@ -14,7 +14,7 @@ import subprocess
 import sys
 import tempfile
 
-import pvzan
+__import__("pvzan")  # which registers its codecs
 
 TOOL, CLIENTS = sys.argv[1:]
 SAMPLE = "日本語 abc\r\n\\~ｱｲ〜～−－ か\u309aé𠂉㐂\rx髙①中文简体 한국어 Жя Äß ñ λμ العربية שלום ไทย\nはu\u2028\ue000終"
