@@ -27,12 +27,15 @@ TEST(Session, IsClearedByTheTargetAndLeavesThePositionsAlone) {
     expected->dstGroupNo = 1006;
     expected->dstGroup = s->dstGroup;
     expected->dstRule = s->dstRule;
-    constexpr std::size_t last = offsetof(pvzan_session, subst2) + sizeof s->subst2;
+    constexpr std::size_t last = offsetof(pvzan_session, subst1); // which has unnamed bytes inside
     const auto bytes = [](const pvzan_session& all) {
         return std::string_view(reinterpret_cast<const char*>(&all), last);
     };
     const auto difference = std::ranges::mismatch(bytes(*s), bytes(*expected)).in1;
     EXPECT_EQ(difference - bytes(*s).begin(), std::ptrdiff_t{last}) << "the first difference";
+    for (const pvzan_substitute& none : {s->subst1, s->subst2}) {
+        EXPECT_EQ(none.setNo | none.setType | none.code | none.bytes, 0U);
+    }
     EXPECT_NE(s->dstRule, nullptr);
     EXPECT_EQ(cconvConvert(s.get()), PVZAN_UNKNOWN_CHARSET); // no source yet
     EXPECT_EQ(s->status, PVZAN_UNKNOWN_CHARSET);

@@ -60,7 +60,8 @@ TEST(TableBlocks, OverlapWrapAndKeepTheirOrder) {
         const owned_table from_cache = make_table(width, 1, "t.txt");
         pairs all;
         for (int i = 0; i < 2000; ++i) {
-            all.emplace_back(random_key(), static_cast<u32>(random()) | 1);
+            const u32 value = static_cast<u32>(random()) | 1;
+            all.emplace_back(random_key(), value);
             ASSERT_EQ(putTable(one_by_one.get(), all.back().first, all.back().second), 1U);
         }
         dir.write("t.cmp", as_cache(all));
