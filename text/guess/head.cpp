@@ -28,7 +28,7 @@ const char* marked_charset(bytes_view text) {
 bool keep_one(pvzan_guesser& g, const char* name) {
     bool found = false;
     for (candidate& c : std::span(g.candidates, g.count)) {
-        c.alive = std::strcmp(c.row->name, name) == 0;
+        c.alive = c.row.name == name;
         found = found || c.alive;
     }
     g.now = progress::whole;
@@ -56,14 +56,14 @@ units read_as_units(pvzan_guesser& g, bytes_view text, u32 kind, bool big) {
         if (!found.sound) {
             return found;
         }
-        const seen one = see(s.scalar);
+        const seen one = see(s.scalar, static_cast<u32>(at));
         found.odd += one.what == kind::odd || one.what == kind::control ? 1 : 0;
         characters[found.characters++] = one;
         at += s.bytes;
     }
     found.sound = found.characters > 0 && found.odd * 50 <= found.characters;
     if (found.sound) {
-        found.cost = g.judge.judge(characters, found.characters, "").cost;
+        found.cost = g.judge.judge({characters, found.characters}, "");
     }
     return found;
 }
@@ -119,7 +119,7 @@ const char* unmarked_units(pvzan_guesser& g, bytes_view text, bool complete) {
         }
     }
     const bool needed = std::all_of(g.candidates, g.candidates + g.count, [](const candidate& c) {
-        return c.row->codes == structure::units; // all that were named
+        return c.row.codes == structure::units; // all that were named
     });
     if (!needed && ((complete && text.size() % 2 != 0) || is_plain_ascii(text) ||
                     (!zeros && (is_utf8(text) || !looks_like_units(text))))) {
@@ -138,13 +138,13 @@ const char* unmarked_units(pvzan_guesser& g, bytes_view text, bool complete) {
     if (!zeros && !needed) {
         const std::size_t size = std::min<std::size_t>(text.size(), evidence_room);
         for (candidate& c : std::span(g.candidates, g.count)) {
-            c.alive = c.row->codes != structure::escapes;
+            c.alive = c.row.codes != structure::escapes;
         }
         weigh(g, text.first(size), complete && size == text.size());
         constexpr i32 lead = 10 * bit, none = 0x3FFFFFFF;
         i32 by_units = none, by_bytes = none;
         for (const candidate& c : std::span(g.candidates, g.count)) {
-            i32& least = c.row->codes == structure::units ? by_units : by_bytes;
+            i32& least = c.row.codes == structure::units ? by_units : by_bytes;
             least = c.alive && c.faults == 0 ? std::min(least, c.cost) : least;
         }
         if (by_units == none || by_units + lead > by_bytes) {
@@ -187,7 +187,7 @@ void begin(pvzan_guesser& g, bool complete) {
         return;
     }
     const bool wide = std::ranges::any_of(std::span(g.candidates, g.count), [](const candidate& c) {
-        return c.row->codes == structure::units;
+        return c.row.codes == structure::units;
     });
     const char* units = wide && !head.empty() ? unmarked_units(g, head, complete) : nullptr;
     if (units != nullptr && keep_one(g, units)) {
