@@ -192,7 +192,7 @@ bool is_sure(const pvzan_guesser& g, const candidate& best, const candidate* riv
     const bool writing =
         best.beyond == 0 || best.row.codes >= structure::units ||
         best.cost <= random_bits * whole_bit * static_cast<i32>(g.evidence_size + 4);
-    if (!writing || g.maybe_units) {
+    if (!writing || g.maybe_other) {
         return false;
     }
     const bool utf8 = best.name.kind == PVZAN_KIND_UTF_8 && !(best.by_chance && best.beyond <= 2);

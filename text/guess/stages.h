@@ -58,7 +58,7 @@ struct decision {
 
 struct pvzan_guesser {
     char language[8];
-    bool named, marked, escaped, decided, maybe_units;
+    bool named, marked, escaped, decided, maybe_other;
     text::progress now;
     u32 count;
     text::candidate candidates[text::most_candidates];

@@ -124,7 +124,7 @@ i32 prior_of(const candidate& c) {
     // One or two characters of two bytes may be chance, but for the marks and letters of Latin-1.
     constexpr i32 utf8_lead = 20 * bit, by_chance_lead = 8 * bit;
     constexpr u32 few = 2;
-    if (c.name.kind == PVZAN_KIND_UTF_8) {
+    if (c.name.kind == PVZAN_KIND_UTF_8 && c.beyond > 0) {
         return c.beyond <= few && c.by_chance ? -by_chance_lead : -utf8_lead;
     }
     return static_cast<i32>(c.row.rare * bit);
