@@ -47,6 +47,10 @@ bool has(bytes_view text, u8 byte) {
 
 // ---- Texts that are not ASCII with other bytes in it -------------------------------------------
 
+std::size_t width_of(const candidate& c) {
+    return c.row.codes != structure::units ? 1 : c.name.kind == PVZAN_KIND_UCS_4 ? 4 : 2;
+}
+
 // Whether a unit that is 0 stands in it: that is no text.
 bool has_empty_unit(bytes_view text, std::size_t width) {
     for (; text.size() >= width; text = text.subspan(width)) {
@@ -65,30 +69,32 @@ bool weigh_against_bytes(pvzan_guesser& g, structure wanted, bytes_view text, st
     const std::size_t size = std::min(text.size() - from, evidence_room);
     const bytes_view evidence = text.subspan(from, size);
     for (candidate& c : std::span(g.candidates, g.count)) {
-        const bool whole_units = wanted != structure::units ||
-                                 ((!complete || text.size() % c.name.unit == 0) &&
-                                  !has_empty_unit(evidence, c.name.unit));
+        const std::size_t width = width_of(c);
+        const bool whole_units =
+            width == 1 ||
+            ((!complete || text.size() % width == 0) && !has_empty_unit(evidence, width));
         c.alive = c.row.codes == wanted ? whole_units
                                         : !alone && c.row.codes <= structure::single_byte;
     }
     weigh(g, evidence, complete && from + size == text.size());
     constexpr i32 none = 0x3FFFFFFF, clear_lead = 10 * bit;
+    const u32 least_beyond = wanted == structure::signs ? 1 : 0;
     i32 by_wanted = none, by_bytes = none;
     std::size_t characters = 0;
     for (const candidate& c : std::span(g.candidates, g.count)) {
         i32& least = c.row.codes == wanted ? by_wanted : by_bytes;
-        if (c.alive && c.faults == 0 && c.cost < least) {
+        const bool reads = c.row.codes != wanted || (c.faults == 0 && c.beyond >= least_beyond);
+        if (c.alive && reads && c.cost < least) {
             least = c.cost;
-            characters = size / c.name.unit;
+            characters = size / width_of(c);
         }
-    }
-    if (by_wanted == none || by_wanted >= by_bytes) {
-        g.maybe_other = by_wanted < by_bytes + clear_lead;
-        return false;
     }
     // Bytes that are no text cost more than the rarest writing does.
     constexpr i32 most_for_one = 16 * bit, fixed = 12 * bit;
-    if (alone && !g.named && by_wanted > most_for_one * static_cast<i32>(characters) + fixed) {
+    const bool writing =
+        g.named || by_wanted <= most_for_one * static_cast<i32>(characters) + fixed;
+    if (by_wanted == none || by_wanted >= by_bytes || !writing) {
+        g.maybe_other = g.maybe_other || (writing && by_wanted < by_bytes + clear_lead);
         return false;
     }
     std::ranges::copy(evidence, g.evidence);
@@ -189,14 +195,13 @@ bool is_ebcdic(pvzan_guesser& g, bytes_view text, bool complete) {
                (row == 0xF && column <= 9) ||
                (row >= 8 && row % 4 != 3 && column >= (row % 4 == 2 ? 2 : 1) && column <= 9);
     };
-    std::size_t usual = 0, all = 0;
+    std::size_t usual = 0;
     bool shifted = false;
     for (const u8 c : text) {
         shifted = c == shift_out || (shifted && c != shift_in);
-        all += shifted ? 0U : 1U;
-        usual += !shifted && (c == shift_in || is_usual(c)) ? 1U : 0U;
+        usual += shifted || c == shift_in || is_usual(c) ? 1U : 0U;
     }
-    return usual * 5 > all * 3 && (has(text, 0x40) || has(text, shift_in)) && !has(text, ' ') &&
+    return usual * 5 > text.size() * 3 && (has(text, 0x40) || has(text, shift_in)) && !has(text, ' ') &&
            weigh_against_bytes(g, structure::ebcdic, text, 0, complete, false);
 }
 
