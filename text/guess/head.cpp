@@ -70,11 +70,10 @@ bool weigh_against_bytes(pvzan_guesser& g, structure wanted, bytes_view text, st
     const bytes_view evidence = text.subspan(from, size);
     for (candidate& c : std::span(g.candidates, g.count)) {
         const std::size_t width = width_of(c);
-        const bool whole_units =
-            width == 1 ||
-            ((!complete || text.size() % width == 0) && !has_empty_unit(evidence, width));
-        c.alive = c.row.codes == wanted ? whole_units
-                                        : !alone && c.row.codes <= structure::single_byte;
+        const bool whole_units = width == 1 || ((!complete || text.size() % width == 0) &&
+                                                !has_empty_unit(evidence, width));
+        c.alive =
+            c.row.codes == wanted ? whole_units : !alone && c.row.codes <= structure::single_byte;
     }
     weigh(g, evidence, complete && from + size == text.size());
     constexpr i32 none = 0x3FFFFFFF, clear_lead = 10 * bit;
@@ -151,8 +150,8 @@ bool is_in_units(pvzan_guesser& g, bytes_view text, bool complete) {
     const bool alone = std::ranges::all_of(candidates, is_of_units); // all that were named
     const bool zeros = has(text, 0);
     const bool odd = complete && text.size() % 2 != 0;
-    if (!alone && (odd || is_plain_ascii(text) ||
-                   (!zeros && (is_utf8(text) || !looks_like_units(text))))) {
+    if (!alone &&
+        (odd || is_plain_ascii(text) || (!zeros && (is_utf8(text) || !looks_like_units(text))))) {
         return false;
     }
     return weigh_against_bytes(g, structure::units, text, 0, complete, alone || zeros);
@@ -201,8 +200,8 @@ bool is_ebcdic(pvzan_guesser& g, bytes_view text, bool complete) {
         shifted = c == shift_out || (shifted && c != shift_in);
         usual += shifted || c == shift_in || is_usual(c) ? 1U : 0U;
     }
-    return usual * 5 > text.size() * 3 && (has(text, 0x40) || has(text, shift_in)) && !has(text, ' ') &&
-           weigh_against_bytes(g, structure::ebcdic, text, 0, complete, false);
+    return usual * 5 > text.size() * 3 && (has(text, 0x40) || has(text, shift_in)) &&
+           !has(text, ' ') && weigh_against_bytes(g, structure::ebcdic, text, 0, complete, false);
 }
 
 // Other controls than text has, too many of them.

@@ -47,10 +47,10 @@ u32 small_of(u32 c) {
                : c >= 0x391 && c != 0x3A2 ? c + 0x20
                                           : c;
     }
-    return within(c, 0x400, 0x40F)                              ? c + 0x50
-           : within(c, 0x531, 0x556)                            ? c + 0x30
-           : within(c, 0x410, 0x42F)                            ? c + 0x20
-                                                                : c;
+    return within(c, 0x400, 0x40F)   ? c + 0x50
+           : within(c, 0x531, 0x556) ? c + 0x30
+           : within(c, 0x410, 0x42F) ? c + 0x20
+                                     : c;
 }
 
 bool is_general_mark(u32 c) {
@@ -202,15 +202,15 @@ bool is_native(std::string_view native, std::string_view language) {
 static u32 usual_form(u32 c) {
     if (within(c, 0xFE80, 0xFEFC)) {
         constexpr std::u16string_view letters = // of the shapes
-        u"\u0621\u0622\u0622\u0623\u0623\u0624\u0624\u0625\u0625\u0626\u0626\u0626\u0626\u0627"
-        u"\u0627\u0628\u0628\u0628\u0628\u0629\u0629\u062A\u062A\u062A\u062A\u062B\u062B\u062B"
-        u"\u062B\u062C\u062C\u062C\u062C\u062D\u062D\u062D\u062D\u062E\u062E\u062E\u062E\u062F"
-        u"\u062F\u0630\u0630\u0631\u0631\u0632\u0632\u0633\u0633\u0633\u0633\u0634\u0634\u0634"
-        u"\u0634\u0635\u0635\u0635\u0635\u0636\u0636\u0636\u0636\u0637\u0637\u0637\u0637\u0638"
-        u"\u0638\u0638\u0638\u0639\u0639\u0639\u0639\u063A\u063A\u063A\u063A\u0641\u0641\u0641"
-        u"\u0641\u0642\u0642\u0642\u0642\u0643\u0643\u0643\u0643\u0644\u0644\u0644\u0644\u0645"
-        u"\u0645\u0645\u0645\u0646\u0646\u0646\u0646\u0647\u0647\u0647\u0647\u0648\u0648\u0649"
-        u"\u0649\u064A\u064A\u064A\u064A\u0644\u0644\u0644\u0644\u0644\u0644\u0644\u0644";
+            u"\u0621\u0622\u0622\u0623\u0623\u0624\u0624\u0625\u0625\u0626\u0626\u0626\u0626\u0627"
+            u"\u0627\u0628\u0628\u0628\u0628\u0629\u0629\u062A\u062A\u062A\u062A\u062B\u062B\u062B"
+            u"\u062B\u062C\u062C\u062C\u062C\u062D\u062D\u062D\u062D\u062E\u062E\u062E\u062E\u062F"
+            u"\u062F\u0630\u0630\u0631\u0631\u0632\u0632\u0633\u0633\u0633\u0633\u0634\u0634\u0634"
+            u"\u0634\u0635\u0635\u0635\u0635\u0636\u0636\u0636\u0636\u0637\u0637\u0637\u0637\u0638"
+            u"\u0638\u0638\u0638\u0639\u0639\u0639\u0639\u063A\u063A\u063A\u063A\u0641\u0641\u0641"
+            u"\u0641\u0642\u0642\u0642\u0642\u0643\u0643\u0643\u0643\u0644\u0644\u0644\u0644\u0645"
+            u"\u0645\u0645\u0645\u0646\u0646\u0646\u0646\u0647\u0647\u0647\u0647\u0648\u0648\u0649"
+            u"\u0649\u064A\u064A\u064A\u064A\u0644\u0644\u0644\u0644\u0644\u0644\u0644\u0644";
         return letters[c - 0xFE80];
     }
     switch (c) {
@@ -334,12 +334,12 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
         const u32 step = m.costs[before * m.width + symbol];
         // Not all the texts that were counted have typographic marks.
         constexpr u32 most_for_a_mark = 5 * bit;
-        cost += (symbol == mark_class ? std::min(step, most_for_a_mark) : step) +
-                case_cost(last, c);
+        cost +=
+            (symbol == mark_class ? std::min(step, most_for_a_mark) : step) + case_cost(last, c);
         if (symbol < classes && symbol != 0) {
-            const bool usual = symbol == mark_class &&
-                               usual_marks.find(static_cast<char16_t>(c.letter)) !=
-                                   usual_marks.npos;
+            const bool usual =
+                symbol == mark_class &&
+                usual_marks.find(static_cast<char16_t>(c.letter)) != usual_marks.npos;
             cost += usual ? 4 * bit : rare_cost[static_cast<u32>(c.what)];
             cost += symbol == other_class ? foreign_cost : 0;
         }
@@ -376,8 +376,8 @@ u32 scorer::judge(std::span<const seen> text, std::string_view native) {
     const bool letters = found.latin || found.greek || found.cyrillic || found.other;
     u32 best = ~0U >> 1;
     for (model& m : std::span(models_, count_)) {
-        const bool wanted = m.letters.empty()                        ? found.characters || found.marks
-                            : found.characters && !letters           ? false
+        const bool wanted = m.letters.empty()              ? found.characters || found.marks
+                            : found.characters && !letters ? false
                             : m.script < 0x370 || m.script >= 0x1E00 ? found.latin || !letters
                             : m.script < 0x400                       ? found.greek
                             : m.script < 0x530                       ? found.cyrillic

@@ -81,7 +81,7 @@ struct pvzan_guesser {
     std::size_t evidence_size, word_begin;
     text::origin evidence_origins[text::most_origins];
     u32 evidence_origin_count;
-    u8 met[4096]; // how often words were, by hash
+    u8 met[4096];                       // how often words were, by hash
     bool evidence_full, evidence_lacks; // words that were met before
     bool weighed;
     u32 weighed_size;

@@ -155,8 +155,8 @@ const candidate* reader_before(const pvzan_guesser& g, const candidate& c) {
     return nullptr;
 }
 
-// Which of a family is meant is no matter of likelihood: where the first reads everything the others
-// need not. They may be meant yet by what follows.
+// Which of a family is meant is no matter of likelihood: where the first reads everything the
+// others need not. They may be meant yet by what follows.
 void follow(candidate& c, const candidate& first, bool named) {
     constexpr u32 hardly_ever_met = 30;
     c.alive = named || c.row.rare < hardly_ever_met;

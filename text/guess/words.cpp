@@ -252,8 +252,7 @@ void feed_all(pvzan_guesser& g, std::span<const u8> bytes, i32 how) {
     bool holes = false;
     for (candidate& c : std::span(g.candidates, g.count)) {
         holes = holes || (c.alive && c.row.codes == structure::single_byte);
-        if (!c.alive || c.text_faults == enough_faults ||
-            c.row.codes == structure::single_byte) {
+        if (!c.alive || c.text_faults == enough_faults || c.row.codes == structure::single_byte) {
             continue;
         }
         if (c.reads == nullptr) {
