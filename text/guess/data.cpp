@@ -7,10 +7,10 @@
 namespace text {
 
 constexpr std::string_view charset_list =
-#include "guess/charsets.inc"
+#include "charsets.inc"
     ;
 constexpr std::string_view language_list =
-#include "guess/languages.inc"
+#include "languages.inc"
     ;
 
 std::string_view take(std::string_view& text, char separator) {
