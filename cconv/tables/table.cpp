@@ -138,10 +138,14 @@ struct table_paths {
 
 // The text table lies where its definition says, a directory part included, its file name in lower
 // case; the cache beside it. Tables that share a base name share a cache, deliberately, and so do
-// those without a "." in their names, whose base names are empty. Called under the table lock.
+// those without a "." in their names, whose base names are empty. What ends in "/" names no file;
+// its cache would lie in the root directory. Called under the table lock.
 bool make_paths(const table_object* table, table_paths& paths) {
     char path[text_bytes];
     if (charset_path_locked(path, text_bytes) == nullptr || !append_text(path, table->fileName)) {
+        return false;
+    }
+    if (path[std::strlen(path) - 1] == '/') {
         return false;
     }
     split_path parts;
