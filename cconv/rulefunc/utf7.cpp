@@ -36,14 +36,15 @@ constexpr std::string_view digits =
 constexpr std::string_view bare_marks = "'(),-./:? \t\r\n",
                            optional_marks = "!\"#$%&*;<=>@[]^_`{|}";
 
-// What a character of ASCII is: its value as a digit, 64 where it is none; whether it may stand
-// bare.
+// What a character of ASCII is: its value as a digit, or none; whether it may stand bare.
+constexpr u8 no_digit = 64;
 struct character_class {
-    u8 digit = 64;
-    bool bare = false, optional = false;
+    u8 digit;
+    bool bare, optional;
 };
 constexpr std::array<character_class, 0x80> classes = [] {
     std::array<character_class, 0x80> all{};
+    all.fill({no_digit, false, false});
     u8 value = 0;
     for (const char c : digits) {
         all[static_cast<u8>(c)] = {value++, c != '+' && c != '/', false};
@@ -58,7 +59,7 @@ constexpr std::array<character_class, 0x80> classes = [] {
 }();
 
 u32 digit_value(u8 byte) {
-    return byte < classes.size() ? classes[byte].digit : character_class{}.digit;
+    return byte < classes.size() ? classes[byte].digit : no_digit;
 }
 bool is_bare(u32 c, bool optional_too) {
     return c < classes.size() && (classes[c].bare || (optional_too && classes[c].optional));
@@ -74,8 +75,8 @@ scalar_reading result(scanned::kind_type kind, std::size_t length, std::size_t n
 // Takes digits from at on until a unit of UTF-16 is whole; false where there are too few.
 bool read_unit(std::span<const u8> text, std::size_t& at, base64_state& state, u32& unit) {
     while (state.count < 16) {
-        const u32 value = at < text.size() ? digit_value(text[at]) : 64;
-        if (value == 64) {
+        const u32 value = at < text.size() ? digit_value(text[at]) : no_digit;
+        if (value == no_digit) {
             return false;
         }
         state.bits = state.bits << 6 | value;
@@ -122,8 +123,8 @@ scalar_reading read_bare(std::span<const u8> text) {
     if (text[1] == '-') {
         return result(scanned::code, 2, 2, {}, '+');
     }
-    return digit_value(text[1]) < 64 ? result(scanned::silent, 1, 2, {true, 0, 0})
-                                     : result(scanned::invalid, 1, 2, {});
+    return digit_value(text[1]) < no_digit ? result(scanned::silent, 1, 2, {true, 0, 0})
+                                           : result(scanned::invalid, 1, 2, {});
 }
 
 scalar_reading read_utf7(const charset_group*, u32 word, std::span<const u8> text) {
@@ -131,7 +132,7 @@ scalar_reading read_utf7(const charset_group*, u32 word, std::span<const u8> tex
     if (!state.open) {
         return read_bare(text);
     }
-    if (digit_value(text[0]) < 64) {
+    if (digit_value(text[0]) < no_digit) {
         return read_base64(text, state);
     }
     if (text[0] == '-') {
