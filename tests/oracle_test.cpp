@@ -476,7 +476,7 @@ const designated_row designated_rows[] = {
     {"ibm939", "IBM939", "", 1, 225, ""},
     {"ibm939", "IBM939", "\x0E", 2, 11635, ""},
     {"ibm1390", "IBM1390", "", 1, 226, "ibm1390_decoded"},
-    {"ibm1390", "IBM1390", "\x0E", 2, 22077, "ibm1390_double"},
+    {"ibm1390", "IBM1390", "\x0E", 2, 22102, ""},
     {"ibm1399", "IBM1399", "", 1, 226, "ibm1399_decoded"},
 };
 struct written_row {
