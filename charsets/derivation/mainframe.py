@@ -92,6 +92,13 @@ def double(charset, same):
     return texts
 
 
+def pairs_of_python():
+    for code in Grid("21-7E 21-7E").codes():
+        text = (b"\x1b$(Q" + code.to_bytes(2, "big")).decode("iso2022_jp_2004", "ignore")
+        if len(text) == 2 and text.isprintable():
+            yield code, text
+
+
 def tables():
     yield single("IBM930", "IBM1390")
     yield single("IBM939", "IBM1399")
@@ -117,3 +124,10 @@ def tables():
         raise UnexpectedDifference("the ten characters of 2004")
     yield Table("jis_x0213-2004", "The ten characters that JIS X 0213:2004 added to plane 1", "21-7E 21-7E", ten,
                 origin="iconv ISO-2022-JP-3, which writes them alone under ESC $ ( Q.")
+    pairs = {code: source.text(b"\x1b$(Q" + code.to_bytes(2, "big")) for code in Grid("21-7E 21-7E").codes()}
+    pairs = {code: as_character(text) for code, text in pairs.items() if text and len(text) == 2}
+    expect_count("jis_x0213-pairs", pairs, 25)
+    if pairs != {code: as_character(text) for code, text in pairs_of_python()}:
+        raise UnexpectedDifference("the letters and marks of JIS X 0213")
+    yield Table("jis_x0213-pairs", "The letters with marks of JIS X 0213, plane 1", "21-7E 21-7E", pairs,
+                origin="iconv ISO-2022-JP-3; checked against Python iso2022_jp_2004.")
