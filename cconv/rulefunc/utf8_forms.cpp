@@ -132,7 +132,7 @@ scalar_reading read_mac(const charset_group* group, u32, std::span<const u8> tex
         const sequence next = rest.empty() ? sequence{sequence::cut, 0, 0} : read_utf8(rest);
         const u32 both =
             next.kind == sequence::whole ? joined(group, whole.scalar, next.scalar) : 0;
-        whole.grows = next.kind == sequence::cut;
+        whole.grows = next.kind == sequence::cut && whole.scalar > ' '; // no mark goes on a control
         if (both == 0 || whole.length + next.bytes > 0xFF) {
             break;
         }
