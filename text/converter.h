@@ -62,8 +62,8 @@ struct fault {
     u32 length = 0;
     place at;
     character missing{0, 0}, back{0, 0};
-    u32 seen = 0;       // bytes that the fault is told by
-    u32 ahead = 0;      // those, and what follows of the text
+    u32 seen = 0;  // bytes that the fault is told by
+    u32 ahead = 0; // those, and what follows of the text
     u8 bytes[16]{};
     u32 needed = 0;     // how many of them decided about it
     u32 set = 0;        // designated before it
