@@ -253,8 +253,8 @@ std::string file_report::check_totals(const text_facts& facts) const {
                                     most_frequent(lacking_)));
     }
     if (of_kind_[3] > 0) {
-        parts.push_back(fmt::format("{} of {} would come back changed ({})", grouped(of_kind_[3]), all,
-                                    most_frequent(one_way_)));
+        parts.push_back(fmt::format("{} of {} would come back changed ({})", grouped(of_kind_[3]),
+                                    all, most_frequent(one_way_)));
     }
     return joined(parts, ", ");
 }
