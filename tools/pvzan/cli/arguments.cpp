@@ -3,6 +3,7 @@
 #include "tools/pvzan/directory/charset.h"
 #include "tools/pvzan/directory/charset_directory.h"
 #include "tools/pvzan/report/exit_status.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 #include <charconv>
@@ -174,8 +175,9 @@ std::string mistake_in(const command& c) {
         }
     }
     const bool nowhere = o.recursive && !o.in_place && o.output.empty();
-    return nowhere ? "-r needs -i, to replace each file, or -o DIRECTORY, for a copy of the tree"
-                   : std::string();
+    return nowhere
+               ? "-r needs -i to replace each file, or -o DIRECTORY to write converted copies there"
+               : std::string();
 }
 
 // What several verbs share goes where each of them looks for it.

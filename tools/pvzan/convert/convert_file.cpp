@@ -39,7 +39,7 @@ bool choose_charsets(const convert_options& options, text_conversion& conversion
         to = name_of_label(to);
     }
     if (names.empty()) {
-        return refuse("--from needs a name");
+        return refuse("--from needs a charset name");
     }
     conversion.guess = names.size() > 1 || names.front() == "auto";
     for (const std::string& name : names) {
@@ -85,12 +85,11 @@ bool choose_output(const convert_options& options, output_kind& kind) {
          (::stat(options.output.c_str(), &status) == 0 && S_ISDIR(status.st_mode)));
     if (options.check) {
         kind = output_kind::none;
-        return (!options.in_place && options.output.empty()) ||
-               refuse("check writes nothing: leave out -o and -i");
+        return true;
     }
     if (options.in_place) {
         kind = output_kind::in_place;
-        return options.output.empty() || refuse("-i and -o cannot both be");
+        return options.output.empty() || refuse("-i and -o cannot be combined");
     }
     kind = directory || (options.recursive && !options.output.empty()) ? output_kind::mirror
                                                                        : output_kind::stream;
@@ -110,7 +109,8 @@ bool output_is_input(const convert_options& options, const file_list& list) {
         const int found = is_standard_input(file.path) ? ::fstat(STDIN_FILENO, &in)
                                                        : ::stat(file.path.c_str(), &in);
         if (found == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino) {
-            complain_about(file.path, "is also the output; -i converts a file in place");
+            complain_about(file.path,
+                           "is both input and output; use -i to convert a file in place");
             return true;
         }
     }
@@ -136,7 +136,7 @@ int convert_to_stream(const convert_options& options, text_conversion conversion
         return output.write(bytes);
     };
     const std::string lost = options.output.empty()
-                                 ? std::string("its output ends before the first one")
+                                 ? std::string("the output stops before the first problem")
                                  : fmt::format("{} was not written", printable(options.output));
     for (const listed_file& file : list.files) {
         const file_outcome outcome = guarded(
@@ -160,16 +160,18 @@ int convert_to_stream(const convert_options& options, text_conversion conversion
 
 std::string totals(const queue_totals& count, output_kind kind) {
     std::string text = fmt::format("{} {}", grouped(count.converted),
-                                   kind == output_kind::none ? "sound" : "converted");
-    const auto add = [&](std::uint64_t number, std::string_view words) {
-        if (number > 0) {
-            text += fmt::format(", {} {}", grouped(number), words);
-        }
-    };
-    add(count.unchanged, "unchanged");
-    add(count.binary, "binary skipped");
-    add(count.failed, kind == output_kind::in_place ? "failed (left as they were)" : "failed");
-    return text;
+                                   kind == output_kind::none ? "passed" : "converted");
+    if (count.unchanged > 0) {
+        text += fmt::format(", {} unchanged", grouped(count.unchanged));
+    }
+    if (count.binary > 0) {
+        text += fmt::format(", {} skipped", counted(count.binary, "binary file"));
+    }
+    if (count.failed > 0) {
+        text += fmt::format(", {} failed{}", grouped(count.failed),
+                            kind == output_kind::in_place ? " (left unchanged)" : "");
+    }
+    return text + "\n";
 }
 
 int convert_each(const convert_options& options, const text_conversion& conversion,
@@ -194,12 +196,12 @@ int convert_each(const convert_options& options, const text_conversion& conversi
         run_queue(list.files, jobs, options.recursive, kind == output_kind::none, work);
     const message_style& style = current_style();
     if ((options.recursive || style.verbose) && !style.quiet && !style.json) {
-        say(totals(count, kind));
+        say_lines(totals(count, kind));
     }
     return std::max(worst, count.worst);
 }
 
-// The folders that are written to are looked at once more: not all of them were opened up.
+// The folders that are written to are looked at once more: not all of them were recursed into.
 void tell_left_over(const convert_options& options, output_kind kind, file_list& list) {
     namespace fs = std::filesystem;
     std::set<std::string> folders;
@@ -217,8 +219,8 @@ void tell_left_over(const convert_options& options, output_kind kind, file_list&
         look_for_left_over(folder, list.left_over);
     }
     for (const std::string& file : list.left_over) {
-        complain_about(file,
-                       "was left over when a run was killed; remove it if no text is missing");
+        complain_about(file, "was left behind by a run that was killed; delete it if no text is "
+                             "missing");
     }
 }
 

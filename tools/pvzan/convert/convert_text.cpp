@@ -3,6 +3,7 @@
 #include "tools/pvzan/convert/parallel_text.h"
 #include "tools/pvzan/detect/line_charsets.h"
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -145,9 +146,9 @@ private:
         report_.set_source(from_);
         if (!text.change_source(from_)) {
             result_.end = text_end::unknown;
-            result_.error = fmt::format("looks like {}, of which the charset directory has no "
-                                        "definition",
-                                        printable(from_.shown));
+            result_.error =
+                fmt::format("looks like {}, which the charset directory does not define",
+                            printable(from_.shown));
             return false;
         }
         return true;

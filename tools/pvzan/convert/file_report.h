@@ -49,6 +49,8 @@ private:
     [[nodiscard]] std::string totals() const;
     [[nodiscard]] std::string check_totals(const text_facts& facts) const;
     [[nodiscard]] std::string changes(const text_facts& facts) const;
+    [[nodiscard]] std::string way(const text_facts& facts) const;
+    [[nodiscard]] std::uint64_t invalid() const { return of_kind_[0] + of_kind_[2]; }
     [[nodiscard]] bool is_fatal() const { return checking_ || options_.on_error == PVZAN_TELL; }
     void emit(std::string_view line);
 

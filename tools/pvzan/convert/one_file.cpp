@@ -3,6 +3,7 @@
 #include "tools/pvzan/files/output_file.h"
 #include "tools/pvzan/report/exit_status.h"
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -120,10 +121,9 @@ file_outcome convert_one(const listed_file& file, const text_conversion& convers
     file_report report(file.path, conversion.to, conversion.options, false, sink);
     const text_result result = convert_text(input, conversion, output, report);
     if (result.end == text_end::binary) {
-        return fail(
-            file,
-            fmt::format("is binary ({}); name its charset with --from to convert it", result.error),
-            exit_bad_text, sink);
+        return fail(file,
+                    fmt::format("looks binary ({}); use --from to convert it anyway", result.error),
+                    exit_bad_text, sink);
     }
     return outcome_of(file, result, report, false, lost, sink);
 }
@@ -134,7 +134,7 @@ file_outcome outcome_of_exception(const listed_file& file,
         try {
             throw;
         } catch (const std::bad_alloc&) {
-            return fail(file, "there is not enough memory", exit_no_work, sink);
+            return fail(file, "not enough memory", exit_no_work, sink);
         } catch (const std::exception& error) {
             return fail(file, error.what(), exit_no_work, sink);
         }
@@ -162,17 +162,17 @@ namespace {
 // Why a file cannot be converted in place; empty when it can.
 std::string in_place_obstacle(const std::string& backup, const struct stat& status) {
     if (!S_ISREG(status.st_mode)) {
-        return "is no regular file, so it cannot be converted in place";
+        return "is not a regular file and cannot be converted in place";
     }
     if (status.st_nlink > 1 && backup.empty()) {
-        return fmt::format("has {} names (hard links), and the others would keep the old text; "
-                           "-i=SUFFIX converts it under this name",
+        return fmt::format("has {} hard links, and the others would keep the old text; use "
+                           "-i=SUFFIX to convert only this one",
                            status.st_nlink);
     }
     struct stat kept {};
     if (!backup.empty() && ::lstat(backup.c_str(), &kept) == 0 &&
         (kept.st_dev != status.st_dev || kept.st_ino != status.st_ino)) {
-        return fmt::format("{} exists, and would be lost", printable(backup));
+        return fmt::format("{} exists and would be overwritten", printable(backup));
     }
     return {};
 }
@@ -229,9 +229,9 @@ file_outcome convert_in_place(const listed_file& file, const file_task& task,
     const std::uint64_t already = utf8_expected ? 0 : utf8_characters(input.descriptor());
     if (already > 0) {
         return fail(file,
-                    fmt::format("already valid UTF-8 with {} non-ASCII character{}; not "
-                                "converted a second time (name it with -o to insist)",
-                                grouped(already), already == 1 ? "" : "s"),
+                    fmt::format("is already valid UTF-8 with {}; not converted again (use -o to "
+                                "convert it anyway)",
+                                counted(already, "non-ASCII character")),
                     exit_bad_text, sink);
     }
     output_file output;
@@ -239,7 +239,7 @@ file_outcome convert_in_place(const listed_file& file, const file_task& task,
         return cannot_write(file, output, sink);
     }
     auto [outcome, facts] =
-        write_text(file, input, conversion, output, "it was left as it was", sink);
+        write_text(file, input, conversion, output, "the file is unchanged", sink);
     if (outcome.kind != file_kind::converted) {
         return outcome;
     }
@@ -253,7 +253,7 @@ file_outcome convert_in_place(const listed_file& file, const file_task& task,
         return cannot_write(file, output, sink);
     }
     if (has_changed(input, before) || !output.has_its_name()) {
-        return fail(file, "was changed by someone else meanwhile; left as it is", exit_no_work,
+        return fail(file, "was changed by another program meanwhile; not converted", exit_no_work,
                     sink);
     }
     return output.commit(backup) ? outcome : cannot_write(file, output, sink);
@@ -265,7 +265,7 @@ file_outcome convert_own(const listed_file& file, const file_task& task,
                          const file_report::line_sink& sink,
                          const std::function<void()>& converted) {
     if (is_standard_input(file.path)) {
-        return fail(file, "has no name to write to", exit_no_work, sink);
+        return fail(file, "has no file name to write to", exit_no_work, sink);
     }
     const input_file input(file.path);
     if (!input.is_open()) {
@@ -302,17 +302,19 @@ bool mirrors_safely(const file_list& list, const std::string& directory) {
     std::set<std::string> outputs;
     for (const listed_file& file : list.files) {
         if (file.mirrored.empty()) {
-            complain(fmt::format("standard input has no name in {}", printable(directory)));
+            complain(
+                fmt::format("standard input has no file name to use in {}", printable(directory)));
             return false;
         }
         const std::string output = (fs::path(directory) / file.mirrored).lexically_normal();
         if (!outputs.insert(output).second) {
-            complain_about(output, "two files would be written there");
+            complain_about(output, "two input files would be written to this one");
             return false;
         }
         const auto id = id_of(output);
         if (const auto input = id ? inputs.find(*id) : inputs.end(); input != inputs.end()) {
-            complain_about(input->second, "is also an output; -i converts files in place");
+            complain_about(input->second,
+                           "is both input and output; use -i to convert a file in place");
             return false;
         }
     }

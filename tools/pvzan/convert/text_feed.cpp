@@ -1,7 +1,5 @@
 #include "tools/pvzan/convert/text_feed.h"
 
-#include "tools/pvzan/report/shown_text.h"
-
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
@@ -271,7 +269,6 @@ void text_feed::keep_for_excerpts(bytes_view text) {
 // The line of the fault, read once more, from what is there of it.
 void text_feed::add_excerpt(problem& told, bytes_view text) const {
     constexpr std::size_t most_characters = 21;
-    constexpr char32_t stands_for_fault = 0xFFFFFFFF;
     const std::uint64_t begin = taken_ - kept_.size();
     if (told.fault.offset < begin) {
         return;
@@ -291,7 +288,7 @@ void text_feed::add_excerpt(problem& told, bytes_view text) const {
         read_characters(bytes_view(around).subspan(from, end - from), from_,
                         unit_.little_endian ? PVZAN_ORDER_LITTLE : PVZAN_ORDER_BY_NAME, how,
                         characters, [&](const pvzan_fault&) {
-                            characters += stands_for_fault;
+                            characters += no_character;
                             return true;
                         });
         return characters;
@@ -299,22 +296,14 @@ void text_feed::add_excerpt(problem& told, bytes_view text) const {
     const bool ends = kind_of(told.fault) == problem_kind::incomplete;
     const std::u32string before = read(at, PVZAN_PART);
     const std::u32string all = read(around.size(), ends ? PVZAN_LAST : PVZAN_PART);
-    const auto show = [](std::u32string_view characters) {
-        line_excerpt shown;
-        for (const char32_t c : characters) {
-            c == stands_for_fault ? shown.add_fault() : shown.add(c);
-        }
-        return shown;
-    };
     constexpr std::u32string_view breaks = U"\r\n";
-    const line_excerpt left =
-        show(std::u32string_view(before).substr(before.find_last_of(breaks) + 1));
+    std::u32string_view ahead(before);
+    ahead.remove_prefix(before.find_last_of(breaks) + 1);
     std::u32string_view behind(all);
     behind.remove_prefix(std::min(before.size(), behind.size()));
     behind = behind.substr(0, std::min(behind.find_first_of(breaks), most_characters));
-    told.before = left.text();
-    told.columns = left.columns();
-    told.after = show(behind).text();
+    told.before = excerpt_of(ahead);
+    told.after = excerpt_of(behind).text;
 }
 
 } // namespace tool

@@ -5,6 +5,7 @@
 #include "tools/pvzan/convert/text_options.h"
 #include "tools/pvzan/detect/line_breaks.h"
 #include "tools/pvzan/directory/charset.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <array>
 #include <string>
@@ -17,9 +18,9 @@ enum class problem_kind { invalid, unrepresentable, incomplete, one_way };
 problem_kind kind_of(const pvzan_fault& fault);
 
 struct problem {
-    pvzan_fault fault;         // with the place in the whole text
-    std::string before, after; // the text around it, when excerpts are wanted
-    std::size_t columns = 0;   // of before
+    pvzan_fault fault; // with the place in the whole text
+    excerpt before;    // the text around it, when excerpts are wanted
+    std::string after;
 
     // What the words are about, and what is stepped over.
     [[nodiscard]] bytes_view blamed() const { return first(fault.blamed); }
