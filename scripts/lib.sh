@@ -52,6 +52,16 @@ install_packages() {
             -o Dpkg::Options::='--path-include=/usr/share/man/*' "${missing[@]}" </dev/null >&2
 }
 
+# use_memory: temporary files go to memory, where it can hold files: tests write thousands of small ones. What a test
+# that was killed leaves behind goes with the script.
+use_memory() {
+    if [ -d /dev/shm ] && [ -w /dev/shm ]; then
+        TMPDIR=$(mktemp -d /dev/shm/pvzan-tests-XXXXXX)
+        export TMPDIR
+        trap 'rm -rf "$TMPDIR"' EXIT
+    fi
+}
+
 # build_preset NAME DIRECTORY [TARGET...]: configure if necessary, then build the targets, or everything.
 build_preset() {
     local packages=("${build_packages[@]}")

@@ -138,11 +138,14 @@ struct table_paths {
 
 // The text table is where its definition says, including a directory, with its file name in lower
 // case; the cache is next to it. Tables with the same base name share a cache, deliberately, and so
-// do those without a "." in their names, whose base names are empty. Call this under the table
-// lock.
+// do those without a "." in their names, whose base names are empty. A name that ends in "/" is not
+// a file; its cache would be in the root directory. Call this under the table lock.
 bool make_paths(const table_object* table, table_paths& paths) {
     char path[text_bytes];
     if (charset_path_locked(path, text_bytes) == nullptr || !append_text(path, table->fileName)) {
+        return false;
+    }
+    if (path[std::strlen(path) - 1] == '/') {
         return false;
     }
     split_path parts;
