@@ -36,7 +36,8 @@ constexpr std::string_view digits =
 constexpr std::string_view bare_marks = "'(),-./:? \t\r\n",
                            optional_marks = "!\"#$%&*;<=>@[]^_`{|}";
 
-// An ASCII character: its value as a digit, if it is one, and whether it may appear outside base 64.
+// An ASCII character: its value as a digit, if it is one, and whether it may appear outside
+// base 64.
 constexpr u8 no_digit = 64;
 struct character_class {
     u8 digit;
