@@ -245,8 +245,9 @@ struct finder {
         constexpr u32 some_kana = 3;
         const bool utf8 = which < utf8_count;
         const bool plausible = utf8 || (after.kana >= some_kana && !after.half_width);
-        if (s.gain < least_for_one * static_cast<i32>(before.beyond) || !plausible ||
-            (way.is_single() && exact * (utf8 ? 3 : 1) < lines)) {
+        const i32 least =
+            utf8 && way.is_single() ? 0 : least_for_one * static_cast<i32>(before.beyond);
+        if (s.gain < least || !plausible || (way.is_single() && exact * (utf8 ? 3 : 2) < lines)) {
             s.gain = 0;
         }
     }
