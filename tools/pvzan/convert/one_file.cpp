@@ -1,5 +1,6 @@
 #include "tools/pvzan/convert/one_file.h"
 
+#include "tools/pvzan/detect/misreading.h"
 #include "tools/pvzan/files/output_file.h"
 #include "tools/pvzan/report/exit_status.h"
 #include "tools/pvzan/report/message.h"
@@ -152,6 +153,9 @@ file_outcome check_one(const listed_file& file, const text_conversion& conversio
     file_report report(file.path, conversion.to, conversion.options, true, sink);
     const text_result result = convert_text(
         input, conversion, [](bytes_view) { return true; }, report);
+    if (const auto misreading = find_misreading(input.descriptor())) {
+        report.note(fmt::format("looks like {}; see pvzan repair", misreading->words));
+    }
     return outcome_of(file, result, report, true, {}, sink);
 }
 
