@@ -250,17 +250,13 @@ int convert_files(const convert_options& options) {
         wants_excerpts(options.check ? STDOUT_FILENO : STDERR_FILENO) &&
         (options.check || options.text.on_error == PVZAN_TELL || style.verbose);
     conversion.options.count = style.verbose || style.json || options.check;
-    const bool cuttable = options.text.most_errors == std::numeric_limits<std::uint64_t>::max();
-    if (cuttable && list.files.size() == 1) {
+    const bool streams = kind == output_kind::stream;
+    if (options.text.most_errors == std::numeric_limits<std::uint64_t>::max() &&
+        (streams || list.files.size() == 1)) {
         conversion.jobs = std::clamp(options.jobs, 1U, static_cast<unsigned>(most_temporaries));
     }
-    if (kind == output_kind::stream) {
-        if (cuttable) {
-            conversion.jobs = std::clamp(options.jobs, 1U, static_cast<unsigned>(most_temporaries));
-        }
-        return convert_to_stream(options, conversion, list, worst);
-    }
-    return convert_each(options, conversion, list, kind, worst);
+    return streams ? convert_to_stream(options, conversion, list, worst)
+                   : convert_each(options, conversion, list, kind, worst);
 }
 
 } // namespace tool

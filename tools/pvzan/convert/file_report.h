@@ -13,7 +13,7 @@ namespace tool {
 // What a conversion found, apart from problems.
 struct text_facts {
     std::uint64_t bytes_in = 0, bytes_out = 0;
-    text_counts counts;
+    pvzan_counts counts{};
     std::string breaks; // of the source: "LF", "CRLF", "CR", "mixed line breaks"; or empty
 };
 
