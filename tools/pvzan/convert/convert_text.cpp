@@ -20,8 +20,8 @@ constexpr std::size_t input_bytes = 64 * 1024;
 
 class text_run {
 public:
-    text_run(const input_file& file, const text_conversion& conversion,
-             const std::function<bool(bytes_view)>& output, file_report& report)
+    text_run(const input_file& file, const text_conversion& conversion, const byte_sink& output,
+             file_report& report)
         : file_(file), conversion_(conversion), report_(report), output_(output),
           from_(conversion.from) {}
 
@@ -223,7 +223,7 @@ private:
     const input_file& file_;
     const text_conversion& conversion_;
     file_report& report_;
-    const std::function<bool(bytes_view)>& output_;
+    const byte_sink& output_;
     pvzan_name from_;
     text_result result_;
     // Memory as it is: a short text touches a page of it, not all of it.
@@ -237,7 +237,7 @@ private:
 } // namespace
 
 text_result convert_text(const input_file& file, const text_conversion& conversion,
-                         const std::function<bool(bytes_view)>& output, file_report& report) {
+                         const byte_sink& output, file_report& report) {
     return text_run(file, conversion, output, report).run();
 }
 

@@ -17,10 +17,10 @@ struct text_facts {
     std::string breaks; // of the source: "LF", "CRLF", "CR", "mixed line breaks"; or empty
 };
 
+using line_sink = std::function<void(std::string_view)>; // whole lines
+
 class file_report {
 public:
-    using line_sink = std::function<void(std::string_view)>; // whole lines
-
     // checking: the words are those of a check, not of a conversion.
     file_report(std::string file, const pvzan_name& to, const text_options& options, bool checking,
                 line_sink sink);
