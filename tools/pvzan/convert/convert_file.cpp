@@ -6,15 +6,16 @@
 #include "tools/pvzan/detect/line_charsets.h"
 #include "tools/pvzan/directory/charset_directory.h"
 #include "tools/pvzan/files/file_list.h"
+#include "tools/pvzan/files/input_file.h"
 #include "tools/pvzan/files/output_file.h"
 #include "tools/pvzan/report/exit_status.h"
 #include "tools/pvzan/report/message.h"
 #include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <filesystem>
+#include <map>
+#include <optional>
 #include <set>
 #include <sys/stat.h>
 #include <thread>
@@ -97,38 +98,66 @@ bool choose_output(const convert_options& options, output_kind& kind) {
     return true;
 }
 
-// Writing to a file that is still to be read would destroy it.
-bool output_is_input(const convert_options& options, const file_list& list) {
-    struct stat out {};
-    const bool known = options.output.empty() ? ::fstat(STDOUT_FILENO, &out) == 0
-                                              : ::stat(options.output.c_str(), &out) == 0;
-    if (!known || !S_ISREG(out.st_mode)) {
-        return false;
-    }
-    for (const listed_file& file : list.files) {
-        struct stat in {};
-        const int found = is_standard_input(file.path) ? ::fstat(STDIN_FILENO, &in)
-                                                       : ::stat(file.path.c_str(), &in);
-        if (found == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino) {
-            complain_about(file.path,
-                           "is both input and output; use -i to convert a file in place");
-            return true;
+// Writing to a file that is still to be read would destroy it. Complains.
+class input_guard {
+public:
+    explicit input_guard(const file_list& list) {
+        for (const listed_file& file : list.files) {
+            if (const auto id =
+                    is_standard_input(file.path) ? id_of(STDIN_FILENO) : id_of(file.path)) {
+                inputs_.emplace(*id, file.path);
+            }
         }
     }
-    return false;
+    [[nodiscard]] bool allows(const std::optional<file_id>& output) const {
+        const auto input = output ? inputs_.find(*output) : inputs_.end();
+        if (input != inputs_.end()) {
+            complain_about(input->second,
+                           "is both input and output; use -i to convert a file in place");
+        }
+        return input == inputs_.end();
+    }
+
+private:
+    std::map<file_id, std::string> inputs_;
+};
+
+bool mirrors_safely(const file_list& list, const std::string& directory) {
+    const input_guard guard(list);
+    std::set<std::string> outputs;
+    for (const listed_file& file : list.files) {
+        if (file.mirrored.empty()) {
+            return refuse(
+                fmt::format("standard input has no file name to use in {}", printable(directory)));
+        }
+        const std::string output =
+            (std::filesystem::path(directory) / file.mirrored).lexically_normal();
+        if (!outputs.insert(output).second) {
+            complain_about(output, "two input files would be written to this one");
+            return false;
+        }
+        if (!guard.allows(id_of(output))) {
+            return false;
+        }
+    }
+    return true;
 }
 
 // ---- Several files, one output -----------------------------------------------------------------
 
 int convert_to_stream(const convert_options& options, text_conversion conversion,
                       const file_list& list, int worst) {
-    if (output_is_input(options, list)) {
+    if (!input_guard(list).allows(options.output.empty() ? id_of(STDOUT_FILENO)
+                                                         : id_of(options.output))) {
         return exit_no_work;
     }
     output_file output;
-    if (!output.open(options.output)) {
+    const auto cannot_write = [&] {
         complain(output.error());
         return exit_no_work;
+    };
+    if (!output.open(options.output)) {
+        return cannot_write();
     }
     const auto write = [&](bytes_view bytes) {
         if (!bytes.empty()) {
@@ -143,18 +172,18 @@ int convert_to_stream(const convert_options& options, text_conversion conversion
         const file_outcome outcome = guarded(
             file, say_lines, [&] { return convert_one(file, conversion, write, lost, say_lines); });
         if (outcome.kind == file_kind::unwritable) {
-            complain(output.error());
-            return exit_no_work;
+            return cannot_write();
+        }
+        if (outcome.kind == file_kind::binary) {
+            complain_about(
+                file.path,
+                fmt::format("looks binary ({}); use --from to convert it anyway", outcome.what));
         }
         worst = std::max(worst, outcome.status);
     }
     // The output gets its name only when every file went into it whole.
     const bool whole = worst == exit_converted || options.output.empty();
-    if (whole && (!output.flush() || !output.commit())) {
-        complain(output.error());
-        return exit_no_work;
-    }
-    return worst;
+    return whole && (!output.flush() || !output.commit()) ? cannot_write() : worst;
 }
 
 // ---- Every file for itself ---------------------------------------------------------------------
@@ -184,9 +213,9 @@ int convert_each(const convert_options& options, const text_conversion& conversi
             return exit_no_work;
         }
     }
-    const auto work = [&](const listed_file& file, const file_report::line_sink& sink,
+    const auto work = [&](const listed_file& file, const line_sink& sink,
                           const std::function<void()>& converted) {
-        return kind == output_kind::none ? check_one(file, conversion, sink)
+        return kind == output_kind::none ? convert_one(file, conversion, nullptr, {}, sink)
                                          : convert_own(file, task, sink, converted);
     };
     unsigned jobs = options.jobs;
@@ -251,17 +280,13 @@ int convert_files(const convert_options& options) {
         wants_excerpts(options.check ? STDOUT_FILENO : STDERR_FILENO) &&
         (options.check || options.text.on_error == PVZAN_TELL || style.verbose);
     conversion.options.count = style.verbose || style.json || options.check;
-    const bool cuttable = options.text.most_errors == std::numeric_limits<std::uint64_t>::max();
-    if (cuttable && list.files.size() == 1) {
+    const bool streams = kind == output_kind::stream;
+    if (options.text.most_errors == std::numeric_limits<std::uint64_t>::max() &&
+        (streams || list.files.size() == 1)) {
         conversion.jobs = std::clamp(options.jobs, 1U, static_cast<unsigned>(most_temporaries));
     }
-    if (kind == output_kind::stream) {
-        if (cuttable) {
-            conversion.jobs = std::clamp(options.jobs, 1U, static_cast<unsigned>(most_temporaries));
-        }
-        return convert_to_stream(options, conversion, list, worst);
-    }
-    return convert_each(options, conversion, list, kind, worst);
+    return streams ? convert_to_stream(options, conversion, list, worst)
+                   : convert_each(options, conversion, list, kind, worst);
 }
 
 } // namespace tool

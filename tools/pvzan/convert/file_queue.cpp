@@ -59,7 +59,7 @@ private:
         }
     }
 
-    void count(const listed_file& file, file_outcome outcome, const file_report::line_sink& sink) {
+    void count(const listed_file& file, file_outcome outcome, const line_sink& sink) {
         switch (outcome.kind) {
         case file_kind::converted: ++totals_.converted; break;
         case file_kind::unchanged: ++totals_.unchanged; break;

@@ -47,11 +47,22 @@ problem_kind kind_of(const pvzan_fault& fault) {
     }
 }
 
-text_counts& text_counts::operator+=(const text_counts& more) {
-    characters += more.characters;
-    private_use += more.private_use;
-    composed += more.composed;
-    return *this;
+pvzan_counts behind(const pvzan_counts& before, const pvzan_counts& begun, pvzan_counts part) {
+    if (part.line == begun.line) {
+        part.column += before.column - begun.column;
+    }
+    part.line += before.line - begun.line;
+    part.in += before.in - begun.in;
+    part.characters += before.characters - begun.characters;
+    part.private_use += before.private_use - begun.private_use;
+    part.composed += before.composed - begun.composed;
+    return part;
+}
+
+pvzan_counts no_counts() {
+    auto counts = new_record<pvzan_counts>();
+    counts.line = counts.column = 1;
+    return counts;
 }
 
 text_feed::text_feed(const pvzan_name& from, const pvzan_name& to, text_sinks sinks,
@@ -75,49 +86,31 @@ bool text_feed::change_source(const pvzan_name& from) {
     if (taken_ > 0) {
         flush(); // a letter whose mark does not follow
     }
-    const text_place place = this->place();
-    const text_counts counts = this->counts();
+    const pvzan_counts counts = this->counts();
     from_ = from;
     const bool opened = open();
-    begin_at(place, counts);
+    begin_at(counts);
     return opened;
 }
 
 // ---- Places and counts -------------------------------------------------------------------------
 
-text_feed::standing text_feed::now() const {
-    auto counts = new_record<pvzan_counts>();
+pvzan_counts text_feed::now() const {
+    pvzan_counts counts = no_counts();
     if (converter_) {
         pvzan_count(converter_.get(), &counts);
     }
-    return {{counts.line, counts.column, counts.in},
-            {counts.characters, counts.private_use, counts.composed}};
+    return counts;
 }
 
-text_place text_feed::shifted(text_place own) const {
-    const text_place& begun = begun_.place;
-    return {place_.line + own.line - begun.line,
-            own.line == begun.line ? place_.column + own.column - begun.column : own.column,
-            place_.offset + own.offset - begun.offset};
+pvzan_counts text_feed::counts() const {
+    return behind(before_, begun_, now());
 }
 
-text_place text_feed::place() const {
-    return shifted(now().place);
-}
-
-text_counts text_feed::counts() const {
-    const text_counts& begun = begun_.counts;
-    const text_counts come = now().counts;
-    return text_counts(counts_) +=
-           {come.characters - begun.characters, come.private_use - begun.private_use,
-            come.composed - begun.composed};
-}
-
-void text_feed::begin_at(const text_place& place, const text_counts& counts) {
+void text_feed::begin_at(const pvzan_counts& counts) {
     begun_ = now();
-    place_ = place;
-    counts_ = counts;
-    taken_ = begun_.place.offset;
+    before_ = counts;
+    taken_ = begun_.in;
     kept_.clear();
 }
 
@@ -131,13 +124,12 @@ void text_feed::begin_inside(const text_state& state, code_unit unit) {
     restore(state);
     unit_ = unit;
     fresh_ = false;
-    begin_at({}, {});
+    begin_at(no_counts());
 }
 
-void text_feed::go_on(const text_state& state, const text_place& place, const text_counts& counts,
-                      bool failed) {
+void text_feed::go_on(const text_state& state, const pvzan_counts& counts, bool failed) {
     restore(state);
-    begin_at(place, counts);
+    begin_at(counts);
     failed_ = failed;
 }
 
@@ -226,10 +218,14 @@ void text_feed::meet_fault(bytes_view text) {
     if (options_.excerpts && problems_ <= most_excerpts) {
         add_excerpt(told, text);
     }
-    const text_place place = shifted({fault.line, fault.column, fault.offset});
+    pvzan_counts place = no_counts();
+    place.line = fault.line;
+    place.column = fault.column;
+    place.in = fault.offset;
+    place = behind(before_, begun_, place);
     fault.line = place.line;
     fault.column = place.column;
-    fault.offset = place.offset;
+    fault.offset = place.in;
     const bool stops = options_.on_error == PVZAN_TELL || problems_ > options_.most_errors;
     if (!answer(stops ? std::int32_t{PVZAN_DROP} : static_cast<std::int32_t>(options_.on_error))) {
         throw std::logic_error("nothing can be written in place of a problem");
