@@ -94,6 +94,11 @@ TEST(Fast, SeesTablesChange) {
         EXPECT_EQ(loadTableFile(table), 1U);
         paths.convert(test::bytes_of("AAAAAA"), 100);
         EXPECT_EQ(paths.fast_characters(), 6U);
+        // That was no table of the other pair's, which keeps its answers.
+        both_paths other("made-by-test", "unicode", how.source, how.target);
+        const fast::held_pair held = fast::hold_pair(&other.session(), fast::strictness::none);
+        EXPECT_EQ(held.p->answer_total, 1U);
+        fast::release_pair(held);
     });
 }
 

@@ -17,9 +17,9 @@
 //     letters that a mark may follow where a run ends before the end of the input (finish.cpp), a
 //     line feed behind a carriage return (fast.cpp; inside a run, loop.cpp), user-defined sets,
 //     references, tags, byte-order marks (plan.cpp), characters that the target lacks (ask.cpp).
-// P5  The key holds all of O but the substitutes, which P4 leaves to the rules, both charsets, both
-// rules, and how many tables
-//     were loaded and written to, which both rules may look into (pair.cpp).
+// P5  The key holds all of O but the substitutes, which P4 leaves to the rules, both charsets and
+//     both rules; and a pair is used as long as no further table is loaded, and none written to,
+//     that the rules may look into (pair.cpp).
 // P6  After a run the session holds what D and E left for the last character, prevSrcCode what they
 //     left for the one before it, and sums of counts and positions (finish.cpp). Nothing else
 //     survives a character.
@@ -79,10 +79,15 @@ enum class strictness : u8 { none, characters, codes };
 // Unicode charsets, the scalars in another form.
 enum class block_form : u8 { none, entries, scalars };
 
-// Everything that decides the bytes of a character: the words that key_of in pair.cpp puts here.
-// The last one is what there is of tables: an answer rests on those that are loaded.
-using pair_key = std::array<u64, 9>;
-inline constexpr std::size_t tables_in_key = 8;
+// Everything that decides the bytes of a character, but for what there is of tables.
+struct pair_key {
+    const charset_group *source, *target;
+    const rule_row *read, *write;
+    u32 source_number, target_number; // the rules look at those too
+    u64 options;
+
+    bool operator==(const pair_key&) const = default;
+};
 
 // How a pair is converted.
 struct plan {
@@ -185,6 +190,8 @@ struct pair {
     fast::plan plan;
     const kernels* kernel;
     strictness strict;
+    u64 tables;            // that the rules may look into: which are loaded, what was written
+    std::atomic<u64> seen; // the state of all tables that this was last found to hold in
 
     pthread_mutex_t lock;
     session neutral; // the rules are asked in this one
@@ -226,7 +233,7 @@ struct held_pair {
 held_pair hold_pair(const session* s, strictness strict);
 void release_pair(held_pair held);
 // Whether what the pair was told may still be used; false for good once it is not.
-bool is_current(const pair& p);
+bool is_current(pair& p);
 // Claims bytes against the budget, freeing pairs where that is used up; gives them back.
 bool claim_bytes(u64 bytes);
 void return_bytes(u64 bytes);

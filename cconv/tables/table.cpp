@@ -289,14 +289,14 @@ bool is_usable(const table_object* table) {
     return table->maxKey != table->minKey || (table->minKey > 0 && table->minKey < beyond_codes);
 }
 
-std::atomic<u32> generation{2}; // of what is loaded; odd while a table becomes so
-std::atomic<u32> changes{0};    // of loaded tables
+std::atomic<u64> state;
+constexpr u64 one_write = u64{1} << 32;
 
 // Under the table lock.
 void mark_loaded(table_object* table, u32 loaded) {
-    generation.fetch_add(1, std::memory_order_release);
+    state.fetch_add(1, std::memory_order_release);
     std::atomic_ref<u32>(table->loaded).store(loaded, std::memory_order_release);
-    generation.fetch_add(1, std::memory_order_release);
+    state.fetch_add(1, std::memory_order_release);
 }
 
 } // namespace
@@ -344,7 +344,7 @@ u32 putTable(table_object* table, u32 key, u32 value) {
     // One whose codes are counted is read, and never written to.
     const bool stored = !is_linear(table) && put_value(table, finder, key, value);
     if (table_loaded(table)) {
-        note_table_change();
+        state.fetch_add(one_write, std::memory_order_release);
     }
     return stored;
 }
@@ -372,16 +372,12 @@ void putEndian(u8* buffer, u32 value) {
 
 } // extern "C"
 
-u32 table_generation() {
-    return generation.load(std::memory_order_acquire);
+u64 table_state() {
+    return state.load(std::memory_order_acquire);
 }
 
-u32 table_changes() {
-    return changes.load(std::memory_order_acquire);
-}
-
-void note_table_change() {
-    changes.fetch_add(1, std::memory_order_release);
+void note_new_sets() {
+    state.fetch_add(2, std::memory_order_release);
 }
 
 std::optional<u32> find_value(const table_object* table, u32 key) {

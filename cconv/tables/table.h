@@ -51,12 +51,15 @@ inline bool table_loaded(const table_object* table) {
 // does not tell.
 i32 file_size(FILE* file);
 
-// Changes whenever a table becomes loaded; odd meanwhile. Who sees the table loaded sees that, too.
-u32 table_generation();
-// Changes whenever a loaded table is written to, or what is looked up changes otherwise, which who
-// does that tells.
-u32 table_changes();
-void note_table_change();
+// Changes with whatever there is to look up: when a table becomes loaded, odd meanwhile; when sets
+// are added; when a loaded table is written to, which the upper half counts. Who sees the table
+// loaded sees that, too.
+u64 table_state();
+constexpr u32 writes_in(u64 state) {
+    return static_cast<u32>(state >> 32);
+}
+// For who added sets, which a rule may look for.
+void note_new_sets();
 
 // The stored value of a key, be it 0; nothing outside the bounds or where no block holds the key.
 std::optional<u32> find_value(const table_object* table, u32 key);
