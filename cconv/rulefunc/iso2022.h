@@ -24,5 +24,17 @@ bool find_way(const charset_group* group, u32 state, u32 set, iso2022_way& way);
 // The set that needs no way in that state; none where one is due all the same.
 u32 set_at_hand(const iso2022& codes, u32 state);
 
+// How a codec whose codes such states give their meaning goes on from one to the next. A session
+// keeps the state as a word of the codec's own.
+struct iso2022_codec {
+    // What there is to designate; null where the definition does not say.
+    const iso2022* (*codes)(const charset_group* group);
+    u32 (*state_of)(const charset_group* group, u32 word);
+    u32 (*word_of)(u32 state);
+    // Tells what is silent; anything else is the rule's affair.
+    scan_function scan;
+    bool (*find_way)(const charset_group* group, u32 state, u32 set, iso2022_way& way);
+};
+
 // What the text, which is not empty, begins with.
 iso2022_reading iso2022_read(const charset_group* group, u32 state, std::span<const u8> text);

@@ -55,6 +55,7 @@ struct codec_traits {
     std::array<u8, 4> leads = {0x81, 0xFE, 0x81, 0xFE};
     scan_function scan = nullptr;
     bool (*may_end)(const charset_group* group, u32 state) = nullptr; // a text, in that state
+    const struct iso2022_codec* states = nullptr; // how designations and shifts lead on
     std::span<const u32> sets{}; // looked up in the registry, be they the charset's or not
 
     // ---- The encode rule
