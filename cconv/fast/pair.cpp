@@ -46,11 +46,6 @@ u32 options_of(const session* s, strictness strict) {
     return static_cast<u32>(strict) << strict_shift | breaks | orders;
 }
 
-pair_key key_of(const session* s, u32 options) {
-    return {s->srcGroup,   s->dstGroup,   s->srcRule, s->dstRule,
-            s->srcGroupNo, s->dstGroupNo, options};
-}
-
 [[gnu::always_inline]] inline u64 hash_of(const pair_key& key) {
     constexpr u64 golden = 0x9E3779B97F4A7C15;
     const auto source = reinterpret_cast<std::uintptr_t>(key.source);
@@ -340,7 +335,7 @@ void free_unheld() {
 }
 
 held_pair hold_pair(const session* s, strictness strict) {
-    const pair_key key = key_of(s, options_of(s, strict));
+    const pair_key key{s->srcGroup, s->dstGroup, options_of(s, strict)};
     const u64 hash = hash_of(key);
     const held_pair found = find(hash, key);
     if (found.p == nullptr) {

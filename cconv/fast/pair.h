@@ -17,8 +17,8 @@
 //     letters that a mark may follow where a run ends before the end of the input (finish.cpp), a
 //     line feed behind a carriage return (fast.cpp; inside a run, loop.cpp), user-defined sets,
 //     references, tags, byte-order marks (plan.cpp), characters that the target lacks (ask.cpp).
-// P5  The key holds all of O but the substitutes, which P4 leaves to the rules, both charsets and
-//     both rules; and a pair is used as long as no further table is loaded, and none written to,
+// P5  The key holds both charsets and all of O but the substitutes, which P4 leaves to the rules;
+//     and a pair is used as long as no further table is loaded, and none written to,
 //     that the rules may look into (pair.cpp).
 // P6  After a run the session holds what D and E left for the last character, prevSrcCode what they
 //     left for the one before it, and sums of counts and positions (finish.cpp). Nothing else
@@ -79,11 +79,10 @@ enum class strictness : u8 { none, characters, codes };
 // Unicode charsets, the scalars in another form.
 enum class block_form : u8 { none, entries, scalars };
 
-// Everything that decides the bytes of a character, but for what there is of tables.
+// Everything that decides the bytes of a character, but for what there is of tables. The rules
+// follow from the charsets.
 struct pair_key {
     const charset_group *source, *target;
-    const rule_row *read, *write;
-    u32 source_number, target_number; // the rules look at those too
     u64 options;
 
     bool operator==(const pair_key&) const = default;
