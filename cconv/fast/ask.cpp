@@ -15,7 +15,7 @@ namespace fast {
 
 namespace {
 
-constexpr u32 nobody = ~0U; // what no rule fills in
+constexpr u32 nobody = ~0U; // in fields that an encode rule did not fill in
 constexpr std::size_t output_bytes = 32;
 
 enum class verdict : u8 { plain, by_rules, cut };
@@ -23,7 +23,7 @@ enum class verdict : u8 { plain, by_rules, cut };
 // ---- Running the rules -------------------------------------------------------------------------
 
 // The state between two characters, with nothing in it that a rule could take for its own.
-void reset(session& s, std::span<const u8> k, std::span<u8> out, u32 source_word, u32 target_word) {
+void reset(session& s, std::span<const u8> k, std::span<u8> out, u32 source_word) {
     s.inBuf = k.data();
     s.inPos = 0;
     s.inLen = static_cast<i32>(k.size());
@@ -33,12 +33,10 @@ void reset(session& s, std::span<const u8> k, std::span<u8> out, u32 source_word
     s.outLen = static_cast<i32>(out.size());
     s.outCount = 0;
     s.status = PVZAN_WRITTEN;
-    s.charSetNo = nobody;
-    s.charSetType = static_cast<u16>(nobody);
     s.srcShiftSet = source_word;
     s.outSetNo = nobody;
     s.outSetType = static_cast<u16>(nobody);
-    s.dstShiftSet = target_word;
+    s.dstShiftSet = 0;
     s.dstShiftPlane = 0;
     s.srcCode = 0;
 }
@@ -47,7 +45,7 @@ constexpr bool is_break(u8 byte) {
     return byte == '\r' || byte == '\n';
 }
 
-// Runs D on k: whether it read one character, and all of k. A strict pair goes on with the
+// Runs D on k: whether it read a character, and all of k. A strict pair goes on with the
 // character of Unicode.
 verdict decode(pair& p, std::span<const u8> k, u32 state) {
     session& s = p.neutral;
@@ -61,10 +59,10 @@ verdict decode(pair& p, std::span<const u8> k, u32 state) {
     const bool same_state =
         behind == state || (states.codes != nullptr && k.size() == 1 && is_break(k[0]) &&
                             behind == states.codes->line.applied_to(state));
-    const bool one = s.status == PVZAN_DECODED && s.inCount == 1 &&
-                     s.inPos == static_cast<i32>(k.size()) && s.charSetNo != nobody &&
-                     s.charSetType != static_cast<u16>(nobody) && same_state;
-    if (one && p.strict != strictness::none) {
+    if (s.status != PVZAN_DECODED || s.inPos != static_cast<i32>(k.size()) || !same_state) {
+        return verdict::by_rules;
+    }
+    if (p.strict != strictness::none) {
         character c{0, 0};
         const bool by_escapes =
             p.plan.source->read == reading::escapes || p.plan.target->read == reading::escapes;
@@ -73,13 +71,13 @@ verdict decode(pair& p, std::span<const u8> k, u32 state) {
         }
         put_character(&s, c);
     }
-    return one ? verdict::plain : verdict::by_rules;
+    return verdict::plain;
 }
 
 // Whether E wrote whole codes, and filled in every field.
 bool wrote(const session& s) {
     return s.status == PVZAN_WRITTEN && s.outPos > 0 && s.outCount > 0 && s.outSetNo != nobody &&
-           s.outSetType != static_cast<u16>(nobody) && s.dstShiftPlane == 0;
+           s.outSetType != static_cast<u16>(nobody);
 }
 
 // Whether nothing but a code of the first set is written for line breaks.
@@ -130,32 +128,19 @@ std::optional<std::size_t> way_size(const charset_states& states, u32 from, u32 
     return way.size;
 }
 
-// With a target that has states: what was written before the code is the way to its set, from the
-// begin of a text as from the state behind it.
-bool separate_way(pair& p, std::span<const u8> k, u32 source_word, std::span<u8>& written,
-                  answer& a) {
-    session& s = p.neutral;
+// With a target that has states: what was written before the code is the way to its set.
+bool separate_way(pair& p, std::span<u8>& written, answer& a) {
     const charset_states& states = p.plan.target_states;
-    const u32 begin = states.state_of(0), word = s.dstShiftSet, behind = states.state_of(word);
+    const u32 begin = states.state_of(0), behind = states.state_of(p.neutral.dstShiftSet);
     for (u32 set = 1; set <= line_way; ++set) {
         const auto size = set <= states.codes->set_count || set == line_way
                               ? way_size(states, begin, set, written, behind)
                               : std::nullopt;
-        if (!size || !are_codes_of(*states.codes, set, written.subspan(*size))) {
-            continue;
+        if (size && are_codes_of(*states.codes, set, written.subspan(*size))) {
+            written = written.subspan(*size);
+            a.set = static_cast<u8>(set);
+            return true;
         }
-        std::array<u8, output_bytes> once_more;
-        reset(s, k, once_more, source_word, word);
-        if (decode(p, k, p.plan.source_states.state_of(source_word)) != verdict::plain) {
-            return false;
-        }
-        encode_step(&s);
-        const auto second = std::span(once_more).first(static_cast<std::size_t>(s.outPos));
-        const auto again = way_size(states, behind, set, second, behind);
-        written = written.subspan(*size);
-        a.set = static_cast<u8>(set);
-        return wrote(s) && states.state_of(s.dstShiftSet) == behind && again &&
-               std::ranges::equal(second.subspan(*again), written);
     }
     return false;
 }
@@ -218,8 +203,7 @@ bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, con
 verdict ask(pair& p, std::span<const u8> k, u32 state, answer& a) {
     session& s = p.neutral;
     std::array<u8, output_bytes> out;
-    const u32 source_word = p.plan.source_states.word_of(state);
-    reset(s, k, out, source_word, 0);
+    reset(s, k, out, p.plan.source_states.word_of(state));
     const verdict read = decode(p, k, state);
     if (read != verdict::plain) {
         return read;
@@ -242,9 +226,8 @@ verdict ask(pair& p, std::span<const u8> k, u32 state, answer& a) {
     if (strict && !comes_back(p, k, written, c)) {
         return verdict::by_rules;
     }
-    const bool whole = p.plan.target_states.codes != nullptr
-                           ? separate_way(p, k, source_word, written, a)
-                           : s.dstShiftSet == 0;
+    const bool whole =
+        p.plan.target_states.codes != nullptr ? separate_way(p, written, a) : s.dstShiftSet == 0;
     if (!whole || !note_bytes(a, written)) {
         return verdict::by_rules;
     }

@@ -63,8 +63,8 @@ public:
           at_hand_(to_ != nullptr ? set_at_hand(*to_, r.out_state) : 0),
           has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)),
           in_run_(has_runs_) {
-        if (to_ != nullptr) {
-            ways_ = {};
+        for (std::size_t set = 0; to_ != nullptr && set < ways_.size(); ++set) {
+            ways_[set].from = 0;
         }
     }
 

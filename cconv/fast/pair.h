@@ -7,12 +7,10 @@
 // P1  Length and meaning of k follow from k. D's traits say how: by the lead byte, by the scalar,
 //     by the set designated. Where sets decide, their widths ascend, so that no longer code is
 //     tried before a shorter one (plan.cpp).
-// P2  What E writes follows from set and code, and for a rule that designates sets from the set
-//     designated before: it is asked twice, for the escape sequence and for the code. So what it
-//     writes in place of a character that the target lacks follows from the substitute, and is
-//     asked about once in a call (ask.cpp).
-// P3  D and E, run on k alone in the neutral session, use up k, read one character, write whole
-//     codes, and fill in every field that characters fill in (ask.cpp).
+// P2  What E writes follows from set and code, and where there are states from the way to the set,
+//     which E's own writer tells: find_way. So an answer has the code alone (ask.cpp).
+// P3  D and E, run on k alone in the neutral session, use up k, write whole codes, and fill in every
+//     field that characters fill in (ask.cpp).
 // P4  What is not so is the rules' own, and its entry says so: marks that may join a letter,
 //     letters that a mark may follow where a run ends before the end of the input (finish.cpp), a
 //     line feed behind a carriage return (fast.cpp; inside a run, loop.cpp), user-defined sets,
