@@ -56,8 +56,9 @@ struct codec_traits {
     std::array<u8, 4> leads = {0x81, 0xFE, 0x81, 0xFE};
     scan_function scan = nullptr;
     bool (*may_end)(const charset_group* group,
-                    u32 state) = nullptr; // whether a text may end in that state
-    std::span<const u32> sets{};          // looked up in the registry, even if not in the charset
+                    u32 state) = nullptr;         // whether a text may end in that state
+    const struct iso2022_codec* states = nullptr; // how designations and shifts change the state
+    std::span<const u32> sets{}; // looked up in the registry, even if not in the charset
 
     // ---- The encode rule
     bool designates = false;   // writes an escape sequence if the set changes
