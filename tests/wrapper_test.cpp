@@ -87,18 +87,41 @@ TEST(Wrapper, FiltersStreams) {
 
 TEST(Wrapper, NamesWhatItDetects) {
     test::use_shipped_charsets();
-    for (const char* name : {"sjis", "euc-jp", "iso-2022-jp", "utf-8", "utf-16"}) {
-        std::string text;
-        for (int i = 0; i < 20; ++i) {
-            text += "これは日本語の文章です。\r\n";
-        }
-        const std::string bytes = pvzan::convert(text, "utf-8", name).value();
+    std::string japanese, russian = "<?xml version='1.0' encoding='koi8-r'?>";
+    for (int i = 0; i < 20; ++i) {
+        japanese += "これは日本語の文章です。\r\n";
+        russian += "\u2028Это русский текст, который надо узнать.\n";
+    }
+    const struct {
+        const char* charset;
+        const std::string& text;
+        std::uint32_t line_break;
+    } rows[] = {
+        {"cp932", japanese, PVZAN_NEWLINE_CRLF},
+        {"euc-jp", japanese, PVZAN_NEWLINE_CRLF},
+        {"iso-2022-jp", japanese, PVZAN_NEWLINE_CRLF},
+        {"utf-8", japanese, PVZAN_NEWLINE_CRLF},
+        {"utf-16", japanese, PVZAN_NEWLINE_CRLF},
+        {"utf-16le", japanese, PVZAN_NEWLINE_CRLF},
+        {"utf-8-sig", russian, 4},
+        {"koi8-r", russian, PVZAN_NEWLINE_LF},
+    };
+    for (const auto& [charset, text, line_break] : rows) {
+        pvzan::options how;
+        how.on_fault = pvzan::replace_with("");
+        const std::string bytes = pvzan::convert(text, "utf-8", charset, how).text;
         const auto found = pvzan::detect(bytes);
-        ASSERT_TRUE(found) << name;
-        EXPECT_EQ(found->line_break, PVZAN_NEWLINE_CRLF) << name;
-        EXPECT_EQ(pvzan::convert(bytes, found->charset_name(), "utf-8").text, text) << name;
+        ASSERT_TRUE(found) << charset;
+        EXPECT_EQ(found->line_break, line_break) << charset;
+        EXPECT_EQ(found->declared, text == russian) << charset;
+        EXPECT_EQ(found->big_endian, charset != std::string("utf-16le"));
+        EXPECT_EQ(found->mark, bytes[0] == '\xFE' || bytes[0] == '\xEF') << charset;
+        EXPECT_EQ(pvzan::convert(bytes, found->charset_name(), "utf-8").text,
+                  pvzan::convert(bytes, charset, "utf-8").text)
+            << charset << ' ' << found->name;
     }
     EXPECT_FALSE(pvzan::detect(""));
+    EXPECT_FALSE(pvzan::detect("\x7F\x45LF\2\1\1\0\0\0\0"s));
 }
 
 } // namespace
