@@ -1,0 +1,176 @@
+#include "tools/pvzan/report/shown_text.h"
+
+#include <algorithm>
+#include <array>
+#include <fmt/core.h>
+#include <span>
+#include <utility>
+
+namespace tool {
+
+namespace {
+
+using scalar_range = std::pair<char32_t, char32_t>;
+
+bool is_in(std::span<const scalar_range> ranges, char32_t scalar) {
+    return std::ranges::any_of(ranges, [scalar](const scalar_range& range) {
+        return scalar >= range.first && scalar <= range.second;
+    });
+}
+
+// Whether it takes two columns.
+bool is_wide(char32_t scalar) {
+    constexpr std::array<scalar_range, 9> wide = {{{0x1100, 0x115F},
+                                                   {0x2E80, 0x303E},
+                                                   {0x3041, 0xA4CF},
+                                                   {0xAC00, 0xD7A3},
+                                                   {0xF900, 0xFAFF},
+                                                   {0xFE30, 0xFE6F},
+                                                   {0xFF01, 0xFF60},
+                                                   {0xFFE0, 0xFFE6},
+                                                   {0x1F300, 0x3FFFD}}};
+    return is_in(wide, scalar);
+}
+
+// Those of which vendors' tables hold one or the other.
+std::string_view look_alike_name(char32_t scalar) {
+    constexpr std::array<std::pair<char32_t, std::string_view>, 25> names = {{
+        {0x00A2, "CENT SIGN"},
+        {0x00A3, "POUND SIGN"},
+        {0x00A5, "YEN SIGN"},
+        {0x00A6, "BROKEN BAR"},
+        {0x00AC, "NOT SIGN"},
+        {0x00AF, "MACRON"},
+        {0x2014, "EM DASH"},
+        {0x2015, "HORIZONTAL BAR"},
+        {0x2016, "DOUBLE VERTICAL LINE"},
+        {0x203E, "OVERLINE"},
+        {0x2212, "MINUS SIGN"},
+        {0x2225, "PARALLEL TO"},
+        {0x2985, "LEFT WHITE PARENTHESIS"},
+        {0x2986, "RIGHT WHITE PARENTHESIS"},
+        {0x301C, "WAVE DASH"},
+        {0xFF0D, "FULLWIDTH HYPHEN-MINUS"},
+        {0xFF5E, "FULLWIDTH TILDE"},
+        {0xFF5F, "FULLWIDTH LEFT WHITE PARENTHESIS"},
+        {0xFF60, "FULLWIDTH RIGHT WHITE PARENTHESIS"},
+        {0xFFE0, "FULLWIDTH CENT SIGN"},
+        {0xFFE1, "FULLWIDTH POUND SIGN"},
+        {0xFFE2, "FULLWIDTH NOT SIGN"},
+        {0xFFE3, "FULLWIDTH MACRON"},
+        {0xFFE4, "FULLWIDTH BROKEN BAR"},
+        {0xFFE5, "FULLWIDTH YEN SIGN"},
+    }};
+    const auto* found =
+        std::ranges::find(names, scalar, &std::pair<char32_t, std::string_view>::first);
+    return found == names.end() ? std::string_view() : found->second;
+}
+
+} // namespace
+
+std::string utf8_of(char32_t scalar) {
+    const auto byte = [](char32_t value) { return static_cast<char>(value); };
+    if (scalar < 0x80) {
+        return {byte(scalar)};
+    }
+    if (scalar < 0x800) {
+        return {byte(0xC0 | scalar >> 6), byte(0x80 | (scalar & 0x3F))};
+    }
+    if (scalar < 0x10000) {
+        return {byte(0xE0 | scalar >> 12), byte(0x80 | (scalar >> 6 & 0x3F)),
+                byte(0x80 | (scalar & 0x3F))};
+    }
+    return {byte(0xF0 | scalar >> 18), byte(0x80 | (scalar >> 12 & 0x3F)),
+            byte(0x80 | (scalar >> 6 & 0x3F)), byte(0x80 | (scalar & 0x3F))};
+}
+
+std::optional<utf8_character> first_character(std::string_view text) {
+    const auto byte = [&](std::size_t i) {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
+    };
+    const unsigned lead = byte(0);
+    const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    if (text.empty() || (lead >= 0x80 && lead < 0xC2) || lead > 0xF4) {
+        return std::nullopt;
+    }
+    char32_t scalar = length == 1 ? lead : lead & (0x7FU >> length);
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xC0) != 0x80) {
+            return std::nullopt;
+        }
+        scalar = scalar << 6 | (byte(i) & 0x3F);
+    }
+    // What could be written shorter, a surrogate, or beyond Unicode.
+    const bool whole = utf8_of(scalar).size() == length && scalar <= 0x10FFFF &&
+                       (scalar < 0xD800 || scalar > 0xDFFF);
+    return whole ? std::optional(utf8_character{scalar, length}) : std::nullopt;
+}
+
+// Controls, marks that join what is before them, what turns the direction of writing, private use.
+bool is_visible(char32_t scalar) {
+    constexpr std::array<scalar_range, 12> hidden = {{{0x00, 0x1F},
+                                                      {0x7F, 0xA0},
+                                                      {0x0300, 0x036F},
+                                                      {0x200B, 0x200F},
+                                                      {0x2028, 0x202E},
+                                                      {0x2060, 0x206F},
+                                                      {0x3099, 0x309A},
+                                                      {0xD800, 0xF8FF},
+                                                      {0xFE00, 0xFE0F},
+                                                      {0xFEFF, 0xFEFF},
+                                                      {0xFFF0, 0xFFFC},
+                                                      {0xE0000, 0x10FFFF}}};
+    return !is_in(hidden, scalar);
+}
+
+std::string code_point(char32_t scalar) {
+    return fmt::format("U+{:04X}", static_cast<std::uint32_t>(scalar));
+}
+
+std::string character_text(char32_t scalar) {
+    std::string text = code_point(scalar);
+    if (is_visible(scalar)) {
+        text += " " + utf8_of(scalar);
+    }
+    const std::string_view name = look_alike_name(scalar);
+    return name.empty() ? text : fmt::format("{} {}", text, name);
+}
+
+// ---- Excerpts ----------------------------------------------------------------------------------
+
+void line_excerpt::add(char32_t scalar) {
+    constexpr char32_t last_short = 0xFF;
+    if (is_visible(scalar)) {
+        add({utf8_of(scalar), is_wide(scalar) ? 2U : 1U});
+        return;
+    }
+    const auto value = static_cast<std::uint32_t>(scalar);
+    const std::string code = scalar == '\t'         ? " "
+                             : scalar <= last_short ? fmt::format("\\x{:02x}", value)
+                                                    : fmt::format("\\u{{{:x}}}", value);
+    add({code, code.size()});
+}
+
+void line_excerpt::add_fault() {
+    add({"\u2592", 1});
+}
+
+void line_excerpt::add(cell c) {
+    constexpr std::size_t most_columns = 50;
+    columns_ += c.columns;
+    shown_.push_back(std::move(c));
+    while (columns_ > most_columns) {
+        columns_ -= shown_.front().columns;
+        shown_.pop_front();
+    }
+}
+
+std::string line_excerpt::text() const {
+    std::string whole;
+    for (const cell& c : shown_) {
+        whole += c.text;
+    }
+    return whole;
+}
+
+} // namespace tool
