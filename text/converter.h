@@ -73,6 +73,9 @@ struct fault {
 struct known_scalar {
     u32 letter; // no_character's: nothing
     character back;
+    // What is written for it, where that does not depend on what is before; size 0: it may.
+    u8 size;
+    u8 bytes[11];
 };
 
 // What stands at the begin of a text.
@@ -117,8 +120,8 @@ struct pvzan_converter {
     u32 substitute;       // 0: not chosen yet
     text::standing now;
     text::fault fault;
-    u8 bytes_known[256]; // what is known of bytes: see fault.cpp
-    text::known_scalar known[64];
+    u8 bytes_known[256];           // what is known of bytes: see fault.cpp
+    text::known_scalar known[128]; // by their last bits, so that ASCII stands beside each other
 };
 
 namespace text {
