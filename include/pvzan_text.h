@@ -343,7 +343,8 @@ PVZAN_TEXT_API pvzan_outcome pvzan_answer(pvzan_converter* converter, int32_t ho
                                           size_t* room);
 
 /* Copies the fault that was told last; fault->size is set by the caller. 1; 0: there is none, or a
- * null pointer. It can be had until the next pvzan_feed that moves on, behind pvzan_answer, too. */
+ * null pointer. It can be had until the next pvzan_feed that moves on, behind pvzan_answer, too.
+ * Most of the time goes into the words and the relative: a size that ends before them saves it. */
 PVZAN_TEXT_API int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* fault);
 
 /* Copies, of the fault that was told last, the place and what is wrong, in words: "2:5: invalid
