@@ -13,19 +13,15 @@ namespace {
 
 using namespace std::string_literals;
 
-// Each in a process of its own: the directory is settled once.
+// In a process of its own: the directory is settled once.
 TEST(Wrapper, SettlesTheCharsetDirectory) {
     test::in_child([] {
-        ::setenv("PVZAN_CHARSET_DIR", PVZAN_BASE2_DIR, 1);
+        ::setenv("PVZAN_CHARSET_DIR", "/", 1);
+        EXPECT_EQ(ZAN_setCharsetPath(PVZAN_BASE2_DIR), 1U); // the program's own choice stands
         EXPECT_EQ(pvzan::convert("x", "ascii", "utf-8").text, "x");
         EXPECT_EQ(pvzan::charset_directory(), PVZAN_BASE2_DIR);
-        EXPECT_FALSE(pvzan::use_charsets("/another"));
-        EXPECT_TRUE(pvzan::use_charsets(PVZAN_BASE2_DIR));
-    });
-    test::in_child([] {
-        EXPECT_EQ(ZAN_setCharsetPath(PVZAN_BASE2_DIR), 1U); // the program's own choice stands
         EXPECT_FALSE(pvzan::use_charsets("/"));
-        EXPECT_EQ(pvzan::charset_directory(), PVZAN_BASE2_DIR);
+        EXPECT_TRUE(pvzan::use_charsets(PVZAN_BASE2_DIR));
     });
 }
 
@@ -58,26 +54,22 @@ TEST(Wrapper, FiltersStreams) {
     for (int i = 0; i < 5000; ++i) {
         text += "文字コード" + std::to_string(i) + "\n";
     }
-    std::ostringstream file;
+    text += "。"; // whose set is to be closed
+    std::ostringstream file, refused;
     {
         pvzan::output_filter filter(file.rdbuf(), "utf-8", "iso-2022-jp");
         std::ostream out(&filter);
         for (std::size_t at = 0; at < text.size(); at += 777) {
             out << text.substr(at, 777) << std::flush;
         }
-        out << "。";
         EXPECT_TRUE(out);
     }
-    const std::string written = file.str();
-    EXPECT_EQ(written.substr(written.size() - 3), "\x1B(B");
-    std::istringstream source(written);
+    std::istringstream source(file.str());
     pvzan::input_filter filter(source.rdbuf(), "iso-2022-jp", "utf-8");
     std::istream in(&filter);
-    const std::string read((std::istreambuf_iterator<char>(in)), {});
+    EXPECT_EQ(std::string((std::istreambuf_iterator<char>(in)), {}), text);
     EXPECT_TRUE(filter.so_far());
-    EXPECT_EQ(read, text + "。");
 
-    std::ostringstream refused;
     pvzan::output_filter strict(refused.rdbuf(), "utf-8", "sjis");
     std::ostream out(&strict);
     out << "☃" << std::flush;

@@ -11,81 +11,63 @@
 #include <unistd.h>
 
 /* The library's calls, as found in it. */
-static struct {
-    void (*my_init)(void);
-    void (*my_fini)(void);
-    uint32_t (*ZAN_setCharsetPath)(const char*);
-    uint32_t (*cconvInitConvert)(pvzan_session*, const pvzan_target_options*, const char*);
-    uint32_t (*cconvChgCharset)(pvzan_session*, const pvzan_source_options*, const char*);
-    uint32_t (*cconvConvert)(pvzan_session*);
-    uint32_t (*cconvTermConvert)(pvzan_session*);
-} calls;
+#define CALLS(each)                                                                                \
+    each(void, my_init, (void)) each(void, my_fini, (void))                                        \
+        each(uint32_t, ZAN_setCharsetPath, (const char*))                                          \
+            each(uint32_t, cconvInitConvert,                                                       \
+                 (pvzan_session*, const pvzan_target_options*, const char*))                       \
+                each(uint32_t, cconvChgCharset,                                                    \
+                     (pvzan_session*, const pvzan_source_options*, const char*))                   \
+                    each(uint32_t, cconvConvert, (pvzan_session*))                                 \
+                        each(uint32_t, cconvTermConvert, (pvzan_session*))
 
 /* ISO C has no conversion between object and function pointers; POSIX says they are alike. */
-#define FIND(name)                                                                                 \
-    {                                                                                              \
-        void* found = dlsym(library, #name);                                                       \
-        if (!found) {                                                                              \
-            fprintf(stderr, "no symbol " #name "\n");                                              \
-            return 1;                                                                              \
-        }                                                                                          \
-        memcpy(&calls.name, &found, sizeof found);                                                 \
-    }
+#define DECLARE(result, name, arguments) result(*name) arguments;
+#define FIND(result, name, arguments)                                                              \
+    found = dlsym(library, #name);                                                                 \
+    missing += found == NULL;                                                                      \
+    memcpy(&calls.name, &found, sizeof found);
+
+static struct { CALLS(DECLARE) } calls;
 
 static int convert(void* library, const char* charsets) {
     /* "A", two kanji, a half-width katakana, a byte that is no character, a line break */
     static const unsigned char text[] = {'A', 0x88, 0x9F, 0xEA, 0xA4, 0xB1, 0xA0, '\r', '\n'};
-    static const unsigned char expected[] = {'A',  0xE4, 0xBA, 0x9C, 0xE7, 0x86,
-                                             0x99, 0xEF, 0xBD, 0xB1, '\n'};
-    static pvzan_session cleared, session_of_all_rounds;
-    pvzan_session* session = &session_of_all_rounds;
+    static const char expected[] = "A\xE4\xBA\x9C\xE7\x86\x99\xEF\xBD\xB1\n";
+    static pvzan_session cleared, session;
     unsigned char result[64];
-    unsigned char out[3];
-    size_t length = 0;
-    unsigned faults = 0;
-    uint32_t status;
-    pvzan_target_options target;
+    static pvzan_target_options target;
     pvzan_source_options source = {1, 0, 0};
+    uint32_t opened, status[3];
+    int missing = 0;
+    void* found;
 
-    FIND(my_init)
-    FIND(my_fini)
-    FIND(ZAN_setCharsetPath)
-    FIND(cconvInitConvert)
-    FIND(cconvChgCharset)
-    FIND(cconvConvert)
-    FIND(cconvTermConvert)
-
-    *session = cleared;
-    memset(&target, 0, sizeof target);
+    CALLS(FIND)
+    if (missing > 0) {
+        fprintf(stderr, "%d symbols are missing\n", missing);
+        return 1;
+    }
+    session = cleared;
     target.convertNewline = 1;
     target.newlineMode = PVZAN_NEWLINE_LF;
     calls.my_init();
-    if (!calls.ZAN_setCharsetPath(charsets) ||
-        calls.cconvInitConvert(session, &target, "UTF-8") != 0 ||
-        calls.cconvChgCharset(session, &source, "Shift_JIS") != 0) {
-        fprintf(stderr, "cannot open the conversion\n");
-        return 1;
-    }
-    session->inBuf = text;
-    session->inLen = (int32_t)sizeof text;
-    session->outBuf = out;
-    session->outLen = (int32_t)sizeof out;
-    do {
-        status = calls.cconvConvert(session);
-        if (status == PVZAN_DONE) {
-            status = calls.cconvTermConvert(session);
-        }
-        memcpy(result + length, out, (size_t)session->outPos);
-        length += (size_t)session->outPos;
-        session->outPos = 0;
-        faults += status == PVZAN_INVALID_INPUT;
-    } while (status != PVZAN_DONE && length < sizeof result - sizeof out && faults < 2);
+    opened = calls.ZAN_setCharsetPath(charsets) &&
+             calls.cconvInitConvert(&session, &target, "UTF-8") == PVZAN_DONE &&
+             calls.cconvChgCharset(&session, &source, "Shift_JIS") == PVZAN_DONE;
+    session.inBuf = text;
+    session.inLen = (int32_t)sizeof text;
+    session.outBuf = result;
+    session.outLen = (int32_t)sizeof result;
+    status[0] = calls.cconvConvert(&session);
+    status[1] = calls.cconvConvert(&session);
+    status[2] = calls.cconvTermConvert(&session);
     calls.my_fini();
-
-    if (status != PVZAN_DONE || faults != 1 || length != sizeof expected ||
-        memcmp(result, expected, length) != 0 || session->inCount != 6) {
-        fprintf(stderr, "status %u, %u faults, %u bytes, %u characters\n", (unsigned)status, faults,
-                (unsigned)length, (unsigned)session->inCount);
+    if (!opened || status[0] != PVZAN_INVALID_INPUT || status[1] != PVZAN_DONE ||
+        status[2] != PVZAN_DONE || session.outPos != (int32_t)sizeof expected - 1 ||
+        memcmp(result, expected, sizeof expected - 1) != 0 || session.inCount != 6) {
+        fprintf(stderr, "opened %u, status %u %u %u, %d bytes, %u characters\n", (unsigned)opened,
+                (unsigned)status[0], (unsigned)status[1], (unsigned)status[2], (int)session.outPos,
+                (unsigned)session.inCount);
         return 1;
     }
     return 0;
