@@ -4,10 +4,9 @@
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# Packages of Debian 12. What the build needs: the compiler and build programs; CLI11 and fmt for the
-# tool; GoogleTest for its tests, and Python, a second opinion on character codes, for which there is a
-# module.
-build_packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libgtest-dev python3 python3-dev)
+# Packages of Debian 12. What the build needs: the compiler and build programs; fmt for the tool; GoogleTest for its
+# tests, and Python, a second opinion on character codes, for which there is a module.
+build_packages=(g++ cmake ninja-build libfmt-dev libgtest-dev python3 python3-dev)
 # What running the tests needs: pkg-config; zsh and fish for their completion, groff for the manual
 # pages, those in four languages to tell the charsets of; a user of the tool, and one of iconv(3).
 # shellcheck disable=SC2034 # for scripts/test

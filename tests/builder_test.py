@@ -65,7 +65,7 @@ class Builder(Room):
         for table, changes, omit, message in (
                 ("more", good, "# none\n", None), ("more", good.replace("changes", "pairs"), "mini.xml\nshift.xml\n", None),
                 ("more", good.replace("2122", "2124"), "\n", "tables/more.tsv:3: the table has no two-way code 2124"),
-                ("more", good.replace("3046", "3044"), "\n", "tables/more.tsv:3: the table has this pair already"),
+                ("more", good.replace("3046", "3044"), "\n", "tables/more.tsv:3: the table already has this pair"),
                 ("more", good.replace("changes 1", "changes 2"), "\n", "tables/more.tsv: declares 2 pairs, has 1"),
                 ("less", good, "\n", "tables/less.tsv: there is no such table to change"),
                 ("more", good, "\nnone.xml\n", "omit:2: there is no definition none.xml")):
@@ -205,13 +205,13 @@ class ListCheck(Room):
         for file, text, by, complaint in (
                 ("private.xml", "<name>private</name>", "", "not taken: the element name is missing"),
                 ("private.xml", "<charset>", "", "not taken: the element charset is missing"),
-                ("private.xml", ' destrule="destSAME"', "", "not taken: its rule element lacks construle= or destrule="),
-                ("private.xml", '<!ENTITY set-one SYSTEM "one.set"> ', "", "not taken: the entity set-one is not declared in it"),
-                ("private.xml", '<!ENTITY table-one SYSTEM "one.txt"> ', "", "not taken: the entity table-one is not declared in it"),
+                ("private.xml", ' destrule="destSAME"', "", "not taken: the element rule lacks construle= or destrule="),
+                ("private.xml", '<!ENTITY set-one SYSTEM "one.set"> ', "", "not taken: the entity set-one is not declared"),
+                ("private.xml", '<!ENTITY table-one SYSTEM "one.txt"> ', "", "not taken: the entity table-one is not declared"),
                 ("private.xml", "constSAME", "constNone", "private has no encode rule"),
                 ("one.set", '<lang domain="en"/>', "", "the element lang is missing"),
                 ("one.set", "<subseta>", "", "the element subseta is missing"),
-                ("one.txt", self.FILES["one.txt"], "", "the table is empty"), ("one.txt", "63\r\n", "63\n", "the table is cut")):
+                ("one.txt", self.FILES["one.txt"], "", "the table is empty"), ("one.txt", "63\r\n", "63\n", "the table is truncated")):
             with self.subTest(complaint):
                 self.write(file, text, by)
                 self.expect(f"{file}: {complaint}")
@@ -224,16 +224,16 @@ class ListCheck(Room):
         self.expect("second.xml: not taken: private is already defined by private.xml")
         for name, what in (("one.txt", "table"), ("one.set", "file")):
             (self.room / name).unlink()
-            self.expect(f"{name}: there is no such {what}")
+            self.expect(f"{name}: the {what} is missing")
         (self.room / "private.xml").write_text("<charset>utf-8</charset>")
-        self.expect("private.xml: not taken: it is not in UTF-16, UCS-2 or UCS-4")
+        self.expect("private.xml: not taken: the file is not in UTF-16, UCS-2 or UCS-4")
 
     def test_numbers_that_collide(self):
         """They are sums of letters times positions: 97 + 2 * 98 = 99 + 2 * 97."""
         for name in ("ab", "ca"):
             self.write("private.xml", "private", name)
             (self.room / "private.xml").rename(self.room / f"{name}.xml")
-        self.expect("ca.xml: the name ca has the number 4293 of ab")
+        self.expect("ca.xml: the name ca has the number 4293, as ab does")
 
     def test_it_agrees_with_the_library_on_cut_definitions(self):
         for length in range(0, len(self.FILES["private.xml"]), 7):

@@ -222,8 +222,8 @@ TEST(CountedCodes, AreRefusedWithTheReason) {
         const char *code, *table, *fault;
     } rows[] = {
         {"bytenum=\"2\" linear=\"A1-A4 30-39\"", "A130 4E00\r\nA230 0\r\n", nullptr},
-        {"bytenum=\"2\" linear=\"A1-A4 30-39\"", "A130 4E00\r\nA12F 0\r\n", "A12F is no code"},
-        {"bytenum=\"2\" linear=\"A1-A4 30-39\"", "A230 4E00\r\nA130 0\r\n", "A130 is no code"},
+        {"bytenum=\"2\" linear=\"A1-A4 30-39\"", "A130 4E00\r\nA12F 0\r\n", "A12F is not a code"},
+        {"bytenum=\"2\" linear=\"A1-A4 30-39\"", "A230 4E00\r\nA130 0\r\n", "A130 is not a code"},
         {"bytenum=\"2\" linear=\"A1-A4\"", "A1 4E00\r\n", "linear= needs"},
         {"bytenum=\"1\" linear=\"A1-A4 30-39\"", "A1 4E00\r\n", "linear= needs"},
         {"bytenum=\"1\" linear=\"A4-A1\"", "A1 4E00\r\n", "linear= needs"},

@@ -76,9 +76,9 @@ private:
         std::size_t size = 0;
         const bool is_there = path_of(file, nullptr, path) && read_regular(path, bytes, size);
         if (is_there && size > 0) {
-            tell(file, "it is not in UTF-16, UCS-2 or UCS-4");
+            tell(file, "the file is not in UTF-16, UCS-2 or UCS-4");
         } else {
-            tell(file, "there is no such file, or nothing in it");
+            tell(file, "the file is missing or empty");
         }
         return false;
     }
@@ -120,7 +120,7 @@ private:
         const auto rule = find_element(in, "rule", where.start);
         const auto encoder = rule ? find_key(in, "construle=", rule->start) : std::nullopt;
         if (rule && !(encoder && find_key(in, "destrule=", *encoder))) {
-            tell(file, "its rule element lacks construle= or destrule=");
+            tell(file, "the element rule lacks construle= or destrule=");
         }
         check_sets(file, in);
         check_iso2022(file, in, rule);
@@ -128,7 +128,7 @@ private:
         if (group == nullptr) {
             if (count_ == 0) {
                 tell(file,
-                     "the library does not take it: memory was short, or it has changed since");
+                     "the library did not accept it: memory was short, or it has changed since");
             }
             return;
         }
@@ -182,7 +182,7 @@ private:
                     ++code;
                 }
                 if (code > last) {
-                    tell(file, "%s has no code of %s", set.name, member->name);
+                    tell(file, "the set %s contains no code of %s", set.name, member->name);
                 }
             }
         }
@@ -192,7 +192,7 @@ private:
     bool is_out_of_reach(const char* file, const char* name) {
         char path[text_bytes];
         if (!further_path(name, path) || std::strcmp(path, file) != 0) {
-            tell(file, "the definition of %s must be called by that name, in lower case", name);
+            tell(file, "the file that defines %s must have that name, in lower case", name);
             return true;
         }
         const charset_group* group = find_group(name);
@@ -224,7 +224,7 @@ private:
             if (std::strcmp(taken, name) == 0) {
                 tell(file, "%s is already defined by %s", name, other);
             } else {
-                tell(file, "the name %s has the number %u of %s; choose another name", name,
+                tell(file, "the name %s has the number %u, as %s does; choose another name", name,
                      group_number(name), taken);
             }
             return true;
@@ -262,7 +262,7 @@ private:
         }
         owned_memory<char> found(xmlFindEntry(&in, entity.get()));
         if (found == nullptr) {
-            tell(file, "the entity %s is not declared in it", entity.get());
+            tell(file, "the entity %s is not declared", entity.get());
         }
         return found;
     }
@@ -323,7 +323,7 @@ private:
             }
         }
         if (taken[0] != '\0' && std::strcmp(taken, name) != 0) {
-            tell(file, "the name %s has the number %u of %s; choose another name", name,
+            tell(file, "the name %s has the number %u, as %s does; choose another name", name,
                  group_number(name), taken);
         }
     }
@@ -335,8 +335,7 @@ private:
         xmlGetName(&set, where.start, where.end, name);
         const basic_set* other = definitions_settled() ? registered_set(name) : nullptr;
         if (other != nullptr && std::strcmp(other->decodeTable->fileName, table) != 0) {
-            tell(file, "there is another set %s, with the table %s", name,
-                 other->decodeTable->fileName);
+            tell(file, "another set named %s has the table %s", name, other->decodeTable->fileName);
         }
     }
 
@@ -360,7 +359,7 @@ private:
         const bool named = path_of(file, nullptr, path) && path_of(file, ".cmp", cache);
         const owned_file table = named ? open_regular(path) : owned_file();
         if (table == nullptr) {
-            tell(file, "there is no such table; its set maps nothing");
+            tell(file, "the table is missing");
             return;
         }
         owned_memory<u8> buffer(static_cast<u8*>(ZAN_malloc(TABLE_READ_BYTES))), cached;
@@ -383,7 +382,7 @@ private:
             is_code = !is_code;
             if (is_code && counted != nullptr) {
                 if (!counted->has(number) || counted->number_of(number) < least) {
-                    tell(file, "%X is no code that linear= says, or out of order", number);
+                    tell(file, "%X is not a code that linear= allows, or is out of order", number);
                     return;
                 }
                 least = u64{counted->number_of(number)} + 1;
@@ -394,13 +393,12 @@ private:
         }
         const std::size_t left = bytes % (2 * sizeof number);
         if (bytes == left) {
-            tell(file, "the table is empty, or in another encoding than its definition");
+            tell(file, "the table is empty or not in the encoding of its definition");
         } else if (left != 0) {
-            tell(file,
-                 "the table is cut: its last line must end in a line break of two characters");
+            tell(file, "the table is truncated, or its last line does not end with CR LF");
         } else if (has_cache && !(same && cached_size / 8 == bytes / 8)) {
             tell(last_part(cache),
-                 "the cache differs from its table, and is used all the same: remove it");
+                 "the cache differs from its table, but the library uses it: remove it");
         }
     }
 

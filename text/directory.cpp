@@ -99,8 +99,8 @@ bool settle_directory(pvzan_error* error) {
     if (!definitions_settled() && !is_chosen()) {
         if (!find_directory(path)) {
             tell(error, PVZAN_ERROR_NO_DIRECTORY,
-                 "there is no charset directory, neither beside the library nor in %s; "
-                 "PVZAN_CHARSET_DIR may name one",
+                 "found no charset directory, neither beside the library nor in %s; "
+                 "set PVZAN_CHARSET_DIR to one",
                  PVZAN_INSTALLED_CHARSET_DIR);
             return false;
         }
@@ -126,7 +126,7 @@ int32_t pvzan_set_directory(const char* path, pvzan_error* error) {
         return 0;
     }
     if (ZAN_setCharsetPath(path) == 0 && std::strcmp(path, ZAN_getCharsetPath()) != 0) {
-        tell(error, PVZAN_ERROR_TOO_LATE, "the charset directory is settled already: %s",
+        tell(error, PVZAN_ERROR_TOO_LATE, "the charset directory has already been chosen: %s",
              ZAN_getCharsetPath());
         return 0;
     }

@@ -24,7 +24,7 @@ bool read_options(const pvzan_open_options* given, pvzan_open_options& how, pvza
                        how.on_invalid <= PVZAN_HEX && how.on_missing <= PVZAN_HEX &&
                        how.on_cut <= PVZAN_HEX;
     if (!known) {
-        tell(error, PVZAN_ERROR_OPTION, "an option that this version of the library does not know");
+        tell(error, PVZAN_ERROR_OPTION, "an option is unknown to this version of the library");
     }
     return known;
 }
@@ -150,7 +150,7 @@ bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* 
     load_tables(target, true, true);
     if (!prepare_session(c, source, target)) {
         tell(error, c.work.srcRule == nullptr ? PVZAN_ERROR_UNKNOWN_FROM : PVZAN_ERROR_UNKNOWN_TO,
-             "%s has no rule that converts it this way",
+             "%s cannot be converted in this direction",
              c.work.srcRule == nullptr ? c.from.shown : c.to.shown);
         return false;
     }
@@ -204,7 +204,7 @@ pvzan_converter* pvzan_open(const char* from, const char* to, const pvzan_open_o
     }
     auto* c = static_cast<pvzan_converter*>(ZAN_malloc(static_cast<i32>(sizeof(pvzan_converter))));
     if (c == nullptr) {
-        tell(error, PVZAN_ERROR_NO_MEMORY, "there is no memory for a converter");
+        tell(error, PVZAN_ERROR_NO_MEMORY, "not enough memory for a converter");
         return nullptr;
     }
     c->how = how;

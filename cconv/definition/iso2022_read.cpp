@@ -154,12 +154,11 @@ public:
     bool read() {
         tag whole;
         if (!tags_.read(whole) || whole.name.view() != "iso2022") {
-            return fail("the rule needs the element iso2022 behind the sets");
+            return fail("the rule needs an element iso2022 after the sets");
         }
         for (;;) {
             if (!tags_.read(tag_)) {
-                return fail(
-                    "the element iso2022 is not closed, or holds a tag that cannot be read");
+                return fail("the element iso2022 is not closed or contains a malformed tag");
             }
             const std::string_view name = tag_.name.view();
             if (name == "/iso2022") {
@@ -196,7 +195,7 @@ private:
         for (std::size_t i = 0; i < in.count; ++i) {
             const std::string_view name = in.attributes[i].name.view();
             if (std::ranges::find(known, name) == known.end()) {
-                return fail("%s is no attribute there", text_of(name));
+                return fail("%s is not an attribute of this element", text_of(name));
             }
         }
         return true;
@@ -229,13 +228,14 @@ private:
         set = {};
         if (name.empty() || name.size() >= sizeof set.name || name == "none" ||
             set_number(name) != no_set) {
-            return fail("a set needs a name of its own, of less than %zu letters", sizeof set.name);
+            return fail("each set needs a different name of fewer than %zu letters",
+                        sizeof set.name);
         }
         std::ranges::copy(name, set.name);
         const std::optional<u32> add =
             tag_.value("add").empty() ? 0 : hex_number(tag_.value("add"), ~0U);
         if (!add) {
-            return fail("%s: add= is no hexadecimal number", set.name);
+            return fail("%s: add= is not a hexadecimal number", set.name);
         }
         set.add = *add;
         if (!read_ranges(set) || !read_members(set)) {
@@ -254,16 +254,16 @@ private:
                                    : std::nullopt;
             const auto last = first ? hex_number({range.data() + 3, 2}, 0xFF) : std::nullopt;
             if (!last || *last < *first || set.width == 2) {
-                return fail("%s: bytes= is one or two ranges like 21-7E", set.name);
+                return fail("%s: bytes= must be one or two ranges such as 21-7E", set.name);
             }
             set.first[set.width] = static_cast<u8>(*first);
             set.last[set.width++] = static_cast<u8>(*last);
         }
         if (set.width == 0) {
-            return fail("%s: bytes= is one or two ranges like 21-7E", set.name);
+            return fail("%s: bytes= must be one or two ranges such as 21-7E", set.name);
         }
         const bool breaks = set.width > 1 && (set.may_be('\n', 0) || set.may_be('\r', 0));
-        return !breaks || fail("%s: 0A and 0D are line breaks, no codes", set.name);
+        return !breaks || fail("%s: 0A and 0D are line breaks and cannot be codes", set.name);
     }
     bool read_members(graphic_set& set) {
         std::string_view names = tag_.value("member");
@@ -271,7 +271,7 @@ private:
             const auto found = std::ranges::find_if(
                 members_, [=](const char* member) { return same_letters(member, name); });
             if (found == members_.end()) {
-                return fail("%s: %s is none of the charset's sets", set.name, text_of(name));
+                return fail("%s: %s is not one of the charset's sets", set.name, text_of(name));
             }
             if (set.member_count == set.members.size()) {
                 return fail("%s has more than %zu members", set.name, set.members.size());
@@ -295,7 +295,7 @@ private:
         for (std::string_view word = next_word(bytes); !word.empty(); word = next_word(bytes)) {
             const auto byte = hex_number(word, 0xFF);
             if (!byte || made.length == made.bytes.size()) {
-                return fail("bytes= is up to %zu bytes like 1B 24 42", made.bytes.size());
+                return fail("bytes= must be at most %zu bytes such as 1B 24 42", made.bytes.size());
             }
             made.bytes[made.length++] = static_cast<u8>(*byte);
         }
@@ -329,7 +329,7 @@ private:
             return made.silent ||
                    (number && out_.set_count > 0 && out_.set(1).width == 1 &&
                     out_.set(1).may_hold(*number)) ||
-                   fail("code= is no code of the first set");
+                   fail("code= is not a code of the first set");
         }
         const auto which = register_number(tag_.value("register"));
         made.set = set_number(tag_.value("set"));
@@ -350,7 +350,7 @@ private:
             if (!apart && std::equal(made.bytes.begin(),
                                      made.bytes.begin() + static_cast<std::ptrdiff_t>(common),
                                      other.bytes.begin())) {
-                return fail("\"%s\" is the begin of another sequence, or another one of it",
+                return fail("\"%s\" is the beginning of another sequence, or begins with one",
                             text_of(tag_.value("bytes")));
             }
         }
@@ -369,7 +369,7 @@ private:
         const auto first = out_.sets().begin();
         if (out_.set_count == 0 || first->width != 1) {
             return fail(
-                "the first set must be one of single bytes: line breaks and controls are its");
+                "the first set must have single-byte codes: line breaks and controls belong to it");
         }
         wanted_state initial{};
         if (!knows_attributes({"initial", "line", "close", "lineread"}, whole) ||
@@ -384,7 +384,7 @@ private:
                      : lines == "refuse" ? line_reading::refuse
                                          : line_reading::keep;
         if (!lines.empty() && lines != "keep" && out_.lines == line_reading::keep) {
-            return fail("lineread= is keep, reset or refuse");
+            return fail("lineread= must be keep, reset or refuse");
         }
         return registers_can_be_filled() && is_reachable("line", out_.line) &&
                is_reachable("close", out_.close) && sets_can_be_used();
@@ -399,8 +399,8 @@ private:
             const auto which = register_number(key == "shift" ? value : key);
             const u8 set = set_number(value);
             if (!which || (key != "shift" && set == no_set && value != "none")) {
-                return fail("%s: %s says neither what a register holds nor which is shifted in",
-                            what, text_of(word));
+                return fail("%s: %s must be like G1=NAME, G1=none or shift=G1", what,
+                            text_of(word));
             }
             if (key == "shift") {
                 state = {with_shift(state.value, *which), state.mask | shift_mask};
@@ -431,15 +431,17 @@ private:
         for (const control_sequence& s : out_.sequences()) {
             if ((s.kind == sequence_kind::shift || s.kind == sequence_kind::single) &&
                 !can_be_filled(s.which)) {
-                return fail("no set ever is in the register G%u that is shifted in", u32{s.which});
+                return fail("register G%u is shifted in, but no set can be designated to it",
+                            u32{s.which});
             }
         }
         if (out_.eight < register_count && !can_be_filled(out_.eight)) {
-            return fail("no set ever is in the register G%u of the bytes from A0 on",
-                        u32{out_.eight});
+            return fail(
+                "register G%u is for the bytes from A0 on, but no set can be designated to it",
+                u32{out_.eight});
         }
         return set_in(out_.initial, shifted(out_.initial)) != no_set ||
-               fail("initial: the register that is shifted in holds no set");
+               fail("initial: the register that is shifted in contains no set");
     }
     // From any state: what is to be held is always designated, or never anything else.
     bool is_reachable(const char* what, const wanted_state& state) {
@@ -470,7 +472,7 @@ private:
     bool sets_can_be_used() {
         for (u32 set = 1; set <= out_.set_count; ++set) {
             if (!can_hold(0, set) && !can_hold(1, set) && !can_hold(2, set) && !can_hold(3, set)) {
-                return fail("%s is never in a register", out_.set(set).name);
+                return fail("%s is never designated to a register", out_.set(set).name);
             }
         }
         return true;

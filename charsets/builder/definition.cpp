@@ -73,7 +73,7 @@ void check_content(const source_file& source, const element& checked,
         }
     }
     if (!text && !is_blank(checked.text)) {
-        source.fail(checked.line, "<" + checked.name + "> holds text");
+        source.fail(checked.line, "<" + checked.name + "> must not contain text");
     }
     if (checked.references.size() != references) {
         source.fail(checked.line, "<" + checked.name + "> refers to " +
@@ -94,10 +94,10 @@ std::string read_name(const source_file& source, const element& name) {
     check_leaf(source, name, {}, true);
     const bool fit = std::ranges::all_of(name.text, [](char c) { return c > ' ' && c <= '~'; });
     if (!fit || name.text.empty()) {
-        source.fail(name.line, "a name is ASCII without blanks, also around it");
+        source.fail(name.line, "a name must be ASCII, without blanks in or around it");
     }
     if (lower_case(name.text) != source.path.stem().string()) {
-        source.fail(name.line, "the file of " + name.text + " must bear its name in lower case");
+        source.fail(name.line, "the file of " + name.text + " must have that name, in lower case");
     }
     return name.text;
 }
@@ -120,13 +120,14 @@ std::vector<code_range> read_defined(const source_file& source, const element& d
     std::vector<code_range> ranges;
     const std::string& text = defined.text;
     if (text.find_first_not_of("0123456789ABCDEF- \n") != std::string::npos) {
-        source.fail(defined.line, "<defined> holds upper-case codes, hyphens and blanks");
+        source.fail(defined.line,
+                    "<defined> may contain only upper-case codes, hyphens and blanks");
     }
     for (std::size_t start = 0;
          (start = text.find_first_not_of(" \n", start)) != std::string::npos;) {
         const std::size_t end = text.find_first_of(" \n", start);
         if (end == std::string::npos) {
-            source.fail(defined.line, "the last code of <defined> needs a blank behind it");
+            source.fail(defined.line, "the last code of <defined> needs a blank after it");
         }
         const std::string word = text.substr(start, end - start);
         const std::size_t hyphen = std::min(word.find('-'), word.size());
@@ -193,7 +194,7 @@ void read_set_element(coded_set& set, const element& whole) {
 void read_rule(const source_file& source, const element& rule) {
     check_leaf(source, rule, {"construle", "destrule"});
     if (rule.attributes.front().name != "construle") {
-        source.fail(rule.line, "construle must stand before destrule");
+        source.fail(rule.line, "construle must come before destrule");
     }
     for (const attribute& found : rule.attributes) {
         const std::string_view kind = found.name == "construle" ? "const" : "dest";

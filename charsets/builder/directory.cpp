@@ -148,7 +148,7 @@ private:
             return;
         }
         if (checked.extra) {
-            checked.source.fail(0, set.name + " has an extra table as its own");
+            checked.source.fail(0, set.name + " uses an extra table as its own");
         }
         if (checked.linear != set.linear) {
             checked.source.fail(0, set.linear.empty()
@@ -182,7 +182,7 @@ private:
         }
         for (const extra_table& extra : linked.source->extras) {
             if (linked.table_file.empty()) {
-                source.fail(extra.line, "a set without a table never asks an extra one");
+                source.fail(extra.line, "a set without a table never uses an extra one");
             }
             const entity& declared = resolve(whole, extra.line, extra.entity);
             const table& values = find_table(whole, declared);
@@ -201,8 +201,7 @@ private:
                 const auto [before, added] = known.emplace(found.scalar, declared.file);
                 if (!added) {
                     source.fail(extra.line, hex(found.scalar) + " of " + declared.file +
-                                                " is never asked for: " + before->second +
-                                                " has it");
+                                                " is never used: " + before->second + " has it");
                 }
             }
         }
@@ -238,7 +237,7 @@ private:
         const source_file& source = whole.document.source;
         if (whole.goes_by_iso2022 != (whole.iso2022_line != 0)) {
             source.fail(whole.iso2022_line,
-                        "the rule ISO-2022 and the element iso2022 go together");
+                        "the rule ISO-2022 and the element iso2022 need each other");
         }
         if (!whole.goes_by_iso2022) {
             return;
@@ -263,14 +262,14 @@ private:
                 };
                 if (!file.empty() &&
                     std::ranges::none_of(directory_.tables.at(file).two_way, is_held)) {
-                    source.fail(whole.iso2022_line,
-                                std::string(set.name) + " has no code of " + names[place]);
+                    source.fail(whole.iso2022_line, std::string("the set ") + set.name +
+                                                        " contains no code of " + names[place]);
                 }
             }
         }
         if (const auto idle = std::ranges::find(used, false); idle != used.end()) {
             source.fail(whole.iso2022_line,
-                        std::string("no set of it has the member ") +
+                        std::string("none of its sets has the member ") +
                             names[static_cast<std::size_t>(idle - used.begin())]);
         }
     }
@@ -282,7 +281,8 @@ private:
         for (const member& found : whole.members) {
             members.push_back(link(whole, found));
             if (!seen.insert(members.back().set).second) {
-                whole.document.source.fail(found.line, members.back().set->name + " is here twice");
+                whole.document.source.fail(found.line,
+                                           members.back().set->name + " is listed twice");
             }
             check_extras(whole, members.back());
         }

@@ -159,9 +159,9 @@ void check_entity_search(const markup& document) {
         const std::size_t found = text.find(declared.name + ' ');
         constexpr std::string_view lead = "<!ENTITY ";
         if (found < lead.size() || text.substr(found - lead.size(), lead.size()) != lead) {
-            document.source.fail(declared.line,
-                                 "entity " + declared.name +
-                                     " is not found: its name stands before a blank in other text");
+            document.source.fail(
+                declared.line, "entity " + declared.name +
+                                   " is not found: its name also occurs before a blank elsewhere");
         }
     }
 }

@@ -12,7 +12,7 @@ void change_table(table& whole, const table& changes) {
             changes.source.fail(change.line, "the table has no two-way code " + hex(change.code));
         }
         if (found->scalar == change.scalar) {
-            changes.source.fail(change.line, "the table has this pair already");
+            changes.source.fail(change.line, "the table already has this pair");
         }
         found->scalar = change.scalar;
     }

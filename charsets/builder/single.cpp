@@ -49,7 +49,7 @@ void add_whole(directory& whole, table added) {
     charset made = read_charset(fill_in(definition_template, added));
     const bool is_new = whole.tables.emplace(stem + ".txt", added).second;
     if (!is_new || !whole.sets.emplace(stem + ".set", std::move(set)).second) {
-        added.source.fail(0, "there is a set or a table of this name");
+        added.source.fail(0, "a set or a table of this name already exists");
     }
     add_further(whole, std::move(made));
 }
@@ -60,14 +60,14 @@ void add_further(directory& whole, charset added) {
     const source_file source = added.document.source;
     const std::string file = lower_case(added.name) + ".xml";
     if (!whole.charsets.emplace(file, std::move(added)).second) {
-        source.fail(0, "there is a charset of this name");
+        source.fail(0, "a charset of this name already exists");
     }
     whole.further.insert(file);
 }
 
 void add_single_byte(directory& whole, table read) {
     if (read.charset.empty()) {
-        read.source.fail(0, "no %charset");
+        read.source.fail(0, "%charset is missing");
     }
     if (!read.exchanged.empty()) {
         table other = read;
@@ -75,7 +75,7 @@ void add_single_byte(directory& whole, table read) {
         const auto one = std::ranges::find(other.two_way, a, &pair::code);
         const auto two = std::ranges::find(other.two_way, b, &pair::code);
         if (one == other.two_way.end() || two == other.two_way.end()) {
-            read.source.fail(0, "%exchange names a code that is not there");
+            read.source.fail(0, "%exchange names a code that the table lacks");
         }
         std::swap(one->scalar, two->scalar);
         other.charset = read.exchanged;

@@ -67,7 +67,7 @@ source_file read_source(const std::filesystem::path& path) {
             file.fail(line, "not UTF-8");
         }
         if (file.text[offset] == '\r') {
-            file.fail(line, "carriage return: lines end in LF here");
+            file.fail(line, "carriage return: lines must end with LF");
         }
         if (file.text[offset] == '\n') {
             ++line;
@@ -75,7 +75,7 @@ source_file read_source(const std::filesystem::path& path) {
         offset += length;
     }
     if (file.text.empty() || file.text.back() != '\n') {
-        file.fail(line, "the last line has no end");
+        file.fail(line, "the last line does not end with a line feed");
     }
     return file;
 }
@@ -109,7 +109,7 @@ list_sources(const std::filesystem::path& directory,
         }
         if (!is_fit_name(entry.path().filename().string())) {
             throw source_error(entry.path(), 0,
-                               "file names are a-z, 0-9, '.', '_' and single '-' here");
+                               "file names may contain only a-z, 0-9, '.', '_' and single '-'");
         }
         paths.push_back(entry.path());
     }

@@ -80,7 +80,7 @@ struct table_reader {
         } else if (name == "exchange" && grid && result.exchanged.empty()) {
             const auto words = split(value, ' ');
             if (words.size() != 3 || result.charset.empty()) {
-                fail("%exchange needs two codes and a name, behind %charset");
+                fail("%exchange needs two codes and a name, after %charset");
             }
             result.exchanged_codes[0] = read_code(words[0]);
             result.exchanged_codes[1] = read_code(words[1]);
@@ -112,7 +112,7 @@ struct table_reader {
             fail("expected a hexadecimal code");
         }
         if (text != hex(code, grid->digits())) {
-            fail("codes have " + std::to_string(grid->digits()) + " upper-case digits here");
+            fail("codes must have " + std::to_string(grid->digits()) + " upper-case digits");
         }
         if (!grid->contains(code)) {
             fail(hex(code, grid->digits()) + " is not a code of %bytes");
@@ -144,7 +144,7 @@ struct table_reader {
         }
         const u32 both = in_one(letter, read_scalar(text.substr(plus + 1)));
         if (both == 0) {
-            fail(std::string(text) + " is no letter and mark that a code can have");
+            fail(std::string(text) + " is not a letter and mark that a code can have");
         }
         return both;
     }
@@ -154,7 +154,7 @@ struct table_reader {
             fail("0 stands for no mapping, and only code 0 can have it");
         }
         if (!section->empty() && section->back().code >= code) {
-            fail("code " + hex(code, grid->digits()) + " is not in order");
+            fail("code " + hex(code, grid->digits()) + " is out of order");
         }
         section->push_back({code, scalar, line});
     }
@@ -170,10 +170,10 @@ struct table_reader {
         const std::size_t count = grid->number_of(last) - grid->number_of(code) + 1;
         const u32 end = scalar + static_cast<u32>(count - 1);
         if (scalar == 0 || end > last_scalar || (scalar <= 0xDFFF && end >= 0xD800)) {
-            fail("these are not scalar values all");
+            fail("not all of these are scalar values");
         }
         if (!runs.empty() && code <= last_code) {
-            fail("code " + hex(code, grid->digits()) + " is not in order");
+            fail("code " + hex(code, grid->digits()) + " is out of order");
         }
         if (!runs.empty() && grid->following(last_code) != code) {
             end_run();
@@ -190,8 +190,8 @@ struct table_reader {
         std::ranges::sort(runs, {}, &run::scalar);
         for (std::size_t i = 1; i < runs.size(); ++i) {
             if (runs[i].scalar <= runs[i - 1].last) {
-                result.source.fail(runs[i].line, hex(runs[i].scalar) + " stands in line " +
-                                                     std::to_string(runs[i - 1].line) + " too");
+                result.source.fail(runs[i].line, hex(runs[i].scalar) + " is also in line " +
+                                                     std::to_string(runs[i - 1].line));
             }
         }
     }
@@ -199,7 +199,7 @@ struct table_reader {
     // code TAB scalar, optionally TAB and the character; first..last TAB first scalar.
     void read_pairs(std::string_view text) {
         if (!grid || section == nullptr) {
-            fail("%bytes and %pairs must stand before the first code");
+            fail("%bytes and %pairs must come before the first code");
         }
         const auto fields = split(text, '\t');
         if (fields.size() < 2 || fields.size() > 3) {
@@ -217,7 +217,7 @@ struct table_reader {
             fail("the range does not ascend");
         }
         if (fields.size() == 3) {
-            fail("a range has no third column");
+            fail("a range must have no third column");
         }
         if (!result.linear.empty()) {
             return add_run(code, last, scalar);
@@ -262,7 +262,7 @@ struct table_reader {
 
     void check_counts() const {
         if (!pairs) {
-            result.source.fail(0, "no %pairs");
+            result.source.fail(0, "%pairs is missing");
         }
         check_count("pairs", *pairs,
                     result.linear.empty() ? result.decode_only.size() + result.read_only.size() +
@@ -286,8 +286,7 @@ void check_directions(const table& checked) {
     std::unordered_map<u32, std::size_t> codes;
     std::unordered_map<u32, std::size_t> scalars;
     const auto repeated = [&](const pair& found, const std::string& what, std::size_t before) {
-        checked.source.fail(found.line,
-                            what + " stands in line " + std::to_string(before) + " too");
+        checked.source.fail(found.line, what + " is also in line " + std::to_string(before));
     };
     for (const pair& found : checked.two_way) {
         codes.emplace(found.code, found.line);

@@ -30,10 +30,10 @@ inline const char* describe(status s) {
     case status::done: return "done";
     case status::unknown_charset: return "unknown charset";
     case status::incomplete: return "the text ends inside a character";
-    case status::invalid: return "bytes that are no character";
+    case status::invalid: return "invalid bytes";
     case status::unrepresentable: return "a character that the target lacks";
     case status::no_charset_directory: return "no charset directory";
-    case status::unusable: return "no memory, or no such option";
+    case status::unusable: return "not enough memory, or an unknown option";
     }
     return "?";
 }

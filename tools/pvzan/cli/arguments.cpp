@@ -3,240 +3,123 @@
 #include "tools/pvzan/directory/charset.h"
 #include "tools/pvzan/directory/charset_directory.h"
 #include "tools/pvzan/report/exit_status.h"
-#include "tools/pvzan/report/shown_text.h"
-
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <array>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
-#include <utility>
+#include <getopt.h>
+#include <string_view>
 
 namespace tool {
 
 namespace {
 
-constexpr std::array<std::pair<const char*, verb>, 4> verbs = {{{"convert", verb::convert},
-                                                                {"check", verb::check},
-                                                                {"detect", verb::detect},
-                                                                {"list", verb::list}}};
+constexpr int long_options = 256; // the option with index i is known to getopt as this and i
 
-const std::map<std::string, line_breaks> break_names = {{"keep", line_breaks::keep},
-                                                        {"lf", line_breaks::lf},
-                                                        {"crlf", line_breaks::crlf},
-                                                        {"cr", line_breaks::cr}};
-const std::map<std::string, mark_rule> mark_names = {
-    {"add", mark_rule::add}, {"drop", mark_rule::drop}, {"keep", mark_rule::keep}};
-const std::map<std::string, color_when> color_names = {
-    {"auto", color_when::automatic}, {"always", color_when::always}, {"never", color_when::never}};
-
-std::string read_policy(const std::string& how, text_options& options) {
-    static const std::map<std::string, error_policy> names = {{"stop", error_policy::stop},
-                                                              {"subst", error_policy::subst},
-                                                              {"ref", error_policy::ref},
-                                                              {"hex", error_policy::hex},
-                                                              {"skip", error_policy::skip}};
-    const std::size_t equals = std::min(how.find('='), how.size());
-    const auto found = names.find(how.substr(0, equals));
-    if (found == names.end()) {
-        return "HOW is stop, subst, subst=CHAR, ref, hex or skip";
+// "lf, crlf or cr"
+std::string any_of(const std::vector<std::string>& words) {
+    std::string text;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        text += (i == 0 ? "" : i + 1 < words.size() ? ", " : " or ") + words[i];
     }
-    options.on_error = found->second;
-    if (equals < how.size()) {
-        const std::string character = how.substr(equals + 1);
-        const auto first = first_character(character);
-        const bool one = first && first->bytes == character.size() && first->scalar >= 0x20;
-        if (!one || options.on_error != error_policy::subst) {
-            return "only subst takes a character, and only one, in UTF-8: subst=?";
+    return text;
+}
+
+// What is wrong with an option's value; empty where it is taken.
+std::string take(const option& found, const char* text, command& c) {
+    option_value value{text == nullptr ? "" : text};
+    const std::string_view kind = found.value == nullptr ? "" : found.value;
+    if (kind == "N") {
+        const char* end = text + value.text.size();
+        const auto read = std::from_chars(text, end, value.number);
+        if (read.ec != std::errc() || read.ptr != end) {
+            return fmt::format("takes a number, not '{}'", printable(value.text));
         }
-        options.substitute = first->scalar;
+    } else if (kind.find('|') != kind.npos) {
+        const std::vector<std::string> words = split_names(kind, '|');
+        const auto word = std::ranges::find(words, value.text);
+        if (word == words.end()) {
+            return fmt::format("takes {}, not '{}'", any_of(words), printable(value.text));
+        }
+        value.number = static_cast<std::uint64_t>(word - words.begin());
     }
+    found.take(c, value);
+    return c.mistake;
+}
+
+std::string shown_option(const option& o) {
+    return o.name != nullptr ? fmt::format("--{}", o.name) : fmt::format("-{}", o.letter);
+}
+
+// Reads all arguments; what is wrong with the first wrong one, or empty.
+std::string read_options(std::span<char*> arguments, command& c) {
+    std::string letters = ":"; // a missing value is told apart
+    std::vector<::option> names;
+    for (std::size_t i = 0; i < options().size(); ++i) {
+        const option& o = options()[i];
+        if (!o.belongs_to(c.what)) {
+            continue;
+        }
+        const bool optional = o.value != nullptr && *o.value == '[';
+        if (o.letter != 0) {
+            letters += o.letter;
+            letters += o.value != nullptr && !optional ? ":" : "";
+        }
+        if (o.name != nullptr) {
+            names.push_back({o.name,
+                             o.value == nullptr ? no_argument
+                             : optional         ? optional_argument
+                                                : required_argument,
+                             nullptr, long_options + static_cast<int>(i)});
+        }
+    }
+    names.push_back({});
+    const auto option_of = [&](int known) {
+        return std::ranges::find_if(options(), [&](const option& o) {
+            return o.belongs_to(c.what) &&
+                   (o.letter == known || &o - options().data() == known - long_options);
+        });
+    };
+    ::optind = 0; // begins anew
+    ::opterr = 0;
+    int next = 0;
+    while ((next = ::getopt_long(static_cast<int>(arguments.size()), arguments.data(),
+                                 letters.c_str(), names.data(), nullptr)) != -1) {
+        const bool wrong = next == '?' || next == ':';
+        const int known = wrong ? ::optopt : next;
+        const auto found = known == 0 ? options().end() : option_of(known);
+        if (found == options().end()) {
+            const std::string argument = known == 0
+                                             ? arguments[static_cast<std::size_t>(::optind) - 1]
+                                             : fmt::format("-{}", static_cast<char>(known));
+            return fmt::format("there is no option {}", printable(argument));
+        }
+        const std::string mistake = next == ':'   ? "needs a value"
+                                    : next == '?' ? "takes no value"
+                                                  : take(*found, ::optarg, c);
+        if (!mistake.empty()) {
+            return fmt::format("{} {}", shown_option(*found), mistake);
+        }
+    }
+    c.operands.assign(arguments.begin() + ::optind, arguments.end());
     return {};
 }
 
-// A word out of several, as a member of its enumeration.
-template <typename Choice>
-void add_choice(CLI::App& app, const std::string& name, Choice& into,
-                const std::map<std::string, Choice>& names, const std::string& words,
-                const std::string& help) {
-    app.add_option_function<std::string>(
-           name, [&into, &names](const std::string& word) { into = names.at(word); }, help)
-        ->type_name(words)
-        ->check(CLI::Validator(
-            [&names](const std::string& word) {
-                std::string all;
-                for (const auto& [known, value] : names) {
-                    all += (all.empty() ? "" : ", ") + known;
-                }
-                return names.contains(word) ? std::string() : "it is one of " + all;
-            },
-            ""));
+// The verb, which is taken from the front; without one it is convert. A file that bears a verb's
+// name is written "./convert". "help check" is "check --help".
+verb take_verb(std::vector<char*>& arguments, bool& asks_help) {
+    const auto take_word = [&](std::string_view word) {
+        const bool there = arguments.size() > 1 && arguments[1] == word;
+        arguments.erase(arguments.begin() + 1, arguments.begin() + (there ? 2 : 1));
+        return there;
+    };
+    asks_help = take_word("help");
+    const auto found =
+        std::ranges::find_if(verbs(), [&](const verb_text& v) { return take_word(v.name); });
+    return found == verbs().end() ? verb::convert : static_cast<verb>(found - verbs().begin());
 }
-
-std::string& charset_dir_of(command& c) {
-    return c.what == verb::detect ? c.detect.charset_dir
-           : c.what == verb::list ? c.list.charset_dir
-                                  : c.convert.charset_dir;
-}
-
-void add_shared(CLI::App& app, command& c,
-                const char* verbose = "A line for each file, and the text at problems") {
-    app.add_flag("--json", c.style.json, "Messages and answers as JSON, an object a line");
-    app.add_flag("-q,--quiet", c.style.quiet, "Only errors");
-    app.add_flag("-v,--verbose", c.style.verbose, verbose);
-    add_choice(app, "--color", c.style.color, color_names, "auto|always|never",
-               "Color of messages");
-    app.add_option("--charset-dir", charset_dir_of(c), "Directory of the charset definitions")
-        ->type_name("DIR");
-}
-
-void add_language(CLI::App& app, std::string& language) {
-    app.add_option("--lang", language)->group("");
-}
-
-void add_source_and_target(CLI::App& app, command& c) {
-    convert_options& o = c.convert;
-    app.add_option("-f,--from", o.from, "Charset of the input, or several to choose from")
-        ->type_name("NAME[,NAME...]");
-    app.add_option("-t,--to", o.to, "Charset of the output")->type_name("NAME");
-    app.add_flag("--web-labels", o.web_labels, "Names mean what they mean to browsers");
-    add_language(app, o.language);
-    app.add_flag("--per-line", o.per_line)->group("");
-}
-
-void add_bulk(CLI::App& app, command& c) {
-    app.add_flag("-r,--recursive", c.convert.recursive, "Recurse into directories");
-    app.add_option("-j,--jobs", c.convert.jobs, "Threads, over files or inside a long one")
-        ->check(CLI::Range(1, 1024).description(""))
-        ->type_name("N");
-}
-
-void add_text_options(CLI::App& app, command& c) {
-    text_options& text = c.convert.text;
-    app.add_flag("--similar", text.similar, "Take look-alikes as equal (wave dash, yen, ...)");
-    add_choice(app, "--eol", text.breaks, break_names, "lf|crlf|cr|keep", "Line breaks");
-}
-
-void add_convert(CLI::App& app, command& c) {
-    convert_options& o = c.convert;
-    add_source_and_target(app, c);
-    app.add_option("-o,--output", o.output, "File, or directory that mirrors the inputs")
-        ->type_name("PATH");
-    app.add_flag("-i,--in-place", o.in_place, "Replace each file; -i=SUFFIX keeps the old one");
-    app.add_option("--backup-suffix", o.backup_suffix)->group("");
-    add_bulk(app, c);
-    app.add_option_function<std::string>(
-           "-e,--on-error",
-           [&o](const std::string& how) {
-               if (const std::string wrong = read_policy(how, o.text); !wrong.empty()) {
-                   throw CLI::ValidationError("--on-error", wrong);
-               }
-           },
-           "stop, subst[=CHAR], ref, hex (<82>), skip (-c)")
-        ->type_name("HOW");
-    app.add_flag_callback("-c", [&o] { o.text.on_error = error_policy::skip; })->group("");
-    app.add_option("--max-errors", o.text.most_errors, "Fail if there are more problems than this")
-        ->check(CLI::Validator(
-            [](const std::string& number) {
-                return number.starts_with('-') ? "N is a number from 0 on" : std::string();
-            },
-            ""))
-        ->type_name("N");
-    add_text_options(app, c);
-    add_choice(app, "--bom", o.text.mark, mark_names, "add|drop|keep",
-               "Byte-order mark of the output");
-    app.add_flag("--read-back", o.text.read_back, "Convert back and compare, before writing");
-    add_shared(app, c);
-    app.add_flag("-l,--list", c.list.bare)->group("");
-    app.add_option("files", o.files, "Files; none, or -, is standard input")->type_name("FILE");
-}
-
-void add_check(CLI::App& app, command& c) {
-    c.convert.check = true;
-    add_source_and_target(app, c);
-    add_bulk(app, c);
-    add_text_options(app, c);
-    add_shared(app, c);
-    app.add_option("files", c.convert.files, "Files; none, or -, is standard input")
-        ->type_name("FILE");
-}
-
-void add_detect(CLI::App& app, command& c) {
-    app.add_option("-f,--from", c.detect.choice.among, "Charsets to choose from")
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->type_name("NAME[,NAME...]");
-    add_language(app, c.detect.choice.language);
-    add_shared(app, c);
-    app.add_option("files", c.detect.files, "Files; none, or -, is standard input")
-        ->type_name("FILE");
-}
-
-void add_list(CLI::App& app, command& c) {
-    app.add_option("--check", c.list.check, "Report what is wrong with a charset directory")
-        ->type_name("DIR");
-    add_shared(app, c, "Numbers, rules, definitions and coded sets, too");
-    app.add_option("names", c.list.names, "Charsets to describe")->type_name("NAME");
-}
-
-// ---- Help --------------------------------------------------------------------------------------
-
-struct description {
-    const char *usage, *what;
-    void (*add)(CLI::App&, command&);
-};
-
-constexpr std::array<description, 4> descriptions = {{
-    {"pvzan [OPTIONS] [FILE...]\n       pvzan check|detect|list [OPTIONS] ...   (see their "
-     "--help)",
-     "Convert text, to UTF-8 by default. If that fails, no output is left behind.", add_convert},
-    {"pvzan check [OPTIONS] [FILE...]",
-     "Convert without writing, convert back and compare; report what is invalid,\n"
-     "cannot be written, or would come back as something else.",
-     add_check},
-    {"pvzan detect [OPTIONS] [FILE...]", "Guess the encoding of files.", add_detect},
-    {"pvzan list [OPTIONS] [NAME...]",
-     "List the charsets and their other names; pvzan -l prints the bare names.", add_list},
-}};
-
-class help_format : public CLI::Formatter {
-public:
-    help_format() { column_width(help_column); }
-
-    std::string make_help(const CLI::App* app, std::string, CLI::AppFormatMode) const override {
-        std::string text = "Usage: " + app->get_name() + "\n" + app->get_description() + "\n\n";
-        for (const CLI::Option* option : app->get_options()) {
-            if (!option->get_group().empty() && !option->get_positional()) {
-                text += line(*option);
-            }
-        }
-        return text;
-    }
-
-private:
-    static constexpr std::size_t help_column = 33;
-
-    static std::string line(const CLI::Option& option) {
-        std::string names;
-        for (const std::string& name : option.get_snames()) {
-            names += (names.empty() ? "-" : ", -") + name;
-        }
-        names = names.empty() ? "    " : names;
-        for (const std::string& name : option.get_lnames()) {
-            names += (names == "    " ? "--" : ", --") + name;
-        }
-        if (option.get_items_expected_max() > 0 && !option.get_type_name().empty()) {
-            names += " " + option.get_type_name();
-        }
-        const bool fits = names.size() + 2 < help_column;
-        return fmt::format("  {:<{}}{}{}\n", names, fits ? help_column - 2 : 0,
-                           fits ? "" : "\n" + std::string(help_column, ' '),
-                           option.get_description());
-    }
-};
 
 std::string version(const std::string& asked_for) {
     const std::string text = "pvzan " PVZAN_VERSION "\ncharset directory: ";
@@ -251,42 +134,6 @@ std::string version(const std::string& asked_for) {
                                                                    : "";
     return fmt::format("{}{}{}\ncharsets: {}\n", text, printable(path), reason,
                        all_charsets().size());
-}
-
-// "-i=.orig" and "--in-place=.orig" as two arguments that the parser knows.
-std::vector<std::string> spell_out(std::vector<std::string> arguments) {
-    for (std::size_t i = 0; i < arguments.size() && arguments[i] != "--"; ++i) {
-        for (const std::string start : {"-i=", "--in-place="}) {
-            if (arguments[i].starts_with(start)) {
-                const std::string suffix = arguments[i].substr(start.size());
-                arguments[i] = "--in-place";
-                arguments.insert(arguments.begin() + static_cast<std::ptrdiff_t>(i) + 1,
-                                 "--backup-suffix=" + suffix);
-            }
-        }
-    }
-    return arguments;
-}
-
-// ---- Verbs -------------------------------------------------------------------------------------
-
-// Takes the verb away from the front; without one it is convert. A file that bears a verb's name is
-// written "./convert". "help check" is "check --help".
-verb take_verb(std::vector<std::string>& arguments) {
-    const bool help = !arguments.empty() && arguments.front() == "help";
-    if (help) {
-        arguments.erase(arguments.begin());
-    }
-    const auto* found = std::ranges::find_if(verbs, [&](const std::pair<const char*, verb>& known) {
-        return !arguments.empty() && arguments.front() == known.first;
-    });
-    if (found != verbs.end()) {
-        arguments.erase(arguments.begin());
-    }
-    if (help) {
-        arguments = {"--help"};
-    }
-    return found == verbs.end() ? verb::convert : found->second;
 }
 
 // Whether one letter added, dropped, changed or swapped makes one word of the other; in long ones,
@@ -317,11 +164,12 @@ std::string mistake_in(const command& c) {
     if (c.what != verb::convert || c.list.bare) {
         return {};
     }
-    if (std::error_code error; !o.files.empty() && !std::filesystem::exists(o.files[0], error)) {
-        for (const auto& [name, what] : verbs) {
-            if (is_slip(o.files[0], name)) {
+    if (std::error_code error;
+        !c.operands.empty() && !std::filesystem::exists(c.operands[0], error)) {
+        for (const verb_text& v : verbs()) {
+            if (is_slip(c.operands[0], v.name)) {
                 return fmt::format("{}: no such file; did you mean 'pvzan {} ...'?",
-                                   printable(o.files[0]), name);
+                                   printable(c.operands[0]), v.name);
             }
         }
     }
@@ -330,50 +178,65 @@ std::string mistake_in(const command& c) {
                    : std::string();
 }
 
+// What several verbs share goes where each of them looks for it.
+void share(command& c) {
+    if (c.list.bare) {
+        c.what = verb::list;
+        c.operands.clear();
+    }
+    c.convert.check = c.what == verb::check;
+    c.convert.files = c.detect.files = c.list.names = c.operands;
+    if (c.convert.from != "auto") {
+        c.detect.choice.among = split_names(c.convert.from);
+    }
+    c.detect.choice.language = c.convert.language;
+}
+
 } // namespace
 
 std::optional<command> read_arguments(int argc, char** argv, int& status) {
-    std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
-    // Before all is read, for what is wrong with it.
-    const auto options_end = std::ranges::find(arguments, "--");
-    const bool json = std::find(arguments.begin(), options_end, "--json") != options_end;
+    static char name[] = "pvzan";
+    std::vector<char*> arguments(argv, argv + argc);
+    if (arguments.empty()) {
+        arguments.push_back(name);
+    }
+    std::vector<std::string> spelled; // "-i=.orig" as getopt knows it
+    spelled.reserve(arguments.size());
+    const auto options_end = std::find_if(arguments.begin(), arguments.end(), [](const char* a) {
+        return std::string_view(a) == "--";
+    });
+    bool json = false; // before all is read, for what is wrong with it
+    for (auto argument = arguments.begin(); argument != options_end; ++argument) {
+        const std::string_view text = *argument;
+        json = json || text == "--json";
+        if (text.starts_with("-i=")) {
+            *argument = spelled.emplace_back("--in-place" + std::string(text.substr(2))).data();
+        }
+    }
     set_message_style({.json = json});
     command c;
-    c.what = take_verb(arguments);
-    const description& about = descriptions[static_cast<std::size_t>(c.what)];
-    CLI::App app(about.what, about.usage);
-    app.formatter(std::make_shared<help_format>());
-    about.add(app, c);
-    bool asks_version = false;
-    app.add_flag("--version", asks_version, "Version, charset directory, number of charsets");
-    app.set_help_flag("-h,--help", "This help");
-    status = exit_converted;
-    std::string mistake;
     bool asks_help = false;
-    try {
-        arguments = spell_out(std::move(arguments));
-        std::ranges::reverse(arguments); // as CLI11 takes them
-        app.parse(std::move(arguments));
-        mistake = asks_version ? std::string() : mistake_in(c);
-    } catch (const CLI::CallForHelp&) {
-        asks_help = true;
-    } catch (const CLI::ParseError& error) {
-        mistake = fmt::format("{} (see pvzan --help)", printable(error.what()));
+    c.what = take_verb(arguments, asks_help);
+    std::string mistake = asks_help ? std::string() : read_options(arguments, c);
+    const char* verb_name =
+        c.what == verb::convert ? "" : verbs()[static_cast<std::size_t>(c.what)].name;
+    asks_help = asks_help || (mistake.empty() && c.asks_help);
+    if (!mistake.empty()) {
+        mistake += fmt::format("; see pvzan {}{}--help", verb_name, *verb_name != '\0' ? " " : "");
+    } else if (!asks_help && !c.asks_version) {
+        mistake = mistake_in(c);
     }
+    status = exit_no_work;
     if (!mistake.empty()) {
         complain(mistake);
-        status = exit_no_work;
         return std::nullopt;
     }
-    if (asks_help || asks_version) {
-        fmt::print("{}", asks_help ? app.help() : version(charset_dir_of(c)));
+    if (asks_help || c.asks_version) {
+        fmt::print("{}", asks_help ? help_text(c.what) : version(c.charset_dir));
         status = std::fflush(stdout) == 0 ? exit_converted : exit_no_work;
         return std::nullopt;
     }
-    if (c.list.bare) {
-        c.what = verb::list;
-        c.list.charset_dir = c.convert.charset_dir;
-    }
+    share(c);
     return c;
 }
 

@@ -1,5 +1,6 @@
 // pvzan: what the arguments ask for.
 #include "tools/pvzan/cli/arguments.h"
+#include "tools/pvzan/directory/charset_directory.h"
 #include "tools/pvzan/files/output_file.h"
 #include "tools/pvzan/report/exit_status.h"
 
@@ -20,6 +21,10 @@ int run(int argc, char** argv) {
         return status;
     }
     tool::set_message_style(command->style);
+    const bool checks_directory = !command->list.check.empty();
+    if (!checks_directory && !tool::open_charset_directory(command->charset_dir)) {
+        return tool::exit_no_work;
+    }
     switch (command->what) {
     case tool::verb::convert:
     case tool::verb::check: return tool::convert_files(command->convert);

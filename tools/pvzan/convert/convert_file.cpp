@@ -31,18 +31,6 @@ bool refuse(const std::string& message) {
 
 // ---- Names -------------------------------------------------------------------------------------
 
-std::vector<std::string> split_names(const std::string& names) {
-    std::vector<std::string> list;
-    for (std::size_t at = 0; at <= names.size();) {
-        const std::size_t end = std::min(names.find(',', at), names.size());
-        if (end > at) {
-            list.push_back(names.substr(at, end - at));
-        }
-        at = end + 1;
-    }
-    return list;
-}
-
 bool choose_charsets(const convert_options& options, text_conversion& conversion) {
     std::vector<std::string> names = split_names(options.from);
     std::string to = options.to;
@@ -143,7 +131,7 @@ int convert_to_stream(const convert_options& options, text_conversion conversion
     }
     const auto write = [&](bytes_view bytes) {
         if (!bytes.empty()) {
-            conversion.options.mark = mark_rule::drop; // one byte-order mark for all files
+            conversion.options.mark = PVZAN_MARK_STRIP; // one byte-order mark for all files
         }
         return output.write(bytes);
     };
@@ -239,8 +227,7 @@ void tell_left_over(const convert_options& options, output_kind kind, file_list&
 int convert_files(const convert_options& options) {
     text_conversion conversion;
     output_kind kind{};
-    if (!open_charset_directory(options.charset_dir) || !choose_charsets(options, conversion) ||
-        !choose_output(options, kind)) {
+    if (!choose_charsets(options, conversion) || !choose_output(options, kind)) {
         return exit_no_work;
     }
     std::vector<std::string> names = options.files;
@@ -259,7 +246,7 @@ int convert_files(const convert_options& options) {
     conversion.options.read_back = conversion.options.read_back || options.check;
     conversion.options.excerpts =
         wants_excerpts(options.check ? STDOUT_FILENO : STDERR_FILENO) &&
-        (options.check || options.text.on_error == error_policy::stop || style.verbose);
+        (options.check || options.text.on_error == PVZAN_TELL || style.verbose);
     conversion.options.count = style.verbose || style.json || options.check;
     const bool cuttable = options.text.most_errors == std::numeric_limits<std::uint64_t>::max();
     if (cuttable && list.files.size() == 1) {

@@ -20,7 +20,6 @@ struct convert_options {
     std::string backup_suffix; // in place: keeps the old file; empty: does not
     bool recursive = false;
     unsigned jobs = 0;              // 0: as many as fit
-    std::string charset_dir;        // empty: where it is usually found
     std::vector<std::string> files; // none: standard input, as is "-"
     text_options text;
 };

@@ -280,27 +280,18 @@ std::string file_report::changes(const text_facts& facts) const {
     }
     const std::uint64_t characters = of_kind_[1] + of_kind_[3];
     const std::uint64_t invalid = of_kind_[0] + of_kind_[2];
-    switch (options_.on_error) {
-    case error_policy::stop: break;
-    case error_policy::ref:
-        if (characters > 0) {
-            append(text,
-                   counted(characters, "character reference", "character references") + " written");
-        }
-        if (invalid > 0) {
-            append(text,
-                   counted(invalid, "invalid sequence", "invalid sequences") + " written in hex");
-        }
-        break;
-    default:
-        if (problems() > 0) {
-            const bool hex = options_.on_error == error_policy::hex;
-            const bool skip = options_.on_error == error_policy::skip;
-            append(text, fmt::format("{} {}", totals(),
-                                     hex    ? "written in hex"
-                                     : skip ? "dropped"
-                                            : "replaced by a substitute"));
-        }
+    const std::uint32_t policy = options_.on_error;
+    if (policy == PVZAN_REFERENCE && characters > 0) {
+        append(text,
+               counted(characters, "character reference", "character references") + " written");
+    }
+    if (policy == PVZAN_REFERENCE && invalid > 0) {
+        append(text, counted(invalid, "invalid sequence", "invalid sequences") + " written in hex");
+    } else if (policy != PVZAN_REFERENCE && policy != PVZAN_TELL && problems() > 0) {
+        append(text, fmt::format("{} {}", totals(),
+                                 policy == PVZAN_HEX    ? "written in hex"
+                                 : policy == PVZAN_DROP ? "dropped"
+                                                        : "replaced by a substitute"));
     }
     return text;
 }
@@ -346,18 +337,17 @@ void file_report::tell_totals(const text_facts& facts, bool failed, std::string_
     } else if (!changed.empty() && !style.quiet) {
         emit(fmt::format("{}: {}", name, changed));
     } else if (style.verbose) {
-        constexpr std::array<std::string_view, 4> asked = {"", "LF", "CRLF", "CR"};
-        const bool keeps = options_.breaks == line_breaks::keep;
+        constexpr std::array asked = {"", "LF", "CRLF", "CR"}; // by PVZAN_BREAKS_...
+        const bool keeps = options_.breaks == PVZAN_BREAKS_AS_FOUND;
         const auto with_breaks = [](const std::string& charset, std::string_view breaks) {
             return breaks.empty() ? charset : fmt::format("{}, {}", charset, breaks);
         };
         const std::uint64_t own = facts.counts.private_use;
         emit(fmt::format(
             "{}: {} -> {}  ({}, {}, {})", name, with_breaks(printable(from_.shown), facts.breaks),
-            with_breaks(printable(to_.shown),
-                        keeps || facts.breaks.empty()
-                            ? facts.breaks
-                            : std::string(asked[static_cast<std::size_t>(options_.breaks)])),
+            with_breaks(printable(to_.shown), keeps || facts.breaks.empty()
+                                                  ? facts.breaks
+                                                  : std::string(asked[options_.breaks])),
             counted(facts.bytes_in, "byte", "bytes"),
             counted(facts.counts.characters, "character", "characters"),
             own > 0 ? counted(own, "character", "characters") + " of private use"

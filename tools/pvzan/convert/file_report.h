@@ -49,9 +49,7 @@ private:
     [[nodiscard]] std::string totals() const;
     [[nodiscard]] std::string check_totals(const text_facts& facts) const;
     [[nodiscard]] std::string changes(const text_facts& facts) const;
-    [[nodiscard]] bool is_fatal() const {
-        return checking_ || options_.on_error == error_policy::stop;
-    }
+    [[nodiscard]] bool is_fatal() const { return checking_ || options_.on_error == PVZAN_TELL; }
     void emit(std::string_view line);
 
     std::string file_;

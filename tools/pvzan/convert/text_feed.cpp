@@ -16,41 +16,12 @@ constexpr std::size_t most_kept = 4096; // a multiple of all units
 
 pvzan_open_options open_options(const text_options& options, bool begins) {
     auto how = new_record<pvzan_open_options>();
-    how.flags = PVZAN_COMPOSE;
-    if (options.read_back) {
-        how.flags |= PVZAN_READ_BACK;
-    }
-    if (options.count) {
-        how.flags |= PVZAN_COUNT_PRIVATE_USE;
-    }
-    switch (options.mark) {
-    case mark_rule::usual: how.mark = PVZAN_MARK_BY_NAME; break;
-    case mark_rule::add: how.mark = PVZAN_MARK_ADD; break;
-    case mark_rule::drop: how.mark = PVZAN_MARK_STRIP; break;
-    case mark_rule::keep: how.mark = PVZAN_MARK_KEEP; break;
-    }
-    if (!begins) {
-        how.mark = PVZAN_MARK_STRIP;
-    }
-    switch (options.breaks) {
-    case line_breaks::keep: how.breaks = PVZAN_BREAKS_AS_FOUND; break;
-    case line_breaks::lf: how.breaks = PVZAN_BREAKS_LF; break;
-    case line_breaks::crlf: how.breaks = PVZAN_BREAKS_CRLF; break;
-    case line_breaks::cr: how.breaks = PVZAN_BREAKS_CR; break;
-    }
-    how.substitute = options.on_error == error_policy::subst ? options.substitute : 0;
+    how.flags = PVZAN_COMPOSE | (options.read_back ? std::uint32_t{PVZAN_READ_BACK} : 0U) |
+                (options.count ? std::uint32_t{PVZAN_COUNT_PRIVATE_USE} : 0U);
+    how.mark = begins ? options.mark : std::uint32_t{PVZAN_MARK_STRIP};
+    how.breaks = options.breaks;
+    how.substitute = options.on_error == PVZAN_SUBSTITUTE ? options.substitute : 0;
     return how;
-}
-
-std::int32_t answer_of(error_policy policy) {
-    switch (policy) {
-    case error_policy::subst: return PVZAN_SUBSTITUTE;
-    case error_policy::ref: return PVZAN_REFERENCE;
-    case error_policy::hex: return PVZAN_HEX;
-    case error_policy::stop:
-    case error_policy::skip: break;
-    }
-    return PVZAN_DROP;
 }
 
 // A character to write in the place of one, as --similar allows; 0: none. A yen sign that becomes a
@@ -261,8 +232,8 @@ void text_feed::meet_fault(bytes_view text) {
     fault.line = place.line;
     fault.column = place.column;
     fault.offset = place.offset;
-    const bool stops = options_.on_error == error_policy::stop || problems_ > options_.most_errors;
-    if (!answer(stops ? PVZAN_DROP : answer_of(options_.on_error))) {
+    const bool stops = options_.on_error == PVZAN_TELL || problems_ > options_.most_errors;
+    if (!answer(stops ? std::int32_t{PVZAN_DROP} : static_cast<std::int32_t>(options_.on_error))) {
         throw std::logic_error("nothing can be written in place of a problem");
     }
     if (stops && !failed_) {

@@ -121,9 +121,6 @@ int detect(const std::string& name, std::size_t width, const detect_options& opt
 } // namespace
 
 int detect_files(const detect_options& options) {
-    if (!open_charset_directory(options.charset_dir)) {
-        return exit_no_work;
-    }
     std::vector<std::string> files = options.files;
     if (files.empty()) {
         files.emplace_back("-");

@@ -9,7 +9,6 @@
 namespace tool {
 
 struct detect_options {
-    std::string charset_dir;
     guess_choice choice;
     std::vector<std::string> files; // none: standard input, as is "-"
 };

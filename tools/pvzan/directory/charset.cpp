@@ -23,6 +23,17 @@ std::string name_of_label(const std::string& label) {
                                                                              : label;
 }
 
+std::vector<std::string> split_names(std::string_view names, char between) {
+    std::vector<std::string> list;
+    for (std::size_t at = 0, end = 0; at < names.size(); at = end + 1) {
+        end = std::min(names.find(between, at), names.size());
+        if (end > at) {
+            list.emplace_back(names.substr(at, end - at));
+        }
+    }
+    return list;
+}
+
 std::string fold_name(std::string_view name) {
     std::string folded(name);
     std::ranges::transform(folded, folded.begin(), [](char c) {

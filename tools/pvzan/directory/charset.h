@@ -30,6 +30,9 @@ pvzan_name charset_of(const std::string& name);
 // Another name for what a label means to browsers; the label itself where that is nothing else.
 std::string name_of_label(const std::string& label);
 
+// The names in a list, without empty ones.
+std::vector<std::string> split_names(std::string_view names, char between = ',');
+
 // In small letters, as the charset directory has its names.
 std::string fold_name(std::string_view name);
 

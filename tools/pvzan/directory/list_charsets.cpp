@@ -325,9 +325,6 @@ int print_list(const list_options& options) {
 } // namespace
 
 int list_charsets(const list_options& options) {
-    if (options.check.empty() && !open_charset_directory(options.charset_dir)) {
-        return exit_no_work;
-    }
     const int status =
         options.check.empty() ? print_list(options) : check_charset_directory(options.check);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {

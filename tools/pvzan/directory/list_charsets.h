@@ -7,7 +7,6 @@
 namespace tool {
 
 struct list_options {
-    std::string charset_dir;        // empty: where it is usually found
     std::string check;              // the directory to check instead of listing
     std::vector<std::string> names; // to be told of; none: all
     bool bare = false;              // all names of a charset in a line, parted by blanks
