@@ -71,7 +71,7 @@ struct fault {
 
 // What is known to become of a scalar.
 struct known_scalar {
-    u32 letter; // no_character's: nothing
+    u32 key; // the scalar and one; 0: nothing
     character back;
     // What is written for it, where that does not depend on what is before; size 0: it may.
     u8 size;

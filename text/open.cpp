@@ -157,7 +157,7 @@ bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* 
     measure_codes(c);
     c.looks_for_marks = is_unicode(c.from) && !is_unicode(c.to);
     c.has_pairs = 0;
-    std::ranges::fill(c.known, known_scalar{no_character.letter, {0, 0}, 0, {}});
+    std::memset(static_cast<void*>(c.known), 0, sizeof c.known);
     std::memset(c.bytes_known, 0, sizeof c.bytes_known);
     c.substitute = c.how.substitute;
     begin_text(c);

@@ -73,7 +73,7 @@ known_scalar try_out(pvzan_converter& c, const character& what) {
     const output_sets before(c.work);
     c.work.dstShiftSet = 0;
     c.work.dstShiftPlane = 0;
-    known_scalar known{what.letter, no_character, 0, {}};
+    known_scalar known{what.letter + 1, no_character, 0, {}};
     const std::span<const u8> bytes = encode(c, what);
     if (!bytes.empty()) {
         known.back = is_unicode_form ? what : read_back(&c.work, bytes, PVZAN_SET_ISO_646_IRV);
@@ -89,7 +89,7 @@ known_scalar try_out(pvzan_converter& c, const character& what) {
 // Few scalars of a text are beyond what the fast path keeps, and most of those more than once.
 const known_scalar& known_of(pvzan_converter& c, u32 letter) {
     known_scalar& known = c.known[letter % std::size(c.known)];
-    if (known.letter != letter) {
+    if (known.key != letter + 1) {
         known = try_out(c, {letter, 0});
     }
     return known;

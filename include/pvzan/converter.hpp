@@ -120,7 +120,7 @@ public:
         open(from);
     }
 
-    // done, unknown_charset or no_charset_directory.
+    // done, unknown_charset, no_charset_directory or unusable.
     status state() const { return opened_; }
     explicit operator bool() const { return opened_ == status::done; }
 
