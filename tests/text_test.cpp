@@ -115,6 +115,13 @@ void feed(pvzan_converter* c, std::string_view piece, std::int32_t how, std::siz
     ASSERT_EQ(left, 0U);
     if (how == PVZAN_LAST) {
         ASSERT_EQ(go_on(), PVZAN_FEED_MISUSE) << "the text has ended";
+        pvzan_counts counts = {};
+        counts.size = sizeof counts;
+        pvzan_count(c, &counts);
+        if (counts.composed + counts.look_alikes > 0) {
+            result.faults += std::to_string(counts.composed) + " composed, " +
+                             std::to_string(counts.look_alikes) + " look-alikes\n";
+        }
     }
 }
 
@@ -157,14 +164,17 @@ TEST(Text, IsTheSameInAnyPiecesAndAnyRoom) {
     const std::vector<std::string> all = charsets();
     ASSERT_GT(all.size(), 70U);
     for (int round = 0; round < 500; ++round) {
-        conversion way{all[below(all.size())].c_str(),
-                       round % 2 == 0 ? "utf-8" : all[below(all.size())].c_str()};
+        conversion way{
+            all[below(round % 4 == 0 ? 5 : all.size())].c_str(), // Unicode is at the head
+            round % 2 == 0 ? "utf-8" : all[below(all.size())].c_str()};
         way.how.flags = static_cast<std::uint32_t>(below(8));
         way.how.breaks = static_cast<std::uint32_t>(below(4));
         way.how.mark = static_cast<std::uint32_t>(below(4));
         way.answer = PVZAN_DROP + static_cast<std::uint32_t>(below(6));
-        std::string text = convert({"utf-8", way.from, {}, PVZAN_DROP}, sample()).text;
-        text = text.substr(0, 40 + below(60));
+        conversion there{"utf-8", way.from, {}, PVZAN_DROP};
+        there.how.mark = way.how.mark;
+        there.how.to_order = static_cast<std::uint32_t>(below(3));
+        std::string text = convert(there, sample()).text.substr(0, 40 + below(60));
         for (std::size_t i = below(5); i > 0 && !text.empty(); --i) {
             constexpr char odd[] = "\x1B\x81\x8F\xFF\x80\n$\xE3";
             const char byte = i % 2 == 0 ? odd[below(8)] : static_cast<char>(below(256));
@@ -339,8 +349,14 @@ TEST(Text, DoesAsTheOptionsSay) {
          "<e3809c><c2a5>\x7F",
          "4@0+3 1:1: U+301C would come back from Windows-31J as U+FF5E\n"
          "4@3+2 1:2: U+00A5 would come back from Windows-31J as U+005C\n"},
-        {{"utf-8", "cp932", with(PVZAN_LOOK_ALIKES)}, "〜¥", "\x81\x60\x81\x8F", ""},
-        {{"utf-8", "sjis", with(PVZAN_COMPOSE)}, "か\u3099は\u309A", "\x82\xAA\x82\xCF", ""},
+        {{"utf-8", "cp932", with(PVZAN_LOOK_ALIKES)},
+         "〜¥",
+         "\x81\x60\x81\x8F",
+         "0 composed, 2 look-alikes\n"},
+        {{"utf-8", "sjis", with(PVZAN_COMPOSE)},
+         "か\u3099は\u309A",
+         "\x82\xAA\x82\xCF",
+         "2 composed, 0 look-alikes\n"},
         {{"utf-8", "sjis", {}, PVZAN_REFERENCE},
          "か\u3099",
          "\x82\xA9&#x3099;",
@@ -350,7 +366,10 @@ TEST(Text, DoesAsTheOptionsSay) {
          "a😀",
          "a\x81\xAC",
          "3@1+4 1:2: U+1F600 has no code in Shift_JIS\n"},
-        {{"euc-jis-2004", "cp932", with(PVZAN_LOOK_ALIKES)}, "\xA1\xC1", "\x81\x60", ""},
+        {{"euc-jis-2004", "cp932", with(PVZAN_LOOK_ALIKES)},
+         "\xA1\xC1",
+         "\x81\x60",
+         "0 composed, 1 look-alikes\n"},
         {{"euc-jis-2004", "cp932"},
          "\xA1\xC1",
          "<a1c1>",
@@ -373,6 +392,10 @@ TEST(Text, DoesAsTheOptionsSay) {
          "あ😀",
          "\x1B$B$\"\x1B(B<\x1B$B$\"\x1B(B>",
          "3@3+4 1:2: U+1F600 has no code in ISO-2022-JP\n"},
+        {{"utf-8", "latin1", with(0, 0, PVZAN_BREAKS_LF), PVZAN_WRITE_RAW},
+         "a\rあ\nb\r\n",
+         "a\n\x01\xFF\nb\n",
+         "3@2+3 2:1: U+3042 has no code in ISO-8859-1\n"},
         {{"utf-8", "latin1", {}, PVZAN_WRITE_UTF8},
          "aあb",
          "ab",

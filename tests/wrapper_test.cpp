@@ -79,7 +79,8 @@ TEST(Wrapper, FiltersStreams) {
 
 TEST(Wrapper, NamesWhatItDetects) {
     test::use_shipped_charsets();
-    std::string japanese, russian = "<?xml version='1.0' encoding='koi8-r'?>";
+    std::string japanese = "<?xml version='1.0'?> encoding ",
+                russian = "<?xml version='1.0' encoding='koi8-r'?>";
     for (int i = 0; i < 20; ++i) {
         japanese += "これは日本語の文章です。\r\n";
         russian += "\u2028Это русский текст, который надо узнать.\n";

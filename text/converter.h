@@ -65,7 +65,6 @@ struct fault {
     u32 seen = 0;       // bytes of the text that follow, from the fault on
     u8 bytes[16]{};     // those
     u32 needed = 0;     // how many of them decided about it
-    u32 set = 0;        // designated before it
     bool waits = false; // for an answer
 };
 

@@ -310,7 +310,6 @@ int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* given) {
     const u32 in_set = c.work.srcShiftSet, out_set = c.work.dstShiftSet;
     pvzan_fault told = {};
     told.size = given->size;
-    c.work.srcShiftSet = c.fault.set;
     explain(c, c.fault, told);
     c.work.srcShiftSet = in_set;
     c.work.dstShiftSet = out_set;
