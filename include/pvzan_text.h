@@ -170,7 +170,8 @@ enum {
     PVZAN_BROWSER_LABELS = 8, /* names mean what they mean to browsers: shift_jis is windows-31j */
     PVZAN_LEAVE_INPUT = 16,   /* cut and faulty bytes stay in the input, see pvzan_feed */
     PVZAN_COUNT_PRIVATE_USE = 32, /* private_use of the counts, where one side is Unicode */
-    PVZAN_OFFSETS_ALONE = 64 /* lines and columns stay 1: ASCII in small pieces takes half the time */
+    PVZAN_OFFSETS_ALONE =
+        64 /* lines and columns stay 1: ASCII in small pieces takes half the time */
 };
 
 /* Byte orders. */
