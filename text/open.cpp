@@ -176,6 +176,10 @@ void begin_text(pvzan_converter& c) {
     session& s = c.work;
     c.now = {};
     c.fault = {};
+    // iconv(3) has no marks where the name says the byte order.
+    const bool may_have_mark =
+        is_unicode(c.from) && ((c.how.flags & PVZAN_LEAVE_INPUT) == 0 || c.from.mark != 0);
+    c.now.now = may_have_mark ? stage::fresh : stage::inside;
     c.now.big_source = c.from.order != PVZAN_ORDER_LITTLE;
     c.now.mark_due = is_unicode(c.to) && (c.how.mark == PVZAN_MARK_ADD ||
                                           (c.how.mark == PVZAN_MARK_BY_NAME && c.to.mark != 0));
