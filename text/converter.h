@@ -66,14 +66,16 @@ struct fault {
     u32 ahead = 0; // those, and what follows of the text
     u8 bytes[16]{};
     u32 needed = 0;     // how many of them decided about it
-    u32 set = 0;        // designated before it
     bool waits = false; // for an answer
 };
 
 // What is known to become of a scalar.
 struct known_scalar {
-    u32 letter; // no_character's: nothing
+    u32 key; // the scalar and one; 0: nothing
     character back;
+    // What is written for it, where that does not depend on what is before; size 0: it may.
+    u8 size;
+    u8 bytes[11];
 };
 
 // What stands at the begin of a text.
@@ -118,8 +120,8 @@ struct pvzan_converter {
     u32 substitute;       // 0: not chosen yet
     text::standing now;
     text::fault fault;
-    u8 bytes_known[256]; // what is known of bytes: see fault.cpp
-    text::known_scalar known[64];
+    u8 bytes_known[256];           // what is known of bytes: see fault.cpp
+    text::known_scalar known[128]; // by their last bits, so that ASCII stands beside each other
 };
 
 namespace text {
