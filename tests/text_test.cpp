@@ -1,7 +1,7 @@
 // Strict conversion by the handle of pvzan_text.h.
 #include "tests/support/linear_time.h"
 #include "tests/support/loops.h"
-#include "tests/support/text.h"
+#include "tests/support/oracle.h"
 
 #include <cstdio>
 #include <cstring>
