@@ -1,4 +1,4 @@
-// Unicode text as it lies in memory: its sequences, strictly.
+// Reads the sequences of Unicode text in memory strictly.
 #pragma once
 
 #include "cconv/rulefunc/strict.h"
@@ -9,7 +9,7 @@ namespace text {
 
 struct sequence {
     enum kind_type : u8 { whole, cut, ill_formed } kind;
-    u32 bytes; // ill-formed: those that cannot be continued
+    u32 bytes; // ill-formed: those that cannot be part of a character
     u32 scalar;
 };
 
@@ -22,7 +22,7 @@ inline sequence read_utf8(const u8* p, std::size_t size) {
         return {sequence::ill_formed, 1, 0};
     }
     const u32 length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    // What keeps the form from being too long, a surrogate, or beyond U+10FFFF.
+    // Checks that a form is not too long, not a surrogate, and not beyond U+10FFFF.
     const u32 low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
     const u32 high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
     u32 scalar = lead & (0x7FU >> length);
@@ -38,7 +38,7 @@ inline sequence read_utf8(const u8* p, std::size_t size) {
     return {sequence::whole, length, scalar};
 }
 
-// Units of two or four bytes; UCS-2 and UCS-4 have no pairs of surrogates.
+// Units of two or four bytes. UCS-2 and UCS-4 have no surrogate pairs.
 inline sequence read_units(const u8* p, std::size_t size, u32 kind, bool big) {
     const u32 width = kind == PVZAN_KIND_UCS_4 ? 4 : 2;
     if (size < width) {
