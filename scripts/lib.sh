@@ -57,6 +57,7 @@ install_packages() {
 use_memory() {
     if [ -d /dev/shm ] && [ -w /dev/shm ]; then
         TMPDIR=$(mktemp -d /dev/shm/pvzan-tests-XXXXXX)
+        chmod 711 "$TMPDIR" # a server that runs as another user finds its own files in there
         export TMPDIR
         trap 'rm -rf "$TMPDIR"' EXIT
     fi

@@ -63,8 +63,9 @@ struct fault {
     u32 length = 0;
     place at;
     character missing{0, 0}, back{0, 0};
-    u32 seen = 0;       // number of bytes of the text from the fault on
-    u8 bytes[16]{};     // those
+    u32 seen = 0;  // number of bytes that describe the fault
+    u32 ahead = 0; // those, and the bytes of the text that follow
+    u8 bytes[16]{};
     u32 needed = 0;     // how many of them were looked at
     u32 set = 0;        // designated before it
     bool waits = false; // for an answer
@@ -113,7 +114,7 @@ struct pvzan_converter {
     u32 longest;     // longest code of the source, if sets decide
     u8 lf, cr;       // the source's codes for line breaks, one unit each
     bool ascii_feed; // both sides have ASCII's line feed
-    bool looks_for_marks; // the source is Unicode, the target is not
+    bool looks_for_marks; // the source is Unicode, the target contains less
     u8 has_pairs;         // whether the target has codes of a letter and a mark; 0: unknown
     u32 substitute;       // 0: not chosen yet
     text::standing now;

@@ -16,7 +16,7 @@
 //   break, so that who resets there and who does not agree.
 #include "cconv/rulefunc/iso2022.h"
 
-#include "cconv/rulefunc/rules.h"
+#include "cconv/rulefunc/scanned.h"
 #include "cconv/tables/table.h"
 
 #include <optional>
@@ -355,12 +355,10 @@ u32 put_iso2022(session* s, u32 code) {
     if (!w.write_code(s->outSetNo, code)) {
         return stop_with(s, PVZAN_UNREPRESENTABLE);
     }
-    if (!emit_bytes(s, w.bytes())) {
+    if (put_whole(s, w.bytes()) == 0) {
         return 0;
     }
     s->dstShiftSet = w.state();
-    ++s->outCount;
-    s->status = PVZAN_WRITTEN;
     return 1;
 }
 
@@ -419,21 +417,9 @@ u32 destISO_2022(session* s) {
     if (s->srcGroup == nullptr || s->srcGroup->codes == nullptr) {
         return stop_with(s, PVZAN_INVALID_INPUT);
     }
-    for (auto input = input_left(s); !input.empty(); input = input_left(s)) {
-        const iso2022_reading read = iso2022_read(s->srcGroup, s->srcShiftSet, input);
-        if (read.kind == scanned::cut) {
-            return stop_with(s, PVZAN_INPUT_INCOMPLETE);
-        }
-        s->inPos += read.length;
-        s->srcShiftSet = read.state;
-        if (read.kind == scanned::invalid) {
-            return stop_with(s, PVZAN_INVALID_INPUT);
-        }
-        if (read.kind == scanned::code) {
-            return deliver_character(s, read.set, read.bytes, read.set_code, 0);
-        }
-    }
-    return stop_with(s, PVZAN_DONE);
+    return decode_scanned(s, iso2022_read, [s](const iso2022_reading& read, i32) {
+        return deliver_character(s, read.set, read.bytes, read.set_code, 0);
+    });
 }
 
 u32 constISO_2022(session* s) {
@@ -443,14 +429,9 @@ u32 constISO_2022(session* s) {
     if (s->status == PVZAN_TERMINATE) {
         return close_output(s);
     }
-    if (convDstConvert(s) == 0) {
-        return 0;
-    }
-    const u32 before = s->dstShiftSet;
-    if (convDstPutcode(s, nullptr, put_iso2022) != 0) {
+    if (encode_scanned(s, put_iso2022) != 0) {
         return 1;
     }
-    s->dstShiftSet = before;
     // The set that the character was read from is only read in this charset, and written by another
     // set.
     if (s->status == PVZAN_UNREPRESENTABLE && s->charSetNo == s->outSetNo) {
@@ -459,13 +440,9 @@ u32 constISO_2022(session* s) {
         }
         const u32 read_from = s->charSetNo;
         s->charSetNo = ~0U;
-        const bool done = s->ucsCode != 0 && convDstConvert(s) != 0 &&
-                          convDstPutcode(s, nullptr, put_iso2022) != 0;
+        const bool done = s->ucsCode != 0 && encode_scanned(s, put_iso2022) != 0;
         s->charSetNo = read_from;
-        if (done) {
-            return 1;
-        }
-        s->dstShiftSet = before;
+        return done ? 1 : 0;
     }
     return 0;
 }

@@ -78,6 +78,12 @@ u32 constISO_2022(session* s);
 u32 destUTF_7(session* s);
 u32 constUTF_7(session* s);
 
+// utf8_forms.cpp
+u32 destCESU_8(session* s);
+u32 constCESU_8(session* s);
+u32 destUTF_8_MAC(session* s);
+u32 constUTF_8_MAC(session* s);
+
 // shift_jis_arithmetic.cpp: row numbers of plane 2 for the leads F0 to FC, by the half of the trail
 // byte
 PVZAN_API extern const u32 k40[13], k9F[13];

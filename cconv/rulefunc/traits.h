@@ -30,9 +30,10 @@ struct scanned {
         cut,    // more input is needed
         invalid
     } kind;
-    u8 length; // bytes used; if invalid, bytes to skip
-    u8 needed; // bytes that were looked at
-    u32 state; // after it
+    u8 length;          // bytes used; if invalid, bytes to skip
+    u8 needed;          // bytes that were looked at
+    u32 state;          // after it
+    bool grows = false; // a code: more of the text may belong to it
 };
 using scan_function = scanned (*)(const charset_group* group, u32 state, std::span<const u8> text);
 
@@ -69,7 +70,7 @@ struct codec_traits {
 extern const codec_traits same_traits, double_byte_traits, oasys_win_traits, oasys_online_traits,
     shift_jis_traits, shift_jis_2004_traits, windows31j_traits, euc_jp_traits, euc_jis_2004_traits,
     euc_jp_fix_traits, iso_2022_jp_traits, iso_2022_jp_2004_traits, iso_2022_traits, utf_7_traits,
-    utf_8_traits, utf_16_traits, ucs_4_traits, ucs_2_traits;
+    cesu_8_traits, utf_8_mac_traits, utf_8_traits, utf_16_traits, ucs_4_traits, ucs_2_traits;
 
 // The traits of the codec with that rule; null if there are none.
 const codec_traits* traits_of_decoder(rule_function decode);

@@ -9,7 +9,7 @@
 //
 // The decoders are lenient on purpose: they read what is there, and leave judging the text to
 // the caller, who knows whether it matters.
-#include "cconv/rulefunc/traits.h"
+#include "cconv/rulefunc/scanned.h"
 #include "cconv/rulefunc/unicode_tags.h"
 
 #include <array>
@@ -18,13 +18,6 @@ namespace {
 
 constexpr u32 byte_order_mark = 0xFEFF;
 constexpr u32 utf8_byte_order_mark = 0xEFBBBF;
-constexpr u32 first_high_surrogate = 0xD800, first_low_surrogate = 0xDC00;
-constexpr u32 first_supplementary = 0x10000;
-
-constexpr bool is_surrogate(u32 unit) {
-    return unit >= 0xD800 && unit <= 0xDFFF;
-}
-
 // The result of reading one character; only done yields a value.
 enum class read_result { done, incomplete };
 
@@ -182,10 +175,8 @@ read_result read_unit(session* s, std::size_t width, u32& unit) {
 
 // The order of the two halves is not checked: in reverse order they are the same character.
 constexpr u32 join_surrogate_units(u32 first, u32 second) {
-    const u32 high = first < first_low_surrogate ? first : second;
-    const u32 low = first < first_low_surrogate ? second : first;
-    return (high - first_high_surrogate) * 0x400 + (low - first_low_surrogate) +
-           first_supplementary;
+    return first < first_low_surrogate ? join_surrogate_pair(first, second)
+                                       : join_surrogate_pair(second, first);
 }
 
 u32 put_utf16(session* s, u32 code) {
@@ -196,11 +187,10 @@ u32 put_utf16(session* s, u32 code) {
         return stop_with(s, PVZAN_UNREPRESENTABLE);
     }
     const i32 before = s->outPos;
-    const u32 offset = code - first_supplementary;
-    if (put_unit(s, first_high_surrogate + (offset >> 10), 2) == 0) {
+    if (put_unit(s, high_surrogate(code), 2) == 0) {
         return 0;
     }
-    if (put_unit(s, first_low_surrogate + (code & 0x3FF), 2) == 0) {
+    if (put_unit(s, low_surrogate(code), 2) == 0) {
         s->outPos = before; // the count of the high surrogate is not restored, deliberately
         return 0;
     }
@@ -307,7 +297,7 @@ u32 destUTF_16(session* s) {
     if (read_unit(s, 2, first) != read_result::done) {
         return stop_with(s, PVZAN_INPUT_INCOMPLETE);
     }
-    if (is_surrogate(first)) {
+    if (is_high_surrogate(first) || is_low_surrogate(first)) {
         if (read_unit(s, 2, next) != read_result::done) {
             return input_incomplete(s, start);
         }

@@ -75,6 +75,19 @@ bool take_row(std::string_view& list, charset_row& row) {
     return !row.name.empty();
 }
 
+void read_high(const charset_row& row, char16_t (&high)[128]) {
+    std::string_view characters = row.bytes;
+    u32 listed = 0;
+    while (const u32 scalar = take_character(characters)) {
+        high[listed++ % 128] = static_cast<char16_t>(scalar);
+    }
+    const u32 controls = 128 - std::min(listed, 128U); // where they are not listed
+    std::rotate(high, high + listed % 128, high + 128);
+    for (u32 i = 0; i < controls; ++i) {
+        high[i] = static_cast<char16_t>(0x80 + i);
+    }
+}
+
 bool may_be_codes(const charset_row& row, std::span<const u8> bytes) {
     u32 codes = 0, faults = 0;
     const bool known = row.codes == structure::several_bytes && !row.bytes.empty();

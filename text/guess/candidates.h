@@ -19,6 +19,9 @@ struct charset_row {
 // Takes the next row off the list; false behind the last.
 bool take_row(std::string_view& list, charset_row& row);
 
+// What 80 to FF are in a charset of single bytes; U+FFFD: nothing.
+void read_high(const charset_row& row, char16_t (&high)[128]);
+
 // A few faults are damage, more are another charset.
 inline constexpr u32 most_faults = 6;
 constexpr bool is_too_faulty(u32 faults, u32 codes) {

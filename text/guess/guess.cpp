@@ -22,15 +22,8 @@ void add_candidate(pvzan_guesser& g, const charset_row& row, const pvzan_name& n
     candidate& c = g.candidates[g.count++];
     c.row = row;
     c.name = name;
-    const bool all = row.codes == structure::single_byte;
-    std::string_view characters = all ? row.bytes : std::string_view();
-    u32 at = 0;
-    char16_t read[128];
-    while (const u32 scalar = take_character(characters)) {
-        read[at++ % 128] = static_cast<char16_t>(scalar);
-    }
-    for (u32 i = 0; all && i < 128; ++i) { // the first ones are controls where they are not listed
-        c.high[i] = i < 128 - at ? static_cast<char16_t>(0x80 + i) : read[i - (128 - at)];
+    if (row.codes == structure::single_byte) {
+        read_high(row, c.high);
     }
 }
 

@@ -94,6 +94,11 @@ kind kind_of(u32 c) {
                : plain                   ? kind::wide_letter
                                          : kind::wide_mark;
     }
+    // Numbers in circles, Roman ones, units and the like, as Japanese charsets of Windows have
+    // them.
+    if (within(c, 0x2160, 0x216B) || within(c, 0x2460, 0x2473) || within(c, 0x3220, 0x33FF)) {
+        return kind::wide_mark;
+    }
     const bool known = within(c, 0x2000, 0x2BFF) || within(c, 0x3200, 0x33FF) ||
                        within(c, 0x1F000, 0x1FAFF) || within(c, 0xFE00, 0xFE6F);
     return within(c, 0x3000, 0x303F) ? kind::wide_mark : known ? kind::symbol : kind::odd;

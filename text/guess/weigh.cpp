@@ -157,9 +157,9 @@ const candidate* reader_before(const pvzan_guesser& g, const candidate& c) {
 
 // Which of a family is meant is no matter of likelihood: where the first reads everything the
 // others need not. They may be meant yet by what follows.
-void follow(candidate& c, const candidate& first, bool named) {
+void follow(candidate& c, const candidate& first, bool stays) {
     constexpr u32 hardly_ever_met = 30;
-    c.alive = named || c.row.rare < hardly_ever_met;
+    c.alive = stays || c.row.rare < hardly_ever_met;
     c.faults = 0;
     c.odd = 0;
     c.beyond = first.beyond;
@@ -188,7 +188,7 @@ void weigh(pvzan_guesser& g, std::span<const u8> evidence, bool complete) {
                 continue;
             }
             if (const candidate* first = reader_before(g, c)) {
-                follow(c, *first, g.named);
+                follow(c, *first, g.named || !all);
             } else {
                 weigh_one(g, c, evidence.first(size), all && complete);
             }
