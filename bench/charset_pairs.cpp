@@ -20,6 +20,10 @@ constexpr charset cp51932{"cp51932", "EUC-JP-MS", "euc-jp-2007", "euc-jp", "euc_
 constexpr charset eucjp_ms{"eucjp-ms", "EUC-JP-MS", "euc-jp-2007", nullptr, "euc_jp"};
 constexpr charset hkscs{"big5-hkscs", "BIG5-HKSCS", "ibm-1375_P100-2008", "big5", "big5hkscs"};
 constexpr charset ksc{"koreanksc", "UHC", "windows-949", "euc-kr", "cp949"};
+constexpr charset windows_1252{"windows-1252", "CP1252", "windows-1252", "windows-1252", "cp1252"};
+constexpr charset koi8_r{"koi8-r", "KOI8-R", "KOI8-R", "koi8-r", "koi8_r"};
+constexpr charset iso_2022_kr{"iso-2022-kr", "ISO-2022-KR", "ISO-2022-KR", nullptr, "iso2022_kr"};
+constexpr charset utf_7{"utf-7", "UTF-7", "UTF-7", nullptr, "utf-7"};
 
 constexpr char japanese[] = "ja-dense ja-prose ascii";
 constexpr char japanese_2004[] = "ja-dense ja-prose ja-jis2004 ascii";
@@ -54,6 +58,14 @@ constexpr measured_pair pairs[] = {
     {{utf_8, hkscs}, kind::from_unicode, traditional_chinese},
     {{ksc, utf_8}, kind::to_unicode, korean},
     {{utf_8, ksc}, kind::from_unicode, korean},
+    {{iso_2022_kr, utf_8}, kind::to_unicode, korean},
+    {{utf_8, iso_2022_kr}, kind::from_unicode, korean},
+    {{windows_1252, utf_8}, kind::to_unicode, "fr-prose"},
+    {{utf_8, windows_1252}, kind::from_unicode, "fr-prose"},
+    {{koi8_r, utf_8}, kind::to_unicode, "ru-dense ru-prose"},
+    {{utf_8, koi8_r}, kind::from_unicode, "ru-dense ru-prose"},
+    {{utf_7, utf_8}, kind::unicode, "ja-dense ja-prose"},
+    {{utf_8, utf_7}, kind::unicode, "ja-dense ja-prose"},
     {{shift_jis, euc_jp}, kind::to_unicode, japanese},
     {{euc_jp, shift_jis}, kind::to_unicode, japanese},
     {{shift_jis, utf_16le}, kind::to_unicode, japanese},

@@ -77,9 +77,13 @@ public:
         const std::string from = plain_name(pair.from.pvzan, source.srcBigEndian);
         session_->outBuf = out_.data();
         session_->outLen = static_cast<std::int32_t>(out_.size());
-        return library_.init(session_.get(), &target, to.c_str()) == PVZAN_DONE &&
-               library_.choose(session_.get(), &source, from.c_str()) == PVZAN_DONE;
+        const bool opened = library_.init(session_.get(), &target, to.c_str()) == PVZAN_DONE &&
+                            library_.choose(session_.get(), &source, from.c_str()) == PVZAN_DONE;
+        *at_start_ = *session_;
+        return opened;
     }
+
+    void restart() override { *session_ = *at_start_; }
 
     progress step(bytes_view block) override {
         pvzan_session& s = *session_;
@@ -102,7 +106,8 @@ public:
 
 private:
     library library_;
-    std::unique_ptr<pvzan_session> session_ = std::make_unique<pvzan_session>();
+    std::unique_ptr<pvzan_session> session_ = std::make_unique<pvzan_session>(),
+                                   at_start_ = std::make_unique<pvzan_session>();
 };
 
 // ---- iconv(3) ----------------------------------------------------------------------------------

@@ -3,7 +3,7 @@
 
 LANGUAGE-prose.txt  manual pages and guides: half Latin letters, or more
 LANGUAGE-dense.txt  Japanese: words of the ipadic dictionary; Chinese and Korean: the prose without
-                    its ASCII characters; in lines of 90 characters
+                    its ASCII characters; in lines of 90 characters; Russian: the prose without ASCII
 ja-jis2004.txt      ja-dense with every 20th character out of JIS X 0213, beyond JIS X 0208
 ascii.txt           English manual pages, without what is not ASCII
 
@@ -89,8 +89,11 @@ def main(directory):
     japanese = encodable(plain(pages(man + "ja/man*/*.gz")), "shift_jis", "euc_jp")
     simplified = encodable(pages(man + "zh_CN/man*/*.gz"), "gb2312", "gbk")
     traditional = encodable(pages(man + "zh_TW/man*/*.gz"), "big5", "cp950")
-    korean = encodable(pages(man + "ko/man*/*.gz", "/usr/share/doc/debian/FAQ/*.ko.txt.gz"), "euc_kr")
+    korean = encodable(pages(man + "ko/man*/*.gz", "/usr/share/doc/debian/FAQ/*.ko.txt.gz"),
+                       "euc_kr", "iso2022_kr")
     japanese_words = lines(encodable(words(), "shift_jis", "euc_jp"))
+    french = encodable(pages(man + "fr/man*/*.gz"), "cp1252")
+    russian = encodable(pages(man + "ru/man*/*.gz"), "koi8-r")
     texts = {
         "ja-dense": japanese_words,
         "ja-prose": japanese,
@@ -101,6 +104,9 @@ def main(directory):
         "zh_tw-prose": traditional,
         "ko-dense": dense(korean),
         "ko-prose": korean,
+        "fr-prose": french,
+        "ru-dense": dense(russian),
+        "ru-prose": russian,
         "ascii": encodable(plain(pages(man + "man[1-8]/*.gz")), "ascii"),
     }
     for name, text in texts.items():

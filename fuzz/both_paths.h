@@ -43,8 +43,9 @@ public:
         fast::by_hand.off = true;
         cconvConvert(slow_.get());
         fast::by_hand.off = false;
-        characters_ += fast_->inCount - read;
         fast_characters_ += fast::by_hand.characters - before;
+        all_characters += fast_->inCount - read;
+        all_fast_characters += fast::by_hand.characters - before;
         expect(fast_->inPos >= 0 && fast_->inPos <= fast_->inLen, "input position outside");
         expect(fast_->outPos >= 0 && fast_->outPos <= fast_->outLen, "output position outside");
         slow_->inBuf = fast_->inBuf;
@@ -94,9 +95,9 @@ public:
     }
 
     [[nodiscard]] const pvzan_session& session() const { return *fast_; }
-    // Characters converted, and how many of them by the fast path.
-    [[nodiscard]] std::uint64_t characters() const { return characters_; }
+    // Characters that the fast path converted; and of all that were converted, how many it did.
     [[nodiscard]] std::uint64_t fast_characters() const { return fast_characters_; }
+    static inline std::uint64_t all_characters = 0, all_fast_characters = 0;
 
 private:
     static constexpr std::uint8_t fill = 0xA5;
@@ -121,7 +122,7 @@ private:
     pvzan_source_options source_;
     std::unique_ptr<pvzan_session> fast_ = std::make_unique<pvzan_session>(),
                                    slow_ = std::make_unique<pvzan_session>();
-    std::uint64_t characters_ = 0, fast_characters_ = 0;
+    std::uint64_t fast_characters_ = 0;
 };
 
 } // namespace fuzz

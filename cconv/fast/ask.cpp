@@ -3,8 +3,6 @@
 #include "cconv/engine/composition.h"
 #include "cconv/engine/step.h"
 #include "cconv/fast/readers.h"
-#include "cconv/rulefunc/designations.h"
-#include "cconv/rulefunc/iso2022.h"
 #include "cconv/rulefunc/strict.h"
 #include "cconv/tables/table.h"
 #include "platform/platform.h"
@@ -17,7 +15,7 @@ namespace fast {
 
 namespace {
 
-constexpr u32 nobody = ~0U; // what no rule fills in
+constexpr u32 nobody = ~0U; // in fields that an encode rule did not fill in
 constexpr std::size_t output_bytes = 32;
 
 enum class verdict : u8 { plain, by_rules, cut };
@@ -25,7 +23,7 @@ enum class verdict : u8 { plain, by_rules, cut };
 // ---- Running the rules -------------------------------------------------------------------------
 
 // The state between two characters, with nothing in it that a rule could take for its own.
-void reset(session& s, std::span<const u8> k, std::span<u8> out, u32 source_set, u32 target_set) {
+void reset(session& s, std::span<const u8> k, std::span<u8> out, u32 source_word) {
     s.inBuf = k.data();
     s.inPos = 0;
     s.inLen = static_cast<i32>(k.size());
@@ -35,106 +33,75 @@ void reset(session& s, std::span<const u8> k, std::span<u8> out, u32 source_set,
     s.outLen = static_cast<i32>(out.size());
     s.outCount = 0;
     s.status = PVZAN_WRITTEN;
-    s.charSetNo = nobody;
-    s.charSetType = static_cast<u16>(nobody);
-    s.srcShiftSet = source_set;
+    s.srcShiftSet = source_word;
     s.outSetNo = nobody;
     s.outSetType = static_cast<u16>(nobody);
-    s.dstShiftSet = target_set;
+    s.dstShiftSet = 0;
     s.dstShiftPlane = 0;
     s.srcCode = 0;
 }
 
-// Runs D on k: whether it read one character, and all of k. A strict pair goes on with the
+constexpr bool is_break(u8 byte) {
+    return byte == '\r' || byte == '\n';
+}
+
+// Runs D on k: whether it read a character, and all of k. A strict pair goes on with the
 // character of Unicode.
-verdict decode(pair& p, std::span<const u8> k, u32 source_set) {
+verdict decode(pair& p, std::span<const u8> k, u32 state) {
     session& s = p.neutral;
     decode_step(&s);
     if (s.status == PVZAN_INPUT_INCOMPLETE) {
         return verdict::cut;
     }
+    const charset_states& states = p.plan.source_states;
+    const u32 behind = states.state_of(s.srcShiftSet);
     // The reader knows itself what a line break does.
-    const charset_group* told = p.plan.source_group;
-    const u32 behind_line = told != nullptr && k.size() == 1 && (k[0] == '\r' || k[0] == '\n')
-                                ? told->codes->line.applied_to(source_set)
-                                : source_set;
-    const bool one = s.status == PVZAN_DECODED && s.inCount == 1 &&
-                     s.inPos == static_cast<i32>(k.size()) && s.charSetNo != nobody &&
-                     s.charSetType != static_cast<u16>(nobody) &&
-                     (s.srcShiftSet == source_set || s.srcShiftSet == behind_line);
-    if (one && p.strict != strictness::none) {
+    const bool same_state =
+        behind == state || (states.codes != nullptr && k.size() == 1 && is_break(k[0]) &&
+                            behind == states.codes->line.applied_to(state));
+    if (s.status != PVZAN_DECODED || s.inPos != static_cast<i32>(k.size()) || !same_state) {
+        return verdict::by_rules;
+    }
+    if (p.strict != strictness::none) {
         character c{0, 0};
-        const bool designates = (p.plan.target->designates && p.plan.target_group == nullptr) ||
-                                p.plan.source->read == reading::escapes;
-        if (!read_character(&s, c) || (designates && switches_sets(c.letter))) {
+        const bool by_escapes =
+            p.plan.source->read == reading::escapes || p.plan.target->read == reading::escapes;
+        if (!read_character(&s, c) || (by_escapes && switches_sets(c.letter))) {
             return verdict::by_rules;
         }
         put_character(&s, c);
     }
-    return one ? verdict::plain : verdict::by_rules;
+    return verdict::plain;
 }
 
 // Whether E wrote whole codes, and filled in every field.
 bool wrote(const session& s) {
     return s.status == PVZAN_WRITTEN && s.outPos > 0 && s.outCount > 0 && s.outSetNo != nobody &&
-           s.outSetType != static_cast<u16>(nobody) && s.dstShiftPlane == 0;
+           s.outSetType != static_cast<u16>(nobody);
 }
 
-// With a rule that designates sets: k once more where its set is designated already. What the first
-// time wrote before the code is the designation.
-bool separate_designation(pair& p, std::span<const u8> k, u32 source_set, std::span<u8>& written,
-                          std::span<u8> once_more, answer& a) {
-    session& s = p.neutral;
-    const u32 designated = s.dstShiftSet, slot = designated - first_slot_set;
-    if (designated != s.outSetNo || slot == 0 || slot >= slot_count) {
-        return false;
-    }
-    reset(s, k, once_more, source_set, designated);
-    if (decode(p, k, source_set) != verdict::plain) {
-        return false;
-    }
-    encode_step(&s);
-    const auto length = static_cast<std::size_t>(s.outPos);
-    if (!wrote(s) || s.dstShiftSet != designated || length >= written.size() ||
-        !std::ranges::equal(written.last(length), once_more.first(length))) {
-        return false;
-    }
-    const std::span<const u8> escape = written.first(written.size() - length);
-    written = written.last(length);
-    u32 sequence = 0;
-    if (escape.size() < 3 || escape.size() > sizeof sequence) {
-        return false;
-    }
-    std::memcpy(&sequence, escape.data(), escape.size());
-    a.slot = static_cast<u8>(slot);
-    u32 none = 0;
-    return p.escapes[slot].compare_exchange_strong(none, sequence, std::memory_order_relaxed) ||
-           none == sequence;
-}
-
-// Whether the line break is the first set's, and needs nothing else before it.
-bool breaks_in_first_set(const iso2022& codes) {
+// Whether nothing but a code of the first set is written for line breaks.
+bool breaks_are_codes(const iso2022& codes) {
     const wanted_state& line = codes.line;
     const auto elsewhere = [](const control_sequence& s) {
-        return s.kind == sequence_kind::designation && s.set == 1 && s.which != 0;
+        return s.kind == sequence_kind::designation && s.set == ascii_set && s.which != 0;
     };
-    const bool first = (line.mask & register_mask(0)) == 0 || set_in(line.value, 0) == 1;
+    const bool first = (line.mask & register_mask(0)) == 0 || set_in(line.value, 0) == ascii_set;
     return line.mask == 0 || ((line.mask & ~(register_mask(0) | shift_mask)) == 0 && first &&
-                              shifted(line.value) == 0 && set_in(codes.initial, 0) == 1 &&
+                              shifted(line.value) == 0 && set_in(codes.initial, 0) == ascii_set &&
                               std::ranges::none_of(codes.sequences(), elsewhere));
 }
 
 // Whether the bytes are codes of the set, or a literal of the first one, or a line break.
 bool are_codes_of(const iso2022& codes, u32 set, std::span<const u8> bytes) {
-    const auto is_break = [](u8 byte) { return byte == '\r' || byte == '\n'; };
-    const bool breaks = std::ranges::all_of(bytes, is_break);
-    if (set == line_way || (breaks && (set != 1 || !breaks_in_first_set(codes)))) {
-        return set == line_way && breaks;
+    const bool breaks_line = std::ranges::all_of(bytes, is_break) && !breaks_are_codes(codes);
+    if (set == line_way || breaks_line) {
+        return set == line_way && breaks_line;
     }
     const auto is_literal = [&](const control_sequence& s) {
         return s.kind == sequence_kind::literal && std::ranges::equal(s.sequence(), bytes);
     };
-    if (set == 1 && std::ranges::any_of(codes.sequences(), is_literal)) {
+    if (set == ascii_set && std::ranges::any_of(codes.sequences(), is_literal)) {
         return true;
     }
     const graphic_set& g = codes.set(set);
@@ -147,10 +114,10 @@ bool are_codes_of(const iso2022& codes, u32 set, std::span<const u8> bytes) {
 }
 
 // How many of the bytes are the way from a state to the set.
-std::optional<std::size_t> way_size(const charset_group* group, u32 from, u32 set,
+std::optional<std::size_t> way_size(const charset_states& states, u32 from, u32 set,
                                     std::span<const u8> bytes, u32 behind) {
     iso2022_way way;
-    if (!find_way(group, from, set, way) || way.size >= bytes.size() || way.state != behind) {
+    if (!states.find_way(from, set, way) || way.size >= bytes.size() || way.state != behind) {
         return std::nullopt;
     }
     for (u32 i = 0; i < way.size; ++i) {
@@ -161,32 +128,19 @@ std::optional<std::size_t> way_size(const charset_group* group, u32 from, u32 se
     return way.size;
 }
 
-// With a rule that goes by a definition: what was written before the code is the way to its set,
-// from the begin of a text as from the state behind it.
-bool separate_way(pair& p, std::span<const u8> k, u32 source_set, std::span<u8>& written,
-                  std::span<u8> once_more, answer& a) {
-    session& s = p.neutral;
-    const charset_group* group = p.plan.target_group;
-    const iso2022& codes = *group->codes;
-    const u32 behind = s.dstShiftSet;
+// With a target that has states: what was written before the code is the way to its set.
+bool separate_way(pair& p, std::span<u8>& written, answer& a) {
+    const charset_states& states = p.plan.target_states;
+    const u32 begin = states.state_of(0), behind = states.state_of(p.neutral.dstShiftSet);
     for (u32 set = 1; set <= line_way; ++set) {
-        const auto size = set <= codes.set_count || set == line_way
-                              ? way_size(group, codes.initial, set, written, behind)
+        const auto size = set <= states.codes->set_count || set == line_way
+                              ? way_size(states, begin, set, written, behind)
                               : std::nullopt;
-        if (!size || !are_codes_of(codes, set, written.subspan(*size))) {
-            continue;
+        if (size && are_codes_of(*states.codes, set, written.subspan(*size))) {
+            written = written.subspan(*size);
+            a.set = static_cast<u8>(set);
+            return true;
         }
-        reset(s, k, once_more, source_set, behind);
-        if (decode(p, k, source_set) != verdict::plain) {
-            return false;
-        }
-        encode_step(&s);
-        const std::span<const u8> second = once_more.first(static_cast<std::size_t>(s.outPos));
-        const auto again = way_size(group, behind, set, second, behind);
-        written = written.subspan(*size);
-        a.slot = static_cast<u8>(set);
-        return wrote(s) && s.dstShiftSet == behind && again &&
-               std::ranges::equal(second.subspan(*again), written);
     }
     return false;
 }
@@ -241,15 +195,16 @@ bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, con
         return false;
     }
     std::array<u8, output_bytes> again;
-    return back == c && (p.strict == strictness::characters || p.plan.reader >= reader::iso2022 ||
+    return back == c && (p.strict == strictness::characters || p.plan.reader == reader::states ||
                          std::ranges::equal(k, std::span(again).first(spell_again(&s, c, again))));
 }
 
-verdict ask(pair& p, std::span<const u8> k, u32 source_set, answer& a) {
+// k stands in that state of the source.
+verdict ask(pair& p, std::span<const u8> k, u32 state, answer& a) {
     session& s = p.neutral;
-    std::array<u8, output_bytes> out, again;
-    reset(s, k, out, source_set, 0);
-    const verdict read = decode(p, k, source_set);
+    std::array<u8, output_bytes> out;
+    reset(s, k, out, p.plan.source_states.word_of(state));
+    const verdict read = decode(p, k, state);
     if (read != verdict::plain) {
         return read;
     }
@@ -272,9 +227,7 @@ verdict ask(pair& p, std::span<const u8> k, u32 source_set, answer& a) {
         return verdict::by_rules;
     }
     const bool whole =
-        p.plan.target_group != nullptr ? separate_way(p, k, source_set, written, again, a)
-        : p.plan.target->designates    ? separate_designation(p, k, source_set, written, again, a)
-                                       : s.dstShiftSet == 0;
+        p.plan.target_states.codes != nullptr ? separate_way(p, written, a) : s.dstShiftSet == 0;
     if (!whole || !note_bytes(a, written)) {
         return verdict::by_rules;
     }
@@ -314,9 +267,9 @@ u32 keep(pair& p, const answer& a) {
 void note_ascii(pair& p, u32 c, const answer& a) {
     const ascii_unit target = p.plan.target_unit;
     const u64 place = target.big_endian ? target.bytes - 1 : 0;
-    const u32 slot = p.plan.target->designates ? ascii_slot : 0;
+    const u32 set = p.plan.target_states.codes != nullptr ? ascii_set : 0;
     if (a.codes == 1 && !a.is_cr && !a.is_lf && a.length == target.bytes &&
-        a.bytes == u64{c} << 8 * place && a.slot == slot) {
+        a.bytes == u64{c} << 8 * place && a.set == set) {
         p.plain_ascii.add(static_cast<u8>(c));
     }
 }
@@ -336,7 +289,7 @@ bool store(pair& p, u32 key, const answer& a) {
     }
     p.answer_at[key].store(static_cast<u16>(number), std::memory_order_release);
     const bool fits = a.length <= entry::most_bytes && a.codes == 1 && !a.is_cr && !a.is_lf;
-    const u32 packed = u32{a.slot} << 28 | u32{a.length} << 24 | static_cast<u32>(a.bytes);
+    const u32 packed = u32{a.set} << 28 | u32{a.length} << 24 | static_cast<u32>(a.bytes);
     p.entries[key].store(fits ? packed : number, std::memory_order_relaxed);
     return true;
 }
@@ -354,9 +307,7 @@ bool note(pair& p, const u8* in, u32 length, u32 key, verdict v, const answer& a
     if (!store(p, key, a)) {
         return false;
     }
-    const u32 ascii = p.plan.reader == reader::iso2022 ? iso2022_base(PVZAN_SET_ISO_646_IRV)
-                      : p.plan.reader == reader::told  ? u32{p.plan.bases[1]}
-                                                       : 0;
+    const u32 ascii = p.plan.reader == reader::states ? u32{p.plan.sets[ascii_set].single_base} : 0;
     if (key - ascii < 0x80) {
         note_ascii(p, key - ascii, a);
     }
@@ -398,7 +349,7 @@ bool learn(pair& p, const run& r) {
         return p.entry_of(r.next_key).packed != entry::by_rules; // by another thread
     }
     answer a;
-    const verdict v = ask(p, {r.next, r.next_length}, r.next_set, a);
+    const verdict v = ask(p, {r.next, r.next_length}, r.next_state, a);
     return is_current(p) && note(p, r.next, r.next_length, r.next_key, v, a);
 }
 

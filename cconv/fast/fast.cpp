@@ -1,7 +1,6 @@
 // The fast path of a call: which pair, from where to where, and when to try again.
 #include "cconv/fast/fast.h"
 #include "cconv/fast/pair.h"
-#include "cconv/registry/iso2022.h"
 
 #include <algorithm>
 
@@ -27,9 +26,8 @@ run run_of(const session* s, const pair& p) {
     r.in_end = s->inBuf + s->inLen;
     r.out = out;
     r.out_end = out + room;
-    const charset_group *source = p.plan.source_group, *target = p.plan.target_group;
-    r.in_set = source != nullptr ? source->codes->state_of(s->srcShiftSet) : s->srcShiftSet;
-    r.out_set = target != nullptr ? target->codes->state_of(s->dstShiftSet) : s->dstShiftSet;
+    r.in_state = p.plan.source_states.state_of(s->srcShiftSet);
+    r.out_state = p.plan.target_states.state_of(s->dstShiftSet);
     r.last = r.before_last = r.next_key = no_key;
     return r;
 }

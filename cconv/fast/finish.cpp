@@ -53,7 +53,7 @@ bool finish(pair& p, run& r, session* s) {
         return true;
     }
     const u8* const begin = s->inBuf + s->inPos;
-    const bool scalars = p.plan.reader < reader::iso2022 && p.plan.reader != reader::lead_bytes;
+    const bool scalars = p.plan.reader != reader::lead_bytes && p.plan.reader != reader::states;
     character last = scalars ? character_before(p, r.in) : character{nullptr, r.last};
     const answer* a = find(p, last, r.in);
     // What follows may be a mark, and then belong to the letter: the rules see to both.
@@ -65,7 +65,7 @@ bool finish(pair& p, run& r, session* s) {
         r.out -= a->length;
         if (r.out == r.way.end) { // and what led there
             r.out = r.way.begin;
-            r.out_set = r.way.state;
+            r.out_state = r.way.state;
         }
         r.more_codes -= a->codes - 1U;
         last = character_before(p, r.in);
@@ -85,8 +85,8 @@ bool finish(pair& p, run& r, session* s) {
     s->outPos = static_cast<i32>(r.out - s->outBuf);
     s->inCount += r.characters;
     s->outCount += r.characters + r.more_codes;
-    s->srcShiftSet = r.in_set;
-    s->dstShiftSet = r.out_set;
+    s->srcShiftSet = p.plan.source_states.word_of(r.in_state);
+    s->dstShiftSet = p.plan.target_states.word_of(r.out_state);
     return true;
 }
 

@@ -1,12 +1,11 @@
-// The loop over a run of characters that the rules have answered about. With ISO-2022-JP, escape
-// sequences between two characters count as part of the one behind them.
+// The loop over a run of characters that the rules have answered about. What designates and shifts
+// between two characters counts as part of the one behind it.
 //
 // The way from one input position to the next must not wait for a table: a source character's
 // length comes from a branch on its lead byte, never from the entry. The loop makes two passes: one
 // that may touch bytes behind what it reads and writes, in blocks where that pays; and one to the
 // ends of input and output.
-#include "cconv/fast/reader_iso2022.h"
-#include "cconv/fast/reader_told.h"
+#include "cconv/fast/reader_states.h"
 
 #include <algorithm>
 #include <type_traits>
@@ -60,11 +59,14 @@ class loop {
 public:
     loop(const pair& p, run& r)
         : p_(p), r_(r), reader_(make_reader(p, r)), target_(p.plan.target_unit),
-          designates_(p.plan.target->designates),
-          first_set_(designates_ ? first_slot_set : r.out_set), told_(p.plan.target_group),
-          slot_(told_ != nullptr ? set_at_hand(*told_->codes, r.out_set) : r.out_set - first_set_),
+          to_(p.plan.target_states.codes),
+          at_hand_(to_ != nullptr ? set_at_hand(*to_, r.out_state) : 0),
           has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)),
-          in_run_(has_runs_) {}
+          in_run_(has_runs_) {
+        for (std::size_t set = 0; to_ != nullptr && set < ways_.size(); ++set) {
+            ways_[set].from = 0;
+        }
+    }
 
     void go() {
         r_.why = stop::end;
@@ -77,14 +79,13 @@ public:
         if (r_.why == stop::end && r_.in < r_.in_end) {
             pass<true>();
         }
-        r_.out_set = told_ != nullptr ? r_.out_set : first_set_ + slot_;
     }
 
 private:
-    static constexpr bool has_sets = Reader::has_sets;
+    static constexpr bool has_states = Reader::has_states;
     static Reader make_reader(const pair& p, const run& r) {
-        if constexpr (has_sets) {
-            return Reader(p, r.in_set);
+        if constexpr (has_states) {
+            return Reader(p, r.in_state);
         } else {
             return Reader(p);
         }
@@ -111,16 +112,16 @@ private:
     void pass() {
         progress now = at();
         const pair& p = p_; // copies, which no output can overwrite
-        const std::conditional_t<has_sets, const Reader&, const Reader> reader = reader_;
+        const std::conditional_t<has_states, const Reader&, const Reader> reader = reader_;
         const u8* const in_end = r_.in_end;
         const u8* const in_stop = Exact ? in_end : in_end - (Reader::longest - 1);
         const u8* const out_stop = Exact ? r_.out_end : r_.out_end - out_margin;
         const u8* next_block = !Exact && may_open_block() ? now.in : in_end;
         bool in_run = in_run_;
         while (now.in < in_stop && (Exact || now.out < out_stop)) {
-            if constexpr (has_sets) {
+            if constexpr (has_states) {
                 if (reader.opens(now.in)) {
-                    if (!read_designation(now)) {
+                    if (!read_sequence(now)) {
                         break;
                     }
                     continue;
@@ -131,7 +132,7 @@ private:
             const u32 length = reader.length(now.in, left);
             const bool is_long = Reader::unit_bytes == 1 && length == Reader::usual_length;
             const bool tries_run = !is_long && in_run && may_be_run(now.in, in_end);
-            const bool tries_block = !Exact && now.in >= next_block && (!has_sets || is_long);
+            const bool tries_block = !Exact && now.in >= next_block && (!has_states || is_long);
             if (tries_run || tries_block) {
                 set(now);
                 next_block_ = next_block;
@@ -156,7 +157,7 @@ private:
                 if (!step<Exact>(p, now, reader.key(now.in, length), length)) {
                     break;
                 }
-                if constexpr (has_sets) {
+                if constexpr (has_states) {
                     reader_.took(now.in - length, length);
                 }
             } else {
@@ -180,7 +181,7 @@ private:
     [[gnu::always_inline]] bool step(const pair& p, progress& now, u32 key, u32 length) {
         const entry e = p.entry_of(key);
         const u32 size = e.length();
-        if (e.is_short_in(slot_) &&
+        if (e.is_short_in(at_hand_) &&
             (!Exact || r_.out_end - now.out >= static_cast<std::ptrdiff_t>(size))) {
             put<Exact>(now.out, r_.out_end, e.packed, size);
             now.out += size;
@@ -202,17 +203,17 @@ private:
         return true;
     }
 
-    bool read_designation(progress& now) {
-        if constexpr (has_sets) {
-            const u32 before = reader_.designated();
+    bool read_sequence(progress& now) {
+        if constexpr (has_states) {
+            const u32 before = reader_.state();
             const u32 length = reader_.sequence({now.in, r_.in_end});
             if (length == 0) {
                 r_.why = stop::by_rules;
                 return false;
             }
-            if (escapes_ == nullptr || now.characters != characters_before_) {
-                escapes_ = now.in;
-                set_before_ = before;
+            if (sequences_ == nullptr || now.characters != characters_before_) {
+                sequences_ = now.in;
+                state_before_ = before;
                 characters_before_ = now.characters;
             }
             behind_cr_ = now.in == behind_cr_ ? now.in + length : behind_cr_;
@@ -221,63 +222,62 @@ private:
         return true;
     }
 
-    // A run ends behind a character, not behind an escape sequence.
+    // A run ends behind a character, not behind a sequence.
     void end_pass() {
         r_.next = r_.in;
-        if constexpr (has_sets) {
-            r_.next_set = reader_.designated();
-            if (escapes_ != nullptr && r_.characters == characters_before_) {
-                r_.in = escapes_;
-                reader_.designate(set_before_);
+        if constexpr (has_states) {
+            r_.next_state = reader_.state();
+            if (sequences_ != nullptr && r_.characters == characters_before_) {
+                r_.in = sequences_;
+                reader_.enter(state_before_);
             }
-            r_.in_set = reader_.designated();
+            r_.in_state = reader_.state();
         }
     }
 
-    // Makes sure that there is room for so many bytes, and that their set is designated.
+    // Makes sure that there is room for so many bytes, and that their set is at hand.
     template <bool Exact>
-    bool designate(u32 slot, u32 length, u8*& out) {
-        if (told_ != nullptr && slot != slot_) {
-            return make_way<Exact>(slot, length, out);
-        }
-        const u32 sequence = slot != slot_ ? p_.escapes[slot].load(std::memory_order_relaxed) : 0U;
-        const u32 size = sequence == 0 ? 0 : sequence >> 24 != 0 ? 4 : 3;
-        if (Exact && r_.out_end - out < static_cast<std::ptrdiff_t>(size + length)) {
-            return false;
-        }
-        if (slot != slot_) {
-            if (sequence == 0) {
-                r_.why = stop::unknown; // newer than what can be seen here
-                return false;
-            }
-            put<Exact>(out, r_.out_end, sequence, size);
-            out += size;
-            slot_ = slot;
-        }
-        return true;
-    }
-
-    // The same where the target's definition says how.
-    template <bool Exact>
-    bool make_way(u32 slot, u32 length, u8*& out) {
-        iso2022_way way;
-        if (!find_way(told_, r_.out_set, slot, way) || way.size + length > sizeof way.bytes) {
+    bool bring(u32 set, u32 length, u8*& out) {
+        const bool needs_way = set != at_hand_;
+        const known_way* known = needs_way ? way_to(set) : nullptr;
+        const u32 size = known != nullptr ? known->way.size : 0;
+        if (needs_way && (known == nullptr || size + length > sizeof known->way.bytes)) {
             r_.why = stop::by_rules;
             return false;
         }
-        if (Exact && r_.out_end - out < static_cast<std::ptrdiff_t>(way.size + length)) {
+        if (Exact && r_.out_end - out < static_cast<std::ptrdiff_t>(size + length)) {
             return false;
         }
-        put<Exact>(out, r_.out_end, way.bytes, way.size);
-        r_.way = {out, out + way.size, r_.out_set};
-        out += way.size;
-        r_.out_set = way.state;
-        slot_ = set_at_hand(*told_->codes, way.state);
+        if (needs_way) {
+            put<Exact>(out, r_.out_end, known->way.bytes, size);
+            r_.way = {out, out + size, r_.out_state};
+            out += size;
+            r_.out_state = known->way.state;
+            at_hand_ = known->at_hand;
+        }
         return true;
     }
 
-    bool ascii_run() {
-        if (designates_ && slot_ != ascii_slot) {
+    // From the state at hand; null where there is none.
+    struct known_way {
+        u32 from, at_hand; // 0: from no state
+        iso2022_way way;
+    };
+    const known_way* way_to(u32 set) {
+        known_way& known = ways_[set];
+        if (known.from != r_.out_state) {
+            if (!p_.plan.target_states.find_way(r_.out_state, set, known.way)) {
+                known.from = 0;
+                return nullptr;
+            }
+            known.from = r_.out_state;
+            known.at_hand = set_at_hand(*to_, known.way.state);
+        }
+        return &known;
+    }
+
+    [[gnu::always_inline]] bool ascii_run() {
+        if (to_ != nullptr && at_hand_ != ascii_set) {
             return false;
         }
         const auto size = static_cast<std::size_t>(r_.in_end - r_.in),
@@ -290,7 +290,7 @@ private:
         if (n == 0) {
             return false;
         }
-        if constexpr (has_sets) {
+        if constexpr (has_states) {
             reader_.took(r_.in, n);
         }
         r_.in += n * Reader::unit_bytes;
@@ -329,18 +329,18 @@ private:
             return false;
         }
         next_block_ = r_.in + chunk_bytes; // what stops one will not stand alone
-        const u32 slot = slot_, out_set = r_.out_set;
+        const u32 at_hand = at_hand_, out_state = r_.out_state;
         const last_way way = r_.way;
         u16 codes[block_codes + chunk_codes]; // vectors reach behind the last
         const auto left = static_cast<std::size_t>(r_.in_end - r_.in);
         const chunk_read read = reader_.read(r_.in, std::min(chunks_, left / chunk_bytes), codes);
-        const block_written written = designates_ ? put_designated(codes, read.codes, r_.out)
-                                                  : put_block(p_, codes, read.codes, r_.out);
+        const block_written written = to_ != nullptr ? put_in_sets(codes, read.codes, r_.out)
+                                                     : put_block(p_, codes, read.codes, r_.out);
         const std::size_t n = written.codes;
         if (static_cast<std::ptrdiff_t>(written.bytes) > room) {
             next_block_ = r_.in_end;
-            slot_ = slot;
-            r_.out_set = out_set;
+            at_hand_ = at_hand;
+            r_.out_state = out_state;
             r_.way = way;
             return false;
         }
@@ -361,7 +361,7 @@ private:
         // Short runs of ASCII go with blocks.
         in_run_ =
             has_runs_ && (Reader::unit_bytes > 1 ? reader_.is_ascii(r_.in - Reader::unit_bytes)
-                                                 : has_sets || r_.in == begin + n);
+                                                 : has_states || r_.in == begin + n);
         if constexpr (!Reader::scalars) {
             r_.before_last = n > 1 ? codes[n - 2] : r_.last;
             r_.last = codes[n - 1];
@@ -370,12 +370,12 @@ private:
     }
 
     // Into several sets.
-    block_written put_designated(const u16* codes, std::size_t count, u8* out) {
+    block_written put_in_sets(const u16* codes, std::size_t count, u8* out) {
         const u8* const begin = out;
         std::size_t n = 0;
         for (; n < count; ++n) {
             const entry e = p_.entry_of(codes[n]);
-            if (!e.is_short() || !designate<false>(e.slot(), e.length(), out)) {
+            if (!e.is_short() || !bring<false>(e.set(), e.length(), out)) {
                 r_.why = stop::end; // one by one it is seen again
                 break;
             }
@@ -391,7 +391,7 @@ private:
         if (p_.plan.blocks == block_form::none || !has_chunk(r_.in)) {
             return false;
         }
-        if constexpr (has_sets) {
+        if constexpr (has_states) {
             if (reader_.opens(r_.in)) {
                 return true;
             }
@@ -409,7 +409,7 @@ private:
     bool long_step(const u8* next, u32 key, entry e) {
         u8* out = r_.out;
         if (e.is_short()) {
-            if (!designate<Exact>(e.slot(), e.length(), out)) {
+            if (!bring<Exact>(e.set(), e.length(), out)) {
                 return false;
             }
             put<Exact>(out, r_.out_end, e.packed, e.length());
@@ -425,7 +425,7 @@ private:
             --r_.more_codes; // dropped
             return true;
         }
-        if (!designate<Exact>(a->slot, a->length, out)) {
+        if (!bring<Exact>(a->set, a->length, out)) {
             return false;
         }
         put<Exact>(out, r_.out_end, a->bytes, a->length);
@@ -441,19 +441,18 @@ private:
     run& r_;
     Reader reader_;
     ascii_unit target_;
-    bool designates_;
-    u32 first_set_;
-    const charset_group* told_; // the target, where its definition says how to designate
-    u32 slot_;                  // of the set that is designated for output; 0 where none need be
-    bool has_runs_, in_run_;    // of ASCII, for which there is a quicker way than blocks
+    const iso2022* to_; // what the target has to designate; else null
+    u32 at_hand_;       // the set that needs no way; 0 where there are none
+    std::array<known_way, iso2022::most_sets + 1> ways_; // by set, those found last
+    bool has_runs_, in_run_; // of ASCII, for which there is a quicker way than blocks
     const u8* next_block_ = nullptr;
     std::ptrdiff_t spare_ = 0;      // bytes that may be touched behind the end of the output
     bool short_of_room_ = false;    // for a block
     std::size_t chunks_ = 1;        // to read for the next block
     const u8* behind_cr_ = nullptr; // where a line feed is dropped
-    // The escape sequences read last, where they began and what held there.
-    const u8* escapes_ = nullptr;
-    u32 set_before_ = 0, characters_before_ = 0;
+    // The sequences read last, where they began and the state there.
+    const u8* sequences_ = nullptr;
+    u32 state_before_ = 0, characters_before_ = 0;
 };
 
 } // namespace
@@ -467,8 +466,7 @@ void run_over(pair& p, run& r) {
         return big ? loop<unit_reader<2, true>>(p, r).go() : loop<unit_reader<2, false>>(p, r).go();
     case reader::quads:
         return big ? loop<unit_reader<4, true>>(p, r).go() : loop<unit_reader<4, false>>(p, r).go();
-    case reader::iso2022: return loop<iso2022_reader>(p, r).go();
-    case reader::told: return loop<told_reader>(p, r).go();
+    case reader::states: return loop<state_reader>(p, r).go();
     }
 }
 

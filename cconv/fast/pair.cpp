@@ -2,6 +2,7 @@
 #include "cconv/fast/pair.h"
 #include "cconv/fast/fast.h"
 #include "cconv/registry/further.h"
+#include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
 #include "platform/platform.h"
 
@@ -34,6 +35,8 @@ pthread_mutex_t table_of_pairs = PTHREAD_MUTEX_INITIALIZER;
 // What else decides: byte orders, what line breaks are written as, 0 where they are characters like
 // others, and strictness.
 constexpr u32 strict_shift = 8;
+constexpr u64 no_options = ~u64{0}; // of any session
+constexpr u64 never_seen = 1;       // for nothing is kept where a state is odd
 u32 options_of(const session* s, strictness strict) {
     const u32 mode = s->target.newlineMode;
     const bool named = mode >= PVZAN_NEWLINE_CR && mode <= PVZAN_NEWLINE_PARAGRAPH_SEPARATOR;
@@ -43,55 +46,51 @@ u32 options_of(const session* s, strictness strict) {
     return static_cast<u32>(strict) << strict_shift | breaks | orders;
 }
 
-u64 number_of(const void* pointer) {
-    return reinterpret_cast<std::uintptr_t>(pointer);
-}
-
-const void* items(const object_array* list) {
-    return list != nullptr ? static_cast<const void*>(list->items) : nullptr;
-}
-
-u64 count(const object_array* list) {
-    return list != nullptr ? list->count : 0;
-}
-
-u64 tables_now() {
-    return u64{table_changes()} << 32 | table_generation();
-}
-
-// Calls use with the number and the value of each word of a session's key.
-template <typename Use>
-[[gnu::always_inline]] inline void for_each_word(const session* s, u32 options, Use use) {
-    const object_array *groups = g_ProcessObject.groups, *sets = g_ProcessObject.basics;
-    use(0, number_of(s->srcGroup));
-    use(1, number_of(s->dstGroup));
-    use(2, number_of(s->srcRule));
-    use(3, number_of(s->dstRule));
-    use(4, u64{s->srcGroupNo} << 32 | s->dstGroupNo); // the rules look at those too
-    use(5, options | count(groups) << 32 | count(sets) << 48);
-    use(6, number_of(items(groups)));
-    use(7, number_of(items(sets)));
-    use(tables_in_key, tables_now());
-}
-
-pair_key key_of(const session* s, u32 options) {
-    pair_key key;
-    for_each_word(s, options, [&](std::size_t i, u64 word) { key[i] = word; });
-    return key;
-}
-
-// Without a branch on each word.
-[[gnu::always_inline]] inline bool has_key_of(const pair& p, const session* s, u32 options) {
-    u64 differs = 0;
-    for_each_word(s, options, [&](std::size_t i, u64 word) { differs |= p.key[i] ^ word; });
-    return differs == 0;
-}
-
-[[gnu::always_inline]] inline u64 hash_of(const session* s, u32 options) {
+[[gnu::always_inline]] inline u64 hash_of(const pair_key& key) {
     constexpr u64 golden = 0x9E3779B97F4A7C15;
-    const u64 ends = number_of(s->srcGroup) ^ std::rotl(number_of(s->dstGroup), 32);
-    return ((ends ^ options) * golden) | 1; // 0: no pair
+    const auto source = reinterpret_cast<std::uintptr_t>(key.source);
+    const auto target = reinterpret_cast<std::uintptr_t>(key.target);
+    return ((source ^ std::rotl(u64{target}, 32) ^ key.options) * golden) | 1; // 0: no pair
 }
+
+// How many sets the rules may look into there are, and how many of their tables are loaded: that
+// only ever grows. How often loaded tables were written to, which nobody does but tests, is
+// everybody's.
+class own_tables {
+public:
+    static u64 count(const pair_key& key) {
+        own_tables counted;
+        counted.add(key.source);
+        counted.add(key.target);
+        return u64{writes_in(table_state())} << 32 | counted.total_;
+    }
+
+private:
+    void add(const charset_group* group) {
+        for (const basic_set* set : member_sets(group)) {
+            add(set);
+            add(registered_set(set->setNo));
+        }
+        for (const object_array* extra : items_of<object_array>(group->dsTableArrays)) {
+            for (const table_object* table : items_of<table_object>(extra)) {
+                total_ += table_loaded(table) ? 1U : 0U;
+            }
+        }
+        const rule_row* reads = TheRule(group->destRule);
+        const codec_traits* codec = reads != nullptr ? traits_of_decoder(reads->function) : nullptr;
+        for (const u32 setNo : codec != nullptr ? codec->sets : std::span<const u32>()) {
+            add(registered_set(setNo));
+        }
+    }
+    void add(const basic_set* set) {
+        if (set != nullptr) {
+            total_ += 1U + (table_loaded(set->decodeTable) ? 1U : 0U) +
+                      (table_loaded(set->encodeTable) ? 1U : 0U);
+        }
+    }
+
+    u32 total_ = 0;
+};
 
 place& place_at(u64 hash, std::size_t i) {
     return places[((hash >> 32) + i) % place_count];
@@ -121,7 +120,7 @@ bool is_held(const place& at) {
            at.others.load(std::memory_order_seq_cst) != 0;
 }
 
-[[gnu::always_inline]] inline held_pair find(u64 hash, const session* s, u32 options) {
+[[gnu::always_inline]] inline held_pair find(u64 hash, const pair_key& key) {
     for (std::size_t i = 0; i < places_tried; ++i) {
         place& at = place_at(hash, i);
         if (at.tag.load(std::memory_order_relaxed) != hash) {
@@ -129,7 +128,7 @@ bool is_held(const place& at) {
         }
         const bool counted = enter(at);
         pair* p = at.held.load(std::memory_order_seq_cst);
-        if (p != nullptr && has_key_of(*p, s, options)) {
+        if (p != nullptr && p->key == key && is_current(*p)) {
             at.used.store(clock.load(std::memory_order_relaxed), std::memory_order_relaxed);
             return {p, counted};
         }
@@ -172,7 +171,7 @@ bool free_one(u64 first, std::size_t count) {
     const u32 now = clock.load(std::memory_order_relaxed);
     for (std::size_t i = 0; i < count; ++i) {
         place& at = places[(first + i) % place_count];
-        const pair* p = at.held.load(std::memory_order_relaxed);
+        pair* p = at.held.load(std::memory_order_relaxed);
         if (p == nullptr || is_held(at)) {
             continue;
         }
@@ -207,7 +206,7 @@ bool claim(u64 bytes) {
     return true;
 }
 
-pair* make(const session* s, u32 options, u64 tables, const plan& planned) {
+pair* make(const session* s, const pair_key& key, u64 tables, const plan& planned) {
     if (!claim(sizeof(pair))) {
         return nullptr;
     }
@@ -218,11 +217,12 @@ pair* make(const session* s, u32 options, u64 tables, const plan& planned) {
         return nullptr;
     }
     // All zero is a valid state of the rest.
-    p->key = key_of(s, options);
-    p->key[tables_in_key] = tables;
+    p->key = key;
+    p->tables = tables;
+    p->seen.store(never_seen, std::memory_order_relaxed);
     p->plan = planned;
     p->kernel = &chosen_kernels();
-    p->strict = static_cast<strictness>(options >> strict_shift);
+    p->strict = static_cast<strictness>(key.options >> strict_shift);
     p->claimed = sizeof(pair);
     prepare_neutral(*p, s);
     // Between charsets of Unicode nobody asks: scalars stand for themselves.
@@ -245,14 +245,15 @@ place* empty_place(u64 hash) {
 }
 
 // Makes the pair unless another thread just did, and holds it.
-held_pair make_and_hold(const session* s, u32 options, u64 hash, u64 tables, const plan& planned) {
+held_pair make_and_hold(const session* s, const pair_key& key, u64 hash, u64 tables,
+                        const plan& planned) {
     const lock_guard guard(table_of_pairs);
-    if (const held_pair found = find(hash, s, options); found.p != nullptr) {
+    if (const held_pair found = find(hash, key); found.p != nullptr) {
         return found;
     }
     // Stale ones would be in the way of every call.
     for (std::size_t i = 0; i < places_tried; ++i) {
-        const pair* old = place_at(hash, i).held.load(std::memory_order_relaxed);
+        pair* old = place_at(hash, i).held.load(std::memory_order_relaxed);
         if (old != nullptr && !is_current(*old)) {
             free_place(place_at(hash, i));
         }
@@ -261,7 +262,7 @@ held_pair make_and_hold(const session* s, u32 options, u64 hash, u64 tables, con
     if (at == nullptr && free_one((hash >> 32) % place_count, places_tried)) {
         at = empty_place(hash);
     }
-    pair* p = at != nullptr ? make(s, options, tables, planned) : nullptr;
+    pair* p = at != nullptr ? make(s, key, tables, planned) : nullptr;
     if (p == nullptr) {
         return {nullptr, false};
     }
@@ -279,11 +280,7 @@ bool asks_for_more(const session* s) {
            s->baseLang[0] != '\0';
 }
 
-[[gnu::noinline]] held_pair plan_and_hold(const session* s, u32 options, u64 hash) {
-    const u64 tables = tables_now(); // before the plan looks at them
-    if (tables % 2 != 0) {
-        return {nullptr, false}; // one becomes loaded: for some threads it is, for others not yet
-    }
+[[gnu::noinline]] held_pair plan_and_hold(const session* s, const pair_key& key, u64 hash) {
     plan planned{};
     planned.source = traits_of_decoder(s->srcRule->function);
     planned.target = traits_of_encoder(s->dstRule->function);
@@ -291,16 +288,30 @@ bool asks_for_more(const session* s) {
         return {nullptr, false};
     }
     // Only charsets of the registry stay what they are.
-    return only_characters_due(s, *planned.source, *planned.target) && is_registered(s->srcGroup) &&
-                   is_registered(s->dstGroup) && make_plan(s, planned)
-               ? make_and_hold(s, options, hash, tables, planned)
-               : held_pair{nullptr, false};
+    if (!only_characters_due(s, *planned.source, *planned.target) || !is_registered(s->srcGroup) ||
+        !is_registered(s->dstGroup)) {
+        return {nullptr, false};
+    }
+    const u64 tables = own_tables::count(key); // before the plan looks at them
+    return make_plan(s, planned) ? make_and_hold(s, key, hash, tables, planned)
+                                 : held_pair{nullptr, false};
 }
 
 } // namespace
 
-bool is_current(const pair& p) {
-    return p.key[tables_in_key] == tables_now();
+bool is_current(pair& p) {
+    const u64 now = table_state();
+    if (p.seen.load(std::memory_order_relaxed) == now) {
+        return true;
+    }
+    if (own_tables::count(p.key) != p.tables) {
+        return false;
+    }
+    // A table that becomes loaded now may be one of these, and be seen so before the state changes.
+    if (now % 2 == 0) {
+        p.seen.store(now, std::memory_order_relaxed);
+    }
+    return true;
 }
 
 bool claim_bytes(u64 bytes) {
@@ -324,11 +335,11 @@ void free_unheld() {
 }
 
 held_pair hold_pair(const session* s, strictness strict) {
-    const u32 options = options_of(s, strict);
-    const u64 hash = hash_of(s, options);
-    const held_pair found = find(hash, s, options);
+    const pair_key key{s->srcGroup, s->dstGroup, options_of(s, strict)};
+    const u64 hash = hash_of(key);
+    const held_pair found = find(hash, key);
     if (found.p == nullptr) {
-        return plan_and_hold(s, options, hash);
+        return plan_and_hold(s, key, hash);
     }
     const plan& how = found.p->plan;
     if (asks_for_more(s) && !only_characters_due(s, *how.source, *how.target)) {
@@ -358,7 +369,7 @@ void after_fork(bool in_child) {
             pthread_mutex_unlock(&p->lock);
         } else if (p != nullptr) {
             pthread_mutex_init(&p->lock, nullptr);
-            p->key = {}; // that of no session
+            p->key.options = no_options;
         }
     }
     pthread_mutex_unlock(&table_of_pairs);

@@ -7,19 +7,18 @@
 // P1  Length and meaning of k follow from k. D's traits say how: by the lead byte, by the scalar,
 //     by the set designated. Where sets decide, their widths ascend, so that no longer code is
 //     tried before a shorter one (plan.cpp).
-// P2  What E writes follows from set and code, and for a rule that designates sets from the set
-//     designated before: it is asked twice, for the escape sequence and for the code. So what it
-//     writes in place of a character that the target lacks follows from the substitute, and is
-//     asked about once in a call (ask.cpp).
-// P3  D and E, run on k alone in the neutral session, use up k, read one character, write whole
-//     codes, and fill in every field that characters fill in (ask.cpp).
+// P2  What E writes follows from set and code, and where there are states from the way to the set,
+//     which E's own writer tells: find_way. So an answer has the code alone (ask.cpp).
+// P3  D and E, run on k alone in the neutral session, use up k, write whole codes, and fill in
+// every
+//     field that characters fill in (ask.cpp).
 // P4  What is not so is the rules' own, and its entry says so: marks that may join a letter,
 //     letters that a mark may follow where a run ends before the end of the input (finish.cpp), a
 //     line feed behind a carriage return (fast.cpp; inside a run, loop.cpp), user-defined sets,
 //     references, tags, byte-order marks (plan.cpp), characters that the target lacks (ask.cpp).
-// P5  The key holds all of O but the substitutes, which P4 leaves to the rules, both charsets, both
-// rules, and how many tables
-//     were loaded and written to, which both rules may look into (pair.cpp).
+// P5  The key holds both charsets and all of O but the substitutes, which P4 leaves to the rules;
+//     and a pair is used as long as no further table is loaded, and none written to,
+//     that the rules may look into (pair.cpp).
 // P6  After a run the session holds what D and E left for the last character, prevSrcCode what they
 //     left for the one before it, and sums of counts and positions (finish.cpp). Nothing else
 //     survives a character.
@@ -30,11 +29,11 @@
 // decode rule makes of what was written for it. By induction, so does the text.
 //
 // Threads. Everything in a pair that changes is written under its lock, by ask.cpp alone. An entry
-// is one word and never changes once it is not 0, and so is an escape sequence: read relaxed, it is
-// there whole or not yet, and what is not yet there is asked for, under the lock. What takes more
-// than a word, an answer, is complete before its number is stored with release; it is read through
-// a load with acquire, and one that cannot be seen yet is looked for under the lock. So nothing
-// rests on the order in which another processor sees two stores of this one.
+// is one word and never changes once it is not 0: read relaxed, it is there whole or not yet, and
+// what is not yet there is asked for, under the lock. What takes more than a word, an answer, is
+// complete before its number is stored with release; it is read through a load with acquire, and
+// one that cannot be seen yet is looked for under the lock. So nothing rests on the order in which
+// another processor sees two stores of this one.
 //
 // Pairs live in one table for the process. A call holds its pair by a word beside the pointer, in
 // memory that is never freed. The first one takes the seat, by exchanging it, and gives it back by
@@ -48,6 +47,7 @@
 
 #include "cconv/engine/engine.h"
 #include "cconv/fast/kernels/kernels.h"
+#include "cconv/rulefunc/iso2022.h"
 #include "cconv/rulefunc/traits.h"
 
 #include <array>
@@ -66,8 +66,7 @@ enum class reader : u8 {
     utf8,       // one to three bytes; the scalar is the key
     units,      // two bytes
     quads,      // four bytes
-    iso2022,    // one or two bytes, by the set designated last
-    told        // the same, by what the charset's definition says
+    states      // one or two bytes, by the set that is designated and shifted in
 };
 
 // What a run may hold besides what the rules would do, for who must not lose anything: characters
@@ -79,10 +78,38 @@ enum class strictness : u8 { none, characters, codes };
 // Unicode charsets, the scalars in another form.
 enum class block_form : u8 { none, entries, scalars };
 
-// Everything that decides the bytes of a character: the words that key_of in pair.cpp puts here.
-// The last one is what there is of tables: an answer rests on those that are loaded.
-using pair_key = std::array<u64, 9>;
-inline constexpr std::size_t tables_in_key = 8;
+// Everything that decides the bytes of a character, but for what there is of tables. The rules
+// follow from the charsets.
+struct pair_key {
+    const charset_group *source, *target;
+    u64 options;
+
+    bool operator==(const pair_key&) const = default;
+};
+
+// Where designations and shifts give codes their meaning.
+struct charset_states {
+    const iso2022* codes; // null: nowhere
+    const iso2022_codec* codec;
+    const charset_group* group;
+
+    [[nodiscard]] u32 state_of(u32 word) const {
+        return codes != nullptr ? codec->state_of(group, word) : word;
+    }
+    [[nodiscard]] u32 word_of(u32 state) const {
+        return codes != nullptr ? codec->word_of(state) : state;
+    }
+    [[nodiscard]] bool find_way(u32 state, u32 set, iso2022_way& way) const {
+        return codec->find_way(group, state, set, way);
+    }
+};
+
+// A set of charsets with states, and its place among the keys: see reader_states.h.
+struct set_keys {
+    u16 base, single_base;
+    u8 first[2], last[2]; // what each byte may be
+    bool has_keys, is_first, two_bytes;
+};
 
 // How a pair is converted.
 struct plan {
@@ -93,17 +120,17 @@ struct plan {
     ascii_unit source_unit, target_unit; // of ASCII
     u16 stops[9]; // between Unicode charsets: scalars that do not stand for themselves
     u32 stop_count;
-    // Where definitions tell states, at either end; else null.
-    const charset_group *source_group, *target_group;
-    std::array<u16, 16> bases; // of the source's sets among the keys
-    bool eight_bits;           // codes of two bytes are their own keys
+    charset_states source_states, target_states;
+    std::array<set_keys, iso2022::most_sets + 1> sets; // of the source
+    bool eight_bits;                                   // codes of two bytes are their own keys
+    u8 opens_first, opens_more;                        // no sequence begins with others
 };
 
 // What the rules made of a character.
 struct answer {
-    u64 bytes; // written, the first one lowest, without an escape sequence before them
+    u64 bytes; // written, the first one lowest, without the way to their set
     u8 length, codes;
-    u8 slot;           // of the set that must be designated before them; 0: none need be
+    u8 set;            // that must be at hand for them; 0: any
     bool takes_mark;   // a mark behind it may belong to it
     bool is_cr, is_lf; // of the line breaks that are normalised
     // What they left in the session.
@@ -125,10 +152,10 @@ struct entry {
     [[nodiscard]] bool is_short() const { return packed >= one_byte; }
     [[nodiscard]] bool is_long() const { return packed - 1 < by_rules - 1; }
     [[nodiscard]] u32 length() const { return packed >> 24 & 0x0F; }
-    [[nodiscard]] u32 slot() const { return packed >> 28; }
-    // One that takes no escape sequence before it.
-    [[nodiscard]] bool is_short_in(u32 designated) const {
-        return (packed ^ designated << 28) - one_byte < (1U << 28) - one_byte;
+    [[nodiscard]] u32 set() const { return packed >> 28; }
+    // One that takes nothing before it.
+    [[nodiscard]] bool is_short_in(u32 at_hand) const {
+        return (packed ^ at_hand << 28) - one_byte < (1U << 28) - one_byte;
     }
 };
 
@@ -139,9 +166,7 @@ inline void store_low_first(u64 bytes, u8* out) {
     std::memcpy(out, &bytes, sizeof bytes);
 }
 
-// Sets that escape sequences designate have numbers close to each other: from 1 on, in four bits.
-inline constexpr u32 first_slot_set = PVZAN_SET_ISO_646_IRV - 1, slot_count = 16;
-inline constexpr u32 ascii_slot = PVZAN_SET_ISO_646_IRV - first_slot_set;
+inline constexpr u32 ascii_set = 1; // the first one of charsets with states
 
 inline constexpr std::size_t key_count = 0x10000, answers_at_once = 256;
 
@@ -185,6 +210,8 @@ struct pair {
     fast::plan plan;
     const kernels* kernel;
     strictness strict;
+    u64 tables;            // that the rules may look into: which are loaded, what was written
+    std::atomic<u64> seen; // the state of all tables that this was last found to hold in
 
     pthread_mutex_t lock;
     session neutral; // the rules are asked in this one
@@ -196,8 +223,6 @@ struct pair {
     // By lead byte: 0 not asked, 1 a character by itself, 2 with the byte behind it, 3 with two.
     std::atomic<u8> lead_length[256];
     atomic_byte_set leads; // those of length 2
-    // By slot: the escape sequence, as it lies in memory, of three or four bytes; 0: not asked.
-    std::atomic<u32> escapes[slot_count];
 
     answer* answers[key_count / answers_at_once];
     std::atomic<u16> answer_at[key_count]; // 0: none
@@ -226,7 +251,7 @@ struct held_pair {
 held_pair hold_pair(const session* s, strictness strict);
 void release_pair(held_pair held);
 // Whether what the pair was told may still be used; false for good once it is not.
-bool is_current(const pair& p);
+bool is_current(pair& p);
 // Claims bytes against the budget, freeing pairs where that is used up; gives them back.
 bool claim_bytes(u64 bytes);
 void return_bytes(u64 bytes);
@@ -269,17 +294,17 @@ struct last_way {
 // A run over input and output, and how far it came.
 struct run {
     const u8 *in, *in_end;
-    u8 *out, *out_end;   // what must stay free at the end is left out
-    u32 in_set, out_set; // designated
+    u8 *out, *out_end; // what must stay free at the end is left out
+    u32 in_state, out_state;
     last_way way;
     u32 characters;
     u32 more_codes;        // than characters, modulo 2^32
     u32 last, before_last; // keys of the last two characters; no_key where there is none
     stop why;
-    // The character that it ended at: its key and length, unless they are unknown, and the set
-    // designated for it.
+    // The character that it ended at: its key and length, unless they are unknown, and the state
+    // that it stands in.
     const u8* next;
-    u32 next_key, next_length, next_set;
+    u32 next_key, next_length, next_state;
 };
 
 void run_over(pair& p, run& r); // loop.cpp

@@ -41,19 +41,24 @@ struct source_form {
 };
 constexpr ascii_unit single_bytes{1, true};
 
-std::optional<source_form> source_form_of(const session* s, reading how) {
+charset_states states_of(const charset_group* group, const codec_traits& codec) {
+    return codec.states != nullptr ? charset_states{codec.states->codes(group), codec.states, group}
+                                   : charset_states{};
+}
+
+std::optional<source_form> source_form_of(const session* s, const codec_traits& codec) {
     const bool big = s->source.srcBigEndian != 0;
     const bool pairs = all_two_bytes_wide(s->srcGroup);
-    switch (how) {
+    switch (codec.read) {
     case reading::lead_byte: return {{reader::lead_bytes, single_bytes}};
     case reading::pairs: return {{reader::units, {2, true}}};
     case reading::utf8: return {{reader::utf8, single_bytes}};
     case reading::utf16: return {{reader::units, {2, big}}};
     case reading::ucs4: return {{reader::quads, {4, big}}};
-    case reading::escapes: return {{reader::iso2022, single_bytes}};
+    case reading::escapes:
     case reading::scanned:
-        if (s->srcGroup->codes != nullptr) {
-            return {{reader::told, single_bytes}};
+        if (states_of(s->srcGroup, codec).codes != nullptr) {
+            return {{reader::states, single_bytes}};
         }
         break;
     case reading::ucs2:
@@ -114,32 +119,48 @@ void set_stops(plan& p) {
     }
 }
 
-// As reader_told.h says.
+// As reader_states.h says.
 void place_sets(plan& p) {
-    if (p.source_group == nullptr) {
+    if (p.source_states.codes == nullptr) {
         return;
     }
-    const iso2022& codes = *p.source_group->codes;
-    u32 number = 0, doubles = 0;
+    const iso2022& codes = *p.source_states.codes;
+    u32 number = 0, doubles = 0, first = 0x100, last = 0;
+    for (u32 byte = 0; byte < 0x100; ++byte) {
+        if (codes.opens_sequence(byte)) {
+            first = std::min(first, byte);
+            last = byte;
+        }
+    }
+    p.opens_first = static_cast<u8>(first);
+    p.opens_more = static_cast<u8>(last - first);
     for (const graphic_set& set : codes.sets()) {
         p.eight_bits = p.eight_bits || (set.width > 1 && set.last[0] > 0x7F);
     }
+    const u32 singles = p.eight_bits ? 0 : 0xC000, most = p.eight_bits ? 1 : 3;
     for (const graphic_set& set : codes.sets()) {
-        const u32 singles = p.eight_bits ? 0 : 0xC000, most = p.eight_bits ? 1 : 3;
         const bool fits = p.eight_bits
                               ? set.first[0] >= 0x10
                               : set.first[0] >= 0x20 && set.last[0] <= 0x7F && set.last[1] <= 0x7F;
-        u32 base = singles + (number << 8);
-        if (set.width > 1) {
-            base = fits && doubles < most ? doubles << 14 : no_base;
-            ++doubles;
-        }
-        p.bases[++number] = static_cast<u16>(base);
+        const bool two = set.width > 1;
+        const auto single_base = static_cast<u16>(singles + (number++ << 8));
+        p.sets[number] = {static_cast<u16>(two ? doubles << 14 : single_base),
+                          single_base,
+                          {set.first[0], set.first[1]},
+                          {set.last[0], set.last[1]},
+                          !two || (fits && doubles < most),
+                          number == ascii_set,
+                          two};
+        doubles += two ? 1U : 0U;
     }
 }
 
-bool can_make_ways(const charset_group* group) {
-    return group->codes != nullptr && group->codes->set_count < line_way;
+// Whether the fast path can write the target's text.
+bool can_write(const plan& p) {
+    const iso2022* codes = p.target_states.codes;
+    const bool has_states =
+        p.target->read == reading::scanned || p.target->read == reading::escapes;
+    return codes != nullptr ? codes->set_count < line_way : !has_states;
 }
 
 } // namespace
@@ -152,15 +173,14 @@ bool only_characters_due(const session* s, const codec_traits& source, const cod
 }
 
 bool make_plan(const session* s, plan& made) {
-    const std::optional<source_form> found = source_form_of(s, made.source->read);
-    const bool has_states = found && found->reader >= reader::iso2022;
+    const std::optional<source_form> found = source_form_of(s, *made.source);
+    made.source_states = states_of(s->srcGroup, *made.source);
+    made.target_states = states_of(s->dstGroup, *made.target);
     // With states at both ends little is left that stands alone.
-    if (!found || (has_states && made.target->designates) ||
-        (made.target->read == reading::scanned && !can_make_ways(s->dstGroup))) {
+    const bool both = made.source_states.codes != nullptr && made.target_states.codes != nullptr;
+    if (!found || both || !can_write(made)) {
         return false;
     }
-    made.source_group = found->reader == reader::told ? s->srcGroup : nullptr;
-    made.target_group = made.target->read == reading::scanned ? s->dstGroup : nullptr;
     place_sets(made);
     made.reader = found->reader;
     made.source_unit = found->unit;

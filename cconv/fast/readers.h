@@ -2,7 +2,7 @@
 //
 // A key is the character's place among the entries: its byte or two bytes, its scalar or unit.
 // Three bytes of EUC, a single shift and two from A1 on, lie where no two bytes do, below the
-// leads; with ISO-2022-JP each set has a quarter, the one-byte sets share one.
+// leads.
 #pragma once
 
 #include "cconv/fast/pair.h"
@@ -31,22 +31,8 @@ constexpr u32 utf8_key(const u8* p, u32 length) {
     return length == 2 ? (p[0] & 0x1FU) << 6 | (p[1] & 0x3FU) : p[0];
 }
 
-constexpr bool is_double_byte_set(u32 setNo) {
-    return setNo != PVZAN_SET_ISO_646_IRV && setNo != PVZAN_SET_JIS_X_0201_LATIN;
-}
-inline constexpr u32 no_base = 0xFFFF;
-constexpr u32 iso2022_base(u32 setNo) {
-    switch (setNo) {
-    case PVZAN_SET_JIS_X_0208_1990: return 0;
-    case PVZAN_SET_JIS_C_6226_1978: return 0x4000;
-    case PVZAN_SET_JIS_X_0213: return 0x8000;
-    case PVZAN_SET_ISO_646_IRV: return 0xC000;
-    case PVZAN_SET_JIS_X_0201_LATIN: return 0xC080;
-    default: return no_base;
-    }
-}
-// From 1000 on; below that are the line controls, which a set of two bytes has as one.
-constexpr u32 iso2022_offset(const u8* p) {
+// Two bytes of seven bits.
+constexpr u32 seven_bit_key(const u8* p) {
     return (p[0] & 0x7FU) << 7 | (p[1] & 0x7FU);
 }
 
@@ -56,7 +42,7 @@ constexpr u32 iso2022_offset(const u8* p) {
 // asked about one; it looks at no more than left bytes and may tell more than there are. before()
 // finds the begin of the character that ends at p, one that was run over.
 struct lead_byte_reader {
-    static constexpr bool scalars = false, has_sets = false;
+    static constexpr bool scalars = false, has_states = false;
     static constexpr u32 unit_bytes = 1, usual_length = 2;
     static constexpr std::ptrdiff_t longest = 3;
     static constexpr stop stop_without_length = stop::unknown;
@@ -86,7 +72,7 @@ private:
 };
 
 struct utf8_reader {
-    static constexpr bool scalars = true, has_sets = false;
+    static constexpr bool scalars = true, has_states = false;
     static constexpr u32 unit_bytes = 1, usual_length = 3;
     static constexpr std::ptrdiff_t longest = 3;
     static constexpr stop stop_without_length = stop::by_rules;
@@ -131,7 +117,7 @@ private:
 // Units of two or four bytes. Scalars beyond U+FFFF are the rules'.
 template <u32 Bytes, bool BigEndian>
 struct unit_reader {
-    static constexpr bool scalars = true, has_sets = false;
+    static constexpr bool scalars = true, has_states = false;
     static constexpr u32 unit_bytes = Bytes, usual_length = Bytes;
     static constexpr std::ptrdiff_t longest = Bytes;
     static constexpr stop stop_without_length = stop::by_rules;

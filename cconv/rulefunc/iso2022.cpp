@@ -409,6 +409,14 @@ bool may_end(const charset_group* group, u32 state) {
     return group->codes->close.holds_in(group->codes->state_of(state));
 }
 
+constexpr iso2022_codec told_states{
+    .codes = [](const charset_group* group) -> const iso2022* { return group->codes; },
+    .state_of = [](const charset_group* group, u32 word) { return group->codes->state_of(word); },
+    .word_of = [](u32 state) { return state; },
+    .scan = scan,
+    .find_way = find_way,
+};
+
 } // namespace
 
 extern "C" {
@@ -455,5 +463,6 @@ const codec_traits iso_2022_traits{
     .read = reading::scanned,
     .scan = scan,
     .may_end = may_end,
+    .states = &told_states,
     .designates = true,
 };

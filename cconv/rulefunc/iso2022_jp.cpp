@@ -25,6 +25,7 @@
 // - An escape sequence never takes the last byte of the buffer: it never stands at the end of a
 //   full one.
 #include "cconv/rulefunc/designations.h"
+#include "cconv/rulefunc/iso2022.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/rulefunc/traits.h"
 
@@ -72,17 +73,20 @@ u32 decode_designated(session* s, std::span<const u8> input, u32 plane_flag) {
 
 // ---- Encoding ----------------------------------------------------------------------------------
 
-// The designation for the set of the prepared code; null if neither charset has it.
-const designation* designation_for(const session* s) {
-    switch (s->outSetNo) {
+// The designation for the set of a code; null if neither charset has it.
+const designation* designation_for(u32 groupNo, u32 setNo, u32 code) {
+    switch (setNo) {
     case PVZAN_SET_ISO_646_IRV: return &to_ascii;
     case PVZAN_SET_JIS_X_0201_LATIN: return &to_roman;
     case PVZAN_SET_JIS_C_6226_1978: return &to_jisc6226;
     case PVZAN_SET_JIS_X_0208_1990:
-        return s->dstGroupNo == PVZAN_ISO_2022_JP_2004 ? &to_plane1 : &to_jisx0208;
-    case PVZAN_SET_JIS_X_0213: return (s->outCode & jisx0213_plane2) != 0 ? &to_plane2 : &to_plane1;
+        return groupNo == PVZAN_ISO_2022_JP_2004 ? &to_plane1 : &to_jisx0208;
+    case PVZAN_SET_JIS_X_0213: return (code & jisx0213_plane2) != 0 ? &to_plane2 : &to_plane1;
     default: return nullptr;
     }
+}
+const designation* designation_for(const session* s) {
+    return designation_for(s->dstGroupNo, s->outSetNo, s->outCode);
 }
 
 bool put_escape(session* s, const designation& d) {
@@ -122,8 +126,10 @@ u32 close_output(session* s) {
 } // namespace
 
 const designation* designation_at(std::span<const u8> input) {
+    // Byte by byte: a call for three of them takes longer.
     const auto* found = std::ranges::find_if(designations, [=](const designation& d) {
-        return input.size() >= d.length && std::ranges::equal(input.first(d.length), d.sequence());
+        return input.size() >= d.length && input[0] == escape_byte && input[1] == d.bytes[1] &&
+               input[2] == d.bytes[2] && (d.length == 3 || input[3] == d.bytes[3]);
     });
     return found != designations.end() ? found : nullptr;
 }
@@ -194,13 +200,89 @@ u32 constISO_2022_JP_2004(session* s) {
 } // extern "C"
 
 namespace {
+
 constexpr u32 ascii_alone[] = {PVZAN_SET_ISO_646_IRV}; // for line controls in double-byte text
+
+// The state is the set designated, as an index of this list; 0 if it is not in it.
+constexpr u32 set_numbers[] = {0,
+                               PVZAN_SET_ISO_646_IRV,
+                               PVZAN_SET_JIS_X_0201_LATIN,
+                               PVZAN_SET_JIS_C_6226_1978,
+                               PVZAN_SET_JIS_X_0208_1990,
+                               PVZAN_SET_JIS_X_0213};
+
+constexpr u32 state_of(u32 setNo) {
+    const auto* const at = std::ranges::find(set_numbers, setNo);
+    return is_state | (at != std::end(set_numbers) ? static_cast<u32>(at - set_numbers) : no_set);
 }
+
+constexpr iso2022 codes = [] {
+    iso2022 made{};
+    for (const u32 setNo : std::span(set_numbers).subspan(1)) {
+        const bool single = setNo == PVZAN_SET_ISO_646_IRV || setNo == PVZAN_SET_JIS_X_0201_LATIN;
+        graphic_set& set = made.set_list[made.set_count++];
+        set.width = single ? 1 : 2;
+        for (u32 place = 0; place < set.width; ++place) {
+            set.first[place] = single ? 0x00 : 0x21;
+            set.last[place] = single ? 0x7F : 0x7E;
+        }
+    }
+    made.initial = is_state;
+    made.lines = line_reading::keep;
+    made.opens[0] = u64{1} << escape_byte;
+    return made;
+}();
+
+// Plane 2 holds for one character: it is no state.
+scanned scan_designation(const charset_group*, u32 state, std::span<const u8> text) {
+    const designation* d = designation_at(text);
+    if (d == nullptr || d->plane_flag != 0) {
+        return {scanned::invalid, 1, 1, state};
+    }
+    const auto length = static_cast<u8>(d->length);
+    constexpr auto states = [] {
+        std::array<u32, designations.size()> made{};
+        std::ranges::transform(designations, made.begin(),
+                               [](const designation& one) { return state_of(one.setNo); });
+        return made;
+    }();
+    return {scanned::silent, length, length,
+            states[static_cast<std::size_t>(d - designations.data())]};
+}
+
+bool find_designation(const charset_group* group, u32 state, u32 set, iso2022_way& way) {
+    way = {0, 0, is_state | set};
+    if (set == set_in(state, 0)) {
+        return true;
+    }
+    const designation* d = set < std::size(set_numbers)
+                               ? designation_for(group->groupNo, set_numbers[set], 0)
+                               : nullptr;
+    if (d == nullptr) {
+        return false;
+    }
+    for (std::size_t i = d->length; i-- > 0;) {
+        way.bytes = way.bytes << 8 | d->bytes[i];
+    }
+    way.size = static_cast<u32>(d->length);
+    return true;
+}
+
+constexpr iso2022_codec states{
+    .codes = [](const charset_group*) -> const iso2022* { return &codes; },
+    .state_of = [](const charset_group*, u32 setNo) { return state_of(setNo); },
+    .word_of = [](u32 state) { return set_numbers[set_in(state, 0)]; },
+    .scan = scan_designation,
+    .find_way = find_designation,
+};
+
+} // namespace
 
 const codec_traits iso_2022_jp_traits{
     .decode = destISO_2022_JP,
     .encode = constISO_2022_JP,
     .read = reading::escapes,
+    .states = &states,
     .sets = ascii_alone,
     .designates = true,
 };
@@ -208,6 +290,7 @@ const codec_traits iso_2022_jp_2004_traits{
     .decode = destISO_2022_JP_2004,
     .encode = constISO_2022_JP_2004,
     .read = reading::escapes,
+    .states = &states,
     .sets = ascii_alone,
     .designates = true,
 };

@@ -293,14 +293,14 @@ bool is_usable(const table_object* table) {
     return table->maxKey != table->minKey || (table->minKey > 0 && table->minKey < beyond_codes);
 }
 
-std::atomic<u32> generation{2}; // changes when a table is loaded; odd meanwhile
-std::atomic<u32> changes{0};    // changes of loaded tables
+std::atomic<u64> state;
+constexpr u64 one_write = u64{1} << 32;
 
 // Call this under the table lock.
 void mark_loaded(table_object* table, u32 loaded) {
-    generation.fetch_add(1, std::memory_order_release);
+    state.fetch_add(1, std::memory_order_release);
     std::atomic_ref<u32>(table->loaded).store(loaded, std::memory_order_release);
-    generation.fetch_add(1, std::memory_order_release);
+    state.fetch_add(1, std::memory_order_release);
 }
 
 } // namespace
@@ -348,7 +348,7 @@ u32 putTable(table_object* table, u32 key, u32 value) {
     // A table with counted codes is never written to after reading.
     const bool stored = !is_linear(table) && put_value(table, finder, key, value);
     if (table_loaded(table)) {
-        note_table_change();
+        state.fetch_add(one_write, std::memory_order_release);
     }
     return stored;
 }
@@ -376,16 +376,12 @@ void putEndian(u8* buffer, u32 value) {
 
 } // extern "C"
 
-u32 table_generation() {
-    return generation.load(std::memory_order_acquire);
+u64 table_state() {
+    return state.load(std::memory_order_acquire);
 }
 
-u32 table_changes() {
-    return changes.load(std::memory_order_acquire);
-}
-
-void note_table_change() {
-    changes.fetch_add(1, std::memory_order_release);
+void note_new_sets() {
+    state.fetch_add(2, std::memory_order_release);
 }
 
 std::optional<u32> find_value(const table_object* table, u32 key) {
