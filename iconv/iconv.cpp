@@ -1,6 +1,7 @@
-// iconv_open, iconv and iconv_close over the library, for programs that know no other converter:
-// preloaded, it gives them the charsets that their C library lacks. The next library's iconv_open
-// is asked first, and what it opens stays its own. PVZAN_ICONV=all turns that round, for tests.
+// iconv_open, iconv and iconv_close on top of the library, for programs that know no other
+// converter: preloaded, it gives them the charsets that their C library lacks. The next library's
+// iconv_open is called first, and what it opens is handled by it. PVZAN_ICONV=all reverses the
+// order, for tests.
 #include "pvzan_text.h"
 
 #include <algorithm>
@@ -42,7 +43,7 @@ void search_next() {
     find_call(found_next.convert, "iconv");
     find_call(found_next.close, "iconv_close");
     if (found_next.convert == nullptr || found_next.close == nullptr) {
-        found_next.open = nullptr; // all three or none
+        found_next.open = nullptr; // either all three or none
     }
     const char* const mode = std::getenv("PVZAN_ICONV");
     found_next.asked_last = mode != nullptr && std::strcmp(mode, "all") == 0;
@@ -55,15 +56,15 @@ const next_library& next() {
 
 // ---- Names -------------------------------------------------------------------------------------
 
-// One end of a conversion, as the caller names it.
+// One side of a conversion, as the caller names it.
 struct end_point {
     char name[128];     // in upper case
     uint32_t order;     // PVZAN_ORDER_...
-    uint32_t mark_size; // of a mark that tells the byte order; 0: there is none
+    uint32_t mark_size; // of a mark that shows the byte order; 0: none
     bool transliterate, ignore, discard;
 };
 
-// Copies a name in upper case without what does not count in it; false where it is too long.
+// Copies a name in upper case without characters that do not matter; false if it is too long.
 bool read_word(const char* given, char (&word)[128]) {
     size_t size = 0;
     for (; *given != '\0' && size < sizeof word; ++given) {
@@ -77,8 +78,8 @@ bool read_word(const char* given, char (&word)[128]) {
     return size < sizeof word;
 }
 
-// NAME, NAME//SUFFIX, NAME//SUFFIX,SUFFIX and the like: the second slash ends the name. No name
-// means the locale's charset, and a suffix that nobody knows nothing.
+// NAME, NAME//SUFFIX, NAME//SUFFIX,SUFFIX and the like: the name ends at the second slash. An empty
+// name means the locale's charset; unknown suffixes are ignored.
 bool read_name(const char* given, end_point& end) {
     end = {};
     if (!read_word(given, end.name)) {
@@ -99,8 +100,8 @@ bool read_name(const char* given, end_point& end) {
     return end.name[0] != '\0' || read_word(::nl_langinfo(CODESET), end.name);
 }
 
-// Forms of Unicode whose names leave the byte order open are the machine's here. UTF-16 and UTF-32
-// have a mark, UCS-2 and UCS-4 have none, and UCS-4 is big-endian all the same.
+// Unicode names without a byte order mean the machine's order here. UTF-16 and UTF-32 have a mark,
+// UCS-2 and UCS-4 do not, and UCS-4 is always big-endian.
 void settle_order(end_point& end) {
     const bool is_unicode = std::strcmp(end.name, "UNICODE") == 0;
     if (std::strcmp(end.name, "WCHAR_T") == 0) {
@@ -121,12 +122,12 @@ void settle_order(end_point& end) {
 
 // ---- Descriptors -------------------------------------------------------------------------------
 
-// What an iconv_t points to. Another library's is wrapped and never looked into.
+// What an iconv_t points to. That of another library is stored and never examined.
 struct descriptor {
     iconv_t foreign;
-    pvzan_converter* ours; // null: it is the other library's
-    uint32_t mark_size;    // of a source whose mark tells the byte order; 0: none does
-    bool mark_due;         // its text has not begun
+    pvzan_converter* ours; // null: it belongs to the other library
+    uint32_t mark_size;    // of the mark that shows the source's byte order; 0: none
+    bool mark_due;         // the text has not begun yet
     bool skip_invalid;
 };
 
@@ -179,7 +180,8 @@ void begin_text(descriptor& d) {
     d.mark_due = d.mark_size != 0;
 }
 
-// A text without a mark gets the machine's put before it. False where it is too short to tell.
+// Text without a mark is treated as if it had that of the machine. False if it is too short to
+// decide.
 bool settle_mark(descriptor& d, const uint8_t* in, size_t left) {
     static constexpr uint8_t marks[2][4] = {{0, 0, 0xFE, 0xFF}, {0xFF, 0xFE, 0, 0}};
     if (!d.mark_due || left < d.mark_size) {
@@ -196,7 +198,7 @@ bool settle_mark(descriptor& d, const uint8_t* in, size_t left) {
     return true;
 }
 
-// Bytes that are no character are stepped over where the caller asked for that.
+// Skips invalid bytes if the caller wants that.
 pvzan_outcome feed(descriptor& d, const uint8_t*& in, size_t& left, uint8_t*& out, size_t& room,
                    int how) {
     for (;;) {

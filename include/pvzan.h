@@ -4,18 +4,18 @@
  *
  * INTRODUCTION
  *
- * A conversion is one record, the session, that the caller owns. Choose the target with
- * cconvInitConvert and the source with cconvChgCharset, point the session at an input and an output
- * buffer, call cconvConvert until the input is used up, and close the output with cconvTermConvert.
- * The session keeps all state between calls, so input and output may be cut anywhere, in the middle
- * of a character too. Every call returns the session's status, which says why it stopped. Nothing
- * in a session needs releasing.
+ * The state of a conversion is kept in one record, the session, which the caller owns. Choose the
+ * target with cconvInitConvert and the source with cconvChgCharset, point the session to an input
+ * and an output buffer, call cconvConvert until all input has been converted, and close the output
+ * with cconvTermConvert. The session keeps its state between calls, so input and output may be cut
+ * anywhere, even in the middle of a character. Every call returns the session's status, which says
+ * why it stopped. Nothing in a session must be released.
  *
- * What a charset is, is read from the charset directory: definition files, "*.xml", and mapping
- * tables. Set it once per process, before the first conversion, with ZAN_setCharsetPath; without
- * that it is "./base2/", or what the library has inside, where it was built so (PVZAN_EMBED).
+ * Charsets are read from the charset directory: definition files, "*.xml", and mapping tables. Set
+ * it once per process with ZAN_setCharsetPath, before the first conversion. The default is
+ * "./base2/", or the directory inside the library if it was built with one (PVZAN_EMBED).
  *
- * A session is about 16 KiB large: allocate it on the heap, and use it again.
+ * A session is about 16 KiB large: allocate it on the heap, and reuse it.
  *
  * A complete conversion of a stream; need_input() and take_output() stand for the program's own
  * input and output:
@@ -64,37 +64,38 @@
  *
  * WHAT TO KNOW BEFORE RELYING ON IT
  *
- * - Set srcBigEndian and dstBigEndian to 1 for every charset but the little-endian forms of UTF-16,
- *   UCS-2 and UCS-4. They govern all codes of several bytes: with dstBigEndian 0, the Shift_JIS
- *   character 82 A0 goes out as A0 82.
+ * - Set srcBigEndian and dstBigEndian to 1 for every charset except the little-endian forms of
+ *   UTF-16, UCS-2 and UCS-4. They apply to all codes of several bytes: if dstBigEndian is 0, the
+ *   Shift_JIS character 82 A0 is written as A0 82.
  * - A base letter and its combining mark (U+304B U+309A and 24 more pairs that JIS X 0213 has as
- *   one character) are one character to the UTF-8 and UTF-16 decoders. Into a charset without
- *   JIS X 0213 the pair goes as the code of the base followed by the raw value of the mark, which
- *   nothing reads back: feed the two in separate calls, and the mark is reported as
- *   unrepresentable. A pair is seen as one only when both are in the same input buffer.
- * - UTF-8 and UTF-16 input is read leniently: over-long forms, surrogates and bytes that are no
- *   continuation bytes are decoded, not reported. Check the text first where that matters.
- * - An output buffer of 8 bytes makes progress with every charset, one of 22 with character
- *   references too; a language tag needs 4 bytes for each letter on top.
- * - Charsets of Unicode whose own sets lack the tag characters read language tags; those that come
- *   with the library hold every character and pass them on. A tag may begin inside another. When
- *   the innermost is cancelled, cut by invalid input or longer than 4095 letters, all are invalid,
- *   and inPos stays before the outermost, whose inner ones the next calls read. That ends where
- *   more than 32 begin inside it: then inPos stands behind what was read, so that the time for a
- *   hostile text grows with its length and not with its square.
- * - Positions are 32-bit signed: one buffer holds less than 2 GiB. A stream may be of any length.
- * - Bytes of outBuf behind outPos may be written to. Input and output may overlap where no output
- *   gets ahead of the input that is still to be read; that is slow.
- * - What the library keeps to be fast takes 64 MiB at most in a process; what is unused for longest
- *   goes first.
+ *   one character) are one character to the UTF-8 and UTF-16 decoders, if both are in the same
+ *   input buffer. In a charset without JIS X 0213 the pair is written as the code of the base and
+ *   the raw value of the mark, which cannot be read back. To avoid this, pass the two in separate
+ *   calls; the mark is then reported as unrepresentable.
+ * - UTF-8 and UTF-16 input is read leniently: over-long forms, surrogates and invalid continuation
+ *   bytes are decoded, not reported. If that matters, check the text first, or use pvzan_text.h.
+ * - An output buffer of 8 bytes is enough to make progress with every charset, one of 22 bytes also
+ *   with character references. A language tag needs 4 more bytes for each letter.
+ * - Unicode charsets whose own sets lack the tag characters read language tags; those that come
+ *   with the library have every character and pass tags on. A tag may begin inside another one. If
+ *   the innermost tag is cancelled, cut by invalid input or longer than 4095 letters, all of them
+ *   are invalid; inPos stays before the outermost, and the next calls read the inner ones. If more
+ *   than 32 tags begin inside it, inPos moves after what was read instead, so that the time for a
+ *   hostile text grows linearly with its length.
+ * - Positions are signed 32-bit numbers, so a buffer is smaller than 2 GiB. A stream may have any
+ *   length.
+ * - The library may write to bytes of outBuf after outPos. Input and output may overlap if no
+ *   output overtakes input that is still to be read; this is slow.
+ * - To be fast, the library keeps at most 64 MiB of data per process; what has been unused for
+ *   longest is dropped first.
  *
  * THREADS
  *
- * A session is used by one thread at a time; different sessions may run on different threads at
- * once. Definitions and tables are loaded once, on first use, under the library's own lock.
- * pthread_cancel does not interrupt that, and fork waits for it: parent and child both convert.
- * my_init, my_fini and ZAN_setCharsetPath belong to the start and the end of the program, when no
- * other thread is in the library.
+ * A session must be used by one thread at a time; different threads may use different sessions at
+ * the same time. Definitions and tables are loaded once, on first use, under the library's own
+ * lock. pthread_cancel does not interrupt this, and fork waits for it, so that parent and child can
+ * both convert. Call my_init, my_fini and ZAN_setCharsetPath at the start and at the end of the
+ * program, while no other thread uses the library.
  */
 #ifndef PVZAN_H
 #define PVZAN_H
@@ -123,11 +124,11 @@ enum { PVZAN_TEXT_BYTES = 4096 };
 
 /* Status codes: the field status of a session, and the result of every cconv call. */
 enum {
-    PVZAN_DONE = 0,              /* success; all input is used up */
+    PVZAN_DONE = 0,              /* success; all input has been converted */
     PVZAN_UNKNOWN_CHARSET = 1,   /* no such charset, or the session lacks a source or a target */
     PVZAN_DECODED = 11,          /* between the rules only: a character waits to be encoded */
     PVZAN_INPUT_INCOMPLETE = 12, /* the input ends inside a character; inPos is at its first byte */
-    PVZAN_INVALID_INPUT = 13,    /* bytes that are no character; the next call goes on from inPos */
+    PVZAN_INVALID_INPUT = 13,    /* invalid bytes; the next call continues at inPos */
     PVZAN_WRITTEN = 21,          /* between the rules only: a character was written */
     PVZAN_OUTPUT_FULL = 22,      /* the character did not fit; the next call writes it */
     PVZAN_UNREPRESENTABLE = 23,  /* the target lacks the character; the next call drops it */
@@ -159,7 +160,7 @@ enum {
     PVZAN_UTF_16 = 1005,           /* RFC 2781 */
     PVZAN_UTF_8 = 1006,            /* RFC 3629 */
     PVZAN_EUC_JP = 1007,           /* ASCII, JIS X 0208, half-width katakana, JIS X 0212 */
-    PVZAN_EUC_JP_FIX = 1008,       /* the same in two bytes a character */
+    PVZAN_EUC_JP_FIX = 1008,       /* the same, with two bytes for each character */
     PVZAN_ISO_2022_JP = 1009,      /* RFC 1468 */
     PVZAN_SHIFT_JIS_2004 = 1010,   /* JIS X 0213:2004, annex 1 */
     PVZAN_EUC_JIS_2004 = 1011,     /* JIS X 0213:2004, annex 3 */
@@ -194,22 +195,24 @@ enum { PVZAN_SET_BASE = 1, PVZAN_SET_DIFFERENCE = 2, PVZAN_SET_USER_DEFINED = 3 
 
 /* ---- Records -------------------------------------------------------------------------------- */
 
-/* How the target is written; cconvInitConvert copies it. All zero is a valid record. */
+/* How the target is written; cconvInitConvert copies it. A record of zeros is valid. */
 typedef struct pvzan_target_options {
     uint32_t dstBigEndian;  /* most significant byte of a code first; 0: last */
     uint32_t dstWriteBom;   /* Unicode targets: write a byte-order mark first */
-    uint32_t useSubstitute; /* write a substitute for what the target lacks, see below */
+    uint32_t useSubstitute; /* write a substitute for each character that the target lacks, see
+                               below */
     uint16_t substChar1;    /* Unicode value of the substitute for one-byte characters */
     uint16_t substChar2;    /* the same for all other characters */
     char
         langTag[PVZAN_TEXT_BYTES]; /* UTF-8, UTF-16, UCS-4: language tag to write, "ja"; or empty */
-    uint32_t convertNewline; /* write every line break (CR, LF, CR LF, U+2028, U+2029) alike */
+    uint32_t convertNewline; /* write all line breaks (CR, LF, CR LF, U+2028, U+2029) in the same
+                                way */
     uint32_t newlineMode;    /* as what: PVZAN_NEWLINE_...; any other value means CR LF,
                                 and so do 4 and 5 where the target has one-byte codes */
-    uint32_t charRefMode;    /* UCS-2: PVZAN_CHARREF_... for what Windows-31J lacks */
+    uint32_t charRefMode;    /* UCS-2: PVZAN_CHARREF_... for characters that Windows-31J lacks */
 } pvzan_target_options;
 
-/* How the source is read; cconvChgCharset copies it. All zero is a valid record. */
+/* How the source is read; cconvChgCharset copies it. A record of zeros is valid. */
 typedef struct pvzan_source_options {
     uint32_t
         srcBigEndian; /* most significant byte of a code first; a byte-order mark overrides it */
@@ -218,9 +221,9 @@ typedef struct pvzan_source_options {
     uint32_t skipInvalid; /* drop invalid input instead of answering PVZAN_INVALID_INPUT */
 } pvzan_source_options;
 
-/* A substitute as found in the target's sets; code 0: it has none. Where neither the characters
- * asked for nor U+003F with U+3013 or U+FF1D exist, the missing one stays so, and what it would
- * have stood for is dropped. */
+/* A substitute in the sets of the target; code 0: there is none. If neither the chosen
+ * characters nor U+003F with U+3013 or U+FF1D exist, the missing one remains so, and characters
+ * that it would replace are dropped. */
 typedef struct pvzan_substitute {
     uint32_t setNo;
     uint16_t setType;
@@ -231,27 +234,28 @@ typedef struct pvzan_substitute {
 struct pvzan_charset_group;
 struct pvzan_rule_row;
 
-/* One conversion, owned by the caller, who sets the first eight fields before cconvConvert and may
- * read all others. cconvInitConvert clears everything from status on but the source options. */
+/* A conversion, owned by the caller, who sets the first eight fields before cconvConvert and may
+ * read all others. cconvInitConvert clears everything from status on except the source options. */
 typedef struct pvzan_session {
     const uint8_t* inBuf; /* input */
     int32_t inPos;        /* next byte to read; moved by the library */
     int32_t inLen;        /* end of the input in inBuf */
-    uint32_t inCount;     /* characters decoded so far; zeroed by the caller alone */
+    uint32_t inCount;     /* characters decoded so far; reset only by the caller */
 
     uint8_t* outBuf;   /* output */
     int32_t outPos;    /* next byte to write; moved by the library */
     int32_t outLen;    /* size of outBuf */
-    uint32_t outCount; /* codes written so far; zeroed by the caller alone */
+    uint32_t outCount; /* codes written so far; reset only by the caller */
 
-    uint32_t status; /* PVZAN_DONE ...: result of the last call and resume point of the next */
+    uint32_t status; /* PVZAN_DONE ...: result of the last call; tells the next one where to
+                        resume */
 
     uint32_t srcGroupNo; /* source charset */
     struct pvzan_charset_group* srcGroup;
     struct pvzan_rule_row* srcRule;
     uint32_t charSetNo;   /* coded set of the current character */
     uint16_t charSetType; /* its kind */
-    uint32_t srcShiftSet; /* ISO-2022-JP: set designated in the input */
+    uint32_t srcShiftSet; /* ISO-2022-JP: the set designated in the input */
 
     uint32_t dstGroupNo; /* target charset */
     struct pvzan_charset_group* dstGroup;
@@ -263,16 +267,16 @@ typedef struct pvzan_session {
 
     uint32_t srcCode;     /* bytes of the current character, as one number */
     uint32_t setCode;     /* its code within its coded set */
-    uint32_t ucsCode;     /* its Unicode scalar value; 0 where none was needed */
+    uint32_t ucsCode;     /* its Unicode scalar value; 0 if none was needed */
     uint32_t outCode;     /* code to write */
     uint16_t outBytes;    /* bytes of outCode */
-    uint16_t outDone;     /* value width of the extra encode table that gave outCode; 0: none did */
-    uint32_t prevSrcCode; /* srcCode of the character before, to pair CR with LF */
-    uint32_t outCode2;    /* combining mark to write behind outCode; 0: none */
+    uint16_t outDone;     /* value width of the extra encode table that has outCode; 0: none */
+    uint32_t prevSrcCode; /* srcCode of the previous character, to recognise CR LF */
+    uint32_t outCode2;    /* combining mark to write after outCode; 0: none */
 
     char baseLang[PVZAN_TEXT_BYTES]; /* language tag of the target options */
     char outLang[PVZAN_TEXT_BYTES];  /* language tag last written */
-    char curLang[PVZAN_TEXT_BYTES];  /* language tag of the text now being converted */
+    char curLang[PVZAN_TEXT_BYTES];  /* language tag of the text being converted */
 
     pvzan_source_options source; /* copies of the options */
     pvzan_target_options target;
@@ -283,126 +287,128 @@ typedef struct pvzan_session {
 
 /* ---- Conversion ----------------------------------------------------------------------------- */
 
-/* Start a conversion to the charset called name; case does not count. The first call of the process
- * reads the definitions; each loads the tables it needs that are not loaded yet. options may be
- * null (all zero). Returns PVZAN_DONE, or PVZAN_UNKNOWN_CHARSET, after which cconvConvert answers
- * the same. Definitions and tables are read once per process: what memory or descriptors did not
- * suffice for then stays unknown. The session has no source afterwards: call cconvChgCharset next.
- */
+/* Starts a conversion to the charset called name, without regard to case. The first call of the
+ * process reads the definitions; each call loads the tables that it needs. options may be null
+ * (all zeros). Returns PVZAN_DONE, or PVZAN_UNKNOWN_CHARSET, which cconvConvert will then also
+ * return. Definitions and tables are read once per process: what could not be read for lack of
+ * memory or file descriptors stays unknown. The session has no source afterwards: call
+ * cconvChgCharset next. */
 PVZAN_API uint32_t cconvInitConvert(pvzan_session* session, const pvzan_target_options* options,
                                     const char* name);
 
-/* Choose the source charset, after cconvInitConvert or between two calls of cconvConvert; the state
- * of the output is kept. options may be null (all zero). Returns PVZAN_DONE or
+/* Chooses the source charset, after cconvInitConvert or between two calls of cconvConvert; the
+ * state of the output is kept. options may be null (all zeros). Returns PVZAN_DONE, or
  * PVZAN_UNKNOWN_CHARSET, after which the session has no source. */
 PVZAN_API uint32_t cconvChgCharset(pvzan_session* session, const pvzan_source_options* options,
                                    const char* name);
 
 /* Convert inBuf[inPos, inLen) to outBuf[outPos, outLen), moving both positions. Returns
- *   PVZAN_DONE              all input is used up;
- *   PVZAN_INPUT_INCOMPLETE  give the bytes from inPos on again, with more behind them;
+ *   PVZAN_DONE              all input has been converted;
+ *   PVZAN_INPUT_INCOMPLETE  pass the bytes from inPos on again, with more bytes after them;
  *   PVZAN_OUTPUT_FULL       no part of the next character was written: call again with more room;
- *   PVZAN_INVALID_INPUT     call again to go on; where inPos did not move, step over a byte first;
- *   PVZAN_UNREPRESENTABLE   charSetNo, setCode and, unless 0, ucsCode tell the character;
- *                           call again to go on behind it;
+ *   PVZAN_INVALID_INPUT     call again to continue; if inPos has not moved, skip a byte first;
+ *   PVZAN_UNREPRESENTABLE   charSetNo, setCode and, unless 0, ucsCode say which character it is;
+ *                           call again to continue after it;
  *   PVZAN_UNKNOWN_CHARSET   the session has no source or no target. */
 PVZAN_API uint32_t cconvConvert(pvzan_session* session);
 
-/* Close the output: ISO-2022-JP returns to ASCII, the other charsets write nothing. Returns
- * PVZAN_DONE, or PVZAN_OUTPUT_FULL: call again with more room. */
+/* Closes the output: charsets with shift states return to the initial one, as ISO-2022-JP does to
+ * ASCII; others write nothing. Returns PVZAN_DONE, or PVZAN_OUTPUT_FULL: call again with more room.
+ */
 PVZAN_API uint32_t cconvTermConvert(pvzan_session* session);
 
 /* ---- Library start and end, charset directory ----------------------------------------------- */
 
-/* Call once before everything else, and once at the end. The first conversion takes a reference of
- * its own, so what sessions point to outlives my_fini: it goes when the library does, by dlclose
- * after my_fini. */
+/* Call my_init once before everything else, and my_fini once at the end. The first conversion
+ * takes a reference of its own, so what sessions point to stays valid after my_fini, until the
+ * library is unloaded by dlclose. */
 PVZAN_API void my_init(void);
 PVZAN_API void my_fini(void);
 
-/* Set the charset directory, once per process and before the first conversion. The path is copied,
- * and cut at 4095 bytes. Returns 1, or 0 when path is null or empty or the directory is already
- * settled, be it by its first use. */
+/* Sets the charset directory, once per process and before the first conversion. The path is
+ * copied, and truncated to 4095 bytes. Returns 1, or 0 if path is null or empty, or if the
+ * directory has already been set or used. */
 PVZAN_API uint32_t ZAN_setCharsetPath(const char* path);
 
-/* The charset directory as set; empty before that. Owned by the library. */
+/* The charset directory that is set, or an empty string. Owned by the library. */
 PVZAN_API char* ZAN_getCharsetPath(void);
 
-/* Read the definitions now rather than with the first conversion. Returns 1 when at least one
- * charset could be read, else 0. Only the first call reads. */
+/* Reads the definitions now, not with the first conversion. Returns 1 if at least one charset
+ * could be read, otherwise 0. Only the first call reads them. */
 PVZAN_API uint32_t cconvLoadRule(void);
 
 /* ---- Shift_JIS and JIS codes ---------------------------------------------------------------- */
 
-/* A double-byte code is lead << 8 | trail in Shift_JIS, and row << 8 | cell, each 21 to 7E, in JIS
- * (JIS X 0208:1997, annex 1). One-byte codes pass unchanged; 0 means that there is no such code.
- * Pure functions. */
+/* A double-byte code is lead << 8 | trail in Shift_JIS, and row << 8 | cell, each 21 to 7E, in
+ * JIS (JIS X 0208:1997, annex 1). One-byte codes are returned unchanged; 0 means that there is
+ * no such code. Pure functions. */
 PVZAN_API uint32_t SJIStoJIS(uint32_t code);
 PVZAN_API uint32_t JIStoSJIS(uint32_t code);
 
-/* The same; leads F0 to FC stand for rows 7F to 98, behind the grid (Windows-31J keeps its
- * user-defined characters there). */
+/* The same; lead bytes F0 to FC stand for rows 7F to 98, after those of the standard
+ * (Windows-31J has its user-defined characters there). */
 PVZAN_API uint32_t SJIStoJISex(uint32_t code);
 PVZAN_API uint32_t JIStoSJISex(uint32_t code);
 
-/* Shift_JIS-2004 (JIS X 0213:2004, annex 1): leads F0 to FC are plane 2, which bit 16 of a JIS code
- * marks. JIStoSJIS2004 takes codes of JIS X 0213 only: a row or cell that the standard does not
- * have stops the process by an assertion. */
+/* Shift_JIS-2004 (JIS X 0213:2004, annex 1): lead bytes F0 to FC are plane 2, for which bit 16
+ * of a JIS code is set. Call JIStoSJIS2004 only with codes of JIS X 0213: a row or cell that the
+ * standard does not have aborts the process by an assertion. */
 PVZAN_API uint32_t SJIStoJIS2004(uint32_t code);
 PVZAN_API uint32_t JIStoSJIS2004(uint32_t code);
 
 /* ---- Encoding detection --------------------------------------------------------------------- */
 
-/* One question about a text, and its answer. The caller owns the record and the text, and sets the
- * first three fields; the call leaves them as they were. */
+/* A text whose encoding is to be detected, and the result. The caller owns the record and the
+ * text, and sets the first three fields, which the call does not change. */
 typedef struct pvzan_detection_request {
-    const uint8_t* text; /* the bytes to look at; not changed */
+    const uint8_t* text; /* the bytes to examine */
     int32_t textPos;     /* index of the first one */
-    int32_t textEnd;     /* index behind the last one */
+    int32_t textEnd;     /* index after the last one */
 
-    char encodingName[PVZAN_TEXT_BYTES]; /* the encoding's name, "unknown" when there is none */
+    char encodingName[PVZAN_TEXT_BYTES]; /* the name of the encoding, or "unknown" */
     uint32_t xmlDeclared;                /* 1: an XML declaration was found */
     uint32_t bomFound;                   /* 1: a byte-order mark was found */
-    uint32_t bigEndian;                  /* byte order of code units; 1 where it does not matter */
+    uint32_t bigEndian;                  /* 1: most significant byte first, or byte order does
+                                            not matter */
     uint32_t newlineKind;                /* PVZAN_NEWLINE_...; 0: no line break was found */
     uint32_t resultFlags;                /* 4098 for UTF-16, UCS-2 and UCS-4, else 1; 0: unknown */
 } pvzan_detection_request;
 
-/* Tell the encoding of a text: by its byte-order mark, else by an XML declaration, else by how well
- * its first 2048 bytes fit UCS-4, UTF-16, UTF-8, EUC-JP, its fixed form, Windows-31J and
- * ISO-2022-JP. Returns 1 and the name, or 0 and "unknown". The names it finds itself are
+/* Detects the encoding of a text: by its byte-order mark, else by an XML declaration, else by
+ * how well its first 2048 bytes fit UCS-4, UTF-16, UTF-8, EUC-JP, its fixed-width form,
+ * Windows-31J and ISO-2022-JP. Returns 1 and the name, or 0 and "unknown". The names are
  * ISO-10646-UCS-4, UTF-16, UTF-8, EUC-JP-FIX, EUC-JP, WINDOWS31J, ISO-8859-1, ISO-646IRV and
- * ISO-2022-JP; a declaration's name is given as it stands there, unchecked. Reads nothing outside
- * [textPos, textEnd) and allocates nothing, but for the definitions that the first call of the
- * process loads. An empty or impossible extent, and a null text, answer "unknown". A request is
- * used by one thread at a time. */
+ * ISO-2022-JP; the name in a declaration is returned unchecked. Reads nothing outside [textPos,
+ * textEnd), and allocates nothing except for the definitions that the first call of the process
+ * loads. An empty or invalid range, or a null text, gives "unknown". A request must be used by
+ * one thread at a time. */
 PVZAN_API uint32_t cconvChkEncode(pvzan_detection_request* request);
 
-/* 1 for the names of encodings whose byte order matters: exactly "UTF-16", "ISO-10646-UCS-2" and
- * "ISO-10646-UCS-4"; else 0. */
+/* 1 for names of encodings whose byte order matters: exactly "UTF-16", "ISO-10646-UCS-2" and
+ * "ISO-10646-UCS-4"; otherwise 0. */
 PVZAN_API uint32_t cconvIsEndianAware(const char* name);
 
 /* ---- Stand-alone converters ----------------------------------------------------------------- */
 
-/* Converters that need no session, no charset directory and no my_init. Pure functions; with a null
- * pointer they convert nothing. */
+/* Converters that need no session, no charset directory and no my_init. Pure functions; if a
+ * pointer is null, they convert nothing. */
 
-/* HZ (RFC 1843) to GB 2312 in its EUC form. in is NUL-terminated; out must be as large as in, and
- * outSize is only looked at where in has a "~". Returns 0 when all was converted, with the number
- * of bytes written, modulo 65536, in *outCount; else the room was used up at a "~", and the number
- * of bytes written so far, modulo 65536, is returned and *outCount left alone. A "~~" is read as
- * "~" and another escape; a "~" before a line feed or an unknown byte leaves a byte of out
- * unwritten and uncounted. */
+/* Converts HZ (RFC 1843) to GB 2312 in EUC. in is NUL-terminated; out must be as large as in,
+ * and outSize is checked only where in has a "~". Returns 0 if everything was converted, with
+ * the number of bytes written, modulo 65536, in *outCount. Otherwise there was no more room at a
+ * "~": returns the number of bytes written so far, modulo 65536, and does not set *outCount. A
+ * "~~" is read as "~" and the start of another escape; a "~" before a line feed or an unknown
+ * byte leaves a byte of out unwritten and uncounted. */
 PVZAN_API uint32_t ZAN_HZtoGB2312(uint8_t* out, const uint8_t* in, int32_t outSize,
                                   uint32_t* outCount);
 
-/* UTF-7 (RFC 2152) to UCS-4 in native byte order, surrogate pairs joined. in is NUL-terminated,
- * outSize counts characters. *outCount receives the number of characters written. Returns 0 when
- * all was converted; else the number of input bytes converted before the malformed sequence, or
- * before the output was full, plus 1; that may lie inside a base-64 run, so call again with a
- * larger buffer from the start. Malformed are bytes above 7D, "\", a "+" without a base-64 letter
- * or "-" behind it, a run that ends inside a character or in nonzero padding, and lone surrogates.
- * Control codes are let through. */
+/* Converts UTF-7 (RFC 2152) to UCS-4 in native byte order, and joins surrogate pairs. in is
+ * NUL-terminated, outSize counts characters. *outCount receives the number of characters
+ * written. Returns 0 if everything was converted. Otherwise returns the number of input bytes
+ * before the malformed sequence, or before the output was full, plus 1; this may be inside a
+ * base-64 run, so call again with a larger buffer from the start. Malformed are bytes above 7D,
+ * "\", a "+" not followed by a base-64 letter or "-", a run that ends inside a character or in
+ * nonzero padding, and single surrogates. Control codes are passed on. */
 PVZAN_API uint32_t ZAN_UTF_7ToUCS_4(uint32_t* out, const uint8_t* in, int32_t outSize,
                                     uint32_t* outCount);
 

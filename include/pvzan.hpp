@@ -9,12 +9,12 @@
 //         std::cerr << pvzan::describe(text.why) << " at byte " << text.position << '\n';
 //     }
 //
-// It is pvzan_text.h for C++: strict, by the names people use, in pieces cut anywhere. Beyond that
-// it holds what needs room, closes its output by itself, asks a function about faults, and reads
-// and writes streams. Errors are values. Nothing here throws but the allocations of the standard
-// library, and result::value, which throws on request.
+// This is pvzan_text.h for C++: it is strict, knows common names of charsets, and takes text in
+// pieces that may be cut anywhere. In addition it manages buffers, closes its output by itself,
+// calls a function for faults, and reads and writes streams. Errors are values. Only the
+// allocations of the standard library throw exceptions, and result::value, which is meant to.
 //
-// A converter is used by one thread at a time; any number of them may run at once.
+// A converter must be used by one thread at a time; any number of them may run at the same time.
 #ifndef PVZAN_HPP
 #define PVZAN_HPP
 

@@ -1,5 +1,5 @@
-// Why the library does not take a definition, and what is wrong with the files it names: the
-// definition is read once more, by the same means, step by step.
+// Finds out why the library does not accept a definition, and what is wrong with the files that it
+// names: reads the definition again with the same functions, step by step.
 #include "cconv/convert/lifecycle.h"
 #include "cconv/definition/definition.h"
 #include "cconv/definition/document_search.h"
@@ -20,7 +20,7 @@ namespace text {
 
 namespace {
 
-// By which a file is found in the charset directory.
+// The part of a path by which a file is found in the charset directory.
 const char* last_part(const char* path) {
     const char* const slash = is_further_path(path) ? nullptr : std::strrchr(path, '/');
     return slash != nullptr ? slash + 1 : path;
@@ -54,7 +54,7 @@ private:
         ++count_;
     }
 
-    // A file of the directory, whose names are in lower case there.
+    // The path of a file in the directory, where names are in lower case.
     static bool path_of(const char* file, const char* extension, char (&path)[text_bytes]) {
         char name[text_bytes];
         copy_text(name, last_part(file));
@@ -165,7 +165,7 @@ private:
         }
     }
 
-    // Whether each set of the element has characters at the codes that it adds up to.
+    // Checks that each set of the element has characters at the codes that result from adding add=.
     void check_codes(const char* file, const charset_group& group) {
         if (group.codes == nullptr) {
             return;
@@ -188,7 +188,8 @@ private:
         }
     }
 
-    // A further one is found by the name of its file, where no definition of the start has that.
+    // A further charset is found by the name of its file, unless a definition that is read at the
+    // start has this name.
     bool is_out_of_reach(const char* file, const char* name) {
         char path[text_bytes];
         if (!further_path(name, path) || std::strcmp(path, file) != 0) {
@@ -205,7 +206,7 @@ private:
         return false;
     }
 
-    // By the definitions that come before it: the first of a name or number counts.
+    // Checks the definitions before it: the first one with a name or number is used.
     bool is_taken(const char* file, const char* name) {
         if (is_further_path(file)) {
             return is_out_of_reach(file, name);
@@ -252,7 +253,7 @@ private:
         }
     }
 
-    // The file behind the entity that an extent of linking refers to.
+    // The file of the entity in an extent of linking.
     owned_memory<char> referred(const char* file, owned_document& in, owned_document& linking,
                                 const element& where, const char* what) {
         const owned_memory<char> entity(xmlGetLink(&linking, where.start, where.end));
@@ -301,7 +302,7 @@ private:
         }
         const auto defined = find_element(set, "defined", found->start);
         const auto table = find_element(set, "srtable", defined ? defined->end : found->start);
-        if (table) { // without one its codes are Unicode values
+        if (table) { // without a table its codes are Unicode values
             const auto table_file = referred(file, in, set, *table, "srtable");
             if (table_file != nullptr) {
                 check_table(table_file.get(), in, counted == counting::sound ? &codes : nullptr);
@@ -310,7 +311,7 @@ private:
         }
     }
 
-    // The first set of a number is the one that all definitions mean.
+    // All definitions use the first set with a number.
     void check_set_name(const char* file, owned_document& set, const element& where) {
         char name[text_bytes], taken[text_bytes] = "";
         xmlGetName(&set, where.start, where.end, name);
@@ -328,7 +329,7 @@ private:
         }
     }
 
-    // All definitions mean the set of a name that was read first.
+    // All definitions use the set with a name that was read first.
     void check_set_table(const char* file, owned_document& set, const element& where,
                          const char* table) {
         char name[text_bytes];
@@ -352,7 +353,7 @@ private:
         }
     }
 
-    // counted: the bytes of codes that are; null where each pair is a code.
+    // counted: the bytes of counted codes; null if each pair is a code.
     void check_table(const char* file, const owned_document& in,
                      const code_bytes* counted = nullptr) {
         char path[text_bytes], cache[text_bytes];
@@ -419,6 +420,6 @@ extern "C" size_t pvzan_check_definition(const char* path, pvzan_error* errors, 
     if (path == nullptr || (errors != nullptr && most > 0 && !is_record(errors))) {
         return 0;
     }
-    settle_directory(nullptr); // where nothing is taken there is more to say
+    settle_directory(nullptr); // there is more to say if no definition was accepted
     return checker(most > 0 ? errors : nullptr, most).check(path);
 }

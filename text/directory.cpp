@@ -1,4 +1,4 @@
-// Finding the charset directory, once for the process.
+// Finds the charset directory, once per process.
 #include "text/directory.h"
 
 #include "cconv/convert/lifecycle.h"
@@ -24,7 +24,7 @@ bool is_directory(const char* path) {
     return ::stat(path, &found) == 0 && S_ISDIR(found.st_mode);
 }
 
-// The environment counts for nothing in a program that runs with another user's rights.
+// The environment is ignored in a program that runs with another user's rights.
 const char* trusted_variable(const char* name) {
 #ifdef __GLIBC__
     return ::secure_getenv(name);
@@ -42,15 +42,15 @@ bool cut_last_part(char* path) {
     return true;
 }
 
-// The directory that the loaded library, or the program it is part of, lies in; links resolved. A
-// variable tells where that is: a function's address may be one of the program's own.
+// The directory of the loaded library, or of the program that contains it, with links resolved. A
+// variable is used to find it, since the address of a function may be the program's own.
 bool own_directory(char (&path)[PATH_MAX]) {
     Dl_info info = {};
     return ::dladdr(&m_charsetpath, &info) != 0 && info.dli_fname != nullptr &&
            ::realpath(info.dli_fname, path) != nullptr && cut_last_part(path);
 }
 
-// The first of the usual places that is there.
+// The first of the usual places that exists.
 bool find_directory(char (&path)[PATH_MAX]) {
     char own[PATH_MAX];
     const char* const variable = trusted_variable("PVZAN_CHARSET_DIR");

@@ -1,5 +1,5 @@
-// What is said about a fault. Found out when it is asked for: texts have more faults than anybody
-// reads about.
+// Describes a fault. This is done only when it is asked for, since texts have more faults than
+// anybody reads about.
 #include "cconv/engine/step.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/designations.h"
@@ -28,7 +28,7 @@ constexpr bool is_in(u32 byte, u32 first, u32 last) {
     return byte >= first && byte <= last;
 }
 
-// Whether the bytes are a character to the source's rule, or the begin of one.
+// Whether the bytes are a character for the source's rule, or the beginning of one.
 bool may_be_character(session& s, std::span<const u8> bytes) {
     s.inBuf = bytes.data();
     s.inPos = 0;
@@ -44,7 +44,7 @@ bool may_be_character(session& s, std::span<const u8> bytes) {
 
 constexpr u8 begin_asked = 1, begins_something = 2, end_asked = 4, ends_something = 8;
 
-// Two bytes; with two more where the rule says nothing before it has seen four.
+// Two bytes; two more if the rule decides only after four.
 std::span<const u8> pair_of(const pvzan_converter& c, const u8 (&code)[4]) {
     return std::span(code).first(c.longest == max_code_bytes ? 4 : 2);
 }
@@ -119,7 +119,7 @@ blame blame_code(pvzan_converter& c, const fault& f) {
         const bool fits = c.from.unit == 2 || !ends_nothing(c, f.bytes[1]);
         return {fits ? u32{PVZAN_REASON_NO_CHARACTER} : u32{PVZAN_REASON_CANNOT_FOLLOW}, 2};
     }
-    // All of it was looked at, or the last byte looked at is the one that does not fit.
+    // Either all of it was looked at, or the last byte looked at does not fit.
     return {f.needed == f.length && f.bytes[f.needed - 1] != 0xFF &&
                     (f.bytes[f.needed - 1] > 0xA0 || c.longest == max_code_bytes)
                 ? u32{PVZAN_REASON_NO_CHARACTER}
@@ -129,8 +129,8 @@ blame blame_code(pvzan_converter& c, const fault& f) {
 
 // ---- A charset that has it ---------------------------------------------------------------------
 
-// Whether bytes that c lacks are something to the other; in text with designations, behind the one
-// for two bytes where c was there.
+// Whether the other charset has a character for bytes that c lacks. In text with designations, they
+// follow the designation for two bytes if that applied in c.
 bool reads_them(pvzan_converter& other, const pvzan_converter& c, const fault& f) {
     u8 bytes[to_jisx0208.length + sizeof f.bytes];
     std::size_t size = 0;
@@ -152,9 +152,9 @@ bool reads_them(pvzan_converter& other, const pvzan_converter& c, const fault& f
     return true;
 }
 
-// The first relative that has what the charset lacks is asked in a conversion of its own.
+// Finds the first relative that has what the charset lacks, with a converter of its own.
 void tell_relative(const pvzan_converter& c, const fault& f, pvzan_fault& told) {
-    // A control code of the upper half is where a relative has a character.
+    // A missing control code of the upper half is a character in a relative.
     const bool control = is_in(f.missing.letter, 0x80, 0x9F) && !is_unicode(c.from);
     const bool reads = f.kind == PVZAN_FAULT_INVALID || (f.kind == PVZAN_FAULT_MISSING && control);
     if (!reads && f.kind != PVZAN_FAULT_MISSING) {
@@ -271,8 +271,8 @@ void explain(pvzan_converter& c, const fault& f, pvzan_fault& told) {
     }
     if (f.kind == PVZAN_FAULT_MISSING || f.kind == PVZAN_FAULT_OTHER_BACK) {
         fill_character(f.missing, told.scalars, told.scalars_count);
-        // What the code means there, as half-width katakana in ISO-2022-JP; a backslash is not like
-        // a yen sign.
+        // The character that the code means there, as with half-width katakana in ISO-2022-JP. But
+        // a backslash is not similar to a yen sign.
         const bool means_other = f.kind == PVZAN_FAULT_OTHER_BACK && f.back != f.missing &&
                                  f.back.letter >= 0x80 && f.back.mark == 0;
         const u32 like = f.missing.mark != 0 ? 0
@@ -307,7 +307,7 @@ int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* given) {
     if (converter == nullptr || !is_record(given) || converter->fault.kind == 0) {
         return 0;
     }
-    // Finding out why uses the session, and leaves what the conversion goes on with.
+    // This uses the session, but restores what the conversion needs to continue.
     auto& c = const_cast<pvzan_converter&>(*converter);
     const u32 in_set = c.work.srcShiftSet, out_set = c.work.dstShiftSet;
     pvzan_fault told = {};

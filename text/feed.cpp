@@ -1,4 +1,4 @@
-// Moving text through a converter.
+// Converts text with a converter.
 #include "cconv/rulefunc/designations.h"
 #include "text/converter.h"
 #include "text/unicode.h"
@@ -17,7 +17,7 @@ struct cursor {
     u8* out;
     std::size_t room;
     bool last, flush;
-    const u8* settled = nullptr; // what stands for itself up to there; null: unknown
+    const u8* settled = nullptr; // end of what does not depend on the rest; null: unknown
     lag behind{in};
 };
 
@@ -35,7 +35,7 @@ std::size_t pending(const pvzan_converter& c) {
     return c.now.pending_size - c.now.pending_at;
 }
 
-// Hands out what is pending; whether that was all.
+// Writes what is pending; returns whether that was all.
 bool drain(pvzan_converter& c, cursor& at) {
     const std::size_t size = std::min(pending(c), at.room);
     std::copy_n(c.now.pending + c.now.pending_at, size, at.out);
@@ -67,8 +67,8 @@ u64 count_private(const u8* p, std::size_t size, u32 kind, bool big) {
     return count;
 }
 
-// Finds out how far the input stands for itself. With states, a run ends at the begin of a line,
-// from where on characters can be counted.
+// Finds the part of the input that does not depend on what follows. With states, it ends at the
+// beginning of a line, from where characters can be counted.
 void look_ahead(pvzan_converter& c, cursor& at) {
     constexpr std::size_t most_with_states = 1U << 15;
     const std::size_t most = has_states(c) ? most_with_states : most_at_once;
@@ -79,7 +79,7 @@ void look_ahead(pvzan_converter& c, cursor& at) {
     at.settled = at.in + (line > 0 ? line : size);
 }
 
-// Converts as much as comes through unharmed at full speed.
+// Converts at full speed as long as characters come back unharmed.
 void run_over(pvzan_converter& c, fast::path& path, cursor& at) {
     session& s = c.work;
     if (at.in >= at.settled) {
@@ -142,7 +142,7 @@ constexpr bool is_break(u32 letter) {
     return letter == '\r' || letter == '\n';
 }
 
-// Goes on behind a character, a fault or a designation. Its bytes may be counted later, or not.
+// Advances over a character, a fault or a designation, whose bytes may be counted now or later.
 void advance(pvzan_converter& c, const reading_result& read, bool counted_later) {
     const u32 marks = read.marks + (is_unicode(c.from) && read.c.mark != 0 ? 1 : 0);
     c.now.at.offset += read.bytes;
@@ -168,7 +168,7 @@ void advance(pvzan_converter& c, const reading_result& read, bool counted_later)
     }
 }
 
-// Whether the source has the character in another code, which is the one it is written in.
+// Whether the source has another code for the character, which is the one it writes.
 bool has_other_code(pvzan_converter& c, const view& text, const reading_result& read) {
     if ((c.how.flags & PVZAN_READ_BACK) == 0 || is_unicode(c.from) || has_states(c)) {
         return false;
@@ -193,7 +193,7 @@ stepped convert_character(pvzan_converter& c, const view& text, const reading_re
     return stepped::faulty;
 }
 
-// The begin of a text, where a mark may stand.
+// Handles the beginning of a text, where a byte-order mark may be.
 reading_result begin(pvzan_converter& c, const view& text) {
     reading_result mark{.kind = reading_result::silent, .bytes = 0};
     const mark_found found = find_mark(c, text, mark.bytes);
@@ -209,7 +209,7 @@ reading_result begin(pvzan_converter& c, const view& text) {
     return mark;
 }
 
-// Converts what a text begins with, which is told.
+// Handles what is at the beginning of the text, and returns what it was.
 stepped step(pvzan_converter& c, const view& text, reading_result& next) {
     if (c.now.now == stage::fresh) {
         next = begin(c, text);
@@ -232,7 +232,7 @@ stepped step(pvzan_converter& c, const view& text, reading_result& next) {
     return stepped::faulty;
 }
 
-// What a caller who leaves input gets back where the room is too short.
+// Returns bytes to a caller who uses PVZAN_LEAVE_INPUT, if there is not enough room.
 struct snapshot {
     explicit snapshot(const pvzan_converter& c)
         : now(c.now), in_set(c.work.srcShiftSet), out_set(c.work.dstShiftSet) {}
@@ -247,7 +247,7 @@ struct snapshot {
 
 // ---- The feed ----------------------------------------------------------------------------------
 
-// Whether the fault was answered as the options say.
+// Handles a fault as the options say; false if they do not.
 bool answer_inside(pvzan_converter& c) {
     const u32 kind = c.fault.kind;
     const u32 how = kind == PVZAN_FAULT_INVALID                                ? c.how.on_invalid
@@ -262,14 +262,14 @@ bool answer_inside(pvzan_converter& c) {
     return true;
 }
 
-// Whether its bytes would be counted as line breaks later.
+// Whether its bytes would later be counted as line breaks.
 bool looks_like_break(const pvzan_converter& c, const view& text, const reading_result& next) {
     return c.from.unit == 1 &&
            std::any_of(text.bytes, text.bytes + std::min<std::size_t>(next.bytes, text.size),
                        [&](u8 byte) { return byte == c.lf || byte == c.cr; });
 }
 
-// Takes the next character, from held bytes and input; sets stuck where more decides.
+// Handles the next character of held bytes and input; sets stuck if more input is needed.
 pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, bool& stuck) {
     u8 joined[most_held];
     const u32 held = c.now.held_size;
@@ -293,7 +293,7 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
         return PVZAN_FEED_MORE_ROOM;
     }
     u32 used = next.bytes;
-    // A sequence may end with a line break that is no character.
+    // A sequence may end with a line break that is not a character.
     const bool silent = next.kind == reading_result::silent;
     const bool breaks = silent && next.bytes > 0 && text.bytes[next.bytes - 1] == '\n';
     const bool counted = held > 0 || breaks || (!silent && is_break(next.c.letter)) ||
@@ -334,7 +334,7 @@ bool is_left_open(const pvzan_converter& c) {
     return set != nullptr && is_double_byte_width(set->byteNum);
 }
 
-// All input is used up.
+// All input has been used.
 pvzan_outcome end(pvzan_converter& c, fast::path& path, cursor& at) {
     if (!at.last && !at.flush) {
         return PVZAN_FEED_MORE_INPUT;

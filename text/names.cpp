@@ -1,4 +1,4 @@
-// What names mean: the list in names.tsv, which says what its columns are, and then the charset
+// The meaning of names: first the list in names.tsv, which explains its columns, then the charset
 // directory.
 #include "text/names.h"
 
@@ -24,7 +24,7 @@ void copy(std::string_view from, char (&to)[64]) {
     to[size] = '\0';
 }
 
-// Whether the directory has it, without a look at the definition of a further one.
+// Whether the directory has the charset, without reading the definition of a further one.
 bool is_defined(std::string_view charset) {
     char name[64];
     copy(charset, name);
@@ -38,7 +38,7 @@ constexpr std::string_view list =
 #include "names.inc"
     ;
 
-// A part of the list: numbers, which a loader need not relocate.
+// A part of the list, as numbers, which need no relocation by the loader.
 class part {
 public:
     constexpr part() = default;
@@ -51,7 +51,7 @@ private:
 };
 static_assert(list.size() < 1U << 16U);
 
-// A line of the list; or names that mean no one charset, where charset is empty.
+// A line of the list; if charset is empty, these names do not mean a single charset.
 struct row {
     part shown, charset, form, group, relatives, names, labels;
 
@@ -61,7 +61,7 @@ struct row {
     }
 };
 
-// What stands before a separator, which is taken off with it.
+// Removes and returns the text before a separator.
 constexpr std::string_view take(std::string_view& text, char separator) {
     const std::size_t size = std::min(text.find(separator), text.size());
     const std::string_view taken(text.data(), size);
@@ -69,7 +69,7 @@ constexpr std::string_view take(std::string_view& text, char separator) {
     return taken;
 }
 
-// The next line that is none of the comments.
+// The next line that is not a comment.
 constexpr std::string_view take_line(std::string_view& text) {
     std::string_view line;
     do {
@@ -104,7 +104,7 @@ constexpr bool is_separator(char c) {
     return c == '-' || c == '_' || c == ' ';
 }
 
-// A letter or digit that counts, and what comes behind it; NUL at the end.
+// A letter or digit that matters, and what follows it; NUL at the end.
 constexpr char next_plain(const char*& text, const char* end) {
     while (text != end && is_separator(*text)) {
         ++text;
@@ -134,7 +134,7 @@ constexpr u32 hash_of(std::string_view name) {
     return hash;
 }
 
-// The names of a row, one after the other; shown is the first.
+// Iterates over the names of a row; shown is the first.
 class names_of {
 public:
     constexpr explicit names_of(const row& r) : rest_(r.names) {
@@ -168,7 +168,7 @@ constexpr std::size_t count_names() {
     return count;
 }
 
-// All names by their hashes, so that one is found without a look at the others.
+// All names by their hashes, so that one is found without comparing all others.
 constexpr auto index_names() {
     std::array<known_name, count_names()> index{};
     std::size_t at = 0;
@@ -214,13 +214,14 @@ const row* find_row(std::string_view name, u32 flags) {
     return nullptr;
 }
 
-// The row whose charset this is, and whose shown name is the one to use.
+// The row of this charset whose shown name is to be used.
 const row* row_of(std::string_view charset) {
     const auto* found = std::ranges::find(rows, charset, &row::id);
     return found != rows.end() ? found : nullptr;
 }
 
-// What is in the directory of a charset that may not be: itself, or one with every code of it.
+// What the directory has for a charset that it may lack: the charset, or one that contains all of
+// it.
 const row& shipped(const row& r) {
     constexpr char whole = '=';
     for (std::string_view rest = r.relatives; rest.find(whole) != std::string_view::npos;) {
@@ -261,7 +262,8 @@ void fill_in(const row& asked, pvzan_name& meaning) {
 
 constexpr std::size_t longest_likened = 40;
 
-// A name without what does not count; digits apart, for another number is another charset.
+// A name without characters that do not matter. Digits are separate, since another number is
+// another charset.
 struct plain_text {
     char letters[longest_likened], digits[longest_likened];
     std::size_t size = 0, digit_count = 0;
@@ -283,7 +285,7 @@ struct plain_text {
     [[nodiscard]] std::string_view number() const { return {digits, digit_count}; }
 };
 
-// Letters to add, drop, change or swap to make one word of the other.
+// The number of letters to add, remove, change or swap to turn one word into the other.
 u32 spelling_distance(std::string_view a, std::string_view b) {
     u32 cost[longest_likened + 1][longest_likened + 1];
     for (std::size_t i = 0; i <= a.size(); ++i) {
@@ -323,7 +325,7 @@ constexpr auto first_rows = [] {
 
 std::string_view similar_name(std::string_view name) {
     const plain_text asked(name);
-    constexpr std::size_t long_word = 6; // in shorter ones two changes make another name
+    constexpr std::size_t long_word = 6; // in shorter words two changes make a different name
     u32 least = asked.size - asked.digit_count < long_word ? 2 : 3;
     std::string_view best;
     for (const row& r : rows) {
@@ -333,7 +335,7 @@ std::string_view similar_name(std::string_view name) {
             if (known.size == 0 || (asked.digit_count > 0 && known.number() != asked.number())) {
                 continue;
             }
-            // A word put before or behind a name counts little.
+            // A word that was added before or after a name counts little.
             const bool within =
                 known.size > 3 && asked.all().find(known.all()) != std::string_view::npos;
             const u32 changes = within ? 1 : spelling_distance(asked.all(), known.all());

@@ -1,4 +1,4 @@
-// Making, beginning again and ending converters.
+// Creating, resetting and releasing converters.
 #include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
 #include "platform/platform.h"
@@ -53,7 +53,8 @@ void describe(const charset_group* group, const rule_row* decoder, u32 order, pv
     }
 }
 
-// All that is looked into, so that what is kept about the two charsets rests on the same.
+// Loads all tables that are used, so that everything that is stored about the two charsets is based
+// on the same tables.
 void load_tables(const charset_group* group, bool decode, bool encode) {
     for (const basic_set* set : member_sets(group)) {
         if (set->setType != PVZAN_SET_USER_DEFINED) {
@@ -67,7 +68,7 @@ void load_tables(const charset_group* group, bool decode, bool encode) {
     }
 }
 
-// What the sets tell about the source's codes.
+// Finds what the sets say about the source's codes.
 void measure_codes(pvzan_converter& c) {
     u32 widest = 0;
     bool ascending = true;
@@ -80,7 +81,7 @@ void measure_codes(pvzan_converter& c) {
     c.longest = by_sets ? widest : 0;
 }
 
-// The code of a line break: in nearly every charset that of ASCII.
+// The code of a line break, which is that of ASCII in nearly all charsets.
 u8 find_break(pvzan_converter& c, u8 letter) {
     constexpr u8 controls = 0x40;
     for (u32 i = 0; i < controls && !is_unicode(c.from) && c.from.unit == 1; ++i) {
@@ -93,7 +94,8 @@ u8 find_break(pvzan_converter& c, u8 letter) {
     return letter;
 }
 
-// Whether the target has ASCII's line feed; where not, line breaks cannot be told by their bytes.
+// Whether the target has the line feed of ASCII; otherwise line breaks cannot be recognised by
+// their bytes.
 bool writes_ascii_feed(pvzan_converter& c) {
     character back{0, 0};
     const bool has = is_unicode(c.to) || (write(c, {'\n', 0}, back) == written::done &&
@@ -102,7 +104,7 @@ bool writes_ascii_feed(pvzan_converter& c) {
     return has;
 }
 
-// Sets the session up as the four calls would, without a language tag.
+// Prepares the session as the four calls would, without a language tag.
 bool prepare_session(pvzan_converter& c, charset_group* from, charset_group* to) {
     session& s = c.work;
     std::memset(static_cast<void*>(&s), 0, offsetof(session, baseLang));

@@ -26,7 +26,7 @@ u64 count_sequences(const pvzan_converter& c, const u8* p, std::size_t size) {
     return size / c.from.unit - others;
 }
 
-// The characters of sound text: it is run over once more.
+// Counts the characters of text without faults, by converting it again.
 u64 count_codes(pvzan_converter& c, fast::path& path, const u8* p, std::size_t size) {
     session& s = c.work;
     u8 nowhere[1024];
@@ -56,7 +56,7 @@ u64 count_codes(pvzan_converter& c, fast::path& path, const u8* p, std::size_t s
     return count;
 }
 
-// Whether each byte is a character, as ASCII is where all longer codes begin beyond it.
+// Returns true if each byte is a character, as in ASCII if all longer codes begin with other bytes.
 bool are_single(const pvzan_converter& c, const u8* p, std::size_t size) {
     const bool has_leads = c.source != nullptr && c.source->leads[0] >= 0x80;
     return !has_states(c) && c.from.unit == 1 &&
@@ -64,7 +64,7 @@ bool are_single(const pvzan_converter& c, const u8* p, std::size_t size) {
             (has_leads && std::all_of(p, p + size, [](u8 byte) { return byte < 0x80; })));
 }
 
-// The characters that the column lacks.
+// Counts the characters that are missing in the column.
 u64 count_lacking(pvzan_converter& c, const lag& behind, fast::path& path) {
     const auto size = static_cast<std::size_t>(behind.to - behind.line);
     if (is_unicode(c.from) || size == 0) {
@@ -90,7 +90,7 @@ void count_lines(pvzan_converter& c, const u8* bytes, std::size_t units) {
     if (units == 0) {
         return;
     }
-    // Every LF ends a line, and every CR without an LF behind it; the last unit has none behind it.
+    // Counts every LF, and every CR that no LF follows; nothing follows the last unit.
     const auto code_at = [&](std::size_t i) {
         return load_code({bytes + i * c.from.unit, c.from.unit}, c.now.big_source);
     };

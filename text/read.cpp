@@ -1,4 +1,4 @@
-// Reading one character, strictly, and telling how many bytes a fault is.
+// Reads one character strictly, and decides how many bytes a fault has.
 #include "cconv/engine/composition.h"
 #include "cconv/engine/step.h"
 #include "cconv/rulefunc/designations.h"
@@ -28,13 +28,13 @@ reading_result invalid(std::size_t bytes, std::size_t needed) {
     return faulty(PVZAN_FAULT_INVALID, bytes, needed);
 }
 
-// What is cut is a fault where the text ends; length: what is stepped over then.
+// A cut character is a fault at the end of the text; length is the number of bytes to skip then.
 reading_result cut(const view& text, std::size_t length) {
     return text.last ? faulty(PVZAN_FAULT_CUT, length, text.size)
                      : reading_result{.kind = kind::waiting, .bytes = 0};
 }
 
-// The charset's own rule has the last word on what a code stands for.
+// The charset's own rule decides what a code stands for.
 bool decode(pvzan_converter& c, const u8* bytes, std::size_t size, reading_result& read) {
     session& s = c.work;
     s.inBuf = bytes;
@@ -68,7 +68,7 @@ bool may_join(pvzan_converter& c, u32 letter) {
     return joins || ((c.how.flags & PVZAN_COMPOSE) != 0 && takes_composing_mark(letter));
 }
 
-// A letter and its marks are one character where the target has nothing else for them.
+// A letter and its marks are read as one character if the target has no other way to write them.
 void compose_marks(pvzan_converter& c, const view& text, reading_result& read) {
     u32 letter = read.c.letter, at = read.bytes;
     const bool may_wait = !text.last && !text.flush;
@@ -112,7 +112,7 @@ reading_result read_unicode(pvzan_converter& c, const view& text) {
     }
     reading_result read;
     if (!decode(c, text.bytes, first.bytes, read) || read.bytes != first.bytes) {
-        return invalid(first.bytes, first.bytes); // of sets that do not have it
+        return invalid(first.bytes, first.bytes); // the charset's sets lack it
     }
     if (may_join(c, read.c.letter)) {
         compose_marks(c, text, read);
@@ -145,7 +145,7 @@ reading_result read_designation(const pvzan_converter& c, const view& text) {
     if (may_become_designation(text)) {
         return cut(text, 1);
     }
-    // As far as it is like one that there is.
+    // As far as it agrees with a known one.
     std::size_t needed = 1;
     while (needed < text.size && may_become_designation({text.bytes, needed, false, false})) {
         ++needed;
@@ -176,7 +176,7 @@ reading_result read_designated(pvzan_converter& c, const view& text) {
         const bool stands_alone = second == escape_byte || is_ascii_in_double_byte_text(second);
         return invalid(stands_alone ? 1 : 2, 2);
     }
-    // The rule forgets the plane behind the first code.
+    // The rule forgets the plane after the first code.
     u8 spelled[6];
     std::size_t size = 0;
     if (c.now.plane2) {
@@ -192,7 +192,7 @@ reading_result read_designated(pvzan_converter& c, const view& text) {
     return read;
 }
 
-// The same, where the codec itself says what changes their meaning.
+// The same, if the codec has a scan function.
 reading_result read_scanned(pvzan_converter& c, const view& text) {
     const scanned next =
         c.source->scan(c.work.srcGroup, c.work.srcShiftSet, {text.bytes, text.size});
@@ -216,8 +216,8 @@ constexpr bool is_high_trail(u32 byte) {
     return is_in(byte, 0xA1, 0xFE);
 }
 
-// Four bytes are GB 18030's: the second and the fourth a digit. A digit is a character of its own
-// as long as they are not.
+// Codes of four bytes occur in GB 18030: their second and fourth byte is a digit. Otherwise a digit
+// is a character of its own.
 reading_result judge_four_bytes(const view& text) {
     constexpr std::size_t length = 4;
     for (std::size_t i = 1; i < length; ++i) {
@@ -231,7 +231,8 @@ reading_result judge_four_bytes(const view& text) {
     return invalid(length, length);
 }
 
-// How many bytes a code is that has no character: never with one of ASCII at the end.
+// The length of a code to which no character is assigned: it never includes an ASCII byte at the
+// end.
 reading_result judge(const pvzan_converter& c, const view& text) {
     const u32 length = length_by_lead(c, text.bytes[0]);
     if (length == 1) {
@@ -270,7 +271,7 @@ reading_result read_code(pvzan_converter& c, const view& text) {
                : judge(c, text);
 }
 
-// The length of the shortest code of several bytes that a set says it has with that lead; 1: none.
+// The length of the shortest code of several bytes that a set has with that lead byte; 1: none.
 u32 length_by_sets(const charset_group* group, u32 lead) {
     u32 shortest = max_code_bytes + 1;
     const auto lies_in = [&](const basic_set* set, u32 first, u32 last) {

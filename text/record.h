@@ -1,5 +1,5 @@
-// The caller's records, which begin with their size: what both sides know of them is read or
-// filled in, and what only the caller knows must be 0.
+// The caller's records, which begin with their size. What both sides know is read or set; what only
+// the caller knows must be 0.
 #pragma once
 
 #include "platform/base.h"
@@ -13,7 +13,7 @@ bool is_record(const Record* record) {
     return record != nullptr && record->size >= sizeof record->size;
 }
 
-// False where the caller asks for something that this library does not know.
+// False if the caller sets something that this library does not know.
 template <typename Record>
 bool read_record(const Record* given, Record& known) {
     known = {};

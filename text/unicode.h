@@ -1,4 +1,4 @@
-// Unicode text as it lies in memory: its sequences, strictly.
+// Reads the sequences of Unicode text in memory strictly.
 #pragma once
 
 #include "cconv/rulefunc/strict.h"
@@ -12,7 +12,7 @@ inline sequence read_utf8(const u8* p, std::size_t size) {
     return ::read_utf8({p, size});
 }
 
-// Units of two or four bytes; UCS-2 and UCS-4 have no pairs of surrogates.
+// Units of two or four bytes. UCS-2 and UCS-4 have no surrogate pairs.
 inline sequence read_units(const u8* p, std::size_t size, u32 kind, bool big) {
     const u32 width = kind == PVZAN_KIND_UCS_4 ? 4 : 2;
     if (size < width) {

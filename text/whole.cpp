@@ -1,4 +1,4 @@
-// Whole texts in one call, counts, and leaving a text to go on with it elsewhere.
+// Whole texts in one call, counts, and saving the state to continue elsewhere.
 #include "cconv/registry/iso2022.h"
 #include "cconv/registry/names.h"
 #include "text/converter.h"
@@ -10,9 +10,9 @@ namespace text {
 
 namespace {
 
-// What pvzan_save writes.
+// What pvzan_save stores.
 struct saved {
-    u32 tag; // of the charsets and options
+    u32 tag; // identifies the charsets and options
     u32 in_set, out_set, sum;
     standing now;
 };
@@ -46,7 +46,7 @@ bool read_saved(const pvzan_converter& c, const u8* from, std::size_t size, save
            s.now.pending_at <= s.now.pending_size && s.now.pending_size <= most_pending;
 }
 
-// An offset of a row; those that are none come out as one that no data reaches.
+// An offset of a row; an invalid one becomes one that is beyond all data.
 u64 offset_at(const void* offsets, u32 width, size_t i) {
     if (width == 4) {
         i32 value = 0;
@@ -68,7 +68,7 @@ bool put_offset(void* offsets, u32 width, size_t i, u64 value) {
     return true;
 }
 
-// What designations, shifts and a code may take where a definition says them.
+// The bytes that designations, shifts and a code may need according to a definition.
 u64 told_growth(const iso2022& codes) {
     u64 longest = 0, registers = 0;
     for (const control_sequence& s : codes.sequences()) {
@@ -80,7 +80,7 @@ u64 told_growth(const iso2022& codes) {
     return (registers + 2) * longest + 2;
 }
 
-// Bytes that one byte of the source may become, as a fault or as part of a character.
+// The bytes that one byte of the source may become, as a fault or as part of a character.
 u64 most_growth(const pvzan_converter& c) {
     const u64 unit = c.to.unit;
     const auto writes_words = [](u32 how) { return how >= PVZAN_REFERENCE; };
@@ -131,7 +131,7 @@ size_t pvzan_most(const pvzan_converter* converter, size_t in_size) {
     if (converter == nullptr) {
         return 0;
     }
-    constexpr u64 end = most_pending + 24; // what is pending, a mark, an escape, spare bytes
+    constexpr u64 end = most_pending + 24; // pending bytes, a mark, an escape sequence, spare bytes
     const u64 growth = most_growth(*converter), bytes = u64{in_size} + most_held;
     const bool fits = bytes >= in_size && bytes <= (SIZE_MAX - end) / growth;
     return fits ? static_cast<size_t>(bytes * growth + end) : SIZE_MAX;

@@ -1,4 +1,4 @@
-// Writing one character, so that it comes back as itself, and what stands for a fault.
+// Writes one character so that it comes back as itself, or what replaces a fault.
 #include "cconv/engine/step.h"
 #include "cconv/rulefunc/designations.h"
 #include "text/converter.h"
@@ -16,7 +16,7 @@ struct look_alike {
     u16 scalar, stand_in;
 };
 
-// Characters of which vendors' tables hold one or the other. The stand-ins are as wide as the
+// Characters for which vendors' tables contain one or the other. The replacement is as wide as the
 // character in Japanese text.
 constexpr look_alike look_alikes[] = {
     {0x00A2, 0xFFE0}, {0x00A3, 0xFFE1}, {0x00A5, 0xFFE5}, {0x00A6, 0xFFE4}, {0x00AC, 0xFFE2},
@@ -38,7 +38,8 @@ struct output_sets {
     u32 shift, plane, out;
 };
 
-// Lets the encode rule write behind what is pending; the bytes, none where the target lacks it.
+// Lets the encode rule write after what is pending; returns the bytes, or none if the target lacks
+// the character.
 std::span<const u8> encode(pvzan_converter& c, const character& what) {
     session& s = c.work;
     u8* const out = c.now.pending + c.now.pending_size;
@@ -54,19 +55,19 @@ std::span<const u8> encode(pvzan_converter& c, const character& what) {
 void keep(pvzan_converter& c, std::size_t bytes) {
     session& s = c.work;
     c.now.pending_size += static_cast<u32>(bytes);
-    if (s.dstShiftPlane != 0) { // behind such a code what follows is to be designated anew
+    if (s.dstShiftPlane != 0) { // after such a code, the set must be designated again
         s.dstShiftPlane = 0;
         s.dstShiftSet = 0;
     }
 }
 
-// Whether what is written for a character depends on what was written before.
+// Returns true if what is written for a character depends on what was written before.
 bool has_sets_to_name(const pvzan_converter& c) {
     return c.target != nullptr && c.target->designates;
 }
 
-// What the target makes of the character; with a designation before it, for not every set is
-// written under its own.
+// Finds what the target writes for the character, and decodes it again with the target's rule, with
+// a designation before it, since not every set has a designation of its own.
 known_scalar try_out(pvzan_converter& c, const character& what) {
     const bool is_unicode_form =
         is_unicode(c.to) || (c.target != nullptr && c.target->form != unicode_form::none);
@@ -86,7 +87,8 @@ known_scalar try_out(pvzan_converter& c, const character& what) {
     return known;
 }
 
-// Few scalars of a text are beyond what the fast path keeps, and most of those more than once.
+// Only few Unicode values in a text are not stored by the fast path, and most of these occur
+// several times.
 const known_scalar& known_of(pvzan_converter& c, u32 letter) {
     known_scalar& known = c.known[letter % std::size(c.known)];
     if (known.key != letter + 1) {
@@ -152,7 +154,7 @@ written write_as_asked(pvzan_converter& c, const character& what, character& bac
     if (result == written::done || (c.how.flags & PVZAN_LOOK_ALIKES) == 0 || what.mark != 0) {
         return result;
     }
-    // A yen sign that becomes a backslash is alike to nobody's program.
+    // For a program, a backslash is never similar to a yen sign.
     const u32 like = look_alike_of(what.letter);
     character other{0, 0};
     if (result == written::other && back.letter >= 0x80 && back.mark == 0) {

@@ -1,4 +1,4 @@
-"""Python codecs by libPVZAN: Japanese, Chinese and Korean encodings, the 2004 ones among them.
+"""Python codecs of libPVZAN, for Japanese, Chinese and Korean encodings, including those of 2004, and many others.
 
     import pvzan                            # registers the codecs
     text = data.decode("pvzan:euc-jis-2004")
@@ -7,17 +7,17 @@
     rows, faults = pvzan.convert_list(rows, "windows-31j", "utf-8")  # many of them
     pvzan.detect(data).encoding             # "pvzan:windows31j"; detect gives None where it cannot tell
 
-All of it is strict: a character that is invalid, cut off or missing, or would come back as another, is
-an exception, or goes to the error handler, with its place. Besides Python's own handlers there is
-"pvzan:similar", which takes what the charset has that looks like a missing character.
+All of it is strict: a character that is invalid, cut off or missing, or that would come back as a
+different one, raises an exception with its place, or is passed to the error handler. Besides Python's
+own handlers there is "pvzan:similar", which writes a similar character in place of a missing one.
 
-The shared library is the one that PVZAN_LIBRARY names, or lies beside this module, or where the system
-keeps libraries; it finds its charset directory by itself. Where the module _pvzan is there, short texts
-take less time; all else is the same. The Unicode encodings are Python's own, but for convert.
+The shared library is the one that PVZAN_LIBRARY names, or the one next to this module, or an installed
+one; it finds its charset directory by itself. With the extension _pvzan short texts are converted
+faster, but with the same result. Unicode encodings use Python's own codecs, except in convert.
 
-Every piece that is encoded to ISO-2022-JP ends in ASCII, since nobody tells a codec that a file is
-being closed. For the same reason nothing is held back: a letter and its combining mark that are one
-code in a 2004 encoding have to be written together.
+Every piece that is encoded to ISO-2022-JP ends in ASCII, since codecs are not told that a file is being
+closed. For the same reason nothing is held back: a letter and its combining mark that are one code in a
+2004 encoding must be written together.
 """
 
 import array
@@ -61,7 +61,7 @@ class PvzanError(OSError):
 
 
 def _record(name, fields):
-    """A record that begins with its size, from a list of "name:type"; a number is so many bytes of text."""
+    """A record that begins with its size, from a list of "name:type"; a number means that many bytes of text."""
     types = {"i32": ctypes.c_int32, "u32": ctypes.c_uint32, "u64": ctypes.c_uint64, "scalars": ctypes.c_uint32 * 2}
     pairs = (field.split(":") for field in fields.split())
     members = [(n, ctypes.c_char * int(t) if t.isdigit() else types[t]) for n, t in pairs]
@@ -109,7 +109,7 @@ def _library():
 
 
 def use_charsets(path):
-    """Settles the charset directory; to be called before everything else, or not at all."""
+    """Chooses the charset directory. Call it before everything else, or not at all."""
     error = _error()
     if not _library().set_directory(os.fsencode(path), ctypes.byref(error)):
         raise PvzanError(error.text.decode())
@@ -124,7 +124,7 @@ def charset_directory():
 
 
 def _open(source, target):
-    """The address of a converter, in whose input faults stay."""
+    """The address of a converter that leaves faults in its input."""
     options, error = _options(flags=_LEAVE_INPUT | _OFFSETS_ALONE), _error()
     opened = _library().open(source.encode(), target.encode(), ctypes.byref(options), ctypes.byref(error))
     if not opened:
@@ -134,7 +134,7 @@ def _open(source, target):
 
 
 class _Converter:
-    """A converter, room for its output, and what the library moves."""
+    """A converter, a buffer for its output, and the positions that the library moves."""
 
     address = None
 
@@ -148,7 +148,7 @@ class _Converter:
             self.library.close(self.address)
 
     def feed(self, data, at, how):
-        """Goes on from a place in data until something is to be said: that, the place, what was written."""
+        """Converts from a place in data until an event: returns the event, the place, and the output."""
         if data is not self.data:
             self.data, self.start = data, ctypes.cast(data, ctypes.c_void_p).value
         written, ready = [], False
@@ -173,7 +173,7 @@ class _Converter:
 
 
 class _Idle(list):
-    """Addresses of converters; None where one is at work."""
+    """Addresses of converters; None for those in use."""
 
     def __init__(self, source, target):
         super().__init__()
@@ -185,13 +185,13 @@ class _Idle(list):
             self.close(address)
 
     def fill(self):
-        """For one more thread."""
+        """Adds one for another thread."""
         if not any(self):
             self.append(_open(*self.names))
 
 
 def _made_fast(task, slow, *pairs):
-    """A function of _pvzan, which calls slow where the text has a fault or no converter is idle."""
+    """A function of _pvzan, which calls slow if the text has a fault, or if no converter is free."""
     if _pvzan is None:
         return slow
 
@@ -212,7 +212,7 @@ def _bytes(data):
 
 
 def _behind(place, size):
-    """Where an error handler wants to go on."""
+    """The place where an error handler wants to continue."""
     place += size if place < 0 else 0
     if not 0 <= place <= size:
         raise IndexError(f"position {place} from error handler out of bounds")
@@ -229,11 +229,11 @@ class _Decoder:
         return self.converter.library.shift(self.converter.address)
 
     def reset(self, shift=0):
-        """shift: what escape sequences before the text have designated."""
+        """shift: the sets that escape sequences before the text have designated."""
         self.converter.library.begin_in(self.converter.address, shift)
 
     def decode(self, data, errors, final):
-        """The text and the bytes taken; nothing has happened when the handler raises."""
+        """The text, and the number of bytes used. If the handler raises an exception, nothing has changed."""
         before, pieces, at, said = self.shift(), [], 0, _FAULT
         try:
             while said == _FAULT:
@@ -281,13 +281,13 @@ def _encode(charset, text, errors):
 
 
 def _like(fault):
-    """What the charset has that looks like a character: for a yen sign no backslash."""
+    """A similar character in the charset; for a yen sign this is never a backslash."""
     like = fault.look_alike or (fault.back[0] if fault.back_count == 1 else 0)
     return chr(like) if like >= 0x80 else None
 
 
 def _similar(error):
-    """An error handler."""
+    """The error handler "pvzan:similar"."""
     if getattr(error, "similar", None):
         return error.similar, error.end
     raise error
@@ -379,10 +379,10 @@ codecs.register_error("pvzan:similar", _similar)
 
 
 def convert(data, source, target):
-    """The bytes of a whole text in another encoding; names go without "pvzan:".
+    """Converts a whole text from bytes to bytes. Names have no prefix "pvzan:".
 
-    UnicodeDecodeError tells the first bytes that are no character, or cut off; UnicodeEncodeError the
-    first character that is missing in the target, or would come back as another.
+    Raises UnicodeDecodeError for the first bytes that are invalid or cut off, and UnicodeEncodeError for
+    the first character that is missing in the target or would come back as a different one.
     """
     return _conversion(source, target)(data)
 
@@ -405,10 +405,10 @@ def _conversion(source, target):
 
 
 def convert_list(rows, source, target):
-    """Many texts: a list of bytes in the target's encoding, and a list of faults.
+    """Converts many texts. Returns a list of bytes in the target encoding, and a list of faults.
 
-    A row with a fault gives None, and what is wrong with it as one of FAULTS, by number; 0 is none. A
-    row that is None stays so.
+    A row with a fault becomes None, and its fault is an index of FAULTS; 0 means no fault. A row that is
+    None stays None.
     """
     rows = list(rows)
     data = b"".join(row for row in rows if row is not None)
@@ -419,10 +419,11 @@ def convert_list(rows, source, target):
 
 
 def convert_arrow(offsets, data, source, target, offset_bytes=None):
-    """Many texts as Arrow has them: offsets and bytes, in anything with the buffer protocol.
+    """Converts many texts stored as in Arrow: offsets and bytes, in objects with the buffer protocol.
 
-    The offsets have 4 or 8 bytes, which has to be said where their buffer does not. Gives offsets and
-    bytes of the results, and a byte for each row as in convert_list; a row with a fault is empty.
+    Offsets have 4 or 8 bytes; pass offset_bytes if their buffer does not have this item size. Returns
+    offsets and bytes of the results, and one byte for each row, as in convert_list; a row with a fault
+    is empty.
     """
     size = offset_bytes or memoryview(offsets).itemsize
     if size not in (4, 8):
@@ -447,12 +448,12 @@ def convert_arrow(offsets, data, source, target, offset_bytes=None):
 # ---- Detection -------------------------------------------------------------------------------------
 
 Detection = collections.namedtuple("Detection", "encoding name bom declared newline")
-Detection.__doc__ = """What a text is in: encoding is the name of a codec, name the library's own; bom and
-declared tell of a byte-order mark and an XML declaration; newline is one of the strings that end lines, or None."""
+Detection.__doc__ = """The charset of a text: encoding is the name of a codec, name the library's name; bom and
+declared say whether there is a byte-order mark or an XML declaration; newline is the string that ends lines, or None."""
 
 
 def detect(data):
-    """By its byte-order mark, its declaration, or how well its start fits each encoding; or None."""
+    """Guesses the charset of a text; None if no charset fits."""
     data, found = _bytes(data), _name()
     if not data or _library().guess(data, len(data), 1, ctypes.byref(found)) not in (1, 2) or not found.shown:
         return None

@@ -135,7 +135,7 @@ charset_group* read_further(const char* name) {
         const u32 sets = further_set_count();
         group = read_further_definition(path, name, known);
         if (further_set_count() != sets) {
-            note_new_sets(); // a rule may look for a set that exists now
+            note_new_sets();
         }
     }
     return group;

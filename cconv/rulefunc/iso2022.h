@@ -24,14 +24,14 @@ bool find_way(const charset_group* group, u32 state, u32 set, iso2022_way& way);
 // The set whose codes need no sequences in that state; none if sequences are due anyway.
 u32 set_at_hand(const iso2022& codes, u32 state);
 
-// How a codec with such states gets from one to the next. A session keeps the state as a word of
-// the codec's own.
+// How a codec with such states gets from one state to the next. A session keeps the state as a word
+// of the codec's own.
 struct iso2022_codec {
-    // The sets that can be designated; null if the definition does not say.
+    // What can be designated; null if the definition does not say.
     const iso2022* (*codes)(const charset_group* group);
     u32 (*state_of)(const charset_group* group, u32 word);
     u32 (*word_of)(u32 state);
-    // Recognises what is silent; the rule deals with everything else.
+    // Finds what is silent; the rule handles everything else.
     scan_function scan;
     bool (*find_way)(const charset_group* group, u32 state, u32 set, iso2022_way& way);
 };

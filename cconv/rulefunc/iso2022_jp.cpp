@@ -73,7 +73,7 @@ u32 decode_designated(session* s, std::span<const u8> input, u32 plane_flag) {
 
 // ---- Encoding ----------------------------------------------------------------------------------
 
-// The designation of the set that a code is in; null if neither charset has it.
+// The designation for the set of a code; null if neither charset has it.
 const designation* designation_for(u32 groupNo, u32 setNo, u32 code) {
     switch (setNo) {
     case PVZAN_SET_ISO_646_IRV: return &to_ascii;
@@ -203,7 +203,7 @@ namespace {
 
 constexpr u32 ascii_alone[] = {PVZAN_SET_ISO_646_IRV}; // for line controls in double-byte text
 
-// The state is the set designated, by its number here; 0 where it is none of them.
+// The state is the set designated, as an index of this list; 0 if it is not in it.
 constexpr u32 set_numbers[] = {0,
                                PVZAN_SET_ISO_646_IRV,
                                PVZAN_SET_JIS_X_0201_LATIN,

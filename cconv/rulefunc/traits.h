@@ -55,8 +55,8 @@ struct codec_traits {
     // it: from the first to the second, and from the third to the fourth. 0: what the sets define.
     std::array<u8, 4> leads = {0x81, 0xFE, 0x81, 0xFE};
     scan_function scan = nullptr;
-    bool (*may_end)(const charset_group* group,
-                    u32 state) = nullptr;         // whether a text may end in that state
+    // Whether a text may end in that state.
+    bool (*may_end)(const charset_group* group, u32 state) = nullptr;
     const struct iso2022_codec* states = nullptr; // how designations and shifts change the state
     std::span<const u32> sets{}; // looked up in the registry, even if not in the charset
 

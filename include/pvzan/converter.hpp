@@ -18,11 +18,11 @@ namespace pvzan {
 enum class status : std::uint32_t {
     done,
     unknown_charset,
-    incomplete,           // the text ends inside a character, or in a set of two-byte codes
-    invalid,              // bytes that are no character
-    unrepresentable,      // the target lacks the character, or it would come back as another
+    incomplete,      // the text ends inside a character, or without returning to ASCII
+    invalid,         // invalid bytes
+    unrepresentable, // the target lacks the character, or it would come back as a different one
     no_charset_directory, // none was found
-    unusable              // no memory, or an option that is none
+    unusable              // not enough memory, or an unknown option
 };
 
 inline const char* describe(status s) {
@@ -38,19 +38,19 @@ inline const char* describe(status s) {
     return "?";
 }
 
-// Something in the text that cannot be converted.
+// A part of the text that cannot be converted.
 struct fault {
     status why;
     std::uint64_t position;     // of its first byte in the text
     std::string_view bytes;     // they live as long as the call
-    char32_t scalar;            // unrepresentable: the character, or 0 where it has none
-    char32_t mark;              // the combining mark that is one character with it, or 0
+    char32_t scalar;            // unrepresentable: the character, or 0
+    char32_t mark;              // the combining mark that is part of the character, or 0
     std::uint64_t line, column; // from 1, in characters
     std::string_view words;     // what is wrong; they live as long as the call
 };
 
-// What to do about a fault: text in UTF-8 to write in its place, empty to drop it, nothing to stop.
-// What the target lacks of the text is written as "?".
+// Decides about a fault: returns text in UTF-8 to write in its place, empty text to drop it, or
+// nothing to stop. Characters of the text that the target lacks are written as "?".
 using fault_handler = std::function<std::optional<std::string>(const fault&)>;
 
 inline fault_handler replace_with(std::string text) {
@@ -65,19 +65,19 @@ enum class newline : std::uint32_t {
 };
 
 struct options {
-    fault_handler on_fault = {};              // none: stop at the first
-    newline newlines = newline::as_it_is;     // write every line break alike
-    std::optional<bool> byte_order_mark = {}; // else as the target's name says
-    // For what the target lacks: for Latin-1, half-width katakana and ASCII, and for all others.
-    // They are written without a fault.
+    fault_handler on_fault = {};              // none: stop at the first fault
+    newline newlines = newline::as_it_is;     // write all line breaks in the same way
+    std::optional<bool> byte_order_mark = {}; // by default, the target's name decides
+    // Written for characters that the target lacks: one for Latin-1, half-width katakana and ASCII,
+    // one for all others. These characters are not reported as faults.
     std::optional<std::pair<char16_t, char16_t>> substitutes = {};
 };
 
 struct summary {
     status why = status::done;
-    std::uint64_t position = 0;   // bytes converted; at a stop, where the fault begins
-    std::uint64_t faults = 0;     // met, whatever became of them
-    std::uint64_t characters = 0; // of the text, without bytes that are none
+    std::uint64_t position = 0;   // bytes converted; after a fault, where it begins
+    std::uint64_t faults = 0;     // number of faults, however they were handled
+    std::uint64_t characters = 0; // number of characters, without invalid bytes
     explicit operator bool() const { return why == status::done; }
 };
 
@@ -92,9 +92,9 @@ struct error : std::runtime_error {
 #endif
 
 struct result : summary {
-    std::string text; // what was converted before the stop, closed
+    std::string text; // what was converted before the conversion stopped, closed
 #ifdef __cpp_exceptions
-    // The text; throws error when there was a stop.
+    // The text; throws error if the conversion stopped.
     const std::string& value() const& {
         return check(), text;
     }
@@ -111,8 +111,8 @@ private:
 #endif
 };
 
-// A conversion from one charset to another, to be used for any number of texts, one at a time, by
-// one thread at a time.
+// A conversion from one charset to another. It can be used for any number of texts, one at a time,
+// by one thread at a time.
 class converter {
 public:
     converter(const charset& from, const charset& to, options how = {})
@@ -159,9 +159,9 @@ private:
     std::array<std::uint8_t, 32768> room_;
 };
 
-// A text that comes piece by piece, cut anywhere. What is written goes to the sink at once; the
-// output is closed by finish, or else with the stream. The converter and what the sink refers to
-// outlive it; the sink does not throw.
+// A text that arrives in pieces that may be cut anywhere. Output is passed to the sink immediately.
+// finish closes the output, or else the destructor does. The converter, and what the sink refers
+// to, must live longer; the sink must not throw.
 class stream {
 public:
     stream(converter& with, std::function<void(std::string_view)> sink) : with_(with) {
@@ -171,7 +171,8 @@ public:
     stream(const stream&) = delete;
     stream& operator=(const stream&) = delete;
 
-    // Converts what it can; a character that is cut waits for the next piece. False behind a stop.
+    // Converts what it can; a cut character waits for the next piece. False if the conversion
+    // stopped.
     bool feed(std::string_view piece) {
         if (open_) {
             with_.feed(piece, PVZAN_PART);
@@ -186,7 +187,7 @@ public:
         return feed({reinterpret_cast<const char*>(piece.data()), piece.size()});
     }
     const summary& so_far() const { return with_.so_far_; }
-    // Takes what is left as the end of the text, and closes the output.
+    // Handles the rest as the end of the text, and closes the output.
     summary finish() {
         if (open_) {
             open_ = false;
@@ -218,7 +219,7 @@ inline void converter::open(const charset& from) {
     }
     pvzan_error fault = {};
     fault.size = sizeof fault;
-    charset_directory(); // settles it
+    charset_directory(); // chooses it
     handle_.reset(pvzan_open(from.c_str(), to_.c_str(), &wanted, &fault));
     switch (fault.code) {
     case PVZAN_ERROR_NONE: opened_ = status::done; break;
@@ -294,7 +295,7 @@ inline void converter::meet_fault() {
         replace(*text);
         return;
     }
-    // What was converted before is closed.
+    // Closes what was converted before.
     answer(PVZAN_DROP, {});
     feed({}, PVZAN_FLUSH);
     so_far_.why = told.why;

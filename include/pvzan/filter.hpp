@@ -9,8 +9,9 @@
 
 namespace pvzan {
 
-// Converts what is written to it and passes it on to another buffer; closes the text when it goes,
-// unless finish did. A fault without a handler, or a buffer that takes no more, makes writing fail.
+// Converts what is written to it and passes it on to another buffer. finish closes the text, or
+// else the destructor does. If there is a fault without a handler, or if the buffer accepts no
+// more, writing fails.
 //
 //     pvzan::output_filter filter(file.rdbuf(), "utf-8", "shift_jis");
 //     std::ostream out(&filter);
@@ -25,7 +26,7 @@ public:
     output_filter(const output_filter&) = delete;
     output_filter& operator=(const output_filter&) = delete;
 
-    // Closes the text. False when anything went wrong; so_far tells where.
+    // Closes the text. False if anything went wrong; so_far says where.
     bool finish() {
         const bool fed = feed();
         return stream_.finish() && fed && !failed_ && to_->pubsync() == 0;
@@ -64,8 +65,8 @@ private:
     stream stream_;
 };
 
-// Reads another buffer, converted. At a fault without a handler the text ends, and so_far is not
-// done.
+// Reads from another buffer and converts. At a fault without a handler the text ends, and the
+// status of so_far is not done.
 //
 //     pvzan::input_filter filter(file.rdbuf(), "euc-jp", "utf-8");
 //     std::istream in(&filter);
@@ -98,7 +99,7 @@ protected:
 
 private:
     std::streambuf* source_;
-    std::string text_; // converted, being read
+    std::string text_; // converted, but not read yet
     bool ended_ = false;
     std::array<char, 16384> room_ = {};
     converter converter_;
