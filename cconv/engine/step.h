@@ -14,4 +14,5 @@ void encode_step(session* s);
 void write_substitute(session* s, const substitute& subst);
 
 // What is normalised as a line break: control codes as they were read, separators by their meaning.
-inline constexpr u16 control_breaks[] = {'\r', '\n'}, line_separators[] = {0x2028, 0x2029};
+inline constexpr u16 control_breaks[] = {'\r', '\n'},
+                     line_separators[] = {line_separator, paragraph_separator};

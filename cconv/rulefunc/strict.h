@@ -19,7 +19,7 @@ constexpr bool is_scalar(u32 c) {
 
 // Control characters that switch sets in text with designations, where they stand for nothing else.
 constexpr bool switches_sets(u32 c) {
-    return c == 0x0E || c == 0x0F || c == 0x1B;
+    return c == shift_out || c == shift_in || c == escape_byte;
 }
 
 // The character that a decode rule left in the session; false where its code stands for none.
