@@ -180,6 +180,7 @@ void share(command& c) {
         c.operands.clear();
     }
     c.convert.check = c.what == verb::check;
+    c.convert.repair = c.what == verb::repair;
     c.convert.files = c.detect.files = c.list.names = c.operands;
     if (c.convert.from != "auto") {
         c.detect.choice.among = split_names(c.convert.from);

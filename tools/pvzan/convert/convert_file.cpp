@@ -53,6 +53,7 @@ bool choose_charsets(const convert_options& options, text_conversion& conversion
                              options.language};
     }
     conversion.per_line = options.per_line;
+    conversion.repair = options.repair;
     if (options.per_line) {
         const std::string obstacle = line_charsets(conversion.choice).obstacle();
         if (!obstacle.empty()) {

@@ -1,6 +1,7 @@
 #include "tools/pvzan/convert/convert_text.h"
 
 #include "tools/pvzan/convert/parallel_text.h"
+#include "tools/pvzan/convert/repair_text.h"
 #include "tools/pvzan/detect/line_charsets.h"
 #include "tools/pvzan/report/message.h"
 #include "tools/pvzan/report/shown_text.h"
@@ -238,7 +239,8 @@ private:
 
 text_result convert_text(const input_file& file, const text_conversion& conversion,
                          const byte_sink& output, file_report& report) {
-    return text_run(file, conversion, output, report).run();
+    return conversion.repair ? repair_text(file, output, report)
+                             : text_run(file, conversion, output, report).run();
 }
 
 } // namespace tool

@@ -15,6 +15,7 @@ namespace tool {
 struct text_conversion {
     bool guess = false;    // the source
     bool per_line = false; // of each line, among those named
+    bool repair = false;   // undo what a wrong charset has made of it, and convert nothing
     guess_choice choice;
     pvzan_name from, to;
     text_options options;

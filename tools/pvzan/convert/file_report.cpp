@@ -221,6 +221,15 @@ void file_report::count(problem_kind kind, char32_t scalar, std::uint64_t count)
     }
 }
 
+void file_report::note(std::string_view message) {
+    if (current_style().json) {
+        emit(fmt::format(R"({{"file":{},"kind":"note","message":{}}})", json_file_,
+                         json_string(message)));
+    } else if (!current_style().quiet) {
+        emit(fmt::format("pvzan: {}: {}", printable(shown_name(file_)), message));
+    }
+}
+
 void file_report::add_look_alike(char32_t scalar) {
     ++look_alikes_[scalar];
 }

@@ -29,6 +29,8 @@ public:
     // From this line on the text is in another charset.
     void enter_line(std::uint64_t line, const pvzan_name& from);
     void add(const problem& p);
+    // What else there is to know, for people.
+    void note(std::string_view message);
     void add_look_alike(char32_t scalar);
     // Of problems that are not told.
     void count(problem_kind kind, char32_t scalar, std::uint64_t count);

@@ -1,5 +1,6 @@
 #include "tools/pvzan/convert/one_file.h"
 
+#include "tools/pvzan/detect/misreading.h"
 #include "tools/pvzan/files/output_file.h"
 #include "tools/pvzan/report/exit_status.h"
 #include "tools/pvzan/report/message.h"
@@ -42,6 +43,9 @@ file_outcome convert_open(const listed_file& file, const input_file& input,
     case text_end::unknown: return fail(file, result.error, exit_bad_text, sink);
     case text_end::binary: return {exit_bad_text, file_kind::binary, 0, result.error};
     case text_end::whole: break;
+    }
+    if (const auto misreading = checking ? find_misreading(input.descriptor()) : std::nullopt) {
+        report.note(fmt::format("looks like {}; see pvzan repair", misreading->words));
     }
     report.finish(result.facts, result.failed, lost);
     if (facts != nullptr) {

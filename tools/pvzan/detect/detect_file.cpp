@@ -1,5 +1,6 @@
 #include "tools/pvzan/detect/detect_file.h"
 
+#include "tools/pvzan/detect/misreading.h"
 #include "tools/pvzan/directory/charset_directory.h"
 #include "tools/pvzan/files/input_file.h"
 #include "tools/pvzan/report/exit_status.h"
@@ -18,6 +19,7 @@ namespace {
 struct detected {
     source_guess guess;
     const char* breaks = ""; // of the beginning
+    std::optional<pvzan_misreading> misreading;
 };
 
 // As a conversion guesses; false on failure, with errno set.
@@ -51,6 +53,9 @@ bool look_at(const std::string& name, const guess_choice& choice, detected& foun
     if (found.guess.is_known()) {
         found.breaks = kind_of_breaks(begin, unit_of(found.guess.charset(), begin));
     }
+    if (found.guess.is_sure() && found.guess.charset().kind == PVZAN_KIND_UTF_8) {
+        found.misreading = find_misreading(begin);
+    }
     return !failed;
 }
 
@@ -73,6 +78,9 @@ std::string json_line(const std::string& name, const detected& found) {
     }
     if (guess.result.doubt != std::numeric_limits<std::uint64_t>::max()) {
         line.add("doubt", guess.result.doubt);
+    }
+    if (found.misreading) {
+        line.add("misreading", found.misreading->words);
     }
     std::vector<std::string> candidates;
     for (const pvzan_candidate& candidate : guess.candidates) {
@@ -102,6 +110,9 @@ std::string plain_line(const std::string& name, std::size_t width, const detecte
     line += fmt::format("{:<18}{:<7}{}", guess.charset().shown + mark,
                         breaks.substr(0, breaks.find(' ')), guess.is_sure() ? "sure" : "unsure");
     std::string reason = *guess.result.why != '\0' ? printable(guess.result.why) : std::string();
+    if (found.misreading) {
+        reason = fmt::format("looks like {}; see pvzan repair", found.misreading->words);
+    }
     if (!guess.is_sure() && reason.empty() && guess.candidates.size() > 1) {
         const pvzan_candidate &best = guess.candidates[0], &next = guess.candidates[1];
         reason =
