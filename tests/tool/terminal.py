@@ -209,7 +209,8 @@ class Filter(Room):
             while len(text) < 2_500_000:
                 line = (chance.choice(lines) + chance.choice(["\n", "\r\n"])).encode(encoding, "ignore")
                 if chance.random() < 0.001:
-                    line = b"\x1b$B0!\n0!\n\x1b(B\n" if "2022" in encoding else line[:2] + b"\xff\xdc" + line[2:]
+                    # A set that stands open where the text is cut, or bytes that are no character.
+                    line = b"\x1b$B" + b"0!\n" * 100_000 + b"\x1b(B\n" if "2022" in encoding else line[:2] + b"\xff\xdc" + line[2:]
                 text += line
             (self.dir / encoding).write_bytes(text)
             for target, how in (("utf-16", "stop"), ("iso-2022-jp", "hex")):
