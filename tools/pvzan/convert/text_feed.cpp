@@ -8,7 +8,7 @@ namespace tool {
 
 namespace {
 
-constexpr std::size_t output_bytes = 192 * 1024;
+constexpr std::size_t output_bytes = std::size_t{192} * 1024;
 constexpr std::uint64_t most_excerpts = 20;
 constexpr std::size_t most_kept = 4096; // a multiple of all units
 
