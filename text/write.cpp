@@ -76,7 +76,7 @@ character written_as(pvzan_converter& c, const character& what) {
 // What the character would come back as. Few scalars of a text are beyond what the fast path keeps,
 // and most of those more than once.
 character comes_back_as(pvzan_converter& c, const character& what) {
-    if (is_unicode(c.to) || (c.target != nullptr && c.target->form != unicode_form::none)) {
+    if (c.takes_all) {
         return what;
     }
     known_scalar& known = c.known[(what.letter * 0x9E3779B1U) >> 26];
@@ -125,6 +125,18 @@ u32 look_alike_of(u32 letter) {
     return found != std::end(look_alikes) ? found->stand_in : 0;
 }
 
+u32 full_width_of(const character& both) {
+    constexpr u32 voiced_mark = 0xFF9E, semi_voiced_mark = 0xFF9F;
+    constexpr std::u32string_view
+        voiced = U"ｳｶｷｸｹｺｻｼｽｾｿﾀﾁﾂﾃﾄﾊﾋﾌﾍﾎヴガギグゲゴザジズゼゾダヂヅデドバビブベボ",
+        semi_voiced = U"ﾊﾋﾌﾍﾎパピプペポ";
+    const std::u32string_view all = both.mark == voiced_mark        ? voiced
+                                    : both.mark == semi_voiced_mark ? semi_voiced
+                                                                    : U"";
+    const std::size_t at = all.find(static_cast<char32_t>(both.letter)), half = all.size() / 2;
+    return at < half ? all[at + half] : 0;
+}
+
 written write_as_asked(pvzan_converter& c, const character& what, character& back) {
     const bool follows_break = std::exchange(c.now.behind_break, false);
     if (c.how.breaks != PVZAN_BREAKS_AS_FOUND && (what.letter == '\r' || what.letter == '\n')) {
@@ -138,11 +150,12 @@ written write_as_asked(pvzan_converter& c, const character& what, character& bac
         return c.how.breaks != PVZAN_BREAKS_CR ? write(c, {'\n', 0}, back) : written::done;
     }
     const written result = write(c, what, back);
-    if (result == written::done || (c.how.flags & PVZAN_LOOK_ALIKES) == 0 || what.mark != 0) {
+    const u32 like = what.mark != 0 ? full_width_of(what) : look_alike_of(what.letter);
+    if (result == written::done || (c.how.flags & PVZAN_LOOK_ALIKES) == 0 ||
+        (what.mark != 0 && like == 0)) {
         return result;
     }
     // A yen sign that becomes a backslash is alike to nobody's program.
-    const u32 like = look_alike_of(what.letter);
     character other{0, 0};
     if (result == written::other && back.letter >= 0x80 && back.mark == 0) {
         keep(c, encode(c, what).size());
