@@ -23,7 +23,7 @@ void write_further(const test::temp_dir& directory, const std::string& name, cha
                            {own,
                             "constSAME",
                             "destSAME",
-                            {{"iso-646irv", 0, "iso-646irv.txt"}, {own, 1, own + ".txt"}}});
+                            {{"iso-646irv", -1, "iso-646irv.txt"}, {own, 1, own + ".txt"}}});
     directory.write(own + ".txt", test::as_text({{0x80, scalar}}));
 }
 

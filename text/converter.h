@@ -139,6 +139,11 @@ inline bool has_states(const pvzan_converter& c) {
 // How many bytes a code with that lead is, whether it has a character or not; 1: it is none.
 u32 length_by_lead(const pvzan_converter& c, u32 lead);
 reading_result read(pvzan_converter& c, const view& text);
+// Goes on in the state that a silent one leads to.
+inline void set_state(pvzan_converter& c, const reading_result& silent) {
+    c.work.srcShiftSet = silent.c.letter;
+    c.now.plane2 = silent.c.mark != 0;
+}
 // The mark at the begin of a text: its length, or none; waiting where more decides.
 enum class mark_found : u8 { none, waiting, big, little };
 mark_found find_mark(const pvzan_converter& c, const view& text, u32& length);

@@ -226,10 +226,7 @@ stepped step(pvzan_converter& c, const view& text, reading_result& next) {
     next = read(c, text);
     switch (next.kind) {
     case reading_result::whole: return convert_character(c, text, next);
-    case reading_result::silent:
-        c.work.srcShiftSet = next.c.letter;
-        c.now.plane2 = next.c.mark != 0;
-        return stepped::took;
+    case reading_result::silent: set_state(c, next); return stepped::took;
     case reading_result::waiting: return stepped::waits;
     case reading_result::faulty: break;
     }

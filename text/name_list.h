@@ -1,4 +1,4 @@
-// The list of names, names_list.inc, as constants: its rows, and all names by their hashes. For
+// The list of names, names.inc, as constants: its rows, and all names by their hashes. For
 // names.cpp alone.
 #pragma once
 
@@ -11,7 +11,7 @@
 namespace text {
 
 inline constexpr std::string_view list =
-#include "names_list.inc"
+#include "names.inc"
     ;
 
 // A part of the list: numbers, which a loader need not relocate.

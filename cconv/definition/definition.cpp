@@ -1,8 +1,8 @@
-// Definition files to registry objects.
+// Turns definition files into registry objects.
 //
-// The main document names the charset, its pair of rules and its sets; each set lies in a file of
-// its own, an entity of the main document, and so does each table. Elements are looked for one
-// after the other, each behind the start or the end of another; nesting is not checked.
+// The main document names the charset, its two rules and its sets. Each set is in a file of its
+// own, which is an entity of the main document, and so is each table. Each element is searched for
+// after the start or the end of the previous one; nesting is not checked.
 #include "cconv/definition/definition.h"
 
 #include "cconv/definition/document_search.h"
@@ -19,13 +19,13 @@ constexpr element_keys extra_table_keys{"<dstable>", "<dstable ", "</dstable>"};
 constexpr element_keys base_set_keys{"<baseset>", "<baseset ", "</baseset>"};
 constexpr element_keys difference_set_keys{"<diffset>", "<diffset ", "</diffset>"};
 
-// The file that the entity in an extent stands for; null when there is none.
+// The file of the entity in an extent; or null.
 owned_memory<char> entity_file(document& main, i32 start, i32 end) {
     const owned_memory<char> link(xmlGetLink(&main, start, end));
     return owned_memory<char>(link != nullptr ? xmlFindEntry(&main, link.get()) : nullptr);
 }
 
-// Where a definition goes to: into the root, or among the further ones.
+// Where a definition is stored: in the root, or among the further ones.
 struct shelf {
     known_sets& known;
     bool is_further;
@@ -33,7 +33,7 @@ struct shelf {
 
 // ---- Extra encode tables -----------------------------------------------------------------------
 
-// What the sets of a document are read with, one after the other.
+// The state while the sets of a document are read, one after the other.
 struct set_reader {
     element_finder tables;
     key_finder width;
@@ -43,8 +43,8 @@ struct set_reader {
         : tables(main, extra_table_keys), width(main, "bytenum="), budget(main), place(where) {}
 };
 
-// The value width of an extra table: hexadecimal, 2 where none is given; nothing when its quotes
-// are not closed.
+// The value width of an extra table: hexadecimal, 2 by default; nothing if its quotes are not
+// closed.
 std::optional<u32> extra_table_width(document& main, set_reader& reader, const element& table) {
     constexpr u32 default_width = 2;
     const auto key = reader.width.find(table.start);
@@ -64,9 +64,8 @@ std::optional<u32> extra_table_width(document& main, set_reader& reader, const e
     return xatoi(value);
 }
 
-// The "dstable" elements inside a set element. A table whose file cannot be resolved is left out;
-// null is lack of
-// memory, or far too many of them.
+// Reads the "dstable" elements inside a set element. A table whose file is not found is skipped.
+// Null if memory runs out, or if there are far too many of them.
 owned_tables read_extra_tables(document& main, set_reader& reader, const element& set) {
     owned_tables tables(initArray());
     if (tables == nullptr) {
@@ -102,8 +101,8 @@ owned_tables read_extra_tables(document& main, set_reader& reader, const element
 
 // ---- Registration ------------------------------------------------------------------------------
 
-// Registers the set, unless one is there, in the root by number, else by name; and makes that a
-// member of the group. The file is remembered as that one's if they have one name.
+// Registers the set unless it is already there (in the root by number, otherwise by name), and adds
+// it to the members of the group. If the names are the same, its file is remembered.
 bool take_set(const shelf& place, charset_group& group, const document& main,
               owned_memory<char> file, read_set read) {
     basic_set* set = place.is_further ? registered_set(read.set->name)
@@ -129,7 +128,7 @@ bool take_set(const shelf& place, charset_group& group, const document& main,
     return addArray(group.memberSets, set) != 0;
 }
 
-// What a set that is known still asks of the definition that names it: room in the budget, and its
+// What a known set still requires of the definition that names it: room in the budget, and its
 // table among the entities.
 bool may_take(document& main, work_budget& budget, const known_set& known) {
     const auto finds_table = [&] {
@@ -162,8 +161,8 @@ bool add_set(document& main, set_reader& reader, const element& reference,
                             : take_set(reader.place, group, main, std::move(file), std::move(read));
 }
 
-// Takes base and difference sets in the order of the document; end receives where the last one
-// ended.
+// Reads base and difference sets in the order of the document; end receives the end of the last
+// one.
 bool add_sets(document& main, const shelf& place, charset_group& group, i32& end) {
     end = 0;
     element_finder bases(main, base_set_keys), differences(main, difference_set_keys);
@@ -184,7 +183,7 @@ bool add_sets(document& main, const shelf& place, charset_group& group, i32& end
     }
 }
 
-// A quoted hexadecimal value behind a key, as in start="F040".
+// A quoted hexadecimal value after a key, for example start="F040".
 std::optional<u16> quoted_hex(document& in, const char* key, i32 from) {
     const auto behind = find_key(in, key, from);
     const auto open = behind ? find_quote(in, *behind, in.textBytes) : std::nullopt;
@@ -197,7 +196,8 @@ std::optional<u16> quoted_hex(document& in, const char* key, i32 from) {
     return static_cast<u16>(xatoi(value));
 }
 
-// The one set of user-defined characters, which has no tables and so no array of extra ones.
+// The set of user-defined characters, of which there is at most one. It has no tables, and so no
+// array of extra tables.
 bool add_user_defined_set(document& main, const shelf& place, const element& reference,
                           charset_group& group) {
     owned_memory<char> file = entity_file(main, reference.start, reference.end);
@@ -243,7 +243,7 @@ struct rule_names {
     char destRule[text_bytes] = "";
 };
 
-// The pair of rules, where the charset has the element. False when one of the two is missing.
+// The two rules, if the charset has the element. False if one of them is missing.
 bool read_rules(document& main, const element& name, rule_names& rules) {
     const auto rule = find_element(main, "rule", name.start);
     if (!rule) {
@@ -259,7 +259,7 @@ bool read_rules(document& main, const element& name, rule_names& rules) {
     return true;
 }
 
-// The element of the rules that go by it.
+// The element of the rules that use it.
 bool read_codes(const document& main, i32 from, charset_group& group) {
     constexpr std::size_t most_members = 64;
     const char* names[most_members];
@@ -277,7 +277,7 @@ bool read_codes(const document& main, i32 from, charset_group& group) {
                         wrong);
 }
 
-// What a definition is before its sets are read.
+// Creates a group from a definition, without its sets.
 struct definition {
     owned_document main;
     char name[text_bytes];
@@ -299,7 +299,7 @@ bool read_name(const char* fileName, definition& out) {
     return true;
 }
 
-// Null where it does not hold together, or memory is short.
+// Null if it is inconsistent, or if memory runs out.
 owned_group read_group(definition& in, const shelf& place) {
     rule_names rules;
     if (!read_rules(in.main, in.named, rules)) {
@@ -332,7 +332,7 @@ bool read_definition(const char* fileName, known_sets& known) {
     if (!read_name(fileName, in)) {
         return false;
     }
-    // The first definition of a charset wins; later ones are not looked at further.
+    // The first definition of a charset is used; later ones are ignored.
     if (findGroupArray(g_ProcessObject.groups, group_number(in.name)) != nullptr) {
         return true;
     }

@@ -5,7 +5,7 @@ namespace {
 
 constexpr element_keys range_keys{"<range>", "<range ", "</range>"};
 
-// Reads what stands behind the code element: the defined ranges and the table's name.
+// Reads what follows the code element: the defined ranges and the name of the table.
 bool read_set_contents(document& main, document& in, const set_grammar& grammar,
                        const element& code, read_set& out) {
     const bool is_base = grammar.setType == PVZAN_SET_BASE;
@@ -25,7 +25,7 @@ bool read_set_contents(document& main, document& in, const set_grammar& grammar,
     return xmlGetTable(&main, &in, table->start, table->end, set.decodeTable, set.encodeTable) != 0;
 }
 
-// Makes both tables those of codes that are counted, where the set says so.
+// Prepares both tables for counted codes, if the set has them.
 bool count_codes(document& in, const element& code, basic_set& set) {
     code_bytes codes{};
     switch (counted_codes(in, code.start, code.end, codes)) {
@@ -102,9 +102,9 @@ extern "C" u32 loadHex(const u32* text, i32 start, i32 end, limit_array* limits)
         u32 high = low;
         if (extent[index] == '-') {
             if (xmlGetHex(extent, index, count, &index, &high) == 0) {
-                break; // nothing is stored for a range without an end
+                break; // a range without an end is not stored
             }
-            largest_end = std::max(largest_end, high); // single codes deliberately do not count
+            largest_end = std::max(largest_end, high); // single codes do not count, deliberately
         }
         limit* range = initLimit(low, high);
         if (range != nullptr && addArray(limits->ranges, range) == 0) {

@@ -19,9 +19,9 @@ inline i64 characters_in(const document& in) {
     return in.textBytes / i64{sizeof(u32)};
 }
 
-// Each reference looks for its entity in the whole main document, and each set reads a file. What a
-// definition may cost so is limited, far beyond what any charset needs: it stays linear in its
-// size.
+// Each reference searches the whole main document for its entity, and each set reads a file. Their
+// number is limited, far beyond what any charset needs, so that the time stays linear in the size
+// of the definition.
 class work_budget {
 public:
     explicit work_budget(const document& main)
@@ -37,22 +37,22 @@ private:
 };
 
 struct set_grammar {
-    const char* set; // elements of the set's own file
+    const char* set; // elements of the set file
     const char* code;
     u16 setType;
 };
 inline constexpr set_grammar base_grammar{"subseta", "code", PVZAN_SET_BASE};
 inline constexpr set_grammar difference_grammar{"subsetb", "codeb", PVZAN_SET_DIFFERENCE};
 
-// What was read from a set's file.
+// The contents of a set file.
 struct read_set {
     owned_set set;
     owned_memory<char> table; // the entity of its table
-    i32 characters = 0;       // in the file
+    i32 characters = 0;       // of the file
 };
 
 bool read_set_file(document& main, work_budget& budget, const char* file,
                    const set_grammar& grammar, read_set& out);
 
-// Skips every "range" element from there; their contents are not used.
+// Skips all "range" elements from there on; their contents are not used.
 i32 skip_ranges(document& in, i32 from);

@@ -10,7 +10,7 @@ constexpr bool is_blank(u32 c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
-// A name or a value, narrowed; what is no ASCII, or too long, fits nothing.
+// A name or a value as bytes. One that is too long or not ASCII matches nothing.
 struct narrow_text {
     static constexpr std::size_t most = 255;
     char bytes[most + 1];
@@ -28,7 +28,7 @@ struct narrow_text {
 
 struct tag {
     static constexpr std::size_t most_attributes = 6;
-    narrow_text name; // with its slash where it closes an element
+    narrow_text name; // includes the slash if it closes an element
     struct {
         narrow_text name, value;
     } attributes[most_attributes];
@@ -48,7 +48,7 @@ class tag_reader {
 public:
     tag_reader(std::span<const u32> text, std::size_t at) : text_(text), at_(at) {}
 
-    // Whether there was one that could be read.
+    // Whether a tag was found that could be read.
     bool read(tag& into) {
         into.name.size = into.count = 0;
         while (at_ < text_.size() && text_[at_] != '<') {

@@ -1,4 +1,4 @@
-// The rules by their names, and the codecs with their traits, which stand beside the rules.
+// The names of the rules, and a list of the codecs' traits, which are defined next to the rules.
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/rulefunc/traits.h"
@@ -24,7 +24,7 @@ const codec_traits* find(rule_function rule, rule_function codec_traits::*direct
     return nullptr;
 }
 
-// The rules that came behind the fixed list.
+// The rules that were added after the fixed list.
 rule_row further_rules[] = {
     {"constDOUBLE-BYTE", constDOUBLE_BYTE},
     {"destISO-2022", destISO_2022},

@@ -16,7 +16,7 @@
 
 namespace {
 
-// The state: whether base64 is open, how many bits of it are not used up yet, and those.
+// The state: whether base64 is open, the number of its unused bits, and these bits.
 inline constexpr u32 is_open = 1U << 16, count_place = 8, bits_mask = 0xFF;
 
 struct base64_state {
@@ -36,7 +36,8 @@ constexpr std::string_view digits =
 constexpr std::string_view bare_marks = "'(),-./:? \t\r\n",
                            optional_marks = "!\"#$%&*;<=>@[]^_`{|}";
 
-// What a character of ASCII is: its value as a digit, or none; whether it may stand bare.
+// An ASCII character: its value as a digit, if it is one, and whether it may appear outside
+// base 64.
 constexpr u8 no_digit = 64;
 struct character_class {
     u8 digit;
@@ -72,7 +73,7 @@ scalar_reading result(scanned::kind_type kind, std::size_t length, std::size_t n
     return {{kind, static_cast<u8>(length), static_cast<u8>(needed), state.word()}, scalar};
 }
 
-// Takes digits from at on until a unit of UTF-16 is whole; false where there are too few.
+// Reads digits from at on until a unit of UTF-16 is complete; false if there are too few.
 bool read_unit(std::span<const u8> text, std::size_t& at, base64_state& state, u32& unit) {
     while (state.count < 16) {
         const u32 value = at < text.size() ? digit_value(text[at]) : no_digit;

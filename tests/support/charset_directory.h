@@ -30,7 +30,7 @@ public:
 // ---- Definitions -------------------------------------------------------------------------------
 
 // A coded set of codes of so many bytes; table names its file, empty for none. All in lower case:
-// definitions name files so. Of no bytes: its files are in the directory already.
+// definitions name files so. With -1 bytes, its files are in the directory already.
 struct set_definition {
     std::string name;
     int bytes;
@@ -59,7 +59,7 @@ inline void write_definition(const temp_dir& directory, const charset_definition
             entities += "<!ENTITY table-" + name + " SYSTEM \"" + set.table + "\">\n";
             body += "<srtable>&table-" + name + ";</srtable>\n";
         }
-        if (set.bytes > 0) {
+        if (set.bytes >= 0) {
             directory.write_utf16(file, head + body + "</subseta>\n");
         }
     }

@@ -61,7 +61,7 @@ std::string relative_hint(const pvzan_fault& fault) {
     const pvzan_name relative = charset_of(fault.relative);
     const std::string option = fold_name(relative.shown);
     if (fault.kind == PVZAN_FAULT_MISSING && !is_control(fault.scalars[0])) {
-        return fmt::format("    hint: {} has it; -t {} writes it", relative.shown, option);
+        return fmt::format("{} has this character; use -t {}", relative.shown, option);
     }
     std::vector<std::uint8_t> code(fault.bytes, fault.bytes + fault.blamed);
     if (fault.follower >= 0 && fault.blamed < 2) {
@@ -72,9 +72,9 @@ std::string relative_hint(const pvzan_fault& fault) {
     read_characters(code, relative, PVZAN_ORDER_BY_NAME, PVZAN_LAST, character,
                     [&](const pvzan_fault&) { return sound = false; });
     return sound && character.size() == 1
-               ? fmt::format("    hint: {} is {} in {}; -f {} reads it", hex_bytes(code),
+               ? fmt::format("{} is {} in {}; use -f {}", hex_bytes(code),
                              character_text(character[0]), relative.shown, option)
-               : fmt::format("    hint: {} has it; -f {} reads it", relative.shown, option);
+               : fmt::format("{} allows it; use -f {}", relative.shown, option);
 }
 
 std::string control_hint(bytes_view text, const pvzan_name& from) {
@@ -95,7 +95,7 @@ std::string control_hint(bytes_view text, const pvzan_name& from) {
         if (other == U"\n" && has_feeds) {
             continue;
         }
-        return fmt::format("{} is the control code {} in {}{}\n{}",
+        return fmt::format("{} is the control code {} in {}{}\n    hint: {}",
                            hex_bytes(bytes_view(bytes).subspan(i, 1)), code_point(characters[i]),
                            from.shown, other == U"\n" ? ", and there is no line feed" : "",
                            relative_hint(fault));
