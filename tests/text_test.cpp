@@ -152,7 +152,7 @@ std::vector<std::string> charsets() {
 }
 
 std::string sample() {
-    return utf8(U"日本語 abc\r\n\\~ｱｲ〜～−－ か\u309Aæ\u0300\u02E9\u02E5 "
+    return utf8(U"日本語 abc\r\n\\~ｱｶﾞ〜～−－ か\u309Aæ\u0300\u02E9\u02E5 "
                 U"é𠂉㐂Ê\u0304Êê\u030C\r髙①中文简体 한국어 Ж"
                 U"\nは\u3099u\u0308\u0304\u2028\uE000終");
 }
