@@ -30,6 +30,12 @@ inline constexpr u32 jisx0213_plane2 = 0x10000; // marks plane 2 in a JIS X 0213
 // User-defined characters start here, in Unicode's private use area.
 inline constexpr u32 user_defined_first = 0xE000;
 
+// Breaks between lines and paragraphs that are neither CR nor LF.
+inline constexpr u16 line_separator = 0x2028, paragraph_separator = 0x2029;
+
+// What opens designations and shifts.
+inline constexpr u8 shift_out = 0x0E, shift_in = 0x0F, escape_byte = 0x1B;
+
 // A code is at most four bytes long.
 inline constexpr u32 max_code_bytes = 4;
 

@@ -316,7 +316,7 @@ private:
             return false;
         }
         out_.opens[made.bytes[0] >> 6] |= u64{1} << (made.bytes[0] & 63);
-        out_.escapes = out_.escapes || made.bytes[0] == 0x1B;
+        out_.escapes = out_.escapes || made.bytes[0] == escape_byte;
         ++out_.sequence_count;
         return true;
     }

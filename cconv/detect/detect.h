@@ -14,8 +14,6 @@ PVZAN_API i32 findEncoding(const u8* buffer, i32 end, i32 width);
 
 using bytes_view = std::span<const u8>;
 
-inline constexpr u8 escape_byte = 0x1B;
-
 constexpr bool is_printable(u32 byte) {
     return byte >= 0x21 && byte <= 0x7E;
 }

@@ -28,8 +28,6 @@ code_units units_of(const pvzan_detection_request* request) {
     return {1, big_endian};
 }
 
-constexpr u32 line_separator = 0x2028, paragraph_separator = 0x2029;
-
 // In UTF-8 the separators are E2 80 A8 and E2 80 A9.
 constexpr u32 separator_lead = 0xE2, separator_middle = 0x80;
 

@@ -44,12 +44,12 @@ newline_form chosen_newline(const session* s, u16 width) {
     case PVZAN_NEWLINE_LF: return {'\n', 0};
     case PVZAN_NEWLINE_LINE_SEPARATOR:
         if (width != 1) {
-            return {0x2028, 0};
+            return {line_separator, 0};
         }
         break;
     case PVZAN_NEWLINE_PARAGRAPH_SEPARATOR:
         if (width != 1) {
-            return {0x2029, 0};
+            return {paragraph_separator, 0};
         }
         break;
     default: break;

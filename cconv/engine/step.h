@@ -13,6 +13,6 @@ void encode_step(session* s);
 // What encode_step does if the target lacks the character but has a substitute for it.
 void write_substitute(session* s, const substitute& subst);
 
-// What counts as a line break when line breaks are normalised: control codes by their code,
-// separators by their meaning.
-inline constexpr u16 control_breaks[] = {'\r', '\n'}, line_separators[] = {0x2028, 0x2029};
+// What is normalised as a line break: control codes as they were read, separators by their meaning.
+inline constexpr u16 control_breaks[] = {'\r', '\n'},
+                     line_separators[] = {line_separator, paragraph_separator};

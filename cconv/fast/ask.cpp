@@ -47,19 +47,13 @@ constexpr bool is_break(u8 byte) {
 
 // Runs D on k: whether it read one character, and all of k. A strict pair continues with the
 // Unicode character.
-verdict decode(pair& p, std::span<const u8> k, u32 state) {
+verdict decode(pair& p, std::span<const u8> k) {
     session& s = p.neutral;
     decode_step(&s);
     if (s.status == PVZAN_INPUT_INCOMPLETE) {
         return verdict::cut;
     }
-    const charset_states& states = p.plan.source_states;
-    const u32 behind = states.state_of(s.srcShiftSet);
-    // The reader handles line breaks itself.
-    const bool same_state =
-        behind == state || (states.codes != nullptr && k.size() == 1 && is_break(k[0]) &&
-                            behind == states.codes->line.applied_to(state));
-    if (s.status != PVZAN_DECODED || s.inPos != static_cast<i32>(k.size()) || !same_state) {
+    if (s.status != PVZAN_DECODED || s.inPos != static_cast<i32>(k.size())) {
         return verdict::by_rules;
     }
     if (p.strict != strictness::none) {
@@ -191,7 +185,7 @@ bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, con
                         : mode == PVZAN_NEWLINE_LF ? character{'\n', 0}
                                                    : character{'\r', '\n'});
     }
-    if (p.plan.normalises && (c.letter == 0x2028 || c.letter == 0x2029)) {
+    if (p.plan.normalises && (c.letter == line_separator || c.letter == paragraph_separator)) {
         return false;
     }
     std::array<u8, output_bytes> again;
@@ -204,7 +198,7 @@ verdict ask(pair& p, std::span<const u8> k, u32 state, answer& a) {
     session& s = p.neutral;
     std::array<u8, output_bytes> out;
     reset(s, k, out, p.plan.source_states.word_of(state));
-    const verdict read = decode(p, k, state);
+    const verdict read = decode(p, k);
     if (read != verdict::plain) {
         return read;
     }

@@ -5,8 +5,6 @@
 
 #include <array>
 
-inline constexpr u8 escape_byte = 0x1B;
-
 struct designation {
     u32 setNo;
     u32 plane_flag; // added to the codes

@@ -23,7 +23,6 @@
 
 namespace {
 
-constexpr u8 escape_byte = 0x1B, shift_out = 0x0E, shift_in = 0x0F;
 constexpr u32 first_set = 1;
 
 constexpr bool is_line_break(u32 byte) {

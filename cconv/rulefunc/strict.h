@@ -19,7 +19,7 @@ constexpr bool is_scalar(u32 c) {
 
 // Control characters that switch sets in text with designations, and stand for nothing else there.
 constexpr bool switches_sets(u32 c) {
-    return c == 0x0E || c == 0x0F || c == 0x1B;
+    return c == shift_out || c == shift_in || c == escape_byte;
 }
 
 // Gets the character that a decode rule put into the session; false if its code stands for none.
