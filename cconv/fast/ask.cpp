@@ -1,5 +1,5 @@
-// Asking the rules about a character: the only place that runs them, and the only one that writes
-// what threads share.
+// Asks the rules about a character: only this file runs them, and only this file writes what
+// threads share.
 #include "cconv/engine/composition.h"
 #include "cconv/engine/step.h"
 #include "cconv/fast/readers.h"
@@ -15,14 +15,14 @@ namespace fast {
 
 namespace {
 
-constexpr u32 nobody = ~0U; // in fields that an encode rule did not fill in
+constexpr u32 nobody = ~0U; // in fields that an encode rule did not set
 constexpr std::size_t output_bytes = 32;
 
 enum class verdict : u8 { plain, by_rules, cut };
 
 // ---- Running the rules -------------------------------------------------------------------------
 
-// The state between two characters, with nothing in it that a rule could take for its own.
+// The session between two characters, without anything that a rule could use.
 void reset(session& s, std::span<const u8> k, std::span<u8> out, u32 source_word) {
     s.inBuf = k.data();
     s.inPos = 0;
@@ -45,8 +45,8 @@ constexpr bool is_break(u8 byte) {
     return byte == '\r' || byte == '\n';
 }
 
-// Runs D on k: whether it read a character, and all of k. A strict pair goes on with the
-// character of Unicode.
+// Runs D on k: whether it read one character, and all of k. A strict pair continues with the
+// Unicode character.
 verdict decode(pair& p, std::span<const u8> k) {
     session& s = p.neutral;
     decode_step(&s);
@@ -74,7 +74,7 @@ bool wrote(const session& s) {
            s.outSetType != static_cast<u16>(nobody);
 }
 
-// Whether nothing but a code of the first set is written for line breaks.
+// Whether line breaks are written as nothing but a code of the first set.
 bool breaks_are_codes(const iso2022& codes) {
     const wanted_state& line = codes.line;
     const auto elsewhere = [](const control_sequence& s) {
@@ -86,7 +86,7 @@ bool breaks_are_codes(const iso2022& codes) {
                               std::ranges::none_of(codes.sequences(), elsewhere));
 }
 
-// Whether the bytes are codes of the set, or a literal of the first one, or a line break.
+// Whether the bytes are codes of the set, a literal of the first set, or a line break.
 bool are_codes_of(const iso2022& codes, u32 set, std::span<const u8> bytes) {
     const bool breaks_line = std::ranges::all_of(bytes, is_break) && !breaks_are_codes(codes);
     if (set == line_way || breaks_line) {
@@ -107,7 +107,7 @@ bool are_codes_of(const iso2022& codes, u32 set, std::span<const u8> bytes) {
     return bytes.empty();
 }
 
-// How many of the bytes are the way from a state to the set.
+// The number of bytes that lead from a state to the set.
 std::optional<std::size_t> way_size(const charset_states& states, u32 from, u32 set,
                                     std::span<const u8> bytes, u32 behind) {
     iso2022_way way;
@@ -122,7 +122,7 @@ std::optional<std::size_t> way_size(const charset_states& states, u32 from, u32 
     return way.size;
 }
 
-// With a target that has states: what was written before the code is the way to its set.
+// If the target has states: removes the bytes before the code that select its set.
 bool separate_way(pair& p, std::span<u8>& written, answer& a) {
     const charset_states& states = p.plan.target_states;
     const u32 begin = states.state_of(0), behind = states.state_of(p.neutral.dstShiftSet);
@@ -165,8 +165,8 @@ bool note_bytes(answer& a, std::span<const u8> written) {
     return true;
 }
 
-// Whether a mark may join the letters before it: as the source's rule does, or, in a strict pair,
-// as the target may have them in one code.
+// Whether a mark may be combined with the letters before it: as the source's rule does, or, in a
+// strict pair, if the target may have them as one code.
 bool joins_marks(const pair& p) {
     if (p.strict == strictness::none) {
         return p.plan.source->joins_marks;
@@ -174,8 +174,8 @@ bool joins_marks(const pair& p) {
     return p.plan.source->form != unicode_form::none && p.plan.target->form == unicode_form::none;
 }
 
-// Whether what was written for the character is that again, or the line break that was asked for;
-// U+2028 and U+2029 are none here.
+// Whether what was written is read back as the character, or as the line break that was chosen;
+// U+2028 and U+2029 do not count as such here.
 bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, const character& c) {
     session& s = p.neutral;
     const character back = read_back(&s, written, PVZAN_SET_ISO_646_IRV);
@@ -193,7 +193,7 @@ bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, con
                          std::ranges::equal(k, std::span(again).first(spell_again(&s, c, again))));
 }
 
-// k stands in that state of the source.
+// k is read in that state of the source.
 verdict ask(pair& p, std::span<const u8> k, u32 state, answer& a) {
     session& s = p.neutral;
     std::array<u8, output_bytes> out;
@@ -233,7 +233,7 @@ verdict ask(pair& p, std::span<const u8> k, u32 state, answer& a) {
 
 // ---- Keeping the answers -----------------------------------------------------------------------
 
-// The number of a kept answer; 0 when memory is short.
+// The number of a stored answer; 0 if memory runs out.
 u32 keep(pair& p, const answer& a) {
     const u32 number = p.answer_total + 1;
     if (number >= key_count) {
@@ -257,7 +257,7 @@ u32 keep(pair& p, const answer& a) {
     return number;
 }
 
-// Lets runs of ASCII hold a character that is written as it is, in the target's units.
+// Allows a character in runs of ASCII if it is written unchanged, in the target's units.
 void note_ascii(pair& p, u32 c, const answer& a) {
     const ascii_unit target = p.plan.target_unit;
     const u64 place = target.big_endian ? target.bytes - 1 : 0;
@@ -275,7 +275,7 @@ void note_lead(pair& p, u8 lead, std::size_t length) {
     p.lead_length[lead].store(static_cast<u8>(length), std::memory_order_relaxed);
 }
 
-// Whether there was room for it.
+// Returns whether there was room for it.
 bool store(pair& p, u32 key, const answer& a) {
     const u32 number = keep(p, a);
     if (number == 0) {
@@ -288,13 +288,13 @@ bool store(pair& p, u32 key, const answer& a) {
     return true;
 }
 
-// Keeps what the rules made of a character; whether it may be run over.
+// Stores the rules' answer about a character; returns whether the fast path can convert it.
 bool note(pair& p, const u8* in, u32 length, u32 key, verdict v, const answer& a) {
     if (p.plan.reader == reader::lead_bytes) {
         note_lead(p, *in, key != no_key ? length : 1);
     }
     if (v != verdict::plain || key == no_key) {
-        // Without a place: what begins with its first byte is theirs.
+        // Without a key: characters with this first byte are left to the rules.
         p.entries[key != no_key ? key : *in].store(entry::by_rules, std::memory_order_relaxed);
         return false;
     }
@@ -308,8 +308,7 @@ bool note(pair& p, const u8* in, u32 length, u32 key, verdict v, const answer& a
     return true;
 }
 
-// Asks about a character that begins with a byte nobody asked about: the first length that is not
-// cut it has.
+// Asks about a character whose first byte is new: its length is the first one that is not cut.
 bool learn_lead(pair& p, const u8* in, std::size_t left) {
     const bool shifts = *in == p.plan.source->single_shift && *in != no_single_shift;
     const u32 most = shifts ? 3 : 2;
@@ -317,7 +316,7 @@ bool learn_lead(pair& p, const u8* in, std::size_t left) {
         answer a;
         const verdict v = ask(p, {in, length}, 0, a);
         if (!is_current(p)) {
-            return false; // it rests on tables that others do not
+            return false; // it depends on other tables than the others
         }
         if (v == verdict::cut && length < most) {
             continue;

@@ -41,14 +41,16 @@ path::~path() {
 }
 
 bool path::take_pair(const session* s) {
-    // Bytes that are written may be read again only by rules that do both one by one.
+    // If input and output overlap, bytes that are written may be read again, which only the rules
+    // do correctly.
     if (held_.p == nullptr && !by_hand.off && !overlap(s)) {
         held_ = hold_pair(s, strict_);
     }
     return held_.p != nullptr;
 }
 
-// A text full of characters that are the rules' is left to them for longer and longer.
+// If text is full of characters that are left to the rules, it is left to them for longer and
+// longer.
 void path::be_patient(u32 characters) {
     constexpr u32 worth_it = 4, most = 63;
     if (characters >= worth_it) {
@@ -68,7 +70,7 @@ void path::try_run(session* s) {
         return;
     }
     u32 characters = 0;
-    // A line feed behind a carriage return would belong to it.
+    // A line feed after a carriage return would belong to it.
     for (bool more = take_pair(s); more && !(held_.p->plan.normalises && s->srcCode == '\r');) {
         pair& p = *held_.p;
         fast::run r = run_of(s, p);

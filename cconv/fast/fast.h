@@ -1,28 +1,28 @@
-// The fast path: conversion by what the rules answered about single characters.
+// The fast path: converts by looking up what the rules answered about single characters.
 //
-// The rules alone say what a conversion means. For a pair of charsets this room keeps the rules'
-// answers, character by character, asks about characters that it meets for the first time, and runs
-// over a text by the answers. Whatever they do not cover is left to the rules: invalid and
-// unrepresentable characters, marks, cut characters. After every call each field of the session is
-// what the rules alone would have left. pair.h says why.
+// The rules alone define what a conversion does. For a pair of charsets this room stores the rules'
+// answers, character by character, asks about characters that it meets for the first time, and
+// converts text with the answers. Everything else is left to the rules: invalid and unrepresentable
+// characters, marks, cut characters. After every call each field of the session is what the rules
+// alone would have left. pair.h explains why.
 #pragma once
 
 #include "cconv/fast/pair.h"
 
 namespace fast {
 
-// The fast path of one call. A strict one leaves the session's characters, but not its sets,
-// counts and positions, to be what they are.
+// The fast path of one call. A strict one does not set the session's characters, only its sets,
+// counts and positions.
 class path {
 public:
-    // Whether to begin with a character of the rules'.
+    // first_by_rules: leave the first character to the rules.
     explicit path(bool first_by_rules, strictness strict = strictness::none)
         : strict_(strict), wait_(first_by_rules ? 1 : 0) {}
     ~path();
     path(const path&) = delete;
     path& operator=(const path&) = delete;
 
-    // Runs over characters as far as answers reach. To be called between two characters.
+    // Converts characters as far as there are answers. Call it between two characters.
     void run(session* s) {
         if (wait_ == 0) {
             try_run(s);
@@ -39,21 +39,21 @@ private:
     strictness strict_;
     held_pair held_{};
     u32 wait_;        // characters to leave to the rules before the next try
-    u32 penalty_ = 0; // how many those are after a try that led nowhere
+    u32 penalty_ = 0; // how many they are after a try that converted nothing
 };
 
-// Frees every pair; no session may be running.
+// Frees all pairs; no session may be running.
 void release();
 
-// Around a fork: nobody makes or frees a pair meanwhile. In the child, a pair whose lock another
-// thread held, which the child has not, is given up.
+// To be called around a fork: no pair is created or freed meanwhile. In the child, a pair is given
+// up if another thread held its lock, since the child does not have this thread.
 void before_fork();
 void after_fork(bool in_child);
 
-// For tests and benchmarks; not for programs.
+// For tests and benchmarks only.
 struct watch {
     bool off;       // leave everything to the rules
-    u64 characters; // run over since this was set to 0; counted while counting
+    u64 characters; // converted by the fast path while counting, since this was set to 0
     bool counting;
 };
 extern watch by_hand;

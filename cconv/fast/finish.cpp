@@ -1,18 +1,18 @@
-// The end of a run: the session as D and E leave it after the last character.
+// The end of a run: sets the session as D and E leave it after the last character.
 #include "cconv/fast/readers.h"
 
 namespace fast {
 
 namespace {
 
-// The last character of a run, or the one before it. Its bytes are told by readers of scalars
-// alone: with others the loop noted the key.
+// The last character of a run, or the one before it. Readers of Unicode find its bytes; otherwise
+// the loop noted its key.
 struct character {
     const u8* begin;
     u32 key;
 };
 
-// The one before end, by a reader of scalars.
+// The character before end, found by a reader of Unicode.
 character character_before(const pair& p, const u8* end) {
     if (p.plan.reader == reader::utf8) {
         const u8* const begin = utf8_reader::before(end);
@@ -29,7 +29,7 @@ const answer* find(pair& p, const character& c, const u8* end) {
                            : find_answer(p, c.key, {c.begin, c.begin != nullptr ? end : c.begin});
 }
 
-// The fields of a character; a dropped line feed, behind previous, was not written.
+// Sets the fields of a character. A dropped line feed, after previous, was not written.
 void write_character(session* s, const answer& a, const answer* previous) {
     const bool dropped = a.is_lf && previous != nullptr && previous->is_cr;
     s->prevSrcCode = previous != nullptr ? previous->srcCode : s->srcCode;
@@ -56,14 +56,14 @@ bool finish(pair& p, run& r, session* s) {
     const bool scalars = p.plan.reader != reader::lead_bytes && p.plan.reader != reader::states;
     character last = scalars ? character_before(p, r.in) : character{nullptr, r.last};
     const answer* a = find(p, last, r.in);
-    // What follows may be a mark, and then belong to the letter: the rules see to both.
+    // A mark that belongs to the letter may follow: both are left to the rules.
     if (a != nullptr && a->takes_mark && r.in != r.in_end) {
         if (--r.characters == 0) {
             return true;
         }
         r.in = last.begin;
         r.out -= a->length;
-        if (r.out == r.way.end) { // and what led there
+        if (r.out == r.way.end) { // and the sequences before it
             r.out = r.way.begin;
             r.out_state = r.way.state;
         }

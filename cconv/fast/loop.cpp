@@ -1,10 +1,10 @@
-// The loop over a run of characters that the rules have answered about. What designates and shifts
-// between two characters counts as part of the one behind it.
+// The loop over a run of characters for which there are answers. Designations and shifts between
+// two characters count as part of the second one.
 //
-// The way from one input position to the next must not wait for a table: a source character's
-// length comes from a branch on its lead byte, never from the entry. The loop makes two passes: one
-// that may touch bytes behind what it reads and writes, in blocks where that pays; and one to the
-// ends of input and output.
+// Finding the next input position must not wait for a table: the length of a source character comes
+// from a branch on its lead byte, never from the entry. The loop makes two passes: the first one
+// may touch bytes after those it reads and writes, and works in blocks if that is faster; the
+// second one goes to the exact ends of input and output.
 #include "cconv/fast/reader_states.h"
 
 #include <algorithm>
@@ -14,13 +14,13 @@ namespace fast {
 
 namespace {
 
-// Bytes that a step may touch behind the output position where it does not look how many are there.
+// Bytes that a step may touch after the output position without checking the room.
 constexpr std::ptrdiff_t out_margin = 16;
 
-// Bytes that a block may touch, of codes with escape sequences.
+// Bytes that a block of codes with escape sequences may touch.
 constexpr std::ptrdiff_t block_margin = 8 * block_codes + kernel_margin;
 
-// Writes the bytes of a character; with few bytes of room, those alone.
+// Writes the bytes of a character; if there is little room, only these.
 template <bool Exact>
 void put(u8* out, const u8* out_end, u64 bytes, u32 length) {
     if (!Exact || out_end - out >= static_cast<std::ptrdiff_t>(sizeof bytes)) {
@@ -91,7 +91,8 @@ private:
         }
     }
 
-    // What a step changes, kept in registers: what is called gets and gives it in the run.
+    // What a step changes, kept in registers. Functions that are called get it and return it in the
+    // run.
     struct progress {
         const u8* in;
         u8* out;
@@ -111,7 +112,7 @@ private:
     template <bool Exact>
     void pass() {
         progress now = at();
-        const pair& p = p_; // copies, which no output can overwrite
+        const pair& p = p_; // copies that output cannot overwrite
         const std::conditional_t<has_states, const Reader&, const Reader> reader = reader_;
         const u8* const in_end = r_.in_end;
         const u8* const in_stop = Exact ? in_end : in_end - (Reader::longest - 1);
@@ -147,7 +148,8 @@ private:
                     break;
                 }
             }
-            // One branch for each length: the next position then does not wait for the table.
+            // There is one branch for each length, so that the next position does not wait for the
+            // table.
             if (length == Reader::usual_length && (!Exact || length <= left)) {
                 const u32 key = reader.key(now.in, Reader::usual_length);
                 if (!step<Exact>(p, now, key, Reader::usual_length)) {
@@ -169,14 +171,14 @@ private:
         end_pass();
     }
 
-    // Few characters are not worth a kernel.
+    // A few characters are not worth a kernel.
     [[gnu::always_inline]] bool may_be_run(const u8* in, const u8* in_end) const {
         constexpr std::ptrdiff_t few = 4 * Reader::unit_bytes;
         return in_end - in >= few && reader_.is_ascii(in) &&
                reader_.is_ascii(in + few - Reader::unit_bytes);
     }
 
-    // One character; false where the run ends.
+    // Converts one character; false if the run ends.
     template <bool Exact>
     [[gnu::always_inline]] bool step(const pair& p, progress& now, u32 key, u32 length) {
         const entry e = p.entry_of(key);
@@ -222,7 +224,7 @@ private:
         return true;
     }
 
-    // A run ends behind a character, not behind a sequence.
+    // A run ends after a character, not after a sequence.
     void end_pass() {
         r_.next = r_.in;
         if constexpr (has_states) {
@@ -235,7 +237,7 @@ private:
         }
     }
 
-    // Makes sure that there is room for so many bytes, and that their set is at hand.
+    // Makes sure that there is room for this many bytes, and that their set is selected.
     template <bool Exact>
     bool bring(u32 set, u32 length, u8*& out) {
         const bool needs_way = set != at_hand_;
@@ -258,9 +260,9 @@ private:
         return true;
     }
 
-    // From the state at hand; null where there is none.
+    // The sequences from the current state; null if there are none.
     struct known_way {
-        u32 from, at_hand; // 0: from no state
+        u32 from, at_hand; // 0: none
         iso2022_way way;
     };
     const known_way* way_to(u32 set) {
@@ -303,8 +305,8 @@ private:
         return true;
     }
 
-    // Close to the end of the output what is left goes into a buffer aside, where blocks may touch
-    // more than they write.
+    // Close to the end of the output, the rest is written to a separate buffer, where blocks may
+    // touch more than they write.
     void pass_aside() {
         u8 aside[2 * block_margin];
         u8 *const out = r_.out, *const out_end = r_.out_end;
@@ -321,17 +323,18 @@ private:
         r_.out_end = out_end;
     }
 
-    // Converts as much of the block at hand as stands for itself; false when that is nothing.
+    // Converts as much of the current block as is independent of the rest; false if that is
+    // nothing.
     bool block() {
         const std::ptrdiff_t room = r_.out_end - r_.out;
         short_of_room_ = room + spare_ < block_margin;
         if (short_of_room_) {
             return false;
         }
-        next_block_ = r_.in + chunk_bytes; // what stops one will not stand alone
+        next_block_ = r_.in + chunk_bytes; // what stopped this block would also stop the next one
         const u32 at_hand = at_hand_, out_state = r_.out_state;
         const last_way way = r_.way;
-        u16 codes[block_codes + chunk_codes]; // vectors reach behind the last
+        u16 codes[block_codes + chunk_codes]; // vectors reach beyond the last one
         const auto left = static_cast<std::size_t>(r_.in_end - r_.in);
         const chunk_read read = reader_.read(r_.in, std::min(chunks_, left / chunk_bytes), codes);
         const block_written written = to_ != nullptr ? put_in_sets(codes, read.codes, r_.out)
@@ -350,7 +353,7 @@ private:
             chunks_ = std::min(2 * chunks_, block_chunks);
         } else {
             r_.in = Reader::behind(r_.in, std::span(codes).first(n));
-            chunks_ = 1; // where blocks end early, reading ahead is in vain
+            chunks_ = 1; // if blocks end early, reading ahead is useless
         }
         if (n == 0) {
             return false;
@@ -358,7 +361,7 @@ private:
         next_block_ = r_.in;
         r_.out += written.bytes;
         r_.characters += static_cast<u32>(n);
-        // Short runs of ASCII go with blocks.
+        // Short runs of ASCII are converted as part of blocks.
         in_run_ =
             has_runs_ && (Reader::unit_bytes > 1 ? reader_.is_ascii(r_.in - Reader::unit_bytes)
                                                  : has_states || r_.in == begin + n);
@@ -369,14 +372,14 @@ private:
         return true;
     }
 
-    // Into several sets.
+    // Converts a block to several sets.
     block_written put_in_sets(const u16* codes, std::size_t count, u8* out) {
         const u8* const begin = out;
         std::size_t n = 0;
         for (; n < count; ++n) {
             const entry e = p_.entry_of(codes[n]);
             if (!e.is_short() || !bring<false>(e.set(), e.length(), out)) {
-                r_.why = stop::end; // one by one it is seen again
+                r_.why = stop::end; // found again when going one by one
                 break;
             }
             store_low_first(e.packed, out);
@@ -385,8 +388,8 @@ private:
         return {n, static_cast<std::size_t>(out - begin)};
     }
 
-    // Not where the first character would end it: such runs are many where a text is full of what
-    // the rules must see.
+    // Not if the first character would end it: there are many such runs in text full of characters
+    // that the rules must handle.
     [[nodiscard]] bool may_open_block() const {
         if (p_.plan.blocks == block_form::none || !has_chunk(r_.in)) {
             return false;
@@ -404,7 +407,7 @@ private:
         return r_.in_end - in >= static_cast<std::ptrdiff_t>(chunk_bytes);
     }
 
-    // A character with an answer of its own.
+    // Converts a character with an answer of its own.
     template <bool Exact>
     bool long_step(const u8* next, u32 key, entry e) {
         u8* out = r_.out;
@@ -441,16 +444,16 @@ private:
     run& r_;
     Reader reader_;
     ascii_unit target_;
-    const iso2022* to_; // what the target has to designate; else null
-    u32 at_hand_;       // the set that needs no way; 0 where there are none
-    std::array<known_way, iso2022::most_sets + 1> ways_; // by set, those found last
-    bool has_runs_, in_run_; // of ASCII, for which there is a quicker way than blocks
+    const iso2022* to_; // the target's designations and shifts, or null
+    u32 at_hand_;       // the set that needs no sequences; 0: none
+    std::array<known_way, iso2022::most_sets + 1> ways_; // by set, the last ones found
+    bool has_runs_, in_run_;                             // of ASCII, which is faster without blocks
     const u8* next_block_ = nullptr;
-    std::ptrdiff_t spare_ = 0;      // bytes that may be touched behind the end of the output
+    std::ptrdiff_t spare_ = 0;      // bytes that may be touched after the end of the output
     bool short_of_room_ = false;    // for a block
-    std::size_t chunks_ = 1;        // to read for the next block
-    const u8* behind_cr_ = nullptr; // where a line feed is dropped
-    // The sequences read last, where they began and the state there.
+    std::size_t chunks_ = 1;        // number to read for the next block
+    const u8* behind_cr_ = nullptr; // place where a line feed is dropped
+    // The sequences read last: where they began, and the state before them.
     const u8* sequences_ = nullptr;
     u32 state_before_ = 0, characters_before_ = 0;
 };

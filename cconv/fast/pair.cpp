@@ -1,4 +1,4 @@
-// The pairs of the process: finding one, making it, holding it, and freeing what is unused.
+// The pairs of the process: finds, creates and holds a pair, and frees unused ones.
 #include "cconv/fast/pair.h"
 #include "cconv/fast/fast.h"
 #include "cconv/registry/further.h"
@@ -10,33 +10,33 @@ namespace fast {
 
 namespace {
 
-// A place of the table, which is never freed, unlike what it points to. tag is the hash of the
-// pair's key, so that no pair is looked at in vain.
+// A place of the table, which is never freed, unlike the pair it points to. tag is the hash of the
+// pair's key, so that only the right pair is examined.
 struct place {
     std::atomic<u64> tag;
     std::atomic<pair*> held;
-    std::atomic<u32> seat;   // 1: a call that found no other one here is in it
-    std::atomic<u32> others; // calls that are in it beside
-    std::atomic<u32> used;   // by the clock, when it was last held
+    std::atomic<u32> seat;   // 1: held by a call that found it free
+    std::atomic<u32> others; // number of other calls that hold it
+    std::atomic<u32> used;   // time of the clock when it was last held
 };
 
 constexpr std::size_t place_count = 256, places_tried = 8;
 place places[place_count];
 
-// Counts the pairs that were made.
+// Counts the pairs that were created.
 std::atomic<u32> clock;
 std::atomic<u64> claimed_bytes;
 
-// Held while a pair is made or freed.
+// Held while a pair is created or freed.
 pthread_mutex_t table_of_pairs = PTHREAD_MUTEX_INITIALIZER;
 
 // ---- Keys --------------------------------------------------------------------------------------
 
-// What else decides: byte orders, what line breaks are written as, 0 where they are characters like
-// others, and strictness.
+// The other options that matter: byte orders, how line breaks are written (0 if they are ordinary
+// characters), and strictness.
 constexpr u32 strict_shift = 8;
 constexpr u64 no_options = ~u64{0}; // of any session
-constexpr u64 never_seen = 1;       // for nothing is kept where a state is odd
+constexpr u64 never_seen = 1;       // since nothing is stored while a state is odd
 u32 options_of(const session* s, strictness strict) {
     const u32 mode = s->target.newlineMode;
     const bool named = mode >= PVZAN_NEWLINE_CR && mode <= PVZAN_NEWLINE_PARAGRAPH_SEPARATOR;
@@ -53,9 +53,8 @@ u32 options_of(const session* s, strictness strict) {
     return ((source ^ std::rotl(u64{target}, 32) ^ key.options) * golden) | 1; // 0: no pair
 }
 
-// How many sets the rules may look into there are, and how many of their tables are loaded: that
-// only ever grows. How often loaded tables were written to, which nobody does but tests, is
-// everybody's.
+// Counts the sets that the rules may use, and how many of their tables are loaded, which only
+// grows. Writes to loaded tables, which only tests do, are counted for all tables together.
 class own_tables {
 public:
     static u64 count(const pair_key& key) {
@@ -98,7 +97,8 @@ place& place_at(u64 hash, std::size_t i) {
 
 // ---- Holding -----------------------------------------------------------------------------------
 
-// The seat takes one locked operation, for it is given back by a plain store; a count takes two.
+// Taking the seat needs one locked operation, since a plain store gives it back; counting needs
+// two.
 [[gnu::always_inline]] inline bool enter(place& at) {
     const bool counted = at.seat.exchange(1, std::memory_order_seq_cst) != 0;
     if (counted) {
@@ -149,7 +149,7 @@ void destroy(pair* p) {
     return_bytes(bytes);
 }
 
-// Frees the pair of a place unless somebody holds it. Under the guard.
+// Frees the pair of a place unless somebody holds it. Call it under the guard.
 bool free_place(place& at) {
     pair* p = at.held.load(std::memory_order_relaxed);
     if (p == nullptr) {
@@ -164,7 +164,7 @@ bool free_place(place& at) {
     return true;
 }
 
-// Frees what is stale among count places from one on, else what was unused for longest.
+// Frees what is stale among count places from one on, or else what was unused for longest.
 bool free_one(u64 first, std::size_t count) {
     place* found = nullptr;
     u32 greatest = 0;
@@ -195,7 +195,7 @@ void prepare_neutral(pair& p, const session* s) {
     p.neutral.baseLang[0] = '\0';
 }
 
-// Under the guard.
+// Call it under the guard.
 bool claim(u64 bytes) {
     while (claimed_bytes.fetch_add(bytes, std::memory_order_relaxed) + bytes > budget_bytes) {
         return_bytes(bytes);
@@ -216,7 +216,7 @@ pair* make(const session* s, const pair_key& key, u64 tables, const plan& planne
         return_bytes(sizeof(pair));
         return nullptr;
     }
-    // All zero is a valid state of the rest.
+    // All zeros are a valid state of the rest.
     p->key = key;
     p->tables = tables;
     p->seen.store(never_seen, std::memory_order_relaxed);
@@ -225,7 +225,7 @@ pair* make(const session* s, const pair_key& key, u64 tables, const plan& planne
     p->strict = static_cast<strictness>(key.options >> strict_shift);
     p->claimed = sizeof(pair);
     prepare_neutral(*p, s);
-    // Between charsets of Unicode nobody asks: scalars stand for themselves.
+    // Between Unicode charsets nobody asks: values are converted by their form.
     for (u8 c = 0; planned.blocks == block_form::scalars && c < 0x80; ++c) {
         if (!planned.normalises || (c != '\r' && c != '\n')) {
             p->plain_ascii.add(c);
@@ -244,14 +244,14 @@ place* empty_place(u64 hash) {
     return nullptr;
 }
 
-// Makes the pair unless another thread just did, and holds it.
+// Creates the pair unless another thread just did, and holds it.
 held_pair make_and_hold(const session* s, const pair_key& key, u64 hash, u64 tables,
                         const plan& planned) {
     const lock_guard guard(table_of_pairs);
     if (const held_pair found = find(hash, key); found.p != nullptr) {
         return found;
     }
-    // Stale ones would be in the way of every call.
+    // Stale pairs would be in the way of every call.
     for (std::size_t i = 0; i < places_tried; ++i) {
         pair* old = place_at(hash, i).held.load(std::memory_order_relaxed);
         if (old != nullptr && !is_current(*old)) {
@@ -274,7 +274,7 @@ held_pair make_and_hold(const session* s, const pair_key& key, u64 hash, u64 tab
     return {p, counted};
 }
 
-// Whether anything but characters may be due.
+// Whether anything but characters may have to be written next.
 bool asks_for_more(const session* s) {
     return (s->target.charRefMode | s->target.dstWriteBom | s->source.srcCheckBom) != 0 ||
            s->baseLang[0] != '\0';
@@ -287,12 +287,12 @@ bool asks_for_more(const session* s) {
     if (planned.source == nullptr || planned.target == nullptr) {
         return {nullptr, false};
     }
-    // Only charsets of the registry stay what they are.
+    // Only charsets in the registry never change.
     if (!only_characters_due(s, *planned.source, *planned.target) || !is_registered(s->srcGroup) ||
         !is_registered(s->dstGroup)) {
         return {nullptr, false};
     }
-    const u64 tables = own_tables::count(key); // before the plan looks at them
+    const u64 tables = own_tables::count(key); // before the plan uses them
     return make_plan(s, planned) ? make_and_hold(s, key, hash, tables, planned)
                                  : held_pair{nullptr, false};
 }
@@ -307,7 +307,8 @@ bool is_current(pair& p) {
     if (own_tables::count(p.key) != p.tables) {
         return false;
     }
-    // A table that becomes loaded now may be one of these, and be seen so before the state changes.
+    // A table that is being loaded now may be one of these, and be visible before the state
+    // changes.
     if (now % 2 == 0) {
         p.seen.store(now, std::memory_order_relaxed);
     }

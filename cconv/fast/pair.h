@@ -57,29 +57,29 @@
 
 namespace fast {
 
-// All pairs of the process together take no more bytes than this.
+// All pairs of the process together use at most this many bytes.
 inline constexpr u64 budget_bytes = 64 << 20;
 
-// How source characters are told apart.
+// How source characters are distinguished.
 enum class reader : u8 {
-    lead_bytes, // one or two bytes, by the lead byte; three behind a single shift
-    utf8,       // one to three bytes; the scalar is the key
+    lead_bytes, // one or two bytes, depending on the first; three after a single shift
+    utf8,       // one to three bytes; the key is the Unicode value
     units,      // two bytes
     quads,      // four bytes
-    states      // one or two bytes, by the set that is designated and shifted in
+    states      // one or two bytes, depending on the set that is shifted in
 };
 
-// What a run may hold besides what the rules would do, for who must not lose anything: characters
-// that go by what they are in Unicode, and read back from the target as themselves; or even ones
-// whose code is the one that the source itself writes for them.
+// How strict a run is, for callers that must not lose anything. characters: only characters that
+// are read back from the target as the same Unicode character. codes: in addition their code must
+// be the one that the source itself writes for them.
 enum class strictness : u8 { none, characters, codes };
 
-// What becomes of a block of codes: characters go one by one; what their entries say; between
-// Unicode charsets, the scalars in another form.
+// How a block of codes is converted: none: characters are converted one by one; entries: as their
+// entries say; scalars: between Unicode charsets, by changing the form.
 enum class block_form : u8 { none, entries, scalars };
 
-// Everything that decides the bytes of a character, but for what there is of tables. The rules
-// follow from the charsets.
+// Everything that determines the bytes of a character, except the tables. The rules follow from the
+// charsets.
 struct pair_key {
     const charset_group *source, *target;
     u64 options;
@@ -87,7 +87,7 @@ struct pair_key {
     bool operator==(const pair_key&) const = default;
 };
 
-// Where designations and shifts give codes their meaning.
+// Set if designations and shifts give codes their meaning.
 struct charset_states {
     const iso2022* codes; // null: nowhere
     const iso2022_codec* codec;
@@ -104,10 +104,10 @@ struct charset_states {
     }
 };
 
-// A set of charsets with states, and its place among the keys: see reader_states.h.
+// A set of a charset with states, and its place among the keys; see reader_states.h.
 struct set_keys {
     u16 base, single_base;
-    u8 first[2], last[2]; // what each byte may be
+    u8 first[2], last[2]; // range of each byte
     bool has_keys, is_first, two_bytes;
 };
 
@@ -116,23 +116,23 @@ struct plan {
     const codec_traits *source, *target;
     fast::reader reader;
     block_form blocks;
-    bool normalises;                     // line breaks
+    bool normalises;                     // line breaks are converted
     ascii_unit source_unit, target_unit; // of ASCII
-    u16 stops[9]; // between Unicode charsets: scalars that do not stand for themselves
+    u16 stops[9]; // between Unicode charsets: values that are not converted by form
     u32 stop_count;
     charset_states source_states, target_states;
     std::array<set_keys, iso2022::most_sets + 1> sets; // of the source
-    bool eight_bits;                                   // codes of two bytes are their own keys
-    u8 opens_first, opens_more;                        // no sequence begins with others
+    bool eight_bits;                                   // the key of a two-byte code is the code
+    u8 opens_first, opens_more;                        // range of the first bytes of sequences
 };
 
-// What the rules made of a character.
+// The rules' answer about a character.
 struct answer {
-    u64 bytes; // written, the first one lowest, without the way to their set
+    u64 bytes; // written, first byte lowest, without the sequences that select their set
     u8 length, codes;
-    u8 set;            // that must be at hand for them; 0: any
-    bool takes_mark;   // a mark behind it may belong to it
-    bool is_cr, is_lf; // of the line breaks that are normalised
+    u8 set;            // that must be selected for them; 0: any
+    bool takes_mark;   // a mark after it may belong to it
+    bool is_cr, is_lf; // if line breaks are converted
     // What they left in the session.
     u16 charSetType, outSetType, outBytes, outDone;
     u32 charSetNo, srcCode, setCode, ucsCode, outSetNo, outCode, outCode2;
@@ -141,8 +141,8 @@ struct answer {
     static constexpr u32 most_bytes = 8;
 };
 
-// The bytes written for one character, up to three, and their number; or the number of an answer;
-// or what says that the rules are to convert it. 0: nobody has asked yet.
+// Up to three bytes written for one character, and their number; or the number of an answer; or
+// by_rules, which leaves the character to the rules. 0: not asked yet.
 struct entry {
     u32 packed = 0;
 
@@ -153,7 +153,7 @@ struct entry {
     [[nodiscard]] bool is_long() const { return packed - 1 < by_rules - 1; }
     [[nodiscard]] u32 length() const { return packed >> 24 & 0x0F; }
     [[nodiscard]] u32 set() const { return packed >> 28; }
-    // One that takes nothing before it.
+    // An entry that consumes nothing before it.
     [[nodiscard]] bool is_short_in(u32 at_hand) const {
         return (packed ^ at_hand << 28) - one_byte < (1U << 28) - one_byte;
     }
@@ -181,11 +181,11 @@ private:
     pthread_mutex_t& lock_;
 };
 
-// Bytes are only ever added.
+// Bytes are only added, never removed.
 struct atomic_byte_set {
     std::atomic<u64> halves[2];
 
-    // Both halves in one register: what two stores wrote, one load would wait for.
+    // Both halves are in one register: a load of what two stores wrote would have to wait.
     [[nodiscard]] byte_set load() const {
         using both [[gnu::vector_size(16)]] = u64;
         return std::bit_cast<byte_set>(both{halves[0].load(std::memory_order_relaxed),
@@ -210,8 +210,8 @@ struct pair {
     fast::plan plan;
     const kernels* kernel;
     strictness strict;
-    u64 tables;            // that the rules may look into: which are loaded, what was written
-    std::atomic<u64> seen; // the state of all tables that this was last found to hold in
+    u64 tables;            // of the tables that the rules may use: which are loaded, writes
+    std::atomic<u64> seen; // the last state of all tables with which the answers were valid
 
     pthread_mutex_t lock;
     session neutral; // the rules are asked in this one
@@ -219,8 +219,8 @@ struct pair {
     u64 claimed; // bytes of the budget
     u32 place;   // in the table of pairs
 
-    atomic_byte_set plain_ascii; // that is written as it is, in the target's units
-    // By lead byte: 0 not asked, 1 a character by itself, 2 with the byte behind it, 3 with two.
+    atomic_byte_set plain_ascii; // ASCII that is written unchanged, in the target's units
+    // By lead byte: 0: not asked, 1: a character by itself, 2: with the byte after it, 3: with two.
     std::atomic<u8> lead_length[256];
     atomic_byte_set leads; // those of length 2
 
@@ -231,7 +231,7 @@ struct pair {
     [[nodiscard]] fast::entry entry_of(u32 k) const {
         return {entries[k].load(std::memory_order_relaxed)};
     }
-    // Null where there is none, or none that this thread can see yet.
+    // Null if there is none, or none that this thread can see yet.
     [[nodiscard]] const answer* answer_of(u32 k) const {
         const u32 number = answer_at[k].load(std::memory_order_acquire);
         return number != 0 ? &answers[number / answers_at_once][number % answers_at_once] : nullptr;
@@ -240,75 +240,76 @@ struct pair {
 
 // ---- pair.cpp
 
-// A pair in the hands of a call.
+// A pair that a call holds.
 struct held_pair {
     pair* p;
-    bool counted; // beside others
+    bool counted; // in the number of others
 };
 
-// The pair of a session, made where it is new, and held until release_pair; null where the rules
-// alone are to convert, at least for now.
+// The pair of a session, created if it is new, and held until release_pair. Null if the rules alone
+// are to convert, at least for now.
 held_pair hold_pair(const session* s, strictness strict);
 void release_pair(held_pair held);
-// Whether what the pair was told may still be used; false for good once it is not.
+// Whether the answers of a pair are still valid; once they are not, they never will be.
 bool is_current(pair& p);
-// Claims bytes against the budget, freeing pairs where that is used up; gives them back.
+// Claims bytes of the budget, freeing pairs if it is used up; or returns them.
 bool claim_bytes(u64 bytes);
 void return_bytes(u64 bytes);
 u64 bytes_claimed();
-// Frees the pairs that nobody holds.
+// Frees all pairs that are not held.
 void free_unheld();
 
 // ---- plan.cpp
 
-// False where the rules alone are to convert.
+// False if the rules alone are to convert.
 bool make_plan(const session* s, plan& made);
-// Whether nothing but characters is due: no byte-order mark, tag or reference.
+// Whether only characters are to be written next: no byte-order mark, tag or reference.
 bool only_characters_due(const session* s, const codec_traits& source, const codec_traits& target);
 
 // ---- ask.cpp
 
 struct run;
 
-// Asks the rules about the character that a run ended at, unless that was done. Whether it may be
-// run over now.
+// Asks the rules about the character at which a run ended, unless that was done. Returns whether
+// the fast path can now convert it.
 bool learn(pair& p, const run& r);
-// What they answered about a character that was run over. Where nobody asked before, in blocks of
-// Unicode, they are asked now. Null where they do not run over it, or memory is short.
+// The answer about a character that was converted. In blocks of Unicode nobody has asked before, so
+// the rules are asked now. Null if the character is left to the rules, or if memory runs out.
 const answer* find_answer(pair& p, u32 k, std::span<const u8> bytes);
 
 // ---- A run
 
-// Why a run ended: nothing left that fits, a character nobody asked about, one that is the rules'.
+// Why a run ended: no input or room is left, nobody has asked about the character, or it is left to
+// the rules.
 enum class stop : u8 { end, unknown, by_rules };
 
 inline constexpr u32 no_key = ~0U;
 
-// What was written last to make a set give codes their meaning: from where to where, and the state
-// before it.
+// The last sequences that were written to select a set: their place in the output, and the state
+// before them.
 struct last_way {
     u8 *begin, *end;
     u32 state;
 };
 
-// A run over input and output, and how far it came.
+// A run over input and output, and how far it got.
 struct run {
     const u8 *in, *in_end;
-    u8 *out, *out_end; // what must stay free at the end is left out
+    u8 *out, *out_end; // without bytes that must stay free at the end
     u32 in_state, out_state;
     last_way way;
     u32 characters;
-    u32 more_codes;        // than characters, modulo 2^32
-    u32 last, before_last; // keys of the last two characters; no_key where there is none
+    u32 more_codes;        // codes minus characters, modulo 2^32
+    u32 last, before_last; // keys of the last two characters, or no_key
     stop why;
-    // The character that it ended at: its key and length, unless they are unknown, and the state
-    // that it stands in.
+    // The character at which the run ended: its key and length, unless unknown, and the state
+    // before it.
     const u8* next;
     u32 next_key, next_length, next_state;
 };
 
 void run_over(pair& p, run& r); // loop.cpp
-// Writes the session as the rules leave it; false when the run comes to nothing.
+// Sets the session as the rules would have left it; false if the run converted nothing.
 bool finish(pair& p, run& r, session* s); // finish.cpp
 
 } // namespace fast

@@ -1,4 +1,5 @@
-// From the traits of two codecs, the sets of two charsets and the options: how a pair is converted.
+// Plans how a pair is converted: from the traits of two codecs, the sets of two charsets, and the
+// options.
 #include "cconv/engine/step.h"
 #include "cconv/fast/readers.h"
 #include "cconv/rulefunc/iso2022.h"
@@ -20,8 +21,8 @@ bool all_two_bytes_wide(const charset_group* group) {
     return !member_sets(group).empty();
 }
 
-// The table-driven rules try the sets in order: a code decides alone when no longer one is tried
-// before it. Sets of no bytes, and of more than a code may have, are none.
+// The table-driven rules try the sets in order. The code alone decides only if no longer one is
+// tried before it. Sets with no bytes, or with more than a code may have, are not supported.
 bool widths_ascend(const charset_group* group) {
     u32 widest = 1;
     for (const basic_set* set : member_sets(group)) {
@@ -33,8 +34,7 @@ bool widths_ascend(const charset_group* group) {
     return !member_sets(group).empty();
 }
 
-// How source characters are told apart, and the units that they come in; none where it takes the
-// rules.
+// How source characters are distinguished, and their units; none if the rules are needed.
 struct source_form {
     fast::reader reader;
     ascii_unit unit;
@@ -78,7 +78,7 @@ std::optional<source_form> source_form_of(const session* s, const codec_traits& 
     return std::nullopt;
 }
 
-// A charset of one set without tables: its scalars stand for themselves.
+// A charset with one set without tables: codes are Unicode values.
 bool is_plain_unicode(const charset_group* group) {
     if (member_sets(group).empty() || group->memberSets->count != 1) {
         return false;
@@ -105,8 +105,8 @@ ascii_unit target_unit(const session* s, unicode_form form) {
                                          : single_bytes;
 }
 
-// The scalars that end a block between Unicode charsets: marks, which may join the letter before
-// them, and line breaks where they are normalised.
+// The values that end a block between Unicode charsets: marks, which may belong to the letter
+// before them, and line breaks if they are converted.
 void set_stops(plan& p) {
     const auto add = [&](std::span<const u16> scalars) {
         std::ranges::copy(scalars, p.stops + p.stop_count);
@@ -119,7 +119,7 @@ void set_stops(plan& p) {
     }
 }
 
-// As reader_states.h says.
+// Assigns the keys as described in reader_states.h.
 void place_sets(plan& p) {
     if (p.source_states.codes == nullptr) {
         return;
@@ -176,7 +176,7 @@ bool make_plan(const session* s, plan& made) {
     const std::optional<source_form> found = source_form_of(s, *made.source);
     made.source_states = states_of(s->srcGroup, *made.source);
     made.target_states = states_of(s->dstGroup, *made.target);
-    // With states at both ends little is left that stands alone.
+    // If both have states, little can be converted independently of the rest.
     const bool both = made.source_states.codes != nullptr && made.target_states.codes != nullptr;
     if (!found || both || !can_write(made)) {
         return false;

@@ -1,9 +1,9 @@
-// How the loop reads text in which designations and shifts give codes their meaning: by the state,
-// one word. Each set has entries of its own.
+// Reads text in which designations and shifts give codes their meaning. The state is one word, and
+// each set has entries of its own.
 //
-// In seven bits the first three sets of two bytes have a quarter of the keys each, the others none;
-// the last one is for single bytes, 256 in each set. Where bytes reach further, one set of two
-// bytes is its own keys.
+// With seven-bit codes, each of the first three two-byte sets has a quarter of the keys, and others
+// have none; the last quarter is for single bytes, 256 for each set. If bytes are larger, the codes
+// of one two-byte set are its keys.
 #pragma once
 
 #include "cconv/fast/readers.h"
@@ -39,7 +39,7 @@ public:
     [[nodiscard]] bool opens(const u8* p) const {
         return static_cast<u8>(*p - opens_first_) <= opens_more_;
     }
-    // The bytes of a sequence that changes the state and nothing else; 0: the rules see to it.
+    // The length of a sequence that only changes the state; 0 if it is left to the rules.
     u32 sequence(std::span<const u8> text) {
         const scanned read = states_.codec->scan(states_.group, state_, text);
         if (read.kind != scanned::silent) {
@@ -49,7 +49,7 @@ public:
         return read.length;
     }
 
-    // Single bytes that were read.
+    // Handles single bytes that were read.
     void took(const u8* p, std::size_t n) {
         const auto is_break = [](u8 byte) { return byte == '\n' || byte == '\r'; };
         if (clears_ && std::any_of(p, p + n, is_break)) {
@@ -82,7 +82,7 @@ public:
             return {n, 2 * n};
         }
         constexpr std::size_t step = chunk_bytes / 2;
-        constexpr u16 first_pair = 0x1000; // below are single bytes
+        constexpr u16 first_pair = 0x1000; // keys below are single bytes
         for (std::size_t at = 0; at < chunks * step; at += step) {
             p_.kernel->copy_units(p + 2 * at, codes + at, std::endian::native != std::endian::big);
             const std::span<const u16> read(codes + at, step);
@@ -99,7 +99,7 @@ public:
     }
 
 private:
-    // Whether line breaks may stand here, and whether the state is another one behind.
+    // Whether line breaks are allowed here, and whether they change the state.
     void see_to_lines(u32 number) {
         const bool refuses = codes_.lines == line_reading::refuse;
         const u32 behind = codes_.line.applied_to(state_);
@@ -110,7 +110,7 @@ private:
     [[nodiscard]] bool may_be(u32 byte, u32 place) const {
         return byte >= set_.first[place] && byte <= set_.last[place];
     }
-    // In place of a set that lacks the byte.
+    // Used in place of a set that lacks the byte.
     [[nodiscard]] bool may_be_first_set(u8 byte) const {
         const bool breaks = byte == '\n' || byte == '\r';
         const bool control =
@@ -122,7 +122,7 @@ private:
     const pair& p_;
     const charset_states& states_;
     const iso2022& codes_;
-    set_keys set_; // of the one that is shifted in
+    set_keys set_; // of the set that is shifted in
     u32 state_;
     u8 opens_first_, opens_more_;
     bool keeps_, lines_ = true, clears_ = false;

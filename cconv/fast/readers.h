@@ -1,8 +1,9 @@
-// How the loops read source characters: the length of the one at p, its key, and chunks of them.
+// Reads source characters for the loops: the length and the key of the one at p, and chunks of
+// them.
 //
-// A key is the character's place among the entries: its byte or two bytes, its scalar or unit.
-// Three bytes of EUC, a single shift and two from A1 on, lie where no two bytes do, below the
-// leads.
+// A key is the index of a character's entry: its byte or two bytes, its Unicode value or unit.
+// Three bytes of EUC, a single shift and two bytes from A1 on, have keys below the lead bytes,
+// which no two bytes have.
 #pragma once
 
 #include "cconv/fast/pair.h"
@@ -31,16 +32,16 @@ constexpr u32 utf8_key(const u8* p, u32 length) {
     return length == 2 ? (p[0] & 0x1FU) << 6 | (p[1] & 0x3FU) : p[0];
 }
 
-// Two bytes of seven bits.
+// Whether these are two bytes of seven bits.
 constexpr u32 seven_bit_key(const u8* p) {
     return (p[0] & 0x7FU) << 7 | (p[1] & 0x7FU);
 }
 
 // ---- Readers -----------------------------------------------------------------------------------
 
-// length() is 0 where the character is the rules' own, and with lead bytes also where nobody has
-// asked about one; it looks at no more than left bytes and may tell more than there are. before()
-// finds the begin of the character that ends at p, one that was run over.
+// length() is 0 if the character is left to the rules, and with lead bytes also if nobody has asked
+// about one. It looks at no more than left bytes, but may return a larger length. before() finds
+// the beginning of the character that ends at p, which must have been converted.
 struct lead_byte_reader {
     static constexpr bool scalars = false, has_states = false;
     static constexpr u32 unit_bytes = 1, usual_length = 2;
@@ -114,7 +115,7 @@ private:
     const pair& p_;
 };
 
-// Units of two or four bytes. Scalars beyond U+FFFF are the rules'.
+// Units of two or four bytes. Values beyond U+FFFF are left to the rules.
 template <u32 Bytes, bool BigEndian>
 struct unit_reader {
     static constexpr bool scalars = true, has_states = false;
