@@ -84,7 +84,7 @@ kind kind_of(u32 c) {
         within(c, 0xF900, 0xFAFF)) {
         return kind::kanji;
     }
-    if (within(c, 0xAC00, 0xD7A3)) {
+    if (within(c, 0xAC00, 0xD7A3) || within(c, 0x3131, 0x318E)) {
         return kind::hangul;
     }
     if (within(c, 0xFF00, 0xFFEF)) {

@@ -31,6 +31,7 @@ struct candidate {
     u32 faults = 0;         // of the evidence
     u32 beyond = 0;         // characters beyond ASCII in the evidence
     u32 odd = 0;            // of them, private use and the like
+    u32 long_ones = 0;      // of them, from U+0800 on: three bytes of UTF-8
     u64 hash = 0;           // of what it reads
     std::size_t first_fault = 0; // of the evidence
     u64 fault_at = nowhere;      // of the text
