@@ -14,7 +14,11 @@ constexpr i32 whole_bit = bit;
 
 // By so many bits the best must be ahead, by how many characters beyond ASCII there are.
 i32 margin_of(const candidate& c) {
-    const i32 bits = c.beyond <= 2 ? 8 : c.beyond <= 4 ? 9 : c.beyond < 8 ? 10 : 12;
+    const i32 bits = c.name.kind == PVZAN_KIND_UTF_8 ? 4
+                     : c.beyond <= 2                 ? 8
+                     : c.beyond <= 4                 ? 9
+                     : c.beyond < 8                  ? 10
+                                                     : 12;
     return bits * whole_bit;
 }
 

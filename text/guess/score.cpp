@@ -247,6 +247,7 @@ namespace {
 constexpr u32 classes = 6; // of what is no letter of an alphabet
 constexpr u32 mark_class = 4, other_class = 5;
 constexpr u32 all_characters = 0x10000;
+constexpr u32 inside_a_word = 12 * bit; // a character alone between small letters: "Br端ssow"
 
 u32 cost_of(char digit) {
     return static_cast<u32>(digit >= 'a'   ? digit - 'a' + 36
@@ -357,6 +358,7 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
 u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
     u32 cost = 0, before = 0;
     seen last = see(' ');
+    bool inside = false; // of a word of small letters, at its last one
     for (const seen& c : text) {
         if (c.what == kind::none || cost >= most) {
             continue;
@@ -366,6 +368,9 @@ u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
         cost += m.costs[before * kinds + what] + case_cost(last, c);
         cost += common != 0 ? common : rare_cost[what];
         cost += c.what == kind::half_katakana ? sound_mark_cost(last, c) : 0;
+        const bool small = c.what == kind::letter && !c.capital;
+        cost += small && inside && last.what != kind::letter ? inside_a_word : 0;
+        inside = small || (inside && last.what == kind::letter && c.what >= kind::other_letter);
         before = what;
         last = c;
     }

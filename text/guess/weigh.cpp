@@ -122,11 +122,13 @@ namespace {
 
 // Bits that speak for a charset before anything is read.
 i32 prior_of(const candidate& c) {
-    // One or two characters of two bytes may be chance, but for the marks and letters of Latin-1.
-    constexpr i32 utf8_lead = 20 * bit, by_chance_lead = 10 * bit;
+    // One or two characters of two bytes may be chance, but for the marks and letters of Latin-1;
+    // more of them hardly.
+    constexpr u32 utf8_lead = 20 * bit, by_chance_lead = 10 * bit, for_each = 4 * bit, most = 10;
     constexpr u32 few = 2;
     if (c.name.kind == PVZAN_KIND_UTF_8 && c.beyond > 0) {
-        return c.beyond <= few && c.by_chance ? -by_chance_lead : -utf8_lead;
+        const u32 lead = c.beyond <= few && c.by_chance ? by_chance_lead : utf8_lead;
+        return -static_cast<i32>(lead + for_each * (std::min(c.beyond, most) - 1));
     }
     return static_cast<i32>(c.row.rare * bit);
 }
