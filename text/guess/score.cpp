@@ -370,7 +370,8 @@ u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
         cost += c.what == kind::half_katakana ? sound_mark_cost(last, c) : 0;
         const bool small = c.what == kind::letter && !c.capital;
         cost += small && inside && last.what != kind::letter ? inside_a_word : 0;
-        inside = small || (inside && last.what == kind::letter && c.what >= kind::other_letter);
+        inside = small || (inside && last.what == kind::letter && c.what >= kind::general_mark &&
+                           c.letter != 0x2019);
         before = what;
         last = c;
     }
@@ -379,6 +380,7 @@ u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
 
 u32 scorer::judge(std::span<const seen> text, std::string_view native) {
     constexpr u32 foreigner = 10 * bit; // a language that the charset is not made for
+    constexpr u32 written_by_few = 6 * bit;
     if (count_ == 0) {
         find_models();
     }
@@ -395,7 +397,8 @@ u32 scorer::judge(std::span<const seen> text, std::string_view native) {
         if (!wanted || !load(m)) {
             continue;
         }
-        const u32 more = is_native(native, m.language) ? 0 : foreigner;
+        const u32 more = (is_native(native, m.language) ? 0 : foreigner) +
+                         (m.language == "is" ? written_by_few : 0);
         const u32 most = best - std::min(best, more);
         best = std::min(best, (m.letters.empty() ? judge_characters(text, m, most)
                                                  : judge_letters(text, m, most)) +

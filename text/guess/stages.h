@@ -16,6 +16,7 @@ namespace text {
 
 inline constexpr std::size_t head_room = 64 * 1024, batch_room = 64 * 1024, evidence_room = 8192;
 inline constexpr u32 most_candidates = 128, most_origins = 1024;
+inline constexpr u64 in_a_text = 64; // a text is more than a word
 inline constexpr i32 fault_cost = 24 * bit;
 inline constexpr u64 nowhere = ~u64{0};
 
