@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
-#include <iterator>
 #include <map>
 
 namespace fuzz {
@@ -28,7 +26,7 @@ std::string file_name(std::string_view line) {
 } // namespace
 
 void use_empty_charset_directory() {
-    expect(ZAN_setCharsetPath(scratch_directory().c_str()) == 1, "the directory is settled");
+    expect(ZAN_setCharsetPath(scratch().path().c_str()) == 1, "the directory is settled");
     expect(cconvLoadRule() == 0, "the directory is not empty");
     termProcess(); // the reference that loading took
 }
@@ -38,19 +36,10 @@ void clear_registry() {
     expect(initProcess() == 1, "no registry");
 }
 
-std::string widen(std::string_view text) {
-    std::string wide;
-    for (const char c : text) {
-        wide += c;
-        wide += '\0';
-    }
-    return wide;
-}
-
 std::vector<std::string> write_files(bytes data) {
     constexpr std::string_view mark = "@@";
     constexpr std::size_t most_files = 32;
-    empty_directory(scratch_directory());
+    scratch().clear();
     std::vector<std::string> names;
     std::string_view text = as_text(data);
     for (std::size_t at = text.find(mark); at != text.npos && names.size() < most_files;) {
@@ -64,19 +53,14 @@ std::vector<std::string> write_files(bytes data) {
             continue;
         }
         const std::string_view content = record.substr(std::min(line + 1, record.size()));
-        const std::string made = wide ? "\xFF\xFE" + widen(content) : std::string(content);
-        write_file(scratch_directory() + "/" + name,
-                   {reinterpret_cast<const std::uint8_t*>(made.data()), made.size()});
+        scratch().write(name, wide ? "\xFF\xFE" + test::widen(content, 2, false) : content);
         names.push_back(name);
     }
     std::ranges::sort(names);
     return names;
 }
 
-void expect_pairs_of(const std::string& cache, const table_object& table) {
-    std::ifstream file(cache, std::ios::binary);
-    expect(file.good(), "no cache");
-    const std::string contents{std::istreambuf_iterator<char>(file), {}};
+void expect_pairs_of(const std::string& contents, const table_object& table) {
     const u32 width = std::min<u32>(static_cast<u16>(table.valueBytes), 4);
     const u32 mask = static_cast<u32>((std::uint64_t{1} << 8 * width) - 1);
     std::map<u32, u32> pairs;

@@ -12,15 +12,12 @@ namespace fuzz {
 void use_empty_charset_directory();
 void clear_registry();
 
-// Characters as UTF-16 in little-endian order, the way of the charset directory's files.
-std::string widen(std::string_view text);
-
 // Writes the files of an input into the emptied scratch directory, and returns their names, sorted.
 // A file begins with a line "@@u NAME" (to be widened, behind a byte-order mark) or "@@b NAME" (as
 // it is).
 std::vector<std::string> write_files(bytes data);
 
-// Expects of a table filled from the cache file what a plain map of its pairs says.
-void expect_pairs_of(const std::string& cache, const table_object& table);
+// Expects of a table filled from a cache's contents what a plain map of its pairs says.
+void expect_pairs_of(const std::string& contents, const table_object& table);
 
 } // namespace fuzz

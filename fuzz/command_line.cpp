@@ -33,22 +33,11 @@ std::vector<std::string> read_arguments(std::string_view& text) {
     return arguments;
 }
 
-void put(const char* name, std::string_view text) {
-    fuzz::write_file(fuzz::scratch_directory() + "/" + name,
-                     {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
-}
-
-void use_as_input(const char* name) {
-    const int file = ::open((fuzz::scratch_directory() + "/" + name).c_str(), O_RDONLY);
-    ::dup2(file, STDIN_FILENO);
-    ::close(file);
-}
-
 } // namespace
 
 int LLVMFuzzerInitialize(int*, char***) {
     ::setenv("PVZAN_CHARSET_DIR", PVZAN_BASE2_DIR, 1);
-    fuzz::scratch_directory();
+    fuzz::scratch();
     my_init();
     return 0;
 }
@@ -56,17 +45,19 @@ int LLVMFuzzerInitialize(int*, char***) {
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::string_view text = fuzz::as_text({data, size});
     std::vector<std::string> arguments = read_arguments(text);
-    fuzz::empty_directory(fuzz::scratch_directory());
-    put("a.txt", text);
-    put("b.txt", text.substr(text.size() / 2));
-    use_as_input("b.txt");
+    fuzz::scratch().clear();
+    fuzz::scratch().write("a.txt", text);
+    fuzz::scratch().write("b.txt", text.substr(text.size() / 2));
+    const int file = ::open(fuzz::scratch().file("b.txt").c_str(), O_RDONLY);
+    ::dup2(file, STDIN_FILENO);
+    ::close(file);
     std::vector<char*> argv;
     for (std::string& argument : arguments) {
         argv.push_back(argument.data());
     }
     argv.push_back(nullptr);
     static const int here = ::open(".", O_RDONLY | O_DIRECTORY);
-    fuzz::expect(::chdir(fuzz::scratch_directory().c_str()) == 0, "no scratch directory");
+    fuzz::expect(::chdir(fuzz::scratch().path().c_str()) == 0, "no scratch directory");
     const int status = tool_main(static_cast<int>(arguments.size()), argv.data());
     fuzz::expect(::fchdir(here) == 0, "no way back");
     fuzz::expect(status >= 0 && status <= 2, "an exit status that is none");

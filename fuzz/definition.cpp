@@ -54,7 +54,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     u32 read = 0;
     for (const std::string& name : names) {
         if (name.ends_with(".xml")) {
-            read += xmlReadXML((fuzz::scratch_directory() + "/" + name).c_str());
+            read += xmlReadXML(fuzz::scratch().file(name).c_str());
         }
     }
     target_options target{};

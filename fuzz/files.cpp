@@ -58,8 +58,7 @@ void find_name(std::string name) {
                      ::strnlen(out[0], text_bytes) < text_bytes,
                  "a temporary name without an end");
     const auto listing = std::make_unique<directory_listing>();
-    if (openDir((fuzz::scratch_directory() + "/" + name.substr(0, 40)).c_str(), listing.get()) !=
-        0) {
+    if (openDir(fuzz::scratch().file(name.substr(0, 40)).c_str(), listing.get()) != 0) {
         while (readDir(listing.get()) != 0) {
             fuzz::expect(listing->parts.extension[0] != '\0', "an entry without a name");
         }
@@ -72,8 +71,8 @@ void find_name(std::string name) {
 int LLVMFuzzerInitialize(int*, char***) {
     my_init();
     fuzz::use_empty_charset_directory();
-    for (const char* name : {"/a.xml", "/b.xml", "/[c", "/.d"}) {
-        fuzz::write_file(fuzz::scratch_directory() + name, {});
+    for (const char* name : {"a.xml", "b.xml", "[c", ".d"}) {
+        fuzz::scratch().write(name, {});
     }
     return 0;
 }
@@ -89,11 +88,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     as.valueBytes = choices >> 1 & 7;
     as.textEncoding = choices >> 4 & 7;
     as.textBigEndian = choices >> 7;
-    const std::string path = fuzz::scratch_directory() + "/table.";
     const char* const name = (kind & 8) != 0 ? "TABLE.TXT" : "table.txt";
-    std::filesystem::remove(path + "cmp");
+    std::filesystem::remove(fuzz::scratch().file("table.cmp"));
+    const std::string_view given = fuzz::as_text(is_cache ? in.take(most_cache) : fuzz::bytes{});
     if (is_cache) {
-        fuzz::write_file(path + "cmp", in.take(most_cache));
+        fuzz::scratch().write("table.cmp", given);
     } else {
         // Padding brings the text across the borders of the reader's buffer.
         const bool big = as.textBigEndian != 0;
@@ -101,14 +100,16 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         std::string text = is_raw ? std::string(fuzz::as_text(in.rest())) : coded(in.rest());
         text.insert((kind & 2) != 0 ? text.size() / 8 * 4 : 0,
                     coded(std::vector<u8>(padding, ' ')));
-        fuzz::write_file(path + "txt", {reinterpret_cast<const u8*>(text.data()), text.size()});
+        fuzz::scratch().write("table.txt", text);
         find_name(text);
     }
     const owned_table first(as, name), second(as, name);
     for (table_object* table : {first.table, second.table}) {
         fuzz::expect(loadTableFile(table) == table_loaded(table), "a result that is not the flag");
         loadTableFile(table); // counts as loaded now, with whatever success
-        fuzz::expect_pairs_of(path + "cmp", *table);
+        const std::string cache = fuzz::scratch().read("table.cmp");
+        fuzz::expect(!is_cache || cache == given, "a cache that was there is another");
+        fuzz::expect_pairs_of(cache, *table);
         search(table, {data, size});
     }
     fuzz::expect(first.table->loaded == second.table->loaded &&

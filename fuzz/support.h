@@ -1,6 +1,8 @@
 // What the fuzzers share: reading choices from the input, failing, and places to put things.
 #pragma once
 
+#include "tests/support/temp_dir.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -94,10 +96,7 @@ inline std::string_view as_text(bytes b) {
     return {reinterpret_cast<const char*>(b.data()), b.size()};
 }
 
-// A directory of this process, removed at its end; where there is one, in memory.
-const std::string& scratch_directory();
-void write_file(const std::string& path, bytes contents);
-// Removes what the directory holds.
-void empty_directory(const std::string& path);
+// A directory of this process, removed at its end.
+const test::temp_dir& scratch();
 
 } // namespace fuzz

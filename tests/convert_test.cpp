@@ -1,8 +1,11 @@
-// The four calls that run a conversion: known conversions, every pair of charsets with every
-// option, and the same outcome however input and output are cut. What iconv(3) can judge is
-// compared with it in oracle_test.cpp.
+// The four calls that run a conversion, the session's fields, and the conversions that need none:
+// known conversions, every pair of charsets with every option, and the same outcome however input
+// and output are cut. What iconv(3) can judge is compared with it in oracle_test.cpp.
 #include "tests/support/convert.h"
 #include "tests/support/digest.h"
+
+// The example of README.md, taken out of it by the build and compiled as C.
+extern "C" int to_utf8(const unsigned char* in, int length, unsigned char* out, int size);
 
 namespace {
 
@@ -219,6 +222,277 @@ TEST(Convert, OutcomesDoNotDependOnPiecesOrRoom) {
             }
         }
     }
+}
+
+TEST(Convert, TheReadmesExampleDoesWhatItSays) {
+    test::use_shipped_charsets();
+    const auto example = [](std::string_view text, int room) {
+        std::string out(100, '\0');
+        auto* const to = reinterpret_cast<unsigned char*>(out.data());
+        const int size =
+            to_utf8(test::bytes_of(text).data(), static_cast<int>(text.size()), to, room);
+        return size < 0 ? "refused" : out.substr(0, static_cast<std::size_t>(size));
+    };
+    EXPECT_EQ(example("A\x82\xA0\xB1", 100), "Aあｱ");
+    EXPECT_EQ(example("\x82\xA0", 2), "refused"); // no room
+    EXPECT_EQ(example("\xFD\x20", 100), "refused");
+}
+
+// ---- The session: what each call sets and leaves
+// --------------------------------------------------
+
+TEST(Session, IsClearedByTheTargetAndLeavesThePositionsAlone) {
+    test::use_shipped_charsets();
+    const auto s = std::make_unique<pvzan_session>();
+    std::memset(s.get(), 0x5A, sizeof *s);
+    const pvzan_session before = *s;
+    pvzan_target_options options{};
+    options.dstWriteBom = 1;
+    std::strcpy(options.langTag, "en");
+    options.newlineMode = 77;
+    ASSERT_EQ(cconvInitConvert(s.get(), &options, "UTF-8"), 0U);
+
+    // All but what the caller owns: zero, the options, their language, the target.
+    const auto expected = std::make_unique<pvzan_session>();
+    std::memcpy(expected.get(), &before, offsetof(pvzan_session, status));
+    expected->source = before.source;
+    expected->target = options;
+    for (char* language : {expected->baseLang, expected->outLang, expected->curLang}) {
+        std::strcpy(language, "en");
+    }
+    expected->dstGroupNo = 1006;
+    expected->dstGroup = s->dstGroup;
+    expected->dstRule = s->dstRule;
+    constexpr std::size_t last = offsetof(pvzan_session, subst1); // which has unnamed bytes inside
+    EXPECT_EQ(std::memcmp(s.get(), expected.get(), last), 0);
+    for (const pvzan_substitute& none : {s->subst1, s->subst2}) {
+        EXPECT_EQ(none.setNo | none.setType | none.code | none.bytes, 0U);
+    }
+    EXPECT_NE(s->dstRule, nullptr);
+    EXPECT_EQ(cconvConvert(s.get()), PVZAN_UNKNOWN_CHARSET); // no source yet
+    EXPECT_EQ(s->status, PVZAN_UNKNOWN_CHARSET);
+
+    s->charSetNo = s->srcCode = s->setCode = s->ucsCode = s->outCode = 99;
+    ASSERT_EQ(cconvChgCharset(s.get(), nullptr, "SHIFT_jis"), 0U);
+    EXPECT_EQ(s->srcGroupNo, 1001U);
+    EXPECT_EQ(s->srcShiftSet, 2001U);
+    EXPECT_EQ(s->charSetNo | s->srcCode | s->setCode | s->ucsCode | s->outCode, 0U);
+    EXPECT_EQ(s->source.srcBigEndian | s->source.srcCheckBom | s->source.skipInvalid, 0U);
+
+    ASSERT_EQ(cconvInitConvert(s.get(), nullptr, "utf-8"), 0U);
+    const pvzan_target_options none{};
+    EXPECT_EQ(std::memcmp(&s->target, &none, sizeof none), 0);
+}
+
+TEST(Session, UnknownCharsetsLeaveItWithoutRules) {
+    test::use_shipped_charsets();
+    std::uint8_t out[8];
+    const auto s = std::make_unique<pvzan_session>();
+    EXPECT_EQ(cconvTermConvert(s.get()), 0U); // no target: nothing to close
+    const std::string endless(100000, 'x');
+    const struct {
+        const char *to, *from;
+        std::uint32_t opened, changed;
+    } rows[] = {
+        {"X-Unknown", "utf-8", PVZAN_UNKNOWN_CHARSET, PVZAN_DONE},
+        {"utf-8", "utf-8", PVZAN_DONE, PVZAN_DONE},
+        {"utf-8", "", PVZAN_DONE, PVZAN_UNKNOWN_CHARSET}, // the source before it is gone, too
+        {"jis_x0208-1990", "utf-8", PVZAN_UNKNOWN_CHARSET, PVZAN_DONE}, // a coded set
+        {endless.c_str(), "utf-8", PVZAN_UNKNOWN_CHARSET, PVZAN_DONE},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(cconvInitConvert(s.get(), nullptr, row.to), row.opened);
+        EXPECT_EQ(cconvChgCharset(s.get(), nullptr, row.from), row.changed);
+        test::give_input(*s, "a");
+        test::give_output(*s, out);
+        const bool known = row.opened == PVZAN_DONE && row.changed == PVZAN_DONE;
+        EXPECT_EQ(cconvConvert(s.get()), known ? PVZAN_DONE : PVZAN_UNKNOWN_CHARSET);
+        EXPECT_EQ(s->inPos + s->outPos, known ? 2 : 0) << row.to;
+    }
+}
+
+TEST(Session, EveryStatusIsAResumePointOrAFreshStart) {
+    const std::string text = "a\x82\xA0";
+    for (const std::uint32_t status : {0U, 1U, 12U, 13U, 21U, 23U, 31U, 99U, UINT32_MAX}) {
+        const auto s = test::open("shift_jis", "utf-8");
+        std::uint8_t out[16];
+        test::give_input(*s, text);
+        test::give_output(*s, out);
+        s->status = status;
+        s->setCode = s->srcCode = 'x'; // a character that was dropped
+        EXPECT_EQ(cconvConvert(s.get()), 0U) << status;
+        EXPECT_EQ(test::written(*s), "a\xE3\x81\x82") << status;
+        EXPECT_EQ(s->inPos, 3);
+        EXPECT_EQ(s->inCount, 2U);
+        EXPECT_EQ(s->outCount, 2U);
+        // Used up: no rule is called, the characters stay as they are.
+        s->status = status;
+        EXPECT_EQ(cconvConvert(s.get()), 0U);
+        EXPECT_EQ(s->srcCode, 0x82A0U);
+        EXPECT_EQ(s->outCount, 2U);
+    }
+}
+
+TEST(Session, TheSourceMayChangeUnderWay) {
+    conversion c{.from = "shift_jis", .to = "iso-2022-jp"};
+    const auto s = test::open_session(c);
+    std::uint8_t out[64];
+    test::give_output(*s, out);
+    const auto feed = [&](const char* charset, std::string_view text) {
+        ASSERT_EQ(cconvChgCharset(s.get(), &c.source, charset), 0U);
+        test::give_input(*s, text);
+        ASSERT_EQ(cconvConvert(s.get()), 0U);
+    };
+    feed("shift_jis", "\x82\xA0");
+    feed("utf-8", "い");
+    feed("euc-jp", "\xA4\xA6.");
+    EXPECT_EQ(cconvTermConvert(s.get()), 0U);
+    // One designation for the three, one for the full stop.
+    EXPECT_EQ(test::written(*s), "\x1B$B$\"$$$&\x1B(B.");
+    EXPECT_EQ(s->inCount, 4U);
+
+    // The counts go on where another conversion starts.
+    ASSERT_EQ(cconvInitConvert(s.get(), &c.target, "utf-8"), 0U);
+    s->outPos = 0;
+    feed("shift_jis", "abc");
+    EXPECT_EQ(s->inCount, 7U);
+}
+
+// ---- HZ to GB 2312, UTF-7 to UCS-4; what fits less room is compared by fuzz/text.cpp
+// ---------------
+
+constexpr std::uint32_t not_set = ~0U;
+
+// What a conversion says, counts and writes. For HZ all of the output, which is as long as the
+// input, for UTF-7 what was counted. Input and output end where memory ends.
+template <class Text>
+struct result {
+    std::uint32_t value = 0, count = not_set;
+    Text out = {};
+    bool operator==(const result&) const = default;
+};
+using hz_result = result<std::string>;
+using utf7_result = result<std::u32string>;
+
+hz_result from_hz(const std::string& text, std::int32_t size) {
+    const test::guarded_buffer in(text.size() + 1), out(text.size());
+    std::memcpy(in.data(), text.c_str(), in.size());
+    std::fill_n(out.data(), out.size(), std::uint8_t{'?'});
+    hz_result r;
+    r.value = ZAN_HZtoGB2312(out.data(), in.data(), size, &r.count);
+    r.out = test::text_of({out.data(), out.size()});
+    return r;
+}
+
+utf7_result from_utf7(const std::string& text, std::int32_t size) {
+    const auto room = static_cast<std::size_t>(std::max(size, 0));
+    const test::guarded_buffer in(text.size() + 1), out(room * sizeof(std::uint32_t));
+    std::memcpy(in.data(), text.c_str(), in.size());
+    auto* const units = reinterpret_cast<std::uint32_t*>(out.data());
+    utf7_result r;
+    r.value = ZAN_UTF_7ToUCS_4(units, in.data(), size, &r.count);
+    EXPECT_TRUE(r.count == not_set || r.count <= room);
+    r.out.assign(units, units + (r.count == not_set ? 0 : r.count));
+    return r;
+}
+
+// Every text of so many of the pieces that matter.
+template <std::size_t Count, class Ask>
+void for_each_text(const std::string (&pieces)[Count], std::size_t longest, Ask ask) {
+    for (std::size_t length = 0, texts = 1; length <= longest; ++length, texts *= Count) {
+        for (std::size_t number = 0; number < texts; ++number) {
+            std::string text;
+            std::size_t rest = number;
+            for (std::size_t i = 0; i < length; ++i, rest /= Count) {
+                text += pieces[rest % Count];
+            }
+            ask(text, number);
+        }
+    }
+}
+
+// Recorded when it was found to be what a second reading of the rules gives.
+TEST(Hz, EveryShortText) {
+    const std::string bytes[] = {"~", "{", "}", "\n", "A", "\xB0"};
+    test::digest answers("HZ");
+    for_each_text(bytes, 5, [&](const std::string& text, std::size_t number) {
+        for (const std::size_t size : {number % (text.size() + 3), std::size_t{100}}) {
+            const hz_result r = from_hz(text, static_cast<std::int32_t>(size));
+            answers.add({r.value, r.count});
+            answers.add(r.out);
+        }
+    });
+    EXPECT_EQ(from_hz("a~}~~{<>~}", 1000), (hz_result{0, 5, "a?}~\xBC\xBE????"}));
+    EXPECT_EQ(from_hz("abc", -5), (hz_result{0, 3, "abc"}));
+    EXPECT_EQ(from_hz("ab~", INT32_MIN), (hz_result{2, not_set, "ab?"}));
+    // Counts are given modulo 65536; room is counted in full.
+    const std::string letters(70000, 'a');
+    EXPECT_TRUE(from_hz(letters, 1) == (hz_result{0, 70000 % 65536, letters}));
+    EXPECT_TRUE(from_hz(letters + "~{", 70001) ==
+                (hz_result{70000 % 65536, not_set, letters + "??"}));
+}
+
+utf7_result expected(std::uint32_t value, const std::u32string& text) {
+    return {value, static_cast<std::uint32_t>(text.size()), text};
+}
+
+// In rooms around its length, and known texts: recorded when spelled-out cases had been found
+// right. A character that does not fit is left whole, and so is a pair.
+TEST(Utf7, EveryShortText) {
+    const std::string pieces[] = {"a", "+", "-", "AGE", "A", "2D3c", "Adg9", "~", "\xE3", "/w"};
+    test::digest answers("UTF-7");
+    const auto ask = [&](const std::string& text, std::size_t = 0) {
+        for (const std::int32_t size : {INT32_MIN, -1, 0, 1, 2, 3, 5, 100}) {
+            const utf7_result r = from_utf7(text, size);
+            answers.add({r.value, r.count});
+            for (const char32_t c : r.out) {
+                answers.add({c});
+            }
+        }
+    };
+    for_each_text(pieces, 3, ask);
+    for (int byte = 1; byte < 0x100; ++byte) {
+        const std::string c(1, static_cast<char>(byte));
+        ask(c);
+        ask("+A" + c + "E-" + c);
+    }
+    EXPECT_EQ(from_utf7("Hi Mom -+Jjo--+2//f/w-", 100), expected(0, U"Hi Mom -\u263A-\U0010FFFF"));
+    EXPECT_EQ(from_utf7("a+2D0AYQ-", 100), expected(2, U"a")); // half a pair before another letter
+}
+
+// Every character, as another converter writes it, in runs of all lengths.
+TEST(Utf7, EveryCharacter) {
+    test::oracle to_utf7("UTF-8", "UTF-7");
+    if (!to_utf7.available()) {
+        GTEST_SKIP() << "no UTF-7 here";
+    }
+    std::mt19937 random(7);
+    std::u32string text;
+    for (char32_t c = 1; c <= 0x10FFFF; c += c == 0xD7FF ? 0x801 : 1) {
+        text += c;
+        if (random() % 5 == 0) {
+            text += static_cast<char32_t>('!' + random() % 94);
+        }
+        if (text.size() >= 500 || c == 0x10FFFF) {
+            const std::string utf7 = to_utf7(test::utf8(text)).value();
+            ASSERT_EQ(from_utf7(utf7, static_cast<std::int32_t>(text.size())), expected(0, text));
+            text.clear();
+        }
+    }
+}
+
+TEST(StandAlone, NullPointers) {
+    std::uint8_t in[] = {'a', 0};
+    std::uint32_t out = 7, count = 7;
+    EXPECT_EQ(ZAN_HZtoGB2312(nullptr, in, 1, &count), 0U);
+    EXPECT_EQ(ZAN_HZtoGB2312(in, nullptr, 1, &count), 0U);
+    EXPECT_EQ(ZAN_HZtoGB2312(in, in, 1, nullptr), 0U);
+    EXPECT_EQ(count, 7U);
+    EXPECT_EQ(ZAN_UTF_7ToUCS_4(nullptr, in, 1, &count), 1U);
+    EXPECT_EQ(count, 0U);
+    EXPECT_EQ(ZAN_UTF_7ToUCS_4(&out, nullptr, 1, &count), 0U);
+    EXPECT_EQ(ZAN_UTF_7ToUCS_4(&out, in, 1, nullptr), 0U);
+    EXPECT_EQ(out, 7U);
 }
 
 } // namespace

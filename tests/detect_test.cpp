@@ -8,56 +8,28 @@
 
 namespace {
 
-struct answer {
-    u32 result = 0;
-    std::string name = "unknown";
-    u32 declared = 0, marked = 0, big_endian = 1, newline = 0, flags = 0;
-    bool operator==(const answer&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& out, const answer& a) {
-    return out << a.result << " " << a.declared << a.marked << a.big_endian << " " << a.newline
-               << " " << a.flags << " " << a.name;
-}
-
-// In one line of ASCII, whatever the name is made of.
-std::string shown(const answer& a) {
-    std::string line;
-    for (const char c : (std::ostringstream() << a).str()) {
-        line += c >= ' ' && c <= '~' ? std::string(1, c) : '<' + test::to_hex({&c, 1}) + '>';
-    }
-    return line;
-}
-
-// Asks the library about text[pos, end); the caller's fields must come back as they were.
-answer ask(const u8* text, i32 pos, i32 end) {
+// What the library says about text[pos, end), in one line of ASCII, whatever the name is made of;
+// the caller's fields must come back as they were.
+std::string ask(const u8* text, i32 pos, i32 end) {
     const auto request = std::make_unique<pvzan_detection_request>();
     std::memset(request.get(), 'x', sizeof *request); // what the call does not set shows
     request->text = text;
     request->textPos = pos;
     request->textEnd = end;
-    answer a;
-    a.result = cconvChkEncode(request.get());
-    EXPECT_EQ(request->text, text);
-    EXPECT_EQ(request->textPos, pos);
-    EXPECT_EQ(request->textEnd, end);
-    a.name = std::string(request->encodingName, ::strnlen(request->encodingName, text_bytes));
-    a.declared = request->xmlDeclared;
-    a.marked = request->bomFound;
-    a.big_endian = request->bigEndian;
-    a.newline = request->newlineKind;
-    a.flags = request->resultFlags;
-    return a;
-}
-
-answer ask(std::string_view text, std::size_t pos = 0) {
-    return ask(reinterpret_cast<const u8*>(text.data()), static_cast<i32>(pos),
-               static_cast<i32>(text.size()));
+    std::ostringstream line;
+    line << cconvChkEncode(request.get()) << ' ' << request->xmlDeclared << request->bomFound
+         << request->bigEndian << ' ' << request->newlineKind << ' ' << request->resultFlags << ' ';
+    EXPECT_TRUE(request->text == text && request->textPos == pos && request->textEnd == end);
+    const std::size_t length = ::strnlen(request->encodingName, text_bytes);
+    for (const char& c : std::string_view(request->encodingName, length)) {
+        line << (c >= ' ' && c <= '~' ? std::string(1, c) : '<' + test::to_hex({&c, 1}) + '>');
+    }
+    return line.str();
 }
 
 // The text ends where memory ends.
-answer ask_at_end(const std::string& buffer, std::size_t pos) {
-    static const test::guarded_buffer memory(8192);
+std::string ask_at_end(const std::string& buffer, std::size_t pos) {
+    static const test::guarded_buffer memory(32768);
     u8* const text = memory.data() + memory.size() - buffer.size();
     std::ranges::copy(buffer, text);
     return ask(text, static_cast<i32>(pos), static_cast<i32>(buffer.size()));
@@ -94,7 +66,7 @@ const std::vector<recorded_text>& recorded_texts() {
 TEST(Detect, RecordedTexts) {
     EXPECT_GT(recorded_texts().size(), 600U);
     for (const auto& [bytes, answer, pos] : recorded_texts()) {
-        EXPECT_EQ(shown(ask_at_end(bytes, pos)), answer) << test::to_hex(bytes);
+        EXPECT_EQ(ask_at_end(bytes, pos), answer) << test::to_hex(bytes);
     }
 }
 
@@ -118,7 +90,7 @@ TEST(Detect, TextsMadeOfThem) {
             made[below(made.size())] = static_cast<char>(below(4) == 0 ? '\0' : random());
         }
         made.resize(std::min<std::size_t>(made.size(), 8000));
-        answers.add(shown(ask_at_end(made, below(4) == 0 ? below(made.size() + 1) : 0)));
+        answers.add(ask_at_end(made, below(4) == 0 ? below(made.size() + 1) : 0));
         const i32 found =
             findEncoding(reinterpret_cast<const u8*>(made.data()), static_cast<i32>(made.size()),
                          static_cast<i32>(round % 6) - 1);
@@ -136,7 +108,7 @@ TEST(Detect, EveryPairOfBytes) {
         plausible.add(isUNICODE_BMP(value >> 8, value & 0xFF) != 0 ? "1" : "0");
         const std::string pair = {static_cast<char>(value >> 8), static_cast<char>(value & 0xFF)};
         for (const std::string& text : {pair, pair + "ab", "\xA4\xA2" + pair + "\xA4\xA2\r\n"}) {
-            pairs.add(shown(ask_at_end(text, 0)));
+            pairs.add(ask_at_end(text, 0));
         }
     }
 }
@@ -144,14 +116,15 @@ TEST(Detect, EveryPairOfBytes) {
 // An extent that makes no sense holds nothing.
 TEST(Detect, ImpossibleExtents) {
     const test::guarded_buffer page(0);
+    const std::string nothing = "0 001 0 0 unknown";
     constexpr i32 least = INT32_MIN, most = INT32_MAX;
     const std::pair<i32, i32> extents[] = {{0, 0},     {5, 5},      {1, 0},        {0, -1},
                                            {-1, 4},    {-4, -2},    {least, most}, {most, least},
                                            {least, 0}, {most, most}};
     for (const auto& [pos, end] : extents) {
-        EXPECT_EQ(ask(page.data(), pos, end), answer{}) << pos << " " << end;
+        EXPECT_EQ(ask(page.data(), pos, end), nothing) << pos << " " << end;
     }
-    EXPECT_EQ(ask(nullptr, 0, 100), answer{});
+    EXPECT_EQ(ask(nullptr, 0, 100), nothing);
     EXPECT_EQ(cconvChkEncode(nullptr), 0U);
     EXPECT_EQ(cconvIsEndianAware(nullptr), 0U);
     for (const char* name : {"", "utf-16", "UTF-16 ", "UTF-1", "ISO-10646-UCS-22"}) {
@@ -165,7 +138,7 @@ TEST(Detect, LengthOfADeclaredName) {
         for (const std::size_t length : {most, most + 1, std::size_t{5000}}) {
             const std::string name(length, 'n');
             const std::string text = test::widen("<?xml encoding='" + name + "'?>", width, false);
-            EXPECT_EQ(ask(text).name == name, length <= most) << length;
+            EXPECT_EQ(ask_at_end(text, 0).ends_with(' ' + name), length <= most) << length;
         }
     }
 }

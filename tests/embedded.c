@@ -1,4 +1,4 @@
-/* embedded DIRECTORY CHARSET...: writes every scalar in every charset, and what it reads back as.
+/* embedded DIRECTORY CHARSET...: writes a UTF-8 text in every charset, and what it reads back as.
  * "-" is the directory that the program has inside. */
 #include "pvzan.h"
 
@@ -26,20 +26,10 @@ static int convert(const char* from, const char* to, unsigned char* in, int size
 }
 
 int main(int count, char** arguments) {
-    int size = 0;
+    int size;
     if (count < 2 || (strcmp(arguments[1], "-") != 0 && !ZAN_setCharsetPath(arguments[1])))
         return 2;
-    for (unsigned c = 0x20; c < 0x30000; ++c) {
-        if (c >= 0xD800 && c <= 0xDFFF)
-            continue;
-        if (c >= 0x10000)
-            utf8[size++] = (unsigned char)(0xF0 | c >> 18);
-        if (c >= 0x800)
-            utf8[size++] = (unsigned char)((c >= 0x10000 ? 0x80 : 0xE0) | (c >> 12 & 0x3F));
-        if (c >= 0x80)
-            utf8[size++] = (unsigned char)((c >= 0x800 ? 0x80 : 0xC0) | (c >> 6 & 0x3F));
-        utf8[size++] = (unsigned char)(c >= 0x80 ? 0x80 | (c & 0x3F) : c);
-    }
+    size = (int)fread(utf8, 1, ROOM, stdin);
     for (int i = 2; i < count; ++i) {
         const int written = convert("utf-8", arguments[i], utf8, size, there);
         if (written < 0 || convert(arguments[i], "utf-8", there, written, back) < 0) {

@@ -68,18 +68,15 @@ void write_directory(const test::temp_dir& directory) {
         directory,
         {"one", "constSAME", "destSAME", {{"low", 1, "low.txt"}, {"wide", 2, "wide.txt"}}});
     test::write_definition(directory, {"two", "constUTF-8", "destUTF-8", {{"all", 4}}});
-    std::string low, wide;
-    for (int c = 0x20; c < 0x7F; ++c) {
-        char line[64];
-        std::snprintf(line, sizeof line, "%X %X\r\n", c, c);
-        low += line;
-        std::snprintf(line, sizeof line, "%X %X\r\n", 0x8100 + c, 0x3000 + c);
-        wide += line;
+    test::pairs low, wide;
+    for (u32 c = 0x20; c < 0x7F; ++c) {
+        low.emplace_back(c, c);
+        wide.emplace_back(0x8100 + c, 0x3000 + c);
     }
-    directory.write("low.txt", test::widen(low + "  ", 2, false));
-    directory.write("wide.txt", test::widen(wide + "  ", 2, false));
+    directory.write("low.txt", test::as_text(low));
+    directory.write("wide.txt", test::as_text(wide));
     // An extra table that only some characters need.
-    directory.write("extra.txt", test::widen("8141 4E00\r\n8142 4E01\r\n  ", 2, false));
+    directory.write("extra.txt", test::as_text({{0x8141, 0x4E00}, {0x8142, 0x4E01}}));
     std::string text = directory.read("one.xml");
     const auto insert = [&](std::string_view before, std::string_view what) {
         text.insert(text.find(test::widen(before, 2, false)), test::widen(what, 2, false));
@@ -99,7 +96,7 @@ struct result {
 };
 
 result convert(session& s, const char* from, const char* to, std::string_view text,
-               std::span<char> room) {
+               std::span<u8> room) {
     const test::conversion big_endian{from, to};
     u32 status = cconvInitConvert(&s, &big_endian.target, to);
     if (status == PVZAN_DONE) {
@@ -108,14 +105,11 @@ result convert(session& s, const char* from, const char* to, std::string_view te
     if (status != PVZAN_DONE) {
         return {status, {}};
     }
-    s.inBuf = reinterpret_cast<const u8*>(text.data());
-    s.inPos = s.outPos = 0;
-    s.inLen = static_cast<i32>(text.size());
-    s.outBuf = reinterpret_cast<u8*>(room.data());
-    s.outLen = static_cast<i32>(room.size());
+    test::give_input(s, text);
+    test::give_output(s, room);
     status = cconvConvert(&s);
     cconvTermConvert(&s);
-    return {status, {room.data(), static_cast<std::size_t>(s.outPos)}};
+    return {status, test::text_of(room.first(static_cast<std::size_t>(s.outPos)))};
 }
 
 // The calls that conversions do not make; each gives null or 0 for want of memory.
@@ -155,7 +149,7 @@ void expect_recovery(start from) {
     const test::temp_dir directory;
     write_directory(directory);
     session s{};
-    std::string room(2048, '\0'), back_room(2048, '\0');
+    std::array<u8, 2048> room, back_room;
     std::string sample;
     for (int i = 0; i < 30; ++i) {
         sample += "letters, \xE3\x81\x81\xE3\x81\x82\xE4\xB8\x80"; // U+3041 U+3042 U+4E00
@@ -234,16 +228,11 @@ void expect_recovery(start from) {
     EXPECT_GT(needed, from == start::loaded ? 20 : 80); // it was not for nothing
 }
 
-TEST(Faults, EveryAllocationMayFailWithoutCaches) {
-    expect_recovery(start::cold);
-}
-
-TEST(Faults, EveryAllocationMayFailWithCaches) {
-    expect_recovery(start::cached);
-}
-
-TEST(Faults, EveryAllocationMayFailOnceAllIsLoaded) {
-    expect_recovery(start::loaded);
+TEST(Faults, EveryAllocationMayFail) {
+    for (const start from : {start::cold, start::cached, start::loaded}) {
+        SCOPED_TRACE(static_cast<int>(from));
+        expect_recovery(from);
+    }
 }
 
 } // namespace

@@ -75,6 +75,7 @@ TEST(HostileFiles, EntitiesThatNameNoFile) {
     const std::string names[] = {"x.xml", "folder",    "pipe", "zero",
                                  "loop",  "missing",   "",     "/",
                                  ".",     "/dev/zero", "..",   std::string(10000, 'n')};
+    const bool there = fs::exists("/.cmp"); // in the root directory, to which "/" may lead
     const std::string set = head + "<subseta>\n<name>s</name>\n<lang domain=\"\"/>\n" +
                             "<code bytenum=\"1\"/>\n<srtable>&t;</srtable>\n</subseta>\n";
     directory.write_utf16("good.set", set);
@@ -95,6 +96,7 @@ TEST(HostileFiles, EntitiesThatNameNoFile) {
             test::charset_directory::clear_registry();
         }
     }
+    EXPECT_EQ(fs::exists("/.cmp"), there);
 }
 
 // Documents of nothing but one thing.
@@ -146,7 +148,7 @@ TEST(HostileFiles, TheWorstDocumentsTakeLinearTime) {
 TEST(HostileFiles, AHugeDocumentIsOneMore) {
     const test::charset_directory directory;
     std::string text = test::widen(definition("", ""), 2, false);
-    text.resize(100 << 20, ' ');
+    text.resize(16 << 20, ' '); // little memory may be left where it goes
     directory.write("x.xml", "\xFF\xFE" + text);
     EXPECT_EQ(xmlReadXML("x.xml"), 1U);
     fs::resize_file(directory.file("x.xml"), std::uintmax_t{1} << 40);
@@ -163,64 +165,8 @@ TEST(HostileFiles, TenThousandDefinitions) {
     test::in_child([&] { expect_wide(directory); });
 }
 
-// ---- Every byte of small files -----------------------------------------------------------------
-
-// Calls check for the file cut at every length, and with every single byte changed in many ways.
-template <typename Check>
-void for_each_damage(const test::temp_dir& directory, const char* name, Check check) {
-    const std::string whole = directory.read(name);
-    for (std::size_t size = 0; size < whole.size(); ++size) {
-        directory.write(name, whole.substr(0, size));
-        check();
-    }
-    for (std::size_t at = 0; at < whole.size(); ++at) {
-        std::string damaged = whole;
-        for (const int change : {1, 2, 4, 8, 16, 32, 64, 128, 255, whole[at] & 0xFF}) {
-            damaged[at] = static_cast<char>(whole[at] ^ change);
-            directory.write(name, damaged);
-            check();
-        }
-        ASSERT_FALSE(::testing::Test::HasFailure()) << name << " damaged at " << at;
-    }
-    directory.write(name, whole);
-}
-
-// A damaged cache maps what it says, whatever the text says; a damaged text what the cache says
-// that it left. Damaged definitions are for fuzz/definition.cpp.
-TEST(HostileFiles, TablesCutAndChangedAnywhere) {
-    const test::charset_directory directory;
-    const test::pairs all{{0x8141, 0x3001}, {0x8142, 0x3002}, {0x41, 0x41}, {0xFFFFFFFF, 0x1F600}};
-    for (const bool from_cache : {true, false}) {
-        directory.write("t.txt", test::as_text(from_cache ? test::pairs{{0x8143, 0x3003}} : all));
-        directory.write("t.cmp", test::as_cache(all));
-        for_each_damage(directory, from_cache ? "t.cmp" : "t.txt", [&] {
-            if (!from_cache) {
-                fs::remove(directory.file("t.cmp"));
-            }
-            const std::string given = directory.read("t.cmp");
-            const test::owned_table table = test::make_table(4, 1, "t.txt");
-            EXPECT_EQ(loadTableFile(table.get()), table->loaded);
-            loadTablFile(table.get());
-            const std::string cache = directory.read("t.cmp");
-            EXPECT_TRUE(cache == given || !from_cache);
-            std::map<u32, u32> expected;
-            for (std::size_t at = 0; at + 8 <= cache.size(); at += 8) {
-                u32 pair[2];
-                std::memcpy(pair, cache.data() + at, sizeof pair);
-                expected[pair[0]] = pair[1];
-            }
-            for (const auto& [code, ucs] : expected) {
-                EXPECT_EQ(test::value_of(table.get(), code), ucs) << code;
-            }
-            EXPECT_EQ(test::value_of(table.get(), 0x8143),
-                      expected.contains(0x8143) ? expected[0x8143] : 0)
-                << "the text was read";
-        });
-    }
-}
-
-// Every pair asks for a block of its own, of the widest values there are, too: memory and time have
-// their limits.
+// Every pair asks for a block of its own, of the widest values there are, too: memory has its
+// limit.
 TEST(HostileFiles, SparseTablesEnd) {
     const test::charset_directory directory;
     test::pairs sparse;
@@ -232,9 +178,7 @@ TEST(HostileFiles, SparseTablesEnd) {
     for (const char* name : {"text.txt", "cache.txt"}) {
         for (const u32 width : {0U, 4U, 0xFFFFU}) {
             const test::owned_table table = test::make_table(width, 1, name);
-            const double start = test::cpu_seconds();
             loadTablFile(table.get());
-            EXPECT_LT(test::cpu_seconds() - start, 3) << name << width;
             EXPECT_GE(table->blocks->count, 1U);
             EXPECT_LE(u64{table->blocks->count} * std::max(width, 4U), 1U << 16);
         }
@@ -277,9 +221,7 @@ TEST(HostileFiles, AReadOnlyDirectoryWorksWithoutACache) {
     write_wide(directory);
     fs::permissions(directory.path(), fs::perms{0555});
     test::in_child([&] {
-        if (::geteuid() == 0) {
-            ASSERT_EQ(::setuid(65534), 0); // the superuser may write everywhere
-        }
+        test::obey_permissions();
         expect_wide(directory);
     });
     EXPECT_FALSE(directory.has("wide.cmp"));
@@ -287,18 +229,15 @@ TEST(HostileFiles, AReadOnlyDirectoryWorksWithoutACache) {
 }
 
 TEST(HostileFiles, ADirectoryIsTakenLiterally) {
-    const test::temp_dir outer;
+    const test::temp_dir outer, made;
+    write_wide(made);
     for (const char* name : {"a*", "[b]", "c\\", "d?", "~"}) {
-        const std::string path = outer.file(name) + "/";
-        fs::create_directory(path);
-        const test::temp_dir made;
-        write_wide(made);
-        fs::copy(made.path(), path, fs::copy_options::recursive);
+        fs::copy(made.path(), outer.file(name));
         test::in_child([&] {
-            ZAN_setCharsetPath(path.c_str());
+            ZAN_setCharsetPath(outer.file(name).c_str());
             expect_wide(made); // the path was settled before
         });
-        EXPECT_TRUE(fs::exists(path + "wide.cmp")) << name;
+        EXPECT_TRUE(outer.has(name + std::string("/wide.cmp"))) << name;
     }
 }
 

@@ -35,35 +35,6 @@ void choose_options(conversion& c, random_numbers& random) {
     }
 }
 
-void open(session& s, const conversion& c) {
-    EXPECT_EQ(cconvInitConvert(&s, &c.target, c.to), 0U) << c.to;
-    EXPECT_EQ(cconvChgCharset(&s, &c.source, c.from), 0U) << c.from;
-}
-
-// Converts what the input holds through that output until nothing moves any more.
-std::string convert_on(session& s, u8* out, i32 capacity, std::size_t most_calls) {
-    std::string bytes;
-    s.outBuf = out;
-    s.outLen = capacity;
-    s.outPos = 0;
-    for (;;) {
-        const i32 before = s.inPos;
-        const u32 status = cconvConvert(&s);
-        const bool moved = s.inPos != before || s.outPos != 0;
-        bytes.append(reinterpret_cast<const char*>(out), static_cast<std::size_t>(s.outPos));
-        s.outPos = 0;
-        EXPECT_GT(most_calls, 0U) << "status " << status;
-        if (status == PVZAN_DONE || most_calls-- == 0) {
-            return bytes;
-        }
-        if (!moved && status == PVZAN_INVALID_INPUT) {
-            ++s.inPos;
-        } else if (!moved && status != PVZAN_UNREPRESENTABLE) {
-            return bytes;
-        }
-    }
-}
-
 // With directories of their own, each in a process of its own, before this one settles the shipped
 // one.
 
@@ -92,8 +63,6 @@ TEST(Termination, EveryCombinationEnds) {
         }
         ASSERT_EQ(ZAN_setCharsetPath(directory.path().c_str()), 1U);
         random_numbers random(2);
-        session s{};
-        u8 output[64];
         constexpr std::string_view likely = "\0A\x1B$B(\x8E\xF3\xA0\x80\x81\xFF\xFE\xD8\r\nA"sv;
         std::string text(150, '\0');
         for (const std::string& from : names) {
@@ -104,13 +73,7 @@ TEST(Termination, EveryCombinationEnds) {
                 }
                 conversion c{.from = from.c_str(), .to = to.c_str()};
                 choose_options(c, random);
-                open(s, c);
-                s.inBuf = reinterpret_cast<const u8*>(text.data());
-                s.inPos = 0;
-                s.inLen = static_cast<i32>(text.size());
-                s.status = random() % 40;
-                convert_on(s, output, static_cast<i32>(random() % sizeof output), 3000);
-                cconvTermConvert(&s);
+                test::run(c, {text}, random() % 64);
                 ASSERT_FALSE(::testing::Test::HasFailure()) << from << " to " << to;
             }
         }
@@ -150,8 +113,7 @@ TEST(Termination, TheWorstTextsTakeLinearTime) {
             {"utf-8", "か", ""},
             {"utf-8", "か゚", ""},
         };
-        std::string text, output(std::size_t{1} << 22, '\0');
-        session s{};
+        std::string text;
         for (const auto& c : cases) {
             test::expect_linear_time(c.from + c.unit, [&](std::size_t bytes) {
                 text.clear();
@@ -160,15 +122,11 @@ TEST(Termination, TheWorstTextsTakeLinearTime) {
                 }
                 text += c.ending;
                 return [&] {
-                    open(s, {.from = c.from, .to = "iso-2022-jp", .source = {1, 0, 1}});
-                    s.inBuf = reinterpret_cast<const u8*>(text.data());
-                    s.inPos = 0;
-                    s.inLen = static_cast<i32>(text.size());
-                    convert_on(s, reinterpret_cast<u8*>(output.data()),
-                               static_cast<i32>(output.size()), 5 * text.size());
+                    test::run({.from = c.from, .to = "iso-2022-jp", .source = {1, 0, 1}}, {text},
+                              std::size_t{1} << 22);
                     pvzan_detection_request request{};
-                    request.text = s.inBuf;
-                    request.textEnd = s.inLen;
+                    request.text = test::bytes_of(text).data();
+                    request.textEnd = static_cast<i32>(text.size());
                     cconvChkEncode(&request);
                 };
             });
@@ -202,7 +160,7 @@ TEST(Bounds, PositionsAreInput) {
     session s{};
     for (const char* charset : test::all_charsets) {
         const auto start = [&](u32 status) {
-            open(s, {.from = charset, .to = charset});
+            s = *test::open(charset, charset);
             s.inBuf = in.data();
             s.inLen = length;
             s.outBuf = out.data();

@@ -1,6 +1,8 @@
 #include "tests/support/child.h"
 
 #include <csignal>
+#include <linux/capability.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -59,6 +61,12 @@ bool dies_by_assertion(const std::function<void()>& body, const char* text) {
     const int status = run_child(body, messages);
     return WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT &&
            messages.find(text) != std::string::npos;
+}
+
+void obey_permissions() {
+    __user_cap_header_struct whose{_LINUX_CAPABILITY_VERSION_3, 0};
+    const __user_cap_data_struct none[2]{};
+    EXPECT_EQ(::syscall(SYS_capset, &whose, none), 0);
 }
 
 } // namespace test

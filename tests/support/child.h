@@ -12,4 +12,8 @@ void in_child(const std::function<void()>& body);
 // Runs body in a child, and tells whether an assertion stopped it, whose message must contain text.
 bool dies_by_assertion(const std::function<void()>& body, const char* text);
 
+// Permissions of files hold for this process from now on, whoever's it is. Becoming somebody else
+// would do that too, but that one may have no way to the files.
+void obey_permissions();
+
 } // namespace test

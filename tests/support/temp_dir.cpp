@@ -1,13 +1,20 @@
 #include "tests/support/temp_dir.h"
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
 namespace test {
 
-temp_dir::temp_dir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "pvzan-test-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
+temp_dir::temp_dir(std::string_view inside)
+    : top_(std::filesystem::temp_directory_path() / "pvzan-test-XXXXXX") {
+    if (::mkdtemp(top_.data()) == nullptr) {
         throw std::runtime_error("cannot make a temporary directory");
     }
-    path_ = pattern + "/";
+    path_ = top_ + "/" + std::string(inside);
+    std::filesystem::create_directories(path_);
 }
 
 temp_dir::temp_dir(without_caches_t) : temp_dir() {
@@ -20,7 +27,13 @@ temp_dir::temp_dir(without_caches_t) : temp_dir() {
 
 temp_dir::~temp_dir() {
     std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    std::filesystem::remove_all(top_, ignored);
+}
+
+void temp_dir::clear() const {
+    for (const auto& entry : std::filesystem::directory_iterator(path_)) {
+        std::filesystem::remove_all(entry);
+    }
 }
 
 std::string temp_dir::file(std::string_view name) const {

@@ -1,17 +1,19 @@
 // Temporary directories, and files in the encodings of definitions and tables.
 #pragma once
 
-#include "tests/support/test.h"
+#include <string>
+#include <string_view>
 
 namespace test {
 
 struct without_caches_t {};
 inline constexpr without_caches_t without_caches{};
 
-// A directory that goes with its owner, with everything in it.
+// A directory that goes with its owner, with everything in it; with inside, a path deep in it, so
+// that what climbs does not climb out.
 class temp_dir {
 public:
-    temp_dir();
+    explicit temp_dir(std::string_view inside = {});
     // The shipped charset directory, whose tables are to be read as text.
     explicit temp_dir(without_caches_t);
     ~temp_dir();
@@ -27,9 +29,10 @@ public:
     void write_utf16(std::string_view name, std::string_view text) const;
     [[nodiscard]] std::string read(std::string_view name) const;
     [[nodiscard]] bool has(std::string_view name) const;
+    void clear() const;
 
 private:
-    std::string path_;
+    std::string top_, path_;
 };
 
 // ASCII text in units of 2 or 4 bytes.

@@ -240,14 +240,16 @@ struct finder {
         const writing after = look_at({s.after, s.after_size});
         s.gain = before.cost - after.cost;
         // Bytes are seldom well-formed UTF-8 by chance; codes of other charsets they are often. A
-        // text may quote what it tells about, and be plausible else.
+        // text may quote what it tells about, and be plausible else. Charsets of several bytes have
+        // lost part of most lines, but not of nearly all.
         constexpr i32 least_for_one = 4 * bit;
         constexpr u32 some_kana = 3;
         const bool utf8 = which < utf8_count;
         const bool plausible = utf8 || (after.kana >= some_kana && !after.half_width);
         const i32 least =
             utf8 && way.is_single() ? 0 : least_for_one * static_cast<i32>(before.beyond);
-        if (s.gain < least || !plausible || (way.is_single() && exact * (utf8 ? 3 : 2) < lines)) {
+        const std::size_t share = !way.is_single() ? 8 : utf8 ? 3 : 2;
+        if (s.gain < least || !plausible || exact * share < lines) {
             s.gain = 0;
         }
     }

@@ -65,7 +65,7 @@ int main(int argc, char** argv) {
     try {
         status = run(argc, argv);
     } catch (const std::bad_alloc&) {
-        tool::complain("there is not enough memory");
+        tool::complain("not enough memory");
     } catch (const std::exception& error) {
         tool::complain(error.what());
     }

@@ -37,9 +37,10 @@ struct text_result {
     text_facts facts;
 };
 
-// output returns false to end it all. The report gets all problems, and the source when it is
-// known.
+using byte_sink = std::function<bool(bytes_view)>; // false to end it all
+
+// The report gets all problems, and the source when it is known.
 text_result convert_text(const input_file& file, const text_conversion& conversion,
-                         const std::function<bool(bytes_view)>& output, file_report& report);
+                         const byte_sink& output, file_report& report);
 
 } // namespace tool

@@ -60,8 +60,7 @@ void tell_lines(std::string_view before, std::string_view after, const char* wor
 
 } // namespace
 
-text_result repair_text(const input_file& file, const std::function<bool(bytes_view)>& output,
-                        file_report& report) {
+text_result repair_text(const input_file& file, const byte_sink& output, file_report& report) {
     text_result result;
     std::vector<std::uint8_t> text;
     if (!read_all(file, text)) {

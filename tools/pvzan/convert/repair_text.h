@@ -6,7 +6,6 @@
 namespace tool {
 
 // Undoes what a wrong charset has made of a text in UTF-8; what is plausible passes as it is.
-text_result repair_text(const input_file& file, const std::function<bool(bytes_view)>& output,
-                        file_report& report);
+text_result repair_text(const input_file& file, const byte_sink& output, file_report& report);
 
 } // namespace tool

@@ -1,6 +1,7 @@
 #include "tools/pvzan/detect/source_guess.h"
 
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 #include <memory>
