@@ -13,8 +13,14 @@ namespace {
 constexpr i32 whole_bit = bit;
 
 // By so many bits the best must be ahead, by how many characters beyond ASCII there are.
-i32 margin_of(const candidate& c) {
-    const i32 bits = c.beyond <= 2 ? 8 : c.beyond <= 4 ? 9 : c.beyond < 8 ? 10 : 12;
+i32 margin_of(const pvzan_guesser& g, const candidate& c) {
+    const bool utf8 = c.name.kind == PVZAN_KIND_UTF_8;
+    const i32 bits = utf8 && g.offset >= in_a_text ? 4
+                     : utf8                        ? 11
+                     : c.beyond <= 2               ? 8
+                     : c.beyond <= 4               ? 9
+                     : c.beyond < 8                ? 10
+                                                   : 12;
     return bits * whole_bit;
 }
 
@@ -142,7 +148,7 @@ void decide_plain(pvzan_guesser& g) {
     for (const candidate& c : std::span(g.candidates, g.count)) {
         if (c.row.codes < structure::units || g.offset == 0) {
             offer(g, c, c.cost);
-            g.answer.verdict = PVZAN_GUESS_SURE;
+            g.answer.verdict = g.maybe_other ? PVZAN_GUESS_UNSURE : PVZAN_GUESS_SURE;
             return;
         }
     }
@@ -186,8 +192,21 @@ u32 offer_likely(pvzan_guesser& g, std::span<candidate*> ranked) {
     return told;
 }
 
-// Whether it is far enough before the next one, and as likely as writing is.
-bool is_sure(const pvzan_guesser& g, const candidate& best, const candidate* rival) {
+// Whether one reads the text nearly as well, and is only met more seldom: that settles nothing.
+bool has_equal(const candidate& best, std::span<candidate*> ranked) {
+    constexpr i32 least_lead = 2 * whole_bit;
+    const auto by_text = [](const candidate& c) {
+        return c.cost - static_cast<i32>(c.row.rare * bit);
+    };
+    return std::ranges::any_of(ranked, [&](const candidate* c) {
+        const bool relative = !best.row.family.empty() && c->row.family == best.row.family;
+        return c != &best && reads_all(*c) && !relative && by_text(*c) < by_text(best) + least_lead;
+    });
+}
+
+// Whether it is far enough before the others, and as likely as writing is.
+bool is_sure(const pvzan_guesser& g, const candidate& best, std::span<candidate*> ranked) {
+    const candidate* rival = ranked.size() > 1 ? ranked[1] : nullptr;
     constexpr i32 random_bits = 9; // that bytes at random cost
     const bool writing =
         best.beyond == 0 || best.row.codes >= structure::units ||
@@ -195,7 +214,10 @@ bool is_sure(const pvzan_guesser& g, const candidate& best, const candidate* riv
     if (!writing || g.maybe_other) {
         return false;
     }
-    const bool utf8 = best.name.kind == PVZAN_KIND_UTF_8 && !(best.by_chance && best.beyond <= 2);
+    // Sequences of two bytes may be chance where there are few.
+    const bool few = best.beyond <= 2 && best.long_ones == 0;
+    const bool utf8 =
+        best.name.kind == PVZAN_KIND_UTF_8 && (!few || (!best.by_chance && g.offset >= in_a_text));
     if (utf8 || rival == nullptr || rival->text_faults > 1) {
         return true;
     }
@@ -203,7 +225,8 @@ bool is_sure(const pvzan_guesser& g, const candidate& best, const candidate* riv
     constexpr u32 short_text = 8;                // where the user's language counts
     const i32 lead = rival->cost - best.cost;
     const i32 lead_by_text = best.beyond < short_text ? lead : lead + rival->favour - best.favour;
-    return std::min(lead, lead_by_text) >= (reads_all(*rival) ? margin_of(best) : damage_margin);
+    return !has_equal(best, ranked) &&
+           std::min(lead, lead_by_text) >= (reads_all(*rival) ? margin_of(g, best) : damage_margin);
 }
 
 } // namespace
@@ -236,7 +259,7 @@ void decide(pvzan_guesser& g, bool complete) {
         g.answer.doubt = best.fault_at;
         say(g, "but %02X is invalid, at byte %llu", best.fault_byte,
             static_cast<unsigned long long>(best.fault_at));
-    } else if (is_sure(g, best, count > 1 ? ranked[1] : nullptr)) {
+    } else if (is_sure(g, best, {ranked, count})) {
         g.answer.verdict = PVZAN_GUESS_SURE;
         say_what_decides(g, best);
     } else {

@@ -93,7 +93,8 @@ bool weigh_against_bytes(pvzan_guesser& g, structure wanted, bytes_view text, st
     const bool writing =
         g.named || by_wanted <= most_for_one * static_cast<i32>(characters) + fixed;
     if (by_wanted == none || by_wanted >= by_bytes || !writing) {
-        g.maybe_other = g.maybe_other || (writing && by_wanted < by_bytes + clear_lead);
+        const bool close = writing && by_wanted < by_bytes + clear_lead;
+        g.maybe_other = g.maybe_other || (close && wanted != structure::signs);
         return false;
     }
     std::ranges::copy(evidence, g.evidence);

@@ -84,7 +84,7 @@ kind kind_of(u32 c) {
         within(c, 0xF900, 0xFAFF)) {
         return kind::kanji;
     }
-    if (within(c, 0xAC00, 0xD7A3)) {
+    if (within(c, 0xAC00, 0xD7A3) || within(c, 0x3131, 0x318E)) {
         return kind::hangul;
     }
     if (within(c, 0xFF00, 0xFFEF)) {
@@ -247,6 +247,7 @@ namespace {
 constexpr u32 classes = 6; // of what is no letter of an alphabet
 constexpr u32 mark_class = 4, other_class = 5;
 constexpr u32 all_characters = 0x10000;
+constexpr u32 inside_a_word = 12 * bit; // a character alone between small letters: "Br端ssow"
 
 u32 cost_of(char digit) {
     return static_cast<u32>(digit >= 'a'   ? digit - 'a' + 36
@@ -357,6 +358,7 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
 u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
     u32 cost = 0, before = 0;
     seen last = see(' ');
+    bool inside = false; // of a word of small letters, at its last one
     for (const seen& c : text) {
         if (c.what == kind::none || cost >= most) {
             continue;
@@ -366,6 +368,10 @@ u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
         cost += m.costs[before * kinds + what] + case_cost(last, c);
         cost += common != 0 ? common : rare_cost[what];
         cost += c.what == kind::half_katakana ? sound_mark_cost(last, c) : 0;
+        const bool small = c.what == kind::letter && !c.capital;
+        cost += small && inside && last.what != kind::letter ? inside_a_word : 0;
+        inside = small || (inside && last.what == kind::letter && c.what >= kind::general_mark &&
+                           c.letter != 0x2019);
         before = what;
         last = c;
     }
@@ -374,6 +380,7 @@ u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
 
 u32 scorer::judge(std::span<const seen> text, std::string_view native) {
     constexpr u32 foreigner = 10 * bit; // a language that the charset is not made for
+    constexpr u32 written_by_few = 6 * bit;
     if (count_ == 0) {
         find_models();
     }
@@ -390,7 +397,8 @@ u32 scorer::judge(std::span<const seen> text, std::string_view native) {
         if (!wanted || !load(m)) {
             continue;
         }
-        const u32 more = is_native(native, m.language) ? 0 : foreigner;
+        const u32 more = (is_native(native, m.language) ? 0 : foreigner) +
+                         (m.language == "is" ? written_by_few : 0);
         const u32 most = best - std::min(best, more);
         best = std::min(best, (m.letters.empty() ? judge_characters(text, m, most)
                                                  : judge_letters(text, m, most)) +

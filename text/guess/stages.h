@@ -16,6 +16,7 @@ namespace text {
 
 inline constexpr std::size_t head_room = 64 * 1024, batch_room = 64 * 1024, evidence_room = 8192;
 inline constexpr u32 most_candidates = 128, most_origins = 1024;
+inline constexpr u64 in_a_text = 64; // a text is more than a word
 inline constexpr i32 fault_cost = 24 * bit;
 inline constexpr u64 nowhere = ~u64{0};
 
@@ -31,6 +32,7 @@ struct candidate {
     u32 faults = 0;         // of the evidence
     u32 beyond = 0;         // characters beyond ASCII in the evidence
     u32 odd = 0;            // of them, private use and the like
+    u32 long_ones = 0;      // of them, from U+0800 on: three bytes of UTF-8
     u64 hash = 0;           // of what it reads
     std::size_t first_fault = 0; // of the evidence
     u64 fault_at = nowhere;      // of the text

@@ -15,7 +15,7 @@ constexpr i32 far_behind = 60 * bit, first_look = 512;
 class taker {
 public:
     taker(candidate& c, seen* into) : c_(c), into_(into) {
-        c.faults = c.beyond = c.odd = 0;
+        c.faults = c.beyond = c.odd = c.long_ones = 0;
         c.by_chance = false;
         c.hash = 0xCBF29CE484222325U;
     }
@@ -26,6 +26,7 @@ public:
         note(scalar);
         c_.beyond += scalar >= 0x80 ? 1 : 0;
         c_.by_chance = c_.by_chance || (scalar >= 0x100 && scalar < 0x800);
+        c_.long_ones += scalar >= 0x800 ? 1 : 0;
         c_.odd += one.what == kind::odd ? 1 : 0;
     }
     // Whether to go on.
@@ -120,12 +121,15 @@ std::span<seen> read_as(pvzan_guesser& g, candidate& c, std::span<const u8> byte
 namespace {
 
 // Bits that speak for a charset before anything is read.
-i32 prior_of(const candidate& c) {
-    // One or two characters of two bytes may be chance, but for the marks and letters of Latin-1.
-    constexpr i32 utf8_lead = 20 * bit, by_chance_lead = 8 * bit;
-    constexpr u32 few = 2;
+i32 prior_of(const pvzan_guesser& g, const candidate& c) {
+    // One or two characters of two bytes may be chance, but for the marks and letters of Latin-1,
+    // and by themselves more than in a text of ASCII; more of them hardly.
+    constexpr u32 for_each = 4 * bit, most = 10, few = 2;
     if (c.name.kind == PVZAN_KIND_UTF_8 && c.beyond > 0) {
-        return c.beyond <= few && c.by_chance ? -by_chance_lead : -utf8_lead;
+        const bool by_itself = g.offset < in_a_text && c.beyond <= few && c.long_ones == 0;
+        const bool by_chance = c.by_chance && c.beyond <= few;
+        const u32 bits = by_chance ? (by_itself ? 8 : 12) : by_itself ? 15 : 20;
+        return -static_cast<i32>(bits * bit + for_each * (std::min(c.beyond, most) - 1));
     }
     return static_cast<i32>(c.row.rare * bit);
 }
@@ -141,7 +145,7 @@ void weigh_one(pvzan_guesser& g, candidate& c, std::span<const u8> evidence, boo
                         c.row.languages.find(g.language) != std::string_view::npos;
     c.favour = native ? favour : 0;
     c.cost = static_cast<i32>(g.judge.judge(text, c.row.languages)) +
-             static_cast<i32>(c.faults) * fault_cost + prior_of(c) - c.favour;
+             static_cast<i32>(c.faults) * fault_cost + prior_of(g, c) - c.favour;
 }
 
 // The first one before it in its family that reads everything, and nothing odd.
@@ -157,15 +161,15 @@ const candidate* reader_before(const pvzan_guesser& g, const candidate& c) {
 
 // Which of a family is meant is no matter of likelihood: where the first reads everything the
 // others need not. They may be meant yet by what follows.
-void follow(candidate& c, const candidate& first, bool stays) {
-    constexpr u32 hardly_ever_met = 30;
+void follow(const pvzan_guesser& g, candidate& c, const candidate& first, bool stays) {
+    constexpr u32 hardly_ever_met = 45;
     c.alive = stays || c.row.rare < hardly_ever_met;
     c.faults = 0;
     c.odd = 0;
     c.beyond = first.beyond;
     c.hash = first.hash;
     c.favour = first.favour;
-    c.cost = first.cost + prior_of(c) - prior_of(first);
+    c.cost = first.cost + prior_of(g, c) - prior_of(g, first);
 }
 
 } // namespace
@@ -188,7 +192,7 @@ void weigh(pvzan_guesser& g, std::span<const u8> evidence, bool complete) {
                 continue;
             }
             if (const candidate* first = reader_before(g, c)) {
-                follow(c, *first, g.named || !all);
+                follow(g, c, *first, g.named || !all);
             } else {
                 weigh_one(g, c, evidence.first(size), all && complete);
             }
@@ -204,15 +208,18 @@ void weigh(pvzan_guesser& g, std::span<const u8> evidence, bool complete) {
     }
 }
 
-// So much well-formed UTF-8 of plausible characters is nothing else.
+// So much well-formed UTF-8 is nothing else, whatever the language: sequences of three bytes, or
+// plausible characters.
 bool is_plain_utf8(pvzan_guesser& g, bool complete) {
-    constexpr u32 enough = 6, for_an_odd_one = 8;
+    constexpr u32 enough = 6, for_an_odd_one = 8, enough_long_ones = 4, plenty = 16;
     candidate& c = g.candidates[0];
     if (g.count == 0 || c.name.kind != PVZAN_KIND_UTF_8 || g.named) {
         return false;
     }
     read_as(g, c, {g.evidence, g.evidence_size}, complete);
-    return c.faults == 0 && c.beyond >= enough && c.odd * for_an_odd_one <= c.beyond;
+    c.cost = 0;
+    return c.faults == 0 && (c.long_ones >= enough_long_ones || c.beyond >= plenty ||
+                             (c.beyond >= enough && c.odd * for_an_odd_one <= c.beyond));
 }
 
 } // namespace text
