@@ -12,7 +12,7 @@ part of the source tree.
 import sys
 from pathlib import Path
 
-from derivation import chinese_korean, further_chinese_korean, further_japanese, japanese, mainframe, single_byte
+from derivation import chinese_korean, decomposition, further_chinese_korean, further_japanese, japanese, mainframe, single_byte
 from derivation.sources import SourceMissing
 
 EXIT_DIFFERENT = 1
@@ -26,7 +26,7 @@ def main(arguments):
     try:
         tables = [*japanese.tables(), *chinese_korean.tables()]
         base = {table.name: table.mapping() for table in tables}
-        tables += [*further_japanese.tables(base), *further_chinese_korean.tables(), *mainframe.tables()]
+        tables += [*further_japanese.tables(base), *further_chinese_korean.tables(), *mainframe.tables(), *decomposition.tables()]
         further = [*single_byte.tables()]
     except SourceMissing as missing:
         print(f"derive.py: not on this machine: {missing}", file=sys.stderr)

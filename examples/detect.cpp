@@ -1,4 +1,4 @@
-// Tells the charset of files, and what speaks for it: detect FILE...
+// Detects the charset of files, and says how it was found: detect FILE...
 #include <pvzan.hpp>
 
 #include <fstream>
@@ -20,6 +20,6 @@ int main(int argc, char** argv) {
         std::cout << argv[i] << ": " << found->name << ", " << breaks[found->line_break]
                   << (found->mark ? ", byte-order mark" : "")
                   << (found->declared ? ", XML declaration" : "") << '\n';
-        // found->charset_name() is what a converter takes: with the byte order.
+        // found->charset_name() is the name to pass to a converter; it includes the byte order.
     }
 }

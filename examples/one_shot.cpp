@@ -1,10 +1,10 @@
-// Converts a text in memory, and says where one is wrong.
+// Converts a text in memory, and says where another one is invalid.
 #include <pvzan.hpp>
 
 #include <iostream>
 
 int main() {
-    // "Character code" in Shift_JIS. The last trail byte is a backslash of ASCII elsewhere.
+    // "Character code" in Shift_JIS. The last trail byte is the same as an ASCII backslash.
     const pvzan::result text =
         pvzan::convert("\x95\xB6\x8E\x9A\x83\x52\x81\x5B\x83\x68", "shift_jis", "utf-8");
     if (!text) {
@@ -13,7 +13,7 @@ int main() {
     }
     std::cout << text.text << '\n';
 
-    // What stands before the fault is converted.
+    // Everything before the fault has been converted.
     const pvzan::result cut = pvzan::convert("ok\xFF!", "shift_jis", "utf-8");
     std::cout << pvzan::describe(cut.why) << " at byte " << cut.position << '\n';
 }

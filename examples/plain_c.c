@@ -1,5 +1,5 @@
 /* Converts a stream with the C interface alone: plain_c FROM TO <input >output
- * The charset directory is what PVZAN_CHARSET_DIR says, or PVZAN_DEFAULT_CHARSET_DIR of the build.
+ * The charset directory is PVZAN_CHARSET_DIR, or PVZAN_DEFAULT_CHARSET_DIR of the build.
  */
 #include <pvzan.h>
 
@@ -39,12 +39,12 @@ int main(int argc, char** argv) {
                 flush_output(s);
                 continue;
             }
-            faults++; /* invalid, or not in the target: left out */
+            faults++; /* invalid or missing in the target: dropped */
             if (status == PVZAN_INVALID_INPUT && s->inPos == before)
                 s->inPos++;
         }
         kept = (size_t)(s->inLen - s->inPos);
-        memmove(in, in + s->inPos, kept); /* the start of a character that is cut */
+        memmove(in, in + s->inPos, kept); /* the beginning of a cut character */
     }
     while (cconvTermConvert(s) == PVZAN_OUTPUT_FULL)
         flush_output(s);

@@ -1,4 +1,4 @@
-// Three ways to go on behind a character that the target lacks: U+2603 in Shift_JIS.
+// Three ways to continue after a character that the target lacks: U+2603 in Shift_JIS.
 #include <pvzan.hpp>
 
 #include <cstdio>

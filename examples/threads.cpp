@@ -1,4 +1,4 @@
-// Many texts at once: a converter for each thread, the tables shared.
+// Converts many texts at once: each thread has its own converter, and all share the tables.
 #include <pvzan.hpp>
 
 #include <atomic>

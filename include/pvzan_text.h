@@ -297,6 +297,14 @@ typedef struct pvzan_guess_result {
     char why[256];  /* what decided, or what kind of file it is; or empty */
 } pvzan_guess_result;
 
+/* How a text was read with wrong charsets, and saved: the last reading first. */
+typedef struct pvzan_misreading {
+    uint32_t size, steps; /* how many readings there were, up to 3 */
+    char was[3][64];      /* the charset that the bytes were in */
+    char read_as[3][64];  /* and the one that they were read with */
+    char words[256];      /* "UTF-8 read as Windows-1252, twice" */
+} pvzan_misreading;
+
 /* ---- Conversion ----------------------------------------------------------------------------- */
 
 /* The version of the library that runs: 0x010100 is 1.1.0. */
@@ -471,6 +479,25 @@ PVZAN_TEXT_API void pvzan_guess_close(pvzan_guesser* guesser);
  * or PVZAN_GUESS_UNSURE. */
 PVZAN_TEXT_API int32_t pvzan_guess(const uint8_t* bytes, size_t size, int32_t complete,
                                    pvzan_name* likeliest);
+
+/* ---- Repair ---------------------------------------------------------------------------------
+ *
+ * Text that was read with a wrong charset and saved as UTF-8, such as "Ã©" for "é", has an exact
+ * way back, line by line, where nothing was lost. Bytes that the wrong charset lacks count as the
+ * control codes that browsers make of them.
+ */
+
+/* Whether the text, in UTF-8, looks like one: 1, and found tells how it came about. 0: it is
+ * plausible as it is, or what happened is not clear. */
+PVZAN_TEXT_API int32_t pvzan_find_misreading(const uint8_t* text, size_t size,
+                                             pvzan_misreading* found);
+
+/* Undoes the readings in every line that has an exact way back; other lines stay as they are.
+ * Copies what fits into room, and returns the size of all: up to three times as much as before, and
+ * 0 where the misreading is none, or there is no memory. undone, unless null: how many lines. */
+PVZAN_TEXT_API size_t pvzan_undo_misreading(const pvzan_misreading* misreading, const uint8_t* text,
+                                            size_t size, uint8_t* to, size_t room,
+                                            uint64_t* undone);
 
 #ifdef __cplusplus
 }

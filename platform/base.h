@@ -1,4 +1,4 @@
-// Types, constants and byte arithmetic that every room of the library uses.
+// Types, constants and byte arithmetic for all rooms of the library.
 #pragma once
 
 #include "pvzan.h"
@@ -22,18 +22,18 @@ using substitute = pvzan_substitute;
 using charset_group = pvzan_charset_group;
 using rule_row = pvzan_rule_row;
 
-// Names, rule names, paths and language tags are NUL-terminated in buffers of this size.
+// Names, rule names, paths and language tags are stored NUL-terminated in buffers of this size.
 inline constexpr std::size_t text_bytes = PVZAN_TEXT_BYTES;
 
 inline constexpr u32 jisx0213_plane2 = 0x10000; // marks plane 2 in a JIS X 0213 code
 
-// User-defined characters lie in Unicode's private use area from here on.
+// User-defined characters start here, in Unicode's private use area.
 inline constexpr u32 user_defined_first = 0xE000;
 
 // A code is at most four bytes long.
 inline constexpr u32 max_code_bytes = 4;
 
-// Copies as much of text as fits and ends it with a NUL.
+// Copies as much of text as fits, and terminates it with a NUL.
 template <std::size_t Size>
 inline void copy_text(char (&out)[Size], const char* text) {
     const std::size_t length = ::strnlen(text, Size - 1);
@@ -41,7 +41,7 @@ inline void copy_text(char (&out)[Size], const char* text) {
     out[length] = '\0';
 }
 
-// Folds A-Z to lower case; all other bytes stay.
+// Converts A-Z to lower case; all other bytes are unchanged.
 constexpr char fold_ascii(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
@@ -52,7 +52,7 @@ inline void fold_text(char* text) {
     }
 }
 
-// Appends text whole, or nothing when it does not fit.
+// Appends all of text, or nothing if it does not fit.
 template <std::size_t Size>
 inline bool append_text(char (&out)[Size], const char* text) {
     const std::size_t length = std::strlen(out), added = std::strlen(text);

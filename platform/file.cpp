@@ -30,7 +30,7 @@ i32 ZAN_FileRead(void* buffer, i32 size, i32 count, FILE* stream) {
     if (size <= 0 || count <= 0) {
         return 0;
     }
-    // A signal may interrupt a read; what it got so far counts, and reading goes on.
+    // A signal may interrupt a read; continue after the bytes it has read.
     const std::size_t wanted = widen(size) * widen(count);
     std::size_t got = 0;
     for (;;) {
@@ -70,8 +70,8 @@ i32 ZAN_VfPrintf(FILE* stream, const char* format, va_list* arguments) {
 
 namespace {
 
-// Without waiting for a pipe's other end; -1 where there is no regular file. It is looked at when
-// it is open, so that nothing can be put in its place meanwhile.
+// Does not wait for the other end of a pipe; -1 if this is not a regular file. The type is checked
+// after opening, so that the file cannot be exchanged in between.
 int open_to_read(const char* path, struct stat& status) {
     int descriptor = -1;
     do {
@@ -82,7 +82,7 @@ int open_to_read(const char* path, struct stat& status) {
     }
     if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
         ::close(descriptor);
-        errno = EINVAL; // something is there
+        errno = EINVAL; // there is a file, but not a regular one
         return -1;
     }
     return descriptor;
@@ -108,7 +108,8 @@ owned_file open_regular(const char* path) {
     return stream_of(descriptor, "rb");
 }
 
-// Without a stream: loading reads a hundred small files, and calls of the system are most of it.
+// Uses no stream: loading reads a hundred small files, and most of its time is spent in system
+// calls.
 bool read_regular(const char* path, owned_memory<u8>& data, std::size_t& size) {
     size = 0;
     struct stat status {};
@@ -134,7 +135,8 @@ bool read_regular(const char* path, owned_memory<u8>& data, std::size_t& size) {
     return data != nullptr;
 }
 
-// The umask does not decide: with 0 anybody could write the file, with 077 nobody else read it.
+// Independent of the umask: with 0 anybody could write the file, with 077 nobody else could read
+// it.
 owned_file create_file(const char* path) {
     const int descriptor = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (descriptor < 0) {
@@ -146,7 +148,8 @@ owned_file create_file(const char* path) {
     struct stat place {};
     mode_t mode = S_IRUSR | S_IWUSR;
     if (::stat(directory, &place) == 0) {
-        const mode_t listed = place.st_mode, entered = place.st_mode << 2; // execute is entering
+        const mode_t listed = place.st_mode,
+                     entered = place.st_mode << 2; // permission to execute means to enter
         mode |= listed & entered & (S_IRGRP | S_IROTH);
     }
     ::fchmod(descriptor, mode);
@@ -158,7 +161,7 @@ bool ran_short(FILE* stream) {
 }
 
 bool flush_to_disk(FILE* stream) {
-    // Some file systems cannot: EINVAL is no failure.
+    // Some file systems do not support this, so EINVAL is not a failure.
     return std::fflush(stream) == 0 && (::fsync(::fileno(stream)) == 0 || errno == EINVAL);
 }
 

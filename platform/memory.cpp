@@ -5,8 +5,8 @@
 
 namespace {
 
-// Sizes are signed; a negative one widens to more than any memory and so is refused by the
-// allocator.
+// Sizes are signed. A negative one becomes larger than any memory, so that the allocator refuses
+// it.
 std::size_t widen(i32 size) {
     return static_cast<std::size_t>(static_cast<i64>(size));
 }
@@ -28,7 +28,7 @@ void* ZAN_calloc(i32 count, i32 size) {
     return std::calloc(widen(count), widen(size));
 }
 
-// The hook for giving allocator state back at the end; the system's allocator has none.
+// A hook to release the state of an allocator at the end; the system's allocator has none.
 void ZAN_memend(void) {}
 
 } // extern "C"

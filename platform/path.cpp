@@ -1,4 +1,4 @@
-// Paths in parts, and the listing of a directory.
+// Splitting and joining paths, and listing directories.
 #include "platform/platform.h"
 
 #include <algorithm>
@@ -8,8 +8,8 @@
 
 namespace {
 
-// Index of the last c, or npos. A c that ends the text hides the ones before it, deliberately: a
-// path that ends in a delimiter has no file name to split off.
+// The index of the last c, or npos. If the text ends with c, the result is npos even if c occurs
+// before, deliberately: a path that ends in a delimiter has no file name.
 std::size_t last_of(std::string_view text, char c) {
     const std::size_t last = text.rfind(c);
     const bool ends_text = last != text.npos && last + 1 == text.size();
@@ -51,7 +51,8 @@ void splitPath(const char* path, split_path* parts) {
         store_part(parts->baseName, {rest.data(), dot});
         rest.remove_prefix(dot);
     }
-    // A name without a usable "." lands here whole, deliberately: its users only ever join the two.
+    // A name without a usable "." is stored here completely, deliberately: callers only join the
+    // two parts again.
     store_part(parts->extension, rest);
 }
 
@@ -76,7 +77,7 @@ i32 ZAN_nextPathDelimiter(const char* text) {
     return index;
 }
 
-// There are no drive letters here.
+// This system has no drive letters.
 i32 ZAN_nextDrivePathDelimiter(const char* text) {
     return ZAN_nextPathDelimiter(text);
 }
@@ -93,12 +94,13 @@ i32 ZAN_getPathBreak(const char* text) {
     }
 }
 
-// Never stops a listing.
+// Lets glob continue after errors.
 i32 errorfn(const char*, i32) {
     return 0;
 }
 
-// No match and unreadable directories are empty listings; glob leaves its result releasable then.
+// If nothing matches, or the directory cannot be read, the list is empty; glob's result can be
+// released in both cases.
 u32 ZAN_ASC_opendir(const char* pattern, listing_state* state) {
     *state = {};
     return ::glob(pattern, 0, errorfn, &state->matches) != GLOB_NOSPACE;

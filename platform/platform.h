@@ -1,5 +1,4 @@
-// The library's way to files, memory, directories and paths: nothing else in it calls the system
-// for these.
+// Files, memory, directories and paths: only this room of the library calls the system for them.
 #pragma once
 
 #include "platform/base.h"
@@ -13,7 +12,8 @@
 extern "C" {
 
 // A path in four parts: "/" or nothing; everything up to the last "/"; the file name before its
-// last "."; the rest. A file name without a "." behind its first byte is all extension.
+// last "."; the rest. If there is no "." after its first byte, the whole file name is the
+// extension.
 struct split_path {
     char root[text_bytes], directory[text_bytes], baseName[text_bytes], extension[text_bytes];
 };
@@ -49,8 +49,8 @@ PVZAN_API void ZAN_memend(void);
 
 PVZAN_API i32 ZAN_VfPrintf(FILE* stream, const char* format, va_list* arguments);
 
-// Listing of the files that match a glob pattern, in the order of their names. No match is an empty
-// listing; only lack of memory makes opening fail (0).
+// Lists the files that match a glob pattern, ordered by name. If nothing matches, the list is
+// empty; opening fails (0) only if memory runs out.
 PVZAN_API i32 errorfn(const char* path, i32 error);
 PVZAN_API u32 ZAN_ASC_opendir(const char* pattern, listing_state* state);
 PVZAN_API u32 ZAN_ASC_readdir(listing_state* state, listing_entry* entry);
@@ -59,20 +59,20 @@ PVZAN_API u32 openDir(const char* pattern, directory_listing* listing);
 PVZAN_API u32 readDir(directory_listing* listing);
 PVZAN_API void closeDir(directory_listing* listing);
 
-// Position of the last c in text, or null; also null when c ends text and occurs before, too.
+// The position of the last c in text, or null; also null if text ends with c and c occurs before.
 PVZAN_API char* _right(char* text, char c);
-// Parts longer than their fields are cut; what is left of each field is zero.
+// Parts longer than their fields are truncated; the rest of each field is zero.
 PVZAN_API void splitPath(const char* path, split_path* parts);
-// out holds text_bytes bytes; a longer path is cut.
+// out has text_bytes bytes; a longer path is truncated.
 PVZAN_API void mergePath(char* out, const split_path* parts);
 PVZAN_API i32 ZAN_nextPathDelimiter(const char* text);
 PVZAN_API i32 ZAN_nextDrivePathDelimiter(const char* text);
 PVZAN_API i32 ZAN_getPathBreak(const char* text);
 }
 
-// The names in a directory that match a pattern, in the order of their bytes whatever the locale
-// is. The directory is taken literally. Not by way of glob, which may release memory twice when
-// there is too little. Short of memory, it holds what there was room for.
+// The names in a directory that match a pattern, in the order of their bytes, whatever the locale.
+// The directory's name is not a pattern. This does not use glob, which may release memory twice
+// when there is too little. If memory runs out, the list is shorter.
 class file_names {
 public:
     file_names() = default;
@@ -90,16 +90,16 @@ private:
     std::size_t count_ = 0, room_ = 0;
 };
 
-// Gives a file another name in one step; a file of that name is replaced.
+// Renames a file in one step; an existing file of that name is replaced.
 bool rename_file(const char* from, const char* to);
 
-// Whether reading stopped before the end that the file had, or by an error.
+// Whether reading stopped before the end of the file, or because of an error.
 bool ran_short(FILE* stream);
-// Brings what was written to the disk, so that no crash of the system leaves less under its name.
+// Flushes what was written to the disk, so that a crash of the system cannot lose part of it.
 bool flush_to_disk(FILE* stream);
 
-// A name beside path that no other process uses, be it in a container with the same process
-// numbers. False when it would be too long.
+// A name next to path that no other process uses, not even one with the same process number in
+// another container. False if it would be too long.
 bool temporary_name(char (&out)[text_bytes], const char* path);
 
 // RAII over the above, for the library's own use.
@@ -114,12 +114,13 @@ struct file_close {
 };
 using owned_file = std::unique_ptr<FILE, file_close>;
 
-// Opens a regular file, or a link to one, for reading. Anything else, a pipe or a device, could
-// wait or run for ever, and is refused. errno tells why it is null: ENOENT only where nothing is.
+// Opens a regular file, or a link to one, for reading. Anything else is refused, since reading a
+// pipe or a device could wait or run forever. If the result is null, errno says why: ENOENT only if
+// there is nothing of that name.
 owned_file open_regular(const char* path);
-// Reads such a file at once. False when there is none, or nothing in it; one that cannot be read
-// whole counts as no bytes.
+// Reads the whole of such a file. False if it does not exist or is empty; if it cannot be read
+// completely, it counts as empty.
 bool read_regular(const char* path, owned_memory<u8>& data, std::size_t& size);
-// Makes a file that was not there: its owner may write it, and those read it who may list and enter
-// its directory.
+// Creates a file that must not exist yet. Its owner may write it; those who may list and enter its
+// directory may read it.
 owned_file create_file(const char* path);

@@ -1,23 +1,23 @@
 #!/bin/bash
 # scripts/lib.sh: what the other scripts share; they source it after `set -eu`
-# Everything it says goes to standard error, so that scripts/run can be used as a filter.
+# Messages go to standard error, so that scripts/run can be used as a filter.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# Packages of Debian 12. What the build needs: the compiler and build programs; fmt for the tool; GoogleTest for its
-# tests, and Python, a second opinion on character codes, for which there is a module.
+# Packages of Debian 12. The build needs the compiler and build programs, fmt for the tool, GoogleTest for the tests, and
+# Python for the module and as a second opinion on character codes.
 build_packages=(g++ cmake ninja-build libfmt-dev libgtest-dev python3 python3-dev)
-# What running the tests needs: pkg-config; zsh and fish for their completion, groff for the manual
-# pages, those in four languages to tell the charsets of; a user of the tool, and one of iconv(3).
+# The tests also need pkg-config, zsh and fish to check the completions, groff to check the manual pages, manual pages in
+# four languages as texts to guess, GNU parallel, and a program that uses iconv(3).
 # shellcheck disable=SC2034 # for scripts/test
 test_packages=(pkgconf zsh fish groff-base manpages-ja manpages-de manpages-fr manpages-es parallel
     libxml2-utils)
-# What a few tests are skipped without: large, and a server that starts when it is installed.
+# A few tests are skipped without these. They are large, and the server starts when it is installed.
 # shellcheck disable=SC2034 # for scripts/test
 large_packages=(clang-14 postgresql-15)
-# What the preset arm64 needs besides: a compiler, GoogleTest's sources, and what runs the tests.
+# The preset arm64 also needs a compiler, GoogleTest's sources, and an emulator to run the tests.
 arm64_packages=(g++-aarch64-linux-gnu googletest qemu-user)
-# And the preset asan: clang with its sanitizers and its fuzzing engine.
+# The preset asan also needs clang with its sanitizers and fuzzing engine.
 asan_packages=(clang-14 libclang-rt-14-dev llvm-14)
 
 say() { echo "$*" >&2; }
@@ -45,7 +45,7 @@ install_packages() {
         as_root=(sudo)
     fi
     say "installing: ${missing[*]}"
-    # Images made small may be told to leave manual pages out; tests read some.
+    # Small container images may leave out manual pages, but some tests read them.
     "${as_root[@]}" apt-get update -qq </dev/null >&2 &&
         "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
             --no-install-recommends -o Dpkg::Use-Pty=0 \
@@ -57,13 +57,13 @@ install_packages() {
 use_memory() {
     if [ -d /dev/shm ] && [ -w /dev/shm ]; then
         TMPDIR=$(mktemp -d /dev/shm/pvzan-tests-XXXXXX)
+        chmod 711 "$TMPDIR" # a server that runs as another user finds its own files in there
         export TMPDIR
         trap 'rm -rf "$TMPDIR"' EXIT
     fi
 }
 
-# build_preset NAME DIRECTORY [TARGET...]: configure where that was not done yet, then build the
-# targets, all without one.
+# build_preset NAME DIRECTORY [TARGET...]: configure if necessary, then build the targets, or everything.
 build_preset() {
     local packages=("${build_packages[@]}")
     case $1 in

@@ -20,6 +20,15 @@ def run(*command, given=b""):
     return done.returncode, done.stdout.decode("utf-8", "replace")
 
 
+def rows_of(file):
+    """The rows of a table in tests/data: file, a text and its replacement, in bytes and with escapes like \\x41, message."""
+    lines = [line for line in (SOURCE / "tests/data" / file).read_text().splitlines() if line[0] != "#"]
+    assert len(lines) > 15
+    for line in lines:
+        file, text, by, message = line.split("\t")
+        yield line, file, *(part.encode().decode("unicode_escape").encode("latin-1") for part in (text, by)), message
+
+
 class Room(unittest.TestCase):
     def setUp(self):
         room = tempfile.TemporaryDirectory()
@@ -47,13 +56,10 @@ class Builder(Room):
         return {str(file.relative_to(top)): file.read_bytes() for file in top.rglob("*") if file.is_file()}
 
     def test_faults_are_named_with_file_and_line(self):
-        rows = [line for line in (SOURCE / "tests/data/charset_faults.tsv").read_text().splitlines() if line[0] != "#"]
-        self.assertGreater(len(rows), 30)
-        for row in rows:
+        for row, file, text, by, message in rows_of("charset_faults.tsv"):
             with self.subTest(row):
-                file, text, by, message = row.split("\t")
                 self.source()
-                self.spoil("source", file, *(part.encode().decode("unicode_escape").encode("latin-1") for part in (text, by)))
+                self.spoil("source", file, text, by)
                 status, said = self.build()
                 place = str(self.room / "source") + "/" + (file if message[0] == ":" else "")
                 self.assertEqual((status, said[:len(place + message)]), (1, place + message))
@@ -187,7 +193,7 @@ class ListCheck(Room):
              '<!ENTITY table-one SYSTEM "one.txt"> ]>\r\n<charset><name>private</name><rule construle="constSAME" '
              'destrule="destSAME"/><baseset>&set-one;</baseset></charset>\r\n',
              "one.set": '<?xml version="1.0" encoding="UTF-16"?>\r\n<subseta><name>One</name><lang domain="en"/>'
-             '<code bytenum="1"/><srtable>&table-one;</srtable></subseta>\r\n',
+             '<code bytenum="1" linear="41-44"/><srtable>&table-one;</srtable></subseta>\r\n',
              "one.txt": "41 61\r\n42 62\r\n43 63\r\n"}
 
     def write(self, file="one.txt", text="", by="", length=None):
@@ -202,19 +208,10 @@ class ListCheck(Room):
         self.assertEqual(status, 1)
 
     def test_what_is_wrong_and_where(self):
-        for file, text, by, complaint in (
-                ("private.xml", "<name>private</name>", "", "not taken: the element name is missing"),
-                ("private.xml", "<charset>", "", "not taken: the element charset is missing"),
-                ("private.xml", ' destrule="destSAME"', "", "not taken: the element rule lacks construle= or destrule="),
-                ("private.xml", '<!ENTITY set-one SYSTEM "one.set"> ', "", "not taken: the entity set-one is not declared"),
-                ("private.xml", '<!ENTITY table-one SYSTEM "one.txt"> ', "", "not taken: the entity table-one is not declared"),
-                ("private.xml", "constSAME", "constNone", "private has no encode rule"),
-                ("one.set", '<lang domain="en"/>', "", "the element lang is missing"),
-                ("one.set", "<subseta>", "", "the element subseta is missing"),
-                ("one.txt", self.FILES["one.txt"], "", "the table is empty"), ("one.txt", "63\r\n", "63\n", "the table is truncated")):
-            with self.subTest(complaint):
-                self.write(file, text, by)
-                self.expect(f"{file}: {complaint}")
+        for row, file, text, by, complaint in rows_of("check_faults.tsv"):
+            with self.subTest(row):
+                self.write(file, text.decode() or self.FILES[file], by.decode())
+                self.expect(complaint)
 
     def test_missing_files_and_other_caches(self):
         self.write()

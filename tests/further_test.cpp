@@ -17,37 +17,14 @@ namespace {
 namespace fs = std::filesystem;
 
 // ASCII of the directory's own set, and 80 for one character.
-void write_further(const test::temp_dir& directory, const std::string& name,
-                   const std::string& table, const std::string& code = "bytenum=\"1\"") {
+void write_further(const test::temp_dir& directory, const std::string& name, char32_t scalar) {
     const std::string own = "further/" + name;
-    directory.write_utf16(own + ".xml", R"(<?xml version="1.0" encoding="UTF-16"?>
-<!DOCTYPE charset [
-<!ENTITY set-ascii SYSTEM "iso-646irv.set">
-<!ENTITY table-iso-646irv SYSTEM "iso-646irv.txt">
-<!ENTITY set-own SYSTEM ")" + own + R"(.set">
-<!ENTITY table-own SYSTEM ")" + own + R"(.txt">
-]>
-<charset>
-<name>)" + name + R"(</name>
-<rule construle="constSAME" destrule="destSAME"/>
-<baseset>&set-ascii;</baseset>
-<baseset>&set-own;</baseset>
-</charset>
-)");
-    directory.write_utf16(own + ".set", "<subseta>\n<name>" + name +
-                                            "</name>\n<lang domain=\"en\"/>\n<code " + code +
-                                            "/>\n<srtable>&table-own;</srtable>\n</subseta>\n");
-    directory.write_utf16(own + ".txt", table);
-}
-
-std::string pair_of(unsigned code, unsigned scalar) {
-    char pair[24];
-    std::snprintf(pair, sizeof pair, "%X\t%04X\r\n", code, scalar);
-    return pair;
-}
-
-void write_further(const test::temp_dir& directory, const std::string& name, unsigned scalar) {
-    write_further(directory, name, pair_of(0x80, scalar));
+    test::write_definition(directory,
+                           {own,
+                            "constSAME",
+                            "destSAME",
+                            {{"iso-646irv", -1, "iso-646irv.txt"}, {own, 1, own + ".txt"}}});
+    directory.write(own + ".txt", test::as_text({{0x80, scalar}}));
 }
 
 // The shipped directory with further charsets of our own.
@@ -157,96 +134,6 @@ TEST(FurtherCharsets, AreFoundByNameAlone) {
         EXPECT_FALSE(can_open("own"));
         EXPECT_FALSE(can_open("mxn"));
     });
-}
-
-// ---- Codes that are counted --------------------------------------------------------------------
-
-// Runs in any order of scalars, up to each other or with gaps, the last one open or not.
-TEST(CountedCodes, MeanWhatTheirRunsSay) {
-    const charset_tree tree;
-    std::mt19937 random(5);
-    for (unsigned round = 0; round < 12; ++round) {
-        const std::string name = "counted-" + std::to_string(round);
-        std::vector<unsigned> codes, firsts, scalars;
-        for (unsigned high = 0xA1; high <= 0xA4; ++high) {
-            for (unsigned low = 0x30; low <= 0x30 + round; ++low) {
-                codes.push_back(high << 8 | low);
-            }
-        }
-        for (unsigned i = 0; i < 40; ++i) { // enough to grow by
-            firsts.push_back(0x4E00 + i * 100 + (i % 2) * 0x10000);
-        }
-        std::ranges::shuffle(firsts, random);
-        std::string table;
-        for (const unsigned code : codes) {
-            const bool begins = scalars.empty() || random() % 3 == 0, gap = random() % 3 == 0;
-            if (begins && !firsts.empty()) {
-                scalars.push_back(gap ? 0 : firsts.back());
-                table += pair_of(code, scalars.back());
-                firsts.pop_back();
-            } else {
-                scalars.push_back(scalars.back() != 0 ? scalars.back() + 1 : 0);
-            }
-        }
-        char ranges[40];
-        std::snprintf(ranges, sizeof ranges, "bytenum=\"2\" linear=\"A1-A4 30-%02X\"",
-                      0x30 + round);
-        write_further(tree, name, table, ranges);
-        const auto check = [&] {
-            ZAN_setCharsetPath(tree.path().c_str());
-            test::character_converter read(name.c_str(), "iso-10646-ucs-4"),
-                write("iso-10646-ucs-4", name.c_str());
-            for (std::size_t i = 0; i < codes.size(); ++i) {
-                const std::string code = {static_cast<char>(codes[i] >> 8),
-                                          static_cast<char>(codes[i])};
-                const auto found = read(code);
-                ASSERT_EQ(found.has_value(), scalars[i] != 0) << table << std::hex << codes[i];
-                if (found) {
-                    EXPECT_EQ(*found, std::string({'\0', static_cast<char>(scalars[i] >> 16),
-                                                   static_cast<char>(scalars[i] >> 8),
-                                                   static_cast<char>(scalars[i])}))
-                        << table;
-                    EXPECT_EQ(write(*found), code) << table;
-                }
-            }
-            EXPECT_FALSE(read({"\xA1\x2F", 2}) || read({"\xA5\x30", 2}));
-        };
-        test::in_child(check);
-        EXPECT_TRUE(tree.has("further/" + name + ".cmp"));
-        test::in_child(check); // from its cache
-    }
-}
-
-TEST(CountedCodes, AreRefusedWithTheReason) {
-    const struct {
-        const char *code, *table, *fault;
-    } rows[] = {
-        {"bytenum=\"2\" linear=\"A1-A4 30-39\"", "A130 4E00\r\nA230 0\r\n", nullptr},
-        {"bytenum=\"2\" linear=\"A1-A4 30-39\"", "A130 4E00\r\nA12F 0\r\n", "A12F is not a code"},
-        {"bytenum=\"2\" linear=\"A1-A4 30-39\"", "A230 4E00\r\nA130 0\r\n", "A130 is not a code"},
-        {"bytenum=\"2\" linear=\"A1-A4\"", "A1 4E00\r\n", "linear= needs"},
-        {"bytenum=\"1\" linear=\"A1-A4 30-39\"", "A1 4E00\r\n", "linear= needs"},
-        {"bytenum=\"1\" linear=\"A4-A1\"", "A1 4E00\r\n", "linear= needs"},
-        {"bytenum=\"1\" linear=\"A1\"", "A1 4E00\r\n", "linear= needs"},
-        {"bytenum=\"0\" linear=\"\"", "A1 4E00\r\n", "linear= needs"},
-        {"bytenum=\"9\" linear=\"00-FF 00-FF 00-FF 00-FF 00-FF\"", "0 4E00\r\n", "linear= needs"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.code);
-        const charset_tree tree;
-        write_further(tree, "counted", row.table, row.code);
-        test::in_child([&] {
-            ZAN_setCharsetPath(tree.path().c_str());
-            pvzan_error error = {};
-            error.size = sizeof error;
-            const bool sound = pvzan_check_definition("further/counted.xml", &error, 1) == 0;
-            EXPECT_EQ(sound, row.fault == nullptr) << error.text;
-            EXPECT_NE(std::string(error.text).find(sound ? "" : row.fault), std::string::npos)
-                << error.text;
-            EXPECT_EQ(can_open("counted"),
-                      sound || std::string(row.fault).find("linear") == std::string::npos);
-        });
-    }
 }
 
 TEST(FurtherCharsets, AreOpenedByManyThreadsWhileOthersConvert) {

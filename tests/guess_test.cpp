@@ -84,6 +84,40 @@ TEST(Guess, SaysWhatTheRowsSay) {
     EXPECT_GT(number, 30U);
 }
 
+// And a line that has no way back stays.
+TEST(Repair, FindsAndUndoesWhatTheRowsSay) {
+    test::use_shipped_charsets();
+    std::ifstream rows(PVZAN_SOURCE_DIR "/tests/data/misreadings.tsv");
+    std::size_t number = 0;
+    for (std::string line, text, words, meant; std::getline(rows, line);) {
+        std::istringstream fields(line);
+        if (line[0] == '#' || !std::getline(fields, text, '\t')) {
+            continue;
+        }
+        std::getline(fields, words, '\t') && std::getline(fields, meant);
+        SCOPED_TRACE(line);
+        for (std::size_t at = 0; (at = text.find("\\u00")) != text.npos;) {
+            text.replace(
+                at, 6, {'\xC2', static_cast<char>(std::stoi(text.substr(at + 4, 2), nullptr, 16))});
+        }
+        text += "\n\xEB\x8B\x88\n";
+        const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+        pvzan_misreading m = {};
+        m.size = sizeof m;
+        const bool found = pvzan_find_misreading(bytes, text.size(), &m) != 0;
+        EXPECT_EQ(found ? m.words : "-", words);
+        std::string out(3 * text.size(), '\0');
+        std::uint64_t undone = 0;
+        out.resize(pvzan_undo_misreading(&m, bytes, text.size(),
+                                         reinterpret_cast<std::uint8_t*>(out.data()), out.size(),
+                                         &undone));
+        EXPECT_EQ(out, found ? meant + "\n\xEB\x8B\x88\n" : text);
+        EXPECT_EQ(undone, found ? 1U : 0U);
+        ++number;
+    }
+    EXPECT_EQ(number, 16U);
+}
+
 TEST(Guess, ReadsToTheEnd) {
     const std::string ascii(200000, 'a'), line = "\x82\xA0\x82\xA2\x82\xA4\x93\xFA\x96\x7B\n";
     std::string text = ascii + "\n";

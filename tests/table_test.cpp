@@ -1,6 +1,5 @@
-// The objects of the registry, and tables in memory and their loading: blocks, text files, caches.
+// The registry's objects, and tables above all: blocks, text files, caches.
 #include "cconv/definition/document.h"
-#include "cconv/registry/registry.h"
 #include "cconv/tables/table.h"
 #include "platform/platform.h"
 #include "tests/support/charset_directory.h"
@@ -41,7 +40,129 @@ std::vector<std::string> names_in(const charset_directory& dir) {
     return names;
 }
 
+// ---- Arrays, groups, sets, limits
+
+std::vector<void*> contents(const object_array* array) {
+    return std::vector<void*>(array->items, array->items + array->count);
+}
+
+TEST(Array, BehavesLikeAVector) {
+    object_array* const array = initArray();
+    std::vector<void*> model;
+    std::vector<char> things(64);
+    std::mt19937 random(1);
+    for (int step = 0; step < 20000; ++step) {
+        const auto index = static_cast<u16>(random() % 40);
+        if (random() % 2 == 0 && model.size() < things.size()) {
+            void* thing = &things[random() % things.size()];
+            model.push_back(thing);
+            ASSERT_EQ(addArray(array, thing), model.size());
+        } else {
+            delArray(array, index);
+            if (index < model.size()) {
+                model.erase(model.begin() + index);
+            }
+        }
+        ASSERT_EQ(contents(array), model);
+        ASSERT_EQ(array->items == nullptr, model.empty());
+        ASSERT_EQ(getArray(array, index), index < model.size() ? model[index] : nullptr);
+    }
+    termArray(array);
+}
+
+TEST(Array, RefusesNullsAndMoreThanItCanCount) {
+    object_array* const array = initArray();
+    char thing = 0;
+    EXPECT_EQ(addArray(nullptr, &thing) | addArray(array, nullptr) | array->count, 0);
+    EXPECT_EQ(getArray(nullptr, 0), nullptr);
+    delArray(nullptr, 0);
+    constexpr u16 most = 0xFFFF;
+    array->items = static_cast<void**>(ZAN_malloc(most * static_cast<i32>(sizeof(void*))));
+    array->count = most;
+    std::fill_n(array->items, most, &thing);
+    EXPECT_EQ(addArray(array, &thing), 0);
+    delArray(array, most);
+    EXPECT_EQ(array->count, most);
+    delArray(array, most - 1);
+    EXPECT_EQ(addArray(array, &thing), most);
+    termArray(array);
+}
+
+// What they are made of is in definition_test.cpp.
+TEST(Registry, ObjectsAreFoundByTheirNumbersAndTheFirstWins) {
+    ASSERT_EQ(initProcess(), 1U);
+    std::string rule = "constSAME", name = "JIS_X0208-1990";
+    const auto add_group = [&](std::string of) {
+        charset_group* group = initGroup(of.data(), rule.data(), rule.data());
+        EXPECT_NE(TheAddGroup(group), 0U);
+        return group;
+    };
+    charset_group* other = add_group("utf-8");
+    const charset_group* first = add_group("Shift_JIS");
+    add_group("shift_jis");
+    EXPECT_EQ(findGroupArray(g_ProcessObject.groups, PVZAN_SHIFT_JIS), first);
+    EXPECT_EQ(findGroupArray(g_ProcessObject.groups, PVZAN_UTF_16), nullptr);
+    EXPECT_EQ(findGroupArray(nullptr, PVZAN_SHIFT_JIS), nullptr);
+    EXPECT_EQ(TheAddGroup(nullptr), 0U);
+
+    basic_set* set = initBasic(name.data(), PVZAN_SET_DIFFERENCE, 3);
+    EXPECT_EQ(name, "JIS_X0208-1990"); // the caller's text is not folded
+    EXPECT_EQ(set->decodeTable->loadTries, -1);
+    EXPECT_NE(TheAddBasic(set), 0U);
+    EXPECT_NE(TheAddBasic(initBasic(name.data(), PVZAN_SET_BASE, 2)), 0U);
+    EXPECT_EQ(findBasicArray(nullptr, PVZAN_SET_JIS_X_0208_1990), nullptr);
+    EXPECT_EQ(findBasicArray(g_ProcessObject.basics, PVZAN_SET_JIS_X_0208_1990), set);
+    EXPECT_EQ(addNameArray(other->memberSets, PVZAN_SET_JIS_X_0208_1990), 1U);
+    EXPECT_EQ(addNameArray(other->memberSets, PVZAN_SET_JIS_X_0213), 0U);
+    EXPECT_EQ(addNameArray(nullptr, PVZAN_SET_JIS_X_0208_1990), 0U);
+    EXPECT_EQ(contents(other->memberSets), std::vector<void*>{set});
+    termProcess();
+    // What is not there is released all the same.
+    termGroup(nullptr), termBasic(nullptr), termTable(nullptr), termTableArray(nullptr);
+    termBlock(nullptr), termLimit(nullptr), termLimitArray(nullptr), termStruct(nullptr);
+    termName(initName());
+}
+
+// In order, within the bounds; single codes count as ranges.
+TEST(Registry, Limits) {
+    test::digest answers("limits");
+    limit_array* const limits = initLimitArray();
+    for (const auto& [low, high] : {std::pair(0x20U, 0x7EU), {0x30U, 0x39U}, {0x8EU, 0x8EU}}) {
+        addArray(limits->ranges, initLimit(low, high));
+    }
+    for (const u32 min : {0U, 0x21U}) {
+        for (const u32 max : {0U, 0x7EU, 0x8EU}) {
+            limits->minCode = min;
+            limits->maxCode = max;
+            for (u32 code = 0; code < 0x100; ++code) {
+                const limit* found = findLimitArray(limits, code);
+                answers.add({found != nullptr ? found->low : 0});
+            }
+        }
+    }
+    EXPECT_EQ(findLimitArray(nullptr, 0x20), nullptr);
+    termLimitArray(limits);
+}
+
 // ---- Blocks
+
+// Zeroed; the width is a number of sixteen bits, and the last key may lie beyond all keys.
+TEST(Registry, Blocks) {
+    test::digest answers("blocks");
+    for (const u16 entries : {u16{0}, u16{16}, u16{65535}}) {
+        for (const u32 first : {0U, 1U, 0x3021U, 0xFFFFFFF0U}) {
+            for (const u32 width : {1U, 2U, 4U, 0x10003U}) {
+                g_ProcessObject.blockEntries = entries;
+                table_block* block = initBlock(first, width);
+                g_ProcessObject.blockEntries = 0;
+                answers.add({block->firstKey, block->endKey, block->valueBytes});
+                const std::size_t size = std::size_t{block->endKey - first} * block->valueBytes;
+                EXPECT_EQ(std::count(block->data, block->data + size, 0), size);
+                termBlock(block);
+            }
+        }
+    }
+}
 
 // Keys near each other and near both ends of the numbers, so that blocks, each of the 4096 keys
 // from the one that made it, overlap and wrap: the first made wins. Recorded when a plain map of
@@ -284,152 +405,6 @@ TEST(TableLookup, TheFirstTableThatMapsTheCodeWins) {
     EXPECT_EQ(dstDsTableArray(nullptr, 0x3000, &value, &bytes), 0U);
     EXPECT_EQ(a->loaded & b->loaded & missing->loaded, 1U);
     EXPECT_EQ(nameless->loaded, 0U);
-}
-
-// ---- Arrays, groups, sets, blocks, limits
-// -----------------------------------------------------------
-
-struct array_release {
-    void operator()(object_array* array) const { termArray(array); }
-};
-using owned_array = std::unique_ptr<object_array, array_release>;
-
-std::vector<void*> contents(const object_array* array) {
-    return std::vector<void*>(array->items, array->items + array->count);
-}
-
-TEST(Array, BehavesLikeAVector) {
-    const owned_array array(initArray());
-    ASSERT_NE(array, nullptr);
-    std::vector<void*> model;
-    std::vector<char> things(64);
-    std::mt19937 random(1);
-    for (int step = 0; step < 20000; ++step) {
-        const auto index = static_cast<u16>(random() % 40);
-        if (random() % 2 == 0 && model.size() < things.size()) {
-            void* thing = &things[random() % things.size()];
-            model.push_back(thing);
-            ASSERT_EQ(addArray(array.get(), thing), model.size());
-        } else {
-            delArray(array.get(), index);
-            if (index < model.size()) {
-                model.erase(model.begin() + index);
-            }
-        }
-        ASSERT_EQ(contents(array.get()), model);
-        ASSERT_EQ(array->items == nullptr, model.empty());
-        ASSERT_EQ(getArray(array.get(), index), index < model.size() ? model[index] : nullptr);
-    }
-}
-
-TEST(Array, RefusesNullsAndMoreThanItCanCount) {
-    const owned_array array(initArray());
-    char thing = 0;
-    EXPECT_EQ(addArray(nullptr, &thing) | addArray(array.get(), nullptr), 0);
-    EXPECT_EQ(getArray(nullptr, 0), nullptr);
-    delArray(nullptr, 0);
-
-    constexpr u16 most = 0xFFFF;
-    array->items = static_cast<void**>(ZAN_malloc(most * static_cast<i32>(sizeof(void*))));
-    array->count = most;
-    std::fill_n(array->items, most, &thing);
-    EXPECT_EQ(addArray(array.get(), &thing), 0);
-    delArray(array.get(), most);
-    EXPECT_EQ(array->count, most);
-    delArray(array.get(), most - 1);
-    EXPECT_EQ(addArray(array.get(), &thing), most);
-}
-
-// What they are made of is in definition_test.cpp.
-TEST(Registry, ObjectsAreFoundByTheirNumbersAndTheFirstWins) {
-    ASSERT_EQ(initProcess(), 1U);
-    std::string rule = "constSAME", name = "JIS_X0208-1990";
-    const auto add_group = [&](std::string of) {
-        charset_group* group = initGroup(of.data(), rule.data(), rule.data());
-        EXPECT_NE(TheAddGroup(group), 0U);
-        return group;
-    };
-    const auto find_group = [](u32 number) {
-        return findGroupArray(g_ProcessObject.groups, number);
-    };
-    charset_group* other = add_group("utf-8");
-    const charset_group* first = add_group("Shift_JIS");
-    add_group("shift_jis");
-    EXPECT_EQ(find_group(PVZAN_SHIFT_JIS), first);
-    EXPECT_EQ(find_group(PVZAN_UTF_16), nullptr);
-    EXPECT_EQ(findGroupArray(nullptr, PVZAN_SHIFT_JIS), nullptr);
-    EXPECT_EQ(TheAddGroup(nullptr), 0U);
-
-    basic_set* set = initBasic(name.data(), PVZAN_SET_DIFFERENCE, 3);
-    EXPECT_EQ(name, "JIS_X0208-1990"); // the caller's text is not folded
-    EXPECT_EQ(set->decodeTable->loadTries, -1);
-    EXPECT_EQ(set->decodeTable->loaded, 0U);
-    EXPECT_NE(TheAddBasic(set), 0U);
-    EXPECT_NE(TheAddBasic(initBasic(name.data(), PVZAN_SET_BASE, 2)), 0U);
-    EXPECT_EQ(findBasicArray(nullptr, PVZAN_SET_JIS_X_0208_1990), nullptr);
-    EXPECT_EQ(findBasicArray(g_ProcessObject.basics, PVZAN_SET_JIS_X_0208_1990), set);
-    EXPECT_EQ(addNameArray(other->memberSets, PVZAN_SET_JIS_X_0208_1990), 1U);
-    EXPECT_EQ(addNameArray(other->memberSets, PVZAN_SET_JIS_X_0213), 0U);
-    EXPECT_EQ(addNameArray(nullptr, PVZAN_SET_JIS_X_0208_1990), 0U);
-    EXPECT_EQ(contents(other->memberSets), std::vector<void*>{set});
-    termProcess();
-    // What is not there is released all the same.
-    termGroup(nullptr);
-    termBasic(nullptr);
-    termTable(nullptr);
-    termTableArray(nullptr);
-    termBlock(nullptr);
-    termLimit(nullptr);
-    termLimitArray(nullptr);
-    termName(initName());
-    termStruct(nullptr);
-}
-
-TEST(Registry, BlocksHoldTheirKeysZeroed) {
-    struct {
-        u16 entries;
-        u32 first, width, end, stored_width;
-    } const cases[] = {
-        {0, 0x3021, 2, 0x4021, 2},    {0, 0, 4, 4096, 4},         {16, 0x3021, 4, 0x3031, 4},
-        {65535, 1, 1, 65536, 1},      {0, 5, 0x10003, 0x1005, 3}, // the width is a 16-bit number
-        {0, 0xFFFFFFF0, 2, 0xFF0, 2},                             // beyond the last key
-    };
-    for (const auto& c : cases) {
-        g_ProcessObject.blockEntries = c.entries;
-        table_block* block = initBlock(c.first, c.width);
-        g_ProcessObject.blockEntries = 0;
-        ASSERT_NE(block, nullptr);
-        EXPECT_EQ(block->firstKey, c.first);
-        EXPECT_EQ(block->endKey, c.end);
-        EXPECT_EQ(block->valueBytes, c.stored_width);
-        const std::size_t size = std::size_t{c.end - c.first} * c.stored_width;
-        EXPECT_EQ(std::string(reinterpret_cast<const char*>(block->data), size),
-                  std::string(size, '\0'));
-        termBlock(block);
-    }
-}
-
-TEST(Registry, LimitsAreTriedInOrderWithinTheBounds) {
-    limit_array* limits = initLimitArray();
-    limit* const wide = initLimit(0x20, 0x7E);
-    limit* const single = initLimit(0x8E, 0x8E);
-    for (limit* range : {wide, initLimit(0x30, 0x39), single}) {
-        addArray(limits->ranges, range);
-    }
-    for (u32 max : {0U, 0x7EU, 0x8EU}) {
-        limits->minCode = max == 0x8E ? 0x21 : 0;
-        limits->maxCode = max;
-        for (u32 code = 0; code < 0x100; ++code) {
-            const bool bounded = code >= limits->minCode && code <= max;
-            const limit* found = code >= 0x20 && code <= 0x7E ? wide
-                                 : code == 0x8E               ? single
-                                                              : nullptr;
-            EXPECT_EQ(findLimitArray(limits, code), bounded ? found : nullptr)
-                << max << ' ' << code;
-        }
-    }
-    EXPECT_EQ(findLimitArray(nullptr, 0x20), nullptr);
-    termLimitArray(limits);
 }
 
 } // namespace

@@ -62,8 +62,9 @@ struct fault {
     u32 length = 0;
     place at;
     character missing{0, 0}, back{0, 0};
-    u32 seen = 0;       // bytes of the text that follow, from the fault on
-    u8 bytes[16]{};     // those
+    u32 seen = 0;  // bytes that the fault is told by
+    u32 ahead = 0; // those, and what follows of the text
+    u8 bytes[16]{};
     u32 needed = 0;     // how many of them decided about it
     u32 set = 0;        // designated before it
     bool waits = false; // for an answer
@@ -112,7 +113,7 @@ struct pvzan_converter {
     u32 longest;     // bytes of the source's codes, where sets tell
     u8 lf, cr;       // the source's codes for line breaks, of one unit
     bool ascii_feed; // both sides have ASCII's line feed
-    bool looks_for_marks; // the source is Unicode, the target is not
+    bool looks_for_marks; // the source is Unicode, the target takes less
     u8 has_pairs;         // whether the target has a letter and a mark in one code; 0: not asked
     u32 substitute;       // 0: not chosen yet
     text::standing now;
@@ -137,6 +138,11 @@ inline bool has_states(const pvzan_converter& c) {
 // How many bytes a code with that lead is, whether it has a character or not; 1: it is none.
 u32 length_by_lead(const pvzan_converter& c, u32 lead);
 reading_result read(pvzan_converter& c, const view& text);
+// Goes on in the state that a silent one leads to.
+inline void set_state(pvzan_converter& c, const reading_result& silent) {
+    c.work.srcShiftSet = silent.c.letter;
+    c.now.plane2 = silent.c.mark != 0;
+}
 // The mark at the begin of a text: its length, or none; waiting where more decides.
 enum class mark_found : u8 { none, waiting, big, little };
 mark_found find_mark(const pvzan_converter& c, const view& text, u32& length);

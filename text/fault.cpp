@@ -110,7 +110,7 @@ blame blame_code(pvzan_converter& c, const fault& f) {
     }
     if (f.needed < 2) {
         return {c.longest == 1 ? u32{PVZAN_REASON_NO_CHARACTER} : u32{PVZAN_REASON_BEGINS_NOTHING},
-                1};
+                1, f.ahead > 1 ? i32{f.bytes[1]} : -1};
     }
     if (f.needed == 2) {
         if (begins_nothing(c, f.bytes[0])) {
@@ -138,11 +138,13 @@ bool reads_them(pvzan_converter& other, const pvzan_converter& c, const fault& f
         size = to_jisx0208.length;
         std::ranges::copy(to_jisx0208.sequence(), bytes);
     }
-    std::copy_n(f.bytes, f.seen, bytes + size);
-    for (view text{bytes, size + f.seen, true, true}; text.size > 0;) {
+    std::copy_n(f.bytes, f.ahead, bytes + size);
+    const std::size_t beyond = f.ahead - f.seen;
+    for (view text{bytes, size + f.ahead, true, true}; text.size > beyond;) {
         const reading_result next = read(other, text);
         if (next.kind != reading_result::silent) {
-            return next.kind == reading_result::whole && next.bytes == text.size;
+            return next.kind == reading_result::whole && next.bytes + beyond >= text.size &&
+                   !is_in(next.c.letter, 0x80, 0x9F);
         }
         other.work.srcShiftSet = next.c.letter;
         text = text.behind(next.bytes);

@@ -134,7 +134,8 @@ void note_fault(pvzan_converter& c, const view& text, u32 kind, u32 length, u32 
     f.length = length;
     f.needed = static_cast<u32>(std::min<std::size_t>(needed, sizeof f.bytes));
     f.seen = static_cast<u32>(std::min<std::size_t>(std::max(length, f.needed), sizeof f.bytes));
-    std::copy_n(text.bytes, f.seen, f.bytes);
+    f.ahead = std::max(f.seen, static_cast<u32>(std::min(text.size, sizeof f.bytes)));
+    std::copy_n(text.bytes, f.ahead, f.bytes);
     f.set = c.work.srcShiftSet;
 }
 
@@ -224,10 +225,7 @@ stepped step(pvzan_converter& c, const view& text, reading_result& next) {
     next = read(c, text);
     switch (next.kind) {
     case reading_result::whole: return convert_character(c, text, next);
-    case reading_result::silent:
-        c.work.srcShiftSet = next.c.letter;
-        c.now.plane2 = next.c.mark != 0;
-        return stepped::took;
+    case reading_result::silent: set_state(c, next); return stepped::took;
     case reading_result::waiting: return stepped::waits;
     case reading_result::faulty: break;
     }

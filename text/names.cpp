@@ -35,7 +35,7 @@ bool is_defined(std::string_view charset) {
 }
 
 constexpr std::string_view list =
-#include "names_list.inc"
+#include "names.inc"
     ;
 
 // A part of the list: numbers, which a loader need not relocate.

@@ -155,7 +155,8 @@ bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* 
         return false;
     }
     measure_codes(c);
-    c.looks_for_marks = is_unicode(c.from) && !is_unicode(c.to);
+    const bool takes_all = c.target != nullptr && c.target->form != unicode_form::none;
+    c.looks_for_marks = is_unicode(c.from) && !is_unicode(c.to) && !takes_all;
     c.has_pairs = 0;
     std::ranges::fill(c.known, known_scalar{no_character.letter, {0, 0}});
     std::memset(c.bytes_known, 0, sizeof c.bytes_known);

@@ -201,7 +201,11 @@ reading_result read_scanned(pvzan_converter& c, const view& text) {
     case scanned::silent: return {.kind = kind::silent, .bytes = next.length, .c = {next.state, 0}};
     case scanned::cut: return cut(text, 1);
     case scanned::invalid: return invalid(next.length, next.needed);
-    case scanned::code: break;
+    case scanned::code:
+        if (next.grows && !text.last && !text.flush) {
+            return {.kind = kind::waiting, .bytes = 0};
+        }
+        break;
     }
     return decode(c, text.bytes, next.length, read) ? read : invalid(next.length, next.length);
 }

@@ -2,40 +2,14 @@
 #pragma once
 
 #include "cconv/rulefunc/strict.h"
+#include "cconv/rulefunc/utf8.h"
 
 #include "pvzan_text.h"
 
 namespace text {
 
-struct sequence {
-    enum kind_type : u8 { whole, cut, ill_formed } kind;
-    u32 bytes; // ill-formed: those that cannot be continued
-    u32 scalar;
-};
-
 inline sequence read_utf8(const u8* p, std::size_t size) {
-    const u32 lead = p[0];
-    if (lead < 0x80) {
-        return {sequence::whole, 1, lead};
-    }
-    if (lead < 0xC2 || lead > 0xF4) {
-        return {sequence::ill_formed, 1, 0};
-    }
-    const u32 length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    // What keeps the form from being too long, a surrogate, or beyond U+10FFFF.
-    const u32 low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
-    const u32 high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-    u32 scalar = lead & (0x7FU >> length);
-    for (u32 i = 1; i < length; ++i) {
-        if (i == size) {
-            return {sequence::cut, i, 0};
-        }
-        if (p[i] < (i == 1 ? low : 0x80) || p[i] > (i == 1 ? high : 0xBF)) {
-            return {sequence::ill_formed, i, 0};
-        }
-        scalar = scalar << 6 | (p[i] & 0x3FU);
-    }
-    return {sequence::whole, length, scalar};
+    return ::read_utf8({p, size});
 }
 
 // Units of two or four bytes; UCS-2 and UCS-4 have no pairs of surrogates.

@@ -1,4 +1,5 @@
-// The four calls that run a conversion, and the driver that alternates decode and encode rule.
+// The four calls that run a conversion, and the driver, which alternates between the decode and the
+// encode rule.
 #include "cconv/convert/lifecycle.h"
 #include "cconv/directory/directory.h"
 #include "cconv/engine/engine.h"
@@ -15,7 +16,8 @@ namespace {
 
 enum class direction { encode, decode };
 
-// By name; else, as callers may have come to rely on it, by number among those of the start.
+// Finds a charset by name; otherwise, since callers may rely on it, by the number of the name among
+// those read at the start.
 charset_group* charset_of(const char* name) {
     charset_group* group = find_charset(name);
     return group == nullptr && name != nullptr && definitions_settled()
@@ -23,7 +25,7 @@ charset_group* charset_of(const char* name) {
                : group;
 }
 
-// A table that cannot be loaded is no reason to stop: what it would have mapped is unknown.
+// A table that cannot be loaded is not an error here; its characters are unknown.
 void load_tables(const charset_group* group, direction wanted) {
     for (basic_set* set : member_sets(group)) {
         if (set->setType != PVZAN_SET_USER_DEFINED) {
@@ -42,10 +44,10 @@ void clear_session(session* s) {
 // ---- Substitutes -------------------------------------------------------------------------------
 
 constexpr u16 question_mark = 0x003F;
-constexpr u16 geta_mark = 0x3013;             // the typesetter's "missing character"
-constexpr u16 fullwidth_equals_sign = 0xFF1D; // looks much the same
+constexpr u16 geta_mark = 0x3013;             // the printer's sign for a missing character
+constexpr u16 fullwidth_equals_sign = 0xFF1D; // looks similar
 
-// Resolves a substitute in one set; unresolved it stays when the set lacks the character.
+// Finds a substitute in one set; it remains unresolved if the set lacks the character.
 void try_substitute(const basic_set* set, u16 character, substitute& subst) {
     if (subst.code != 0) {
         return;
@@ -66,8 +68,8 @@ bool resolve_substitutes(session* s) {
     return s->subst1.code != 0 && s->subst2.code != 0;
 }
 
-// What one try resolves stays: the caller's own choice for one kind survives a fallback for the
-// other.
+// A substitute that was found is kept, so that the caller's choice for one kind survives a fallback
+// for the other.
 void choose_substitutes(session* s) {
     for (const u16 fallback : {geta_mark, fullwidth_equals_sign, question_mark}) {
         if (resolve_substitutes(s)) {
@@ -85,8 +87,8 @@ constexpr bool is_resume_point(u32 status) {
            status == PVZAN_OUTPUT_FULL;
 }
 
-// Decodes and encodes in turn until the input is used up or something stops it; the status tells.
-// Where the call before ended at a fault there is likely to be another.
+// Decodes and encodes in turn until all input has been used or something stops it; the status says
+// what. If the previous call ended at a fault, there is probably another one nearby.
 void drive(session* s, bool behind_fault) {
     fast::path fast(behind_fault);
     for (;;) {
@@ -119,7 +121,7 @@ extern "C" {
 
 u32 cconvInitConvert(session* s, const target_options* options, const char* name) {
     cconvLoadRule();
-    getCharsetPath(nullptr, 0); // settles the default
+    getCharsetPath(nullptr, 0); // chooses the default directory
     charset_group* group = charset_of(name);
     clear_session(s);
     if (group == nullptr) {

@@ -1,4 +1,4 @@
-// The registry root and its references, and the one-time loading of definitions.
+// The registry's root, its reference count, and the loading of definitions, which happens once.
 #include "cconv/convert/lifecycle.h"
 
 #include "cconv/definition/definition.h"
@@ -19,16 +19,16 @@ namespace {
 constexpr char definition_pattern[] = "*.xml";
 constexpr const char* definition_suffix = definition_pattern + 1;
 
-std::atomic<u32> s_loaded;    // 1 once the charset directory has been read, with whatever success
+std::atomic<u32> s_loaded;    // 1 after the charset directory has been read, successfully or not
 std::atomic<i32> s_loadCount; // definitions read successfully
 
-// Both are the registry's, go with it, and are used under the table lock: the set files that
-// definitions named so far, and the names of further charsets.
+// Both belong to the registry, are released with it, and are used under the table lock: the set
+// files that definitions have named so far, and the names of further charsets.
 constinit known_sets known;
 std::atomic<file_names*> further; // null: not read yet
 
-// Guards the reference count, so that first conversions on several threads may race without
-// my_init. It is held only here, never together with work on tables.
+// Protects the reference count, so that several threads may start their first conversions without
+// my_init. It is held only in this file, and never while tables are used.
 pthread_mutex_t start_lock = PTHREAD_MUTEX_INITIALIZER;
 
 class start_guard {
@@ -42,7 +42,7 @@ private:
     cancel_delay uninterrupted_;
 };
 
-// Calls use with the name of each definition in the charset directory or in a folder of it.
+// Calls use with the name of each definition in the charset directory, or in a folder of it.
 template <typename Use>
 void for_each_definition(const char* folder, Use use) {
     char directory[text_bytes];
@@ -74,7 +74,7 @@ i32 read_definitions() {
     return count;
 }
 
-// Null when memory is short.
+// Null if memory runs out.
 file_names* read_further_names() {
     void* const room = ZAN_malloc(i32{sizeof(file_names)});
     if (room == nullptr) {
@@ -85,13 +85,13 @@ file_names* read_further_names() {
         char name[text_bytes], path[text_bytes];
         copy_text(name, file);
         name[std::strlen(name) - std::strlen(definition_suffix)] = '\0';
-        // Files that no name leads to, such as those with capital letters, are none.
+        // Ignores files that no name can select, such as those with capital letters.
         if (further_path(name, path) &&
             std::strcmp(path + std::strlen(further_folder), file) == 0) {
             names->add(name);
         }
     });
-    names->sort(); // without their endings they have another order
+    names->sort(); // the order is different without the endings
     return names;
 }
 
@@ -102,7 +102,7 @@ void release_further_names() {
     }
 }
 
-// Groups go before the basic sets that they borrow.
+// Groups are released before the basic sets that they refer to.
 void release_registry() {
     fast::release();
     if (g_ProcessObject.groups != nullptr) {
@@ -130,12 +130,12 @@ charset_group* read_further(const char* name) {
         return nullptr;
     }
     const table_lock lock;
-    charset_group* group = registered_group(name); // by another thread meanwhile
+    charset_group* group = registered_group(name); // another thread may have read it meanwhile
     if (group == nullptr) {
         const u32 sets = further_set_count();
         group = read_further_definition(path, name, known);
         if (further_set_count() != sets) {
-            note_table_change(); // a rule may look for a set that is there now
+            note_table_change(); // a rule may look for a set that exists now
         }
     }
     return group;
@@ -147,10 +147,11 @@ u32 any_loaded() {
 
 // ---- Fork and unloading ------------------------------------------------------------------------
 
-bool s_heldOverFork; // the table lock; guarded by the start lock
-bool s_ended;        // the last reference taken or given back was given back; guarded likewise
+bool s_heldOverFork; // the table lock; protected by the start lock
+bool s_ended;        // whether the last change was to give back a reference; protected likewise
 
-// A fork waits for other threads to finish loading: the child has none to unlock for them.
+// A fork waits for other threads to finish loading, since the child has no thread to release their
+// locks.
 void before_fork() {
     pthread_mutex_lock(&start_lock);
     s_heldOverFork = pthread_mutex_lock(&zan_tablemutex) == 0;
@@ -172,7 +173,7 @@ void after_fork_in_child() {
     after_fork(true);
 }
 
-// Once for the process, or for as long as the library is in memory; the start lock is held.
+// Done once per process, or each time the library is loaded; the start lock is held.
 void hold_locks_over_fork() {
     static bool s_done;
     if (!s_done) {
@@ -180,8 +181,8 @@ void hold_locks_over_fork() {
     }
 }
 
-// What loading kept goes with the library's code, once the host has ended its use: at dlclose, or
-// with the process. A host that did not call my_fini may have threads in the library even then.
+// Releases everything when the library is unloaded or the process ends, if the host has ended its
+// use. A host that did not call my_fini may still have threads in the library.
 [[gnu::destructor]] void release_at_unloading() {
     if (s_ended && g_ProcessObject.refCount == 1) {
         termProcess();
@@ -213,7 +214,7 @@ u32 initProcess(void) {
         ++g_ProcessObject.refCount;
         return 1;
     }
-    // Deliberately ready without a lock: the next call tries to make it again.
+    // It works without the lock, deliberately: the next call tries to create it again.
     if (pthread_mutex_init(&zan_tablemutex, nullptr) != 0) {
         return 1;
     }
@@ -241,16 +242,16 @@ u32 cconvLoadRule(void) {
     if (s_loaded.load(std::memory_order_acquire) != 0) {
         return any_loaded();
     }
-    // This reference is kept as long as the library is in memory, deliberately: sessions have
-    // pointers into the registry.
+    // This reference is kept as long as the library is loaded, deliberately: sessions have pointers
+    // into the registry.
     if (initProcess() == 0) {
         return 0;
     }
     const table_lock lock;
     if (s_loaded.load(std::memory_order_acquire) == 0) {
         s_loadCount.store(read_definitions(), std::memory_order_relaxed);
-        // Deliberately once and for all, whatever failed: sessions rely on a registry that stays as
-        // it is.
+        // Done only once, deliberately, even if something failed: sessions rely on a registry that
+        // does not change.
         s_loaded.store(1, std::memory_order_release);
     }
     return any_loaded();

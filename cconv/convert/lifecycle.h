@@ -1,4 +1,4 @@
-// Start and end of the library, and the one-time loading of definitions.
+// Start and end of the library, and loading of definitions.
 #pragma once
 
 #include "cconv/registry/registry.h"
@@ -8,20 +8,20 @@
 extern "C" {
 PVZAN_API void startProcess(void);
 PVZAN_API void endProcess(void);
-// Takes a reference on the registry, made with the first one: 1 ready, 0 failed.
+// Takes a reference to the registry, which is created with the first one: 1 ready, 0 failed.
 PVZAN_API u32 initProcess(void);
-// Gives one back; the last one destroys the registry.
+// Gives back a reference; the last one destroys the registry.
 PVZAN_API void termProcess(void);
 }
 
-// The charset of that name; null when there is none. A further one is read now, unless that was
-// done; one that cannot be read is looked for again the next time.
+// The charset of that name, or null. A further one is read now, unless it has been read before; one
+// that cannot be read is tried again the next time.
 charset_group* find_charset(const char* name);
 
-// The names of the further charsets that there are files of, in order; read on the first call and
-// kept for the process, as the other definitions are. Those added later can be asked for.
+// The names of all further charsets that have a file, in order. They are read on the first call and
+// kept for the process. Charsets added later can still be opened by name.
 std::span<char* const> further_names();
 
-// Whether the charset directory has been read. Before that, and while memory or descriptors do not
-// suffice for it, there are no charsets.
+// Whether the charset directory has been read. Before that, and while there is not enough memory or
+// file descriptors for it, there are no charsets.
 bool definitions_settled();

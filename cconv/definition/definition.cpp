@@ -1,8 +1,8 @@
-// Definition files to registry objects.
+// Turns definition files into registry objects.
 //
-// The main document names the charset, its pair of rules and its sets; each set lies in a file of
-// its own, an entity of the main document, and so does each table. Elements are looked for one
-// after the other, each behind the start or the end of another; nesting is not checked.
+// The main document names the charset, its two rules and its sets. Each set is in a file of its
+// own, which is an entity of the main document, and so is each table. Each element is searched for
+// after the start or the end of the previous one; nesting is not checked.
 #include "cconv/definition/definition.h"
 
 #include "cconv/definition/document_search.h"
@@ -36,9 +36,9 @@ i64 characters_in(const document& in) {
     return in.textBytes / i64{sizeof(u32)};
 }
 
-// Each reference looks for its entity in the whole main document, and each set reads a file. What a
-// definition may cost so is limited, far beyond what any charset needs: it stays linear in its
-// size.
+// Each reference searches the whole main document for its entity, and each set reads a file. Their
+// number is limited, far beyond what any charset needs, so that the time stays linear in the size
+// of the definition.
 class work_budget {
 public:
     explicit work_budget(const document& main)
@@ -53,13 +53,13 @@ private:
     i64 lookup_, left_;
 };
 
-// The file that the entity in an extent stands for; null when there is none.
+// The file of the entity in an extent; or null.
 owned_memory<char> entity_file(document& main, i32 start, i32 end) {
     const owned_memory<char> link(xmlGetLink(&main, start, end));
     return owned_memory<char>(link != nullptr ? xmlFindEntry(&main, link.get()) : nullptr);
 }
 
-// Skips every "range" element from there; their contents are not used.
+// Skips all "range" elements from there on; their contents are not used.
 i32 skip_ranges(document& in, i32 from) {
     element_finder ranges(in, range_keys);
     while (const auto range = ranges.find(from)) {
@@ -68,7 +68,7 @@ i32 skip_ranges(document& in, i32 from) {
     return from;
 }
 
-// Where a definition goes to: into the root, or among the further ones.
+// Where a definition is stored: in the root, or among the further ones.
 struct shelf {
     known_sets& known;
     bool is_further;
@@ -77,21 +77,21 @@ struct shelf {
 // ---- Base and difference sets ------------------------------------------------------------------
 
 struct set_grammar {
-    const char* set; // elements of the set's own file
+    const char* set; // elements of the set file
     const char* code;
     u16 setType;
 };
 constexpr set_grammar base_grammar{"subseta", "code", PVZAN_SET_BASE};
 constexpr set_grammar difference_grammar{"subsetb", "codeb", PVZAN_SET_DIFFERENCE};
 
-// What was read from a set's file.
+// The contents of a set file.
 struct read_set {
     owned_set set;
     owned_memory<char> table; // the entity of its table
-    i32 characters = 0;       // in the file
+    i32 characters = 0;       // of the file
 };
 
-// Reads what stands behind the code element: the defined ranges and the table's name.
+// Reads what follows the code element: the defined ranges and the name of the table.
 bool read_set_contents(document& main, document& in, const set_grammar& grammar,
                        const element& code, read_set& out) {
     const bool is_base = grammar.setType == PVZAN_SET_BASE;
@@ -111,7 +111,7 @@ bool read_set_contents(document& main, document& in, const set_grammar& grammar,
     return xmlGetTable(&main, &in, table->start, table->end, set.decodeTable, set.encodeTable) != 0;
 }
 
-// Makes both tables those of codes that are counted, where the set says so.
+// Prepares both tables for counted codes, if the set has them.
 bool count_codes(document& in, const element& code, basic_set& set) {
     code_bytes codes{};
     switch (counted_codes(in, code.start, code.end, codes)) {
@@ -154,7 +154,7 @@ bool read_set_file(document& main, work_budget& budget, const char* file,
 
 // ---- Extra encode tables -----------------------------------------------------------------------
 
-// What the sets of a document are read with, one after the other.
+// The state while the sets of a document are read, one after the other.
 struct set_reader {
     element_finder tables;
     key_finder width;
@@ -164,8 +164,8 @@ struct set_reader {
         : tables(main, extra_table_keys), width(main, "bytenum="), budget(main), place(where) {}
 };
 
-// The value width of an extra table: hexadecimal, 2 where none is given; nothing when its quotes
-// are not closed.
+// The value width of an extra table: hexadecimal, 2 by default; nothing if its quotes are not
+// closed.
 std::optional<u32> extra_table_width(document& main, set_reader& reader, const element& table) {
     constexpr u32 default_width = 2;
     const auto key = reader.width.find(table.start);
@@ -185,9 +185,8 @@ std::optional<u32> extra_table_width(document& main, set_reader& reader, const e
     return xatoi(value);
 }
 
-// The "dstable" elements inside a set element. A table whose file cannot be resolved is left out;
-// null is lack of
-// memory, or far too many of them.
+// Reads the "dstable" elements inside a set element. A table whose file is not found is skipped.
+// Null if memory runs out, or if there are far too many of them.
 owned_tables read_extra_tables(document& main, set_reader& reader, const element& set) {
     owned_tables tables(initArray());
     if (tables == nullptr) {
@@ -223,8 +222,8 @@ owned_tables read_extra_tables(document& main, set_reader& reader, const element
 
 // ---- Registration ------------------------------------------------------------------------------
 
-// Registers the set, unless one is there, in the root by number, else by name; and makes that a
-// member of the group. The file is remembered as that one's if they have one name.
+// Registers the set unless it is already there (in the root by number, otherwise by name), and adds
+// it to the members of the group. If the names are the same, its file is remembered.
 bool take_set(const shelf& place, charset_group& group, const document& main,
               owned_memory<char> file, read_set read) {
     basic_set* set = place.is_further ? registered_set(read.set->name)
@@ -250,7 +249,7 @@ bool take_set(const shelf& place, charset_group& group, const document& main,
     return addArray(group.memberSets, set) != 0;
 }
 
-// What a set that is known still asks of the definition that names it: room in the budget, and its
+// What a known set still requires of the definition that names it: room in the budget, and its
 // table among the entities.
 bool may_take(document& main, work_budget& budget, const known_set& known) {
     const auto finds_table = [&] {
@@ -283,8 +282,8 @@ bool add_set(document& main, set_reader& reader, const element& reference,
                             : take_set(reader.place, group, main, std::move(file), std::move(read));
 }
 
-// Takes base and difference sets in the order of the document; end receives where the last one
-// ended.
+// Reads base and difference sets in the order of the document; end receives the end of the last
+// one.
 bool add_sets(document& main, const shelf& place, charset_group& group, i32& end) {
     end = 0;
     element_finder bases(main, base_set_keys), differences(main, difference_set_keys);
@@ -305,7 +304,7 @@ bool add_sets(document& main, const shelf& place, charset_group& group, i32& end
     }
 }
 
-// A quoted hexadecimal value behind a key, as in start="F040".
+// A quoted hexadecimal value after a key, for example start="F040".
 std::optional<u16> quoted_hex(document& in, const char* key, i32 from) {
     const auto behind = find_key(in, key, from);
     const auto open = behind ? find_quote(in, *behind, in.textBytes) : std::nullopt;
@@ -318,7 +317,8 @@ std::optional<u16> quoted_hex(document& in, const char* key, i32 from) {
     return static_cast<u16>(xatoi(value));
 }
 
-// The one set of user-defined characters, which has no tables and so no array of extra ones.
+// The set of user-defined characters, of which there is at most one. It has no tables, and so no
+// array of extra tables.
 bool add_user_defined_set(document& main, const shelf& place, const element& reference,
                           charset_group& group) {
     owned_memory<char> file = entity_file(main, reference.start, reference.end);
@@ -364,7 +364,7 @@ struct rule_names {
     char destRule[text_bytes] = "";
 };
 
-// The pair of rules, where the charset has the element. False when one of the two is missing.
+// The two rules, if the charset has the element. False if one of them is missing.
 bool read_rules(document& main, const element& name, rule_names& rules) {
     const auto rule = find_element(main, "rule", name.start);
     if (!rule) {
@@ -380,7 +380,7 @@ bool read_rules(document& main, const element& name, rule_names& rules) {
     return true;
 }
 
-// The element of the rules that go by it.
+// The element of the rules that use it.
 bool read_codes(const document& main, i32 from, charset_group& group) {
     constexpr std::size_t most_members = 64;
     const char* names[most_members];
@@ -398,7 +398,7 @@ bool read_codes(const document& main, i32 from, charset_group& group) {
                         wrong);
 }
 
-// What a definition is before its sets are read.
+// Creates a group from a definition, without its sets.
 struct definition {
     owned_document main;
     char name[text_bytes];
@@ -420,7 +420,7 @@ bool read_name(const char* fileName, definition& out) {
     return true;
 }
 
-// Null where it does not hold together, or memory is short.
+// Null if it is inconsistent, or if memory runs out.
 owned_group read_group(definition& in, const shelf& place) {
     rule_names rules;
     if (!read_rules(in.main, in.named, rules)) {
@@ -469,7 +469,7 @@ bool read_definition(const char* fileName, known_sets& known) {
     if (!read_name(fileName, in)) {
         return false;
     }
-    // The first definition of a charset wins; later ones are not looked at further.
+    // The first definition of a charset is used; later ones are ignored.
     if (findGroupArray(g_ProcessObject.groups, group_number(in.name)) != nullptr) {
         return true;
     }
@@ -516,9 +516,9 @@ u32 loadHex(const u32* text, i32 start, i32 end, limit_array* limits) {
         u32 high = low;
         if (extent[index] == '-') {
             if (xmlGetHex(extent, index, count, &index, &high) == 0) {
-                break; // nothing is stored for a range without an end
+                break; // a range without an end is not stored
             }
-            largest_end = std::max(largest_end, high); // single codes deliberately do not count
+            largest_end = std::max(largest_end, high); // single codes do not count, deliberately
         }
         limit* range = initLimit(low, high);
         if (range != nullptr && addArray(limits->ranges, range) == 0) {

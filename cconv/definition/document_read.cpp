@@ -1,4 +1,4 @@
-// Reading a definition file: encoding, characters, and their normalisation.
+// Reads a definition file: finds its encoding, and converts and normalises its characters.
 #include "cconv/definition/document.h"
 
 #include "cconv/directory/directory.h"
@@ -17,8 +17,8 @@ constexpr i64 max_file_bytes = std::numeric_limits<i32>::max();
 
 // ---- The file ----------------------------------------------------------------------------------
 
-// Definition files lie in the charset directory under lower-case names; a directory part is
-// dropped, where splitPath would see one, but for the folder of further charsets.
+// Definition files have lower-case names in the charset directory. A directory in the name is
+// dropped in the way of splitPath, except the folder of further charsets.
 bool document_path(const char* fileName, char (&path)[text_bytes]) {
     char name[text_bytes];
     copy_text(name, fileName + (fileName[0] == '/' ? 1 : 0));
@@ -41,8 +41,8 @@ struct encoding_choice {
     u32 bigEndian;
 };
 
-// An encoding's name in 16-bit units, as bytes from its first letter to its last; so it reads the
-// same in either byte order.
+// The name of an encoding in 16-bit units, as the bytes from its first letter to its last, which
+// are the same in both byte orders.
 bool wide_name_at(std::span<const u8> bytes, std::size_t offset, std::string_view name) {
     for (std::size_t i = 0; i < name.size(); ++i) {
         if (bytes[offset + 2 * i] != static_cast<u8>(name[i]) ||
@@ -53,8 +53,8 @@ bool wide_name_at(std::span<const u8> bytes, std::size_t offset, std::string_vie
     return true;
 }
 
-// The declaration on the first line of a 16-bit document; the byte-order mark alone settles
-// nothing.
+// The declaration on the first line of a 16-bit document. The byte-order mark alone does not
+// decide.
 u32 declared_wide_encoding(std::span<const u8> bytes) {
     constexpr std::string_view utf16_name = "UTF-16"sv, ucs2_name = "ISO-10646-UCS-2"sv;
     constexpr std::size_t needed = 2 * ucs2_name.size();
@@ -93,7 +93,7 @@ encoding_choice choose_encoding(std::span<const u8> bytes, encoding_choice fallb
     if ((byte(0) == 0xFF && byte(1) == 0xFE) || (byte(0) == 0xFE && byte(1) == 0xFF)) {
         found = {declared_wide_encoding(bytes), byte(0) == 0xFE};
     } else if (byte(0) == 0xFE && byte(3) == 0xFF) {
-        found = {encoding_ucs4, 1}; // marks of our own for four-byte units
+        found = {encoding_ucs4, 1}; // byte-order marks of our own for four-byte units
     } else if (byte(0) == 0xFF && byte(3) == 0xFE) {
         found = {encoding_ucs4, 0};
     } else {
@@ -108,7 +108,7 @@ constexpr bool is_surrogate(u32 unit) {
     return unit >= 0xD800 && unit <= 0xDFFF;
 }
 
-// Widens units of two bytes; returns how many characters they are.
+// Converts units of two bytes to characters, and returns their number.
 std::size_t widen_pairs(std::span<const u8> bytes, encoding_choice encoding, u32* out) {
     const u8* high = bytes.data() + (encoding.bigEndian != 0 ? 0 : 1);
     const u8* low = bytes.data() + (encoding.bigEndian != 0 ? 1 : 0);
@@ -129,8 +129,8 @@ std::size_t widen_pairs(std::span<const u8> bytes, encoding_choice encoding, u32
     return static_cast<std::size_t>(out - begin);
 }
 
-// Widens the file to one u32 a character. False when the encoding is none that we read, or the text
-// would be too large.
+// Converts the file to one u32 for each character. False if the encoding cannot be read, or the
+// text would be too large.
 bool widen(std::span<const u8> bytes, encoding_choice encoding, owned_memory<u32>& out,
            std::size_t& count) {
     std::size_t unit_bytes = 2;
@@ -163,8 +163,8 @@ bool widen(std::span<const u8> bytes, encoding_choice encoding, owned_memory<u32
     return true;
 }
 
-// Drops declarations and comments, and turns line breaks and tabs into blanks; in place, since a
-// text only gets shorter.
+// Drops declarations and comments, and replaces line breaks and tabs by blanks. Works in place,
+// since text only gets shorter.
 class normaliser {
 public:
     normaliser(std::span<u32> text, i32* tags) : text_(text), tags_(tags) {}
@@ -185,8 +185,8 @@ private:
         return index + 1 < text_.size() && text_[index] == first && text_[index + 1] == second;
     }
 
-    // Moves behind the next pair from begin on. Once there is none, there is none further on
-    // either: remembering that keeps a text of nothing but openings linear.
+    // Moves after the next pair from begin on. If there is none, there is none further on either;
+    // remembering this keeps the time linear for a text full of openings.
     bool skip_past(std::size_t begin, u32 first, u32 second, bool& none_left) {
         for (std::size_t i = begin; !none_left && i + 1 < text_.size(); ++i) {
             if (at(i, first, second)) {
@@ -195,11 +195,11 @@ private:
             }
         }
         none_left = true;
-        ++at_; // the opening stays alone: only its first character is dropped
+        ++at_; // there is no closing: only the first character of the opening is dropped
         return false;
     }
 
-    // Most characters: nothing that is looked for begins with one above "<".
+    // The most frequent case: nothing that is searched for begins with a character above "<".
     void copy_plain() {
         std::size_t from = at_, to = length_;
         while (from < text_.size() && text_[from] > '<') {
@@ -266,7 +266,7 @@ extern "C" u32 xmlReadFile(const char* fileName, u32 defaultEncoding, u32 defaul
     if (count == 0) {
         return 1;
     }
-    // One for each character is more than there are; what is not used costs nothing.
+    // There cannot be more than one for each character; unused ones cost nothing.
     owned_memory<i32> tagPos(static_cast<i32*>(ZAN_malloc(static_cast<i32>(count * sizeof(i32)))));
     if (tagPos == nullptr) {
         return 0;

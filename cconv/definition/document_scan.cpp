@@ -1,4 +1,4 @@
-// Finding elements, attributes, entities and numbers in a document.
+// Finds elements, attributes, entities and numbers in a document.
 #include "cconv/definition/document.h"
 
 #include "platform/platform.h"
@@ -23,7 +23,7 @@ characters whole_text(const document* document) {
     return {document->text, static_cast<std::size_t>(document->textBytes) / sizeof(u32)};
 }
 
-// Byte offset to character index, kept inside the text.
+// Converts a byte offset to a character index, limited to the text.
 std::size_t clamp_offset(const document* document, i64 offset) {
     return static_cast<std::size_t>(std::clamp(offset, i64{0}, i64{document->textBytes})) /
            sizeof(u32);
@@ -52,7 +52,7 @@ bool key_at(characters text, std::size_t index, std::string_view key) {
     return true;
 }
 
-// The first of a character in the text; its end when there is none.
+// The first occurrence of a character in the text, or the end of the text.
 const u32* find_character(characters text, u32 wanted) {
     if constexpr (sizeof(wchar_t) == sizeof(u32)) {
         static_assert(alignof(wchar_t) == alignof(u32));
@@ -77,7 +77,7 @@ std::optional<std::size_t> find_key(characters text, std::size_t from, std::stri
     return std::nullopt;
 }
 
-// A search key in its buffer. One that comes out longer than max_key finds nothing.
+// A search key in a buffer. A key longer than max_key finds nothing.
 using key_buffer = char[max_key + 5];
 
 void make_key(key_buffer& out, std::string_view before, std::string_view name,
@@ -109,7 +109,7 @@ std::optional<characters> attribute(characters text, std::string_view key) {
     return at ? quoted_value(text.subspan(*at + key.size())) : std::nullopt;
 }
 
-// Narrows characters into a text buffer of text_bytes bytes; longer texts are cut.
+// Converts characters to bytes in a buffer of text_bytes bytes; longer texts are truncated.
 void narrow(characters from, char* out) {
     from = from.first(std::min(from.size(), text_bytes - 1));
     std::ranges::transform(from, out, [](u32 c) { return static_cast<char>(c & 0xFF); });
@@ -124,7 +124,7 @@ char* new_string(characters from) {
     return UCS4toASCII(from.data(), static_cast<i32>(from.size()), nullptr);
 }
 
-// Widening and narrowing allocate count + 1 items.
+// Both conversions allocate count + 1 items.
 template <typename T>
 T* new_items(i32 count) {
     if (count < 0 || i64{count} + 1 > std::numeric_limits<i32>::max() / i64{sizeof(T)}) {
@@ -144,7 +144,7 @@ std::optional<i32> seek_key(const document* document, const char* key, i32 from,
     }
     const characters text = whole_text(document);
     const std::size_t first = clamp_offset(document, from);
-    // Of the keys that begin with "/" only those of an element's end stand at a tag.
+    // Of the keys that begin with "/", only those that end an element are part of a tag.
     if ((wanted[0] == '<' || wanted == "/" || wanted.starts_with("/>")) && document->tagCount > 0) {
         const std::span tags(document->tagPos, static_cast<std::size_t>(document->tagCount));
         auto tag = std::ranges::lower_bound(tags, static_cast<i32>(first));
@@ -208,7 +208,8 @@ void xmlGetLang(document* document, i32 start, i32 end, char* out) {
     narrow(attribute(extent(document, start, end), "domain="), out);
 }
 
-// Deliberately up to the end of the document: the quotes may stand behind the element's first tag.
+// Searches up to the end of the document, deliberately: the quotes may follow the element's first
+// tag.
 void xmlGetRule(document* document, i32 start, char* out) {
     narrow(quoted_value(extent(document, start, document->textBytes)), out);
 }
@@ -225,8 +226,8 @@ void xmlGetBytenum(document* document, i32 start, i32 end, u16* out) {
     }
 }
 
-// The end counts characters although it is an offset in bytes, deliberately: the value may stand
-// well behind the element. It never reaches beyond the text.
+// The end is compared with a number of characters although it is a byte offset, deliberately: the
+// value may be far behind the element. It is always inside the text.
 u32 xmlGetBasedon(document* document, i32 start, i32 end, char* out) {
     *out = '\0';
     document->pos = start;
@@ -248,7 +249,7 @@ u32 xmlGetHex(const u32* text, i32 from, i32 count, i32* next, u32* value) {
     const characters all(text, static_cast<std::size_t>(count));
     const auto first = std::find_if(all.begin() + from, all.end(), is_hex_digit);
     const auto last = std::find_if_not(first, all.end(), is_hex_digit);
-    // A number that nothing follows is not taken, deliberately: it may have been cut.
+    // A number at the very end is not used, deliberately: it may have been truncated.
     if (last == all.end()) {
         return 0;
     }
@@ -278,7 +279,7 @@ char* xmlGetLink(document* document, i32 start, i32 end) {
     const characters text = extent(document, start, end);
     const auto ampersand = std::ranges::find(text, u32{'&'});
     const auto semicolon = std::find(ampersand, text.end(), u32{';'});
-    // Without a ";" behind the first "&" there is none behind a later one.
+    // If no ";" follows the first "&", none follows a later one.
     if (semicolon == text.end()) {
         return nullptr;
     }

@@ -1,4 +1,4 @@
-// What a definition is read with: a document that releases itself, and searches in it.
+// Tools to read a definition: a document that releases itself, and searches in it.
 #pragma once
 
 #include "cconv/definition/document.h"
@@ -18,22 +18,22 @@ struct owned_document : document {
 };
 
 struct element {
-    i32 start, end; // of its content; attributes count as content
+    i32 start, end; // of its content, which includes attributes
 };
 
-// Documents here are those that xmlReadFile made.
+// Documents must have been made by xmlReadFile.
 inline std::optional<element> find_element(const document& in, const char* name, i32 from) {
     element found{};
     return seek_element(&in, name, from, true, &found.start, &found.end) ? std::optional(found)
                                                                          : std::nullopt;
 }
 
-// The offset behind a key such as "start=".
+// The offset after a key such as "start=".
 inline std::optional<i32> find_key(const document& in, const char* key, i32 from) {
     return seek_key(&in, key, from, true);
 }
 
-// Whether characters [from, end) hold a double quote, and the offset behind it.
+// Whether characters [from, end) contain a double quote, and the offset after it.
 inline std::optional<i32> find_quote(const document& in, i32 from, i32 end) {
     for (i32 at = from; at < std::min(end, in.textBytes); at += i32{sizeof(u32)}) {
         if (in.text[static_cast<std::size_t>(at) / sizeof(u32)] == '"') {
@@ -43,15 +43,15 @@ inline std::optional<i32> find_quote(const document& in, i32 from, i32 end) {
     return std::nullopt;
 }
 
-// Repeated searches for one key, each from where the one before began or further on. What lies
-// ahead is remembered, and so is that nothing does: a document that is full of one key, or of
-// another, takes linear time.
+// Repeated searches for one key, each from the same place as the previous one or a later one. The
+// next occurrence is remembered, or that there is none, so that the time is linear even in a
+// document full of this key, or of another one.
 class key_finder {
 public:
     key_finder(document& in, const char* key)
         : in_(in), key_(key), bytes_(static_cast<i32>(std::strlen(key) * sizeof(u32))) {}
 
-    // The offset behind the key.
+    // The offset after the key.
     std::optional<i32> find(i32 from) {
         if (!searched_ || (behind_ && *behind_ - bytes_ < from)) {
             behind_ = find_key(in_, key_, from);
@@ -69,7 +69,7 @@ private:
     std::optional<i32> behind_;
 };
 
-// The same for elements, which are found as find_element finds them.
+// The same for elements, found in the way of find_element.
 struct element_keys {
     const char *plain, *attributed, *closing;
 };

@@ -1,4 +1,4 @@
-// Reads the element iso2022, strictly: it is small, and a rule goes by every word of it.
+// Reads the element iso2022 strictly: it is small, and a rule depends on every word of it.
 #include "cconv/definition/iso2022_read.h"
 
 #include "cconv/definition/document.h"
@@ -16,7 +16,7 @@ constexpr bool is_blank(u32 c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
-// The next word of a text, which is cut behind it; empty at the end.
+// The next word of a text, which is removed from it; empty at the end.
 std::string_view next_word(std::string_view& text) {
     while (!text.empty() && is_blank(static_cast<u8>(text.front()))) {
         text.remove_prefix(1);
@@ -47,7 +47,7 @@ std::optional<u32> hex_number(std::string_view word, u32 most) {
 
 // ---- Tags --------------------------------------------------------------------------------------
 
-// A name or a value, narrowed; what is no ASCII, or too long, fits nothing.
+// A name or a value as bytes. One that is too long or not ASCII matches nothing.
 struct narrow_text {
     char bytes[most_value + 1];
     std::size_t size = 0;
@@ -63,7 +63,7 @@ struct narrow_text {
 };
 
 struct tag {
-    narrow_text name; // with its slash where it closes an element
+    narrow_text name; // includes the slash if it closes an element
     struct {
         narrow_text name, value;
     } attributes[most_attributes];
@@ -83,7 +83,7 @@ class tag_reader {
 public:
     tag_reader(std::span<const u32> text, std::size_t at) : text_(text), at_(at) {}
 
-    // Whether there was one that could be read.
+    // Whether a tag was found that could be read.
     bool read(tag& into) {
         into.name.size = into.count = 0;
         while (at_ < text_.size() && text_[at_] != '<') {
@@ -184,7 +184,7 @@ private:
         va_end(arguments);
         return false;
     }
-    // Of a word, for a message.
+    // A word as a string, for a message.
     const char* text_of(std::string_view word) {
         const std::size_t size = std::min(word.size(), sizeof word_ - 1);
         std::memcpy(word_, word.data(), size);
@@ -201,7 +201,7 @@ private:
         return true;
     }
 
-    // 0: none of that name.
+    // The number of the set with that name; 0 if there is none.
     [[nodiscard]] u8 set_number(std::string_view name) const {
         for (u8 i = 0; i < out_.set_count; ++i) {
             if (name == out_.set_list[i].name) {
@@ -244,7 +244,7 @@ private:
         ++out_.set_count;
         return true;
     }
-    // As "21-7E 21-7E".
+    // Reads ranges such as "21-7E 21-7E".
     bool read_ranges(graphic_set& set) {
         std::string_view ranges = tag_.value("bytes");
         for (std::string_view range = next_word(ranges); !range.empty();
@@ -341,7 +341,8 @@ private:
         made.which = *which;
         return true;
     }
-    // No sequence is the begin of another one, so that what is read never depends on what follows.
+    // No sequence may be the beginning of another one, so that reading never depends on what
+    // follows.
     bool is_unlike_others(const control_sequence& made) {
         for (const control_sequence& other : out_.sequences()) {
             const std::size_t common = std::min(made.length, other.length);
@@ -390,7 +391,7 @@ private:
                is_reachable("close", out_.close) && sets_can_be_used();
     }
 
-    // As "G0=ascii G1=none shift=G0".
+    // Reads a state such as "G0=ascii G1=none shift=G0".
     bool read_state(const char* what, std::string_view text, wanted_state& state) {
         for (std::string_view word = next_word(text); !word.empty(); word = next_word(text)) {
             const std::size_t sign = std::min(word.find('='), word.size() - 1);
@@ -443,7 +444,8 @@ private:
         return set_in(out_.initial, shifted(out_.initial)) != no_set ||
                fail("initial: the register that is shifted in contains no set");
     }
-    // From any state: what is to be held is always designated, or never anything else.
+    // Checks that the state can be reached from every state: each required set can be designated,
+    // or its register never contains another one.
     bool is_reachable(const char* what, const wanted_state& state) {
         for (u32 which = 0; which < register_count; ++which) {
             const u32 set = set_in(state.value, which);

@@ -1,15 +1,15 @@
-// The set files that the definitions of a directory named so far, so that a file shared by many
-// charsets is read once. Under the table lock.
+// The set files that the definitions of a directory have named so far, so that a file shared by
+// several charsets is read once. Use it under the table lock.
 #pragma once
 
 #include "cconv/definition/document.h"
 #include "platform/platform.h"
 
-// A set that was taken into the registry, or is there by its name.
+// A set that is in the registry.
 struct known_set {
-    char* file;              // as entities name it
-    char* table;             // the entity of its table; null when it has none
-    u32 encoding, bigEndian; // of the definition, by which the file was read where it says nothing
+    char* file;              // as named in entities
+    char* table;             // the entity of its table, or null
+    u32 encoding, bigEndian; // of the definition; used for files that do not declare their own
     basic_set* set;
     i32 characters;
 };
@@ -20,7 +20,8 @@ public:
     known_sets(const known_sets&) = delete;
     known_sets& operator=(const known_sets&) = delete;
 
-    // To be called at the end; there is no destructor, which would run while others still convert.
+    // Call this at the end. There is no destructor, since it would run while other threads still
+    // convert.
     void clear() {
         for (const known_set& set : all()) {
             ZAN_free(set.file);
@@ -41,7 +42,7 @@ public:
         return nullptr;
     }
 
-    // A file for which there is no room is read again.
+    // A file for which there is no room will be read again.
     void add(owned_memory<char> file, owned_memory<char> table, known_set set) {
         if (count_ == room_) {
             const i32 room = room_ + 32;
@@ -58,7 +59,7 @@ public:
     }
 
 private:
-    static constexpr i32 most = 1024; // bounds the search, too
+    static constexpr i32 most = 1024; // also limits the time of a search
 
     [[nodiscard]] std::span<const known_set> all() const {
         return {sets_, static_cast<std::size_t>(count_)};

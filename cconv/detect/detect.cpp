@@ -1,4 +1,4 @@
-// Encoding detection: a byte-order mark decides, else an XML declaration, else the scores.
+// Encoding detection: by a byte-order mark, else by an XML declaration, else by scores.
 #include "cconv/detect/detect.h"
 
 #include <algorithm>
@@ -27,7 +27,7 @@ constexpr std::array marks = {
     byte_order_mark{"\xFF\xFE"sv, "UTF-16", 0},
 };
 
-// Length of the mark at the start, 0 when there is none.
+// The length of the mark at the start, or 0.
 i32 read_mark(pvzan_detection_request* request, bytes_view text) {
     const std::string_view bytes(reinterpret_cast<const char*>(text.data()), text.size());
     for (const byte_order_mark& mark : marks) {
@@ -59,8 +59,8 @@ const char* single_byte_name(u32 latin1_characters) {
     return latin1_characters != 0 ? "ISO-8859-1" : "ISO-646IRV";
 }
 
-// The best score wins, to within the step of the threshold; inside it the order of the tests
-// decides, and which comparisons admit a tie.
+// The best score wins. Scores that differ by less than the step of the threshold count as equal;
+// the order of the tests, and which comparisons accept a tie, then decide.
 verdict decide_above(u32 threshold, const scores& all) {
     const u32 fix = all.euc_jp_fix, euc = all.euc_jp, u8s = all.utf8.score, u16s = all.utf16.best(),
               u32s = all.ucs4.best(), sjis = all.shift_jis.score;
@@ -110,7 +110,7 @@ void examine(pvzan_detection_request* request, bytes_view text) {
     }
 }
 
-// Whether the caller's extent makes sense; else nothing of it is read.
+// Whether the caller's range is valid; otherwise nothing is read.
 bool has_text(const pvzan_detection_request* request) {
     return request->text != nullptr && request->textPos >= 0 && request->textEnd > request->textPos;
 }

@@ -1,14 +1,14 @@
-// Encoding detection: byte-order mark, XML declaration, the statistical test, line breaks.
+// Encoding detection: byte-order mark, XML declaration, statistics, line breaks.
 #pragma once
 
 #include "platform/base.h"
 
 extern "C" {
-// 1 when the 16-bit value is a character that text is likely to hold.
+// 1 if the 16-bit value is a character that is likely to occur in text.
 PVZAN_API u32 isUNICODE_BMP(u32 high, u32 low);
-// The offset, rounded down to whole units, of the keyword "encoding" on the first line of
-// buffer[0, end), in units of width bytes; 0 when there is none. A keyword at offset 0 cannot be
-// told from none, deliberately: a declaration opens with other characters.
+// The offset, rounded down to whole units, of the keyword "encoding" on the first line of buffer[0,
+// end), in units of width bytes; 0 if there is none. A keyword at offset 0 is not found,
+// deliberately: a declaration begins with other characters.
 PVZAN_API i32 findEncoding(const u8* buffer, i32 end, i32 width);
 }
 
@@ -52,11 +52,12 @@ shift_jis_score score_shift_jis(bytes_view text);
 
 // ---- detect_declaration.cpp --------------------------------------------------------------------
 
-// Looks for an XML declaration at pos, behind the byte-order mark if there was one. Fills in the
-// request's xmlDeclared, bigEndian and encodingName; false when there is none.
+// Looks for an XML declaration at pos, after the byte-order mark if there is one. Sets the
+// request's xmlDeclared, bigEndian and encodingName; false if there is none.
 bool read_declaration(pvzan_detection_request* request, i32 pos);
 
 // ---- detect_newline.cpp ------------------------------------------------------------------------
 
-// The PVZAN_NEWLINE_... that prevails in text, which is in the request's encoding; 0 for none.
+// The most frequent line break of text, which is in the request's encoding: PVZAN_NEWLINE_..., or 0
+// if there is none.
 u32 find_newline_kind(const pvzan_detection_request* request, bytes_view text);

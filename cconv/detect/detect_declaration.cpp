@@ -8,17 +8,17 @@ namespace {
 
 using std::operator""sv;
 
-// Patterns are compared in little-endian units without the last one's zero bytes; so a big-endian
-// text matches one or three bytes further on.
+// Patterns are compared in little-endian units, without the zero bytes of the last one. So
+// big-endian text matches one or three bytes later.
 struct place {
     i32 width;
-    i32 offset;  // from where the text begins, a mark skipped
-    i32 min_end; // the index of the text's end, not its length, deliberately: see below
+    i32 offset;  // from the start of the text, after a mark
+    i32 min_end; // index of the end of the text, not its length, deliberately: see below
     bool after_mark;
 };
 
-// In the order in which they are tried. The limits are those of texts that begin at index 0; a text
-// that begins further on is bounded by its own end as well.
+// In the order in which they are tried. The limits are for texts that begin at index 0; a text that
+// begins later is also limited by its own end.
 constexpr place places[] = {
     {1, 0, 6, false}, {1, 2, 8, true},   {2, 0, 10, false}, {2, 2, 12, true},  {2, 1, 11, false},
     {2, 3, 13, true}, {4, 0, 18, false}, {4, 2, 20, true},  {4, 3, 21, false}, {4, 5, 23, true},
@@ -70,7 +70,7 @@ constexpr bool is_quote(u32 unit) {
     return unit == '"' || unit == '\'';
 }
 
-// Copies the quoted value that follows the keyword. Quotes of either kind open and close.
+// Copies the quoted value after the keyword. Both kinds of quotes may open and close it.
 bool copy_declared_name(bytes_view text, std::size_t from, std::size_t width, bool big_endian,
                         char (&name)[text_bytes]) {
     const auto next_quote = [=](std::size_t at) {
@@ -96,8 +96,8 @@ bool copy_declared_name(bytes_view text, std::size_t from, std::size_t width, bo
     return true;
 }
 
-// Where the keyword stands on the line that begins at from, 0 when there is none. Units are counted
-// from the buffer's start. The keyword must have something behind it.
+// The offset of the keyword on the line that begins at from, or 0. Units are counted from the start
+// of the buffer. Something must follow the keyword.
 std::size_t find_keyword(bytes_view buffer, std::size_t from, std::size_t width) {
     const std::size_t length = pattern_bytes("encoding"sv, width);
     for (std::size_t at = from; at + length < buffer.size(); ++at) {
@@ -123,7 +123,8 @@ extern "C" i32 findEncoding(const u8* buffer, i32 end, i32 width) {
 }
 
 bool read_declaration(pvzan_detection_request* request, i32 pos) {
-    // Indexes count from the buffer's start, but nothing before the text's first byte is read.
+    // Indexes are relative to the start of the buffer, but nothing before the first byte of the
+    // text is read.
     const auto begin = static_cast<std::size_t>(pos);
     const bytes_view buffer(request->text, static_cast<std::size_t>(request->textEnd));
     const place* found = find_declaration(buffer, begin, request->bomFound != 0);
@@ -138,7 +139,7 @@ bool read_declaration(pvzan_detection_request* request, i32 pos) {
     const std::size_t keyword =
         find_keyword(buffer, static_cast<std::size_t>(request->textPos), width);
     if (keyword == 0) {
-        // Without a keyword the declaration settles the encoding, even against a mark.
+        // A declaration without the keyword determines the encoding, even if a mark says otherwise.
         copy_text(request->encodingName, default_name(found->width));
         return true;
     }

@@ -1,4 +1,4 @@
-// The kind of line break that prevails in a text.
+// Finds the most frequent kind of line break in a text.
 #include "cconv/detect/detect.h"
 
 #include "cconv/registry/names.h"
@@ -33,8 +33,8 @@ constexpr u32 line_separator = 0x2028, paragraph_separator = 0x2029;
 // In UTF-8 the separators are E2 80 A8 and E2 80 A9.
 constexpr u32 separator_lead = 0xE2, separator_middle = 0x80;
 
-// The unit behind a CR or LF is used up by it, deliberately whatever it is, so that of a run of
-// equal breaks every second one counts. LF CR counts as CR LF.
+// The unit after a CR or LF is always skipped, deliberately, so that of a run of equal line breaks
+// only every second one counts. LF CR counts as CR LF.
 break_counts count_breaks(bytes_view text, code_units units) {
     break_counts counts;
     u32 previous = 0;
@@ -87,7 +87,7 @@ u32 prevailing(const break_counts& c) {
     return c.crlf != 0 ? PVZAN_NEWLINE_CRLF : 0;
 }
 
-// ISO-2022-JP has no separators; there, single breaks win over any number of pairs.
+// ISO-2022-JP has no separators; in it, single line breaks win over any number of pairs.
 u32 prevailing_iso2022(const break_counts& c) {
     if (c.cr != c.lf) {
         return c.cr > c.lf ? PVZAN_NEWLINE_CR : PVZAN_NEWLINE_LF;

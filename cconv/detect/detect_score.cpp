@@ -1,5 +1,5 @@
-// The seven scores of encoding detection. Each pass counts the units of the text that the encoding
-// can have and those that it cannot.
+// The seven scores of encoding detection. Each function counts the units of the text that are
+// possible in an encoding, and those that are not.
 #include "cconv/detect/detect.h"
 
 #include <algorithm>
@@ -30,9 +30,9 @@ struct code_range {
     u16 low, high;
 };
 
-// Characters of Unicode's first plane that text is likely to hold, as they were in Unicode 2. Row
-// 4E is cut short, and the full-width forms before U+FFCA are missing, deliberately: both values
-// occur in Japanese text of other encodings when its bytes are read as units.
+// Characters of Unicode's first plane that are likely to occur in text, as of Unicode 2. Row 4E is
+// truncated, and the full-width forms before U+FFCA are missing, deliberately: these values occur
+// when Japanese text in other encodings is read as units.
 constexpr code_range plausible_bmp[] = {
     {0x0009, 0x000A}, {0x000D, 0x000D}, {0x0020, 0x007E}, {0x00A0, 0x00FF}, {0x0100, 0x01F5},
     {0x0250, 0x02A8}, {0x02B0, 0x02E9}, {0x0300, 0x037E}, {0x0384, 0x03F3}, {0x0400, 0x04F9},
@@ -46,8 +46,8 @@ constexpr code_range plausible_bmp[] = {
     {0xFBD3, 0xFDFB}, {0xFE20, 0xFEFC}, {0xFFCA, 0xFFEE},
 };
 
-// Double-byte codes of Windows-31J, user-defined ones included. Trail bytes 7F and FD to FF inside
-// the ranges deliberately count: telling them apart decides nothing.
+// Double-byte codes of Windows-31J, including user-defined ones. Trail bytes 7F and FD to FF inside
+// the ranges count, deliberately: excluding them would not change the result.
 constexpr code_range windows31j_pairs[] = {
     {0x8140, 0x81AC}, {0x81B8, 0x81BF}, {0x81C8, 0x81CE}, {0x81DA, 0x81E8}, {0x81F0, 0x81F7},
     {0x81FC, 0x81FC}, {0x824F, 0x8258}, {0x8260, 0x8279}, {0x8281, 0x829A}, {0x829F, 0x82F1},
@@ -171,8 +171,8 @@ utf8_lead classify_lead(u32 byte) {
 
 } // namespace
 
-// The high bits of following bytes are deliberately not tested: text cut and joined carelessly
-// still is UTF-8.
+// The high bits of following bytes are not tested, deliberately: text that was carelessly cut and
+// joined is still UTF-8.
 utf8_score score_utf8(bytes_view text) {
     tally units;
     utf8_score result;
@@ -230,8 +230,8 @@ u32 score_euc_jp_fix(bytes_view text) {
     return units.score();
 }
 
-// Leads from E0 on deliberately count against EUC-JP: rare in its text, they are the leads of
-// Shift_JIS.
+// Lead bytes from E0 on count against EUC-JP, deliberately: they are rare in its text, but common
+// in Shift_JIS.
 u32 score_euc_jp(bytes_view text) {
     constexpr u8 single_shift_2 = 0x8E, single_shift_3 = 0x8F;
     tally units;
@@ -269,8 +269,8 @@ u32 score_euc_jp(bytes_view text) {
 
 namespace {
 
-// Half of Japanese text in other encodings looks like units of this one; ASCII letters with their
-// zero byte do not, so there must be one.
+// Half of Japanese text in other encodings looks like units of this one. ASCII letters with a zero
+// byte do not, so there must be at least one.
 u32 score_utf16_in(bytes_view text, bool big_endian) {
     tally units;
     bool has_ascii = false;

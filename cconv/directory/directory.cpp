@@ -1,4 +1,4 @@
-// Where the charsets are.
+// The path of the charset directory.
 #include "cconv/directory/directory.h"
 
 #include "cconv/directory/embedded.h"
@@ -11,13 +11,13 @@ const char* default_directory() {
 
 u32 store_directory(const char* path) {
     if (m_charsetpath[0] != '\0') {
-        return 0; // set once; a second call is refused, not an update
+        return 0; // it can be set only once
     }
     copy_text(m_charsetpath, path);
     return 1;
 }
 
-// size counts the buffer, or is 0 or 1 for one that is known to be large enough, deliberately.
+// size is the size of the buffer; 0 or 1 mean that it is known to be large enough, deliberately.
 char* copy_directory(char* buffer, u32 size) {
     const u32 length = static_cast<u32>(std::strlen(m_charsetpath));
     if (length >= size - 2) {
@@ -66,7 +66,7 @@ char* getCharsetPath(char* buffer, u32 size) {
 } // extern "C"
 
 bool further_path(const char* name, char (&path)[text_bytes]) {
-    constexpr std::size_t longest = 63; // as pvzan_name holds
+    constexpr std::size_t longest = 63; // what pvzan_name has room for
     const std::size_t length = ::strnlen(name, longest + 1);
     if (length == 0 || length > longest || name[0] == '.' || std::strchr(name, '/') != nullptr) {
         return false;

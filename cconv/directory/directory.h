@@ -1,4 +1,4 @@
-// The charset directory, and the lock of everything that is read from it.
+// The charset directory, and the lock for everything that is read from it.
 #pragma once
 
 #include "platform/base.h"
@@ -10,21 +10,21 @@ extern "C" {
 PVZAN_API extern pthread_mutex_t zan_tablemutex;
 PVZAN_API extern char m_charsetpath[text_bytes];
 
-// The charset directory with a final "/"; settles the default first. Null, and an empty buffer,
-// when size is too small; null for a null buffer.
+// The charset directory with a "/" at the end; chooses the default if none was set. Null, with an
+// empty buffer, if size is too small; null for a null buffer.
 PVZAN_API char* getCharsetPath(char* buffer, u32 size);
 }
 
-// The folder of the charset directory whose definitions are only read when somebody asks for their
-// charset by its name: further/NAME.xml, in lower case.
+// The folder of the charset directory whose definitions are read only when their charset is opened:
+// further/NAME.xml, in lower case.
 inline constexpr char further_folder[] = "further/";
-// Where the definition of such a charset would be; false where no file can be called like that.
+// The path of the definition of such a charset; false if no file can have this name.
 bool further_path(const char* name, char (&path)[text_bytes]);
-// Whether it is the path of a file in that folder, from the charset directory on.
+// Whether this is the path of a file in that folder, relative to the charset directory.
 bool is_further_path(const char* path);
 
-// Puts pthread_cancel off for a scope: reading files is where it acts, and a thread that ended
-// there would leave the lock taken for ever.
+// Delays pthread_cancel during a scope: it would act while files are read, and the lock would never
+// be released.
 class cancel_delay {
 public:
     cancel_delay() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
@@ -36,7 +36,7 @@ private:
     int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
-// Holds the table lock for a scope, where it could be taken.
+// Holds the table lock during a scope, if it could be taken.
 class table_lock {
 public:
     table_lock() : held_(pthread_mutex_lock(&zan_tablemutex) == 0) {}
@@ -53,5 +53,5 @@ private:
     bool held_;
 };
 
-// getCharsetPath for callers that hold the table lock.
+// Like getCharsetPath, for callers that hold the table lock.
 char* charset_path_locked(char* buffer, u32 size);

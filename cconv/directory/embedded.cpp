@@ -1,10 +1,10 @@
-// Reading the charset directory that is inside the library.
+// Reads the charset directory that is inside the library.
 #include "cconv/directory/embedded.h"
 
 #include <algorithm>
 #include <cerrno>
 
-// A build with such a directory has its own, which the linker takes.
+// A build that contains such a directory defines its own list, which the linker prefers.
 [[gnu::weak]] extern const std::span<const embedded_file> embedded_files{};
 
 bool is_embedded(const char* path) {

@@ -5,7 +5,7 @@
 
 namespace {
 
-// "&#x", the digits of 32 bits (10 decimal, 8 hexadecimal) and ";".
+// The longest one: "&#x", the digits of 32 bits (10 decimal, 8 hexadecimal) and ";".
 constexpr std::size_t max_units = 2 + 10 + 1;
 static_assert(max_units >= 3 + 8 + 1);
 
@@ -33,7 +33,7 @@ extern "C" u32 ToCharRef(session* s, u32 value) {
     for (std::size_t i = begin; i < text.size(); ++i, length += 2) {
         units[length + ascii_byte] = static_cast<u8>(text[i]);
     }
-    // Deliberate: a reference never takes the last byte of the buffer.
+    // A reference never uses the last byte of the buffer, deliberately.
     if (!emit_bytes(s, std::span(units).first(length), 1)) {
         return 0;
     }

@@ -8,7 +8,7 @@ namespace {
 
 constexpr u32 mark_grave = 0x0300, mark_acute = 0x0301, mark_semi_voiced = 0x309A;
 constexpr u32 tone_extra_high = 0x02E5, tone_extra_low = 0x02E9;
-constexpr u32 mark_bits = 16; // and as many of the letter, where both are one number
+constexpr u32 mark_bits = 16; // and as many for the letter, if both are in one number
 
 std::span<const combining_row> rows() {
     return std::span(JISX0213CombiningTable).first<std::size(JISX0213CombiningTable) - 1>();
@@ -19,7 +19,7 @@ const combining_row* find_code(u32 code) {
     return row != rows().end() ? &*row : nullptr;
 }
 
-// Nearly every character pair of a text comes by here: the marks are tested first.
+// This is called for nearly every pair of characters in a text, so the marks are tested first.
 const combining_row* find_pair(u32 base, u32 mark) {
     if (!is_combining_mark(mark)) {
         return nullptr;

@@ -1,4 +1,4 @@
-// The canonical compositions that charsets without all of Unicode hold.
+// The canonical compositions in charsets that do not have all of Unicode.
 #include "cconv/engine/composition.h"
 
 #include <algorithm>
@@ -9,12 +9,12 @@ namespace {
 
 struct marked_letters {
     char32_t mark;
-    std::u32string_view letters, composed; // one for one
+    std::u32string_view letters, composed; // one composed character for each letter
 };
 
-// The canonical compositions of Unicode, by the decompositions in UnicodeData.txt and without those
-// in CompositionExclusions.txt, to characters that a charset here has without having all of
-// Unicode.
+// The canonical compositions of Unicode, according to the decompositions in UnicodeData.txt without
+// those in CompositionExclusions.txt, to characters in any of the charsets here that do not have
+// all of Unicode.
 constexpr std::array<marked_letters, 16> compositions = {{
     {0x0300, // COMBINING GRAVE ACCENT
      U"AEIOUaeiouÜüNnαε", U"ÀÈÌÒÙàèìòùǛǜǸǹὰὲ"},
@@ -54,7 +54,7 @@ constexpr std::array<marked_letters, 16> compositions = {{
      U"はひふへほハヒフヘホ", U"ぱぴぷぺぽパピプペポ"},
 }};
 
-// Ideographs, which texts are full of, are beyond it.
+// Ideographs, which are frequent in text, are all above it.
 constexpr char32_t last_letter = [] {
     char32_t last = 0;
     for (const marked_letters& row : compositions) {

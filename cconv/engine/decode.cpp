@@ -1,4 +1,4 @@
-// Table-driven decoding: one character by the tables of the source charset's member sets.
+// Table-driven decoding: reads one character with the tables of the source charset's sets.
 #include "cconv/engine/engine.h"
 #include "cconv/tables/table.h"
 
@@ -6,7 +6,7 @@
 
 namespace {
 
-// The code read for one length, shared by all sets of that length.
+// A code of one length, shared by all sets with codes of that length.
 struct code_memo {
     u32 raw = 0;
     u32 code = 0; // after the filter
@@ -15,8 +15,8 @@ struct code_memo {
 
 using code_memos = std::array<code_memo, max_code_bytes + 1>;
 
-// Reads and filters the code unless that was done. A code that the filter refuses stays unread, so
-// the next set of that length asks again.
+// Reads and filters the code unless this was done before. A code that the filter rejects does not
+// count as read, so that the next set of that length tries again.
 bool read_code(const session* s, std::span<const u8> bytes, code_filter filter, code_memo& memo) {
     if (memo.read) {
         return true;
@@ -33,7 +33,7 @@ bool read_code(const session* s, std::span<const u8> bytes, code_filter filter, 
     return true;
 }
 
-// Whether the set has the code; ucs receives what it stands for, 0 for a control code without a
+// Whether the set has the code; ucs receives its Unicode value, or 0 for a control code without a
 // mapping.
 bool set_takes(const basic_set* set, u32 code, u32& ucs) {
     if (set->setType == PVZAN_SET_USER_DEFINED) {
@@ -44,7 +44,7 @@ bool set_takes(const basic_set* set, u32 code, u32& ucs) {
     return ucs != 0 || IsControlCode(code) != 0;
 }
 
-// How far an invalid character is stepped over: by the longest code that was read.
+// The number of bytes to skip after invalid input: the longest code that was read.
 i32 invalid_length(const code_memos& memos) {
     for (std::size_t length = memos.size(); length-- > 0;) {
         if (memos[length].read) {
@@ -86,8 +86,7 @@ u32 convSrcConvert(session* s, code_filter codeFilter) {
             return deliver_character(s, set, memo.raw, memo.code, ucs);
         }
     }
-    // A set that could not be tried may still have the character: more input comes before a
-    // verdict.
+    // A set that could not be tried yet may have the character, so more input is needed first.
     if (input_short) {
         return stop_with(s, PVZAN_INPUT_INCOMPLETE);
     }

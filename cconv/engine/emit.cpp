@@ -1,4 +1,4 @@
-// The output stage: the bounds-checked writer, codes in byte order, line breaks, pending marks.
+// Output functions: the bounds-checked writer, codes in byte order, line breaks, pending marks.
 #include "cconv/engine/engine.h"
 
 #include <algorithm>
@@ -6,7 +6,7 @@
 
 namespace {
 
-// Claims n bytes of the output with spare free bytes behind them, or leaves status 22.
+// Reserves n bytes of the output if spare free bytes remain after them; otherwise sets status 22.
 std::optional<std::span<u8>> claim(session* s, i64 n, i64 spare) {
     if (n + spare > output_room(s)) {
         s->status = PVZAN_OUTPUT_FULL;
@@ -27,7 +27,7 @@ void store_code(std::span<u8> out, u32 code, bool big_endian) {
     }
 }
 
-// Puts the output position back when what was begun could not be finished.
+// Restores the output position if something could not be written completely.
 u32 withdraw(session* s, i32 position) {
     s->outPos = position;
     return 0;
@@ -87,8 +87,8 @@ u32 putCode(session* s, code_filter codeMap, put_function putFunc, u32 code, u16
     return 1;
 }
 
-// An extra encode table's value may be several units of the set long: 12345678 in a two-byte set is
-// written as 1234 and 5678.
+// A value of an extra encode table may be as long as several codes of the set: 12345678 in a
+// two-byte set is written as 1234 and 5678.
 u32 putNdsCode(session* s, code_filter codeMap, put_function putFunc, u32 code, u16 width) {
     const u32 total = s->outDone;
     if (total < width || width == 0) {
@@ -125,7 +125,7 @@ u32 convDstPutcode(session* s, code_filter codeMap, put_function putFunc) {
         }
         return 1;
     }
-    // Base and mark go out together or not at all: the call is repeated for both.
+    // Base and mark are written together or not at all: the call is repeated for both.
     if (put(s->outCode) == 0 || (s->outCode2 != 0 && put(s->outCode2) == 0)) {
         return withdraw(s, before);
     }

@@ -1,4 +1,4 @@
-// Table-driven encoding: which member set of the target carries the current character, with what
+// Table-driven encoding: chooses the set of the target that contains the current character, and the
 // code.
 #include "cconv/engine/engine.h"
 #include "cconv/registry/further.h"
@@ -13,8 +13,8 @@ void choose_set(session* s, const basic_set* set, u32 code) {
     s->outBytes = set->byteNum;
 }
 
-// The set that the character was decoded from keeps its code; user-defined characters go to the
-// first user-defined set.
+// If the target has the set that the character was decoded from, the code is kept. User-defined
+// characters use the first user-defined set.
 bool encode_by_set(session* s) {
     for (const basic_set* set : member_sets(s->dstGroup)) {
         if (set->setType == PVZAN_SET_USER_DEFINED) {
@@ -23,8 +23,8 @@ bool encode_by_set(session* s) {
                 s->outCode = s->ucsCode - user_defined_first + set->eudcStart;
                 s->outSetType = set->setType;
                 s->outBytes = set->byteNum;
-                // outSetNo keeps its value, deliberately: no writer has a form for these sets, they
-                // are written like the set before them.
+                // outSetNo is not changed, deliberately: writers have no special form for these
+                // sets, and write them like the set before.
                 s->charSetNo = set->setNo;
                 return true;
             }
@@ -32,7 +32,7 @@ bool encode_by_set(session* s) {
             choose_set(s, set, s->setCode);
             if (set->setNo == PVZAN_SET_JIS_X_0213 ||
                 (s->outCode2 != 0 && code_of_pair(set, s->ucsCode, s->outCode2) != 0)) {
-                s->outCode2 = 0; // the code stands for base and mark
+                s->outCode2 = 0; // the code includes the mark
             }
             return true;
         }
@@ -40,7 +40,7 @@ bool encode_by_set(session* s) {
     return false;
 }
 
-// The code that a set, or its extra encode tables, has for the character's Unicode value.
+// The code that a set, or one of its extra encode tables, has for the character's Unicode value.
 bool set_encodes(session* s, const basic_set* set, u16 position, u32& code) {
     if (!table_loaded(set->encodeTable)) {
         code = s->ucsCode;
@@ -57,7 +57,7 @@ bool set_encodes(session* s, const basic_set* set, u16 position, u32& code) {
            dstDsTableArray(extra_tables, s->ucsCode, &code, &s->outDone) != 0;
 }
 
-// A letter and a mark that some set has a code for.
+// Handles a letter and a mark for which a set has a code.
 bool encode_pair(session* s) {
     for (const basic_set* set : member_sets(s->dstGroup)) {
         if (const u32 code = code_of_pair(set, s->ucsCode, s->outCode2); code != 0) {
@@ -69,7 +69,7 @@ bool encode_pair(session* s) {
     return false;
 }
 
-// The first set in order that has the character wins, never the shortest code.
+// The first set in order that has the character is used, not the shortest code.
 bool encode_by_unicode(session* s) {
     if (s->outCode2 != 0 && encode_pair(s)) {
         return true;
@@ -94,8 +94,8 @@ bool encode_by_unicode(session* s) {
     return false;
 }
 
-// Control codes that no table has are written as they are: in ASCII or JIS Roman, else in the
-// narrowest set.
+// Control codes that are in no table are written unchanged: in ASCII or JIS Roman, or else in the
+// set with the shortest codes.
 bool encode_control_code(session* s) {
     if (IsControlCode(s->setCode) == 0) {
         return false;
@@ -138,15 +138,15 @@ void derive_unicode(session* s) {
 
 extern "C" u32 convDstConvert(session* s) {
     if (s->status == PVZAN_OUTPUT_FULL) {
-        return 1; // prepared before
+        return 1; // chosen by an earlier call
     }
     if (s->status == PVZAN_TERMINATE) {
-        return stop_with(s, PVZAN_DONE); // tables have nothing to close
+        return stop_with(s, PVZAN_DONE); // charsets of tables need no closing
     }
     if (encode_by_set(s)) {
         return 1;
     }
-    // The writer replaces this status; a rule that does not write leaves it.
+    // The writer replaces this status; it remains if a rule writes nothing.
     s->status = PVZAN_UNREPRESENTABLE;
     if (s->ucsCode == 0) {
         derive_unicode(s);

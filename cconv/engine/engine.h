@@ -1,5 +1,5 @@
-// The engine that the codec rules share: table-driven decoding and encoding, the output stage, JIS
-// X 0213 combining sequences and character references. It knows no codec.
+// What the codec rules share: table-driven decoding and encoding, output functions, combining
+// sequences of JIS X 0213, and character references. The engine knows no codec.
 #pragma once
 
 #include "cconv/registry/registry.h"
@@ -8,34 +8,34 @@ extern "C" {
 
 using rule_function = u32 (*)(session*);
 
-// One codec function under the name by which definitions ask for it.
+// A codec function, and its name in definitions.
 struct pvzan_rule_row {
     char name[text_bytes];
     rule_function function;
 };
 
-// Turns a raw code into the code to look up (0: not of this set), or a code into the code to write.
+// Converts a raw code to the code to look up (0: not in this set), or a code to the code to write.
 using code_filter = u32 (*)(u32);
-// Writes one code itself: 1 written, 0 not, with the status set.
+// Writes one code: 1 written, 0 not, with the status set.
 using put_function = u32 (*)(session*, u32);
 
 // ---- decode.cpp
-// Reads one character by the tables of the source's member sets: 1 with status 11, or 0 with status
-// 0, 12, 13.
+// Reads one character with the tables of the source's sets: 1 with status 11, or 0 with status 0,
+// 12 or 13.
 PVZAN_API u32 convSrcConvert(session* s, code_filter codeFilter);
 // 1 for control codes other than TAB, LF and CR.
 PVZAN_API u32 IsControlCode(u32 code);
 
 // ---- encode.cpp
-// Chooses member set and code of the target for the current character: 1 ready to be written; 0
-// with status 23, or 0 at termination.
+// Chooses set and code of the target for the current character: 1 if ready to be written, 0 with
+// status 23, or 0 at the end of the text.
 PVZAN_API u32 convDstConvert(session* s);
 
 // ---- emit.cpp
 PVZAN_API u32 putCode(session* s, code_filter codeMap, put_function putFunc, u32 code, u16 width);
 PVZAN_API u32 putNdsCode(session* s, code_filter codeMap, put_function putFunc, u32 code,
                          u16 width);
-// Writes what convDstConvert chose: line breaks and a pending mark included. 1 written, 0 not.
+// Writes what convDstConvert chose, including line breaks and a pending mark. 1 written, 0 not.
 PVZAN_API u32 convDstPutcode(session* s, code_filter codeMap, put_function putFunc);
 
 // ---- combining.cpp
@@ -53,35 +53,35 @@ PVZAN_API u32 ConvJISX0213CombiningFromUCS(u32 base, u32 mark, u32* code);
 PVZAN_API u32 ToCharRef(session* s, u32 value);
 }
 
-// Fills in the Unicode value that a decoder left to the encoder; see encode.cpp.
+// Sets the Unicode value if the decoder left that to the encoder; see encode.cpp.
 void derive_unicode(session* s);
 
-// The marks that may follow a base letter as one character of JIS X 0213.
+// The marks that can follow a base letter in a character of JIS X 0213.
 inline constexpr u16 combining_marks[] = {0x0300, 0x0301, 0x309A, 0x02E5, 0x02E9};
 bool is_combining_mark(u32 mark);
 
 inline constexpr u32 last_scalar = 0x10FFFF;
 
-// A code of two scalars in a table: one number, the mark in the upper half, which is beyond every
-// scalar. Other marks than these stand in none: those of JIS X 0213, two of Big5-HKSCS, and what
-// the Macintosh puts behind a character that it draws otherwise.
+// A code that stands for two Unicode values is one number in a table, with the mark in the upper
+// half; no single value is that large. Tables contain only these marks: those of JIS X 0213, two of
+// Big5-HKSCS, and those that Mac OS uses for variants of characters.
 inline constexpr u16 marks_in_tables[] = {0x02E5, 0x02E9, 0x0300, 0x0301, 0x0304, 0x030C,
                                           0x20DD, 0x309A, 0xF87A, 0xF87E, 0xF87F};
 bool is_mark_in_tables(u32 mark);
 struct letter_and_mark {
     u32 letter, mark; // 0: none
 };
-// 0: tables have no such pair.
+// The number for both in a table; 0 if tables have no such pair.
 u32 in_one(u32 letter, u32 mark);
 letter_and_mark taken_apart(u32 value);
 
-// Whether a mark may follow the letter as one character of JIS X 0213, or of the charset.
+// Whether a mark may follow the letter in one character of JIS X 0213, or of the charset.
 bool may_take_mark(u32 letter, const charset_group* target);
-// The code that the set has for both; 0: none.
+// The set's code for both, or 0.
 u32 code_of_pair(const basic_set* set, u32 letter, u32 mark);
 
-// The unread input; empty when the positions make no sense. The session is the caller's, so its
-// positions are checked before they are used.
+// The unread input; empty if the positions are invalid. The session belongs to the caller, so its
+// positions are checked before use.
 inline std::span<const u8> input_left(const session* s) {
     if (s->inBuf == nullptr || s->inPos < 0 || s->inPos >= s->inLen) {
         return {};
@@ -89,7 +89,7 @@ inline std::span<const u8> input_left(const session* s) {
     return {s->inBuf + s->inPos, static_cast<std::size_t>(s->inLen - s->inPos)};
 }
 
-// The free bytes of the output; 0 when the positions make no sense.
+// The number of free bytes in the output; 0 if the positions are invalid.
 inline i64 output_room(const session* s) {
     if (s->outBuf == nullptr || s->outPos < 0 || s->outPos >= s->outLen) {
         return 0;
@@ -97,24 +97,24 @@ inline i64 output_room(const session* s) {
     return i64{s->outLen} - s->outPos;
 }
 
-// The one place that writes into the output buffer: all of bytes, leaving at least spare bytes free
-// behind them, or nothing and status 22. Advances outPos only.
+// Rules write to the output buffer only with this function and putCode. It writes all of bytes,
+// leaving at least spare bytes free after them, or nothing, with status 22. It changes only outPos.
 bool emit_bytes(session* s, std::span<const u8> bytes, i64 spare = 0);
 
-// Bytes in which the chosen code is written: JIS X 0213 codes, four bytes wide in the tables for
-// their plane mark, go out as two.
+// The number of bytes in which the chosen code is written. Codes of JIS X 0213 have four bytes in
+// tables because of their plane, but are written as two.
 inline u16 output_width(const session* s) {
     return s->outSetNo == PVZAN_SET_JIS_X_0213 ? u16{2} : s->outBytes;
 }
 
-// Leaves a status and returns what a rule or writer returns with it.
+// Sets the status, and returns the result of a rule or writer that stops.
 inline u32 stop_with(session* s, u32 status) {
     s->status = status;
     return 0;
 }
 
-// Fills in a decoded character of set; ucs may be 0 for the encoder to derive. The input position
-// is the rule's affair.
+// Fills in a decoded character of set. ucs may be 0, for the encoder to derive. The rule itself
+// moves the input position.
 inline u32 deliver_character(session* s, const basic_set* set, u32 srcCode, u32 setCode, u32 ucs) {
     s->charSetNo = set->setNo;
     s->charSetType = set->setType;

@@ -1,4 +1,5 @@
-// One character through the rules: the options that act between decoding and encoding.
+// Converts one character with the rules, and applies the options that concern what is between
+// decoding and encoding.
 #include "cconv/engine/step.h"
 
 #include "cconv/engine/engine.h"
@@ -13,8 +14,8 @@ bool is_one_of(const u16 (&codes)[Count], u32 code) {
     return std::ranges::find(codes, code) != std::end(codes);
 }
 
-// Folds every kind of line break to CR, which the output stage writes as asked. False: the LF of a
-// CR LF, to be dropped.
+// Turns every kind of line break into CR, which the output functions write as chosen. False for the
+// LF of a CR LF, which is dropped.
 bool normalise_newline(session* s) {
     if (s->srcCode == '\n' && s->prevSrcCode == '\r') {
         return false;
@@ -28,9 +29,8 @@ bool normalise_newline(session* s) {
 
 } // namespace
 
-// A rule after which one goes on although it took no
-// input (a set of zero bytes, an encode rule that a definition names here) would do so for ever:
-// that is invalid input.
+// A rule that consumes no input but lets the conversion continue (a set of zero bytes, or an encode
+// rule named as decoder) would loop forever, so this is invalid input.
 void decode_step(session* s) {
     const bool first_attempt = s->status != PVZAN_INPUT_INCOMPLETE;
     if (first_attempt) {
@@ -57,8 +57,8 @@ void decode_step(session* s) {
         }
         s->status = PVZAN_WRITTEN;
     }
-    // Input that held no character, an escape sequence say, leaves the one before as the previous
-    // one.
+    // Input without a character, such as an escape sequence, does not change the previous
+    // character.
     if (s->status == PVZAN_DONE) {
         s->srcCode = s->prevSrcCode;
     }
@@ -81,9 +81,9 @@ void write_substitute(session* s, const substitute& subst) {
     s->outCode = subst.code;
     s->outBytes = subst.bytes;
     s->outDone = 0;
-    s->status = PVZAN_OUTPUT_FULL; // "write what is prepared"
+    s->status = PVZAN_OUTPUT_FULL; // means: write what has been chosen
     s->dstRule->function(s);
     if (s->status == PVZAN_UNREPRESENTABLE) {
-        s->status = PVZAN_WRITTEN; // no writing that either: the character is dropped
+        s->status = PVZAN_WRITTEN; // it cannot be written either, so the character is dropped
     }
 }

@@ -1,17 +1,18 @@
-// One character through the two rules of a session: what the driver repeats, and what the fast path
-// asks about a single character.
+// Converts one character with the two rules of a session: what the driver repeats, and what the
+// fast path asks about a single character.
 #pragma once
 
 #include "platform/base.h"
 
-// Runs the decode rule for the next character; the status tells what became of it.
+// Runs the decode rule for the next character; the status says what happened.
 void decode_step(session* s);
 
-// Runs the encode rule until the character, or a substitute for it, is written, dropped or stopped
-// at.
+// Runs the encode rule until the character, or a substitute for it, has been written or dropped, or
+// stops the conversion.
 void encode_step(session* s);
-// What encode_step does where the target lacks the character and has a substitute for it.
+// What encode_step does if the target lacks the character but has a substitute for it.
 void write_substitute(session* s, const substitute& subst);
 
-// What is normalised as a line break: control codes as they were read, separators by their meaning.
+// What counts as a line break when line breaks are normalised: control codes by their code,
+// separators by their meaning.
 inline constexpr u16 control_breaks[] = {'\r', '\n'}, line_separators[] = {0x2028, 0x2029};

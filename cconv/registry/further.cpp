@@ -13,7 +13,7 @@ struct entry {
     entry* next;
 };
 
-// Entries that readers find without a lock, the newest first.
+// A list that can be read without a lock; the newest entry is first.
 template <typename T>
 class shared_list {
 public:
@@ -27,7 +27,7 @@ public:
         return true;
     }
 
-    // The first item of the root's array, else of this list, that is wanted.
+    // The first wanted item in the root's array, or else in this list; or null.
     template <typename Wanted>
     T* find(const object_array* array, Wanted wanted) const {
         for (T* item : items_of<T>(array)) {

@@ -1,8 +1,9 @@
-// What a definition says of codes that designations and shifts give their meaning: ISO 2022, HZ,
-// and EBCDIC with shift out and in.
+// The description of a charset with designations and shifts: ISO 2022, HZ, and EBCDIC with shift
+// out and shift in.
 //
-// Four registers, G0 to G3, hold a coded set each, or none; one of them is shifted in, and gives
-// bytes their meaning. Everything that holds between two characters is one word, the state.
+// Four registers, G0 to G3, contain a coded set each, or none. One of them is shifted in: its set
+// gives bytes their meaning. All that a conversion must remember between two characters is one
+// word, the state.
 #pragma once
 
 #include "platform/base.h"
@@ -13,8 +14,9 @@
 
 // ---- The state ---------------------------------------------------------------------------------
 
-// Four bits for the set of each register, 1 for the first; two for the register shifted in. The
-// highest bit tells a state from what sessions begin with, which stands for the initial one.
+// Four bits for the number of the set in each register, from 1 on; two bits for the register that
+// is shifted in. The highest bit distinguishes a state from the value that sessions begin with,
+// which stands for the initial state.
 inline constexpr u32 register_count = 4, register_bits = 4, shift_place = 16;
 inline constexpr u32 is_state = 1U << 31, no_set = 0;
 
@@ -35,11 +37,11 @@ constexpr u32 with_shift(u32 state, u32 which) {
     return (state & ~shift_mask) | which << shift_place;
 }
 
-// Registers, and what they are to hold.
+// Registers, and the sets that they must contain.
 struct wanted_state {
     u32 value, mask;
 
-    // Registers that are to hold nothing may hold anything before.
+    // A register that is to be empty may contain any set before.
     [[nodiscard]] constexpr bool holds_in(u32 state) const {
         u32 asked = mask;
         for (u32 which = 0; which < register_count; ++which) {
@@ -56,16 +58,16 @@ struct wanted_state {
 
 struct graphic_set {
     char name[32];
-    u8 width;             // bytes of a code
-    u8 first[2], last[2]; // what each of them may be
+    u8 width;             // number of bytes in a code
+    u8 first[2], last[2]; // the range of each byte
     u8 member_count;
-    std::array<u8, 8> members; // places among the charset's sets, tried in order
-    u32 add;                   // makes a code of theirs of the bytes
+    std::array<u8, 8> members; // indexes of the charset's sets, searched in order
+    u32 add;                   // added to the bytes to get a code of theirs
 
     [[nodiscard]] std::span<const u8> member_places() const {
         return std::span(members).first(member_count);
     }
-    // Whether the code is one of the set's, be there a character or not.
+    // Whether the set can have this code, whether or not a character is assigned to it.
     [[nodiscard]] constexpr bool may_hold(u32 code) const {
         return width == 1 ? code <= 0xFF && may_be(code, 0)
                           : code <= 0xFFFF && may_be(code >> 8, 0) && may_be(code & 0xFF, 1);
@@ -76,9 +78,9 @@ struct graphic_set {
 };
 
 enum class sequence_kind : u8 {
-    designation, // fills a register
-    shift,       // makes a register the one that gives bytes their meaning
-    single,      // for one code
+    designation, // puts a set into a register
+    shift,       // selects the register that gives bytes their meaning
+    single,      // the same, for one code only
     literal      // stands for a code of the first set, or for nothing
 };
 
@@ -87,10 +89,10 @@ struct control_sequence {
     u8 length;
     std::array<u8, 4> bytes;
     u8 which;    // register
-    u8 set;      // designation: its number
-    u8 inside;   // holds only where this set is the one shifted in; 0: anywhere
-    bool header; // stands at the begin of every text that is not empty; one at most
-    bool silent; // literal: for nothing
+    u8 set;      // of a designation: the number of the set
+    u8 inside;   // is valid only while this set is shifted in; 0: always
+    bool header; // written at the beginning of every text that is not empty; at most one
+    bool silent; // a literal that stands for nothing
     u8 code;     // literal
     [[nodiscard]] constexpr std::span<const u8> sequence() const {
         return std::span(bytes).first(length);
@@ -107,10 +109,10 @@ struct iso2022 {
     u8 set_count, sequence_count;
     u32 initial;
     wanted_state line, close; // before a line break is written, and at the end
-    line_reading lines;       // what a line break is read as where that does not hold
-    bool escapes;             // 0E, 0F and 1B are no characters
-    u8 eight;                 // register of bytes from A0 on; none: register_count
-    std::array<u64, 4> opens; // bytes that sequences begin with
+    line_reading lines;       // how a line break is read in another state
+    bool escapes;             // 0E, 0F and 1B are not characters
+    u8 eight;                 // the register for bytes from A0 on; register_count: none
+    std::array<u64, 4> opens; // the first bytes of all sequences
 
     [[nodiscard]] std::span<const graphic_set> sets() const {
         return std::span(set_list).first(set_count);
@@ -118,7 +120,7 @@ struct iso2022 {
     [[nodiscard]] std::span<const control_sequence> sequences() const {
         return std::span(sequence_list).first(sequence_count);
     }
-    // Sets count from 1.
+    // Sets are numbered from 1.
     [[nodiscard]] const graphic_set& set(u32 number) const { return set_list[number - 1]; }
     [[nodiscard]] bool opens_sequence(u32 byte) const {
         return (opens[byte >> 6] >> (byte & 63) & 1) != 0;

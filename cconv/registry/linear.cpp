@@ -6,7 +6,7 @@
 
 namespace {
 
-// Codes, by their numbers, that stand for scalars in a row.
+// Consecutive codes, by their numbers, that stand for consecutive values.
 struct run {
     u32 number, last, scalar;
 
@@ -15,7 +15,7 @@ struct run {
 
 constexpr u32 most_runs = 1 << 16;
 
-// What the data of the block is; so many runs follow.
+// The data of the block begins with this; then come the runs.
 struct header {
     code_bytes codes;
     u32 count, room;
@@ -37,7 +37,7 @@ std::span<run> runs_of(header* head) {
     return {reinterpret_cast<run*>(head + 1), head->count};
 }
 
-// Room for one run more; the block's data moves.
+// Makes room for one more run; the block's data moves.
 bool make_room(table_object* table) {
     header* head = header_of(table);
     if (head->count < head->room) {

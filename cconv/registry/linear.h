@@ -1,22 +1,23 @@
-// Tables whose codes are counted. Codes whose bytes lie in given ranges, one a byte, have numbers
-// in their order; from one code on they stand for scalars in a row, up to the next such code. A
-// pair of the table is such a code and its scalar, 0 where codes stand for nothing. GB 18030's
-// million of codes are some two hundred pairs so.
+// Tables with counted codes. The bytes of such codes are in given ranges, one for each byte, so the
+// codes can be numbered in order. From certain codes on, consecutive codes stand for consecutive
+// Unicode values, up to the next such code. Each pair of the table is such a code and its value, or
+// 0 if the codes from there on stand for nothing. In this way the million four-byte codes of GB
+// 18030 need only some two hundred pairs.
 //
-// Such a table has a single block of its own kind, made when its set is read: its runs, in the
-// order of the keys.
+// Such a table has a single block of its own kind, created when its set is read: its runs, ordered
+// by keys.
 #pragma once
 
 #include "cconv/registry/registry.h"
 
-// In the place of the width of a block's values, which has sixteen bits.
+// Stored in place of the width of a block's values, which has sixteen bits.
 inline constexpr u32 linear_block = 0xFFFFFFFF;
 
 struct code_bytes {
     u32 count;
     u8 first[max_code_bytes], last[max_code_bytes];
 
-    // From "81-FE 30-39", with so many bytes; false where it is not like that.
+    // Parses text such as "81-FE 30-39" with this number of ranges; false if it is malformed.
     bool read(const char* text, u32 wanted);
     [[nodiscard]] bool has(u32 code) const;
     [[nodiscard]] u32 number_of(u32 code) const;
@@ -24,7 +25,7 @@ struct code_bytes {
     [[nodiscard]] u32 last_number() const;
 };
 
-// Makes an empty table one of these; false when memory is short.
+// Turns an empty table into one of these; false if memory runs out.
 bool make_linear(table_object* table, const code_bytes& codes);
 
 inline bool is_linear(const table_object* table) {
@@ -32,9 +33,9 @@ inline bool is_linear(const table_object* table) {
            static_cast<const table_block*>(table->blocks->items[0])->valueBytes == linear_block;
 }
 
-// Adds a pair, in the order of codes; false where it is out of order, no code, or one too many.
+// Adds a pair; the codes must ascend. False if it is out of order, not a code, or one too many.
 bool add_linear(table_object* table, u32 code, u32 scalar);
-// Settles the bounds of a table that has all its pairs.
+// Sets the bounds of a table once it has all its pairs.
 void finish_linear(table_object* table);
-// What a key maps to; 0 for nothing.
+// The value of a key; 0 if there is none.
 u32 find_linear(const table_object* table, u32 key);

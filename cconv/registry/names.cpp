@@ -1,4 +1,4 @@
-// The fixed table of charsets and coded sets with their numbers.
+// The fixed numbers of charsets and coded sets.
 #include "cconv/registry/names.h"
 
 namespace {
@@ -48,8 +48,8 @@ u32 TheCreateNo(char* name) {
     return group_number(name);
 }
 
-// Names differ early: two bytes decide most comparisons. The second one is only looked at behind a
-// first that is no NUL.
+// Most names differ in their first two bytes. The second byte is looked at only if the first is not
+// a NUL.
 u32 byteCmp(const char* a, const char* b) {
     if (a[0] != b[0]) {
         return 0;

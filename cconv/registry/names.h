@@ -12,14 +12,14 @@ struct group_row {
 
 PVZAN_API extern const group_row groupList[31];
 
-// Group number of a name, whose letters are folded to lower case in place: from groupList, else a
-// hash from 4000 on.
+// The group number of a name, from groupList, or else a hash from 4000 on. Converts the name to
+// lower case in place.
 PVZAN_API u32 TheCreateNo(char* name);
-// Nonzero when the texts are equal.
+// Nonzero if the texts are equal.
 PVZAN_API u32 byteCmp(const char* a, const char* b);
 }
 
-// TheCreateNo for a name that must not change.
+// Like TheCreateNo, but does not change the name.
 u32 group_number(const char* name);
-// Whether two names are one: case does not count.
+// Whether two names are equal, without regard to case.
 bool same_name(const char* a, const char* b);

@@ -1,4 +1,4 @@
-// Registry objects: making, finding and releasing them.
+// Creating, finding and releasing the objects of the registry.
 #include "cconv/registry/registry.h"
 
 #include "cconv/registry/names.h"
@@ -21,7 +21,8 @@ u32 block_entries() {
     return g_ProcessObject.blockEntries != 0 ? g_ProcessObject.blockEntries : default_block_entries;
 }
 
-// A new vector of count pointers; the caller's array is not touched, so a failure changes nothing.
+// Allocates a new vector of count pointers. The caller's array is not changed, so that failure has
+// no effect.
 void** new_items(u16 count) {
     return static_cast<void**>(ZAN_malloc(static_cast<i32>(count * sizeof(void*))));
 }
@@ -43,7 +44,7 @@ extern "C" {
 registry_root g_ProcessObject;
 
 void* initStruct(u16 size) {
-    return ZAN_calloc(1, size); // memory fresh from the system is clear already
+    return ZAN_calloc(1, size); // the system clears new memory itself
 }
 
 void termStruct(void* record) {
@@ -126,7 +127,7 @@ void termGroup(charset_group* group) {
         return;
     }
     if (group->memberSets != nullptr) {
-        termArray(group->memberSets); // the sets are the root's
+        termArray(group->memberSets); // the root owns the sets
     }
     if (group->dsTableArrays != nullptr) {
         for (object_array* tables : items_of<object_array>(group->dsTableArrays)) {
@@ -235,7 +236,7 @@ void termTableArray(object_array* array) {
     termArray(array);
 }
 
-// The value width counts as a 16-bit number.
+// The width of a value is a 16-bit number.
 table_block* initBlock(u32 firstKey, u32 valueBytes) {
     auto* block = init_record<table_block>();
     if (block == nullptr) {
@@ -278,7 +279,7 @@ void termLimit(limit* range) {
 limit_array* initLimitArray(void) {
     auto* array = init_record<limit_array>();
     if (array != nullptr) {
-        array->ranges = initArray(); // without it the array holds, and finds, nothing
+        array->ranges = initArray(); // without it the array stays empty
     }
     return array;
 }

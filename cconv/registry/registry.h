@@ -1,8 +1,8 @@
-// The registry: every charset that the definition files describe, in memory. Filled once, by
+// The registry: all charsets that the definition files describe. It is filled once, by
 // definition.h; after that only the contents of tables change, under the table lock.
 //
-// The root owns groups and basic sets; groups borrow the sets. Every init operation returns null,
-// after releasing what it made, when memory runs out.
+// The root owns groups and basic sets; groups refer to the sets. If memory runs out, every init
+// operation releases what it has made and returns null.
 #pragma once
 
 #include "platform/base.h"
@@ -13,7 +13,7 @@ extern "C" {
 
 struct object_array {
     u16 count;
-    void** items; // exactly count; null when there are none
+    void** items; // exactly count of them, or null
 };
 
 struct registry_root {
@@ -28,15 +28,15 @@ struct limit {
 
 struct limit_array {
     object_array* ranges;
-    u32 minCode, maxCode; // single codes do not raise maxCode
+    u32 minCode, maxCode; // maxCode is the maximum of ranges, not of single codes
 };
 
 struct name_object {
     char name[text_bytes];
 };
 
-// A run of consecutive keys. data holds endKey - firstKey values of valueBytes each, most
-// significant byte first; 0 is "no mapping".
+// A run of consecutive keys. data contains endKey - firstKey values of valueBytes bytes each, most
+// significant byte first; 0 means "no mapping".
 struct table_block {
     u32 firstKey, endKey, valueBytes;
     u8* data;
@@ -67,9 +67,9 @@ struct pvzan_charset_group {
     char name[text_bytes];
     u32 groupNo;
     char constRule[text_bytes], destRule[text_bytes];
-    object_array* memberSets;    // of basic_set, borrowed
-    object_array* dsTableArrays; // of object_array of table_object, owned
-    iso2022* codes;              // where designations give codes their meaning; else null; owned
+    object_array* memberSets;    // of basic_set; not owned
+    object_array* dsTableArrays; // of object_array of table_object; owned
+    iso2022* codes;              // owned; null if the charset has no designations or shifts
 };
 
 PVZAN_API extern registry_root g_ProcessObject;
@@ -77,7 +77,7 @@ PVZAN_API extern registry_root g_ProcessObject;
 PVZAN_API void* initStruct(u16 size);
 PVZAN_API void termStruct(void* record);
 
-// addArray returns the new count, 0 on failure. Arrays own their vector, not the items.
+// addArray returns the new count, or 0 on failure. Arrays own their vector, but not the items.
 PVZAN_API object_array* initArray(void);
 PVZAN_API void termArray(object_array* array);
 PVZAN_API u16 addArray(object_array* array, void* item);
@@ -92,10 +92,10 @@ PVZAN_API charset_group* findGroupArray(object_array* array, u32 groupNo);
 PVZAN_API basic_set* initBasic(char* name, u16 setType, u16 byteNum);
 PVZAN_API void termBasic(basic_set* set);
 PVZAN_API basic_set* findBasicArray(object_array* array, u32 setNo);
-// Appends the registered set of that number to memberSets: 1 done, 0 not.
+// Appends the registered set of that number to memberSets. 1 if done, otherwise 0.
 PVZAN_API u32 addNameArray(object_array* memberSets, u32 setNo);
 
-// Append to the root's lists; nonzero on success.
+// Append to the lists of the root; nonzero on success.
 PVZAN_API u32 TheAddGroup(charset_group* group);
 PVZAN_API u32 TheAddBasic(basic_set* set);
 

@@ -26,22 +26,22 @@ inline constexpr designation to_plane1{PVZAN_SET_JIS_X_0213, 0, 4, {escape_byte,
 inline constexpr designation to_plane2{
     PVZAN_SET_JIS_X_0213, jisx0213_plane2, 4, {escape_byte, '$', '(', 'P'}};
 
-// What a member set must be for its codes to be read.
+// Whether codes of a set can be read after a designation.
 constexpr bool is_single_byte_width(u16 byteNum) {
     return byteNum == 1;
 }
-// A set's width counts its plane mark, which is not in the text.
+// The width of a set includes its plane, which is not in the text.
 constexpr bool is_double_byte_width(u16 byteNum) {
     return byteNum == 2 || byteNum == 4;
 }
 
-// Read as ASCII in a double-byte set too.
+// Characters that are read as ASCII in a double-byte set, too.
 constexpr bool is_ascii_in_double_byte_text(u32 byte) {
     return byte == '\r' || byte == '\t' || byte == '\n';
 }
 
-// The designation that the input begins with; null when it is none, or cut.
+// The designation at the beginning of the input; null if there is none, or if it is cut.
 const designation* designation_at(std::span<const u8> input);
 
-// The member set of that number that codes are read by; null when the charset has none.
+// The member set with that number; null if the charset does not have it.
 const basic_set* designated_set(const charset_group* group, u32 setNo);

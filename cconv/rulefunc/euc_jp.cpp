@@ -42,7 +42,7 @@ constexpr bool is_fixed_jisx0212_trail(u32 byte) {
     return byte >= 0x21 && byte <= 0x7E;
 }
 
-// The rows behind JIS X 0208 that the Shift_JIS arithmetic makes of user-defined characters.
+// The rows after JIS X 0208, which the Shift_JIS arithmetic uses for user-defined characters.
 constexpr bool is_user_defined_row(u32 row) {
     return row >= 0x7F && row <= 0x92;
 }
@@ -76,8 +76,8 @@ euc_character whole_character(u32 setNo, u32 code, i32 length) {
     return {form::whole, setNo, code, length};
 }
 
-// The bytes behind a single shift, or those of a double-byte code: all must be there before any is
-// judged.
+// Reads the bytes after a single shift, or those of a double-byte code. All must be there before
+// any is checked.
 bool all_high(std::span<const u8> bytes) {
     return std::ranges::all_of(bytes, is_high);
 }
@@ -141,8 +141,7 @@ u32 deliver(session* s, const euc_character& character) {
     case form::invalid: return refuse(s);
     case form::whole: break;
     }
-    // Known before the charset is asked whether it has the set, so that a refused character can be
-    // told to the user.
+    // Set before the charset is searched for the set, so that a refused character can be reported.
     s->charSetNo = character.setNo;
     s->srcCode = character.code;
     const basic_set* set = member_set(s->srcGroup, character.setNo);
@@ -168,8 +167,8 @@ euc_bytes single_shift_3_form(u32 code) {
     return {{single_shift_3, with_high_bit(row_of(code)), with_high_bit(cell_of(code))}, 3};
 }
 
-// User-defined characters come from Windows-31J sets; in EUC their rows would collide with bytes
-// that mean something else.
+// User-defined characters come from the sets of Windows-31J. In EUC their rows would collide with
+// bytes that mean something else.
 euc_bytes jisx0208_form(u32 code) {
     return is_user_defined_row(row_of(code)) ? euc_bytes{} : double_byte_form(code);
 }
@@ -209,12 +208,12 @@ u32 put_form(session* s, const euc_bytes& out, i64 spare) {
 }
 
 // Deliberate: the variable-width writer never uses the last byte of the buffer, so that a caller
-// may end the text with a NUL in place.
+// can terminate the text with a NUL.
 u32 put_euc(session* s, u32 code) {
     return put_form(s, euc_form(s->outSetNo, code), 1);
 }
 
-// Deliberate: fixed-width text has no one-byte terminator, so this writer uses the whole buffer.
+// Deliberate: fixed-width text is not terminated by one byte, so this writer uses the whole buffer.
 u32 put_euc_fix(session* s, u32 code) {
     return put_form(s, euc_fix_form(s->outSetNo, code), 0);
 }

@@ -16,7 +16,7 @@
 //   break, so that who resets there and who does not agree.
 #include "cconv/rulefunc/iso2022.h"
 
-#include "cconv/rulefunc/rules.h"
+#include "cconv/rulefunc/scanned.h"
 #include "cconv/tables/table.h"
 
 #include <optional>
@@ -78,7 +78,7 @@ private:
         return {{scanned::silent, taken, taken, state}, nullptr, 0, 0};
     }
 
-    // In place of a set that lacks the byte.
+    // Used in place of a set that lacks the byte.
     [[nodiscard]] bool may_be_first_set(u32 set, u8 byte) const {
         const bool two_bytes = set == no_set || told_.set(set).width > 1;
         return two_bytes
@@ -90,7 +90,7 @@ private:
         return s.inside == no_set || s.inside == set_in(state_, shifted(state_));
     }
     [[nodiscard]] iso2022_reading read_sequence() const {
-        std::size_t like = 1; // bytes in which the text is like a sequence
+        std::size_t like = 1; // number of bytes that agree with a sequence
         for (const control_sequence& s : told_.sequences()) {
             const std::size_t seen = std::min<std::size_t>(s.length, text_.size());
             const auto same =
@@ -121,7 +121,7 @@ private:
                         : character(told_.set(first_set), s.length, s.code);
     }
 
-    // A code behind as many bytes; high: a bit that its bytes have besides.
+    // Reads a code after that many bytes; high is a bit that is also set in its bytes.
     [[nodiscard]] iso2022_reading read_code(u32 number, std::size_t begin, u32 high) const {
         if (number == no_set) {
             return invalid(begin + 1, begin + 1);
@@ -134,7 +134,7 @@ private:
             }
             const u32 byte = text_[begin + i];
             if ((byte & 0x80) < high || !set.may_be(byte - high, i)) {
-                // Below 40, where no code of two bytes has a hole, EBCDIC has its control codes.
+                // Below 40 are the control codes of EBCDIC; no code of two bytes begins there.
                 const bool controls = byte < '@' && byte != ' ';
                 const bool stands_alone = controls || told_.opens_sequence(byte);
                 const std::size_t length = begin + i + (stands_alone ? 0 : 1);
@@ -171,7 +171,7 @@ private:
 
 // ---- Writing -----------------------------------------------------------------------------------
 
-// What is written for one code: sequences first.
+// The bytes to write for one code, beginning with sequences.
 class writer {
 public:
     writer(const charset_group* group, u32 state)
@@ -184,7 +184,7 @@ public:
             }
         }
     }
-    // False where the charset has no way to write it.
+    // False if the charset has no way to write it.
     bool write_code(u32 setNo, u32 code) {
         write_headers();
         const bool control = code < ' ' || code == 0x7F;
@@ -200,7 +200,7 @@ public:
         }
         return done;
     }
-    // Makes hold what is to hold.
+    // Establishes the required state.
     bool bring(const wanted_state& to) {
         for (u32 which = 0; which < register_count; ++which) {
             const u32 set = set_in(to.value, which);
@@ -212,7 +212,7 @@ public:
         return (to.mask & shift_mask) == 0 || shift(shifted(to.value));
     }
 
-    // What is written before a code of the set, or a line break.
+    // Finds the bytes that must be written before a code of the set, or before a line break.
     bool make_way(u32 set) {
         write_headers();
         if (set != line_way) {
@@ -267,7 +267,7 @@ private:
         return false;
     }
 
-    // Lets the set give the next bytes their meaning: by the registers as they are, else by the
+    // Gives the next bytes the meaning of the set: with the registers as they are, or else with the
     // first designation that does.
     bool invoke(u32 number) {
         for (u32 which = 0; which < register_count; ++which) {
@@ -293,7 +293,7 @@ private:
         return shifted(state_) == which || sequence_to(sequence_kind::shift, which) != nullptr ||
                sequence_to(sequence_kind::single, which) != nullptr;
     }
-    // For the next code at least.
+    // At least for the next code.
     bool reach(u32 which) {
         if (shift(which)) {
             return true;
@@ -344,8 +344,8 @@ private:
     const charset_group* group_;
     const iso2022& told_;
     u32 state_;
-    // A header; before a line break a designation for each register, and a shift; before a code
-    // one of each.
+    // At most: a header; before a line break a designation for each register, and a shift; before a
+    // code one of each.
     u8 bytes_[4 * (1 + register_count + 1 + 2) + 2];
     std::size_t size_ = 0;
 };
@@ -355,12 +355,10 @@ u32 put_iso2022(session* s, u32 code) {
     if (!w.write_code(s->outSetNo, code)) {
         return stop_with(s, PVZAN_UNREPRESENTABLE);
     }
-    if (!emit_bytes(s, w.bytes())) {
+    if (put_whole(s, w.bytes()) == 0) {
         return 0;
     }
     s->dstShiftSet = w.state();
-    ++s->outCount;
-    s->status = PVZAN_WRITTEN;
     return 1;
 }
 
@@ -419,21 +417,9 @@ u32 destISO_2022(session* s) {
     if (s->srcGroup == nullptr || s->srcGroup->codes == nullptr) {
         return stop_with(s, PVZAN_INVALID_INPUT);
     }
-    for (auto input = input_left(s); !input.empty(); input = input_left(s)) {
-        const iso2022_reading read = iso2022_read(s->srcGroup, s->srcShiftSet, input);
-        if (read.kind == scanned::cut) {
-            return stop_with(s, PVZAN_INPUT_INCOMPLETE);
-        }
-        s->inPos += read.length;
-        s->srcShiftSet = read.state;
-        if (read.kind == scanned::invalid) {
-            return stop_with(s, PVZAN_INVALID_INPUT);
-        }
-        if (read.kind == scanned::code) {
-            return deliver_character(s, read.set, read.bytes, read.set_code, 0);
-        }
-    }
-    return stop_with(s, PVZAN_DONE);
+    return decode_scanned(s, iso2022_read, [s](const iso2022_reading& read, i32) {
+        return deliver_character(s, read.set, read.bytes, read.set_code, 0);
+    });
 }
 
 u32 constISO_2022(session* s) {
@@ -443,28 +429,20 @@ u32 constISO_2022(session* s) {
     if (s->status == PVZAN_TERMINATE) {
         return close_output(s);
     }
-    if (convDstConvert(s) == 0) {
-        return 0;
-    }
-    const u32 before = s->dstShiftSet;
-    if (convDstPutcode(s, nullptr, put_iso2022) != 0) {
+    if (encode_scanned(s, put_iso2022) != 0) {
         return 1;
     }
-    s->dstShiftSet = before;
-    // The set that the character was read from is read here, too, but not written: by another one.
+    // The set that the character was read from is only read in this charset, and written by another
+    // set.
     if (s->status == PVZAN_UNREPRESENTABLE && s->charSetNo == s->outSetNo) {
         if (s->ucsCode == 0) {
             derive_unicode(s);
         }
         const u32 read_from = s->charSetNo;
         s->charSetNo = ~0U;
-        const bool done = s->ucsCode != 0 && convDstConvert(s) != 0 &&
-                          convDstPutcode(s, nullptr, put_iso2022) != 0;
+        const bool done = s->ucsCode != 0 && encode_scanned(s, put_iso2022) != 0;
         s->charSetNo = read_from;
-        if (done) {
-            return 1;
-        }
-        s->dstShiftSet = before;
+        return done ? 1 : 0;
     }
     return 0;
 }

@@ -1,5 +1,5 @@
-// Codes that designations and shifts give their meaning, as the charset's definition says: what
-// stands at the begin of a text, and how a code is written.
+// Codes whose meaning depends on designations and shifts, as the charset's definition describes
+// them: finds what is at the beginning of a text, and how to write a code.
 #pragma once
 
 #include "cconv/engine/engine.h"
@@ -8,21 +8,21 @@
 
 struct iso2022_reading : scanned {
     const basic_set* set; // of a code
-    u32 set_code;         // in that set
-    u32 bytes;            // of the code, as one number
+    u32 set_code;         // its code in that set
+    u32 bytes;            // bytes of the code, as one number
 };
-// What makes a set give the next code its meaning, and the state behind the code.
+// The bytes that must be written before a code of the set, and the state after the code.
 struct iso2022_way {
     static constexpr u32 most_bytes = 6;
-    u64 bytes; // the first one lowest
+    u64 bytes; // the first byte is lowest
     u32 size, state;
 };
-// In place of a set: a line break.
+// Used in place of a set for a line break.
 inline constexpr u32 line_way = 15;
-// False where there is none of so few bytes.
+// False if there is no such sequence of at most that many bytes.
 bool find_way(const charset_group* group, u32 state, u32 set, iso2022_way& way);
-// The set that needs no way in that state; none where one is due all the same.
+// The set whose codes need no sequences in that state; none if sequences are due anyway.
 u32 set_at_hand(const iso2022& codes, u32 state);
 
-// What the text, which is not empty, begins with.
+// What is at the beginning of the text, which must not be empty.
 iso2022_reading iso2022_read(const charset_group* group, u32 state, std::span<const u8> text);

@@ -72,7 +72,7 @@ u32 decode_designated(session* s, std::span<const u8> input, u32 plane_flag) {
 
 // ---- Encoding ----------------------------------------------------------------------------------
 
-// What designates the set of the prepared code; null when neither charset has it.
+// The designation for the set of the prepared code; null if neither charset has it.
 const designation* designation_for(const session* s) {
     switch (s->outSetNo) {
     case PVZAN_SET_ISO_646_IRV: return &to_ascii;
@@ -89,7 +89,7 @@ bool put_escape(session* s, const designation& d) {
     return emit_bytes(s, d.sequence(), 1);
 }
 
-// The values of dstShiftPlane.
+// Values of dstShiftPlane.
 constexpr u32 shift_plane_1 = 11;
 constexpr u32 shift_plane_2 = 12;
 
@@ -97,8 +97,8 @@ u32 put_jisx0213(session* s) {
     const designation& wanted = *designation_for(s);
     const u32 plane = wanted.plane_flag != 0 ? shift_plane_2 : shift_plane_1;
     const i32 before = s->outPos;
-    // Deliberate: dstShiftSet is not changed, so this set is never found designated, and what
-    // follows in the set before needs no escape sequence.
+    // Deliberate: dstShiftSet is not changed, so the set is never found designated, and text that
+    // continues in the previous set needs no escape sequence.
     if (s->dstShiftSet != PVZAN_SET_JIS_X_0213 || s->dstShiftPlane != plane) {
         if (!put_escape(s, wanted)) {
             return 0;
@@ -106,7 +106,7 @@ u32 put_jisx0213(session* s) {
         s->dstShiftPlane = plane;
     }
     if (convDstPutcode(s, nullptr, nullptr) == 0) {
-        s->outPos = before; // without a state to remember it, the escape is written again
+        s->outPos = before; // not remembered: the escape sequence is written again later
         return 0;
     }
     return 1;
@@ -140,9 +140,9 @@ const basic_set* designated_set(const charset_group* group, u32 setNo) {
 
 extern "C" {
 
-// Deliberate: the mark of plane 2 lives for one call and is not taken back by a further escape
-// sequence. The session has no room for it, and the encoder puts an escape sequence before every
-// character of plane 2.
+// Deliberate: plane 2 is remembered only during one call, and not reset by another escape sequence.
+// The session has no room for it, and the encoder puts an escape sequence before every character of
+// plane 2.
 u32 destISO_2022_JP(session* s) {
     u32 plane_flag = 0;
     for (auto input = input_left(s); !input.empty(); input = input_left(s)) {
@@ -194,7 +194,7 @@ u32 constISO_2022_JP_2004(session* s) {
 } // extern "C"
 
 namespace {
-constexpr u32 ascii_alone[] = {PVZAN_SET_ISO_646_IRV}; // of the line controls in double-byte text
+constexpr u32 ascii_alone[] = {PVZAN_SET_ISO_646_IRV}; // for line controls in double-byte text
 }
 
 const codec_traits iso_2022_jp_traits{

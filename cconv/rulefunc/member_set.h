@@ -1,9 +1,9 @@
-// Finding a coded set among those of a charset.
+// Finds a coded set among those of a charset.
 #pragma once
 
 #include "cconv/registry/registry.h"
 
-// The first member set with that number; null when the charset does not have the set.
+// The first set with that number; null if the charset does not have it.
 inline const basic_set* member_set(const charset_group* group, u32 setNo) {
     for (const basic_set* set : member_sets(group)) {
         if (set->setNo == setNo) {

@@ -40,8 +40,8 @@ constexpr u32 online_set(u32 lead, u32 second) {
     return is_online_extension(lead) ? PVZAN_SET_OASYS_EXT : PVZAN_SET_JIS_C_6226_1978;
 }
 
-// An invalid character uses up one byte, be it half a character: where the text went wrong cannot
-// be told.
+// An invalid character uses up only one byte, even if that is half a character: it is unknown where
+// the error is.
 u32 refuse_online(session* s) {
     ++s->inPos;
     return stop_with(s, PVZAN_INVALID_INPUT);

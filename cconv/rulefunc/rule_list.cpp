@@ -1,4 +1,4 @@
-// The rules by their names, and the codecs with their traits, which stand beside the rules.
+// The names of the rules, and a list of the codecs' traits, which are defined next to the rules.
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/rulefunc/traits.h"
@@ -11,8 +11,8 @@ constexpr const codec_traits* codecs[] = {
     &same_traits,         &double_byte_traits,    &oasys_win_traits,   &oasys_online_traits,
     &shift_jis_traits,    &shift_jis_2004_traits, &windows31j_traits,  &euc_jp_traits,
     &euc_jis_2004_traits, &euc_jp_fix_traits,     &iso_2022_jp_traits, &iso_2022_jp_2004_traits,
-    &iso_2022_traits,     &utf_7_traits,          &utf_8_traits,       &utf_16_traits,
-    &ucs_4_traits,        &ucs_2_traits,
+    &iso_2022_traits,     &utf_7_traits,          &cesu_8_traits,      &utf_8_mac_traits,
+    &utf_8_traits,        &utf_16_traits,         &ucs_4_traits,       &ucs_2_traits,
 };
 
 const codec_traits* find(rule_function rule, rule_function codec_traits::*direction) {
@@ -24,13 +24,17 @@ const codec_traits* find(rule_function rule, rule_function codec_traits::*direct
     return nullptr;
 }
 
-// The rules that came behind the fixed list.
+// The rules that were added after the fixed list.
 rule_row further_rules[] = {
     {"constDOUBLE-BYTE", constDOUBLE_BYTE},
     {"destISO-2022", destISO_2022},
     {"constISO-2022", constISO_2022},
     {"destUTF-7", destUTF_7},
     {"constUTF-7", constUTF_7},
+    {"destCESU-8", destCESU_8},
+    {"constCESU-8", constCESU_8},
+    {"destUTF-8-MAC", destUTF_8_MAC},
+    {"constUTF-8-MAC", constUTF_8_MAC},
 };
 
 } // namespace

@@ -23,8 +23,8 @@ constexpr bool is_plane2_row(u32 row) {
     return ku == 1 || (ku >= 3 && ku <= 5) || ku == 8 || (ku >= 12 && ku <= 15) || ku >= 78;
 }
 
-// Whether JIStoSJIS2004 takes the code. Codes of EUC or ISO-2022-JP input reach the encoder
-// unchecked where the charsets share a set.
+// Whether JIStoSJIS2004 accepts the code. Codes from EUC or ISO-2022-JP reach the encoder unchecked
+// if the charsets share a set.
 constexpr bool is_jisx0213_code(u32 code) {
     if (code <= 0xFF) {
         return true;

@@ -31,7 +31,7 @@ constexpr u32 cell_of_trail(u32 trail) {
     if (trail >= first_even_row_trail) {
         return trail - 0x7E;
     }
-    return trail < 0x7F ? trail - 0x1F : trail - 0x20; // 7F is left out
+    return trail < 0x7F ? trail - 0x1F : trail - 0x20; // 7F is not a trail byte
 }
 
 constexpr u32 row_of(u32 lead, u32 trail) {
@@ -39,8 +39,8 @@ constexpr u32 row_of(u32 lead, u32 trail) {
     return trail >= first_even_row_trail ? odd_row + 1 : odd_row;
 }
 
-// The assertion holds in release builds too, and names the folder rather than a file, so that what
-// it reports does not change with the sources.
+// The assertion is also active in release builds, and names the folder instead of a file, so that
+// its message does not depend on the sources.
 [[noreturn]] void unexpected_code(unsigned line) {
     __assert_fail("0", "cconv/rulefunc", line, "JIStoSJIS2004");
 }
@@ -71,7 +71,8 @@ u32 plane2_lead(u32 row) {
     case 15: return ((ku + 479) >> 1) - (ku >> 3) * 3;
     default: break;
     }
-    // Rows 64 to 77, which plane 2 does not have, deliberately pass: the formula covers them.
+    // Rows 64 to 77, which plane 2 does not have, are accepted, deliberately: the formula covers
+    // them.
     if (row >= 0x60 && row <= 0x7E) {
         return (ku + 411) >> 1;
     }
@@ -112,8 +113,8 @@ u32 SJIStoJIS2004(u32 code) {
     return jisx0213_plane2 | (ku + row_base) << 8 | (jis & 0xFF);
 }
 
-// The difference to the first code is taken as a whole, deliberately: a cell byte below 21 borrows
-// from the row instead of being refused, and one above 7E runs over into the lead byte.
+// The difference to the first code is used as a whole, deliberately: a cell byte below 21 borrows
+// from the row instead of being refused, and one above 7E changes the lead byte.
 u32 JIStoSJISex(u32 code) {
     const u32 c = code & 0xFFFF;
     if (c <= 0xFF) {

@@ -5,7 +5,7 @@
 
 namespace {
 
-// Keeps what a conversion changes in a session, but for its language tags, which are not used here.
+// Saves what a conversion changes in a session, except its language tags, which are not used here.
 class kept_session {
 public:
     explicit kept_session(session* s)

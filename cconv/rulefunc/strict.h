@@ -1,11 +1,11 @@
-// Single characters, strictly: what a code stands for in Unicode, and what becomes of it on the way
-// back. The rules hand codes on between charsets that share a set, and write what nothing reads
-// back; who must not lose anything asks here.
+// Strict conversion of single characters: what a code stands for in Unicode, and whether it comes
+// back as the same. The rules pass codes on between charsets that share a set, and write characters
+// that do not come back; callers who must not lose anything use these functions.
 #pragma once
 
 #include "cconv/engine/engine.h"
 
-// A character of Unicode, and a mark that stands in the same code; 0: none.
+// A Unicode character, and a mark that is part of the same code; 0 if there is none.
 struct character {
     u32 letter, mark;
 
@@ -17,22 +17,23 @@ constexpr bool is_scalar(u32 c) {
     return c < 0xD800 || (c > 0xDFFF && c <= 0x10FFFF);
 }
 
-// Control characters that switch sets in text with designations, where they stand for nothing else.
+// Control characters that switch sets in text with designations, and stand for nothing else there.
 constexpr bool switches_sets(u32 c) {
     return c == 0x0E || c == 0x0F || c == 0x1B;
 }
 
-// The character that a decode rule left in the session; false where its code stands for none.
+// Gets the character that a decode rule put into the session; false if its code stands for none.
 bool read_character(session* s, character& c);
 
-// Makes it the session's character as if it had been decoded from Unicode text, so that the encode
-// rule looks for it by what it is and not by its code.
+// Makes this the session's character as if it had been decoded from Unicode text, so that the
+// encode rule searches for the character, not for its code.
 void put_character(session* s, const character& c);
 
-// What the target's decode rule makes of bytes that the encode rule wrote, with that set
-// designated: two characters, as of a line break, are told like a letter and its mark. None where
-// they are no characters, or more. The session stays as it is.
+// Decodes bytes that the encode rule wrote while the given set was designated. Two characters, as
+// in a line break, are returned like a letter and its mark. None if the bytes are not valid, or
+// more than two characters. The session does not change.
 character read_back(session* s, std::span<const u8> written, u32 set);
 
-// How the source's encode rule writes the character, and how many bytes those are; 0: it does not.
+// The bytes that the source's encode rule writes for the character, and their number; 0 if it
+// cannot.
 std::size_t spell_again(session* s, const character& c, std::span<u8> out);

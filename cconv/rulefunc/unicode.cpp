@@ -9,7 +9,7 @@
 //
 // The decoders are lenient on purpose: they read what is there, and leave judging the text to
 // the caller, who knows whether it matters.
-#include "cconv/rulefunc/traits.h"
+#include "cconv/rulefunc/scanned.h"
 #include "cconv/rulefunc/unicode_tags.h"
 
 #include <array>
@@ -18,14 +18,7 @@ namespace {
 
 constexpr u32 byte_order_mark = 0xFEFF;
 constexpr u32 utf8_byte_order_mark = 0xEFBBBF;
-constexpr u32 first_high_surrogate = 0xD800, first_low_surrogate = 0xDC00;
-constexpr u32 first_supplementary = 0x10000;
-
-constexpr bool is_surrogate(u32 unit) {
-    return unit >= 0xD800 && unit <= 0xDFFF;
-}
-
-// What a read of one character did; only done leaves a value.
+// The result of reading one character; only done yields a value.
 enum class read_result { done, incomplete };
 
 // ---- Rules' common steps ---------------------------------------------------------------------
@@ -39,7 +32,7 @@ bool big_endian_input(const session* s) {
     return s->source.srcBigEndian != 0;
 }
 
-// At the end of a conversion these encoders have nothing to write, no mark and no reference either.
+// At the end of a conversion these encoders write nothing, not even a mark or a reference.
 bool closes_output(session* s) {
     if (s->status != PVZAN_TERMINATE) {
         return false;
@@ -48,8 +41,8 @@ bool closes_output(session* s) {
     return true;
 }
 
-// Writes the byte-order mark that is still due. The status it leaves makes the engine choose the
-// set of the first character anew, so a first call that had no room for the mark loses nothing.
+// Writes the byte-order mark if it has not been written. Its status makes the engine choose the set
+// of the first character again, so nothing is lost if there was no room for the mark.
 bool write_due_mark(session* s, u32 n, u32 value) {
     if (s->target.dstWriteBom == 0) {
         return true;
@@ -89,7 +82,7 @@ constexpr bool is_skipped_byte(u32 byte) {
     return byte >= 0xFE;
 }
 
-// Length of the sequence that a lead byte opens, and the bits it holds itself.
+// The length of the sequence that a lead byte begins, and the value bits in that byte.
 struct utf8_lead {
     std::size_t length;
     u32 bits;
@@ -114,8 +107,8 @@ constexpr utf8_lead classify_lead(u32 byte) {
     return {1, byte};
 }
 
-// Reads one character. Continuation bytes are not checked. Cut input leaves the position at the
-// lead byte, or where the call began when nothing but skipped bytes is left.
+// Reads one character. Continuation bytes are not checked. If the input is cut, the position stays
+// at the lead byte, or at the beginning if only skipped bytes were found.
 read_result read_utf8(session* s, u32& c) {
     const i32 start = s->inPos;
     while (!input_left(s).empty() && is_skipped_byte(input_left(s)[0])) {
@@ -138,7 +131,7 @@ read_result read_utf8(session* s, u32& c) {
     return read_result::done;
 }
 
-// Whether a combining mark may begin here: most leads open other characters, or none at all.
+// Whether a combining mark may begin here; most lead bytes begin other characters, or none.
 bool may_open_mark(std::span<const u8> input) {
     const u32 lead = input.empty() ? 0 : input[0];
     return lead == 0xCB || lead == 0xCC || lead == 0xE0 || lead == 0xE3 || lead >= 0xF0;
@@ -152,7 +145,8 @@ u32 put_utf8(session* s, u32 code) {
         const u8 byte = static_cast<u8>(code);
         return emit_bytes(s, std::span(&byte, 1)) ? written(s) : 0;
     }
-    // Each byte behind the lead holds six bits; a lead of n bytes starts with n one bits.
+    // Each byte after the lead byte has six value bits; the lead byte of n bytes starts with n one
+    // bits.
     std::size_t length = 2;
     for (u32 limit = 0x800; length < 6 && code >= limit; limit <<= 5) {
         ++length;
@@ -168,7 +162,7 @@ u32 put_utf8(session* s, u32 code) {
 
 // ---- UTF-16, UCS-4, UCS-2 --------------------------------------------------------------------
 
-// Reads a unit of width bytes; the position stays when it is cut.
+// Reads a unit of width bytes; if it is cut, the position does not change.
 read_result read_unit(session* s, std::size_t width, u32& unit) {
     const std::span<const u8> input = input_left(s);
     if (input.size() < width) {
@@ -179,12 +173,10 @@ read_result read_unit(session* s, std::size_t width, u32& unit) {
     return read_result::done;
 }
 
-// The order of the two halves is not checked: a reversed pair is the same character.
+// The order of the two halves is not checked: in reverse order they are the same character.
 constexpr u32 join_surrogate_units(u32 first, u32 second) {
-    const u32 high = first < first_low_surrogate ? first : second;
-    const u32 low = first < first_low_surrogate ? second : first;
-    return (high - first_high_surrogate) * 0x400 + (low - first_low_surrogate) +
-           first_supplementary;
+    return first < first_low_surrogate ? join_surrogate_pair(first, second)
+                                       : join_surrogate_pair(second, first);
 }
 
 u32 put_utf16(session* s, u32 code) {
@@ -195,13 +187,11 @@ u32 put_utf16(session* s, u32 code) {
         return stop_with(s, PVZAN_UNREPRESENTABLE);
     }
     const i32 before = s->outPos;
-    const u32 offset = code - first_supplementary;
-    if (put_unit(s, first_high_surrogate + (offset >> 10), 2) == 0) {
+    if (put_unit(s, high_surrogate(code), 2) == 0) {
         return 0;
     }
-    if (put_unit(s, first_low_surrogate + (code & 0x3FF), 2) == 0) {
-        s->outPos =
-            before; // the count of the high surrogate stays, deliberately: only room is undone
+    if (put_unit(s, low_surrogate(code), 2) == 0) {
+        s->outPos = before; // the count of the high surrogate is not restored, deliberately
         return 0;
     }
     return 1;
@@ -218,7 +208,7 @@ u32 put_ucs2(session* s, u32 code) {
     return put_unit(s, code, 2);
 }
 
-// Characters beyond two bytes are written as references where that is asked for.
+// Writes characters beyond two bytes as references, if the options say so.
 bool may_refer(const session* s) {
     return s->target.charRefMode != PVZAN_CHARREF_OFF && s->ucsCode >= first_supplementary &&
            s->ucsCode <= last_scalar;
@@ -281,7 +271,7 @@ u32 constUTF_8(session* s) {
         return 0;
     }
     if (s->target.dstWriteBom != 0) {
-        s->target.dstBigEndian = 1; // a UTF-8 mark has one byte order
+        s->target.dstBigEndian = 1; // a mark in UTF-8 has only one byte order
     }
     return write_due_mark(s, 3, utf8_byte_order_mark) ? encode_scalar(s, put_utf8) : 0;
 }
@@ -295,7 +285,7 @@ u32 destUTF_16(session* s) {
             return stop_with(s, PVZAN_INPUT_INCOMPLETE);
         }
         s->source.srcCheckBom = 0;
-        // Deliberately lenient: one of the two bytes makes it a mark.
+        // Lenient, deliberately: one of the two bytes is enough for a mark.
         if (input[0] >= 0xFE || input[1] >= 0xFE) {
             s->source.srcBigEndian = input[0] == 0xFE;
             s->inPos += 2;
@@ -307,7 +297,7 @@ u32 destUTF_16(session* s) {
     if (read_unit(s, 2, first) != read_result::done) {
         return stop_with(s, PVZAN_INPUT_INCOMPLETE);
     }
-    if (is_surrogate(first)) {
+    if (is_high_surrogate(first) || is_low_surrogate(first)) {
         if (read_unit(s, 2, next) != read_result::done) {
             return input_incomplete(s, start);
         }
@@ -391,7 +381,7 @@ u32 constISO_10646_UCS_2(session* s) {
     if (!write_due_mark(s, 2, byte_order_mark)) {
         return 0;
     }
-    // A reference that found the output full left no code prepared.
+    // No code was prepared if there was no room for a reference.
     const bool refer_again = s->status == PVZAN_OUTPUT_FULL && s->outBytes == 0 && may_refer(s);
     if (refer_again || convDstConvert(s) == 0) {
         return may_refer(s) ? ToCharRef(s, s->ucsCode) : 0;

@@ -1,4 +1,4 @@
-// Scalars to member sets, and the language tags that Unicode text may carry.
+// Finds the set of a Unicode value, and reads and writes the language tags of Unicode text.
 #include "cconv/rulefunc/rules.h"
 #include "cconv/rulefunc/unicode_tags.h"
 #include "cconv/tables/table.h"
@@ -11,7 +11,7 @@ constexpr bool is_tag_character(u32 c) {
     return c >= first_tag_character && c <= cancel_tag;
 }
 
-// Tables tell membership only: the scalar stays what it is.
+// Tables only tell whether the set has the character; the value does not change.
 bool set_holds(const basic_set* set, u32 c) {
     if (set->setType == PVZAN_SET_USER_DEFINED) {
         return c >= set->eudcStart && c - set->eudcStart < set->eudcNumber;
@@ -20,8 +20,8 @@ bool set_holds(const basic_set* set, u32 c) {
            find_value(set->decodeTable, c).value_or(0) != 0;
 }
 
-// A tag that begins inside a tag is handed to the collector of the outer one, so that a text of
-// nothing but tag beginnings needs no more stack than one.
+// A tag inside a tag is passed to the collector of the outer one, so that a text full of tag
+// beginnings does not need more stack.
 thread_local bool collecting = false;
 
 struct collecting_scope {
@@ -41,8 +41,8 @@ void take_language(session* s, const tag_text& tag) {
     s->curLang[tag.length] = '\0';
 }
 
-// What is given back is read anew, from each tag inside it: deeper than this, invalid tags are used
-// up instead, so that a text is not read as often as it has tags.
+// What is given back is read again, for each tag inside. If tags are nested deeper than this,
+// invalid tags are used up, so that a text is not read as often as it has tags.
 constexpr u32 max_nested_tags = 32;
 
 u32 give_back(session* s, i32 start, u32 status, u32 nested) {
@@ -52,10 +52,10 @@ u32 give_back(session* s, i32 start, u32 status, u32 nested) {
     return stop_with(s, status);
 }
 
-// Reads the tag behind U+E0001 with the charset's own decode rule. It ends with the first character
-// that is no tag letter, which is delivered. Of tags inside the tag only the letters before the
-// first of them count, unless the inner one is cancelled: that is invalid and leaves the inner
-// one's letters.
+// Reads the tag after U+E0001 with the charset's own decode rule. It ends at the first character
+// that is not a tag letter, which is delivered. If there are tags inside the tag, only letters
+// before the first of them count, unless the inner one is cancelled: that is invalid, and leaves
+// the letters of the inner one.
 u32 read_language_tag(session* s, i32 start) {
     const rule_row* row = s->srcGroup != nullptr ? TheRule(s->srcGroup->destRule) : nullptr;
     if (row == nullptr || row->function == nullptr) {
@@ -69,10 +69,10 @@ u32 read_language_tag(session* s, i32 start) {
         const i32 before = s->inPos;
         row->function(s);
         if (s->status == PVZAN_DECODED && s->inPos == before) {
-            return give_back(s, start, PVZAN_INVALID_INPUT, nested); // a rule that reads nothing
+            return give_back(s, start, PVZAN_INVALID_INPUT, nested); // the rule read nothing
         }
         if (s->status != PVZAN_DECODED) {
-            // Used-up input is an incomplete tag like any other cut.
+            // If the input ends, the tag is incomplete, like any other cut.
             return give_back(s, start,
                              s->status == PVZAN_DONE ? u32{PVZAN_INPUT_INCOMPLETE} : s->status,
                              nested);
@@ -116,14 +116,14 @@ u32 srcUCS4(session* s, i32 start) {
         return read_language_tag(s, start);
     }
     if (c == language_tag || is_tag_character(c)) {
-        s->status = PVZAN_DECODED; // for a tag's collector; outside a tag nothing is filled in
+        s->status = PVZAN_DECODED; // for the collector of a tag; the session's character is not set
         return 1;
     }
     return stop_with(s, PVZAN_INVALID_INPUT);
 }
 
-// Tagging is on when the target options name a language. The text's own language is written as a
-// tag, the options' language as a cancelled one.
+// Tags are written if the target options name a language. The text's own language is written as a
+// tag, the language of the options as a cancelled tag.
 u32 dstUCS4(session* s, put_function putFunc) {
     if (s->baseLang[0] == '\0') {
         return 1;

@@ -8,15 +8,15 @@
 // Deliberate in the encoder:
 // - Of the optional characters none stands bare: some mail systems change them.
 // - Base64 always ends in "-", be it needed or not.
-#include "cconv/rulefunc/rules.h"
-#include "cconv/rulefunc/traits.h"
+#include "cconv/rulefunc/scanned.h"
+#include "cconv/rulefunc/strict.h"
 
-#include <algorithm>
+#include <array>
 #include <string_view>
 
 namespace {
 
-// The state: whether base64 is open, how many bits of it are not used up yet, and those.
+// The state: whether base64 is open, the number of its unused bits, and these bits.
 inline constexpr u32 is_open = 1U << 16, count_place = 8, bits_mask = 0xFF;
 
 struct base64_state {
@@ -36,34 +36,48 @@ constexpr std::string_view digits =
 constexpr std::string_view bare_marks = "'(),-./:? \t\r\n",
                            optional_marks = "!\"#$%&*;<=>@[]^_`{|}";
 
-// 64: none.
-u32 digit_value(u8 byte) {
-    return static_cast<u32>(std::min(digits.find(static_cast<char>(byte)), digits.size()));
-}
+// An ASCII character: its value as a digit, if it is one, and whether it may appear outside
+// base 64.
+constexpr u8 no_digit = 64;
+struct character_class {
+    u8 digit;
+    bool bare, optional;
+};
+constexpr std::array<character_class, 0x80> classes = [] {
+    std::array<character_class, 0x80> all{};
+    all.fill({no_digit, false, false});
+    u8 value = 0;
+    for (const char c : digits) {
+        all[static_cast<u8>(c)] = {value++, c != '+' && c != '/', false};
+    }
+    for (const char c : bare_marks) {
+        all[static_cast<u8>(c)].bare = true;
+    }
+    for (const char c : optional_marks) {
+        all[static_cast<u8>(c)].optional = true;
+    }
+    return all;
+}();
 
+u32 digit_value(u8 byte) {
+    return byte < classes.size() ? classes[byte].digit : no_digit;
+}
 bool is_bare(u32 c, bool optional_too) {
-    const bool letter = c < 0x80 && c != '+' && c != '/' && digit_value(static_cast<u8>(c)) < 64;
-    const char mark = static_cast<char>(c < 0x80 ? c : 0x7F);
-    return letter || bare_marks.find(mark) != bare_marks.npos ||
-           (optional_too && optional_marks.find(mark) != optional_marks.npos);
+    return c < classes.size() && (classes[c].bare || (optional_too && classes[c].optional));
 }
 
 // ---- Reading -----------------------------------------------------------------------------------
 
-struct utf7_reading : scanned {
-    u32 scalar;
-};
-
-utf7_reading result(scanned::kind_type kind, std::size_t length, std::size_t needed,
-                    const base64_state& state, u32 scalar = 0) {
+scalar_reading result(scanned::kind_type kind, std::size_t length, std::size_t needed,
+                      const base64_state& state, u32 scalar = 0) {
     return {{kind, static_cast<u8>(length), static_cast<u8>(needed), state.word()}, scalar};
 }
 
-// Takes digits from at on until a unit of UTF-16 is whole; false where there are too few.
+// Reads digits from at on until a unit of UTF-16 is complete; false if there are too few.
 bool read_unit(std::span<const u8> text, std::size_t& at, base64_state& state, u32& unit) {
     while (state.count < 16) {
-        const u32 value = at < text.size() ? digit_value(text[at]) : 64;
-        if (value == 64) {
+        const u32 value = at < text.size() ? digit_value(text[at]) : no_digit;
+        if (value == no_digit) {
             return false;
         }
         state.bits = state.bits << 6 | value;
@@ -76,14 +90,7 @@ bool read_unit(std::span<const u8> text, std::size_t& at, base64_state& state, u
     return true;
 }
 
-constexpr bool is_high(u32 unit) {
-    return unit >= 0xD800 && unit <= 0xDBFF;
-}
-constexpr bool is_low(u32 unit) {
-    return unit >= 0xDC00 && unit <= 0xDFFF;
-}
-
-utf7_reading read_base64(std::span<const u8> text, base64_state state) {
+scalar_reading read_base64(std::span<const u8> text, base64_state state) {
     const base64_state before = state;
     std::size_t at = 0;
     u32 unit = 0, low = 0;
@@ -91,9 +98,9 @@ utf7_reading read_base64(std::span<const u8> text, base64_state state) {
         return at == text.size() ? result(scanned::cut, 1, at, before)
                                  : result(scanned::invalid, at, at + 1, {true, 0, 0});
     }
-    if (!is_high(unit)) {
-        return is_low(unit) ? result(scanned::invalid, at, at, state)
-                            : result(scanned::code, at, at, state, unit);
+    if (!is_high_surrogate(unit)) {
+        return is_low_surrogate(unit) ? result(scanned::invalid, at, at, state)
+                                      : result(scanned::code, at, at, state, unit);
     }
     const std::size_t half = at;
     const base64_state behind = state;
@@ -101,12 +108,12 @@ utf7_reading read_base64(std::span<const u8> text, base64_state state) {
         return at == text.size() ? result(scanned::cut, 1, at, before)
                                  : result(scanned::invalid, half, at + 1, behind);
     }
-    return is_low(low) ? result(scanned::code, at, at, state,
-                                0x10000 + ((unit - 0xD800) << 10) + low - 0xDC00)
-                       : result(scanned::invalid, half, at, behind);
+    return is_low_surrogate(low)
+               ? result(scanned::code, at, at, state, join_surrogate_pair(unit, low))
+               : result(scanned::invalid, half, at, behind);
 }
 
-utf7_reading read_bare(std::span<const u8> text) {
+scalar_reading read_bare(std::span<const u8> text) {
     if (text[0] != '+') {
         return is_bare(text[0], true) ? result(scanned::code, 1, 1, {}, text[0])
                                       : result(scanned::invalid, 1, 1, {});
@@ -117,16 +124,16 @@ utf7_reading read_bare(std::span<const u8> text) {
     if (text[1] == '-') {
         return result(scanned::code, 2, 2, {}, '+');
     }
-    return digit_value(text[1]) < 64 ? result(scanned::silent, 1, 2, {true, 0, 0})
-                                     : result(scanned::invalid, 1, 2, {});
+    return digit_value(text[1]) < no_digit ? result(scanned::silent, 1, 2, {true, 0, 0})
+                                           : result(scanned::invalid, 1, 2, {});
 }
 
-utf7_reading read_utf7(u32 word, std::span<const u8> text) {
+scalar_reading read_utf7(const charset_group*, u32 word, std::span<const u8> text) {
     const base64_state state = base64_state::of(word);
     if (!state.open) {
         return read_bare(text);
     }
-    if (digit_value(text[0]) < 64) {
+    if (digit_value(text[0]) < no_digit) {
         return read_base64(text, state);
     }
     if (text[0] == '-') {
@@ -135,8 +142,8 @@ utf7_reading read_utf7(u32 word, std::span<const u8> text) {
     return read_bare(text);
 }
 
-scanned scan(const charset_group*, u32 state, std::span<const u8> text) {
-    return read_utf7(state, text);
+scanned scan(const charset_group* group, u32 state, std::span<const u8> text) {
+    return read_utf7(group, state, text);
 }
 
 bool may_end(const charset_group*, u32 state) {
@@ -184,33 +191,24 @@ struct utf7_writer {
             state.open = true;
         }
         if (scalar > 0xFFFF) {
-            put_unit(0xD800 + ((scalar - 0x10000) >> 10));
-            put_unit(0xDC00 + ((scalar - 0x10000) & 0x3FF));
+            put_unit(high_surrogate(scalar));
+            put_unit(low_surrogate(scalar));
         } else {
             put_unit(scalar);
         }
     }
 };
 
-bool put_all(session* s, const utf7_writer& w) {
-    if (!emit_bytes(s, {w.bytes, w.size})) {
-        return false;
-    }
-    s->dstShiftSet = w.state.word();
-    return true;
-}
-
 u32 put_utf7(session* s, u32 scalar) {
     utf7_writer w{base64_state::of(s->dstShiftSet), {}};
-    if (scalar > 0x10FFFF || (scalar >= 0xD800 && scalar <= 0xDFFF)) {
+    if (!is_scalar(scalar)) {
         return stop_with(s, PVZAN_UNREPRESENTABLE);
     }
     w.write(scalar);
-    if (!put_all(s, w)) {
+    if (put_whole(s, {w.bytes, w.size}) == 0) {
         return 0;
     }
-    ++s->outCount;
-    s->status = PVZAN_WRITTEN;
+    s->dstShiftSet = w.state.word();
     return 1;
 }
 
@@ -219,40 +217,20 @@ u32 put_utf7(session* s, u32 scalar) {
 extern "C" {
 
 u32 destUTF_7(session* s) {
-    for (auto input = input_left(s); !input.empty(); input = input_left(s)) {
-        const utf7_reading read = read_utf7(s->srcShiftSet, input);
-        if (read.kind == scanned::cut) {
-            return stop_with(s, PVZAN_INPUT_INCOMPLETE);
-        }
-        const i32 start = s->inPos;
-        s->inPos += read.length;
-        s->srcShiftSet = read.state;
-        if (read.kind == scanned::invalid) {
-            return stop_with(s, PVZAN_INVALID_INPUT);
-        }
-        if (read.kind == scanned::code) {
-            s->srcCode = read.scalar;
-            return srcUCS4(s, start);
-        }
-    }
-    return stop_with(s, PVZAN_DONE);
+    return decode_scalar(s, read_utf7);
 }
 
 u32 constUTF_7(session* s) {
-    const u32 before = s->dstShiftSet;
-    if (s->status == PVZAN_TERMINATE) {
-        utf7_writer w{base64_state::of(before), {}};
-        w.close();
-        return put_all(s, w) ? stop_with(s, PVZAN_DONE) : 0;
+    if (s->status != PVZAN_TERMINATE) {
+        return encode_scanned(s, put_utf7);
     }
-    if (convDstConvert(s) == 0) {
+    utf7_writer w{base64_state::of(s->dstShiftSet), {}};
+    w.close();
+    if (!emit_bytes(s, {w.bytes, w.size})) {
         return 0;
     }
-    if (convDstPutcode(s, nullptr, put_utf7) == 0) {
-        s->dstShiftSet = before;
-        return 0;
-    }
-    return 1;
+    s->dstShiftSet = 0;
+    return stop_with(s, PVZAN_DONE);
 }
 
 } // extern "C"

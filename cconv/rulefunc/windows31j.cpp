@@ -13,7 +13,7 @@
 
 namespace {
 
-// In order of preference: what the standard has is never taken for a vendor's character.
+// In order of preference: a character of the standard is never taken for a vendor's.
 constexpr std::array<u32, 4> double_byte_sets = {
     PVZAN_SET_JIS_X_0208_1990,
     PVZAN_SET_NEC_EXT,
@@ -41,7 +41,7 @@ u32 decode_double_byte(session* s, std::span<const u8> input) {
     return refuse_double_byte(s);
 }
 
-// Sets all of whose characters belong to Windows-31J.
+// Sets whose characters all belong to Windows-31J.
 constexpr bool is_windows31j_set(u32 setNo) {
     switch (setNo) {
     case PVZAN_SET_JIS_X_0201_LATIN:
@@ -57,8 +57,8 @@ constexpr bool is_private_use(u32 code) {
     return code >= user_defined_first && code <= 0xF8FF;
 }
 
-// Deliberate: one more than the 20 rows of 94 user-defined characters, so that U+E758 is written
-// raw.
+// Deliberate: one more than the 20 rows of 94 user-defined characters, so that U+E758 is written as
+// itself.
 constexpr bool is_windows31j_private_use(u32 code) {
     return code <= 0xE758;
 }
@@ -67,8 +67,8 @@ constexpr bool is_compatibility_form(u32 code) {
     return code >= 0xFF00 && code <= 0xFFFE;
 }
 
-// Deliberate: without U+FFE3 and U+FFE4, the overline and the broken bar, which other systems draw
-// or map differently: a reference is safer.
+// Deliberate: without U+FFE3 and U+FFE4, the overline and the broken bar, which other systems
+// display or map differently: a reference is safer.
 constexpr bool is_windows31j_form(u32 code) {
     return (code >= 0xFF01 && code <= 0xFF5E) || (code >= 0xFF61 && code <= 0xFF9F) ||
            (code >= 0xFFE0 && code <= 0xFFE2) || code == 0xFFE5;
@@ -91,8 +91,8 @@ u32 constWINDOWS31J(session* s) {
     return convDstConvert(s) != 0 ? convDstPutcode(s, JIStoSJISex, nullptr) : 0;
 }
 
-// Asked by the UCS-2 writer, so the code to be written is a Unicode value. The ranges are decided
-// without the tables.
+// Called by the UCS-2 writer, so the code to be written is a Unicode value. The ranges need no
+// tables.
 u32 IsWIN31J(session* s) {
     if (is_windows31j_set(s->charSetNo)) {
         return 1;

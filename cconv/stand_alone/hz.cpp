@@ -29,8 +29,8 @@ extern "C" u32 ZAN_HZtoGB2312(u8* out, const u8* in, i32 outSize, u32* outCount)
             put(byte);
             continue;
         }
-        // Room is only asked for here, and by the count, deliberately: an output as long as the
-        // input always has it.
+        // Room is checked only here, and by the count, deliberately: an output as long as the input
+        // always suffices.
         if (i64{written} + 1 >= outSize) {
             return written & count_mask;
         }
@@ -44,7 +44,7 @@ extern "C" u32 ZAN_HZtoGB2312(u8* out, const u8* in, i32 outSize, u32* outCount)
         } else if (gb || next == '~') {
             put(byte);
         } else {
-            ++out; // left as it was, and not counted
+            ++out; // not written and not counted
             in += next == '\n' ? 1 : 0;
         }
     }

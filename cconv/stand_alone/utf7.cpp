@@ -22,8 +22,8 @@ constexpr std::array<u8, 256> base64_values = [] {
     return values;
 }();
 
-// All control codes are let through, not only TAB, LF and CR: they mean the same in every charset,
-// and mail carries them.
+// All control codes are passed on, not only TAB, LF and CR: they mean the same in every charset,
+// and mail contains them.
 constexpr bool is_direct(u8 byte) {
     return byte < '~' && byte != '\\';
 }
@@ -39,7 +39,7 @@ class decoder {
 public:
     decoder(std::span<u32> out, const u8* in) : out_(out), in_(in), at_(in) {}
 
-    // 0, or where it stopped, plus 1.
+    // 0, or the place where it stopped, plus 1.
     u32 run() {
         while (*at_ != '\0') {
             if (!(*at_ == '+' ? read_run() : read_direct())) {
@@ -63,7 +63,7 @@ private:
 
     bool read_direct() { return is_direct(*at_) && put(*at_++); }
 
-    // A base-64 run. Input counts as used up to the last letter that completed a character.
+    // Reads a base-64 run. Input counts as used up to the last letter that completed a character.
     bool read_run() {
         ++at_;
         if (*at_ == '-') {
@@ -96,7 +96,7 @@ private:
         return true;
     }
 
-    // high holds a high surrogate that waits for its low one, or 0.
+    // high is a high surrogate that waits for its low one, or 0.
     bool put_unit(u32 unit, u32& high) {
         if (high != 0) {
             const u32 first = high;

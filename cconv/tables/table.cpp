@@ -1,4 +1,4 @@
-// Loading mapping tables, from their binary cache or from text, and looking codes up in them.
+// Loads mapping tables from their binary caches or from text, and looks up codes in them.
 #include "cconv/tables/table.h"
 
 #include "cconv/directory/directory.h"
@@ -14,7 +14,7 @@ namespace {
 
 // ---- Blocks ------------------------------------------------------------------------------------
 
-// Written without sums: blocks may end at 2^32. Most blocks fail the first comparison.
+// Uses no sums, since a block may end at 2^32. Most blocks fail the first comparison.
 bool holds(const table_block* block, u32 key) {
     return key - block->firstKey < block->endKey - block->firstKey && key >= block->firstKey;
 }
@@ -24,9 +24,9 @@ std::span<u8> slot(const table_block* block, u32 key) {
     return {block->data + (key - block->firstKey) * width, width};
 }
 
-// The first block in order that holds a key; blocks may overlap. Neighbouring keys mostly lie in
-// the same block: the range around the last key in which no earlier block begins or ends is
-// remembered.
+// Finds the first block in order that contains a key; blocks may overlap. Since neighbouring keys
+// are usually in the same block, it remembers the range around the last key in which no earlier
+// block begins or ends.
 class block_finder {
 public:
     explicit block_finder(const object_array* blocks) : blocks_(blocks) {}
@@ -56,8 +56,8 @@ private:
     u32 low_ = 0, high_ = 0;
 };
 
-// A table of so many blocks is full: more than the codes of any charset need, and little enough for
-// the memory, and for the search among them, that a hostile table may cost.
+// A table with this number of blocks is full. It is more than the codes of any charset need, and
+// limits the memory and search time of a hostile table.
 bool has_all_blocks(const table_object* table) {
     constexpr u32 most_values = 1 << 25, block_values = 4096;
     const u32 words = std::max<u32>(static_cast<u16>(table->valueBytes) / sizeof(u32), 1);
@@ -106,14 +106,14 @@ bool put_value(table_object* table, block_finder& finder, u32 key, u32 value) {
 
 // ---- Files -------------------------------------------------------------------------------------
 
-// A code and its Unicode value, as they stand in a cache file.
+// A code and its Unicode value, as in a cache file.
 struct pair {
     u32 code;
     u32 ucs;
 };
 static_assert(sizeof(pair) == 8);
 
-// Takes the pairs of a file, in order.
+// Stores the pairs of a file, in order.
 class pair_store {
 public:
     explicit pair_store(table_object* table)
@@ -136,10 +136,10 @@ struct table_paths {
     char cache[text_bytes];
 };
 
-// The text table lies where its definition says, a directory part included, its file name in lower
-// case; the cache beside it. Tables that share a base name share a cache, deliberately, and so do
-// those without a "." in their names, whose base names are empty. What ends in "/" names no file;
-// its cache would lie in the root directory. Called under the table lock.
+// The text table is where its definition says, including a directory, with its file name in lower
+// case; the cache is next to it. Tables with the same base name share a cache, deliberately, and so
+// do those without a "." in their names, whose base names are empty. A name that ends in "/" is not
+// a file; its cache would be in the root directory. Call this under the table lock.
 bool make_paths(const table_object* table, table_paths& paths) {
     char path[text_bytes];
     if (charset_path_locked(path, text_bytes) == nullptr || !append_text(path, table->fileName)) {
@@ -160,8 +160,8 @@ bool make_paths(const table_object* table, table_paths& paths) {
 
 // ---- Caches ------------------------------------------------------------------------------------
 
-// Fills the table from its cache. False when there is none; what is there is trusted as it is, be
-// it empty.
+// Fills the table from its cache. False if there is none. Its contents are trusted, even if it is
+// empty.
 bool load_cache(table_object* table, const char* path) {
     const owned_file file = open_regular(path);
     if (file == nullptr) {
@@ -187,8 +187,8 @@ bool load_cache(table_object* table, const char* path) {
     return true;
 }
 
-// A cache being written, under a name that no other process uses: others only ever see it whole. It
-// becomes the cache by publish(), and is removed without it.
+// A cache while it is being written, under a name that no other process uses, so that others only
+// ever see a complete one. publish() turns it into the cache; without that it is removed.
 class cache_writer {
 public:
     explicit cache_writer(const char* path) : path_(path) {
@@ -230,9 +230,9 @@ private:
     owned_file file_;
 };
 
-// Fills the table from its text and writes the cache. A text that does not exist leaves an empty
-// cache, deliberately: it is not looked for again by every process. One that is there but cannot be
-// opened now, sized, read to its end or kept in memory leaves none: the next process may be
+// Fills the table from its text, and writes the cache. If the text does not exist, an empty cache
+// is written, deliberately, so that other processes need not look for it again. If it exists but
+// cannot be opened, read to its end or kept in memory, no cache is written: the next process may be
 // luckier.
 void load_text(table_object* table, const table_paths& paths) {
     const owned_file file = open_regular(paths.text);
@@ -255,7 +255,7 @@ void load_text(table_object* table, const table_paths& paths) {
     pair p{};
     while (hex32(&reader, &p.code) != 0 && hex32(&reader, &p.ucs) != 0) {
         if (!store.put(p)) {
-            return; // the cache would lack what memory had no room for
+            return; // memory ran out, so the cache would be incomplete
         }
         cache.add(p);
     }
@@ -287,16 +287,16 @@ void fill_table(table_object* table) {
     }
 }
 
-// A table of one key or none counts only with a key that can be a code.
+// A table with at most one key is usable only if the key can be a code.
 bool is_usable(const table_object* table) {
     constexpr u32 beyond_codes = 0x10000000;
     return table->maxKey != table->minKey || (table->minKey > 0 && table->minKey < beyond_codes);
 }
 
-std::atomic<u32> generation{2}; // of what is loaded; odd while a table becomes so
-std::atomic<u32> changes{0};    // of loaded tables
+std::atomic<u32> generation{2}; // changes when a table is loaded; odd meanwhile
+std::atomic<u32> changes{0};    // changes of loaded tables
 
-// Under the table lock.
+// Call this under the table lock.
 void mark_loaded(table_object* table, u32 loaded) {
     generation.fetch_add(1, std::memory_order_release);
     std::atomic_ref<u32>(table->loaded).store(loaded, std::memory_order_release);
@@ -318,8 +318,8 @@ i32 file_size(FILE* file) {
 
 extern "C" {
 
-// A file is read once per process, deliberately: a table that could not be loaded, whatever for,
-// counts as loaded from the second attempt on, and maps what was stored by then.
+// A file is read only once per process, deliberately: if a table could not be loaded for any
+// reason, it counts as loaded from the second attempt on, with what was stored until then.
 u32 loadTableFile(table_object* table) {
     if (table_loaded(table)) {
         return 1;
@@ -345,7 +345,7 @@ void loadTablFile(table_object* table) {
 
 u32 putTable(table_object* table, u32 key, u32 value) {
     block_finder finder(table->blocks);
-    // One whose codes are counted is read, and never written to.
+    // A table with counted codes is never written to after reading.
     const bool stored = !is_linear(table) && put_value(table, finder, key, value);
     if (table_loaded(table)) {
         note_table_change();

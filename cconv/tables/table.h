@@ -1,5 +1,5 @@
-// Mapping tables: text files of hexadecimal pairs, their loading into blocks, their binary caches,
-// and the lookups over them.
+// Mapping tables: reading text files of hexadecimal pairs, storing them in blocks, binary caches,
+// and looking up codes.
 #pragma once
 
 #include "cconv/registry/registry.h"
@@ -10,7 +10,7 @@
 
 extern "C" {
 
-// Size of the buffer that a table_reader points to, and the offset from which on it is refilled.
+// The size of a table_reader's buffer, and the offset from which it is refilled.
 enum { TABLE_READ_BYTES = 16384, TABLE_REFILL_OFFSET = 8192 };
 
 // Reads a text table file character by character.
@@ -22,46 +22,47 @@ struct table_reader {
     i32 readOffset, filled, remaining;
 };
 
-// Loads the table on its first use, under the table lock. Returns its loaded flag.
+// Loads the table on first use, under the table lock. Returns whether it is loaded.
 PVZAN_API u32 loadTableFile(table_object* table);
-// Fills the table from its cache, or from its text, which then is cached.
+// Fills the table from its cache, or from its text, which is then cached.
 PVZAN_API void loadTablFile(table_object* table);
 // 1 stored, 0 out of memory.
 PVZAN_API u32 putTable(table_object* table, u32 key, u32 value);
 
-// The next number, character, bytes of a text table: 1, or 0 when there are no more.
+// Read the next number, character or bytes of a text table: 1, or 0 if there are no more.
 PVZAN_API u32 hex32(table_reader* reader, u32* value);
 PVZAN_API u32 read32(table_reader* reader, u32* character);
 PVZAN_API u32 readFIO(table_reader* reader, void* out, i32 count);
 
-// The first nonzero value that a table of the array has for a Unicode scalar, and its width in
-// bytes; loads the tables as needed. 1 found, 0 not.
+// Finds the first nonzero value that a table of the array has for a Unicode character, and its
+// width in bytes; loads the tables as needed. 1 found, 0 not.
 PVZAN_API u32 dstDsTableArray(object_array* tables, u32 code, u32* result, u16* resultBytes);
 PVZAN_API void putEndian(u8* buffer, u32 value);
 }
 
-// Whether a table counts as loaded. It only ever goes from 0 to 1, once the contents are complete,
-// and other threads may be loading it: hence the acquire.
+// Whether a table is loaded. The flag changes only once, from 0 to 1, after the contents are
+// complete. Another thread may set it; hence the acquire.
 inline bool table_loaded(const table_object* table) {
     return std::atomic_ref<u32>(const_cast<u32&>(table->loaded)).load(std::memory_order_acquire) !=
            0;
 }
 
-// The bytes in a file that is open at its start; 0 for more than can be read, negative where it
-// does not tell.
+// The size of a file that is open at its start; 0 if it is too large, negative if it cannot be
+// found.
 i32 file_size(FILE* file);
 
-// Changes whenever a table becomes loaded; odd meanwhile. Who sees the table loaded sees that, too.
+// Changes when a table is loaded, and is odd meanwhile. Those who see the table loaded also see the
+// change.
 u32 table_generation();
-// Changes whenever a loaded table is written to, or what is looked up changes otherwise, which who
-// does that tells.
+// Changes when a loaded table is written to, or when note_table_change is called because look-ups
+// have other results.
 u32 table_changes();
 void note_table_change();
 
-// The stored value of a key, be it 0; nothing outside the bounds or where no block holds the key.
+// The stored value of a key, which may be 0; nothing if no block contains the key.
 std::optional<u32> find_value(const table_object* table, u32 key);
 
-// What a loaded table maps the key to, 0 for nothing; a table that is not loaded maps every key to
+// The value of a key in a loaded table, 0 if there is none; if the table is not loaded, the key
 // itself.
 inline u32 map_code(const table_object* table, u32 key) {
     return table_loaded(table) ? find_value(table, key).value_or(0) : key;

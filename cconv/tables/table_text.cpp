@@ -1,4 +1,4 @@
-// Text table files: buffered bytes, characters, hexadecimal numbers.
+// Reads text table files: buffered bytes, characters, hexadecimal numbers.
 #include "cconv/definition/document.h"
 #include "cconv/tables/table.h"
 #include "platform/platform.h"
@@ -11,7 +11,7 @@ constexpr i32 unit_bytes(u32 encoding) {
     return encoding == encoding_ucs4 ? 4 : 2;
 }
 
-// Reads more of the file behind the bytes kept in the buffer.
+// Reads more of the file after the bytes kept in the buffer.
 bool fill(table_reader* reader, i32 kept, i32 wanted) {
     const i32 count = std::min(reader->remaining, wanted);
     if (ZAN_FileRead(reader->readBuf + kept, 1, count, reader->file) != count) {
@@ -60,8 +60,7 @@ u32 readFIO(table_reader* reader, void* out, i32 count) {
             return 0;
         }
     }
-    // The last bytes of a file are never handed out, deliberately: a table ends in two spare
-    // characters.
+    // The last bytes of a file are never used, deliberately: a table ends in two spare characters.
     if (count < 0 || count >= reader->filled - reader->readOffset) {
         return 0;
     }
@@ -101,7 +100,7 @@ u32 hex32(table_reader* reader, u32* value) {
     do {
         number = number << 4 | hex_value(c);
         if (read32(reader, &c) == 0) {
-            return 0; // a number at the very end may be cut
+            return 0; // a number at the very end may be truncated
         }
     } while (is_hex_digit(c));
     reader->readOffset -= unit_bytes(reader->encoding);

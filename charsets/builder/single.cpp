@@ -69,6 +69,9 @@ void add_single_byte(directory& whole, table read) {
     if (read.charset.empty()) {
         read.source.fail(0, "%charset is missing");
     }
+    if (read.source.path.stem() != lower_case(read.charset)) {
+        read.source.fail(0, "the file of " + read.charset + " must have that name, in lower case");
+    }
     if (!read.exchanged.empty()) {
         table other = read;
         const auto [a, b] = read.exchanged_codes;

@@ -4,6 +4,7 @@ ISO-2022-JP-3 tells apart of JIS X 0213."""
 import subprocess
 
 from derivation.cross_check import UnexpectedDifference, cross_check, expect_count
+from derivation.further_japanese import as_character
 from derivation.sources import Iconv, SourceMissing, single_scalar
 from derivation.table_text import Grid, Table
 
@@ -91,6 +92,13 @@ def double(charset, same):
     return texts
 
 
+def pairs_of_python():
+    for code in Grid("21-7E 21-7E").codes():
+        text = (b"\x1b$(Q" + code.to_bytes(2, "big")).decode("iso2022_jp_2004", "ignore")
+        if len(text) == 2 and text.isprintable():
+            yield code, text
+
+
 def tables():
     yield single("IBM930", "IBM1390")
     yield single("IBM939", "IBM1399")
@@ -100,13 +108,12 @@ def tables():
     added = {code: text for code, text in newer.items() if code not in older}
     expect_count("ibm930-double", older, 11635)
     expect_count("ibm1390-double", added, 10467)
-    sequences = {code: text for code, text in added.items() if len(text) == 2}
-    expect_count("letters and marks", sequences, 25)
+    expect_count("letters and marks", [text for text in added.values() if len(text) == 2], 25)
     origin = "iconv {0} and {1}, checked against ICU's of those names: all four have the same double bytes."
     yield Table("ibm930-double", "The double bytes of IBM930 and IBM939", DOUBLE_GRID,
                 {code: ord(text) for code, text in older.items()}, origin=origin.format("IBM930", "IBM939"))
     yield Table("ibm1390-double", "The double bytes that IBM1390 and IBM1399 have besides", DOUBLE_GRID,
-                {code: ord(text) for code, text in added.items() if len(text) == 1},
+                {code: as_character(text) for code, text in added.items()},
                 origin=origin.format("IBM1390", "IBM1399"))
     yield Table("ibm1390-euro", "The euro sign as a single byte of IBM1390 and IBM1399", "E1", {EURO: 0x20AC},
                 origin="iconv IBM1390 and IBM1399, checked against ICU's.")
@@ -117,3 +124,10 @@ def tables():
         raise UnexpectedDifference("the ten characters of 2004")
     yield Table("jis_x0213-2004", "The ten characters that JIS X 0213:2004 added to plane 1", "21-7E 21-7E", ten,
                 origin="iconv ISO-2022-JP-3, which writes them alone under ESC $ ( Q.")
+    pairs = {code: source.text(b"\x1b$(Q" + code.to_bytes(2, "big")) for code in Grid("21-7E 21-7E").codes()}
+    pairs = {code: as_character(text) for code, text in pairs.items() if text and len(text) == 2}
+    expect_count("jis_x0213-pairs", pairs, 25)
+    if pairs != {code: as_character(text) for code, text in pairs_of_python()}:
+        raise UnexpectedDifference("the letters and marks of JIS X 0213")
+    yield Table("jis_x0213-pairs", "The letters with marks of JIS X 0213, plane 1", "21-7E 21-7E", pairs,
+                origin="iconv ISO-2022-JP-3; checked against Python iso2022_jp_2004.")

@@ -1,4 +1,4 @@
-// Converts standard input: convert FROM TO <input >output. What is at fault is told, and stands in <> in the output.
+// Converts standard input: convert FROM TO <input >output. Faults are reported, and their bytes written in <>.
 package main
 
 // #cgo LDFLAGS: -lPVZAN
@@ -16,7 +16,7 @@ func main() {
 	if c == nil {
 		panic("no such charset")
 	}
-	const size = 65536 // C may only move pointers that point to memory of its own
+	const size = 65536 // C may move only pointers to its own memory
 	in, out := (*C.uint8_t)(C.malloc(size)), (*C.uint8_t)(C.malloc(size))
 	for how := C.int32_t(C.PVZAN_PART); how != C.PVZAN_LAST; {
 		got, err := os.Stdin.Read(unsafe.Slice((*byte)(in), size))

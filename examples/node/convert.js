@@ -1,10 +1,10 @@
-// Converts standard input: node convert.js FROM TO <input >output. What is at fault is told, and stands
-// in <> in the output. Before: npm install koffi
+// Converts standard input: node convert.js FROM TO <input >output. Faults are reported, and their bytes
+// written in <>. First run: npm install koffi
 const fs = require('fs');
 const koffi = require('koffi');
 
-// Some calls of pvzan_text.h. Where it has a pointer to a pointer, addresses are handed over; a record
-// that may be null is.
+// Some calls of pvzan_text.h. Pointers to pointers are passed as addresses; records that may be null are
+// passed as null.
 const library = koffi.load('libPVZAN.so.1');
 const open = library.func('void *pvzan_open(const char *from, const char *to, void *options, void *error)');
 const feed = library.func('int32_t pvzan_feed(void *c, _Inout_ uintptr_t *in, _Inout_ size_t *left, ' +

@@ -1,5 +1,5 @@
-// Writes the charset of this folder: own_charset DIRECTORY, made by ./install. Without an argument
-// it tells the charset directory to copy.
+// Writes text in the charset of this folder: own_charset DIRECTORY, which ./install made. Without
+// an argument it prints the path of the charset directory to copy.
 #include <pvzan.hpp>
 
 #include <cstdio>

@@ -1,8 +1,8 @@
-// Converts standard input: convert FROM TO <input >output. What is at fault is told, and stands in <> in the output.
-// Built by: rustc convert.rs -l PVZAN
+// Converts standard input: convert FROM TO <input >output. Faults are reported, and their bytes written in <>.
+// Build with: rustc convert.rs -l PVZAN
 use std::{ffi::{c_char, c_void, CString}, io::{Read, Write}, ptr::null_mut};
 
-// Of the calls in pvzan_text.h; a pointer that is null here needs no record.
+// Some calls of pvzan_text.h. Records whose pointer is always null here are not declared.
 extern "C" {
     fn pvzan_open(from: *const c_char, to: *const c_char, options: *const c_void, error: *mut c_void) -> *mut c_void;
     fn pvzan_feed(c: *mut c_void, input: *mut *const u8, left: *mut usize, out: *mut *mut u8, room: *mut usize, how: i32) -> i32;
@@ -11,7 +11,7 @@ extern "C" {
     fn pvzan_close(c: *mut c_void);
 }
 const LAST: i32 = 1; // of pvzan_feed
-const MORE_ROOM: i32 = 2; // what it says
+const MORE_ROOM: i32 = 2; // its result
 const FAULT: i32 = 3;
 const HEX: i32 = 4; // of pvzan_answer
 

@@ -31,13 +31,14 @@ public:
 // ---- Definitions -------------------------------------------------------------------------------
 
 // A coded set of codes of so many bytes; table names its file, empty for none. All in lower case:
-// definitions name files so.
+// definitions name files so. With -1 bytes, its files are in the directory already.
 struct set_definition {
     std::string name;
     int bytes;
     std::string table = {};
 };
 
+// Its files may lie in a folder: "further/own" is the charset own there.
 struct charset_definition {
     std::string name;
     std::string encode_rule, decode_rule;
@@ -47,22 +48,25 @@ struct charset_definition {
 // Writes NAME.xml, and SET.set for each set.
 inline void write_definition(const temp_dir& directory, const charset_definition& charset) {
     const std::string head = "<?xml version=\"1.0\" encoding=\"UTF-16\"?>\n";
+    const auto own_name = [](const std::string& path) { return path.substr(path.rfind('/') + 1); };
     std::string entities, members;
     for (const set_definition& set : charset.sets) {
-        const std::string file = set.name + ".set";
-        entities += "<!ENTITY the-" + set.name + " SYSTEM \"" + file + "\">\n";
-        members += "<baseset>&the-" + set.name + ";</baseset>\n";
-        std::string body = "<subseta>\n<name>" + set.name + "</name>\n<lang domain=\"\"/>\n" +
+        const std::string file = set.name + ".set", name = own_name(set.name);
+        entities += "<!ENTITY the-" + name + " SYSTEM \"" + file + "\">\n";
+        members += "<baseset>&the-" + name + ";</baseset>\n";
+        std::string body = "<subseta>\n<name>" + name + "</name>\n<lang domain=\"\"/>\n" +
                            "<code bytenum=\"" + std::to_string(set.bytes) + "\"/>\n";
         if (!set.table.empty()) {
-            entities += "<!ENTITY table-" + set.name + " SYSTEM \"" + set.table + "\">\n";
-            body += "<srtable>&table-" + set.name + ";</srtable>\n";
+            entities += "<!ENTITY table-" + name + " SYSTEM \"" + set.table + "\">\n";
+            body += "<srtable>&table-" + name + ";</srtable>\n";
         }
-        directory.write_utf16(file, head + body + "</subseta>\n");
+        if (set.bytes >= 0) {
+            directory.write_utf16(file, head + body + "</subseta>\n");
+        }
     }
     std::string text = head + "<!DOCTYPE charset [\n" + entities + "]>\n<charset>\n<name>" +
-                       charset.name + "</name>\n<rule construle=\"" + charset.encode_rule +
-                       "\" destrule=\"" + charset.decode_rule + "\"/>\n";
+                       own_name(charset.name) + "</name>\n<rule construle=\"" +
+                       charset.encode_rule + "\" destrule=\"" + charset.decode_rule + "\"/>\n";
     directory.write_utf16(charset.name + ".xml", text + members + "</charset>\n");
 }
 

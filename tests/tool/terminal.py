@@ -91,7 +91,7 @@ class Terminal(Room):
         bar = re.search(r"\[#+-+\] +\d+ %  2/4 files  \S+ kB  \S+ \S+/s  \d+:\d\d left", seen)
         self.assertIsNotNone(bar, seen)
         self.assertTrue(seen[bar.end():].startswith("\r\x1b[K"), "erased before the next line")
-        self.assertTrue(seen.endswith("\r\x1b[K3 sound, 1 failed\r\n"), seen)
+        self.assertTrue(seen.endswith("\r\x1b[K3 passed, 1 failed\r\n"), seen)
         with subprocess.Popen(slow, cwd=self.dir):
             self.assertNotIn(b"left", run(arguments, self.dir).stderr)
 

@@ -1,44 +1,35 @@
 // The charsets that a guess chooses from.
 #pragma once
 
-#include "platform/base.h"
+#include "text/guess/data.h"
 
 #include "pvzan_text.h"
 
 namespace text {
 
-// Charsets of a family share most of their codes. The first that reads a text without a fault is
-// meant, unless private use shows that another may be.
-enum class family : u8 {
-    none,
-    shift_jis,
-    euc_jp,
-    gbk,
-    big5,
-    korean,
-    windows_1250,
-    windows_1251,
-    windows_1252,
-    windows_1253,
-    windows_1254,
-    windows_1255,
-    windows_1256,
-    windows_1257,
-    thai
-};
+enum class structure : u8 { several_bytes, single_byte, escapes, units, signs, ebcdic };
 
-enum class structure : u8 { several_bytes, single_byte, escapes, units };
-
+// A line of charsets.tsv, which says what the columns are.
 struct charset_row {
-    const char* name;
-    structure codes;
-    family relatives;
-    u8 rare;               // bits against charsets that are seldom met
-    const char* languages; // that it is made for
+    std::string_view name, family, languages, bytes;
+    structure codes = structure::several_bytes;
+    u8 rare = 0;
 };
 
-extern const charset_row charset_rows[];
-extern const u32 charset_count;
+// Takes the next row off the list; false behind the last.
+bool take_row(std::string_view& list, charset_row& row);
+
+// What 80 to FF are in a charset of single bytes; U+FFFD: nothing.
+void read_high(const charset_row& row, char16_t (&high)[128]);
+
+// A few faults are damage, more are another charset.
+inline constexpr u32 most_faults = 6;
+constexpr bool is_too_faulty(u32 faults, u32 codes) {
+    return faults > most_faults || faults * 4 > codes + 1;
+}
+
+// Whether the bytes may be codes of the row's charset by what they are, but for damage.
+bool may_be_codes(const charset_row& row, std::span<const u8> bytes);
 
 // The language that the environment asks for, as "ja" or "zh_TW"; empty: none.
 void user_language(char (&language)[8]);

@@ -12,63 +12,67 @@ namespace text {
 
 namespace {
 
-constexpr charset_row named_row = {"", structure::several_bytes, family::none, 0, ""};
-
 void add_candidate(pvzan_guesser& g, const charset_row& row, const pvzan_name& name) {
     const bool met = std::any_of(g.candidates, g.candidates + g.count, [&](const candidate& c) {
         return std::strcmp(c.name.charset, name.charset) == 0 && c.name.order == name.order;
     });
-    if (!met && g.count < most_candidates) {
-        candidate& c = g.candidates[g.count++];
-        c.row = &row;
-        c.name = name;
-    }
-}
-
-// Those whose names the library knows, in the order of the rows.
-void add_all(pvzan_guesser& g) {
-    for (u32 i = 0; i < charset_count; ++i) {
-        pvzan_name name;
-        if (resolve(charset_rows[i].name, 0, name) && name.exact != 0) {
-            add_candidate(g, charset_rows[i], name);
-        }
-    }
-}
-
-void add_named(pvzan_guesser& g, const char* name) {
-    pvzan_name meaning, known;
-    if (!resolve(name, 0, meaning)) {
+    if (met || g.count == most_candidates) {
         return;
     }
-    for (u32 i = 0; i < charset_count; ++i) {
-        const bool either = meaning.mark == 1; // of either byte order
-        if (resolve(charset_rows[i].name, 0, known) &&
-            std::strcmp(known.charset, meaning.charset) == 0 &&
-            (either || known.order == meaning.order)) {
-            add_candidate(g, charset_rows[i], known);
-            if (!either) {
-                return;
-            }
-        }
-    }
-    if (meaning.mark != 1) {
-        add_candidate(g, named_row, meaning);
+    candidate& c = g.candidates[g.count++];
+    c.row = row;
+    c.name = name;
+    if (row.codes == structure::single_byte) {
+        read_high(row, c.high);
     }
 }
 
-void add_names(pvzan_guesser& g, const char* names) {
-    g.named = true;
-    while (*names != '\0') {
-        char name[64];
-        const std::size_t length = std::strcspn(names, ",");
-        const std::size_t kept = std::min(length, sizeof name - 1);
-        std::memcpy(name, names, kept);
-        name[kept] = '\0';
-        add_named(g, name);
-        names += length + (names[length] != '\0' ? 1 : 0);
+bool resolve_row(const charset_row& row, pvzan_name& name) {
+    char text[64] = "";
+    std::memcpy(text, row.name.data(), std::min(row.name.size(), sizeof text - 1));
+    return resolve(text, 0, name) && name.exact != 0;
+}
+
+// What the names mean that the guess is to choose from.
+struct chosen {
+    static constexpr u32 most = 32;
+    pvzan_name names[most];
+    u32 count = 0;
+
+    explicit chosen(const char* list) {
+        while (*list != '\0' && count < most) {
+            char name[64];
+            const std::size_t length = std::strcspn(list, ",");
+            const std::size_t kept = std::min(length, sizeof name - 1);
+            std::memcpy(name, list, kept);
+            name[kept] = '\0';
+            count += resolve(name, 0, names[count]) ? 1U : 0U;
+            list += length + (list[length] != '\0' ? 1 : 0);
+        }
     }
-    std::sort(g.candidates, g.candidates + g.count,
-              [](const candidate& a, const candidate& b) { return a.row < b.row; });
+    [[nodiscard]] bool has(const pvzan_name& name) const {
+        return std::any_of(names, names + count, [&](const pvzan_name& one) {
+            const bool either_order = one.mark == 1;
+            return std::strcmp(one.charset, name.charset) == 0 &&
+                   (either_order || one.order == name.order);
+        });
+    }
+};
+
+// Those that are named, or all, in the order of the list.
+void add_candidates(pvzan_guesser& g, const chosen& among) {
+    charset_row row;
+    pvzan_name name;
+    for (std::string_view list = charset_list; take_row(list, row);) {
+        if (resolve_row(row, name) && (!g.named || among.has(name))) {
+            add_candidate(g, row, name);
+        }
+    }
+    for (const pvzan_name& other : std::span(among.names, among.count)) {
+        if (other.mark != 1) {
+            add_candidate(g, {}, other);
+        }
+    }
 }
 
 } // namespace
@@ -84,14 +88,16 @@ pvzan_guesser* pvzan_guess_open(const char* among, const char* language) {
         return nullptr;
     }
     void* memory = ZAN_malloc(static_cast<i32>(sizeof(pvzan_guesser)));
-    void* room = ZAN_malloc(static_cast<i32>(head_room + batch_room + evidence_room));
+    constexpr std::size_t readings = 2 * evidence_room * sizeof(seen);
+    void* room = ZAN_malloc(static_cast<i32>(readings + head_room + batch_room + evidence_room));
     if (memory == nullptr || room == nullptr) {
         ZAN_free(memory);
         ZAN_free(room);
         return nullptr;
     }
     auto* g = ::new (memory) pvzan_guesser();
-    g->head = static_cast<u8*>(room);
+    g->reading = static_cast<seen*>(room);
+    g->head = static_cast<u8*>(room) + readings;
     g->batch = g->head + head_room;
     g->evidence = g->batch + batch_room;
     if (language != nullptr) {
@@ -99,11 +105,8 @@ pvzan_guesser* pvzan_guess_open(const char* among, const char* language) {
     } else {
         user_language(g->language);
     }
-    if (among != nullptr && *among != '\0') {
-        add_names(*g, among);
-    } else {
-        add_all(*g);
-    }
+    g->named = among != nullptr && *among != '\0';
+    add_candidates(*g, chosen(g->named ? among : ""));
     return g;
 }
 
@@ -171,7 +174,7 @@ void pvzan_guess_close(pvzan_guesser* g) {
     for (candidate& c : std::span(g->candidates, g->count)) {
         pvzan_close(c.reads);
     }
-    ZAN_free(g->head);
+    ZAN_free(g->reading);
     g->~pvzan_guesser();
     ZAN_free(g);
 }

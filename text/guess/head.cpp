@@ -28,44 +28,78 @@ const char* marked_charset(bytes_view text) {
 bool keep_one(pvzan_guesser& g, const char* name) {
     bool found = false;
     for (candidate& c : std::span(g.candidates, g.count)) {
-        c.alive = std::strcmp(c.row->name, name) == 0;
+        c.alive = c.row.name == name;
         found = found || c.alive;
     }
-    g.now = progress::whole;
     return found;
 }
 
-// ---- UTF-16 and UTF-32 without a mark ----------------------------------------------------------
+// Reads all from the beginning as those do that are alive.
+void go_on_whole(pvzan_guesser& g, bytes_view head) {
+    g.now = progress::whole;
+    feed_all(g, head, PVZAN_PART);
+    g.offset = head.size();
+}
 
-struct units {
-    u32 count = 0, characters = 0, odd = 0, cost = 0;
-    bool sound = true;
-};
+bool has(bytes_view text, u8 byte) {
+    return std::ranges::find(text, byte) != text.end();
+}
 
-units read_as_units(pvzan_guesser& g, bytes_view text, u32 kind, bool big) {
-    constexpr u32 looked_at = 256;
-    seen characters[looked_at];
-    units found;
-    std::size_t at = 0;
-    while (at < text.size() && found.characters < looked_at) {
-        const sequence s = read_sequence(text.data() + at, text.size() - at, kind, big);
-        if (s.kind == sequence::cut) {
-            break; // whoever reads all of it judges that
+// ---- Texts that are not ASCII with other bytes in it -------------------------------------------
+
+std::size_t width_of(const candidate& c) {
+    return c.row.codes != structure::units ? 1 : c.name.kind == PVZAN_KIND_UCS_4 ? 4 : 2;
+}
+
+// Whether a unit that is 0 stands in it: that is no text.
+bool has_empty_unit(bytes_view text, std::size_t width) {
+    for (; text.size() >= width; text = text.subspan(width)) {
+        if (std::ranges::count(text.first(width), u8{0}) == static_cast<std::ptrdiff_t>(width)) {
+            return true;
         }
-        found.sound = found.sound && s.kind == sequence::whole && s.scalar != 0;
-        if (!found.sound) {
-            return found;
+    }
+    return false;
+}
+
+// Has candidates of a structure read what begins at a byte, and, unless they are alone, all that
+// read a byte after the other. Whether one of that structure is the likeliest: then all that are
+// not far behind are left.
+bool weigh_against_bytes(pvzan_guesser& g, structure wanted, bytes_view text, std::size_t from,
+                         bool complete, bool alone) {
+    const std::size_t size = std::min(text.size() - from, evidence_room);
+    const bytes_view evidence = text.subspan(from, size);
+    for (candidate& c : std::span(g.candidates, g.count)) {
+        const std::size_t width = width_of(c);
+        const bool whole_units = width == 1 || ((!complete || text.size() % width == 0) &&
+                                                !has_empty_unit(evidence, width));
+        c.alive =
+            c.row.codes == wanted ? whole_units : !alone && c.row.codes <= structure::single_byte;
+    }
+    weigh(g, evidence, complete && from + size == text.size());
+    constexpr i32 none = 0x3FFFFFFF, clear_lead = 10 * bit;
+    const u32 least_beyond = wanted == structure::signs ? 1 : 0;
+    i32 by_wanted = none, by_bytes = none;
+    std::size_t characters = 0;
+    for (const candidate& c : std::span(g.candidates, g.count)) {
+        i32& least = c.row.codes == wanted ? by_wanted : by_bytes;
+        const bool reads = c.row.codes != wanted || (c.faults == 0 && c.beyond >= least_beyond);
+        if (c.alive && reads && c.cost < least) {
+            least = c.cost;
+            characters = size / width_of(c);
         }
-        const seen one = see(s.scalar);
-        found.odd += one.what == kind::odd || one.what == kind::control ? 1 : 0;
-        characters[found.characters++] = one;
-        at += s.bytes;
     }
-    found.sound = found.characters > 0 && found.odd * 50 <= found.characters;
-    if (found.sound) {
-        found.cost = g.judge.judge(characters, found.characters, "").cost;
+    // Bytes that are no text cost more than the rarest writing does.
+    constexpr i32 most_for_one = 16 * bit, fixed = 12 * bit;
+    const bool writing =
+        g.named || by_wanted <= most_for_one * static_cast<i32>(characters) + fixed;
+    if (by_wanted == none || by_wanted >= by_bytes || !writing) {
+        g.maybe_other = g.maybe_other || (writing && by_wanted < by_bytes + clear_lead);
+        return false;
     }
-    return found;
+    std::ranges::copy(evidence, g.evidence);
+    g.evidence_size = size;
+    g.evidence_origins[g.evidence_origin_count++] = {0, from};
+    return true;
 }
 
 // High bytes of a text's units are few: those of its scripts.
@@ -107,52 +141,67 @@ bool is_plain_ascii(bytes_view text) {
     });
 }
 
-// Which of both orders; null where it is neither.
-const char* unmarked_units(pvzan_guesser& g, bytes_view text, bool complete) {
-    const bool zeros = std::ranges::find(text, u8{0}) != text.end();
-    if (zeros && (text.size() % 4 == 0 || !complete)) {
-        for (const bool big : {false, true}) {
-            const units found = read_as_units(g, text, PVZAN_KIND_UCS_4, big);
-            if (found.sound) {
-                return big ? "utf-32be" : "utf-32le";
-            }
+bool is_in_units(pvzan_guesser& g, bytes_view text, bool complete) {
+    const auto is_of_units = [](const candidate& c) { return c.row.codes == structure::units; };
+    const std::span candidates(g.candidates, g.count);
+    if (text.empty() || std::ranges::none_of(candidates, is_of_units)) {
+        return false;
+    }
+    const bool alone = std::ranges::all_of(candidates, is_of_units); // all that were named
+    const bool zeros = has(text, 0);
+    const bool odd = complete && text.size() % 2 != 0;
+    if (!alone &&
+        (odd || is_plain_ascii(text) || (!zeros && (is_utf8(text) || !looks_like_units(text))))) {
+        return false;
+    }
+    return weigh_against_bytes(g, structure::units, text, 0, complete, alone || zeros);
+}
+
+// Where HZ or UTF-7 may begin something that is not ASCII: "~{" and a pair, or "+" and at least a
+// character of sixteen bits. In the line of the first such place; text.size(): nowhere.
+std::size_t find_sign(bytes_view text) {
+    const auto is_digit = [](u8 c) { // of base 64
+        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
+               c == '+' || c == '/';
+    };
+    std::size_t line = 0;
+    for (std::size_t i = 0; i + 4 <= text.size(); ++i) {
+        if (text[i] == '\n') {
+            line = i + 1;
+        }
+        const bytes_view next = text.subspan(i + 1, 3);
+        if ((text[i] == '~' && next[0] == '{' && next[1] > 0x20 && next[2] > 0x20) ||
+            (text[i] == '+' && std::ranges::all_of(next, is_digit))) {
+            return line;
         }
     }
-    const bool needed = std::all_of(g.candidates, g.candidates + g.count, [](const candidate& c) {
-        return c.row->codes == structure::units; // all that were named
-    });
-    if (!needed && ((complete && text.size() % 2 != 0) || is_plain_ascii(text) ||
-                    (!zeros && (is_utf8(text) || !looks_like_units(text))))) {
-        return nullptr;
+    return text.size();
+}
+
+bool has_signs(pvzan_guesser& g, bytes_view text, bool complete) {
+    const std::size_t from = is_plain_ascii(text) ? find_sign(text) : text.size();
+    return from < text.size() &&
+           weigh_against_bytes(g, structure::signs, text, from, complete, false);
+}
+
+// EBCDIC has its space, letters and digits where ASCII has none of its own; two-byte codes stand
+// between shifts.
+bool is_ebcdic(pvzan_guesser& g, bytes_view text, bool complete) {
+    constexpr u8 shift_out = 0x0E, shift_in = 0x0F;
+    const auto is_usual = [](u32 c) {
+        const u32 row = c >> 4, column = c & 0xF;
+        return c == 0x40 || c == 0x4B || c == 0x6B || c == 0x15 || c == 0x25 ||
+               (row == 0xF && column <= 9) ||
+               (row >= 8 && row % 4 != 3 && column >= (row % 4 == 2 ? 2 : 1) && column <= 9);
+    };
+    std::size_t usual = 0;
+    bool shifted = false;
+    for (const u8 c : text) {
+        shifted = c == shift_out || (shifted && c != shift_in);
+        usual += shifted || c == shift_in || is_usual(c) ? 1U : 0U;
     }
-    // Without zeros the bytes might as well be characters by themselves, and must be rare writing
-    // then: UTF-8 is never that.
-    const units little = read_as_units(g, text, PVZAN_KIND_UTF_16, false);
-    const units big = read_as_units(g, text, PVZAN_KIND_UTF_16, true);
-    const u32 most = (zeros ? 16U : 13U) * bit, fixed = 12 * bit;
-    const bool is_little = little.sound && (!big.sound || little.cost < big.cost);
-    const units& best = is_little ? little : big;
-    if (!needed && (!best.sound || best.cost > most * best.characters + fixed)) {
-        return nullptr;
-    }
-    if (!zeros && !needed) {
-        const std::size_t size = std::min<std::size_t>(text.size(), evidence_room);
-        for (candidate& c : std::span(g.candidates, g.count)) {
-            c.alive = c.row->codes != structure::escapes;
-        }
-        weigh(g, text.first(size), complete && size == text.size());
-        constexpr i32 lead = 10 * bit, none = 0x3FFFFFFF;
-        i32 by_units = none, by_bytes = none;
-        for (const candidate& c : std::span(g.candidates, g.count)) {
-            i32& least = c.row->codes == structure::units ? by_units : by_bytes;
-            least = c.alive && c.faults == 0 ? std::min(least, c.cost) : least;
-        }
-        if (by_units == none || by_units + lead > by_bytes) {
-            g.maybe_units = by_units < by_bytes + lead;
-            return nullptr;
-        }
-    }
-    return is_little ? "utf-16le" : "utf-16be";
+    return usual * 5 > text.size() * 3 && (has(text, 0x40) || has(text, shift_in)) &&
+           !has(text, ' ') && weigh_against_bytes(g, structure::ebcdic, text, 0, complete, false);
 }
 
 // Other controls than text has, too many of them.
@@ -174,11 +223,9 @@ void begin(pvzan_guesser& g, bool complete) {
     g.now = progress::words;
     if (const char* mark = marked_charset(head); mark != nullptr && keep_one(g, mark)) {
         g.marked = true;
-        feed_all(g, head, PVZAN_PART);
-        g.offset = head.size();
+        go_on_whole(g, head);
         return;
     }
-    const bool zeros = std::ranges::find(head, u8{0}) != head.end();
     if (!g.named) {
         g.binary = known_binary(head);
     }
@@ -186,15 +233,12 @@ void begin(pvzan_guesser& g, bool complete) {
         g.now = progress::done;
         return;
     }
-    const bool wide = std::ranges::any_of(std::span(g.candidates, g.count), [](const candidate& c) {
-        return c.row->codes == structure::units;
-    });
-    const char* units = wide && !head.empty() ? unmarked_units(g, head, complete) : nullptr;
-    if (units != nullptr && keep_one(g, units)) {
-        feed_all(g, head, PVZAN_PART);
-        g.offset = head.size();
+    if (is_in_units(g, head, complete) || is_ebcdic(g, head, complete) ||
+        has_signs(g, head, complete)) {
+        go_on_whole(g, head);
         return;
     }
+    const bool zeros = has(head, 0);
     if (!g.named && (zeros || has_many_controls(head))) {
         g.binary = zeros ? "NUL bytes" : "control characters";
         g.now = progress::done;

@@ -1,9 +1,9 @@
 #include "text/guess/score.h"
 
 #include "platform/platform.h"
+#include "text/guess/data.h"
 
 #include <algorithm>
-#include <string_view>
 
 namespace text {
 
@@ -47,7 +47,10 @@ u32 small_of(u32 c) {
                : c >= 0x391 && c != 0x3A2 ? c + 0x20
                                           : c;
     }
-    return within(c, 0x400, 0x40F) ? c + 0x50 : within(c, 0x410, 0x42F) ? c + 0x20 : c;
+    return within(c, 0x400, 0x40F)   ? c + 0x50
+           : within(c, 0x531, 0x556) ? c + 0x30
+           : within(c, 0x410, 0x42F) ? c + 0x20
+                                     : c;
 }
 
 bool is_general_mark(u32 c) {
@@ -70,7 +73,8 @@ kind kind_of(u32 c) {
     if (is_general_mark(c)) {
         return kind::general_mark;
     }
-    if (c < 0x700 || within(c, 0xE00, 0xE7F) || within(c, 0x1E00, 0x1FFF)) {
+    if (c < 0x700 || within(c, 0xE00, 0xE7F) || within(c, 0x10D0, 0x10FF) ||
+        within(c, 0x1E00, 0x1FFF)) {
         return kind::other_letter;
     }
     if (within(c, 0x3041, 0x30FF)) {
@@ -89,6 +93,11 @@ kind kind_of(u32 c) {
         return within(c, 0xFF61, 0xFF9F) ? kind::half_katakana
                : plain                   ? kind::wide_letter
                                          : kind::wide_mark;
+    }
+    // Numbers in circles, Roman ones, units and the like, as Japanese charsets of Windows have
+    // them.
+    if (within(c, 0x2160, 0x216B) || within(c, 0x2460, 0x2473) || within(c, 0x3220, 0x33FF)) {
+        return kind::wide_mark;
     }
     const bool known = within(c, 0x2000, 0x2BFF) || within(c, 0x3200, 0x33FF) ||
                        within(c, 0x1F000, 0x1FAFF) || within(c, 0xFE00, 0xFE6F);
@@ -125,14 +134,14 @@ u32 sound_mark_cost(const seen& before, const seen& now) {
 }
 
 // Letters by numbers without large gaps.
-constexpr u32 compact_size = 0x250 + 0x120 + 0x390 + 0x80 + 0x200;
+constexpr u32 compact_size = 0x9B0;
 u32 compact(u32 c) {
     return c < 0x700                   ? c
            : within(c, 0xE00, 0xE7F)   ? 0x700 + (c - 0xE00)
            : within(c, 0x1E00, 0x1FFF) ? 0x780 + (c - 0x1E00)
+           : within(c, 0x10D0, 0x10FF) ? 0x980 + (c - 0x10D0)
                                        : 0;
 }
-static_assert(compact_size == 0x980);
 
 u32 alphabet_symbol(const u8* symbols, const seen& c) {
     const u32 found = c.letter != 0 ? symbols[compact(c.letter)] : 0;
@@ -155,11 +164,12 @@ struct scripts {
     bool marks = false;
 };
 
-scripts scripts_of(const seen* text, std::size_t size) {
+scripts scripts_of(std::span<const seen> text) {
     scripts found;
-    for (std::size_t i = 0; i < size; ++i) {
-        const u32 c = text[i].letter;
-        switch (text[i].what) {
+    for (const seen& one : text) {
+        const u32 c = one.letter;
+        switch (one.what) {
+        case kind::none:
         case kind::space:
         case kind::digit:
         case kind::letter:
@@ -180,11 +190,10 @@ scripts scripts_of(const seen* text, std::size_t size) {
     return found;
 }
 
-bool is_native(const char* native, const char* language) {
-    const std::size_t length = std::strlen(language);
-    for (const char* at = native; (at = std::strstr(at, language)) != nullptr; at += length) {
-        const bool begins = at == native || at[-1] == ' ';
-        if (begins && (at[length] == ' ' || at[length] == '\0')) {
+bool is_native(std::string_view native, std::string_view language) {
+    while (!native.empty()) {
+        const std::string_view word = take(native, ' ');
+        if (word == language || word == "*") {
             return true;
         }
     }
@@ -193,8 +202,22 @@ bool is_native(const char* native, const char* language) {
 
 } // namespace
 
-// Japanese charsets read some marks in either of two ways, which tells nothing.
+// The models have letters of Arabic, some charsets their shapes. Japanese charsets read some marks
+// in either of two ways, which tells nothing.
 static u32 usual_form(u32 c) {
+    if (within(c, 0xFE80, 0xFEFC)) {
+        constexpr std::u16string_view letters = // of the shapes
+            u"\u0621\u0622\u0622\u0623\u0623\u0624\u0624\u0625\u0625\u0626\u0626\u0626\u0626\u0627"
+            u"\u0627\u0628\u0628\u0628\u0628\u0629\u0629\u062A\u062A\u062A\u062A\u062B\u062B\u062B"
+            u"\u062B\u062C\u062C\u062C\u062C\u062D\u062D\u062D\u062D\u062E\u062E\u062E\u062E\u062F"
+            u"\u062F\u0630\u0630\u0631\u0631\u0632\u0632\u0633\u0633\u0633\u0633\u0634\u0634\u0634"
+            u"\u0634\u0635\u0635\u0635\u0635\u0636\u0636\u0636\u0636\u0637\u0637\u0637\u0637\u0638"
+            u"\u0638\u0638\u0638\u0639\u0639\u0639\u0639\u063A\u063A\u063A\u063A\u0641\u0641\u0641"
+            u"\u0641\u0642\u0642\u0642\u0642\u0643\u0643\u0643\u0643\u0644\u0644\u0644\u0644\u0645"
+            u"\u0645\u0645\u0645\u0646\u0646\u0646\u0646\u0647\u0647\u0647\u0647\u0648\u0648\u0649"
+            u"\u0649\u064A\u064A\u064A\u064A\u0644\u0644\u0644\u0644\u0644\u0644\u0644\u0644";
+        return letters[c - 0xFE80];
+    }
     switch (c) {
     case 0x301C: return 0xFF5E;
     case 0x2015: return 0x2014;
@@ -207,76 +230,123 @@ static u32 usual_form(u32 c) {
     }
 }
 
-seen see(u32 scalar) {
-    scalar = usual_form(scalar);
-    const kind what = kind_of(scalar);
+seen see(u32 scalar, u32 at) {
+    const u32 usual = usual_form(scalar);
+    const kind what = kind_of(usual);
     const bool letter = what == kind::letter || what == kind::other_letter;
-    const u32 small = letter ? small_of(scalar) : scalar;
+    const u32 small = letter ? small_of(usual) : usual;
     const bool counts = letter || what >= kind::general_mark;
-    return {static_cast<u16>(counts && scalar < 0x10000 ? small : 0), what, small != scalar};
+    return {at, scalar, static_cast<u16>(counts && usual < 0x10000 ? small : 0), what,
+            small != usual};
 }
 
-scorer::~scorer() {
-    for (u8* table : letters_) {
-        ZAN_free(table);
-    }
-    for (u8* table : characters_) {
-        ZAN_free(table);
-    }
-}
+// ---- The models --------------------------------------------------------------------------------
 
 namespace {
 
-const alphabet* alphabet_at(u32 index) {
-    u32 latin = 0;
-    while (latin_alphabets[latin] != nullptr) {
-        ++latin;
-    }
-    return index < latin ? latin_alphabets[index] : other_alphabets[index - latin];
-}
+constexpr u32 classes = 6; // of what is no letter of an alphabet
+constexpr u32 mark_class = 4, other_class = 5;
+constexpr u32 all_characters = 0x10000;
 
-const character_model* characters_at(u32 index) {
-    u32 japanese = 0;
-    while (japanese_characters[japanese] != nullptr) {
-        ++japanese;
-    }
-    return index < japanese ? japanese_characters[index] : chinese_characters[index - japanese];
-}
-
-std::size_t length_of(const char16_t* text) {
-    return std::char_traits<char16_t>::length(text);
+u32 cost_of(char digit) {
+    return static_cast<u32>(digit >= 'a'   ? digit - 'a' + 36
+                            : digit >= 'A' ? digit - 'A' + 10
+                            : digit >= '0' ? digit - '0'
+                            : digit == '+' ? 62
+                                           : 63);
 }
 
 } // namespace
 
-u32 scorer::judge_letters(const seen* text, std::size_t size, u32 model, u32 most) {
-    const alphabet& a = *alphabet_at(model);
-    const u32 count = static_cast<u32>(length_of(a.letters));
-    if (letters_[model] == nullptr) {
-        letters_[model] = static_cast<u8*>(ZAN_calloc(1, compact_size));
-        if (letters_[model] == nullptr) {
-            return most;
+scorer::~scorer() {
+    for (model& m : std::span(models_, count_)) {
+        ZAN_free(m.costs);
+    }
+}
+
+void scorer::find_models() {
+    std::string_view rest = language_list;
+    for (const char* end = nullptr; !rest.empty(); end = rest.data()) {
+        std::string_view line = take_line(rest);
+        const std::string_view word = take(line, '\t');
+        const bool alphabet = word == "alphabet";
+        if ((!alphabet && word != "characters") || count_ == most_models) {
+            continue;
         }
-        for (u32 i = 0; i < count; ++i) {
-            letters_[model][compact(a.letters[i])] = static_cast<u8>(alphabet_kinds + i);
+        if (count_ > 0) {
+            model& before = models_[count_ - 1];
+            before.lines = {before.lines.data(),
+                            static_cast<std::size_t>(end - before.lines.data())};
+        }
+        model& m = models_[count_++];
+        m.language = take(line, '\t');
+        m.letters = line;
+        m.lines = rest;
+        for (std::string_view letters = line; const u32 c = take_character(letters);) {
+            m.script = c;
+            ++m.width;
+        }
+        m.width = alphabet ? m.width + classes : kinds;
+    }
+}
+
+// Makes tables of its lines; false: there is no memory.
+bool scorer::load(model& m) {
+    if (m.costs != nullptr) {
+        return true;
+    }
+    const u32 size = m.width * m.width, symbols = m.letters.empty() ? all_characters : compact_size;
+    m.costs = static_cast<u8*>(ZAN_calloc(1, static_cast<i32>(size + symbols)));
+    if (m.costs == nullptr) {
+        return false;
+    }
+    m.symbols = m.costs + size;
+    u8 symbol = classes;
+    for (std::string_view letters = m.letters; const u32 c = take_character(letters);) {
+        m.symbols[compact(c)] = symbol++;
+    }
+    std::string_view rest = m.lines;
+    for (u32 row = 0; row < m.width; ++row) {
+        std::string_view line = take_line(rest);
+        take(line, '\t');
+        for (u32 i = 0; i < std::min<std::size_t>(m.width, line.size()); ++i) {
+            m.costs[row * m.width + i] = static_cast<u8>(cost_of(line[i]));
         }
     }
-    const u8* symbols = letters_[model];
-    const u32 width = alphabet_kinds + count;
+    while (m.letters.empty() && !rest.empty()) {
+        std::string_view line = take_line(rest);
+        u32 bits = 0;
+        for (const char digit : take(line, '\t')) {
+            bits = bits * 10 + static_cast<u32>(digit - '0');
+        }
+        while (const u32 c = take_character(line)) {
+            m.symbols[c % all_characters] = static_cast<u8>(bits * bit);
+        }
+    }
+    return true;
+}
+
+// ---- Judging -----------------------------------------------------------------------------------
+
+u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
     u32 cost = 0, before = 0;
     seen last = see(' ');
-    for (std::size_t i = 0; i < size && cost < most; ++i) {
-        const seen& c = text[i];
-        const u32 symbol = alphabet_symbol(symbols, c);
-        const u32 step = cost_of(a.rows[before * width + symbol]);
+    for (const seen& c : text) {
+        if (c.what == kind::none || cost >= most) {
+            continue;
+        }
+        const u32 symbol = alphabet_symbol(m.symbols, c);
+        const u32 step = m.costs[before * m.width + symbol];
         // Not all the texts that were counted have typographic marks.
         constexpr u32 most_for_a_mark = 5 * bit;
-        cost += (symbol == 4 ? std::min(step, most_for_a_mark) : step) + case_cost(last, c);
-        if (symbol < alphabet_kinds && symbol != 0) {
-            const bool usual = symbol == 4 && usual_marks.find(static_cast<char16_t>(c.letter)) !=
-                                                  usual_marks.npos;
+        cost +=
+            (symbol == mark_class ? std::min(step, most_for_a_mark) : step) + case_cost(last, c);
+        if (symbol < classes && symbol != 0) {
+            const bool usual =
+                symbol == mark_class &&
+                usual_marks.find(static_cast<char16_t>(c.letter)) != usual_marks.npos;
             cost += usual ? 4 * bit : rare_cost[static_cast<u32>(c.what)];
-            cost += symbol == 5 ? foreign_cost : 0;
+            cost += symbol == other_class ? foreign_cost : 0;
         }
         before = symbol;
         last = c;
@@ -284,28 +354,16 @@ u32 scorer::judge_letters(const seen* text, std::size_t size, u32 model, u32 mos
     return cost;
 }
 
-u32 scorer::judge_characters(const seen* text, std::size_t size, u32 model, u32 most) {
-    const character_model& m = *characters_at(model);
-    constexpr i32 table_size = 0x10000;
-    if (characters_[model] == nullptr) {
-        characters_[model] = static_cast<u8*>(ZAN_calloc(1, table_size));
-        if (characters_[model] == nullptr) {
-            return most;
-        }
-        for (u32 bits = 0; bits <= most_common_bits; ++bits) {
-            for (const char16_t* c = m.common[bits]; *c != 0; ++c) {
-                characters_[model][*c] = static_cast<u8>(bits * bit);
-            }
-        }
-    }
-    const u8* costs = characters_[model];
+u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
     u32 cost = 0, before = 0;
     seen last = see(' ');
-    for (std::size_t i = 0; i < size && cost < most; ++i) {
-        const seen& c = text[i];
+    for (const seen& c : text) {
+        if (c.what == kind::none || cost >= most) {
+            continue;
+        }
         const u32 what = static_cast<u32>(c.what);
-        const u32 common = c.letter != 0 ? costs[c.letter] : 0;
-        cost += cost_of(m.rows[before * kinds + what]) + case_cost(last, c);
+        const u32 common = c.letter != 0 ? m.symbols[c.letter] : 0;
+        cost += m.costs[before * kinds + what] + case_cost(last, c);
         cost += common != 0 ? common : rare_cost[what];
         cost += c.what == kind::half_katakana ? sound_mark_cost(last, c) : 0;
         before = what;
@@ -314,31 +372,29 @@ u32 scorer::judge_characters(const seen* text, std::size_t size, u32 model, u32 
     return cost;
 }
 
-plausibility scorer::judge(const seen* text, std::size_t size, const char* native) {
+u32 scorer::judge(std::span<const seen> text, std::string_view native) {
     constexpr u32 foreigner = 10 * bit; // a language that the charset is not made for
-    const scripts found = scripts_of(text, size);
-    plausibility best{~0U >> 1, ""};
-    const auto offer = [&](u32 cost, const char* language) {
-        const u32 all = cost + (is_native(native, language) ? 0 : foreigner);
-        if (all < best.cost) {
-            best = {all, language};
-        }
-    };
-    const bool letters = found.latin || found.greek || found.cyrillic || found.other;
-    for (u32 i = 0; alphabet_at(i) != nullptr; ++i) {
-        const u32 first = alphabet_at(i)->letters[length_of(alphabet_at(i)->letters) - 1];
-        const bool wanted = first < 0x370 || first >= 0x1E00 ? found.latin || !letters
-                            : first < 0x400                  ? found.greek
-                            : first < 0x530                  ? found.cyrillic
-                                                             : found.other;
-        if (wanted && (!found.characters || letters)) {
-            offer(judge_letters(text, size, i, best.cost), alphabet_at(i)->language);
-        }
+    if (count_ == 0) {
+        find_models();
     }
-    if (found.characters || found.marks) {
-        for (u32 i = 0; characters_at(i) != nullptr; ++i) {
-            offer(judge_characters(text, size, i, best.cost), characters_at(i)->language);
+    const scripts found = scripts_of(text);
+    const bool letters = found.latin || found.greek || found.cyrillic || found.other;
+    u32 best = ~0U >> 1;
+    for (model& m : std::span(models_, count_)) {
+        const bool wanted = m.letters.empty()              ? found.characters || found.marks
+                            : found.characters && !letters ? false
+                            : m.script < 0x370 || m.script >= 0x1E00 ? found.latin || !letters
+                            : m.script < 0x400                       ? found.greek
+                            : m.script < 0x530                       ? found.cyrillic
+                                                                     : found.other;
+        if (!wanted || !load(m)) {
+            continue;
         }
+        const u32 more = is_native(native, m.language) ? 0 : foreigner;
+        const u32 most = best - std::min(best, more);
+        best = std::min(best, (m.letters.empty() ? judge_characters(text, m, most)
+                                                 : judge_letters(text, m, most)) +
+                                  more);
     }
     return best;
 }

@@ -1,24 +1,51 @@
 // How likely a reading is as a piece of writing.
 #pragma once
 
-#include "text/guess/models.h"
+#include "platform/base.h"
+
+#include <string_view>
 
 namespace text {
 
-// A character as the models see it.
+// Costs are quarters of a bit.
+inline constexpr u32 bit = 4;
+
+// Kinds of characters, in the order in which languages.tsv has them.
+enum class kind : u8 {
+    space, // and line breaks
+    digit,
+    letter, // of ASCII
+    mark,   // of ASCII
+    control,
+    general_mark, // quotation marks, dashes, © and the like, in any language
+    other_letter, // alphabets beyond ASCII
+    half_katakana,
+    hiragana,
+    katakana,
+    kanji,
+    wide_mark,
+    wide_letter,
+    hangul,
+    symbol,
+    odd, // private use, C1 controls
+    none // a fault
+};
+inline constexpr u32 kinds = 16;
+
+// A character as the models see it, and where it was read.
 struct seen {
+    u32 at;
+    u32 scalar;
     u16 letter; // small; 0: beyond the models
     kind what;
     bool capital;
 };
-seen see(u32 scalar);
+seen see(u32 scalar, u32 at = 0);
+constexpr seen seen_fault(u32 at) {
+    return {at, 0xFFFD, 0, kind::none, false};
+}
 
-struct plausibility {
-    u32 cost = 0; // of the likeliest language
-    const char* language = "";
-};
-
-// Holds what it made of the models, some 100 KB, and lives as long as a guess.
+// Holds what it made of the models, some 300 KB at most, and lives as long as a guess.
 class scorer {
 public:
     scorer() = default;
@@ -26,17 +53,27 @@ public:
     scorer(const scorer&) = delete;
     scorer& operator=(const scorer&) = delete;
 
-    // By the likeliest of all languages; of those that are native (parted by blanks), the rest cost
-    // more.
-    plausibility judge(const seen* text, std::size_t size, const char* native);
+    // What the reading costs in the likeliest of all languages; those that are not native (parted
+    // by blanks; "*": any) cost more.
+    u32 judge(std::span<const seen> text, std::string_view native);
 
 private:
-    u32 judge_letters(const seen* text, std::size_t size, u32 model, u32 most);
-    u32 judge_characters(const seen* text, std::size_t size, u32 model, u32 most);
+    struct model {
+        std::string_view language, letters; // no letters: characters
+        std::string_view lines;
+        u32 script; // the last letter
+        u8* symbols;
+        u8* costs; // of what is behind what; then, of characters within their kind
+        u32 width;
+    };
+    void find_models();
+    bool load(model& m);
+    u32 judge_letters(std::span<const seen> text, model& m, u32 most);
+    u32 judge_characters(std::span<const seen> text, model& m, u32 most);
 
-    static constexpr u32 most_alphabets = 40, most_characters = 4;
-    u8* letters_[most_alphabets] = {};
-    u8* characters_[most_characters] = {};
+    static constexpr u32 most_models = 48;
+    model models_[most_models] = {};
+    u32 count_ = 0;
 };
 
 } // namespace text

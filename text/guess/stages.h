@@ -15,12 +15,14 @@
 namespace text {
 
 inline constexpr std::size_t head_room = 64 * 1024, batch_room = 64 * 1024, evidence_room = 8192;
-inline constexpr u32 most_candidates = 96, most_origins = 1024;
+inline constexpr u32 most_candidates = 128, most_origins = 1024;
+inline constexpr i32 fault_cost = 24 * bit;
 inline constexpr u64 nowhere = ~u64{0};
 
 struct candidate {
-    const charset_row* row = nullptr;
+    charset_row row;
     pvzan_name name{};
+    char16_t high[128]{};             // single bytes: what 80 to FF are
     pvzan_converter* reads = nullptr; // to the end of the text
     bool alive = false;
     bool by_chance = false; // as UTF-8: there is a character that chance makes out of two bytes
@@ -30,8 +32,10 @@ struct candidate {
     u32 beyond = 0;         // characters beyond ASCII in the evidence
     u32 odd = 0;            // of them, private use and the like
     u64 hash = 0;           // of what it reads
-    u64 fault_at = nowhere;
-    u32 fault_bytes = 0, fault_byte = 0;
+    std::size_t first_fault = 0; // of the evidence
+    u64 fault_at = nowhere;      // of the text
+    u32 text_faults = 0;         // up to two
+    u8 fault_byte = 0;
 };
 
 // Where bytes that were gathered stood.
@@ -54,11 +58,12 @@ struct decision {
 
 struct pvzan_guesser {
     char language[8];
-    bool named, marked, escaped, decided, maybe_units;
+    bool named, marked, escaped, decided, maybe_other;
     text::progress now;
     u32 count;
     text::candidate candidates[text::most_candidates];
     text::scorer judge;
+    text::seen* reading; // room for a character for each byte of the evidence
 
     u8* head;
     std::size_t head_size;
@@ -76,9 +81,11 @@ struct pvzan_guesser {
     std::size_t evidence_size, word_begin;
     text::origin evidence_origins[text::most_origins];
     u32 evidence_origin_count;
-    u8 met[4096]; // how often words were, by hash
-    bool evidence_full, weighed;
+    u8 met[4096];                       // how often words were, by hash
+    bool evidence_full, evidence_lacks; // words that were met before
+    bool weighed;
     u32 weighed_size;
+    u64 met_at[256]; // where a byte stood first, from 1 on; 0: nowhere
 
     const char* binary; // what it is
     text::decision answer;
@@ -90,9 +97,10 @@ namespace text {
 const char* known_binary(std::span<const u8> head);
 
 // weigh.cpp
-// Reads as one of the candidates does; into holds a character for each byte. Returns how many there
-// are. Fills in faults, beyond, odd and hash.
-std::size_t read_as(candidate& c, std::span<const u8> bytes, bool complete, seen* into);
+pvzan_converter* open_reader(const candidate& c);
+// Reads as one of the candidates does. Fills in faults, beyond, odd, hash and where the first fault
+// is.
+std::span<seen> read_as(pvzan_guesser& g, candidate& c, std::span<const u8> bytes, bool complete);
 // The costs of all alive candidates; those far behind are none any more.
 void weigh(pvzan_guesser& g, std::span<const u8> evidence, bool complete);
 bool is_plain_utf8(pvzan_guesser& g, bool complete);
@@ -104,6 +112,11 @@ void read_on(pvzan_guesser& g, bool last, bool complete);
 // Has all alive candidates read bytes that stand at offset.
 void feed_all(pvzan_guesser& g, std::span<const u8> bytes, i32 how);
 void keep_only(pvzan_guesser& g, structure codes);
+// Where the text's faults are, when all of it was read.
+void settle_faults(pvzan_guesser& g);
+
+// Where a byte of the evidence stands in the text.
+u64 original_place(const pvzan_guesser& g, std::size_t at);
 
 // head.cpp: what the beginning is; goes on with it.
 void begin(pvzan_guesser& g, bool complete);

@@ -40,6 +40,7 @@ void end_word(pvzan_guesser& g) {
     u8& met = g.met[hash % sizeof g.met];
     if (met++ >= 2) { // repetition proves nothing
         met = 2;
+        g.evidence_lacks = true;
         g.evidence_size = g.word_begin;
         g.evidence_origin_count -= g.evidence_origin_count > 0 ? 1 : 0;
         return;
@@ -174,7 +175,7 @@ void take_words(pvzan_guesser& g, std::span<const u8> bytes) {
 
 void keep_only(pvzan_guesser& g, structure codes) {
     for (candidate& c : std::span(g.candidates, g.count)) {
-        c.alive = c.row->codes == codes;
+        c.alive = c.row.codes == codes;
     }
     g.now = progress::whole;
     g.origin_count = 0;
@@ -194,51 +195,106 @@ u64 original(const pvzan_guesser& g, u64 at) {
     return begin + at - behind; // a character may have begun in what was read before
 }
 
+constexpr u32 enough_faults = 2;
+
 void feed_one(pvzan_guesser& g, candidate& c, std::span<const u8> bytes, i32 how) {
     u8 out[16384];
     const u8* in = bytes.data();
     std::size_t left = bytes.size();
     pvzan_outcome said = PVZAN_FEED_MORE_ROOM;
-    while (said == PVZAN_FEED_MORE_ROOM) {
+    while (said == PVZAN_FEED_MORE_ROOM || said == PVZAN_FEED_FAULT) {
         u8* end = out;
         std::size_t room = sizeof out;
         said = pvzan_feed(c.reads, &in, &left, &end, &room, how);
+        if (said != PVZAN_FEED_FAULT) {
+            continue;
+        }
+        if (c.text_faults++ == 0) {
+            pvzan_fault fault = {};
+            fault.size = sizeof fault;
+            pvzan_last_fault(c.reads, &fault);
+            c.fault_at = original(g, fault.offset);
+            c.fault_byte = fault.bytes[0];
+        }
+        if (c.text_faults == enough_faults) {
+            return;
+        }
+        pvzan_answer(c.reads, PVZAN_DROP, nullptr, nullptr, nullptr, nullptr);
     }
-    if (said == PVZAN_FEED_FAULT) {
-        pvzan_fault fault = {};
-        fault.size = sizeof fault;
-        pvzan_last_fault(c.reads, &fault);
-        c.fault_at = original(g, fault.offset);
-        c.fault_bytes = std::max(fault.length, 1U);
-        c.fault_byte = fault.bytes[0];
+}
+
+// Single bytes are read by what they are.
+void note_bytes(pvzan_guesser& g, std::span<const u8> bytes) {
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (bytes[i] >= 0x80 && g.met_at[bytes[i]] == 0) {
+            g.met_at[bytes[i]] = original(g, g.batch_begin + i) + 1;
+        }
+    }
+}
+
+void find_hole(const pvzan_guesser& g, candidate& c) {
+    c.fault_at = nowhere;
+    c.text_faults = 0;
+    for (u32 byte = 0x80; byte < 0x100; ++byte) {
+        if (c.high[byte - 0x80] == 0xFFFD && g.met_at[byte] != 0) {
+            ++c.text_faults;
+            if (g.met_at[byte] - 1 < c.fault_at) {
+                c.fault_at = g.met_at[byte] - 1;
+                c.fault_byte = static_cast<u8>(byte);
+            }
+        }
     }
 }
 
 } // namespace
 
 void feed_all(pvzan_guesser& g, std::span<const u8> bytes, i32 how) {
+    bool holes = false;
     for (candidate& c : std::span(g.candidates, g.count)) {
-        if (!c.alive || c.fault_at != nowhere) {
+        holes = holes || (c.alive && c.row.codes == structure::single_byte);
+        if (!c.alive || c.text_faults == enough_faults || c.row.codes == structure::single_byte) {
             continue;
         }
         if (c.reads == nullptr) {
-            pvzan_open_options options = {};
-            options.size = sizeof options;
-            options.flags = PVZAN_OFFSETS_ALONE;
-            options.mark = PVZAN_MARK_STRIP;
-            c.reads = pvzan_open(c.name.shown, "utf-8", &options, nullptr);
+            c.reads = open_reader(c);
             c.alive = c.reads != nullptr;
         }
         if (c.alive) {
             feed_one(g, c, bytes, how);
         }
     }
+    if (holes) {
+        note_bytes(g, bytes);
+    }
     g.batch_begin += bytes.size();
+}
+
+u64 original_place(const pvzan_guesser& g, std::size_t at) {
+    u64 found = 0;
+    for (const origin& o : std::span(g.evidence_origins, g.evidence_origin_count)) {
+        if (o.at <= at) {
+            found = o.offset + (at - o.at);
+        }
+    }
+    return found;
+}
+
+void settle_faults(pvzan_guesser& g) {
+    for (candidate& c : std::span(g.candidates, g.count)) {
+        if (c.alive && g.batch_begin == 0) { // the evidence is all there is
+            c.text_faults = c.faults;
+            c.fault_at = c.faults > 0 ? original_place(g, c.first_fault) : nowhere;
+            c.fault_byte = c.faults > 0 ? g.evidence[c.first_fault] : u8{0};
+        } else if (c.alive && c.row.codes == structure::single_byte) {
+            find_hole(g, c);
+        }
+    }
 }
 
 void read_on(pvzan_guesser& g, bool last, bool complete) {
     const bool whole_word = last && complete;
-    if (!g.weighed && g.evidence_size > 0) {
+    const std::span<const u8> evidence(g.evidence, g.evidence_size);
+    if (!g.weighed && !evidence.empty()) {
         if (is_plain_utf8(g, whole_word)) {
             keep_only(g, structure::several_bytes);
             for (candidate& c : std::span(g.candidates + 1, g.count - 1)) {
@@ -246,16 +302,19 @@ void read_on(pvzan_guesser& g, bool last, bool complete) {
             }
         } else {
             for (candidate& c : std::span(g.candidates, g.count)) {
-                c.alive = c.row->codes == structure::several_bytes ||
-                          c.row->codes == structure::single_byte;
+                c.alive = c.row.codes == structure::several_bytes ||
+                          c.row.codes == structure::single_byte;
             }
-            weigh(g, {g.evidence, g.evidence_size}, whole_word);
+            weigh(g, evidence, whole_word);
         }
         g.weighed = true;
         g.weighed_size = static_cast<u32>(g.evidence_size);
     } else if (g.weighed_size * 4 < g.evidence_size || (last && g.weighed_size < g.evidence_size)) {
-        weigh(g, {g.evidence, g.evidence_size}, whole_word);
+        weigh(g, evidence, whole_word);
         g.weighed_size = static_cast<u32>(g.evidence_size);
+    }
+    if (last && g.batch_begin == 0 && !g.evidence_full && !g.evidence_lacks) {
+        return;
     }
     feed_all(g, {g.batch, g.batch_size}, whole_word ? PVZAN_LAST : PVZAN_PART);
     g.batch_size = 0;

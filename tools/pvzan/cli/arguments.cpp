@@ -3,6 +3,7 @@
 #include "tools/pvzan/directory/charset.h"
 #include "tools/pvzan/directory/charset_directory.h"
 #include "tools/pvzan/report/exit_status.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 #include <charconv>
@@ -136,26 +137,16 @@ std::string version(const std::string& asked_for) {
                        all_charsets().size());
 }
 
-// Whether one letter added, dropped, changed or swapped makes one word of the other; in long ones,
-// two.
+// Whether the words begin alike, and are the same but for two letters beside each other.
 bool is_slip(std::string_view word, std::string_view meant) {
-    constexpr std::size_t long_word = 6;
-    std::vector<std::vector<std::size_t>> cost(word.size() + 1,
-                                               std::vector<std::size_t>(meant.size() + 1));
-    for (std::size_t i = 0; i <= word.size(); ++i) {
-        for (std::size_t j = 0; j <= meant.size(); ++j) {
-            if (i == 0 || j == 0) {
-                cost[i][j] = i + j;
-                continue;
-            }
-            cost[i][j] = std::min({cost[i - 1][j] + 1, cost[i][j - 1] + 1,
-                                   cost[i - 1][j - 1] + (word[i - 1] == meant[j - 1] ? 0 : 1)});
-            if (i > 1 && j > 1 && word[i - 1] == meant[j - 2] && word[i - 2] == meant[j - 1]) {
-                cost[i][j] = std::min(cost[i][j], cost[i - 2][j - 2] + 1);
-            }
-        }
-    }
-    return cost[word.size()][meant.size()] <= (word.size() < long_word ? 1U : 2U);
+    const std::size_t shorter = std::min(word.size(), meant.size());
+    const auto behind_same = [&](auto from, auto other) {
+        return static_cast<std::size_t>(
+            std::mismatch(from, from + static_cast<std::ptrdiff_t>(shorter), other).first - from);
+    };
+    const std::size_t same =
+        behind_same(word.begin(), meant.begin()) + behind_same(word.rbegin(), meant.rbegin());
+    return word.starts_with(meant[0]) && std::max(word.size(), meant.size()) <= same + 2;
 }
 
 // What is wrong with arguments that are well-formed each; empty where nothing is.
@@ -174,8 +165,9 @@ std::string mistake_in(const command& c) {
         }
     }
     const bool nowhere = o.recursive && !o.in_place && o.output.empty();
-    return nowhere ? "-r needs -i, to replace each file, or -o DIRECTORY, for a copy of the tree"
-                   : std::string();
+    return nowhere
+               ? "-r needs -i to replace each file, or -o DIRECTORY to write converted copies there"
+               : std::string();
 }
 
 // What several verbs share goes where each of them looks for it.
@@ -185,6 +177,7 @@ void share(command& c) {
         c.operands.clear();
     }
     c.convert.check = c.what == verb::check;
+    c.convert.repair = c.what == verb::repair;
     c.convert.files = c.detect.files = c.list.names = c.operands;
     if (c.convert.from != "auto") {
         c.detect.choice.among = split_names(c.convert.from);

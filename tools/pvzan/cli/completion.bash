@@ -6,7 +6,7 @@ _pvzan_charsets() {
 
 _pvzan() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} verb= names=
-    case ${COMP_WORDS[1]} in check | detect | list) verb=${COMP_WORDS[1]} ;; esac
+    case ${COMP_WORDS[1]} in check | detect | list | repair) verb=${COMP_WORDS[1]} ;; esac
     case $before in
     -f | --from | -t | --to)
         [[ $word != *,* ]] || names=${word%,*}, # those already there
@@ -23,7 +23,7 @@ _pvzan() {
             COMPREPLY=($(compgen -W "$(_pvzan_charsets)" -- "$word"))
         else
             COMPREPLY=($(compgen -f -- "$word"))
-            ((COMP_CWORD > 1)) || COMPREPLY+=($(compgen -W "check convert detect help list" -- "$word"))
+            ((COMP_CWORD > 1)) || COMPREPLY+=($(compgen -W "check convert detect help list repair" -- "$word"))
         fi ;;
     esac
 }

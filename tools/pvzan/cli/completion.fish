@@ -5,11 +5,11 @@ function __pvzan_charsets
         string split -n , | string trim -c '"'
 end
 
-complete -c pvzan -n __fish_is_first_token -a 'check convert detect help list'
+complete -c pvzan -n __fish_is_first_token -a 'check convert detect help list repair'
 complete -c pvzan -n '__fish_seen_subcommand_from list' -f -a '(__pvzan_charsets)'
-for verb in convert check detect list
+for verb in convert check detect repair list
     set -l when "__fish_seen_subcommand_from $verb"
-    test $verb != convert; or set when 'not __fish_seen_subcommand_from check detect list'
+    test $verb != convert; or set when 'not __fish_seen_subcommand_from check detect list repair'
     for line in (pvzan $verb --help 2>/dev/null)
         set -l part (string match -r '^  +(?:-(?=.,))?([a-z]|)(?:, )?--([a-z-]+) ?([^ ]*)  +(.*)$' -- $line)
         or continue

@@ -7,14 +7,14 @@ _pvzan_charsets() {
 }
 
 _pvzan_operands() {
-    ((CURRENT > 2)) || compadd check convert detect help list
+    ((CURRENT > 2)) || compadd check convert detect help list repair
     _files
 }
 
 _pvzan() {
     local verb line action text
     local -a arguments names match mbegin mend
-    case $words[2] in check | detect | list) verb=$words[2] ;; esac
+    case $words[2] in check | detect | list | repair) verb=$words[2] ;; esac
     for line in ${(f)"$(pvzan $verb --help 2>/dev/null)"}; do
         [[ $line =~ '^  +((-[a-z]), )?(--[a-z-]+)( ([^ ]+))?  +(.*)$' ]] || continue
         names=($match[2] $match[3])

@@ -27,7 +27,8 @@ int run(int argc, char** argv) {
     }
     switch (command->what) {
     case tool::verb::convert:
-    case tool::verb::check: return tool::convert_files(command->convert);
+    case tool::verb::check:
+    case tool::verb::repair: return tool::convert_files(command->convert);
     case tool::verb::detect: return tool::detect_files(command->detect);
     case tool::verb::list: break;
     }
@@ -64,7 +65,7 @@ int main(int argc, char** argv) {
     try {
         status = run(argc, argv);
     } catch (const std::bad_alloc&) {
-        tool::complain("there is not enough memory");
+        tool::complain("not enough memory");
     } catch (const std::exception& error) {
         tool::complain(error.what());
     }

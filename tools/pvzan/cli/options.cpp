@@ -16,6 +16,7 @@ constexpr unsigned bit(verb what) {
 constexpr unsigned converts = bit(verb::convert), detects = bit(verb::detect),
                    lists = bit(verb::list);
 constexpr unsigned reads = converts | bit(verb::check); // a text, and converts it
+constexpr unsigned writes = converts | bit(verb::repair);
 
 // The words of --eol and --bom, as the library has them.
 constexpr std::array<std::uint32_t, 4> break_values = {PVZAN_BREAKS_LF, PVZAN_BREAKS_CRLF,
@@ -70,16 +71,16 @@ const std::array all_options = {
            [](command& c, given v) { c.convert.language = v.text; }},
     option{reads, 0, "per-line", nullptr, nullptr,
            [](command& c, given) { c.convert.per_line = true; }},
-    option{converts, 'o', "output", "PATH", "Output file, or directory for all output files",
+    option{writes, 'o', "output", "PATH", "Output file, or directory for all output files",
            [](command& c, given v) { c.convert.output = v.text; }},
-    option{converts, 'i', "in-place", "[=SUFFIX]", "Replace each file; -i=SUFFIX keeps the old one",
+    option{writes, 'i', "in-place", "[=SUFFIX]", "Replace each file; -i=SUFFIX keeps the old one",
            [](command& c, given v) {
                c.convert.in_place = true;
                c.convert.backup_suffix = v.text;
            }},
-    option{reads, 'r', "recursive", nullptr, "Recurse into directories",
+    option{reads | writes, 'r', "recursive", nullptr, "Recurse into directories",
            [](command& c, given) { c.convert.recursive = true; }},
-    option{reads, 'j', "jobs", "N", "Number of threads",
+    option{reads | writes, 'j', "jobs", "N", "Number of threads",
            [](command& c, given v) {
                constexpr unsigned most = 1024;
                c.convert.jobs = static_cast<unsigned>(std::min<std::uint64_t>(v.number, most));
@@ -119,14 +120,18 @@ const std::array all_options = {
     option{~0U, 'h', "help", nullptr, "This help", [](command& c, given) { c.asks_help = true; }},
 };
 
-constexpr std::array<verb_text, 4> all_verbs = {{
+constexpr std::array<verb_text, 5> all_verbs = {{
     {"convert",
-     "pvzan [OPTIONS] [FILE...]\n       pvzan check|detect|list [OPTIONS] ...   (see their --help)",
+     "pvzan [OPTIONS] [FILE...]\n       pvzan check|detect|repair|list [OPTIONS] ...   (see their "
+     "--help)",
      "Convert text, to UTF-8 by default. If that fails, no output is left behind."},
     {"check", "pvzan check [OPTIONS] [FILE...]",
      "Convert without writing, convert back and compare. Report what is invalid,\n"
      "cannot be written, or would come back as something else."},
     {"detect", "pvzan detect [OPTIONS] [FILE...]", "Guess the charset of files."},
+    {"repair", "pvzan repair [OPTIONS] [FILE...]",
+     "Undo what reading with a wrong charset made of text in UTF-8, as in \"Ã©\" for\n"
+     "\"é\", line by line where the way back is exact."},
     {"list", "pvzan list [OPTIONS] [NAME...]",
      "List the charsets and their other names; pvzan -l prints the bare names."},
 }};

@@ -10,7 +10,7 @@
 
 namespace tool {
 
-enum class verb { convert, check, detect, list };
+enum class verb { convert, check, detect, repair, list };
 
 struct verb_text {
     const char *name, *usage, *what;
@@ -22,7 +22,7 @@ struct command {
     verb what = verb::convert;
     message_style style;
     std::string charset_dir; // empty: where it is usually found
-    convert_options convert; // and check
+    convert_options convert; // and check and repair
     detect_options detect;
     list_options list;
     std::vector<std::string> operands;

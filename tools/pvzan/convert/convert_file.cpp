@@ -6,15 +6,16 @@
 #include "tools/pvzan/detect/line_charsets.h"
 #include "tools/pvzan/directory/charset_directory.h"
 #include "tools/pvzan/files/file_list.h"
+#include "tools/pvzan/files/input_file.h"
 #include "tools/pvzan/files/output_file.h"
 #include "tools/pvzan/report/exit_status.h"
 #include "tools/pvzan/report/message.h"
 #include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <filesystem>
+#include <map>
+#include <optional>
 #include <set>
 #include <sys/stat.h>
 #include <thread>
@@ -39,7 +40,7 @@ bool choose_charsets(const convert_options& options, text_conversion& conversion
         to = name_of_label(to);
     }
     if (names.empty()) {
-        return refuse("--from needs a name");
+        return refuse("--from needs a charset name");
     }
     conversion.guess = names.size() > 1 || names.front() == "auto";
     for (const std::string& name : names) {
@@ -52,6 +53,7 @@ bool choose_charsets(const convert_options& options, text_conversion& conversion
                              options.language};
     }
     conversion.per_line = options.per_line;
+    conversion.repair = options.repair;
     if (options.per_line) {
         const std::string obstacle = line_charsets(conversion.choice).obstacle();
         if (!obstacle.empty()) {
@@ -85,49 +87,77 @@ bool choose_output(const convert_options& options, output_kind& kind) {
          (::stat(options.output.c_str(), &status) == 0 && S_ISDIR(status.st_mode)));
     if (options.check) {
         kind = output_kind::none;
-        return (!options.in_place && options.output.empty()) ||
-               refuse("check writes nothing: leave out -o and -i");
+        return true;
     }
     if (options.in_place) {
         kind = output_kind::in_place;
-        return options.output.empty() || refuse("-i and -o cannot both be");
+        return options.output.empty() || refuse("-i and -o cannot be combined");
     }
     kind = directory || (options.recursive && !options.output.empty()) ? output_kind::mirror
                                                                        : output_kind::stream;
     return true;
 }
 
-// Writing to a file that is still to be read would destroy it.
-bool output_is_input(const convert_options& options, const file_list& list) {
-    struct stat out {};
-    const bool known = options.output.empty() ? ::fstat(STDOUT_FILENO, &out) == 0
-                                              : ::stat(options.output.c_str(), &out) == 0;
-    if (!known || !S_ISREG(out.st_mode)) {
-        return false;
-    }
-    for (const listed_file& file : list.files) {
-        struct stat in {};
-        const int found = is_standard_input(file.path) ? ::fstat(STDIN_FILENO, &in)
-                                                       : ::stat(file.path.c_str(), &in);
-        if (found == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino) {
-            complain_about(file.path, "is also the output; -i converts a file in place");
-            return true;
+// Writing to a file that is still to be read would destroy it. Complains.
+class input_guard {
+public:
+    explicit input_guard(const file_list& list) {
+        for (const listed_file& file : list.files) {
+            if (const auto id =
+                    is_standard_input(file.path) ? id_of(STDIN_FILENO) : id_of(file.path)) {
+                inputs_.emplace(*id, file.path);
+            }
         }
     }
-    return false;
+    [[nodiscard]] bool allows(const std::optional<file_id>& output) const {
+        const auto input = output ? inputs_.find(*output) : inputs_.end();
+        if (input != inputs_.end()) {
+            complain_about(input->second,
+                           "is both input and output; use -i to convert a file in place");
+        }
+        return input == inputs_.end();
+    }
+
+private:
+    std::map<file_id, std::string> inputs_;
+};
+
+bool mirrors_safely(const file_list& list, const std::string& directory) {
+    const input_guard guard(list);
+    std::set<std::string> outputs;
+    for (const listed_file& file : list.files) {
+        if (file.mirrored.empty()) {
+            return refuse(
+                fmt::format("standard input has no file name to use in {}", printable(directory)));
+        }
+        const std::string output =
+            (std::filesystem::path(directory) / file.mirrored).lexically_normal();
+        if (!outputs.insert(output).second) {
+            complain_about(output, "two input files would be written to this one");
+            return false;
+        }
+        if (!guard.allows(id_of(output))) {
+            return false;
+        }
+    }
+    return true;
 }
 
 // ---- Several files, one output -----------------------------------------------------------------
 
 int convert_to_stream(const convert_options& options, text_conversion conversion,
                       const file_list& list, int worst) {
-    if (output_is_input(options, list)) {
+    if (!input_guard(list).allows(options.output.empty() ? id_of(STDOUT_FILENO)
+                                                         : id_of(options.output))) {
         return exit_no_work;
     }
     output_file output;
-    if (!output.open(options.output)) {
+    const auto cannot_write = [&] {
         complain(output.error());
         return exit_no_work;
+    };
+    if (!output.open(options.output)) {
+        return cannot_write();
     }
     const auto write = [&](bytes_view bytes) {
         if (!bytes.empty()) {
@@ -136,40 +166,42 @@ int convert_to_stream(const convert_options& options, text_conversion conversion
         return output.write(bytes);
     };
     const std::string lost = options.output.empty()
-                                 ? std::string("its output ends before the first one")
+                                 ? std::string("the output stops before the first problem")
                                  : fmt::format("{} was not written", printable(options.output));
     for (const listed_file& file : list.files) {
         const file_outcome outcome = guarded(
             file, say_lines, [&] { return convert_one(file, conversion, write, lost, say_lines); });
         if (outcome.kind == file_kind::unwritable) {
-            complain(output.error());
-            return exit_no_work;
+            return cannot_write();
+        }
+        if (outcome.kind == file_kind::binary) {
+            complain_about(
+                file.path,
+                fmt::format("looks binary ({}); use --from to convert it anyway", outcome.what));
         }
         worst = std::max(worst, outcome.status);
     }
     // The output gets its name only when every file went into it whole.
     const bool whole = worst == exit_converted || options.output.empty();
-    if (whole && (!output.flush() || !output.commit())) {
-        complain(output.error());
-        return exit_no_work;
-    }
-    return worst;
+    return whole && (!output.flush() || !output.commit()) ? cannot_write() : worst;
 }
 
 // ---- Every file for itself ---------------------------------------------------------------------
 
 std::string totals(const queue_totals& count, output_kind kind) {
     std::string text = fmt::format("{} {}", grouped(count.converted),
-                                   kind == output_kind::none ? "sound" : "converted");
-    const auto add = [&](std::uint64_t number, std::string_view words) {
-        if (number > 0) {
-            text += fmt::format(", {} {}", grouped(number), words);
-        }
-    };
-    add(count.unchanged, "unchanged");
-    add(count.binary, "binary skipped");
-    add(count.failed, kind == output_kind::in_place ? "failed (left as they were)" : "failed");
-    return text;
+                                   kind == output_kind::none ? "passed" : "converted");
+    if (count.unchanged > 0) {
+        text += fmt::format(", {} unchanged", grouped(count.unchanged));
+    }
+    if (count.binary > 0) {
+        text += fmt::format(", {} skipped", counted(count.binary, "binary file"));
+    }
+    if (count.failed > 0) {
+        text += fmt::format(", {} failed{}", grouped(count.failed),
+                            kind == output_kind::in_place ? " (left unchanged)" : "");
+    }
+    return text + "\n";
 }
 
 int convert_each(const convert_options& options, const text_conversion& conversion,
@@ -181,9 +213,9 @@ int convert_each(const convert_options& options, const text_conversion& conversi
             return exit_no_work;
         }
     }
-    const auto work = [&](const listed_file& file, const file_report::line_sink& sink,
+    const auto work = [&](const listed_file& file, const line_sink& sink,
                           const std::function<void()>& converted) {
-        return kind == output_kind::none ? check_one(file, conversion, sink)
+        return kind == output_kind::none ? convert_one(file, conversion, nullptr, {}, sink)
                                          : convert_own(file, task, sink, converted);
     };
     unsigned jobs = options.jobs;
@@ -194,12 +226,12 @@ int convert_each(const convert_options& options, const text_conversion& conversi
         run_queue(list.files, jobs, options.recursive, kind == output_kind::none, work);
     const message_style& style = current_style();
     if ((options.recursive || style.verbose) && !style.quiet && !style.json) {
-        say(totals(count, kind));
+        say_lines(totals(count, kind));
     }
     return std::max(worst, count.worst);
 }
 
-// The folders that are written to are looked at once more: not all of them were opened up.
+// The folders that are written to are looked at once more: not all of them were recursed into.
 void tell_left_over(const convert_options& options, output_kind kind, file_list& list) {
     namespace fs = std::filesystem;
     std::set<std::string> folders;
@@ -217,8 +249,8 @@ void tell_left_over(const convert_options& options, output_kind kind, file_list&
         look_for_left_over(folder, list.left_over);
     }
     for (const std::string& file : list.left_over) {
-        complain_about(file,
-                       "was left over when a run was killed; remove it if no text is missing");
+        complain_about(file, "was left behind by a run that was killed; delete it if no text is "
+                             "missing");
     }
 }
 
@@ -248,17 +280,13 @@ int convert_files(const convert_options& options) {
         wants_excerpts(options.check ? STDOUT_FILENO : STDERR_FILENO) &&
         (options.check || options.text.on_error == PVZAN_TELL || style.verbose);
     conversion.options.count = style.verbose || style.json || options.check;
-    const bool cuttable = options.text.most_errors == std::numeric_limits<std::uint64_t>::max();
-    if (cuttable && list.files.size() == 1) {
+    const bool streams = kind == output_kind::stream;
+    if (options.text.most_errors == std::numeric_limits<std::uint64_t>::max() &&
+        (streams || list.files.size() == 1)) {
         conversion.jobs = std::clamp(options.jobs, 1U, static_cast<unsigned>(most_temporaries));
     }
-    if (kind == output_kind::stream) {
-        if (cuttable) {
-            conversion.jobs = std::clamp(options.jobs, 1U, static_cast<unsigned>(most_temporaries));
-        }
-        return convert_to_stream(options, conversion, list, worst);
-    }
-    return convert_each(options, conversion, list, kind, worst);
+    return streams ? convert_to_stream(options, conversion, list, worst)
+                   : convert_each(options, conversion, list, kind, worst);
 }
 
 } // namespace tool

@@ -15,6 +15,7 @@ struct convert_options {
     std::string to = "utf-8";
     std::string output;      // empty: standard output
     bool check = false;      // write nothing, and convert back
+    bool repair = false;     // undo misreadings
     bool web_labels = false; // names mean what they mean to browsers
     bool in_place = false;
     std::string backup_suffix; // in place: keeps the old file; empty: does not

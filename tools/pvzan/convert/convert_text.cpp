@@ -1,8 +1,10 @@
 #include "tools/pvzan/convert/convert_text.h"
 
 #include "tools/pvzan/convert/parallel_text.h"
+#include "tools/pvzan/convert/repair_text.h"
 #include "tools/pvzan/detect/line_charsets.h"
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -17,25 +19,12 @@ namespace {
 
 constexpr std::size_t input_bytes = 64 * 1024;
 
-// Leaves memory as it is: a short text touches a page of the input buffer, not all of it.
-template <class T>
-struct uncleared : std::allocator<T> {
-    template <class U>
-    struct rebind {
-        using other = uncleared<U>;
-    };
-    template <class U>
-    void construct(U* at) noexcept {
-        ::new (static_cast<void*>(at)) U;
-    }
-};
-
 class text_run {
 public:
-    text_run(const input_file& file, const text_conversion& conversion,
-             const std::function<bool(bytes_view)>& output, file_report& report)
+    text_run(const input_file& file, const text_conversion& conversion, const byte_sink& output,
+             file_report& report)
         : file_(file), conversion_(conversion), report_(report), output_(output),
-          from_(conversion.from), buffer_(input_bytes) {}
+          from_(conversion.from) {}
 
     text_result run() {
         report_.set_source(from_);
@@ -73,7 +62,7 @@ private:
         return result_.end == text_end::whole;
     }
 
-    [[nodiscard]] bytes_view filled() const { return bytes_view(buffer_).first(kept_); }
+    [[nodiscard]] bytes_view filled() const { return buffer_.first(kept_); }
 
     // What there is, once; 0 at the end and on failure. Who waits for it has been told all.
     std::size_t read_into(std::span<std::uint8_t> into) {
@@ -91,7 +80,7 @@ private:
 
     // False on failure.
     bool read_more() {
-        kept_ += read_into(std::span(buffer_).subspan(kept_));
+        kept_ += read_into(buffer_.subspan(kept_));
         return result_.end == text_end::whole;
     }
 
@@ -145,9 +134,9 @@ private:
         report_.set_source(from_);
         if (!text.change_source(from_)) {
             result_.end = text_end::unknown;
-            result_.error = fmt::format("looks like {}, of which the charset directory has no "
-                                        "definition",
-                                        printable(from_.shown));
+            result_.error =
+                fmt::format("looks like {}, which the charset directory does not define",
+                            printable(from_.shown));
             return false;
         }
         return true;
@@ -210,7 +199,7 @@ private:
             from_ = charset;
             text.change_source(from_);
         }
-        report_.enter_line(text.place().line, from_);
+        report_.enter_line(text.counts().line, from_);
     }
 
     // The first lines go through the feed itself, and so does what the parts leave.
@@ -235,10 +224,13 @@ private:
     const input_file& file_;
     const text_conversion& conversion_;
     file_report& report_;
-    const std::function<bool(bytes_view)>& output_;
+    const byte_sink& output_;
     pvzan_name from_;
     text_result result_;
-    std::vector<std::uint8_t, uncleared<std::uint8_t>> buffer_;
+    // Memory as it is: a short text touches a page of it, not all of it.
+    std::unique_ptr<std::uint8_t[]> memory_ =
+        std::make_unique_for_overwrite<std::uint8_t[]>(input_bytes);
+    std::span<std::uint8_t> buffer_{memory_.get(), input_bytes};
     std::size_t kept_ = 0; // in it
     bool ended_ = false;
 };
@@ -246,8 +238,9 @@ private:
 } // namespace
 
 text_result convert_text(const input_file& file, const text_conversion& conversion,
-                         const std::function<bool(bytes_view)>& output, file_report& report) {
-    return text_run(file, conversion, output, report).run();
+                         const byte_sink& output, file_report& report) {
+    return conversion.repair ? repair_text(file, output, report)
+                             : text_run(file, conversion, output, report).run();
 }
 
 } // namespace tool

@@ -15,6 +15,7 @@ namespace tool {
 struct text_conversion {
     bool guess = false;    // the source
     bool per_line = false; // of each line, among those named
+    bool repair = false;   // undo what a wrong charset has made of it, and convert nothing
     guess_choice choice;
     pvzan_name from, to;
     text_options options;
@@ -36,9 +37,10 @@ struct text_result {
     text_facts facts;
 };
 
-// output returns false to end it all. The report gets all problems, and the source when it is
-// known.
+using byte_sink = std::function<bool(bytes_view)>; // false to end it all
+
+// The report gets all problems, and the source when it is known.
 text_result convert_text(const input_file& file, const text_conversion& conversion,
-                         const std::function<bool(bytes_view)>& output, file_report& report);
+                         const byte_sink& output, file_report& report);
 
 } // namespace tool

@@ -4,11 +4,10 @@
 #include "tools/pvzan/files/temporary_file.h"
 #include "tools/pvzan/report/exit_status.h"
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
-#include <cstdio>
 #include <exception>
 #include <mutex>
 #include <optional>
@@ -45,8 +44,7 @@ public:
             run_threads(threads, jobs);
         }
         progress_.end();
-        if (on_output_ && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
-            complain(fmt::format("standard output: cannot write: {}", system_error_text(errno)));
+        if (on_output_ && !finish_answers()) {
             totals_.worst = exit_no_work;
         }
         return totals_;
@@ -61,7 +59,7 @@ private:
         }
     }
 
-    void count(const listed_file& file, file_outcome outcome, const file_report::line_sink& sink) {
+    void count(const listed_file& file, file_outcome outcome, const line_sink& sink) {
         switch (outcome.kind) {
         case file_kind::converted: ++totals_.converted; break;
         case file_kind::unchanged: ++totals_.unchanged; break;
@@ -69,8 +67,8 @@ private:
             ++totals_.binary;
             outcome.status = skips_binary_ ? exit_converted : outcome.status;
             if (!skips_binary_ || current_style().verbose) {
-                sink(complaint_about(file.path,
-                                     fmt::format("is binary ({}); left as it is", outcome.what)));
+                sink(complaint_about(
+                    file.path, fmt::format("looks binary ({}); not converted", outcome.what)));
             }
             break;
         default: ++totals_.failed; break;

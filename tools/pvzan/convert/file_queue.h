@@ -17,9 +17,8 @@ struct queue_totals {
 };
 
 // It calls converted when nothing is left but to wait for the disk.
-using file_work =
-    std::function<file_outcome(const listed_file& file, const file_report::line_sink& sink,
-                               const std::function<void()>& converted)>;
+using file_work = std::function<file_outcome(const listed_file& file, const line_sink& sink,
+                                             const std::function<void()>& converted)>;
 
 // skips_binary: a binary file is no error. on_output: nothing is written but what is said, which
 // goes to standard output.

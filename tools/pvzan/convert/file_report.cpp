@@ -1,6 +1,6 @@
 #include "tools/pvzan/convert/file_report.h"
 
-#include "tools/pvzan/files/input_file.h"
+#include "tools/pvzan/report/json.h"
 #include "tools/pvzan/report/message.h"
 #include "tools/pvzan/report/shown_text.h"
 
@@ -13,13 +13,10 @@ namespace tool {
 namespace {
 
 constexpr std::uint64_t most_messages = 20; // for each file
-
-std::string counted(std::uint64_t number, std::string_view one, std::string_view many) {
-    return fmt::format("{} {}", grouped(number), number == 1 ? one : many);
-}
+using character_counts = std::map<char32_t, std::uint64_t>;
 
 // "U+301C ×2, U+00A5 ×1", the most frequent ones.
-std::string most_frequent(const std::map<char32_t, std::uint64_t>& counts) {
+std::string most_frequent(const character_counts& counts) {
     constexpr std::size_t most = 5;
     std::vector<std::pair<char32_t, std::uint64_t>> order(counts.begin(), counts.end());
     std::ranges::stable_sort(order, std::greater(), &std::pair<char32_t, std::uint64_t>::second);
@@ -31,12 +28,12 @@ std::string most_frequent(const std::map<char32_t, std::uint64_t>& counts) {
     return text + (order.size() > most ? ", …" : "");
 }
 
-std::string json_counts(const std::map<char32_t, std::uint64_t>& counts) {
-    std::string text = "{";
+std::string json_counts(const character_counts& counts) {
+    json_object object;
     for (const auto& [scalar, count] : counts) {
-        text += fmt::format("{}\"{}\":{}", text.size() > 1 ? "," : "", code_point(scalar), count);
+        object.add(code_point(scalar), count);
     }
-    return text + "}";
+    return object.text();
 }
 
 // What calls itself Shift_JIS is often code page 932, which has ① and others besides: the library
@@ -46,7 +43,7 @@ std::string relative_hint(const pvzan_fault& fault) {
     const std::string option = fold_name(relative.shown);
     const bool control = fault.scalars[0] >= 0x80 && fault.scalars[0] < 0xA0;
     if (fault.kind == PVZAN_FAULT_MISSING && !control) {
-        return fmt::format("    hint: {} has it; -t {} writes it", relative.shown, option);
+        return fmt::format("{} has this character; use -t {}", relative.shown, option);
     }
     std::vector<std::uint8_t> code(fault.bytes, fault.bytes + fault.blamed);
     if (fault.follower >= 0 && fault.blamed < 2) {
@@ -57,13 +54,9 @@ std::string relative_hint(const pvzan_fault& fault) {
     read_characters(code, relative, PVZAN_ORDER_BY_NAME, PVZAN_LAST, character,
                     [&](const pvzan_fault&) { return sound = false; });
     return sound && character.size() == 1
-               ? fmt::format("    hint: {} is {} in {}; -f {} reads it", hex_bytes(code),
+               ? fmt::format("{} is {} in {}; use -f {}", hex_bytes(code),
                              character_text(character[0]), relative.shown, option)
-               : fmt::format("    hint: {} has it; -f {} reads it", relative.shown, option);
-}
-
-void append(std::string& list, const std::string& item) {
-    list += (list.empty() || item.empty() ? "" : ", ") + item;
+               : fmt::format("{} allows it; use -f {}", relative.shown, option);
 }
 
 } // namespace
@@ -86,11 +79,15 @@ void file_report::enter_line(std::uint64_t line, const pvzan_name& from) {
     set_source(from);
     const message_style& style = current_style();
     if (style.json) {
-        emit(fmt::format(R"({{"file":{},"line":{},"kind":"charset","from":{}}})", json_file_, line,
-                         json_from_));
+        emit(json_object()
+                 .add_json("file", json_file_)
+                 .add("line", line)
+                 .add("kind", "charset")
+                 .add_json("from", json_from_)
+                 .text());
     } else if (!style.quiet && ++changes_ <= most_messages) {
         emit(fmt::format("{}:{}: {}{}", shown_name(file_), line, printable(from.shown),
-                         changes_ == most_messages ? "; further changes are not told" : ""));
+                         changes_ == most_messages ? "; further changes are not reported" : ""));
     }
 }
 
@@ -145,17 +142,18 @@ void file_report::tell_hint(const problem& p) {
     if (hinted_ || options_.similar || fault.scalars_count > 1) {
         return;
     }
-    std::string hint = *fault.relative != '\0' ? relative_hint(fault) : std::string();
-    if (hint.empty() && fault.kind == PVZAN_FAULT_OTHER_BACK && fault.back_bytes_count == 0 &&
-        fault.back[0] >= 0x80) {
-        hint = "    hint: --similar takes the two as equal";
-    } else if (hint.empty() && fault.look_alike != 0) {
-        hint = fmt::format("    hint: its usual stand-in there is {}; --similar uses it",
-                           code_point(fault.look_alike));
+    std::string hint;
+    if (*fault.relative != '\0') {
+        hint = relative_hint(fault);
+    } else if (fault.kind == PVZAN_FAULT_OTHER_BACK && fault.back_bytes_count == 0 &&
+               fault.back[0] >= 0x80) {
+        hint = "--similar takes the two as equal";
+    } else if (fault.look_alike != 0) {
+        hint = fmt::format("--similar writes {} instead", character_text(fault.look_alike));
     }
     if (!hint.empty()) {
         hinted_ = true;
-        emit(hint);
+        emit("    hint: " + hint);
     }
 }
 
@@ -169,8 +167,8 @@ void file_report::tell(const problem& p) {
         is_fatal() ? paint("1;31", "error:") : paint("1;33", "warning:"), describe(p)));
     if (excerpts_ && excerpt_line_ != p.fault.line) {
         excerpt_line_ = p.fault.line;
-        emit(fmt::format("    {}{}", p.before, p.after));
-        emit(fmt::format("    {:{}}{}", "", p.columns, paint("1;32", "^")));
+        emit(fmt::format("    {}{}", p.before.text, p.after));
+        emit(fmt::format("    {:{}}{}", "", p.before.columns, paint("1;32", "^")));
     }
     tell_hint(p);
 }
@@ -179,24 +177,24 @@ void file_report::tell_json(const problem& p) {
     constexpr std::array kinds = {"invalid", "unrepresentable", "incomplete", "not_round_trip"};
     const pvzan_fault& fault = p.fault;
     const problem_kind kind = kind_of(fault);
-    std::string line = fmt::format(
-        "{{\"file\":{},\"line\":{},\"column\":{},\"byte\":{},\"kind\":\"{}\"", json_file_,
-        fault.line, fault.column, fault.offset, kinds[static_cast<std::size_t>(kind)]);
     const bool one_way = kind == problem_kind::one_way;
     const bool character = kind == problem_kind::unrepresentable || one_way;
+    json_object line;
+    line.add_json("file", json_file_)
+        .add("line", fault.line)
+        .add("column", fault.column)
+        .add("byte", fault.offset)
+        .add("kind", kinds[static_cast<std::size_t>(kind)]);
     if (character) {
-        line += fmt::format(",\"char\":\"{}{}\"", code_point(fault.scalars[0]),
-                            fault.scalars_count > 1 ? " " + code_point(fault.scalars[1]) : "");
+        line.add("char", code_point(fault.scalars[0]) +
+                             (fault.scalars_count > 1 ? " " + code_point(fault.scalars[1]) : ""));
     }
-    line += fmt::format(",\"bytes\":\"{}\"", hex_bytes(p.bytes(), ""));
+    line.add("bytes", hex_bytes(p.bytes(), ""));
     if (one_way) {
         const bytes_view back = bytes_view(fault.back_bytes).first(fault.back_bytes_count);
-        line += fmt::format(",\"again\":\"{}\"",
-                            back.empty() ? code_point(fault.back[0]) : hex_bytes(back, ""));
+        line.add("again", back.empty() ? code_point(fault.back[0]) : hex_bytes(back, ""));
     }
-    line += character ? fmt::format(",\"to\":{}}}", json_to_)
-                      : fmt::format(",\"from\":{}}}", json_from_);
-    emit(line);
+    emit(line.add_json(character ? "to" : "from", character ? json_to_ : json_from_).text());
 }
 
 void file_report::add(const problem& p) {
@@ -223,6 +221,15 @@ void file_report::count(problem_kind kind, char32_t scalar, std::uint64_t count)
     }
 }
 
+void file_report::note(std::string_view message) {
+    if (current_style().json) {
+        emit(fmt::format(R"({{"file":{},"kind":"note","message":{}}})", json_file_,
+                         json_string(message)));
+    } else if (!current_style().quiet) {
+        emit(fmt::format("pvzan: {}: {}", printable(shown_name(file_)), message));
+    }
+}
+
 void file_report::add_look_alike(char32_t scalar) {
     ++look_alikes_[scalar];
 }
@@ -230,87 +237,88 @@ void file_report::add_look_alike(char32_t scalar) {
 // ---- All of them -------------------------------------------------------------------------------
 
 std::string file_report::totals() const {
-    constexpr std::array<std::pair<const char*, const char*>, 4> words = {
-        {{"invalid sequence", "invalid sequences"},
-         {"unrepresentable character", "unrepresentable characters"},
-         {"incomplete character", "incomplete characters"},
-         {"character that would not come back", "characters that would not come back"}}};
-    std::string text;
-    for (std::size_t i = 0; i < words.size(); ++i) {
+    constexpr std::array things = {"invalid sequence", "unrepresentable character",
+                                   "incomplete character"};
+    std::vector<std::string> parts;
+    for (std::size_t i = 0; i < things.size(); ++i) {
         if (of_kind_[i] > 0) {
-            append(text, counted(of_kind_[i], words[i].first, words[i].second));
+            parts.push_back(counted(of_kind_[i], things[i]));
         }
     }
-    return text;
+    if (of_kind_[3] > 0) {
+        parts.push_back(counted(of_kind_[3], "character") + " that would come back changed");
+    }
+    return joined(parts, ", ");
 }
 
 std::string file_report::check_totals(const text_facts& facts) const {
-    std::string text;
-    const std::uint64_t invalid = of_kind_[0] + of_kind_[2];
-    if (invalid > 0) {
-        append(text, counted(invalid, "invalid sequence", "invalid sequences"));
+    std::vector<std::string> parts;
+    if (invalid() > 0) {
+        parts.push_back(counted(invalid(), "invalid sequence"));
     }
-    const auto part = [&](const std::map<char32_t, std::uint64_t>& counts, problem_kind kind,
-                          std::string_view what) {
-        const std::uint64_t number = of_kind_[static_cast<std::size_t>(kind)];
-        if (number > 0) {
-            append(text, fmt::format("{} of {} {} ({})", grouped(number),
-                                     counted(facts.counts.characters, "character", "characters"),
-                                     what, most_frequent(counts)));
-        }
-    };
-    part(lacking_, problem_kind::unrepresentable, "cannot be written");
-    part(one_way_, problem_kind::one_way, "would not come back");
-    return text;
+    const std::string all = counted(facts.counts.characters, "character");
+    if (of_kind_[1] > 0) {
+        parts.push_back(fmt::format("{} of {} cannot be written ({})", grouped(of_kind_[1]), all,
+                                    most_frequent(lacking_)));
+    }
+    if (of_kind_[3] > 0) {
+        parts.push_back(fmt::format("{} of {} would come back changed ({})", grouped(of_kind_[3]),
+                                    all, most_frequent(one_way_)));
+    }
+    return joined(parts, ", ");
 }
 
 // What stands in the output that did not stand in the text.
 std::string file_report::changes(const text_facts& facts) const {
-    std::string text;
-    if (!look_alikes_.empty()) {
-        std::uint64_t number = 0;
-        for (const auto& [scalar, count] : look_alikes_) {
-            number += count;
-        }
-        append(text, fmt::format("{} used ({})", counted(number, "look-alike", "look-alikes"),
-                                 most_frequent(look_alikes_)));
+    std::vector<std::string> parts;
+    std::uint64_t look_alikes = 0;
+    for (const auto& [scalar, count] : look_alikes_) {
+        look_alikes += count;
+    }
+    if (look_alikes > 0) {
+        parts.push_back(fmt::format("{} used ({})", counted(look_alikes, "look-alike"),
+                                    most_frequent(look_alikes_)));
     }
     if (facts.counts.composed > 0) {
-        append(text, counted(facts.counts.composed, "character", "characters") + " composed");
+        parts.push_back(counted(facts.counts.composed, "character") + " composed");
     }
-    const std::uint64_t characters = of_kind_[1] + of_kind_[3];
-    const std::uint64_t invalid = of_kind_[0] + of_kind_[2];
     const std::uint32_t policy = options_.on_error;
-    if (policy == PVZAN_REFERENCE && characters > 0) {
-        append(text,
-               counted(characters, "character reference", "character references") + " written");
+    const bool refers = policy == PVZAN_REFERENCE;
+    if (refers && problems() > invalid()) {
+        parts.push_back(counted(problems() - invalid(), "character reference") + " written");
     }
-    if (policy == PVZAN_REFERENCE && invalid > 0) {
-        append(text, counted(invalid, "invalid sequence", "invalid sequences") + " written in hex");
-    } else if (policy != PVZAN_REFERENCE && policy != PVZAN_TELL && problems() > 0) {
-        append(text, fmt::format("{} {}", totals(),
-                                 policy == PVZAN_HEX    ? "written in hex"
-                                 : policy == PVZAN_DROP ? "dropped"
-                                                        : "replaced by a substitute"));
+    if (refers && invalid() > 0) {
+        parts.push_back(counted(invalid(), "invalid sequence") + " written in hex");
+    } else if (!refers && policy != PVZAN_TELL && problems() > 0) {
+        parts.push_back(totals() + (policy == PVZAN_HEX    ? " written in hex"
+                                    : policy == PVZAN_DROP ? " dropped"
+                                                           : " replaced by substitutes"));
     }
-    return text;
+    return joined(parts, ", ");
 }
 
 void file_report::tell_summary_json(const text_facts& facts, bool failed) {
-    std::map<char32_t, std::uint64_t> by_character = lacking_;
+    character_counts by_character = lacking_;
     for (const auto& [scalar, count] : one_way_) {
         by_character[scalar] += count;
     }
-    emit(fmt::format(
-        "{{\"file\":{},\"kind\":\"summary\",\"from\":{},\"to\":{},\"bytes_in\":{},\"bytes_out\":{},"
-        "\"chars\":{},\"private_use\":{},\"composed\":{},\"invalid\":{},\"unrepresentable\":{},"
-        "\"not_round_trip\":{"
-        "},"
-        "\"look_alikes\":{},\"by_char\":{},\"failed\":{}}}",
-        json_file_, json_from_, json_to_, facts.bytes_in, facts.bytes_out, facts.counts.characters,
-        facts.counts.private_use, facts.counts.composed, of_kind_[0] + of_kind_[2], of_kind_[1],
-        of_kind_[3], json_counts(look_alikes_), json_counts(by_character),
-        failed ? "true" : "false"));
+    emit(json_object()
+             .add_json("file", json_file_)
+             .add("kind", "summary")
+             .add_json("from", json_from_)
+             .add_json("to", json_to_)
+             .add("bytes_in", facts.bytes_in)
+             .add("bytes_out", facts.bytes_out)
+             .add("chars", facts.counts.characters)
+             .add("private_use", facts.counts.private_use)
+             .add("composed", facts.counts.composed)
+             .add("invalid", invalid())
+             .add("unrepresentable", of_kind_[1])
+             .add("not_round_trip", of_kind_[3])
+             .add_json("look_alikes", json_counts(look_alikes_))
+             .add_json("by_char", json_counts(by_character))
+             .add("failed", failed)
+             .text());
 }
 
 void file_report::finish(const text_facts& facts, bool failed, std::string_view lost) {
@@ -322,36 +330,38 @@ void file_report::finish(const text_facts& facts, bool failed, std::string_view 
     flush();
 }
 
+// "UTF-8, LF -> UTF-16, LF  (54 bytes, 26 characters, nothing lost)"
+std::string file_report::way(const text_facts& facts) const {
+    constexpr std::array asked = {"", "LF", "CRLF", "CR"}; // by PVZAN_BREAKS_...
+    const bool keeps = options_.breaks == PVZAN_BREAKS_AS_FOUND || facts.breaks.empty();
+    const auto with_breaks = [](const char* charset, const std::string& breaks) {
+        return printable(charset) + (breaks.empty() ? "" : ", " + breaks);
+    };
+    const std::uint64_t own = facts.counts.private_use;
+    return fmt::format("{} -> {}  ({}, {}, {})", with_breaks(from_.shown, facts.breaks),
+                       with_breaks(to_.shown, keeps ? facts.breaks : asked[options_.breaks]),
+                       counted(facts.bytes_in, "byte"),
+                       counted(facts.counts.characters, "character"),
+                       own > 0 ? counted(own, "private-use character") : "nothing lost");
+}
+
 void file_report::tell_totals(const text_facts& facts, bool failed, std::string_view lost) {
     const message_style& style = current_style();
-    const std::string name = shown_name(file_);
-    if (is_fatal() && problems() > shown_ && shown_ > 0) {
-        emit(fmt::format("{}: {} not shown", name,
-                         counted(problems() - shown_, "more problem", "more problems")));
-    }
     const std::string changed = changes(facts);
+    const auto emit_about = [&](const std::string& text) {
+        emit(fmt::format("{}: {}", shown_name(file_), text));
+    };
+    if (is_fatal() && problems() > shown_ && shown_ > 0) {
+        emit_about(counted(problems() - shown_, "more problem") + " not shown");
+    }
     if (checking_ && problems() > 0) {
-        emit(fmt::format("{}: {}", name, check_totals(facts)));
+        emit_about(check_totals(facts));
     } else if (failed) {
-        emit(fmt::format("{}: not converted: {}; {}", name, totals(), lost));
+        emit_about(fmt::format("not converted: {}; {}", totals(), lost));
     } else if (!changed.empty() && !style.quiet) {
-        emit(fmt::format("{}: {}", name, changed));
+        emit_about(changed);
     } else if (style.verbose) {
-        constexpr std::array asked = {"", "LF", "CRLF", "CR"}; // by PVZAN_BREAKS_...
-        const bool keeps = options_.breaks == PVZAN_BREAKS_AS_FOUND;
-        const auto with_breaks = [](const std::string& charset, std::string_view breaks) {
-            return breaks.empty() ? charset : fmt::format("{}, {}", charset, breaks);
-        };
-        const std::uint64_t own = facts.counts.private_use;
-        emit(fmt::format(
-            "{}: {} -> {}  ({}, {}, {})", name, with_breaks(printable(from_.shown), facts.breaks),
-            with_breaks(printable(to_.shown), keeps || facts.breaks.empty()
-                                                  ? facts.breaks
-                                                  : std::string(asked[options_.breaks])),
-            counted(facts.bytes_in, "byte", "bytes"),
-            counted(facts.counts.characters, "character", "characters"),
-            own > 0 ? counted(own, "character", "characters") + " of private use"
-                    : std::string("nothing lost")));
+        emit_about(way(facts));
     }
 }
 

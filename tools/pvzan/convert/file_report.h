@@ -13,14 +13,14 @@ namespace tool {
 // What a conversion found, apart from problems.
 struct text_facts {
     std::uint64_t bytes_in = 0, bytes_out = 0;
-    text_counts counts;
+    pvzan_counts counts{};
     std::string breaks; // of the source: "LF", "CRLF", "CR", "mixed line breaks"; or empty
 };
 
+using line_sink = std::function<void(std::string_view)>; // whole lines
+
 class file_report {
 public:
-    using line_sink = std::function<void(std::string_view)>; // whole lines
-
     // checking: the words are those of a check, not of a conversion.
     file_report(std::string file, const pvzan_name& to, const text_options& options, bool checking,
                 line_sink sink);
@@ -29,6 +29,8 @@ public:
     // From this line on the text is in another charset.
     void enter_line(std::uint64_t line, const pvzan_name& from);
     void add(const problem& p);
+    // What else there is to know, for people.
+    void note(std::string_view message);
     void add_look_alike(char32_t scalar);
     // Of problems that are not told.
     void count(problem_kind kind, char32_t scalar, std::uint64_t count);
@@ -49,6 +51,8 @@ private:
     [[nodiscard]] std::string totals() const;
     [[nodiscard]] std::string check_totals(const text_facts& facts) const;
     [[nodiscard]] std::string changes(const text_facts& facts) const;
+    [[nodiscard]] std::string way(const text_facts& facts) const;
+    [[nodiscard]] std::uint64_t invalid() const { return of_kind_[0] + of_kind_[2]; }
     [[nodiscard]] bool is_fatal() const { return checking_ || options_.on_error == PVZAN_TELL; }
     void emit(std::string_view line);
 

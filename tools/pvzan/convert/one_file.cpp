@@ -1,16 +1,15 @@
 #include "tools/pvzan/convert/one_file.h"
 
+#include "tools/pvzan/detect/misreading.h"
 #include "tools/pvzan/files/output_file.h"
 #include "tools/pvzan/report/exit_status.h"
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <map>
 #include <new>
-#include <optional>
-#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,71 +20,40 @@ namespace {
 namespace fs = std::filesystem;
 
 file_outcome fail(const listed_file& file, std::string_view message, int status,
-                  const file_report::line_sink& sink) {
+                  const line_sink& sink) {
     sink(complaint_about(file.path, message));
     return {status, file_kind::failed};
 }
 
-file_outcome cannot_open(const listed_file& file, const file_report::line_sink& sink) {
+file_outcome cannot_open(const listed_file& file, const line_sink& sink) {
     return fail(file, fmt::format("cannot open: {}", system_error_text(errno)), exit_no_work, sink);
 }
 
-// What the end of a text means for its file, once the report has the rest.
-file_outcome outcome_of(const listed_file& file, const text_result& result, file_report& report,
-                        bool checking, std::string_view lost, const file_report::line_sink& sink) {
+// no output: a check. facts: what was found, if the text was read to its end.
+file_outcome convert_open(const listed_file& file, const input_file& input,
+                          const text_conversion& conversion, const byte_sink& output,
+                          std::string_view lost, const line_sink& sink, text_facts* facts) {
+    const bool checking = output == nullptr;
+    file_report report(file.path, conversion.to, conversion.options, checking, sink);
+    text_result result = convert_text(input, conversion,
+                                      checking ? [](bytes_view) { return true; } : output, report);
     switch (result.end) {
     case text_end::unwritable: return {exit_no_work, file_kind::unwritable};
     case text_end::unreadable: return fail(file, result.error, exit_no_work, sink);
     case text_end::unknown: return fail(file, result.error, exit_bad_text, sink);
-    case text_end::binary: // who has asked for it tells
-        return {exit_bad_text, file_kind::binary, 0, result.error};
+    case text_end::binary: return {exit_bad_text, file_kind::binary, 0, result.error};
     case text_end::whole: break;
     }
+    if (const auto misreading = checking ? find_misreading(input.descriptor()) : std::nullopt) {
+        report.note(fmt::format("looks like {}; see pvzan repair", misreading->words));
+    }
     report.finish(result.facts, result.failed, lost);
+    if (facts != nullptr) {
+        *facts = result.facts;
+    }
     const bool bad = result.failed || (checking && report.problems() > 0);
     return {bad ? exit_bad_text : exit_converted, bad ? file_kind::failed : file_kind::converted,
             report.problems()};
-}
-
-// ---- Files as they lie -------------------------------------------------------------------------
-
-using file_id = std::pair<dev_t, ino_t>;
-
-std::optional<file_id> id_of(const std::string& path) {
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) {
-        return std::nullopt;
-    }
-    return file_id{status.st_dev, status.st_ino};
-}
-
-constexpr std::size_t block_bytes = std::size_t{64} * 1024;
-
-// From a place in an open file, as much as there is; less than a block at the end. False on
-// failure.
-bool read_block(int descriptor, std::uint64_t place, std::vector<std::uint8_t>& block) {
-    std::size_t filled = 0;
-    block.resize(block_bytes);
-    ssize_t n = 1;
-    while (filled < block.size() && (n > 0 || (n < 0 && errno == EINTR))) {
-        n = ::pread(descriptor, block.data() + filled, block.size() - filled,
-                    static_cast<off_t>(place + filled));
-        filled += n > 0 ? static_cast<std::size_t>(n) : 0;
-    }
-    block.resize(filled);
-    return n >= 0;
-}
-
-bool same_content(int one, int other) {
-    std::vector<std::uint8_t> a, b;
-    std::uint64_t place = 0;
-    do {
-        if (!read_block(one, place, a) || !read_block(other, place, b) || a != b) {
-            return false;
-        }
-        place += a.size();
-    } while (!a.empty());
-    return true;
 }
 
 // The number of characters beyond ASCII in a file that is well-formed UTF-8; 0 for all others.
@@ -108,51 +76,25 @@ std::uint64_t utf8_characters(int descriptor) {
 
 } // namespace
 
-// ---- Shared output, and none -------------------------------------------------------------------
-
 file_outcome convert_one(const listed_file& file, const text_conversion& conversion,
-                         const std::function<bool(bytes_view)>& output, std::string_view lost,
-                         const file_report::line_sink& sink) {
+                         const byte_sink& output, std::string_view lost, const line_sink& sink) {
     const input_file input(file.path);
-    if (!input.is_open()) {
-        return cannot_open(file, sink);
-    }
-    file_report report(file.path, conversion.to, conversion.options, false, sink);
-    const text_result result = convert_text(input, conversion, output, report);
-    if (result.end == text_end::binary) {
-        return fail(
-            file,
-            fmt::format("is binary ({}); name its charset with --from to convert it", result.error),
-            exit_bad_text, sink);
-    }
-    return outcome_of(file, result, report, false, lost, sink);
+    return input.is_open() ? convert_open(file, input, conversion, output, lost, sink, nullptr)
+                           : cannot_open(file, sink);
 }
 
-file_outcome outcome_of_exception(const listed_file& file,
-                                  const file_report::line_sink& sink) noexcept {
+file_outcome outcome_of_exception(const listed_file& file, const line_sink& sink) noexcept {
     try {
         try {
             throw;
         } catch (const std::bad_alloc&) {
-            return fail(file, "there is not enough memory", exit_no_work, sink);
+            return fail(file, "not enough memory", exit_no_work, sink);
         } catch (const std::exception& error) {
             return fail(file, error.what(), exit_no_work, sink);
         }
     } catch (...) { // no memory even for the message
         return {exit_no_work, file_kind::failed};
     }
-}
-
-file_outcome check_one(const listed_file& file, const text_conversion& conversion,
-                       const file_report::line_sink& sink) {
-    const input_file input(file.path);
-    if (!input.is_open()) {
-        return cannot_open(file, sink);
-    }
-    file_report report(file.path, conversion.to, conversion.options, true, sink);
-    const text_result result = convert_text(
-        input, conversion, [](bytes_view) { return true; }, report);
-    return outcome_of(file, result, report, true, {}, sink);
 }
 
 // ---- An output of its own ----------------------------------------------------------------------
@@ -162,17 +104,17 @@ namespace {
 // Why a file cannot be converted in place; empty when it can.
 std::string in_place_obstacle(const std::string& backup, const struct stat& status) {
     if (!S_ISREG(status.st_mode)) {
-        return "is no regular file, so it cannot be converted in place";
+        return "is not a regular file and cannot be converted in place";
     }
     if (status.st_nlink > 1 && backup.empty()) {
-        return fmt::format("has {} names (hard links), and the others would keep the old text; "
-                           "-i=SUFFIX converts it under this name",
+        return fmt::format("has {} hard links, and the others would keep the old text; use "
+                           "-i=SUFFIX to convert only this one",
                            status.st_nlink);
     }
     struct stat kept {};
     if (!backup.empty() && ::lstat(backup.c_str(), &kept) == 0 &&
         (kept.st_dev != status.st_dev || kept.st_ino != status.st_ino)) {
-        return fmt::format("{} exists, and would be lost", printable(backup));
+        return fmt::format("{} exists and would be overwritten", printable(backup));
     }
     return {};
 }
@@ -189,29 +131,22 @@ bool has_changed(const input_file& file, const struct stat& before) {
 }
 
 file_outcome cannot_write(const listed_file& file, const output_file& output,
-                          const file_report::line_sink& sink) {
+                          const line_sink& sink) {
     sink(complaint(output.error(), file.path));
     return {exit_no_work, file_kind::failed};
 }
 
-struct written_text {
-    file_outcome outcome;
-    text_facts facts;
-};
-
-written_text write_text(const listed_file& file, const input_file& input,
+file_outcome write_text(const listed_file& file, const input_file& input,
                         const text_conversion& conversion, output_file& output,
-                        std::string_view lost, const file_report::line_sink& sink) {
-    file_report report(file.path, conversion.to, conversion.options, false, sink);
-    const text_result result = convert_text(
-        input, conversion, [&](bytes_view bytes) { return output.write(bytes); }, report);
-    const file_outcome outcome = outcome_of(file, result, report, false, lost, sink);
-    return {outcome.kind == file_kind::unwritable ? cannot_write(file, output, sink) : outcome,
-            result.facts};
+                        std::string_view lost, const line_sink& sink, text_facts* facts) {
+    const file_outcome outcome = convert_open(
+        file, input, conversion, [&](bytes_view bytes) { return output.write(bytes); }, lost, sink,
+        facts);
+    return outcome.kind == file_kind::unwritable ? cannot_write(file, output, sink) : outcome;
 }
 
 file_outcome convert_in_place(const listed_file& file, const file_task& task,
-                              const input_file& input, const file_report::line_sink& sink,
+                              const input_file& input, const line_sink& sink,
                               const std::function<void()>& converted) {
     const text_conversion& conversion = task.conversion;
     const std::string backup =
@@ -229,17 +164,18 @@ file_outcome convert_in_place(const listed_file& file, const file_task& task,
     const std::uint64_t already = utf8_expected ? 0 : utf8_characters(input.descriptor());
     if (already > 0) {
         return fail(file,
-                    fmt::format("already valid UTF-8 with {} non-ASCII character{}; not "
-                                "converted a second time (name it with -o to insist)",
-                                grouped(already), already == 1 ? "" : "s"),
+                    fmt::format("is already valid UTF-8 with {}; not converted again (use -o to "
+                                "convert it anyway)",
+                                counted(already, "non-ASCII character")),
                     exit_bad_text, sink);
     }
     output_file output;
     if (!output.open_in_place(file.path, input.descriptor())) {
         return cannot_write(file, output, sink);
     }
-    auto [outcome, facts] =
-        write_text(file, input, conversion, output, "it was left as it was", sink);
+    text_facts facts;
+    file_outcome outcome =
+        write_text(file, input, conversion, output, "the file is unchanged", sink, &facts);
     if (outcome.kind != file_kind::converted) {
         return outcome;
     }
@@ -253,7 +189,7 @@ file_outcome convert_in_place(const listed_file& file, const file_task& task,
         return cannot_write(file, output, sink);
     }
     if (has_changed(input, before) || !output.has_its_name()) {
-        return fail(file, "was changed by someone else meanwhile; left as it is", exit_no_work,
+        return fail(file, "was changed by another program meanwhile; not converted", exit_no_work,
                     sink);
     }
     return output.commit(backup) ? outcome : cannot_write(file, output, sink);
@@ -261,11 +197,10 @@ file_outcome convert_in_place(const listed_file& file, const file_task& task,
 
 } // namespace
 
-file_outcome convert_own(const listed_file& file, const file_task& task,
-                         const file_report::line_sink& sink,
+file_outcome convert_own(const listed_file& file, const file_task& task, const line_sink& sink,
                          const std::function<void()>& converted) {
     if (is_standard_input(file.path)) {
-        return fail(file, "has no name to write to", exit_no_work, sink);
+        return fail(file, "has no file name to write to", exit_no_work, sink);
     }
     const input_file input(file.path);
     if (!input.is_open()) {
@@ -283,40 +218,12 @@ file_outcome convert_own(const listed_file& file, const file_task& task,
     }
     const file_outcome outcome =
         write_text(file, input, task.conversion, output,
-                   fmt::format("{} was not written", printable(target)), sink)
-            .outcome;
+                   fmt::format("{} was not written", printable(target)), sink, nullptr);
     if (outcome.kind != file_kind::converted) {
         return outcome;
     }
     converted();
     return output.flush() && output.commit() ? outcome : cannot_write(file, output, sink);
-}
-
-bool mirrors_safely(const file_list& list, const std::string& directory) {
-    std::map<file_id, std::string> inputs;
-    for (const listed_file& file : list.files) {
-        if (const auto id = id_of(file.path)) {
-            inputs.emplace(*id, file.path);
-        }
-    }
-    std::set<std::string> outputs;
-    for (const listed_file& file : list.files) {
-        if (file.mirrored.empty()) {
-            complain(fmt::format("standard input has no name in {}", printable(directory)));
-            return false;
-        }
-        const std::string output = (fs::path(directory) / file.mirrored).lexically_normal();
-        if (!outputs.insert(output).second) {
-            complain_about(output, "two files would be written there");
-            return false;
-        }
-        const auto id = id_of(output);
-        if (const auto input = id ? inputs.find(*id) : inputs.end(); input != inputs.end()) {
-            complain_about(input->second, "is also an output; -i converts files in place");
-            return false;
-        }
-    }
-    return true;
 }
 
 } // namespace tool

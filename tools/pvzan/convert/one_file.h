@@ -15,32 +15,26 @@ struct file_outcome {
     int status;
     file_kind kind;
     std::uint64_t problems = 0;
-    std::string what{}; // of a binary file
+    std::string what{}; // of a binary file, which is not told yet
 };
 
-// To an output that others may share. lost: what becomes of the output when the file has a problem.
+// To an output that others may share; to none, as a check. lost: what becomes of the output when
+// the file has a problem.
 file_outcome convert_one(const listed_file& file, const text_conversion& conversion,
-                         const std::function<bool(bytes_view)>& output, std::string_view lost,
-                         const file_report::line_sink& sink);
+                         const byte_sink& output, std::string_view lost, const line_sink& sink);
 
 // While an exception is handled: it is only its file's trouble, such as that there is no memory.
-file_outcome outcome_of_exception(const listed_file& file,
-                                  const file_report::line_sink& sink) noexcept;
+file_outcome outcome_of_exception(const listed_file& file, const line_sink& sink) noexcept;
 
 // The outcome of work, which may throw.
 template <typename work_type>
-file_outcome guarded(const listed_file& file, const file_report::line_sink& sink,
-                     const work_type& work) {
+file_outcome guarded(const listed_file& file, const line_sink& sink, const work_type& work) {
     try {
         return work();
     } catch (...) {
         return outcome_of_exception(file, sink);
     }
 }
-
-// Without any output.
-file_outcome check_one(const listed_file& file, const text_conversion& conversion,
-                       const file_report::line_sink& sink);
 
 struct file_task {
     const text_conversion& conversion;
@@ -50,11 +44,7 @@ struct file_task {
 };
 
 // To a file of its own. converted is called once nothing is left but to wait for the disk.
-file_outcome convert_own(const listed_file& file, const file_task& task,
-                         const file_report::line_sink& sink,
+file_outcome convert_own(const listed_file& file, const file_task& task, const line_sink& sink,
                          const std::function<void()>& converted);
-
-// Whether no output is an input or another file's output; complains.
-bool mirrors_safely(const file_list& list, const std::string& directory);
 
 } // namespace tool

@@ -20,7 +20,7 @@ constexpr std::size_t most_kept = 20; // problems of a part, as many as are told
 
 parallel_text::parallel_text(text_feed& text, unsigned jobs, ends where)
     : text_(text), jobs_(jobs), ends_(std::move(where)), usual_(text.state()), at_(usual_),
-      place_(text.place()), counts_(text.counts()), failed_(text.failed()) {}
+      counts_(text.counts()), failed_(text.failed()) {}
 
 parallel_text::block parallel_text::spare_block() {
     block found;
@@ -59,7 +59,6 @@ parallel_text::part_result parallel_text::convert(const block& text, const text_
     }
     result.end = feed.state();
     result.ends_as_usual = feed.stands_as(usual_);
-    result.place = feed.place();
     result.counts = feed.counts();
     result.failed = feed.failed();
     return result;
@@ -101,8 +100,8 @@ void parallel_text::deliver(part& p) {
         refused_ = refused_ || !ends_.write(result.output);
     }
     for (problem& told : result.problems) {
-        told.fault.line += place_.line - 1;
-        told.fault.offset += place_.offset;
+        told.fault.line += counts_.line - 1;
+        told.fault.offset += counts_.in;
         ends_.report->add(told);
     }
     for (const auto& [key, count] : result.untold) {
@@ -111,11 +110,9 @@ void parallel_text::deliver(part& p) {
     for (const char32_t scalar : result.look_alikes) {
         ends_.report->add_look_alike(scalar);
     }
-    place_ = {place_.line + result.place.line - 1, result.place.column,
-              place_.offset + result.place.offset};
+    counts_ = behind(counts_, no_counts(), result.counts);
     at_ = result.end;
     as_usual_ = result.ends_as_usual;
-    counts_ += result.counts;
     failed_ = failed_ || result.failed;
     spare_.push_back(std::move(p.text));
     spare_.push_back(std::move(result.output));
@@ -142,7 +139,7 @@ std::vector<std::uint8_t> parallel_text::run(std::vector<std::uint8_t> begun) {
     for (part& p : running_) {
         deliver(p);
     }
-    text_.go_on(at_, place_, counts_, failed_);
+    text_.go_on(at_, counts_, failed_);
     return begun;
 }
 

@@ -40,8 +40,7 @@ private:
         std::map<std::pair<problem_kind, char32_t>, std::uint64_t> untold;
         std::vector<char32_t> look_alikes;
         text_state end;
-        text_place place;
-        text_counts counts;
+        pvzan_counts counts;
         bool failed = false, ends_as_usual = false;
     };
     struct part {
@@ -63,8 +62,7 @@ private:
     const text_state usual_;   // how parts are thought to begin
     text_state at_;            // how the next one really begins
     bool as_usual_ = true;     // which is the same
-    text_place place_;
-    text_counts counts_;
+    pvzan_counts counts_;
     bool failed_, refused_ = false;
 };
 

@@ -1,6 +1,7 @@
 #include "tools/pvzan/convert/progress.h"
 
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 #include <unistd.h>

@@ -1,7 +1,5 @@
 #include "tools/pvzan/convert/text_feed.h"
 
-#include "tools/pvzan/report/shown_text.h"
-
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
@@ -49,11 +47,22 @@ problem_kind kind_of(const pvzan_fault& fault) {
     }
 }
 
-text_counts& text_counts::operator+=(const text_counts& more) {
-    characters += more.characters;
-    private_use += more.private_use;
-    composed += more.composed;
-    return *this;
+pvzan_counts behind(const pvzan_counts& before, const pvzan_counts& begun, pvzan_counts part) {
+    if (part.line == begun.line) {
+        part.column += before.column - begun.column;
+    }
+    part.line += before.line - begun.line;
+    part.in += before.in - begun.in;
+    part.characters += before.characters - begun.characters;
+    part.private_use += before.private_use - begun.private_use;
+    part.composed += before.composed - begun.composed;
+    return part;
+}
+
+pvzan_counts no_counts() {
+    auto counts = new_record<pvzan_counts>();
+    counts.line = counts.column = 1;
+    return counts;
 }
 
 text_feed::text_feed(const pvzan_name& from, const pvzan_name& to, text_sinks sinks,
@@ -77,49 +86,31 @@ bool text_feed::change_source(const pvzan_name& from) {
     if (taken_ > 0) {
         flush(); // a letter whose mark does not follow
     }
-    const text_place place = this->place();
-    const text_counts counts = this->counts();
+    const pvzan_counts counts = this->counts();
     from_ = from;
     const bool opened = open();
-    begin_at(place, counts);
+    begin_at(counts);
     return opened;
 }
 
 // ---- Places and counts -------------------------------------------------------------------------
 
-text_feed::standing text_feed::now() const {
-    auto counts = new_record<pvzan_counts>();
+pvzan_counts text_feed::now() const {
+    pvzan_counts counts = no_counts();
     if (converter_) {
         pvzan_count(converter_.get(), &counts);
     }
-    return {{counts.line, counts.column, counts.in},
-            {counts.characters, counts.private_use, counts.composed}};
+    return counts;
 }
 
-text_place text_feed::shifted(text_place own) const {
-    const text_place& begun = begun_.place;
-    return {place_.line + own.line - begun.line,
-            own.line == begun.line ? place_.column + own.column - begun.column : own.column,
-            place_.offset + own.offset - begun.offset};
+pvzan_counts text_feed::counts() const {
+    return behind(before_, begun_, now());
 }
 
-text_place text_feed::place() const {
-    return shifted(now().place);
-}
-
-text_counts text_feed::counts() const {
-    const text_counts& begun = begun_.counts;
-    const text_counts come = now().counts;
-    return text_counts(counts_) +=
-           {come.characters - begun.characters, come.private_use - begun.private_use,
-            come.composed - begun.composed};
-}
-
-void text_feed::begin_at(const text_place& place, const text_counts& counts) {
+void text_feed::begin_at(const pvzan_counts& counts) {
     begun_ = now();
-    place_ = place;
-    counts_ = counts;
-    taken_ = begun_.place.offset;
+    before_ = counts;
+    taken_ = begun_.in;
     kept_.clear();
 }
 
@@ -133,13 +124,12 @@ void text_feed::begin_inside(const text_state& state, code_unit unit) {
     restore(state);
     unit_ = unit;
     fresh_ = false;
-    begin_at({}, {});
+    begin_at(no_counts());
 }
 
-void text_feed::go_on(const text_state& state, const text_place& place, const text_counts& counts,
-                      bool failed) {
+void text_feed::go_on(const text_state& state, const pvzan_counts& counts, bool failed) {
     restore(state);
-    begin_at(place, counts);
+    begin_at(counts);
     failed_ = failed;
 }
 
@@ -228,10 +218,14 @@ void text_feed::meet_fault(bytes_view text) {
     if (options_.excerpts && problems_ <= most_excerpts) {
         add_excerpt(told, text);
     }
-    const text_place place = shifted({fault.line, fault.column, fault.offset});
+    pvzan_counts place = no_counts();
+    place.line = fault.line;
+    place.column = fault.column;
+    place.in = fault.offset;
+    place = behind(before_, begun_, place);
     fault.line = place.line;
     fault.column = place.column;
-    fault.offset = place.offset;
+    fault.offset = place.in;
     const bool stops = options_.on_error == PVZAN_TELL || problems_ > options_.most_errors;
     if (!answer(stops ? std::int32_t{PVZAN_DROP} : static_cast<std::int32_t>(options_.on_error))) {
         throw std::logic_error("nothing can be written in place of a problem");
@@ -271,7 +265,6 @@ void text_feed::keep_for_excerpts(bytes_view text) {
 // The line of the fault, read once more, from what is there of it.
 void text_feed::add_excerpt(problem& told, bytes_view text) const {
     constexpr std::size_t most_characters = 21;
-    constexpr char32_t stands_for_fault = 0xFFFFFFFF;
     const std::uint64_t begin = taken_ - kept_.size();
     if (told.fault.offset < begin) {
         return;
@@ -291,7 +284,7 @@ void text_feed::add_excerpt(problem& told, bytes_view text) const {
         read_characters(bytes_view(around).subspan(from, end - from), from_,
                         unit_.little_endian ? PVZAN_ORDER_LITTLE : PVZAN_ORDER_BY_NAME, how,
                         characters, [&](const pvzan_fault&) {
-                            characters += stands_for_fault;
+                            characters += no_character;
                             return true;
                         });
         return characters;
@@ -299,22 +292,14 @@ void text_feed::add_excerpt(problem& told, bytes_view text) const {
     const bool ends = kind_of(told.fault) == problem_kind::incomplete;
     const std::u32string before = read(at, PVZAN_PART);
     const std::u32string all = read(around.size(), ends ? PVZAN_LAST : PVZAN_PART);
-    const auto show = [](std::u32string_view characters) {
-        line_excerpt shown;
-        for (const char32_t c : characters) {
-            c == stands_for_fault ? shown.add_fault() : shown.add(c);
-        }
-        return shown;
-    };
     constexpr std::u32string_view breaks = U"\r\n";
-    const line_excerpt left =
-        show(std::u32string_view(before).substr(before.find_last_of(breaks) + 1));
+    std::u32string_view ahead(before);
+    ahead.remove_prefix(before.find_last_of(breaks) + 1);
     std::u32string_view behind(all);
     behind.remove_prefix(std::min(before.size(), behind.size()));
     behind = behind.substr(0, std::min(behind.find_first_of(breaks), most_characters));
-    told.before = left.text();
-    told.columns = left.columns();
-    told.after = show(behind).text();
+    told.before = excerpt_of(ahead);
+    told.after = excerpt_of(behind).text;
 }
 
 } // namespace tool

@@ -5,6 +5,7 @@
 #include "tools/pvzan/convert/text_options.h"
 #include "tools/pvzan/detect/line_breaks.h"
 #include "tools/pvzan/directory/charset.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <array>
 #include <string>
@@ -17,9 +18,9 @@ enum class problem_kind { invalid, unrepresentable, incomplete, one_way };
 problem_kind kind_of(const pvzan_fault& fault);
 
 struct problem {
-    pvzan_fault fault;         // with the place in the whole text
-    std::string before, after; // the text around it, when excerpts are wanted
-    std::size_t columns = 0;   // of before
+    pvzan_fault fault; // with the place in the whole text
+    excerpt before;    // the text around it, when excerpts are wanted
+    std::string after;
 
     // What the words are about, and what is stepped over.
     [[nodiscard]] bytes_view blamed() const { return first(fault.blamed); }
@@ -38,19 +39,11 @@ struct text_sinks {
     std::function<void(char32_t)> look_alikes;
 };
 
-// Lines and columns count from 1.
-struct text_place {
-    std::uint64_t line = 1, column = 1, offset = 0;
-};
-
-// What came through.
-struct text_counts {
-    std::uint64_t characters = 0;
-    std::uint64_t private_use = 0; // characters that mean what two parties have agreed upon
-    std::uint64_t composed = 0;    // written for a letter and marks
-
-    text_counts& operator+=(const text_counts& more);
-};
+// Where a text stands and what came through: a part's counts, which began at begun, behind those of
+// what is before it.
+pvzan_counts behind(const pvzan_counts& before, const pvzan_counts& begun, pvzan_counts part);
+// Of no text.
+pvzan_counts no_counts();
 
 // Where a conversion stands, for another of the same charsets and options.
 struct text_state {
@@ -77,29 +70,21 @@ public:
     // For a part of a text: it begins as the part before it ended; places and counts are its own.
     void begin_inside(const text_state& state, code_unit unit);
     // Goes on behind parts that others have converted.
-    void go_on(const text_state& state, const text_place& place, const text_counts& counts,
-               bool failed);
+    void go_on(const text_state& state, const pvzan_counts& counts, bool failed);
     [[nodiscard]] text_state state() const;
     [[nodiscard]] bool stands_as(const text_state& state) const;
 
     // The output ends early: because of the policy, or of too many problems.
     [[nodiscard]] bool failed() const { return failed_; }
-    [[nodiscard]] text_place place() const;
-    [[nodiscard]] text_counts counts() const;
+    [[nodiscard]] pvzan_counts counts() const;
     [[nodiscard]] const pvzan_name& source() const { return from_; }
     [[nodiscard]] const pvzan_name& target() const { return to_; }
     [[nodiscard]] const text_options& options() const { return options_; }
     [[nodiscard]] code_unit unit() const { return unit_; }
 
 private:
-    // The converter's own view of where it stands.
-    struct standing {
-        text_place place;
-        text_counts counts;
-    };
-    [[nodiscard]] standing now() const;
-    [[nodiscard]] text_place shifted(text_place own) const;
-    void begin_at(const text_place& place, const text_counts& counts);
+    [[nodiscard]] pvzan_counts now() const; // as the converter counts
+    void begin_at(const pvzan_counts& counts);
     void restore(const text_state& state);
     void take(bytes_view text, std::int32_t how);
     void meet_fault(bytes_view text);
@@ -117,11 +102,10 @@ private:
     code_unit unit_;
     std::unique_ptr<std::uint8_t[]> out_;
     std::size_t filled_ = 0;
-    standing begun_;                 // where the converter stood when this began
-    text_place place_;               // and where that is in the whole text
-    text_counts counts_;             // what came through before
-    std::uint64_t taken_ = 0;        // bytes, by the converter's places
-    std::vector<std::uint8_t> kept_; // the last of them, for excerpts
+    pvzan_counts begun_ = no_counts();  // as the converter counted when this began
+    pvzan_counts before_ = no_counts(); // of the whole text, up to there
+    std::uint64_t taken_ = 0;           // bytes, by the converter's places
+    std::vector<std::uint8_t> kept_;    // the last of them, for excerpts
     std::uint64_t problems_ = 0;
     bool fresh_ = true, written_ = false;
     bool begins_ = true;  // the output, where a mark may be due

@@ -1,14 +1,15 @@
 #include "tools/pvzan/detect/detect_file.h"
 
+#include "tools/pvzan/detect/misreading.h"
 #include "tools/pvzan/directory/charset_directory.h"
 #include "tools/pvzan/files/input_file.h"
 #include "tools/pvzan/report/exit_status.h"
+#include "tools/pvzan/report/json.h"
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <limits>
 
 namespace tool {
@@ -18,6 +19,7 @@ namespace {
 struct detected {
     source_guess guess;
     const char* breaks = ""; // of the beginning
+    std::optional<pvzan_misreading> misreading;
 };
 
 // As a conversion guesses; false on failure, with errno set.
@@ -51,34 +53,47 @@ bool look_at(const std::string& name, const guess_choice& choice, detected& foun
     if (found.guess.is_known()) {
         found.breaks = kind_of_breaks(begin, unit_of(found.guess.charset(), begin));
     }
+    if (found.guess.is_sure() && found.guess.charset().kind == PVZAN_KIND_UTF_8) {
+        found.misreading = find_misreading(begin);
+    }
     return !failed;
 }
 
 std::string json_line(const std::string& name, const detected& found) {
     const source_guess& guess = found.guess;
-    std::string breaks = std::string(found.breaks).substr(0, std::strcspn(found.breaks, " "));
-    std::ranges::transform(breaks, breaks.begin(),
-                           [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
-    std::string line =
-        fmt::format(R"({{"file":{},"charset":{},"sure":{},"eol":{},"bom":{})", json_string(name),
-                    guess.is_known() ? json_string(guess.charset().shown) : "null", guess.is_sure(),
-                    breaks.empty() ? "null" : json_string(breaks), guess.result.mark != 0);
-    line += guess.is_binary() ? R"(,"binary":true)" : "";
-    line += *guess.result.why == '\0' ? "" : R"(,"reason":)" + json_string(guess.result.why);
+    const std::string_view breaks = found.breaks;
+    json_object line;
+    line.add("file", name)
+        .add_json("charset", guess.is_known() ? json_string(guess.charset().shown) : "null")
+        .add("sure", guess.is_sure())
+        .add_json("eol", breaks.empty()
+                             ? "null"
+                             : json_string(fold_name(breaks.substr(0, breaks.find(' ')))))
+        .add("bom", guess.result.mark != 0);
+    if (guess.is_binary()) {
+        line.add("binary", true);
+    }
+    if (*guess.result.why != '\0') {
+        line.add("reason", guess.result.why);
+    }
     if (guess.result.doubt != std::numeric_limits<std::uint64_t>::max()) {
-        line += fmt::format(R"(,"doubt":{})", guess.result.doubt);
+        line.add("doubt", guess.result.doubt);
     }
-    line += R"(,"candidates":[)";
-    const char* comma = "";
+    if (found.misreading) {
+        line.add("misreading", found.misreading->words);
+    }
+    std::vector<std::string> candidates;
     for (const pvzan_candidate& candidate : guess.candidates) {
-        line += fmt::format(R"({}{{"charset":{},"score":{:.2f})", comma,
-                            json_string(candidate.name.shown),
-                            static_cast<double>(candidate.per_million) / 1e6);
-        line += *candidate.reading == '\0' ? "" : R"(,"reading":)" + json_string(candidate.reading);
-        line += "}";
-        comma = ",";
+        json_object one;
+        one.add("charset", candidate.name.shown)
+            .add_json("score",
+                      fmt::format("{:.2f}", static_cast<double>(candidate.per_million) / 1e6));
+        if (*candidate.reading != '\0') {
+            one.add("reading", candidate.reading);
+        }
+        candidates.push_back(one.text());
     }
-    return line + "]}\n";
+    return line.add_json("candidates", json_array(candidates)).line();
 }
 
 std::string plain_line(const std::string& name, std::size_t width, const detected& found) {
@@ -95,6 +110,9 @@ std::string plain_line(const std::string& name, std::size_t width, const detecte
     line += fmt::format("{:<18}{:<7}{}", guess.charset().shown + mark,
                         breaks.substr(0, breaks.find(' ')), guess.is_sure() ? "sure" : "unsure");
     std::string reason = *guess.result.why != '\0' ? printable(guess.result.why) : std::string();
+    if (found.misreading) {
+        reason = fmt::format("looks like {}; see pvzan repair", found.misreading->words);
+    }
     if (!guess.is_sure() && reason.empty() && guess.candidates.size() > 1) {
         const pvzan_candidate &best = guess.candidates[0], &next = guess.candidates[1];
         reason =
@@ -138,11 +156,7 @@ int detect_files(const detect_options& options) {
     for (const std::string& file : files) {
         worst = std::max(worst, detect(file, width, options));
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        complain(fmt::format("standard output: cannot write: {}", system_error_text(errno)));
-        return exit_no_work;
-    }
-    return worst;
+    return finish_answers() ? worst : exit_no_work;
 }
 
 } // namespace tool

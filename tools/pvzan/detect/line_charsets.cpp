@@ -1,6 +1,7 @@
 #include "tools/pvzan/detect/line_charsets.h"
 
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 
@@ -16,14 +17,14 @@ line_charsets::line_charsets(const guess_choice& choice) : choice_(choice) {
 
 std::string line_charsets::obstacle() const {
     if (charsets_.size() < 2) {
-        return "--per-line needs the charsets to choose from: -f NAME,NAME";
+        return "--per-line needs several charsets to choose from: -f NAME,NAME";
     }
     for (std::size_t i = 0; i < charsets_.size(); ++i) {
         const std::string_view shown = charsets_[i].shown;
         const bool escapes = shown.find("2022") != shown.npos || shown.starts_with("CP5022") ||
                              shown == "HZ" || shown == "UTF-7";
         if (charsets_[i].unit > 1 || escapes || readers_[i] == nullptr) {
-            return fmt::format("--per-line cannot tell lines of {}", printable(shown));
+            return fmt::format("--per-line cannot be used with {}", printable(shown));
         }
     }
     return {};

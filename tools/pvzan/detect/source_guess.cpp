@@ -1,6 +1,7 @@
 #include "tools/pvzan/detect/source_guess.h"
 
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 #include <memory>
@@ -113,11 +114,14 @@ source_guess pipe_guess::run(std::vector<std::uint8_t>& buffer, const reader& re
     bool passed = false;
     for (;;) {
         const bool more = gather(buffer, read);
-        if (!more || !is_plain(buffer) || wide) {
-            if (wide && !ended_ && buffer.size() < looked_at) {
-                continue;
-            }
-            source_guess guess = guess_text(buffer, ended_, choice_);
+        if (wide && !ended_ && buffer.size() < looked_at) {
+            continue;
+        }
+        source_guess guess = guess_text(buffer, ended_, choice_);
+        const bool named = !choice_.among.empty();
+        const bool plain = is_plain(buffer) && guess.is_sure() &&
+                           (named || guess.charset().kind == PVZAN_KIND_UTF_8);
+        if (!more || ended_ || wide || !plain) {
             if (passed && guess.is_known() && guess.charset().unit > 1) {
                 guess.result.verdict = PVZAN_GUESS_UNSURE; // the lines before it were none
             }

@@ -2,6 +2,7 @@
 
 #include "tools/pvzan/directory/charset.h"
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 #include <climits>
@@ -71,7 +72,7 @@ void complain_unknown(const std::string& name) {
     if (known) {
         message = fmt::format("the charset directory has no definition of {}", meaning.shown);
     } else if (name.find("//") != std::string::npos) {
-        message += "; what iconv takes behind // are options here: --similar, -e subst, -c";
+        message += "; instead of a suffix behind //, use --similar, -e subst or -c";
     } else {
         message += *meaning.shown == '\0' ? "" : fmt::format("; did you mean {}?", meaning.shown);
         message += " (pvzan list prints all names)";

@@ -2,16 +2,16 @@
 
 #include "tools/pvzan/directory/charset.h"
 #include "tools/pvzan/directory/charset_directory.h"
-#include "tools/pvzan/directory/definition_text.h"
+#include "tools/pvzan/directory/definition.h"
 #include "tools/pvzan/report/exit_status.h"
+#include "tools/pvzan/report/json.h"
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include "pvzan.h"
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -25,48 +25,6 @@ namespace tool {
 namespace {
 
 namespace fs = std::filesystem;
-
-// ---- Definition files --------------------------------------------------------------------------
-
-std::string element_text(std::string_view text, std::string_view name) {
-    const auto found = find_element(text, name, 0);
-    return found ? std::string(found->in(text)) : std::string();
-}
-
-// The name of the coded set whose file the first entity reference of an element names.
-std::string set_name(const fs::path& directory, const definition_text& document,
-                     const element& reference) {
-    const auto entity = entity_reference(reference.in(document.text));
-    const auto file = entity ? entity_file(document.text, *entity) : std::nullopt;
-    return file ? element_text(read_definition_text(directory, *file, document.units).text, "name")
-                : std::string();
-}
-
-struct charset_entry {
-    std::string name, decoder, encoder;
-    std::vector<std::string> sets; // in order of preference
-};
-
-charset_entry read_charset(const fs::path& directory, const std::string& file) {
-    const definition_text document = read_definition_text(directory, file);
-    charset_entry charset;
-    charset.name = fold_name(element_text(document.text, "name"));
-    charset.decoder = quoted(document.text, "destrule=").value_or("");
-    charset.encoder = quoted(document.text, "construle=").value_or("");
-    std::vector<std::pair<std::size_t, std::string>> sets; // with where they stand
-    for (const std::string_view kind : {"baseset", "diffset", "eudcset"}) {
-        std::size_t at = 0;
-        while (const auto found = find_element(document.text, kind, at)) {
-            sets.emplace_back(found->start, set_name(directory, document, *found));
-            at = found->end;
-        }
-    }
-    std::ranges::sort(sets);
-    for (auto& [start, name] : sets) {
-        charset.sets.push_back(std::move(name));
-    }
-    return charset;
-}
 
 // ---- Numbers -----------------------------------------------------------------------------------
 
@@ -113,47 +71,16 @@ std::uint32_t charset_number(const std::string& name) {
 
 // ---- The list ----------------------------------------------------------------------------------
 
-struct definition {
-    std::string file;
-    charset_entry charset;
-};
-
-// Those that the library reads at the start, then those that it reads when they are asked for.
-std::vector<std::string> definition_files(const fs::path& directory) {
-    std::vector<std::string> all;
-    for (const std::string_view folder : {std::string_view(), further_folder}) {
-        std::vector<std::string> files;
-        std::error_code error;
-        for (fs::directory_iterator entry(directory / folder, error), end; !error && entry != end;
-             entry.increment(error)) {
-            if (entry->path().extension() == ".xml") {
-                files.push_back(std::string(folder) + entry->path().filename().string());
-            }
-        }
-        std::ranges::sort(files);
-        all.insert(all.end(), files.begin(), files.end());
-    }
-    return all;
-}
-
 // By the charset's name; the first file settles it.
 std::map<std::string, definition> all_definitions() {
     std::map<std::string, definition> found;
     const fs::path directory = charset_directory_path();
     for (const std::string& file : definition_files(directory)) {
-        charset_entry charset = read_charset(directory, file);
-        const std::string name = charset.name;
-        found.try_emplace(name, definition{file, std::move(charset)});
+        definition read = read_definition(directory, file);
+        const std::string name = read.name;
+        found.try_emplace(name, std::move(read));
     }
     return found;
-}
-
-std::string joined(const std::vector<std::string>& items, std::string_view between) {
-    std::string text;
-    for (const std::string& item : items) {
-        text += (text.empty() ? "" : std::string(between)) + item;
-    }
-    return text;
 }
 
 // The name that people know first, and no other that is spelled alike.
@@ -210,14 +137,17 @@ std::string bare_line_of(const pvzan_name& charset) {
 std::string json_of(const pvzan_name& charset, const definition& described) {
     const auto quoted = [](std::vector<std::string> items) {
         std::ranges::transform(items, items.begin(), json_string);
-        return joined(items, ",");
+        return json_array(items);
     };
     std::vector<std::string> names = names_of(charset);
     std::ranges::transform(names, names.begin(), fold_name);
     std::erase(names, charset.charset);
-    return fmt::format("{{\"charset\":{},\"number\":{},\"aliases\":[{}],\"sets\":[{}]}}\n",
-                       json_string(charset.charset), charset_number(charset.charset),
-                       quoted(std::move(names)), quoted(described.charset.sets));
+    return json_object()
+        .add("charset", charset.charset)
+        .add("number", charset_number(charset.charset))
+        .add_json("aliases", quoted(std::move(names)))
+        .add_json("sets", quoted(described.sets))
+        .line();
 }
 
 // A line, and what the charset is to the library and to those who write definitions.
@@ -225,10 +155,10 @@ std::string page_of(const pvzan_name& charset, const definition& described) {
     std::string text = line_of(charset, false);
     text += wrapped("  in C",
                     {fmt::format("\"{}\" ({})", charset.charset, charset_number(charset.charset))});
-    text += wrapped("  rules", {described.charset.decoder, described.charset.encoder});
+    text += wrapped("  rules", {described.decoder, described.encoder});
     text +=
         wrapped("  definition", {(fs::path(charset_directory_path()) / described.file).string()});
-    std::vector<std::string> sets = described.charset.sets;
+    std::vector<std::string> sets = described.sets;
     std::ranges::transform(sets, sets.begin(), with_number);
     return text + wrapped("  coded sets", sets);
 }
@@ -247,7 +177,7 @@ bool check_definitions(const std::string& directory) {
         }
     };
     if (files.empty()) {
-        fault(directory, "there are no definitions (*.xml) in it");
+        fault(directory, "contains no charset definitions (*.xml)");
     }
     std::set<std::string> defined;
     for (const std::string& file : files) {
@@ -255,19 +185,21 @@ bool check_definitions(const std::string& directory) {
         errors[0].size = sizeof errors[0];
         const std::size_t found = std::min(
             pvzan_check_definition(file.c_str(), errors.data(), errors.size()), errors.size());
-        const std::string name = read_charset(directory, file).name;
+        const std::string name = read_definition(directory, file).name;
         const std::uint32_t number = defined.insert(name).second ? charset_number(name) : 0;
         for (const pvzan_error& error : std::span(errors).first(found)) {
             const bool refused = number == 0 && error.file == file;
             fault(error.file, fmt::format("{}{}", refused ? "not taken: " : "", error.text));
         }
         if (number != 0) {
-            answer_lines(
-                json ? fmt::format(
-                           "{{\"file\":{},\"kind\":\"taken\",\"charset\":{},\"number\":{}}}\n",
-                           json_string(file), json_string(name), number)
-                     : fmt::format("{}: taken as {} ({})\n", printable(file), printable(name),
-                                   number));
+            answer_lines(json ? json_object()
+                                    .add("file", file)
+                                    .add("kind", "taken")
+                                    .add("charset", name)
+                                    .add("number", number)
+                                    .line()
+                              : fmt::format("{}: taken as {} ({})\n", printable(file),
+                                            printable(name), number));
         }
     }
     return said.empty();
@@ -327,11 +259,7 @@ int print_list(const list_options& options) {
 int list_charsets(const list_options& options) {
     const int status =
         options.check.empty() ? print_list(options) : check_charset_directory(options.check);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        complain(fmt::format("standard output: cannot write: {}", system_error_text(errno)));
-        return exit_no_work;
-    }
-    return status;
+    return finish_answers() ? status : exit_no_work;
 }
 
 } // namespace tool

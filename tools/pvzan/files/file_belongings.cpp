@@ -1,6 +1,7 @@
 #include "tools/pvzan/files/file_belongings.h"
 
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <cerrno>
 #include <cstring>
@@ -28,7 +29,7 @@ bool copy_attributes(int from, int to, mode_t mode, std::string& what) {
         for (const char* name = names.data(); name < names.data() + length;
              name += std::strlen(name) + 1) {
             if (!std::string_view(name).starts_with("security.") && !use(name)) {
-                return fail(what, fmt::format("cannot keep its attribute {}", printable(name)));
+                return fail(what, fmt::format("cannot preserve its attribute {}", printable(name)));
             }
         }
         return true;
@@ -40,7 +41,7 @@ bool copy_attributes(int from, int to, mode_t mode, std::string& what) {
     }
     const ssize_t length = ::flistxattr(from, names.data(), most);
     if (length < 0 && errno != ENOTSUP) {
-        return fail(what, "cannot keep its attributes");
+        return fail(what, "cannot preserve its attributes");
     }
     return each_name(length, [&](const char* name) {
         const ssize_t size = ::fgetxattr(from, name, value.data(), most);
@@ -64,7 +65,7 @@ bool copy_belongings(int from, int to, std::string& what) {
         const bool changed = ::fchown(to, old.st_uid, old.st_gid) == 0;
         if (!changed || !is_same()) {
             errno = changed ? EPERM : errno;
-            return fail(what, "cannot keep its owner");
+            return fail(what, "cannot preserve its owner");
         }
     }
     return copy_attributes(from, to, old.st_mode & 07777, what);

@@ -67,7 +67,7 @@ file_list list_files(const std::vector<std::string>& arguments, bool recursive) 
                 walk(argument, inner_path(argument), list);
             } else {
                 list.errors.push_back(
-                    complaint_about(argument, "Is a directory; -r recurses into it"));
+                    complaint_about(argument, "is a directory; use -r to recurse into it"));
             }
         } else {
             const auto size = fs::file_size(argument, error);

@@ -1,4 +1,4 @@
-// The files that the arguments name, directories opened up.
+// The files that the arguments name, recursing into directories.
 #pragma once
 
 #include <cstdint>

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tool {
@@ -27,6 +28,54 @@ ssize_t input_file::read(std::span<std::uint8_t> into) const {
             return n;
         }
     }
+}
+
+namespace {
+
+std::optional<file_id> id_in(const struct stat& status, int result) {
+    return result == 0 && S_ISREG(status.st_mode)
+               ? std::optional(file_id{status.st_dev, status.st_ino})
+               : std::nullopt;
+}
+
+} // namespace
+
+std::optional<file_id> id_of(const std::string& path) {
+    struct stat status {};
+    const int result = ::stat(path.c_str(), &status);
+    return id_in(status, result);
+}
+
+std::optional<file_id> id_of(int descriptor) {
+    struct stat status {};
+    const int result = ::fstat(descriptor, &status);
+    return id_in(status, result);
+}
+
+bool read_block(int descriptor, std::uint64_t place, std::vector<std::uint8_t>& block) {
+    constexpr std::size_t block_bytes = std::size_t{64} * 1024;
+    std::size_t filled = 0;
+    block.resize(block_bytes);
+    ssize_t n = 1;
+    while (filled < block.size() && (n > 0 || (n < 0 && errno == EINTR))) {
+        n = ::pread(descriptor, block.data() + filled, block.size() - filled,
+                    static_cast<off_t>(place + filled));
+        filled += n > 0 ? static_cast<std::size_t>(n) : 0;
+    }
+    block.resize(filled);
+    return n >= 0;
+}
+
+bool same_content(int one, int other) {
+    std::vector<std::uint8_t> a, b;
+    std::uint64_t place = 0;
+    do {
+        if (!read_block(one, place, a) || !read_block(other, place, b) || a != b) {
+            return false;
+        }
+        place += a.size();
+    } while (!a.empty());
+    return true;
 }
 
 } // namespace tool

@@ -2,13 +2,21 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <sys/types.h>
+#include <utility>
+#include <vector>
 
 namespace tool {
 
 bool is_standard_input(const std::string& name);
+
+// What a regular file is known by, under whatever name.
+using file_id = std::pair<dev_t, ino_t>;
+std::optional<file_id> id_of(const std::string& path);
+std::optional<file_id> id_of(int descriptor);
 
 class input_file {
 public:
@@ -26,5 +34,9 @@ public:
 private:
     int descriptor_;
 };
+
+// Reads a block of an open file, less at its end, from a place. False on failure.
+bool read_block(int descriptor, std::uint64_t place, std::vector<std::uint8_t>& block);
+bool same_content(int descriptor, int other);
 
 } // namespace tool

@@ -2,6 +2,7 @@
 
 #include "tools/pvzan/files/file_belongings.h"
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <cerrno>
 #include <csignal>
@@ -158,7 +159,7 @@ bool output_file::write_over() {
     while (n > 0) {
         n = ::read(text, block.data(), block.size());
         if (n < 0) {
-            return fail("cannot read its text again");
+            return fail("cannot read the converted text again");
         }
         if (!write_to(original_, std::span(block).first(static_cast<std::size_t>(n)))) {
             return false;

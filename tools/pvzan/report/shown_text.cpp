@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <fmt/core.h>
-#include <span>
 #include <utility>
 
 namespace tool {
@@ -66,22 +65,35 @@ std::string_view look_alike_name(char32_t scalar) {
     return found == names.end() ? std::string_view() : found->second;
 }
 
+// Controls, marks that join what is before them, what turns the direction of writing, private use.
+bool is_visible(char32_t scalar) {
+    constexpr std::array<scalar_range, 12> hidden = {{{0x00, 0x1F},
+                                                      {0x7F, 0xA0},
+                                                      {0x0300, 0x036F},
+                                                      {0x200B, 0x200F},
+                                                      {0x2028, 0x202E},
+                                                      {0x2060, 0x206F},
+                                                      {0x3099, 0x309A},
+                                                      {0xD800, 0xF8FF},
+                                                      {0xFE00, 0xFE0F},
+                                                      {0xFEFF, 0xFEFF},
+                                                      {0xFFF0, 0xFFFC},
+                                                      {0xE0000, 0x10FFFF}}};
+    return !is_in(hidden, scalar);
+}
+
 } // namespace
 
 std::string utf8_of(char32_t scalar) {
-    const auto byte = [](char32_t value) { return static_cast<char>(value); };
     if (scalar < 0x80) {
-        return {byte(scalar)};
+        return {static_cast<char>(scalar)};
     }
-    if (scalar < 0x800) {
-        return {byte(0xC0 | scalar >> 6), byte(0x80 | (scalar & 0x3F))};
+    const unsigned trail_bytes = scalar < 0x800 ? 1 : scalar < 0x10000 ? 2 : 3;
+    std::string text = {static_cast<char>(0xFFU << (7 - trail_bytes) | scalar >> 6 * trail_bytes)};
+    for (unsigned left = trail_bytes; left > 0; --left) {
+        text += static_cast<char>(0x80 | (scalar >> 6 * (left - 1) & 0x3F));
     }
-    if (scalar < 0x10000) {
-        return {byte(0xE0 | scalar >> 12), byte(0x80 | (scalar >> 6 & 0x3F)),
-                byte(0x80 | (scalar & 0x3F))};
-    }
-    return {byte(0xF0 | scalar >> 18), byte(0x80 | (scalar >> 12 & 0x3F)),
-            byte(0x80 | (scalar >> 6 & 0x3F)), byte(0x80 | (scalar & 0x3F))};
+    return text;
 }
 
 std::optional<utf8_character> first_character(std::string_view text) {
@@ -106,23 +118,6 @@ std::optional<utf8_character> first_character(std::string_view text) {
     return whole ? std::optional(utf8_character{scalar, length}) : std::nullopt;
 }
 
-// Controls, marks that join what is before them, what turns the direction of writing, private use.
-bool is_visible(char32_t scalar) {
-    constexpr std::array<scalar_range, 12> hidden = {{{0x00, 0x1F},
-                                                      {0x7F, 0xA0},
-                                                      {0x0300, 0x036F},
-                                                      {0x200B, 0x200F},
-                                                      {0x2028, 0x202E},
-                                                      {0x2060, 0x206F},
-                                                      {0x3099, 0x309A},
-                                                      {0xD800, 0xF8FF},
-                                                      {0xFE00, 0xFE0F},
-                                                      {0xFEFF, 0xFEFF},
-                                                      {0xFFF0, 0xFFFC},
-                                                      {0xE0000, 0x10FFFF}}};
-    return !is_in(hidden, scalar);
-}
-
 std::string code_point(char32_t scalar) {
     return fmt::format("U+{:04X}", static_cast<std::uint32_t>(scalar));
 }
@@ -136,41 +131,87 @@ std::string character_text(char32_t scalar) {
     return name.empty() ? text : fmt::format("{} {}", text, name);
 }
 
-// ---- Excerpts ----------------------------------------------------------------------------------
-
-void line_excerpt::add(char32_t scalar) {
-    constexpr char32_t last_short = 0xFF;
-    if (is_visible(scalar)) {
-        add({utf8_of(scalar), is_wide(scalar) ? 2U : 1U});
-        return;
-    }
-    const auto value = static_cast<std::uint32_t>(scalar);
-    const std::string code = scalar == '\t'         ? " "
-                             : scalar <= last_short ? fmt::format("\\x{:02x}", value)
-                                                    : fmt::format("\\u{{{:x}}}", value);
-    add({code, code.size()});
+bool drives_terminal(char32_t scalar) {
+    constexpr std::array<scalar_range, 5> ranges = {
+        {{0x00, 0x1F}, {0x7F, 0x9F}, {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}}};
+    return is_in(ranges, scalar);
 }
 
-void line_excerpt::add_fault() {
-    add({"\u2592", 1});
-}
-
-void line_excerpt::add(cell c) {
+excerpt excerpt_of(std::u32string_view characters) {
     constexpr std::size_t most_columns = 50;
-    columns_ += c.columns;
-    shown_.push_back(std::move(c));
-    while (columns_ > most_columns) {
-        columns_ -= shown_.front().columns;
-        shown_.pop_front();
+    excerpt shown;
+    for (auto c = characters.rbegin(); c != characters.rend(); ++c) {
+        const auto value = static_cast<std::uint32_t>(*c);
+        const std::string cell = *c == no_character ? "\u2592"
+                                 : is_visible(*c)   ? utf8_of(*c)
+                                 : *c == '\t'       ? " "
+                                 : value <= 0xFF    ? fmt::format("\\x{:02x}", value)
+                                                    : fmt::format("\\u{{{:x}}}", value);
+        const bool escaped = cell[0] == '\\' && *c != '\\';
+        const std::size_t columns = escaped ? cell.size() : is_wide(*c) ? 2 : 1;
+        if (shown.columns + columns > most_columns) {
+            break;
+        }
+        shown.text.insert(0, cell);
+        shown.columns += columns;
     }
+    return shown;
 }
 
-std::string line_excerpt::text() const {
-    std::string whole;
-    for (const cell& c : shown_) {
-        whole += c.text;
+std::string hex_bytes(std::span<const std::uint8_t> bytes, std::string_view between) {
+    std::string text;
+    for (const std::uint8_t byte : bytes) {
+        text += fmt::format("{}{:02x}", text.empty() ? "" : between, byte);
     }
-    return whole;
+    return text;
+}
+
+std::string printable(std::string_view text) {
+    constexpr std::size_t most_escaped = 16;
+    std::string shown;
+    std::size_t escaped = 0;
+    bool left_out = false; // the bytes before
+    for (std::size_t at = 0; at < text.size();) {
+        const auto next = first_character(text.substr(at));
+        const std::string_view bytes = text.substr(at, next ? next->bytes : 1);
+        at += bytes.size();
+        if (next && !drives_terminal(next->scalar)) {
+            shown += bytes;
+            left_out = false;
+            continue;
+        }
+        for (const char byte : bytes) {
+            shown += ++escaped <= most_escaped
+                         ? fmt::format("\\x{:02x}", static_cast<unsigned char>(byte))
+                     : left_out ? ""
+                                : "…";
+            left_out = escaped > most_escaped;
+        }
+    }
+    return escaped > most_escaped ? fmt::format("{} ({} bytes)", shown, text.size()) : shown;
+}
+
+std::string shown_name(const std::string& name) {
+    return name == "-" ? "(standard input)" : printable(name);
+}
+
+std::string grouped(std::uint64_t number) {
+    constexpr std::uint64_t thousand = 1000;
+    return number < thousand
+               ? fmt::format("{}", number)
+               : fmt::format("{},{:03}", grouped(number / thousand), number % thousand);
+}
+
+std::string counted(std::uint64_t number, std::string_view thing) {
+    return fmt::format("{} {}{}", grouped(number), thing, number == 1 ? "" : "s");
+}
+
+std::string joined(const std::vector<std::string>& items, std::string_view between) {
+    std::string text;
+    for (const std::string& item : items) {
+        text += text.empty() ? item : fmt::format("{}{}", between, item);
+    }
+    return text;
 }
 
 } // namespace tool
