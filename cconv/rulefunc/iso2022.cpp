@@ -91,6 +91,9 @@ private:
     [[nodiscard]] iso2022_reading read_sequence() const {
         std::size_t like = 1; // number of bytes that agree with a sequence
         for (const control_sequence& s : told_.sequences()) {
+            if (s.bytes[0] != text_[0]) {
+                continue;
+            }
             const std::size_t seen = std::min<std::size_t>(s.length, text_.size());
             const auto same =
                 std::ranges::mismatch(s.sequence().first(seen), text_.first(seen)).in1 -
