@@ -8,11 +8,11 @@ int main(int argc, char** argv) {
     constexpr const char* breaks[] = {"no line break", "CR LF", "CR", "LF", "U+2028", "U+2029"};
     for (int i = 1; i < argc; ++i) {
         std::ifstream file(argv[i], std::ios::binary);
-        std::string start(8192, '\0'); // the library looks at 2048 bytes, and at declarations
+        std::string start(1 << 20, '\0'); // of a long text its beginning will do
         file.read(start.data(), static_cast<std::streamsize>(start.size()));
         start.resize(static_cast<std::size_t>(file.gcount()));
 
-        const auto found = pvzan::detect(start);
+        const auto found = pvzan::detect(start, file.eof());
         if (!found) {
             std::cout << argv[i] << ": unknown\n";
             continue;

@@ -9,29 +9,14 @@
 
 namespace {
 
-struct owned_table {
-    owned_table(const table_object& as, const char* name)
-        : table(initTable(as.valueBytes, as.toUnicode)) {
-        copy_text(table->fileName, name);
-        table->textEncoding = as.textEncoding;
-        table->textBigEndian = as.textBigEndian;
-    }
-    ~owned_table() { termTable(table); }
-    owned_table(const owned_table&) = delete;
-    owned_table& operator=(const owned_table&) = delete;
-    table_object* table;
-};
+using owned_table = std::unique_ptr<table_object, decltype(&termTable)>;
 
-// As many bytes a character as the encoding has.
-std::string encode(fuzz::bytes text, u32 encoding, bool big_endian) {
-    const std::size_t width = encoding == encoding_ucs4 ? 4 : 2;
-    std::string out;
-    for (const u8 c : text) {
-        std::string unit(width, '\0');
-        (big_endian ? unit.back() : unit.front()) = static_cast<char>(c);
-        out += unit;
-    }
-    return out;
+owned_table make_table(const table_object& as, const char* name) {
+    owned_table table(initTable(as.valueBytes, as.toUnicode), termTable);
+    copy_text(table->fileName, name);
+    table->textEncoding = as.textEncoding;
+    table->textBigEndian = as.textBigEndian;
+    return table;
 }
 
 // The search over tables finds what the table itself maps.
@@ -95,16 +80,18 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         fuzz::scratch().write("table.cmp", given);
     } else {
         // Padding brings the text across the borders of the reader's buffer.
-        const bool big = as.textBigEndian != 0;
-        const auto coded = [&](fuzz::bytes b) { return encode(b, as.textEncoding, big); };
-        std::string text = is_raw ? std::string(fuzz::as_text(in.rest())) : coded(in.rest());
-        text.insert((kind & 2) != 0 ? text.size() / 8 * 4 : 0,
-                    coded(std::vector<u8>(padding, ' ')));
+        const auto coded = [&](std::string_view ascii) {
+            const std::size_t width = as.textEncoding == encoding_ucs4 ? 4 : 2;
+            return test::widen(ascii, width, as.textBigEndian != 0);
+        };
+        const std::string_view given_text = fuzz::as_text(in.rest());
+        std::string text = is_raw ? std::string(given_text) : coded(given_text);
+        text.insert((kind & 2) != 0 ? text.size() / 8 * 4 : 0, coded(std::string(padding, ' ')));
         fuzz::scratch().write("table.txt", text);
         find_name(text);
     }
-    const owned_table first(as, name), second(as, name);
-    for (table_object* table : {first.table, second.table}) {
+    const owned_table first = make_table(as, name), second = make_table(as, name);
+    for (table_object* table : {first.get(), second.get()}) {
         fuzz::expect(loadTableFile(table) == table_loaded(table), "a result that is not the flag");
         loadTableFile(table); // counts as loaded now, with whatever success
         const std::string cache = fuzz::scratch().read("table.cmp");
@@ -112,10 +99,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         fuzz::expect_pairs_of(cache, *table);
         search(table, {data, size});
     }
-    fuzz::expect(first.table->loaded == second.table->loaded &&
-                     first.table->minKey == second.table->minKey &&
-                     first.table->maxKey == second.table->maxKey &&
-                     first.table->blocks->count == second.table->blocks->count,
+    fuzz::expect(first->loaded == second->loaded && first->minKey == second->minKey &&
+                     first->maxKey == second->maxKey &&
+                     first->blocks->count == second->blocks->count,
                  "the cache tells another table");
     return 0;
 }

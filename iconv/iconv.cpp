@@ -207,7 +207,7 @@ pvzan_outcome feed(descriptor& d, const uint8_t*& in, size_t& left, uint8_t*& ou
             return said;
         }
         pvzan_fault fault = {};
-        fault.size = sizeof fault;
+        fault.size = offsetof(pvzan_fault, why); // no words are needed
         pvzan_last_fault(d.ours, &fault);
         const size_t length = std::clamp<size_t>(fault.length, 1, left);
         in += length;

@@ -68,16 +68,16 @@
  *   library then reads and sets only the fields that both know. A field that is not 0 and that the
  *   library does not know is refused. Constants never change.
  * - Texts that are returned in records are UTF-8, end in a NUL, and are cut where they are too
- * long.
+ *   long.
  *
  * OWNERSHIP
  *
- * A converter is the caller's, and ends with pvzan_close. It takes some 20 KB; after pvzan_open no
+ * A converter is the caller's, and ends with pvzan_close. It takes some 21 KB; after pvzan_open no
  * call on it needs more. (What the library keeps for all converters, to be fast, grows with what
  * it meets, within the bounds that pvzan.h tells, and where there is no memory is done without.)
- * Opening costs a fraction of a microsecond once the two charsets have been
- * used in the process, and some milliseconds the first time; pvzan_reset begins another text. The
- * library keeps no pointer to anything of the caller's from one call to the next.
+ * Opening costs about a microsecond once the two charsets have been used in the process, and some
+ * milliseconds the first time; pvzan_reset begins another text. The library keeps no pointer to
+ * anything of the caller's from one call to the next.
  *
  * THREADS
  *
@@ -171,7 +171,8 @@ enum {
     PVZAN_BROWSER_LABELS = 8, /* names mean what they mean to browsers: shift_jis is windows-31j */
     PVZAN_LEAVE_INPUT = 16,   /* cut and faulty bytes stay in the input; see pvzan_feed */
     PVZAN_COUNT_PRIVATE_USE = 32, /* count private_use, if source or target is Unicode */
-    PVZAN_OFFSETS_ALONE = 64 /* lines and columns stay 1: ASCII takes half the time without them */
+    PVZAN_OFFSETS_ALONE =
+        64 /* lines and columns stay 1: ASCII in small pieces takes half the time */
 };
 
 /* Byte orders. */
@@ -356,7 +357,8 @@ PVZAN_TEXT_API pvzan_outcome pvzan_answer(pvzan_converter* converter, int32_t ho
                                           size_t* room);
 
 /* Copies the fault that was told last; fault->size is set by the caller. 1; 0: there is none, or a
- * null pointer. It can be had until the next pvzan_feed that moves on, behind pvzan_answer, too. */
+ * null pointer. It can be had until the next pvzan_feed that moves on, behind pvzan_answer, too.
+ * Most of the time goes into the words and the relative: a size that ends before them saves it. */
 PVZAN_TEXT_API int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* fault);
 
 /* Copies the place of the last fault reported, and what is wrong, in words: "2:5: invalid UTF-8:

@@ -103,10 +103,13 @@ TEST(Convert, KnownConversions) {
 TEST(Convert, Utf8ReturnsAllOtherValues) {
     std::string values;
     for (std::uint32_t value = 0xD800; value <= 0xDFFF; ++value) {
-        values += test::ucs4({value});
+        values += test::code_text(value, 4);
     }
     for (std::uint32_t bits = 17; bits <= 31; ++bits) {
-        values += test::ucs4({(1U << bits) - 1, 1U << (bits - 1), 0x9E3779B9U >> (32 - bits)});
+        for (const std::uint32_t value :
+             {(1U << bits) - 1, 1U << (bits - 1), 0x9E3779B9U >> (32 - bits)}) {
+            values += test::code_text(value, 4);
+        }
     }
     const std::string text = test::convert("iso-10646-ucs-4", "utf-8", values);
     EXPECT_TRUE(test::convert("utf-8", "iso-10646-ucs-4", text) == values);
@@ -148,22 +151,14 @@ TEST(Convert, EveryPairWithEveryOption) {
     }
 }
 
-// The black square that was asked for, and the fallbacks.
-TEST(Substitutes, FallbacksAreKeptInTheOptions) {
-    const auto resolve = [](const char* to, std::uint16_t wide) {
-        conversion c{.from = "utf-8", .to = to};
-        c.target.useSubstitute = 1;
-        c.target.substChar1 = u'\u25A0';
-        c.target.substChar2 = wide;
-        const auto s = test::open_session(c);
-        return std::vector<std::uint32_t>{s->target.substChar1, s->target.substChar2,
-                                          s->subst1.setNo, s->subst2.setNo, s->subst2.bytes};
-    };
-    EXPECT_EQ(resolve("iso-646irv", u'\u25A0'),
-              (std::vector<std::uint32_t>{0x3F, 0x3F, PVZAN_SET_ISO_646_IRV, 0, 0}));
-    EXPECT_EQ(resolve("shift_jis", 0),
-              (std::vector<std::uint32_t>{0x3F, 0x3013, PVZAN_SET_JIS_X_0208_1990,
-                                          PVZAN_SET_JIS_X_0208_1990, 2}));
+TEST(Convert, SubstitutesThatAreTakenInsteadAreKeptInTheOptions) {
+    conversion c{.from = "utf-8", .to = "iso-646irv"};
+    c.target.useSubstitute = 1;
+    c.target.substChar1 = c.target.substChar2 = u'\u25A0';
+    const auto s = test::open_session(c);
+    EXPECT_TRUE(s->target.substChar1 == '?' && s->target.substChar2 == '?');
+    EXPECT_EQ(s->subst1.setNo, std::uint32_t{PVZAN_SET_ISO_646_IRV});
+    EXPECT_EQ(s->subst2.setNo | s->subst2.bytes, 0U);
 }
 
 // ---- Any cut, any room -------------------------------------------------------------------------

@@ -112,7 +112,7 @@ const std::vector<std::u32string> units = {U"1",      U"\xD842", U"\xDFB7",
 std::string unit_bytes(std::u32string_view text) {
     std::string bytes;
     for (const char32_t unit : text) {
-        bytes += test::utf16({static_cast<u32>(unit)});
+        bytes += test::code_text(static_cast<u32>(unit), 2);
     }
     return bytes;
 }

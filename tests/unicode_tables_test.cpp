@@ -19,18 +19,17 @@ using namespace std::string_literals;
 // Letters and a few other characters, and no tag characters.
 void in_directory(const std::function<void()>& body) {
     const test::temp_dir directory;
-    std::string table = "0020 0020\r\n3042 3042\r\n304B 304B\r\n20BB7 20BB7\r\n";
-    for (char letter = 'A'; letter <= 'z'; ++letter) {
-        const std::string code = test::to_hex(std::string(1, letter));
-        table += code + " " + code + "\r\n";
+    test::pairs few{{0x20, 0x20}, {0x3042, 0x3042}, {0x304B, 0x304B}, {0x20BB7, 0x20BB7}};
+    for (u32 letter = 'A'; letter <= 'z'; ++letter) {
+        few.emplace_back(letter, letter);
     }
-    directory.write_utf16("few.txt", table);
-    directory.write_utf16("bmp.txt", "3042 3042\r\n0041 0041\r\n");
-    const test::set_definition few{"few", 4, "few.txt"};
-    test::write_definition(directory, {"utf-8", "constUTF-8", "destUTF-8", {few}});
-    test::write_definition(directory, {"utf-16", "constUTF-16", "destUTF-16", {few}});
+    directory.write("few.txt", test::as_text(few));
+    directory.write("bmp.txt", test::as_text({{0x3042, 0x3042}, {0x41, 0x41}}));
+    const test::set_definition all{"few", 4, "few.txt"};
+    test::write_definition(directory, {"utf-8", "constUTF-8", "destUTF-8", {all}});
+    test::write_definition(directory, {"utf-16", "constUTF-16", "destUTF-16", {all}});
     test::write_definition(
-        directory, {"iso-10646-ucs-4", "constISO-10646-UCS-4", "destISO-10646-UCS-4", {few}});
+        directory, {"iso-10646-ucs-4", "constISO-10646-UCS-4", "destISO-10646-UCS-4", {all}});
     test::write_definition(directory, {"iso-10646-ucs-2",
                                        "constISO-10646-UCS-2",
                                        "destISO-10646-UCS-2",
@@ -131,6 +130,21 @@ TEST(UnicodeTables, LongAndNestedTags) {
         const auto s = converted(c, std::u32string(200000, 0xE0001) + U"A", out);
         EXPECT_EQ(s->status, PVZAN_DONE);
         EXPECT_EQ(test::written(*s), in_form(c.to, U"A"));
+    });
+}
+
+// Its codes count from the first private character on.
+TEST(UnicodeTables, AUserDefinedSet) {
+    in_directory([] {
+        const session_owner s = test::open("iso-10646-ucs-4", "utf-8");
+        for (basic_set* set : member_sets(s->srcGroup)) {
+            set->setType = PVZAN_SET_USER_DEFINED;
+            set->eudcStart = 'A';
+            set->eudcNumber = 2;
+        }
+        test::give_input(*s, test::code_text('B', 4));
+        cconvConvert(s.get());
+        EXPECT_EQ(s->ucsCode, 0xE001U);
     });
 }
 

@@ -67,14 +67,16 @@ struct fault {
     u32 ahead = 0; // those, and the bytes of the text that follow
     u8 bytes[16]{};
     u32 needed = 0;     // how many of them were looked at
-    u32 set = 0;        // designated before it
     bool waits = false; // for an answer
 };
 
 // What is known about the conversion of a Unicode value.
 struct known_scalar {
-    u32 letter; // that of no_character: nothing is known
+    u32 key; // the value plus one; 0: nothing is known
     character back;
+    // What is written for it, unless that depends on what was written before; size 0: it may.
+    u8 size;
+    u8 bytes[11];
 };
 
 // What is at the beginning of a text.
@@ -119,8 +121,8 @@ struct pvzan_converter {
     u32 substitute;       // 0: not chosen yet
     text::standing now;
     text::fault fault;
-    u8 bytes_known[256]; // what is known about bytes: see fault.cpp
-    text::known_scalar known[64];
+    u8 bytes_known[256];           // what is known of bytes: see fault.cpp
+    text::known_scalar known[128]; // by their lowest bits, which keeps ASCII together
 };
 
 namespace text {

@@ -287,8 +287,12 @@ void explain(pvzan_converter& c, const fault& f, pvzan_fault& told) {
                 static_cast<u32>(spell_again(&c.work, f.missing, told.back_bytes));
         }
     }
-    tell_relative(c, f, told);
-    say(c, told);
+    if (told.size > offsetof(pvzan_fault, relative)) { // it takes time to find out
+        tell_relative(c, f, told);
+    }
+    if (told.size > offsetof(pvzan_fault, why)) {
+        say(c, told);
+    }
 }
 
 } // namespace
@@ -307,8 +311,7 @@ int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* given) {
     auto& c = const_cast<pvzan_converter&>(*converter);
     const u32 in_set = c.work.srcShiftSet, out_set = c.work.dstShiftSet;
     pvzan_fault told = {};
-    told.size = sizeof told;
-    c.work.srcShiftSet = c.fault.set;
+    told.size = given->size;
     explain(c, c.fault, told);
     c.work.srcShiftSet = in_set;
     c.work.dstShiftSet = out_set;
@@ -318,7 +321,7 @@ int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* given) {
 
 size_t pvzan_explain(const pvzan_converter* converter, char* text, size_t room) {
     pvzan_fault f = {};
-    f.size = sizeof f;
+    f.size = offsetof(pvzan_fault, relative);
     if (pvzan_last_fault(converter, &f) == 0) {
         return 0;
     }

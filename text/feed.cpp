@@ -136,7 +136,6 @@ void note_fault(pvzan_converter& c, const view& text, u32 kind, u32 length, u32 
     f.seen = static_cast<u32>(std::min<std::size_t>(std::max(length, f.needed), sizeof f.bytes));
     f.ahead = std::max(f.seen, static_cast<u32>(std::min(text.size, sizeof f.bytes)));
     std::copy_n(text.bytes, f.ahead, f.bytes);
-    f.set = c.work.srcShiftSet;
 }
 
 constexpr bool is_break(u32 letter) {

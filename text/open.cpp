@@ -160,7 +160,7 @@ bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* 
     const bool takes_all = c.target != nullptr && c.target->form != unicode_form::none;
     c.looks_for_marks = is_unicode(c.from) && !is_unicode(c.to) && !takes_all;
     c.has_pairs = 0;
-    std::ranges::fill(c.known, known_scalar{no_character.letter, {0, 0}});
+    std::memset(static_cast<void*>(c.known), 0, sizeof c.known);
     std::memset(c.bytes_known, 0, sizeof c.bytes_known);
     c.substitute = c.how.substitute;
     begin_text(c);
@@ -179,6 +179,10 @@ void begin_text(pvzan_converter& c) {
     session& s = c.work;
     c.now = {};
     c.fault = {};
+    // iconv(3) has no marks where the name says the byte order.
+    const bool may_have_mark =
+        is_unicode(c.from) && ((c.how.flags & PVZAN_LEAVE_INPUT) == 0 || c.from.mark != 0);
+    c.now.now = may_have_mark ? stage::fresh : stage::inside;
     c.now.big_source = c.from.order != PVZAN_ORDER_LITTLE;
     c.now.mark_due = is_unicode(c.to) && (c.how.mark == PVZAN_MARK_ADD ||
                                           (c.how.mark == PVZAN_MARK_BY_NAME && c.to.mark != 0));

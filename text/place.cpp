@@ -10,18 +10,6 @@ namespace text {
 
 namespace {
 
-u64 count_breaks(const pvzan_converter& c, const u8* bytes, std::size_t units) {
-    if (c.lf == '\n' && c.cr == '\r') {
-        const fast::ascii_unit unit{c.from.unit, c.now.big_source};
-        return fast::count_breaks(bytes, units, unit);
-    }
-    u64 count = 0;
-    for (std::size_t i = 0; i < units; ++i) {
-        count += bytes[i] == c.lf || (bytes[i] == c.cr && bytes[i + 1] != c.lf) ? 1U : 0U;
-    }
-    return count;
-}
-
 u64 count_sequences(const pvzan_converter& c, const u8* p, std::size_t size) {
     u64 others = 0;
     if (c.from.kind == PVZAN_KIND_UTF_8) {
@@ -68,11 +56,22 @@ u64 count_codes(pvzan_converter& c, fast::path& path, const u8* p, std::size_t s
     return count;
 }
 
+// Returns true if each byte is a character, as in ASCII if all longer codes begin with other bytes.
+bool are_single(const pvzan_converter& c, const u8* p, std::size_t size) {
+    const bool has_leads = c.source != nullptr && c.source->leads[0] >= 0x80;
+    return !has_states(c) && c.from.unit == 1 &&
+           (c.longest == 1 ||
+            (has_leads && std::all_of(p, p + size, [](u8 byte) { return byte < 0x80; })));
+}
+
 // Counts the characters that are missing in the column.
 u64 count_lacking(pvzan_converter& c, const lag& behind, fast::path& path) {
     const auto size = static_cast<std::size_t>(behind.to - behind.line);
     if (is_unicode(c.from) || size == 0) {
         return count_sequences(c, behind.line, size);
+    }
+    if (are_single(c, behind.line, size)) {
+        return size;
     }
     session& s = c.work;
     const u32 in_set = s.srcShiftSet, out_set = s.dstShiftSet, code = s.srcCode;
@@ -96,7 +95,8 @@ void count_lines(pvzan_converter& c, const u8* bytes, std::size_t units) {
         return load_code({bytes + i * c.from.unit, c.from.unit}, c.now.big_source);
     };
     const u32 last = code_at(units - 1);
-    c.now.at.line += count_breaks(c, bytes, units - 1);
+    c.now.at.line += fast::chosen_kernels().count_breaks(
+        bytes, units - 1, {{c.from.unit, c.now.big_source}, c.lf, c.cr});
     c.now.at.line += last == c.lf || last == c.cr ? 1U : 0U;
     c.now.at.line -= code_at(0) == c.lf && c.now.at.behind_cr ? 1U : 0U;
     c.now.at.behind_cr = last == c.cr;

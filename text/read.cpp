@@ -338,9 +338,6 @@ mark_found find_mark(const pvzan_converter& c, const view& text, u32& length) {
         {PVZAN_KIND_UCS_2, 2, {0xFF, 0xFE}, false},
     };
     const bool any_order = c.from.mark == 1;
-    if ((c.how.flags & PVZAN_LEAVE_INPUT) != 0 && c.from.mark == 0) {
-        return mark_found::none; // as in iconv
-    }
     for (const byte_order_mark& mark : marks) {
         const std::size_t seen = std::min<std::size_t>(mark.length, text.size);
         if (mark.kind != c.from.kind || !std::equal(mark.bytes, mark.bytes + seen, text.bytes) ||

@@ -61,45 +61,57 @@ void keep(pvzan_converter& c, std::size_t bytes) {
     }
 }
 
-// Decodes with the target's rule what was written for the character, with a designation before it,
-// since not every set has a designation of its own.
-character written_as(pvzan_converter& c, const character& what) {
+// Returns true if what is written for a character depends on what was written before.
+bool has_sets_to_name(const pvzan_converter& c) {
+    return c.target != nullptr && c.target->designates;
+}
+
+// Finds what the target writes for the character, and decodes it again with the target's rule, with
+// a designation before it, since not every set has a designation of its own.
+known_scalar try_out(pvzan_converter& c, const character& what) {
+    const bool is_unicode_form =
+        is_unicode(c.to) || (c.target != nullptr && c.target->form != unicode_form::none);
     const output_sets before(c.work);
     c.work.dstShiftSet = 0;
     c.work.dstShiftPlane = 0;
+    known_scalar known{what.letter + 1, no_character, 0, {}};
     const std::span<const u8> bytes = encode(c, what);
-    const character back =
-        bytes.empty() ? no_character : read_back(&c.work, bytes, PVZAN_SET_ISO_646_IRV);
+    if (!bytes.empty()) {
+        known.back = is_unicode_form ? what : read_back(&c.work, bytes, PVZAN_SET_ISO_646_IRV);
+    }
+    if (!has_sets_to_name(c) && bytes.size() <= sizeof known.bytes) {
+        known.size = static_cast<u8>(bytes.size());
+        std::ranges::copy(bytes, known.bytes);
+    }
     before.put_back(c.work);
-    return back;
+    return known;
 }
 
-// Finds what the character would come back as. Only few Unicode values in a text are not stored by
-// the fast path, and most of these occur several times.
-character comes_back_as(pvzan_converter& c, const character& what) {
-    if (is_unicode(c.to) || (c.target != nullptr && c.target->form != unicode_form::none)) {
-        return what;
+// Only few Unicode values in a text are not stored by the fast path, and most of these occur
+// several times.
+const known_scalar& known_of(pvzan_converter& c, u32 letter) {
+    known_scalar& known = c.known[letter % std::size(c.known)];
+    if (known.key != letter + 1) {
+        known = try_out(c, {letter, 0});
     }
-    known_scalar& known = c.known[(what.letter * 0x9E3779B1U) >> 26];
-    if (what.mark != 0) {
-        return written_as(c, what);
-    }
-    if (known.letter != what.letter) {
-        known = {what.letter, written_as(c, what)};
-    }
-    return known.back;
+    return known;
 }
 
 } // namespace
 
 written write(pvzan_converter& c, const character& what, character& back) {
-    const bool designates = c.target != nullptr && c.target->designates;
-    if (designates && c.target->read != reading::scanned && switches_sets(what.letter)) {
+    if (has_sets_to_name(c) && c.target->read != reading::scanned && switches_sets(what.letter)) {
         return written::missing;
     }
-    back = comes_back_as(c, what);
+    const known_scalar& known = what.mark == 0 ? known_of(c, what.letter) : try_out(c, what);
+    back = known.back;
     if (back != what) {
         return back == no_character ? written::missing : written::other;
+    }
+    if (known.size > 0 && known.size <= most_pending - c.now.pending_size) {
+        std::copy_n(known.bytes, known.size, c.now.pending + c.now.pending_size);
+        c.now.pending_size += known.size;
+        return written::done;
     }
     const output_sets before(c.work);
     const std::span<const u8> bytes = encode(c, what);

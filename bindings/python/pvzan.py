@@ -430,15 +430,15 @@ def convert_arrow(offsets, data, source, target, offset_bytes=None):
         raise ValueError("offsets have 4 or 8 bytes")
     places = array.array("i" if size == 4 else "q", _bytes(offsets))
     data, rows = _bytes(data), len(places) - 1
-    if rows < 0 or min(places) < 0 or max(places) > len(data):
-        raise ValueError("the offsets lead out of the data")
+    if rows < 0:
+        raise ValueError("there is no offset")
     converter, library = _Converter(source, target), _library()
     ends, faults = array.array(places.typecode, bytes(size * (rows + 1))), array.array("B", bytes(rows))
     begins, behind, kinds = (buffer.buffer_info()[0] for buffer in (places, ends, faults))
     most, room, done = library.most(converter.address, len(data)) + _MOST_CLOSING * rows, 2 * len(data), -1
     while done < rows:
         if room > most:
-            raise ValueError("the offsets decrease, or are too small for the result")
+            raise ValueError("the offsets decrease, lead out of the data, or are too small for the result")
         room = 2 * room + 64
         result = ctypes.create_string_buffer(room)
         done = library.convert_rows(converter.address, data, len(data), begins, rows, result, room, behind, size, kinds)

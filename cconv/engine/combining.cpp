@@ -121,11 +121,15 @@ u32 code_of_pair(const basic_set* set, u32 letter, u32 mark) {
 }
 
 bool may_take_mark(u32 letter, const charset_group* target) {
-    if (std::ranges::find(rows(), letter, &combining_row::base) != rows().end()) {
+    // Texts are full of what lies outside: ASCII and ideographs.
+    constexpr u32 first_base = 0x00E6, last_base = 0x31F7;
+    if (letter >= first_base && letter <= last_base &&
+        std::ranges::find(rows(), letter, &combining_row::base) != rows().end()) {
         return true;
     }
     for (const basic_set* set : member_sets(target)) {
-        if (std::ranges::any_of(marks_in_tables,
+        if (set->encodeTable->maxKey > last_scalar &&
+            std::ranges::any_of(marks_in_tables,
                                 [=](u32 mark) { return code_of_pair(set, letter, mark) != 0; })) {
             return true;
         }

@@ -5,6 +5,7 @@
 #include "charset.hpp"
 
 #include <array>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -119,7 +120,7 @@ public:
         open(from);
     }
 
-    // done, unknown_charset or no_charset_directory.
+    // done, unknown_charset, no_charset_directory or unusable.
     status state() const { return opened_; }
     explicit operator bool() const { return opened_ == status::done; }
 
@@ -273,7 +274,7 @@ inline void converter::meet_fault() {
                                    status::incomplete,      status::unrepresentable,
                                    status::unrepresentable, status::incomplete};
     pvzan_fault what = {};
-    what.size = sizeof what;
+    what.size = offsetof(pvzan_fault, relative); // which takes time, and is told to nobody
     pvzan_last_fault(handle_.get(), &what);
     const std::size_t shown = what.length < sizeof what.bytes ? what.length : sizeof what.bytes;
     const fault told = {meanings[what.kind < std::size(meanings) ? what.kind : 0],

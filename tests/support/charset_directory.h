@@ -6,6 +6,7 @@
 #include "cconv/directory/directory.h"
 #include "cconv/tables/table.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/test.h"
 
 namespace test {
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "tests/support/oracle.h"
-#include "tests/support/text.h"
 
 namespace test {
 

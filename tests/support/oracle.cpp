@@ -22,19 +22,17 @@ std::string to_hex(std::string_view bytes) {
     return text;
 }
 
-std::string utf8(char32_t c) {
-    const auto byte = [](char32_t value) { return static_cast<char>(value); };
-    if (c < 0x80) {
-        return {byte(c)};
+std::string utf8(std::u32string_view text) {
+    constexpr char32_t leads[] = {0, 0xC0, 0xE0, 0xF0};
+    std::string bytes;
+    for (const char32_t c : text) {
+        int more = c < 0x80 ? 0 : c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+        bytes += static_cast<char>(leads[more] | c >> 6 * more);
+        while (more-- > 0) {
+            bytes += static_cast<char>(0x80 | (c >> 6 * more & 0x3F));
+        }
     }
-    if (c < 0x800) {
-        return {byte(0xC0 | c >> 6), byte(0x80 | (c & 0x3F))};
-    }
-    if (c < 0x10000) {
-        return {byte(0xE0 | c >> 12), byte(0x80 | (c >> 6 & 0x3F)), byte(0x80 | (c & 0x3F))};
-    }
-    return {byte(0xF0 | c >> 18), byte(0x80 | (c >> 12 & 0x3F)), byte(0x80 | (c >> 6 & 0x3F)),
-            byte(0x80 | (c & 0x3F))};
+    return bytes;
 }
 
 namespace {

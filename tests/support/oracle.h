@@ -1,4 +1,4 @@
-// Another converter's answer: iconv(3).
+// Another converter's answer, iconv(3), and text as bytes.
 #pragma once
 
 #include "tests/support/test.h"
@@ -11,7 +11,16 @@ namespace test {
 void use_shipped_charsets();
 
 std::string to_hex(std::string_view bytes);
-std::string utf8(char32_t scalar);
+
+// A code as its bytes, the most significant first.
+inline std::string code_text(std::uint32_t code, std::size_t length) {
+    std::string text;
+    while (length-- > 0) {
+        text += static_cast<char>(code >> 8 * length);
+    }
+    return text;
+}
+std::string utf8(std::u32string_view text);
 
 class oracle {
 public:

@@ -211,7 +211,7 @@ void feed_one(pvzan_guesser& g, candidate& c, std::span<const u8> bytes, i32 how
         }
         if (c.text_faults++ == 0) {
             pvzan_fault fault = {};
-            fault.size = sizeof fault;
+            fault.size = offsetof(pvzan_fault, why); // no words are needed
             pvzan_last_fault(c.reads, &fault);
             c.fault_at = original(g, fault.offset);
             c.fault_byte = fault.bytes[0];

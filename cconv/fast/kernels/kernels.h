@@ -37,6 +37,12 @@ struct ascii_unit {
     bool big_endian;
 };
 
+// A charset's codes for line breaks.
+struct line_breaks {
+    ascii_unit unit;
+    u8 lf, cr;
+};
+
 struct chunk_read {
     std::size_t codes, bytes;
 };
@@ -66,6 +72,9 @@ struct kernels {
     std::size_t (*copy_ascii)(const ascii_run& run);
     std::size_t (*widen_ascii)(const ascii_run& run, ascii_unit target);
     std::size_t (*narrow_ascii)(const ascii_run& run, ascii_unit source);
+
+    // Counts the units that are LF, or CR without an LF behind it; one behind them is read, too.
+    u64 (*count_breaks)(const u8* in, std::size_t units, const line_breaks& breaks);
 
     // Writes what the entries of at most block_codes codes say, up to the first that says something
     // else; may touch kernel_margin bytes behind that.
@@ -98,9 +107,6 @@ struct kernels {
     std::size_t (*seven_bit_pairs)(const u8* in, std::size_t chunks, u16 base,
                                    u16* codes) = nullptr;
 };
-
-// Counts the units that are LF, or CR without an LF behind it; one behind them is read, too.
-u64 count_breaks(const u8* in, std::size_t units, ascii_unit unit);
 
 // put_entries for any machine.
 block_written put_one_by_one(const entry_word* entries, const u16* codes, std::size_t count,

@@ -119,32 +119,7 @@ void store_packed(u32 packed, u8* out) {
     std::memcpy(out, &bytes, sizeof bytes);
 }
 
-// Counted in the unit's own width, so that the compiler finds vectors for it.
-template <typename Unit>
-[[gnu::optimize("tree-vectorize", "vect-cost-model=dynamic")]] u64
-count_breaks_in(const u8* in, std::size_t units, bool swap) {
-    const Unit lf = in_order(Unit{'\n'}, swap), cr = in_order(Unit{'\r'}, swap);
-    u64 breaks = 0;
-    for (std::size_t at = 0; at < units;) {
-        Unit some = 0;
-        for (const std::size_t end = std::min<std::size_t>(units, at + 0xFF); at < end; ++at) {
-            Unit here, behind;
-            std::memcpy(&here, in + at * sizeof here, sizeof here);
-            std::memcpy(&behind, in + (at + 1) * sizeof behind, sizeof behind);
-            some = static_cast<Unit>(some + ((here == lf) | ((here == cr) & (behind != lf))));
-        }
-        breaks += some;
-    }
-    return breaks;
-}
-
 } // namespace
-
-u64 count_breaks(const u8* in, std::size_t units, ascii_unit unit) {
-    return unit.bytes == 1   ? count_breaks_in<u8>(in, units, false)
-           : unit.bytes == 2 ? count_breaks_in<u16>(in, units, swapped(unit))
-                             : count_breaks_in<u32>(in, units, swapped(unit));
-}
 
 // There is no branch on each entry: all are written, and those in vain overwritten later.
 block_written put_one_by_one(const entry_word* entries, const u16* codes, std::size_t count,
@@ -179,6 +154,7 @@ const kernels portable_kernels = {
     .copy_ascii = copy_ascii,
     .widen_ascii = widen_ascii,
     .narrow_ascii = narrow_ascii,
+    .count_breaks = count_breaks,
     .put_entries = put_one_by_one,
 };
 
