@@ -39,7 +39,9 @@ def throughput(directory):
     for key, row in measured["avx512"].items():
         now = rate(row["pvzan"])
         peers = {name: rate(row[name]) for name in ("iconv", "ICU", "encoding_rs", "Python")}
-        best = max((name for name in peers if peers[name]), key=peers.get)
+        best = max((name for name in peers if peers[name]), key=peers.get, default=None)
+        if now is None or best is None:
+            sys.exit(f"{': '.join(key)}: stopped by what it lacks")
         cells = [*key, f"{best} {peers[best]:.0f}", f"{now:.0f}", f"**{ratio(now, peers[best])}**",
                  ratio(now, rate(row["memcpy"])) if key[1] == "ascii" else "",
                  ratio(rate(row["exact fit"]), now), ratio(now, rate(row["before"]))]

@@ -81,7 +81,7 @@ def by_python(data, charset, encodes):
         before = [text[begin:end] for begin, end in itertools.pairwise([0, *(at for at, _, _ in seen)])]
     else:
         text = data.decode(f"pvzan:{charset}", "pvzan-test")
-        pair = PAIR if len("か゚".encode(f"pvzan:{charset}", "ignore")) == len("か".encode(f"pvzan:{charset}", "ignore")) else "^$"
+        pair = "^$" if "\u309a".encode(f"pvzan:{charset}", "ignore") else PAIR  # a code of its own
         before = [MARK * (i > 0) + re.sub(pair, "", piece) for i, piece in enumerate(text.split(MARK))]
         result = "".join(map("".join, zip([""] + [f"<{hex}>" * (hex != "") for _, hex, _ in seen], text.split(MARK)))).encode()
     faults, line, column = [], 1, 1

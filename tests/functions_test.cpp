@@ -94,18 +94,6 @@ TEST(Functions, DocumentsAsTheyAreRead) {
     }
 }
 
-// By the folded name alone, in the charset directory; what is no file is in robust_files_test.cpp.
-TEST(Functions, NamesOfDocuments) {
-    const test::charset_directory dir;
-    dir.write_utf16("jisx0208.xml", "<a/>");
-    for (const char* name : {"jisx0208.xml", "JISX0208.XML", "sub/JisX0208.xml",
-                             "/etc/jisx0208.xml", "jisx0208", ""}) {
-        owned_document d;
-        const bool is_there = std::string_view(name).ends_with("0208.xml") || *name == 'J';
-        EXPECT_EQ(xmlReadFile(name, encoding_utf16, 0, &d) != 0, is_there) << name;
-    }
-}
-
 const std::vector<std::u32string> units = {U"1",      U"\xD842", U"\xDFB7",
                                            U"\xD7FF", U"\xE000", U"\xD800"};
 

@@ -1,5 +1,6 @@
 // iconv(3) over the library, call by call beside the C library's own.
 #include "tests/support/child.h"
+#include "tests/support/rows.h"
 
 #include <gtest/gtest.h>
 
@@ -59,8 +60,7 @@ answer call(const library& with, iconv_t cd, std::string in, std::size_t room, b
             out.substr(0, room - space)};
 }
 
-// Calls, each [ROOM:]BYTES with the bytes in hex, [ROOM:]end without input, or "reset" without
-// output, too; and what came of each.
+// Calls as iconv.tsv has them, and what came of each.
 std::string run(const library& with, const char* from, const char* to, const char* calls) {
     const iconv_t cd = with.open(to, from);
     if (cd == reinterpret_cast<iconv_t>(-1)) {
@@ -86,65 +86,16 @@ std::string run(const library& with, const char* from, const char* to, const cha
     return told;
 }
 
-struct row {
-    const char *from, *to, *calls;
-    const char *deliberate = "", *why = ""; // where we answer something else than the C library
-};
-
-const row rows[] = {
-    {"CP932", "UTF-8", "41FF42 41823142 41854042 4182 A0 3:4182A042 0: 0:FF 0:82 0:82A0"},
-    {"UTF-8", "UTF-16LE", "41C080 41EDA080 41F4908080 41F888808080 41E38141 41E381 EFBBBF41"},
-    {"UTF-16LE", "UTF-8", "410042 41003DD8 41003DD84200 410000DC4200 FFFE4100"},
-    {"CP932", "UTF-8//IGNORE", "41FF42 41823142 41854042 4182"},
-    {"UTF-8", "CP932//IGNORE", "2:41C3A9424344 4344"},
-    {"UTF-8//IGNORE", "CP932", "41C3A942"},
-    {"UTF-8", "CP932//TRANSLIT", "41C3A9F0A0AEB742 41FF 0:C3A9 end"},
-    {"UTF-8", "ASCII//TRANSLIT//IGNORE", "41FFF0A0AEB742"},
-    {"UTF-8", "ascii//ignore/translit", "41FFF0A0AEB742"},
-    {"UTF-8", "ASCII//x//Translit,ignore", "41FFF0A0AEB742"},
-    {"UTF-8", "ISO-2022-JP", "E38182 end end E38182 2:end 3:end E38182 reset 41 5:E38182 FF end"},
-    {"ISO-2022-JP", "UTF-8", "0:1B2442 reset 2422 1B24422422 end 2422 1B2442 1B 24"},
-    {"UTF-8", "UTF-16", "end 3:41 4:41 42 end 43 reset 44"},
-    {"UTF-16", "UTF-8", "FE FEFF0041 0041 FFFE4100"},
-    {"UTF-16", "UTF-16", "41 0: 0:4100 2:4100 4100"},
-    {"UCS-2", "UTF-8", "FFFE4100 FEFF0041 0:4100 41 00D84100"},
-    {"UTF-32", "UTF-8", "41000000 reset FFFE0000 reset 0000FEFF00000041"},
-    {"UNICODE", "UTF-8", "4100 reset FEFF0041"},
-    {"UCS-4", "UTF-8", "0000004100 0000D800"},
-    {"UTF-8", "SHIFT_JISX0213",
-     "E3818B 0:end end end E3818B E3829A E3818B 41 E3818B EAB080 1:E3829A"},
-    {"UTF-8", "ISO-8859-1", "E3818B 41 41E3 end 41"},
-    {"UTF-8", "CP932", "E3818B E3829A"},
-    {"UTF-16", "UTF-16", "FFFE end 4100"},
-    {"UTF-16", "UTF-16", "FFFE 4100 end"},
-    {"UTF-16", "UTF-8", "FFFE end"},
-    // Deliberate differences.
-    {"UTF-8", "CP932//IGNORE", "41C3A942", "1/4/AB ", "what is left out is counted"},
-    {"UTF-8", "CP932//NON_IDENTICAL_DISCARD", "41C3A942 41FF", "1/4/AB EILSEQ/1/A ",
-     "POSIX has it"},
-    {"UTF-8", "CP932//IGNORE", "41FF42", "0/3/AB ", "as with longer texts"},
-    {"UTF-8", "ASCII//TRANSLIT", "E282ACC39F41", "2/6/??A ", "look-alikes are one character"},
-    {"UTF-8", "EUC-JP//TRANSLIT", "E3809CC2AC", "2/5/\xA1\xC1\xA2\xCC ",
-     "what comes back as another is counted"},
-    {"UTF-8", "ISO-2022-JP", "3:E38182 4:E38182 5:E38182", "E2BIG/0/ E2BIG/0/ 0/3/\x1B$B$\" ",
-     "a character is written whole"},
-    {"SHIFT_JISX0213", "UTF-8", "3:82F5 82F5", "E2BIG/0/ 0/2/か゚ ", "the same"},
-    {"UTF-16", "UTF-8", "FEFF0041 end FFFE4100", "0/4/A 0/0/ 0/4/A ", "as the first text"},
-    {"UTF-16", "UTF-8", "FEFF0041 reset 41 4100", "0/4/A 0 EINVAL/0/ 0/2/A ", "as the first text"},
-    {"SHIFT_JIS", "UTF-8", "5C7E", "0/2/\\~ ", "as our charset has it"},
-    {"UTF-8", "CP932", "C2A5 E3809C", "EILSEQ/0/ EILSEQ/0/ ", "they would come back as others"},
-};
-
 // Whom to ask is settled once in a process.
 TEST_F(Iconv, AnswersAsTheCLibrary) {
     test::in_child([this] {
         setenv("PVZAN_ICONV", "all", 1);
-        for (const row& r : rows) {
-            const std::string wanted = run(c, r.from, r.to, r.calls);
-            EXPECT_NE(wanted, r.deliberate) << r.to << ": no longer a difference";
-            EXPECT_EQ(run(ours, r.from, r.to, r.calls),
-                      *r.deliberate != '\0' ? r.deliberate : wanted)
-                << r.from << " to " << r.to << ": " << r.calls << ' ' << r.why;
+        for (const test::row_cells& row : test::rows_of("iconv.tsv", 5)) {
+            const char *from = row[0].c_str(), *to = row[1].c_str(), *calls = row[2].c_str();
+            const std::string wanted = run(c, from, to, calls), &deliberate = row[3];
+            EXPECT_NE(wanted, deliberate) << to << ": no longer a difference";
+            EXPECT_EQ(run(ours, from, to, calls), deliberate.empty() ? wanted : deliberate)
+                << from << " to " << to << ": " << calls << ' ' << row[4];
         }
         EXPECT_EQ(run(ours, "none", "UTF-8", ""), run(c, "none", "UTF-8", ""));
         EXPECT_EQ(call(ours, reinterpret_cast<iconv_t>(-1), "a", 1).said, "EBADF");
@@ -156,8 +107,9 @@ TEST_F(Iconv, AnswersAsTheCLibrary) {
 // that it takes, too.
 TEST_F(Iconv, AsksTheCLibraryFirst) {
     test::in_child([this] {
-        for (const row& r : rows) {
-            EXPECT_EQ(run(ours, r.from, r.to, r.calls), run(c, r.from, r.to, r.calls)) << r.to;
+        for (const test::row_cells& row : test::rows_of("iconv.tsv", 5)) {
+            const char *from = row[0].c_str(), *to = row[1].c_str(), *calls = row[2].c_str();
+            EXPECT_EQ(run(ours, from, to, calls), run(c, from, to, calls)) << to;
         }
         EXPECT_EQ(run(ours, "EUC-JIS-2004", "UTF-8", "A4F7 A4"), "0/2/か゚ EINVAL/0/ ");
         std::istringstream names(

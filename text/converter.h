@@ -116,6 +116,7 @@ struct pvzan_converter {
     u32 longest;     // longest code of the source, if sets decide
     u8 lf, cr;       // the source's codes for line breaks, one unit each
     bool ascii_feed; // both sides have ASCII's line feed
+    bool takes_all;  // the target has all of Unicode
     bool looks_for_marks; // the source is Unicode, the target contains less
     u8 has_pairs;         // whether the target has codes of a letter and a mark; 0: unknown
     u32 substitute;       // 0: not chosen yet
@@ -169,6 +170,8 @@ pvzan_outcome write_text(pvzan_converter& c, bool raw, const u8*& text, std::siz
 // Writes what replaces the fault; false if how does not say what.
 bool write_answer(pvzan_converter& c, const fault& f, u32 how);
 u32 look_alike_of(u32 letter);
+// In full width, what a half-width katakana and the sound mark behind it are; 0: no such two.
+u32 full_width_of(const character& both);
 u32 substitute_of(pvzan_converter& c);
 
 // ---- place.cpp

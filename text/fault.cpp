@@ -275,7 +275,7 @@ void explain(pvzan_converter& c, const fault& f, pvzan_fault& told) {
         // a backslash is not similar to a yen sign.
         const bool means_other = f.kind == PVZAN_FAULT_OTHER_BACK && f.back != f.missing &&
                                  f.back.letter >= 0x80 && f.back.mark == 0;
-        const u32 like = f.missing.mark != 0 ? 0
+        const u32 like = f.missing.mark != 0 ? full_width_of(f.missing)
                          : means_other       ? f.back.letter
                                              : look_alike_of(f.missing.letter);
         told.look_alike = like != 0 && can_write(c, {like, 0}) ? like : 0;

@@ -144,7 +144,8 @@ constexpr bool is_break(u32 letter) {
 
 // Advances over a character, a fault or a designation, whose bytes may be counted now or later.
 void advance(pvzan_converter& c, const reading_result& read, bool counted_later) {
-    const u32 marks = read.marks + (is_unicode(c.from) && read.c.mark != 0 ? 1 : 0);
+    const bool two = read.c.mark != 0 && (is_unicode(c.from) || full_width_of(read.c) != 0);
+    const u32 marks = read.marks + (two ? 1 : 0);
     c.now.at.offset += read.bytes;
     if (read.kind == reading_result::silent) {
         c.now.at.behind_cr = c.now.at.behind_cr && counted_later;

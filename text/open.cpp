@@ -156,9 +156,9 @@ bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* 
              c.work.srcRule == nullptr ? c.from.shown : c.to.shown);
         return false;
     }
+    c.takes_all = is_unicode(c.to) || (c.target != nullptr && c.target->form != unicode_form::none);
     measure_codes(c);
-    const bool takes_all = c.target != nullptr && c.target->form != unicode_form::none;
-    c.looks_for_marks = is_unicode(c.from) && !is_unicode(c.to) && !takes_all;
+    c.looks_for_marks = is_unicode(c.from) && !c.takes_all;
     c.has_pairs = 0;
     std::memset(static_cast<void*>(c.known), 0, sizeof c.known);
     std::memset(c.bytes_known, 0, sizeof c.bytes_known);

@@ -312,7 +312,9 @@ u32 length_by_lead(const pvzan_converter& c, u32 lead) {
     return is_in(lead, leads[0], leads[1]) || is_in(lead, leads[2], leads[3]) ? 2 : 1;
 }
 
-reading_result read(pvzan_converter& c, const view& text) {
+namespace {
+
+reading_result read_one(pvzan_converter& c, const view& text) {
     if (is_unicode(c.from)) {
         return read_unicode(c, text);
     }
@@ -320,6 +322,39 @@ reading_result read(pvzan_converter& c, const view& text) {
         return read_code(c, text);
     }
     return c.source->read == reading::scanned ? read_scanned(c, text) : read_designated(c, text);
+}
+
+// A half-width katakana and its sound mark, in a text for a charset without these, are what is one
+// character in full width.
+reading_result with_sound_mark(pvzan_converter& c, const view& text, const reading_result& letter,
+                               u32 set_before) {
+    const u32 set_behind = c.work.srcShiftSet;
+    const view rest = text.behind(letter.bytes);
+    const bool may_wait = !text.last && !text.flush;
+    reading_result next{.kind = may_wait ? kind::waiting : kind::faulty, .bytes = 0};
+    if (rest.size > 0) {
+        next = read_one(c, rest);
+    }
+    const character both{letter.c.letter, next.c.letter};
+    if (next.kind == kind::whole && full_width_of(both) != 0) {
+        next.c = both;
+        next.bytes += letter.bytes;
+        return next;
+    }
+    c.work.srcShiftSet = next.kind == kind::waiting ? set_before : set_behind;
+    return next.kind == kind::waiting ? reading_result{.kind = kind::waiting, .bytes = 0} : letter;
+}
+
+} // namespace
+
+reading_result read(pvzan_converter& c, const view& text) {
+    constexpr u32 first_half_width = 0xFF66, last_half_width = 0xFF9D;
+    const u32 set = c.work.srcShiftSet;
+    const reading_result found = read_one(c, text);
+    const bool stays = found.kind != kind::whole || found.c.mark != 0 ||
+                       !is_in(found.c.letter, first_half_width, last_half_width) || c.takes_all ||
+                       can_write(c, found.c);
+    return stays ? found : with_sound_mark(c, text, found, set);
 }
 
 mark_found find_mark(const pvzan_converter& c, const view& text, u32& length) {

@@ -69,15 +69,13 @@ bool has_sets_to_name(const pvzan_converter& c) {
 // Finds what the target writes for the character, and decodes it again with the target's rule, with
 // a designation before it, since not every set has a designation of its own.
 known_scalar try_out(pvzan_converter& c, const character& what) {
-    const bool is_unicode_form =
-        is_unicode(c.to) || (c.target != nullptr && c.target->form != unicode_form::none);
     const output_sets before(c.work);
     c.work.dstShiftSet = 0;
     c.work.dstShiftPlane = 0;
     known_scalar known{what.letter + 1, no_character, 0, {}};
     const std::span<const u8> bytes = encode(c, what);
     if (!bytes.empty()) {
-        known.back = is_unicode_form ? what : read_back(&c.work, bytes, PVZAN_SET_ISO_646_IRV);
+        known.back = c.takes_all ? what : read_back(&c.work, bytes, PVZAN_SET_ISO_646_IRV);
     }
     if (!has_sets_to_name(c) && bytes.size() <= sizeof known.bytes) {
         known.size = static_cast<u8>(bytes.size());
@@ -138,6 +136,18 @@ u32 look_alike_of(u32 letter) {
     return found != std::end(look_alikes) ? found->stand_in : 0;
 }
 
+u32 full_width_of(const character& both) {
+    constexpr u32 voiced_mark = 0xFF9E, semi_voiced_mark = 0xFF9F;
+    constexpr std::u32string_view
+        voiced = U"ｳｶｷｸｹｺｻｼｽｾｿﾀﾁﾂﾃﾄﾊﾋﾌﾍﾎヴガギグゲゴザジズゼゾダヂヅデドバビブベボ",
+        semi_voiced = U"ﾊﾋﾌﾍﾎパピプペポ";
+    const std::u32string_view all = both.mark == voiced_mark        ? voiced
+                                    : both.mark == semi_voiced_mark ? semi_voiced
+                                                                    : U"";
+    const std::size_t at = all.find(static_cast<char32_t>(both.letter)), half = all.size() / 2;
+    return at < half ? all[at + half] : 0;
+}
+
 written write_as_asked(pvzan_converter& c, const character& what, character& back) {
     const bool follows_break = std::exchange(c.now.behind_break, false);
     if (c.how.breaks != PVZAN_BREAKS_AS_FOUND && (what.letter == '\r' || what.letter == '\n')) {
@@ -151,11 +161,12 @@ written write_as_asked(pvzan_converter& c, const character& what, character& bac
         return c.how.breaks != PVZAN_BREAKS_CR ? write(c, {'\n', 0}, back) : written::done;
     }
     const written result = write(c, what, back);
-    if (result == written::done || (c.how.flags & PVZAN_LOOK_ALIKES) == 0 || what.mark != 0) {
+    const u32 like = what.mark != 0 ? full_width_of(what) : look_alike_of(what.letter);
+    if (result == written::done || (c.how.flags & PVZAN_LOOK_ALIKES) == 0 ||
+        (what.mark != 0 && like == 0)) {
         return result;
     }
     // For a program, a backslash is never similar to a yen sign.
-    const u32 like = look_alike_of(what.letter);
     character other{0, 0};
     if (result == written::other && back.letter >= 0x80 && back.mark == 0) {
         keep(c, encode(c, what).size());

@@ -62,7 +62,7 @@ class Codecs(unittest.TestCase):
         self.assertEqual("あ\x1b\x0e\x0f\udcff".encode("pvzan:iso-2022-jp", "replace"), b'\x1b$B$"\x1b(B????')
         self.assertEqual("あ\udcff".encode("pvzan:iso-2022-jp", "surrogateescape"), b'\x1b$B$"\x1b(B\xff')
         self.assertEqual("A\x7f".encode("pvzan:euc-jp", "replace"), b"A?")
-        self.assertEqual("〜¥ｱ".encode("pvzan:iso-2022-jp", "pvzan:similar"), "～￥ア".encode("pvzan:iso-2022-jp"))
+        self.assertEqual("〜¥ｶﾞ".encode("pvzan:iso-2022-jp", "pvzan:similar"), "～￥ガ".encode("pvzan:iso-2022-jp"))
         self.assertRaises(UnicodeEncodeError, "☃".encode, "pvzan:cp932", "pvzan:similar")
         for wrong, error in ((("", 3), IndexError), (("", -3), IndexError), (("☃", 1), UnicodeEncodeError)):
             codecs.register_error("pvzan-test", lambda e, wrong=wrong: wrong)

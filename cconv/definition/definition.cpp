@@ -8,50 +8,16 @@
 #include "cconv/definition/document_search.h"
 #include "cconv/definition/iso2022_read.h"
 #include "cconv/definition/known_sets.h"
+#include "cconv/definition/set_read.h"
 #include "cconv/registry/further.h"
 #include "cconv/registry/linear.h"
 #include "cconv/registry/names.h"
 
 namespace {
 
-// ---- Owners ------------------------------------------------------------------------------------
-
-struct release {
-    void operator()(charset_group* group) const { termGroup(group); }
-    void operator()(basic_set* set) const { termBasic(set); }
-    void operator()(table_object* table) const { termTable(table); }
-    void operator()(object_array* tables) const { termTableArray(tables); }
-};
-using owned_group = std::unique_ptr<charset_group, release>;
-using owned_set = std::unique_ptr<basic_set, release>;
-using owned_table = std::unique_ptr<table_object, release>;
-using owned_tables = std::unique_ptr<object_array, release>;
-
-constexpr element_keys range_keys{"<range>", "<range ", "</range>"};
 constexpr element_keys extra_table_keys{"<dstable>", "<dstable ", "</dstable>"};
 constexpr element_keys base_set_keys{"<baseset>", "<baseset ", "</baseset>"};
 constexpr element_keys difference_set_keys{"<diffset>", "<diffset ", "</diffset>"};
-
-i64 characters_in(const document& in) {
-    return in.textBytes / i64{sizeof(u32)};
-}
-
-// Each reference searches the whole main document for its entity, and each set reads a file. Their
-// number is limited, far beyond what any charset needs, so that the time stays linear in the size
-// of the definition.
-class work_budget {
-public:
-    explicit work_budget(const document& main)
-        : lookup_(characters_in(main)), left_((i64{1} << 28) + 64 * lookup_) {}
-    bool look_up() { return spend(lookup_); }
-    bool spend(i64 characters) {
-        left_ -= characters;
-        return left_ >= 0;
-    }
-
-private:
-    i64 lookup_, left_;
-};
 
 // The file of the entity in an extent; or null.
 owned_memory<char> entity_file(document& main, i32 start, i32 end) {
@@ -59,98 +25,11 @@ owned_memory<char> entity_file(document& main, i32 start, i32 end) {
     return owned_memory<char>(link != nullptr ? xmlFindEntry(&main, link.get()) : nullptr);
 }
 
-// Skips all "range" elements from there on; their contents are not used.
-i32 skip_ranges(document& in, i32 from) {
-    element_finder ranges(in, range_keys);
-    while (const auto range = ranges.find(from)) {
-        from = range->end;
-    }
-    return from;
-}
-
 // Where a definition is stored: in the root, or among the further ones.
 struct shelf {
     known_sets& known;
     bool is_further;
 };
-
-// ---- Base and difference sets ------------------------------------------------------------------
-
-struct set_grammar {
-    const char* set; // elements of the set file
-    const char* code;
-    u16 setType;
-};
-constexpr set_grammar base_grammar{"subseta", "code", PVZAN_SET_BASE};
-constexpr set_grammar difference_grammar{"subsetb", "codeb", PVZAN_SET_DIFFERENCE};
-
-// The contents of a set file.
-struct read_set {
-    owned_set set;
-    owned_memory<char> table; // the entity of its table
-    i32 characters = 0;       // of the file
-};
-
-// Reads what follows the code element: the defined ranges and the name of the table.
-bool read_set_contents(document& main, document& in, const set_grammar& grammar,
-                       const element& code, read_set& out) {
-    const bool is_base = grammar.setType == PVZAN_SET_BASE;
-    basic_set& set = *out.set;
-    i32 behind = is_base ? skip_ranges(in, code.start) : code.end;
-    if (const auto defined = find_element(in, "defined", is_base ? behind : code.start)) {
-        if (loadHex(in.text, defined->start, defined->end, set.defined) == 0) {
-            return false;
-        }
-        behind = defined->end;
-    }
-    const auto table = find_element(in, "srtable", behind);
-    if (!table) {
-        return true;
-    }
-    out.table.reset(xmlGetLink(&in, table->start, table->end));
-    return xmlGetTable(&main, &in, table->start, table->end, set.decodeTable, set.encodeTable) != 0;
-}
-
-// Prepares both tables for counted codes, if the set has them.
-bool count_codes(document& in, const element& code, basic_set& set) {
-    code_bytes codes{};
-    switch (counted_codes(in, code.start, code.end, codes)) {
-    case counting::none: return true;
-    case counting::faulty: return false;
-    case counting::sound: break;
-    }
-    return make_linear(set.decodeTable, codes) && make_linear(set.encodeTable, codes);
-}
-
-bool read_set_file(document& main, work_budget& budget, const char* file,
-                   const set_grammar& grammar, read_set& out) {
-    owned_document in;
-    if (xmlReadFile(file, main.encoding, main.bigEndian, &in) == 0 ||
-        !budget.spend(characters_in(in))) {
-        return false;
-    }
-    out.characters = static_cast<i32>(characters_in(in));
-    const auto body = find_element(in, grammar.set, 0);
-    const auto name = body ? find_element(in, "name", body->start) : std::nullopt;
-    const auto lang = name ? find_element(in, "lang", name->end) : std::nullopt;
-    const auto code = lang ? find_element(in, grammar.code, lang->end) : std::nullopt;
-    if (!code) {
-        return false;
-    }
-    char text[text_bytes];
-    u16 byteNum = 0;
-    xmlGetBytenum(&in, code->start, code->end, &byteNum);
-    xmlGetName(&in, name->start, name->end, text);
-    out.set.reset(initBasic(text, grammar.setType, byteNum));
-    if (out.set == nullptr || !count_codes(in, *code, *out.set)) {
-        return false;
-    }
-    xmlGetLang(&in, lang->start, lang->end, out.set->lang);
-    if (grammar.setType == PVZAN_SET_DIFFERENCE) {
-        xmlGetBasedon(&in, code->start, code->end, out.set->basedOn);
-    }
-    return read_set_contents(main, in, grammar, *code, out);
-}
 
 // ---- Extra encode tables -----------------------------------------------------------------------
 
@@ -444,22 +323,6 @@ owned_group read_group(definition& in, const shelf& place) {
 
 } // namespace
 
-counting counted_codes(document& in, i32 start, i32 end, code_bytes& codes) {
-    const auto key = find_key(in, "linear=", start);
-    if (!key || *key > end) {
-        return counting::none;
-    }
-    const auto open = find_quote(in, *key, end);
-    const auto close = open ? find_quote(in, *open, end) : std::nullopt;
-    char text[text_bytes] = "";
-    u16 bytes = 0;
-    if (close) {
-        xmlGetName(&in, *open, *close - i32{sizeof(u32)}, text);
-    }
-    xmlGetBytenum(&in, start, end, &bytes);
-    return codes.read(text, bytes) ? counting::sound : counting::faulty;
-}
-
 bool goes_by_iso2022(const char* rule) {
     return std::strcmp(rule, "destISO-2022") == 0 || std::strcmp(rule, "constISO-2022") == 0;
 }
@@ -504,32 +367,6 @@ u32 readDAT(document* document, i32 start, i32 end, struct document* subDocument
     return file != nullptr
                ? xmlReadFile(file.get(), document->encoding, document->bigEndian, subDocument)
                : 0;
-}
-
-u32 loadHex(const u32* text, i32 start, i32 end, limit_array* limits) {
-    const u32* extent = text + start / i32{sizeof(u32)};
-    const i32 count = (end - start) / i32{sizeof(u32)};
-    u32 largest_end = 0;
-    i32 index = 0;
-    u32 low = 0;
-    while (xmlGetHex(extent, index, count, &index, &low) != 0) {
-        u32 high = low;
-        if (extent[index] == '-') {
-            if (xmlGetHex(extent, index, count, &index, &high) == 0) {
-                break; // a range without an end is not stored
-            }
-            largest_end = std::max(largest_end, high); // single codes do not count, deliberately
-        }
-        limit* range = initLimit(low, high);
-        if (range != nullptr && addArray(limits->ranges, range) == 0) {
-            termLimit(range);
-            return 0;
-        }
-        ++index;
-    }
-    limits->minCode = 0;
-    limits->maxCode = largest_end;
-    return 1;
 }
 
 } // extern "C"

@@ -67,11 +67,16 @@ charset_group* group_of_number(u32 groupNo) {
 
 } // namespace
 
+// Most names are asked for as they are registered, and differ from others in their first letters.
 charset_group* registered_group(const char* name) {
-    const char first = fold_ascii(*name); // decides most comparisons
-    return groups.find(g_ProcessObject.groups, [=](const charset_group* group) {
-        return fold_ascii(group->name[0]) == first && same_name(group->name, name);
-    });
+    charset_group* const same =
+        groups.find(g_ProcessObject.groups, [=](const charset_group* group) {
+            return group->name[0] == *name && std::strcmp(group->name, name) == 0;
+        });
+    return same != nullptr ? same
+                           : groups.find(g_ProcessObject.groups, [=](const charset_group* group) {
+                                 return same_name(group->name, name);
+                             });
 }
 
 basic_set* registered_set(const char* name) {

@@ -1,12 +1,11 @@
 #!/usr/bin/env python3
 """Runs console transcripts: every line "$ command" is run by bash, and what it prints must be what stands below it.
 
-    console.py --tool PVZAN [--rewrite] TRANSCRIPT...
+    console.py PVZAN [--rewrite] TRANSCRIPT...
 
 Both outputs are joined; a status other than 0 follows as "[1]". --rewrite puts in what was printed. All commands of a
 transcript share a directory; $SOURCE is that of the project. Lines before the first command are comments, and so are those that begin with "# ".
 """
-import argparse
 import difflib
 import os
 import pathlib
@@ -40,21 +39,18 @@ def replay(transcript, environment):
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--tool", required=True)
-    parser.add_argument("--rewrite", action="store_true")
-    parser.add_argument("transcripts", nargs="+", type=pathlib.Path)
-    asked = parser.parse_args()
-    environment = {"PATH": f"{os.path.dirname(os.path.abspath(asked.tool))}:{os.environ['PATH']}",
+    tool, *names = sys.argv[1:]
+    rewrites = "--rewrite" in names
+    environment = {"PATH": f"{os.path.dirname(os.path.abspath(tool))}:{os.environ['PATH']}",
                    "SOURCE": str(pathlib.Path(__file__).resolve().parents[2]), "LC_ALL": "C.UTF-8", "TERM": "xterm"}
     for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"):
         if name in os.environ:
             environment[name] = os.environ[name]
     wrong = False
-    for path in asked.transcripts:
+    for path in map(pathlib.Path, names[rewrites:]):
         expected = path.read_text()
         actual = replay(expected, environment)
-        if asked.rewrite:
+        if rewrites:
             path.write_text(actual)
         elif actual != expected:
             wrong = True

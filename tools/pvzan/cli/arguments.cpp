@@ -164,6 +164,9 @@ std::string mistake_in(const command& c) {
             }
         }
     }
+    if (o.in_place && !o.recursive && c.operands.empty()) {
+        return "-i needs the names of the files to convert";
+    }
     const bool nowhere = o.recursive && !o.in_place && o.output.empty();
     return nowhere
                ? "-r needs -i to replace each file, or -o DIRECTORY to write converted copies there"

@@ -1,6 +1,7 @@
 #include "tools/pvzan/convert/convert_text.h"
 
 #include "tools/pvzan/convert/parallel_text.h"
+#include "tools/pvzan/convert/relative_hint.h"
 #include "tools/pvzan/convert/repair_text.h"
 #include "tools/pvzan/detect/line_charsets.h"
 #include "tools/pvzan/report/message.h"
@@ -36,6 +37,7 @@ public:
             pump_lines(text);
         } else if (conversion_.guess ? choose_source(text) : read_more()) {
             find_breaks(filled());
+            result_.facts.controls = control_hint(filled(), from_);
             if (conversion_.jobs > 1 && !ended_) {
                 run_parallel(text);
             }

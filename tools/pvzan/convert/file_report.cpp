@@ -1,5 +1,6 @@
 #include "tools/pvzan/convert/file_report.h"
 
+#include "tools/pvzan/convert/relative_hint.h"
 #include "tools/pvzan/report/json.h"
 #include "tools/pvzan/report/message.h"
 #include "tools/pvzan/report/shown_text.h"
@@ -34,29 +35,6 @@ std::string json_counts(const character_counts& counts) {
         object.add(code_point(scalar), count);
     }
     return object.text();
-}
-
-// What calls itself Shift_JIS is often code page 932, which has ① and others besides: the library
-// names such a relative.
-std::string relative_hint(const pvzan_fault& fault) {
-    const pvzan_name relative = charset_of(fault.relative);
-    const std::string option = fold_name(relative.shown);
-    const bool control = fault.scalars[0] >= 0x80 && fault.scalars[0] < 0xA0;
-    if (fault.kind == PVZAN_FAULT_MISSING && !control) {
-        return fmt::format("{} has this character; use -t {}", relative.shown, option);
-    }
-    std::vector<std::uint8_t> code(fault.bytes, fault.bytes + fault.blamed);
-    if (fault.follower >= 0 && fault.blamed < 2) {
-        code.push_back(static_cast<std::uint8_t>(fault.follower));
-    }
-    std::u32string character;
-    bool sound = true;
-    read_characters(code, relative, PVZAN_ORDER_BY_NAME, PVZAN_LAST, character,
-                    [&](const pvzan_fault&) { return sound = false; });
-    return sound && character.size() == 1
-               ? fmt::format("{} is {} in {}; use -f {}", hex_bytes(code),
-                             character_text(character[0]), relative.shown, option)
-               : fmt::format("{} allows it; use -f {}", relative.shown, option);
 }
 
 } // namespace
@@ -351,6 +329,9 @@ void file_report::tell_totals(const text_facts& facts, bool failed, std::string_
     const auto emit_about = [&](const std::string& text) {
         emit(fmt::format("{}: {}", shown_name(file_), text));
     };
+    if (!facts.controls.empty() && problems() == 0 && !failed && !style.quiet) {
+        emit_about(facts.controls);
+    }
     if (is_fatal() && problems() > shown_ && shown_ > 0) {
         emit_about(counted(problems() - shown_, "more problem") + " not shown");
     }

@@ -14,7 +14,8 @@ namespace tool {
 struct text_facts {
     std::uint64_t bytes_in = 0, bytes_out = 0;
     pvzan_counts counts{};
-    std::string breaks; // of the source: "LF", "CRLF", "CR", "mixed line breaks"; or empty
+    std::string breaks;   // of the source: "LF", "CRLF", "CR", "mixed line breaks"; or empty
+    std::string controls; // what control_hint says
 };
 
 using line_sink = std::function<void(std::string_view)>; // whole lines

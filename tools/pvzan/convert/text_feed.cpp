@@ -8,7 +8,7 @@ namespace tool {
 
 namespace {
 
-constexpr std::size_t output_bytes = 192 * 1024;
+constexpr std::size_t output_bytes = std::size_t{192} * 1024;
 constexpr std::uint64_t most_excerpts = 20;
 constexpr std::size_t most_kept = 4096; // a multiple of all units
 
@@ -27,11 +27,11 @@ pvzan_open_options open_options(const text_options& options, bool begins) {
 char32_t stand_in(const pvzan_fault& fault) {
     const bool character =
         fault.kind == PVZAN_FAULT_MISSING || fault.kind == PVZAN_FAULT_OTHER_BACK;
-    if (!character || fault.scalars_count != 1) {
+    if (!character) {
         return 0;
     }
-    const bool other =
-        fault.back_count == 1 && fault.back[0] >= 0x80 && fault.back_bytes_count == 0;
+    const bool other = fault.scalars_count == 1 && fault.back_count == 1 && fault.back[0] >= 0x80 &&
+                       fault.back_bytes_count == 0;
     return fault.look_alike != 0 ? fault.look_alike : other ? fault.back[0] : 0;
 }
 

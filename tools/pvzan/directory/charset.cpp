@@ -95,7 +95,7 @@ bool read_characters(bytes_view text, const pvzan_name& from, std::uint32_t orde
         std::size_t room = out.size();
         const pvzan_outcome said = pvzan_feed(reads.get(), &in, &left, &end, &room, how);
         for (const std::uint8_t* c = out.data(); c < end; c += unit) {
-            into += char32_t{c[1]} << 16 | char32_t{c[2]} << 8 | c[3];
+            into += static_cast<char32_t>(c[1] << 16 | c[2] << 8 | c[3]);
         }
         more = said == PVZAN_FEED_MORE_ROOM;
         if (said == PVZAN_FEED_FAULT) {

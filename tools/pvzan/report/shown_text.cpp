@@ -9,25 +9,21 @@ namespace tool {
 
 namespace {
 
-using scalar_range = std::pair<char32_t, char32_t>;
-
-bool is_in(std::span<const scalar_range> ranges, char32_t scalar) {
-    return std::ranges::any_of(ranges, [scalar](const scalar_range& range) {
-        return scalar >= range.first && scalar <= range.second;
-    });
+// Whether one of the ranges holds it; each is a first and a last character.
+bool is_in(std::span<const char32_t> ranges, char32_t scalar) {
+    for (std::size_t i = 0; i + 1 < ranges.size(); i += 2) {
+        if (scalar >= ranges[i] && scalar <= ranges[i + 1]) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // Whether it takes two columns.
 bool is_wide(char32_t scalar) {
-    constexpr std::array<scalar_range, 9> wide = {{{0x1100, 0x115F},
-                                                   {0x2E80, 0x303E},
-                                                   {0x3041, 0xA4CF},
-                                                   {0xAC00, 0xD7A3},
-                                                   {0xF900, 0xFAFF},
-                                                   {0xFE30, 0xFE6F},
-                                                   {0xFF01, 0xFF60},
-                                                   {0xFFE0, 0xFFE6},
-                                                   {0x1F300, 0x3FFFD}}};
+    constexpr std::array<char32_t, 18> wide = {0x1100, 0x115F, 0x2E80, 0x303E, 0x3041,  0xA4CF,
+                                               0xAC00, 0xD7A3, 0xF900, 0xFAFF, 0xFE30,  0xFE6F,
+                                               0xFF01, 0xFF60, 0xFFE0, 0xFFE6, 0x1F300, 0x3FFFD};
     return is_in(wide, scalar);
 }
 
@@ -67,18 +63,10 @@ std::string_view look_alike_name(char32_t scalar) {
 
 // Controls, marks that join what is before them, what turns the direction of writing, private use.
 bool is_visible(char32_t scalar) {
-    constexpr std::array<scalar_range, 12> hidden = {{{0x00, 0x1F},
-                                                      {0x7F, 0xA0},
-                                                      {0x0300, 0x036F},
-                                                      {0x200B, 0x200F},
-                                                      {0x2028, 0x202E},
-                                                      {0x2060, 0x206F},
-                                                      {0x3099, 0x309A},
-                                                      {0xD800, 0xF8FF},
-                                                      {0xFE00, 0xFE0F},
-                                                      {0xFEFF, 0xFEFF},
-                                                      {0xFFF0, 0xFFFC},
-                                                      {0xE0000, 0x10FFFF}}};
+    constexpr std::array<char32_t, 24> hidden = {0x00,   0x1F,   0x7F,   0xA0,   0x0300,  0x036F,
+                                                 0x200B, 0x200F, 0x2028, 0x202E, 0x2060,  0x206F,
+                                                 0x3099, 0x309A, 0xD800, 0xF8FF, 0xFE00,  0xFE0F,
+                                                 0xFEFF, 0xFEFF, 0xFFF0, 0xFFFC, 0xE0000, 0x10FFFF};
     return !is_in(hidden, scalar);
 }
 
@@ -132,8 +120,8 @@ std::string character_text(char32_t scalar) {
 }
 
 bool drives_terminal(char32_t scalar) {
-    constexpr std::array<scalar_range, 5> ranges = {
-        {{0x00, 0x1F}, {0x7F, 0x9F}, {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}}};
+    constexpr std::array<char32_t, 10> ranges = {0x00,   0x1F,   0x7F,   0x9F,   0x200E,
+                                                 0x200F, 0x2028, 0x202E, 0x2066, 0x2069};
     return is_in(ranges, scalar);
 }
 
