@@ -100,8 +100,8 @@ public:
     }
 
     // The size of what comes out; 0: the way is not exact. bytes has room for the line, to for
-    // three times as much. A katakana middle dot is what Windows puts in the place of bytes that are
-    // no code, so that nobody knows them.
+    // three times as much. A katakana middle dot is what Windows puts in the place of bytes that
+    // are no code, so that nobody knows them.
     std::size_t go(std::span<const u8> line, u8* bytes, u8* to) {
         constexpr u8 middle_dot[] = {0xE3, 0x83, 0xBB};
         if (!single_ && !std::ranges::search(line, middle_dot).empty()) {

@@ -107,6 +107,22 @@ static bool is_designation(const u8* p, const u8* end) {
             (p[1] == '(' && p[2] == 'I'));
 }
 
+// Reads the words that were gathered, before rest at that place; and rest, where words are no
+// longer told apart.
+static void read_words(pvzan_guesser& g, std::span<const u8> rest, u64 place) {
+    const u64 begin = g.offset;
+    read_on(g, false, false);
+    if (g.inside) { // what follows belongs to the word
+        g.origins[g.origin_count++] = {0, place};
+    }
+    if (g.now == progress::whole) {
+        g.origin_count = 0;
+        g.offset = place;
+        feed_all(g, rest, PVZAN_PART);
+        g.offset = begin;
+    }
+}
+
 void take_words(pvzan_guesser& g, std::span<const u8> bytes) {
     const u8 *p = bytes.data(), *const end = p + bytes.size();
     const auto place = [&](const u8* at) { return g.offset + static_cast<u64>(at - bytes.data()); };
@@ -156,18 +172,7 @@ void take_words(pvzan_guesser& g, std::span<const u8> bytes) {
         }
         constexpr std::size_t spare = 4 * longest_neighbour; // for what stands before a word
         if (g.batch_size + spare >= batch_room || g.origin_count == most_origins) {
-            const u64 begin = g.offset, here = place(p);
-            read_on(g, false, false);
-            if (g.inside) { // what follows belongs to the word
-                g.origins[g.origin_count++] = {0, here};
-            }
-            if (g.now == progress::whole) {
-                g.origin_count = 0;
-                g.offset = here;
-                feed_all(g, {p, end}, PVZAN_PART);
-                g.offset = begin;
-                break;
-            }
+            read_words(g, {p, end}, place(p));
         }
     }
     g.offset += bytes.size();
