@@ -17,7 +17,7 @@ bool any(V condition) {
 // ASCII that a run may not hold, in ranges: worth looking for in long runs.
 struct ascii_gaps {
     std::size_t count = 0;
-    u8 first[8], size_less_one[8];
+    bytes_v first[8], size_less_one[8];
 
     // False where there are more.
     bool find(const byte_set& plain) {
@@ -26,22 +26,23 @@ struct ascii_gaps {
                 continue;
             }
             if (byte > 0 && !plain.has(byte - 1)) {
-                ++size_less_one[count - 1];
+                size_less_one[count - 1] += 1;
             } else if (count == std::size(first)) {
                 return false;
             } else {
-                first[count] = byte;
-                size_less_one[count++] = 0;
+                first[count] = bytes_v{} + byte;
+                size_less_one[count++] = bytes_v{};
             }
         }
         return true;
     }
-    [[nodiscard]] bool has_none_of(bytes_v bytes) const {
+    // Those of the bytes that a run may not hold, or that are not ASCII.
+    [[nodiscard]] auto find_others(bytes_v bytes) const {
         auto others = bytes >= 0x80;
         for (std::size_t gap = 0; gap < count; ++gap) {
             others |= bytes - first[gap] <= size_less_one[gap];
         }
-        return !any(others);
+        return others;
     }
 };
 
@@ -55,18 +56,18 @@ constexpr u32 in_order(u32 unit, bool swap) {
     return swap ? __builtin_bswap32(unit) : unit;
 }
 
-// A long run is copied by vectors, up to the last that holds nothing else.
+// A long run is copied by some vectors at once, up to the last that hold nothing else.
 std::size_t copy_vectors(const ascii_run& run, std::size_t from, std::size_t size) {
     ascii_gaps gaps;
     std::size_t at = from;
     if (gaps.find(run.plain)) {
-        for (; at + vector_bytes <= size; at += vector_bytes) {
-            bytes_v bytes;
-            std::memcpy(&bytes, run.in + at, sizeof bytes);
-            if (!gaps.has_none_of(bytes)) {
+        for (bytes_v bytes[4]; at + sizeof bytes <= size; at += sizeof bytes) {
+            std::memcpy(bytes, run.in + at, sizeof bytes);
+            if (any(gaps.find_others(bytes[0]) | gaps.find_others(bytes[1]) |
+                    gaps.find_others(bytes[2]) | gaps.find_others(bytes[3]))) {
                 break;
             }
-            std::memcpy(run.out + at, &bytes, sizeof bytes);
+            std::memcpy(run.out + at, bytes, sizeof bytes);
         }
     }
     return at;
