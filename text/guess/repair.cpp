@@ -104,7 +104,8 @@ public:
     // are no code, so that nobody knows them.
     std::size_t go(std::span<const u8> line, u8* bytes, u8* to) {
         constexpr u8 middle_dot[] = {0xE3, 0x83, 0xBB};
-        if (!single_ && !std::ranges::search(line, middle_dot).empty()) {
+        if (!single_ && std::search(line.begin(), line.end(), std::begin(middle_dot),
+                                    std::end(middle_dot)) != line.end()) {
             return 0;
         }
         const std::size_t size =
