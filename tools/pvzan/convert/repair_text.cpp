@@ -2,6 +2,7 @@
 
 #include "tools/pvzan/detect/misreading.h"
 #include "tools/pvzan/report/message.h"
+#include "tools/pvzan/report/shown_text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -31,6 +32,10 @@ std::string_view take_line(std::string_view& text) {
     return line;
 }
 
+bool is_beyond_ascii(char c) {
+    return static_cast<unsigned char>(c) >= 0x80;
+}
+
 std::string_view as_text(const std::vector<std::uint8_t>& bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
@@ -43,16 +48,15 @@ void tell_lines(std::string_view before, std::string_view after, const char* wor
     for (std::uint64_t line = 1; !before.empty(); ++line) {
         const std::string_view old = take_line(before), now = take_line(after);
         if (old == now) {
-            left += std::ranges::any_of(old, [](char c) { return c < 0; }) ? 1U : 0U;
+            left += std::ranges::any_of(old, is_beyond_ascii) ? 1U : 0U;
         } else if (++repaired <= most_shown) {
             report.note(
                 fmt::format("line {}: '{}' becomes '{}'", line, printable(old), printable(now)));
         }
     }
-    std::string text =
-        fmt::format("{}: {} line{} repaired", words, grouped(repaired), repaired == 1 ? "" : "s");
+    std::string text = fmt::format("{}: {} repaired", words, counted(repaired, "line"));
     if (left > 0) {
-        text += fmt::format(", {} other{} left as {}", grouped(left), left == 1 ? "" : "s",
+        text += fmt::format(", {} left as {}", counted(left, "other"),
                             left == 1 ? "it is" : "they are");
     }
     report.note(text);
