@@ -1,7 +1,8 @@
-// Text that was read with a wrong charset, and saved: which one that was, and the way back.
+// Finds and undoes misreadings: text that was read with a wrong charset and then saved as UTF-8.
 //
-// A way back writes a line in the charset that it was read with, and reads the bytes with the one
-// that they were in. It counts where both are exact, and what comes out is the likelier writing.
+// The way back writes a line in the charset that it was read with, and reads these bytes in the
+// charset that they were in. It is taken only if both steps are exact, and if the result looks far
+// more like writing than the line does.
 #include "platform/platform.h"
 #include "text/directory.h"
 #include "text/guess/candidates.h"
@@ -22,7 +23,7 @@ struct misreading {
     const char *was, *read_as;
 };
 
-// Of those that come to the same the first is told.
+// If several lead to the same text, the first one is reported.
 constexpr misreading misreadings[] = {
     {"utf-8", "windows-1252"},
     {"utf-8", "iso-8859-1"},
@@ -44,11 +45,11 @@ constexpr misreading misreadings[] = {
     {"euc-jp", "iso-8859-1"},
 };
 constexpr std::size_t misreading_count = sizeof misreadings / sizeof *misreadings;
-constexpr std::size_t utf8_count = 11; // the first ones
+constexpr std::size_t utf8_count = 11; // number of those at the beginning
 constexpr u32 most_steps = 3;
-constexpr std::size_t growth = 3; // a byte becomes a character of three, at most
+constexpr std::size_t growth = 3; // a byte becomes a character of at most three bytes
 
-constexpr std::size_t longest_line = std::size_t{1} << 16; // others stay as they are
+constexpr std::size_t longest_line = std::size_t{1} << 16; // longer lines are left alone
 
 constexpr char32_t hole = 0xFFFD;
 

@@ -1,10 +1,10 @@
-// A guess from its first byte to its answer.
+// The stages of a guess, from the first byte to the answer.
 //
-// What comes is kept until 64 KiB of it are there, or its end. Then marks, signatures, UTF-16 and
-// escape sequences are looked for, in this order; all else is text in a charset that has ASCII in
-// it. Of such a text the words with other bytes are all that matters: they are gathered, all
-// candidates read some of them (weigh.cpp), and those whose readings are likely read them to the
-// end of the text.
+// The input is kept until there are 64 KiB of it, or until it ends. Then byte-order marks,
+// signatures of files, UTF-16 and escape sequences are looked for, in this order; everything else
+// is text in a charset that contains ASCII. In such a text only the words with other bytes matter.
+// They are collected; all candidates read some of them (weigh.cpp), and the candidates whose
+// readings are likely then read all of them, to the end of the text.
 #pragma once
 
 #include "text/guess/candidates.h"
@@ -16,31 +16,32 @@ namespace text {
 
 inline constexpr std::size_t head_room = 64 * 1024, batch_room = 64 * 1024, evidence_room = 8192;
 inline constexpr u32 most_candidates = 128, most_origins = 1024;
-inline constexpr u64 in_a_text = 64; // a text is more than a word
+inline constexpr u64 in_a_text = 64; // a text this long is more than a word
 inline constexpr i32 fault_cost = 24 * bit;
 inline constexpr u64 nowhere = ~u64{0};
 
 struct candidate {
     charset_row row;
     pvzan_name name{};
-    char16_t high[128]{};             // single bytes: what 80 to FF are
+    char16_t high[128]{};             // of a single-byte charset: the characters 80 to FF
     pvzan_converter* reads = nullptr; // to the end of the text
     bool alive = false;
-    bool by_chance = false; // as UTF-8: there is a character that chance makes out of two bytes
-    i32 cost = 0;           // quarters of a bit
-    i32 favour = 0;         // of them, what the user's language took off
-    u32 faults = 0;         // of the evidence
-    u32 beyond = 0;         // characters beyond ASCII in the evidence
-    u32 odd = 0;            // of them, private use and the like
-    u32 long_ones = 0;      // of them, from U+0800 on: three bytes of UTF-8
-    u64 hash = 0;           // of what it reads
+    bool by_chance =
+        false;      // of UTF-8: contains a character that two other characters may form by chance
+    i32 cost = 0;   // quarters of a bit
+    i32 favour = 0; // the part of it that the user's language took off
+    u32 faults = 0; // in the evidence
+    u32 beyond = 0; // characters beyond ASCII in the evidence
+    u32 odd = 0;    // those of them that are private use and the like
+    u32 long_ones = 0;           // those of them from U+0800 on, which take three bytes in UTF-8
+    u64 hash = 0;                // of its reading
     std::size_t first_fault = 0; // of the evidence
     u64 fault_at = nowhere;      // of the text
-    u32 text_faults = 0;         // up to two
+    u32 text_faults = 0;         // counted up to two
     u8 fault_byte = 0;
 };
 
-// Where bytes that were gathered stood.
+// The place in the text of bytes that were collected.
 struct origin {
     u32 at;
     u64 offset;
@@ -69,33 +70,33 @@ struct pvzan_guesser {
 
     u8* head;
     std::size_t head_size;
-    u64 offset; // of what is taken next
+    u64 offset; // of the bytes that come next
 
-    // Words with bytes beyond ASCII, each with an LF behind it.
+    // Words with bytes beyond ASCII, with an LF after each.
     u8* batch;
     std::size_t batch_size;
     u64 batch_begin; // in the stream that the candidates read
     text::origin origins[text::most_origins];
     u32 origin_count;
-    bool inside; // of a word
+    bool inside; // a word goes on
 
-    u8* evidence; // some of them, none more than twice
+    u8* evidence; // some of these words, none more than twice
     std::size_t evidence_size, word_begin;
     text::origin evidence_origins[text::most_origins];
     u32 evidence_origin_count;
-    u8 met[4096];                       // how often words were, by hash
-    bool evidence_full, evidence_lacks; // words that were met before
+    u8 met[4096];                       // how often a word occurred, by its hash
+    bool evidence_full, evidence_lacks; // words that occurred before
     bool weighed;
     u32 weighed_size;
-    u64 met_at[256]; // where a byte stood first, from 1 on; 0: nowhere
+    u64 met_at[256]; // first place of a byte, counted from 1; 0: none
 
-    const char* binary; // what it is
+    const char* binary; // the kind of a file that is not text, or null
     text::decision answer;
 };
 
 namespace text {
 
-// signatures.cpp: what kind of file it is, or null.
+// signatures.cpp: returns the kind of a file that is not text, or null.
 const char* known_binary(std::span<const u8> head);
 
 // weigh.cpp
