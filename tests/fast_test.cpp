@@ -3,6 +3,7 @@
 // thought of, is part of this program.
 #include "cconv/fast/kernels/kernels.h"
 #include "cconv/fast/pair.h"
+#include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
 #include "fuzz/both_paths.h"
 #include "fuzz/made_charset.h"
@@ -114,6 +115,30 @@ TEST(Fast, LeavesWhatTheRulesLeave) {
     fast::choose_kernels(nullptr);
     // Else it would be the rules against the rules.
     EXPECT_GT(both_paths::all_fast_characters, both_paths::all_characters * 3 / 10);
+}
+
+// A caller may put another rule into a session, which the charset's own pair is not for.
+TEST(Fast, GoesByTheSessionsRules) {
+    test::use_shipped_charsets();
+    const std::string text = test::utf8(std::u32string(60, U'か'));
+    const auto convert = [&](const char* rule, bool off) {
+        fast::by_hand.off = off;
+        const auto s = test::open("utf-8", "shift_jis");
+        if (rule != nullptr) {
+            s->dstRule = std::ranges::find(ruleList, std::string_view(rule), &rule_row::name);
+        }
+        std::vector<u8> out(1000);
+        test::give_input(*s, text);
+        s->outBuf = out.data();
+        s->outLen = static_cast<i32>(out.size());
+        cconvConvert(s.get());
+        fast::by_hand.off = false;
+        out.resize(static_cast<std::size_t>(s->outPos));
+        return out;
+    };
+    EXPECT_EQ(convert(nullptr, false), convert(nullptr, true));
+    EXPECT_EQ(convert("constEUC-JP", false), convert("constEUC-JP", true));
+    EXPECT_NE(convert("constEUC-JP", true), convert(nullptr, true));
 }
 
 // Every end of the input, with every room: letters with and without their marks, line breaks, cut

@@ -61,6 +61,7 @@ public:
         own_tables counted;
         counted.add(key.source);
         counted.add(key.target);
+        counted.add(key.decode);
         return u64{writes_in(table_state())} << 32 | counted.total_;
     }
 
@@ -75,8 +76,11 @@ private:
                 total_ += table_loaded(table) ? 1U : 0U;
             }
         }
-        const rule_row* reads = TheRule(group->destRule);
-        const codec_traits* codec = reads != nullptr ? traits_of_decoder(reads->function) : nullptr;
+        add(TheRule(group->destRule));
+    }
+    void add(const rule_row* decode) {
+        const codec_traits* codec =
+            decode != nullptr ? traits_of_decoder(decode->function) : nullptr;
         for (const u32 setNo : codec != nullptr ? codec->sets : std::span<const u32>()) {
             add(registered_set(setNo));
         }
@@ -336,7 +340,7 @@ void free_unheld() {
 }
 
 held_pair hold_pair(const session* s, strictness strict) {
-    const pair_key key{s->srcGroup, s->dstGroup, options_of(s, strict)};
+    const pair_key key{s->srcGroup, s->dstGroup, s->srcRule, s->dstRule, options_of(s, strict)};
     const u64 hash = hash_of(key);
     const held_pair found = find(hash, key);
     if (found.p == nullptr) {

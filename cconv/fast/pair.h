@@ -16,8 +16,8 @@
 //     letters that a mark may follow where a run ends before the end of the input (finish.cpp), a
 //     line feed behind a carriage return (fast.cpp; inside a run, loop.cpp), user-defined sets,
 //     references, tags, byte-order marks (plan.cpp), characters that the target lacks (ask.cpp).
-// P5  The key holds both charsets and all of O but the substitutes, which P4 leaves to the rules;
-//     and a pair is used as long as no further table is loaded, and none written to,
+// P5  The key holds both charsets, both rules and all of O but the substitutes, which P4 leaves to
+//     the rules; and a pair is used as long as no further table is loaded, and none written to,
 //     that the rules may look into (pair.cpp).
 // P6  After a run the session holds what D and E left for the last character, prevSrcCode what they
 //     left for the one before it, and sums of counts and positions (finish.cpp). Nothing else
@@ -78,10 +78,11 @@ enum class strictness : u8 { none, characters, codes };
 // entries say; scalars: between Unicode charsets, by changing the form.
 enum class block_form : u8 { none, entries, scalars };
 
-// Everything that determines the bytes of a character, except the tables. The rules follow from the
-// charsets.
+// Everything that determines the bytes of a character, except the tables. The rules usually follow
+// from the charsets, but a caller may put others into the session.
 struct pair_key {
     const charset_group *source, *target;
+    const rule_row *decode, *encode;
     u64 options;
 
     bool operator==(const pair_key&) const = default;
