@@ -160,9 +160,10 @@ struct entry {
     }
 };
 
-inline void store_low_first(u64 bytes, u8* out) {
+template <typename Word>
+void store_low_first(Word bytes, u8* out) {
     if constexpr (std::endian::native == std::endian::big) {
-        bytes = __builtin_bswap64(bytes);
+        bytes = static_cast<Word>(__builtin_bswap64(bytes) >> (64 - 8 * sizeof bytes));
     }
     std::memcpy(out, &bytes, sizeof bytes);
 }
@@ -293,20 +294,28 @@ struct last_way {
     u32 state;
 };
 
-// A run over input and output, and how far it got.
-struct run {
-    const u8 *in, *in_end;
-    u8 *out, *out_end; // without bytes that must stay free at the end
+// How far a run got.
+struct progress {
+    const u8* in;
+    u8* out;
+    u32 characters;
+    u32 last, before_last; // keys of the last two characters, or no_key
+};
+
+// A run over input and output.
+struct run : progress {
+    const u8* in_end;
+    u8* out_end; // without bytes that must stay free at the end
     u32 in_state, out_state;
     last_way way;
-    u32 characters;
-    u32 more_codes;        // codes minus characters, modulo 2^32
-    u32 last, before_last; // keys of the last two characters, or no_key
+    u32 more_codes; // codes minus characters, modulo 2^32
     stop why;
     // The character at which the run ended: its key and length, unless unknown, and the state
     // before it.
     const u8* next;
     u32 next_key, next_length, next_state;
+
+    void set(const progress& now) { static_cast<progress&>(*this) = now; }
 };
 
 void run_over(pair& p, run& r); // loop.cpp
