@@ -65,8 +65,8 @@ TEST(Fast, SeesItsTablesChange) {
         EXPECT_EQ(loadTableFile(table), 1U);
         EXPECT_EQ(compare(by_file), 0U);
         both_paths paths(by_set.from, by_set.to, by_set.source, by_set.target);
-        const auto held = fast::hold_pair(&paths.session(), fast::strictness::none);
-        EXPECT_EQ(held.p->answer_total, 1U);
+        fast::pair* const held = fast::hold_pair(&paths.session(), fast::strictness::none);
+        EXPECT_EQ(held->answer_total, 1U);
         fast::release_pair(held);
     });
 }

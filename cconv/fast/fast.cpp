@@ -35,7 +35,7 @@ run run_of(const session* s, const pair& p) {
 } // namespace
 
 path::~path() {
-    if (held_.p != nullptr) {
+    if (held_ != nullptr) {
         release_pair(held_);
     }
 }
@@ -43,10 +43,10 @@ path::~path() {
 bool path::take_pair(const session* s) {
     // If input and output overlap, bytes that are written may be read again, which only the rules
     // do correctly.
-    if (held_.p == nullptr && !by_hand.off && !overlap(s)) {
+    if (held_ == nullptr && !by_hand.off && !overlap(s)) {
         held_ = hold_pair(s, strict_);
     }
-    return held_.p != nullptr;
+    return held_ != nullptr;
 }
 
 // If text is full of characters that are left to the rules, it is left to them for longer and
@@ -62,17 +62,17 @@ void path::be_patient(u32 characters) {
 }
 
 void path::try_run(session* s) {
-    if (held_.p != nullptr && !is_current(*held_.p)) {
+    if (held_ != nullptr && !is_current(*held_)) {
         release_pair(held_);
-        held_.p = nullptr;
+        held_ = nullptr;
     }
     if (output_room(s) == 0 || input_left(s).empty()) {
         return;
     }
     u32 characters = 0;
     // A line feed after a carriage return would belong to it.
-    for (bool more = take_pair(s); more && !(held_.p->plan.normalises && s->srcCode == '\r');) {
-        pair& p = *held_.p;
+    for (bool more = take_pair(s); more && !(held_->plan.normalises && s->srcCode == '\r');) {
+        pair& p = *held_;
         fast::run r = run_of(s, p);
         run_over(p, r);
         if (!finish(p, r, s)) {

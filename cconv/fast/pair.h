@@ -35,14 +35,11 @@
 // one that cannot be seen yet is looked for under the lock. So nothing rests on the order in which
 // another processor sees two stores of this one.
 //
-// Pairs live in one table for the process. A call holds its pair by a word beside the pointer, in
-// memory that is never freed. The first one takes the seat, by exchanging it, and gives it back by
-// a plain store, for nobody else writes to it meanwhile but another one that finds it taken, and
-// leaves it so; those are counted beside. A call first takes its seat, or counts itself, and then
-// reads the pointer, while who frees a pair clears the pointer and then reads seat and count, all
-// in one order for all processors; so one of the two sees the other. Bytes are claimed against one
-// budget. When that is used up, pairs that are stale and those unused for longest are freed, as
-// long as nobody holds them.
+// Pairs live in one table for the process. A call holds its pair by a count beside the pointer, in
+// memory that is never freed: it first counts itself and then reads the pointer, while who frees a
+// pair clears the pointer and then reads the count, all in one order for all processors; so one of
+// the two sees the other. Bytes are claimed against one budget. When that is used up, pairs that
+// are stale and those unused for longest are freed, as long as nobody holds them.
 #pragma once
 
 #include "cconv/engine/engine.h"
@@ -242,16 +239,10 @@ struct pair {
 
 // ---- pair.cpp
 
-// A pair that a call holds.
-struct held_pair {
-    pair* p;
-    bool counted; // in the number of others
-};
-
 // The pair of a session, created if it is new, and held until release_pair. Null if the rules alone
 // are to convert, at least for now.
-held_pair hold_pair(const session* s, strictness strict);
-void release_pair(held_pair held);
+pair* hold_pair(const session* s, strictness strict);
+void release_pair(pair* p);
 // Whether the answers of a pair are still valid; once they are not, they never will be.
 bool is_current(pair& p);
 // Claims bytes of the budget, freeing pairs if it is used up; or returns them.
@@ -266,7 +257,7 @@ void free_unheld();
 // False if the rules alone are to convert.
 bool make_plan(const session* s, plan& made);
 // Whether only characters are to be written next: no byte-order mark, tag or reference.
-bool only_characters_due(const session* s, const codec_traits& source, const codec_traits& target);
+bool only_characters_due(const session* s, const plan& p);
 
 // ---- ask.cpp
 

@@ -165,11 +165,11 @@ bool can_write(const plan& p) {
 
 } // namespace
 
-bool only_characters_due(const session* s, const codec_traits& source, const codec_traits& target) {
-    const bool mark = (source.checks_mark && s->source.srcCheckBom != 0) ||
-                      (target.writes_marks && s->target.dstWriteBom != 0);
-    return !mark && !(target.refers && s->target.charRefMode != PVZAN_CHARREF_OFF) &&
-           !(target.writes_marks && s->baseLang[0] != '\0');
+bool only_characters_due(const session* s, const plan& p) {
+    const bool mark = (p.source->checks_mark && s->source.srcCheckBom != 0) ||
+                      (p.target->writes_marks && s->target.dstWriteBom != 0);
+    return !mark && !(p.target->refers && s->target.charRefMode != PVZAN_CHARREF_OFF) &&
+           !(p.target->writes_marks && s->baseLang[0] != '\0');
 }
 
 bool make_plan(const session* s, plan& made) {
