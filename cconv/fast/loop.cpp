@@ -291,9 +291,12 @@ private:
         const u8* const begin = r_.in;
         if (n == read.codes) {
             r_.in += read.bytes;
+            if constexpr (has_states) {
+                reader_.enter_behind(n > 0 ? codes[n - 1] : 0);
+            }
             chunks_ = std::min(2 * chunks_, block_chunks);
         } else {
-            r_.in = Reader::behind(r_.in, std::span(codes).first(n));
+            r_.in = reader_.go_behind(r_.in, std::span(codes).first(n));
             chunks_ = 1; // if blocks end early, reading ahead is useless
         }
         if (n == 0) {

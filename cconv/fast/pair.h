@@ -103,6 +103,7 @@ struct charset_states {
 };
 
 // A set of a charset with states, and its place among the keys; see reader_states.h.
+inline constexpr u32 first_single_key = 0xC000; // of seven bits
 struct set_keys {
     u16 base, single_base;
     u8 first[2], last[2]; // range of each byte

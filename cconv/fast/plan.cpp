@@ -137,7 +137,7 @@ void place_sets(plan& p) {
     for (const graphic_set& set : codes.sets()) {
         p.eight_bits = p.eight_bits || (set.width > 1 && set.last[0] > 0x7F);
     }
-    const u32 singles = p.eight_bits ? 0 : 0xC000, most = p.eight_bits ? 1 : 3;
+    const u32 singles = p.eight_bits ? 0 : first_single_key, most = p.eight_bits ? 1 : 3;
     for (const graphic_set& set : codes.sets()) {
         const bool fits = p.eight_bits
                               ? set.first[0] >= 0x10

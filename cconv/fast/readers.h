@@ -60,7 +60,7 @@ struct lead_byte_reader {
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* codes) const {
         return p_.kernel->split_codes(p, chunks, by_, codes);
     }
-    static const u8* behind(const u8* p, std::span<const u16> codes) {
+    static const u8* go_behind(const u8* p, std::span<const u16> codes) {
         for (const u16 code : codes) {
             p += code <= 0xFF ? 1 : code >= 0x8000 ? 2 : 3;
         }
@@ -102,7 +102,7 @@ struct utf8_reader {
         } while ((*p & 0xC0) == 0x80);
         return p;
     }
-    static const u8* behind(const u8* p, std::span<const u16> scalars_read) {
+    static const u8* go_behind(const u8* p, std::span<const u16> scalars_read) {
         for (std::size_t n = scalars_read.size(); n > 0; --n) {
             do {
                 ++p;
@@ -145,7 +145,7 @@ struct unit_reader {
         return {n, n * Bytes};
     }
     static const u8* before(const u8* p) { return p - Bytes; }
-    static const u8* behind(const u8* p, std::span<const u16> units) {
+    static const u8* go_behind(const u8* p, std::span<const u16> units) {
         return p + Bytes * units.size();
     }
 
