@@ -55,8 +55,7 @@ public:
         : p_(p), r_(r), reader_(make_reader(p, r)), target_(p.plan.target_unit),
           to_(p.plan.target_states.codes),
           at_hand_(to_ != nullptr ? set_at_hand(*to_, r.out_state) : 0),
-          has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)),
-          in_run_(has_runs_) {
+          has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)) {
         for (std::size_t set = 0; to_ != nullptr && set < ways_.size(); ++set) {
             ways_[set].from = 0;
         }
@@ -70,7 +69,7 @@ public:
         const u8* const in_end = r_.in_end;
         const u8* const in_stop = in_end - std::min(Reader::longest - 1, in_end - now.in);
         const u8* next_block = may_open_block() ? now.in : in_end;
-        bool in_run = in_run_;
+        const bool in_run = has_runs_;
         while (now.in < in_stop || is_whole(now.in)) {
             if constexpr (has_states) {
                 if (reader.opens(now.in)) {
@@ -89,7 +88,6 @@ public:
                 next_block_ = next_block;
                 const bool moved = (tries_run && ascii_run()) || (tries_block && block());
                 next_block = next_block_;
-                in_run = in_run_;
                 if (moved) {
                     now = r_;
                     continue;
@@ -288,7 +286,6 @@ private:
             next_block_ = r_.in_end;
             return false;
         }
-        const u8* const begin = r_.in;
         if (n == read.codes) {
             r_.in += read.bytes;
             if constexpr (has_states) {
@@ -308,10 +305,6 @@ private:
         }
         r_.out += written.bytes;
         r_.characters += static_cast<u32>(n);
-        // Short runs of ASCII are converted as part of blocks.
-        in_run_ =
-            has_runs_ && (Reader::unit_bytes > 1 ? reader_.is_ascii(r_.in - Reader::unit_bytes)
-                                                 : has_states || r_.in == begin + n);
         if constexpr (!Reader::scalars) {
             r_.before_last = n > 1 ? codes[n - 2] : r_.last;
             r_.last = codes[n - 1];
@@ -393,7 +386,7 @@ private:
     const iso2022* to_; // the target's designations and shifts, or null
     u32 at_hand_;       // the set that needs no sequences; 0: none
     std::array<known_way, iso2022::most_sets + 1> ways_; // by set, the last ones found
-    bool has_runs_, in_run_;                             // of ASCII, which is faster without blocks
+    bool has_runs_;                                      // of ASCII, which is faster without blocks
     const u8* next_block_ = nullptr;
     std::size_t chunks_ = 1;        // number to read for the next block
     const u8* behind_cr_ = nullptr; // place where a line feed is dropped
