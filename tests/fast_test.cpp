@@ -185,7 +185,7 @@ TEST(Fast, KernelsAreThoseThatTheProcessorRuns) {
         const std::string in = std::string(2 * fast::chunk_bytes, '!').replace(at, 2, "~}");
         for (std::size_t i = 0; list[i]->has_blocks; ++i) {
             u16 codes[4 * fast::chunk_codes];
-            const fast::split_shifts by{{{'~', '{'}, 2}, {{'~', '}'}, 2}, '~', 0, 0, 0xC000};
+            const fast::split_shifts by{{{'~', '{'}, 2}, {{'~', '}'}, 2}, 0, 0xC000};
             EXPECT_EQ(list[i]->split_shifted(test::bytes_of(in).data(), 2, by, codes).bytes,
                       at - 1);
         }

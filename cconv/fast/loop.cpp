@@ -27,7 +27,7 @@ void put(u8* out, const u8* out_end, u64 bytes, u32 length) {
 }
 
 block_written put_block(const pair& p, const u16* codes, std::size_t count, u8* out) {
-    if (p.plan.blocks == block_form::entries) {
+    if (!p.plan.by_form) {
         return p.kernel->put_entries(p.entries, codes, count, out);
     }
     const kernels& k = *p.kernel;
@@ -52,7 +52,7 @@ template <typename Reader>
 class loop {
 public:
     loop(const pair& p, run& r)
-        : p_(p), r_(r), reader_(make_reader(p, r)), target_(p.plan.target_unit),
+        : p_(p), r_(r), reader_(p, r.in_state), target_(p.plan.target_unit),
           to_(p.plan.target_states.codes),
           at_hand_(to_ != nullptr ? set_at_hand(*to_, r.out_state) : 0),
           has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)) {
@@ -68,7 +68,9 @@ public:
         const std::conditional_t<has_states, const Reader&, const Reader> reader = reader_;
         const u8* const in_end = r_.in_end;
         const u8* const in_stop = in_end - std::min(Reader::longest - 1, in_end - now.in);
-        const u8* next_block = may_open_block() ? now.in : in_end;
+        const bool has_blocks =
+            p.kernel->has_blocks && in_end - now.in >= std::ptrdiff_t{chunk_bytes};
+        const u8* next_block = has_blocks ? now.in : in_end;
         const bool in_run = has_runs_;
         while (now.in < in_stop || is_whole(now.in)) {
             if constexpr (has_states) {
@@ -82,7 +84,7 @@ public:
             const u32 length = reader.length(now.in, Reader::longest);
             const bool is_long = Reader::unit_bytes == 1 && length == Reader::usual_length;
             const bool tries_run = !is_long && in_run && may_be_run(now.in, in_end);
-            const bool tries_block = now.in >= next_block && (!has_states || is_long);
+            const bool tries_block = now.in >= next_block && (has_states ? is_long : length != 0);
             if (tries_run || tries_block) [[unlikely]] {
                 r_.set(now);
                 next_block_ = next_block;
@@ -118,14 +120,6 @@ public:
 
 private:
     static constexpr bool has_states = Reader::has_states;
-    static Reader make_reader(const pair& p, const run& r) {
-        if constexpr (has_states) {
-            return Reader(p, r.in_state);
-        } else {
-            return Reader(p);
-        }
-    }
-
     // Whether there is a character, and not a cut one.
     bool is_whole(const u8* in) const {
         const auto left = static_cast<std::size_t>(r_.in_end - in);
@@ -326,25 +320,6 @@ private:
             out += e.length();
         }
         return {n, static_cast<std::size_t>(out - begin)};
-    }
-
-    // Not if the first character would end it: there are many such runs in text full of characters
-    // that the rules must handle.
-    [[nodiscard]] bool may_open_block() const {
-        if (p_.plan.blocks == block_form::none || !has_chunk(r_.in)) {
-            return false;
-        }
-        if constexpr (has_states) {
-            if (reader_.opens(r_.in)) {
-                return true;
-            }
-        }
-        const u32 length = reader_.length(r_.in, static_cast<std::size_t>(r_.in_end - r_.in));
-        return p_.plan.blocks != block_form::entries ||
-               (length != 0 && p_.entry_of(reader_.key(r_.in, length)).is_short());
-    }
-    [[nodiscard]] bool has_chunk(const u8* in) const {
-        return r_.in_end - in >= static_cast<std::ptrdiff_t>(chunk_bytes);
     }
 
     // Converts a character with an answer of its own.

@@ -215,7 +215,7 @@ pair* make(const session* s, const pair_key& key, u64 tables, const plan& planne
     p->claimed = sizeof(pair);
     prepare_neutral(*p, s);
     // Between Unicode charsets nobody asks: values are converted by their form.
-    for (u8 c = 0; planned.blocks == block_form::scalars && c < 0x80; ++c) {
+    for (u8 c = 0; planned.by_form && c < 0x80; ++c) {
         if (!planned.normalises || (c != '\r' && c != '\n')) {
             p->plain_ascii.add(c);
         }

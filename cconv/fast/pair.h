@@ -71,10 +71,6 @@ enum class reader : u8 {
 // be the one that the source itself writes for them.
 enum class strictness : u8 { none, characters, codes };
 
-// How a block of codes is converted: none: characters are converted one by one; entries: as their
-// entries say; scalars: between Unicode charsets, by changing the form.
-enum class block_form : u8 { none, entries, scalars };
-
 // Everything that determines the bytes of a character, except the tables. The rules usually follow
 // from the charsets, but a caller may put others into the session.
 struct pair_key {
@@ -102,27 +98,30 @@ struct charset_states {
     }
 };
 
-// A set of a charset with states, and its place among the keys; see reader_states.h.
-inline constexpr u32 first_single_key = 0xC000; // of seven bits
+inline constexpr u32 first_single_key = 0xC000; // where codes have seven bits
+
+// The first key of a set of a charset with states, if the set has keys; see reader_states.h.
 struct set_keys {
-    u16 base, single_base;
-    u8 first[2], last[2]; // range of each byte
-    bool has_keys, is_first, two_bytes;
+    u16 first;
+    bool any;
 };
+
+constexpr u32 single_key(bool eight_bits, u32 number) {
+    return (eight_bits ? 0 : first_single_key) + ((number - 1) << 8);
+}
 
 // How a pair is converted.
 struct plan {
     const codec_traits *source, *target;
     fast::reader reader;
-    block_form blocks;
-    bool normalises;                     // line breaks are converted
+    bool by_form;    // between Unicode charsets: blocks are converted by changing the form
+    bool normalises; // line breaks are converted
     ascii_unit source_unit, target_unit; // of ASCII
-    u16 stops[9]; // between Unicode charsets: values that are not converted by form
+    u16 stops[9];                        // values that are not converted by form
     u32 stop_count;
     charset_states source_states, target_states;
     std::array<set_keys, iso2022::most_sets + 1> sets; // of the source
     bool eight_bits;                                   // the key of a two-byte code is the code
-    u8 opens_first, opens_more;                        // range of the first bytes of sequences
 };
 
 // The rules' answer about a character.

@@ -20,8 +20,7 @@ public:
     static constexpr stop stop_without_length = stop::by_rules;
 
     state_reader(const pair& with, u32 state)
-        : p_(with), states_(with.plan.source_states), codes_(*states_.codes),
-          opens_first_(with.plan.opens_first), opens_more_(with.plan.opens_more) {
+        : p_(with), states_(with.plan.source_states), codes_(*states_.codes) {
         for (std::size_t number = 0; number <= codes_.set_count; ++number) {
             known_[number].from = 0; // no state
         }
@@ -29,17 +28,24 @@ public:
     }
     void enter(u32 state) {
         const u32 number = set_in(state, shifted(state));
-        now_ = {state, number, p_.plan.sets[number], true, false};
+        const bool any = p_.plan.sets[number].any;
+        const graphic_set* const set = any ? &codes_.set(number) : nullptr;
+        now_ = {state,
+                number,
+                set,
+                p_.plan.sets[number].first,
+                static_cast<u16>(single_key(p_.plan.eight_bits, number)),
+                any && set->width > 1,
+                true,
+                false};
         if (codes_.lines != line_reading::keep) {
             see_to_lines();
         }
     }
     [[nodiscard]] u32 state() const { return now_.state; }
 
-    [[nodiscard]] bool is_ascii(const u8* p) const { return now_.set.is_first && *p < 0x80; }
-    [[nodiscard]] bool opens(const u8* p) const {
-        return static_cast<u8>(*p - opens_first_) <= opens_more_;
-    }
+    [[nodiscard]] bool is_ascii(const u8* p) const { return now_.number == ascii_set && *p < 0x80; }
+    [[nodiscard]] bool opens(const u8* p) const { return codes_.opens_sequence(*p); }
     // The length of a sequence that only changes the state; 0 if it is left to the rules.
     u32 sequence(std::span<const u8> text) {
         u32 bytes = 0;
@@ -73,21 +79,21 @@ public:
     }
 
     [[nodiscard]] u32 length(const u8* p, std::size_t left) const {
-        if (!now_.set.has_keys) {
+        if (now_.set == nullptr) {
             return 0;
         }
         if (may_be(*p, 0)) {
             const bool breaks = *p == '\n' || *p == '\r';
-            return now_.set.two_bytes      ? (left < 2 || may_be(p[1], 1) ? 2 : 0)
+            return now_.two_bytes          ? (left < 2 || may_be(p[1], 1) ? 2 : 0)
                    : !breaks || now_.lines ? 1
                                            : 0;
         }
         return may_be_first_set(*p) ? 1 : 0;
     }
     [[nodiscard]] u32 key(const u8* p, u32 length) const {
-        return length == 1          ? now_.set.single_base | *p
+        return length == 1          ? now_.first_single | *p
                : p_.plan.eight_bits ? pair_of_bytes(p)
-                                    : now_.set.base | seven_bit_key(p);
+                                    : now_.first_pair | seven_bit_key(p);
     }
 
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* codes) const {
@@ -119,16 +125,17 @@ public:
         return p;
     }
     void enter_behind(u16 code) {
-        if (is_pair(code) != now_.set.two_bytes) {
+        if (is_pair(code) != now_.two_bytes) {
             now_ = known_[now_.number].to;
         }
     }
 
 private:
     struct situation {
-        u32 state, number; // of the set that is shifted in
-        set_keys set;
-        bool lines, clears; // whether line breaks are allowed here, and change the state
+        u32 state, number;             // of the set that is shifted in
+        const graphic_set* set;        // null: none that has keys
+        u16 first_pair, first_single;  // keys
+        bool two_bytes, lines, clears; // whether line breaks are allowed here, and change the state
     };
     // A sequence that was read before.
     struct transition {
@@ -141,13 +148,13 @@ private:
     }
     // The sequences that shift from here to single bytes and back, if both were read before.
     [[nodiscard]] split_shifts shifts() const {
-        split_shifts made{{}, {}, opens_first_, opens_more_, now_.set.base, 0};
+        split_shifts made{{}, {}, now_.first_pair, 0};
         const transition& there = known_[now_.number];
-        const bool found = there.from == now_.state && !there.to.set.two_bytes && there.to.lines &&
-                           !there.to.clears;
+        const bool found =
+            there.from == now_.state && !there.to.two_bytes && there.to.lines && !there.to.clears;
         const transition& back = known_[found ? there.to.number : now_.number];
         if (found && back.from == there.to.state && back.to.state == now_.state) {
-            made.singles = there.to.set.single_base;
+            made.singles = there.to.first_single;
             made.to_singles = {std::bit_cast<std::array<u8, 4>>(there.bytes), there.length};
             made.to_pairs = {std::bit_cast<std::array<u8, 4>>(back.bytes), back.length};
         }
@@ -159,18 +166,16 @@ private:
         const bool refuses = codes_.lines == line_reading::refuse;
         const u32 state = now_.state, behind = codes_.line.applied_to(state);
         now_.clears = behind != state;
-        now_.lines = (!refuses || (!now_.set.two_bytes && codes_.line.holds_in(state))) &&
+        now_.lines = (!refuses || (!now_.two_bytes && codes_.line.holds_in(state))) &&
                      shifted(behind) == shifted(state) &&
                      set_in(behind, shifted(behind)) == now_.number;
     }
-    [[nodiscard]] bool may_be(u32 byte, u32 place) const {
-        return byte >= now_.set.first[place] && byte <= now_.set.last[place];
-    }
+    [[nodiscard]] bool may_be(u32 byte, u32 place) const { return now_.set->may_be(byte, place); }
     // Used in place of a set that lacks the byte.
     [[nodiscard]] bool may_be_first_set(u8 byte) const {
         const bool breaks = byte == '\n' || byte == '\r';
         const bool control =
-            breaks || byte == '\t' || (!now_.set.two_bytes && (byte <= ' ' || byte == 0x7F));
+            breaks || byte == '\t' || (!now_.two_bytes && (byte <= ' ' || byte == 0x7F));
         return control && (!breaks || now_.lines) && codes_.lines != line_reading::refuse &&
                codes_.set(ascii_set).may_be(byte, 0);
     }
@@ -179,7 +184,6 @@ private:
     const charset_states& states_;
     const iso2022& codes_;
     situation now_;
-    u8 opens_first_, opens_more_;
     std::array<transition, iso2022::most_sets + 1> known_; // by the set before; the last one each
 };
 

@@ -48,7 +48,7 @@ struct lead_byte_reader {
     static constexpr std::ptrdiff_t longest = 3;
     static constexpr stop stop_without_length = stop::unknown;
 
-    explicit lead_byte_reader(const pair& with)
+    lead_byte_reader(const pair& with, u32)
         : p_(with), by_{with.leads.load(), with.plan.source->single_shift} {}
     [[nodiscard]] static bool is_ascii(const u8* p) { return *p < 0x80; }
     [[nodiscard]] u32 length(const u8* p, std::size_t left) const {
@@ -78,7 +78,7 @@ struct utf8_reader {
     static constexpr std::ptrdiff_t longest = 3;
     static constexpr stop stop_without_length = stop::by_rules;
 
-    explicit utf8_reader(const pair& with) : p_(with) {}
+    utf8_reader(const pair& with, u32) : p_(with) {}
     [[nodiscard]] static bool is_ascii(const u8* p) { return *p < 0x80; }
     [[nodiscard]] static u32 length(const u8* p, std::size_t left) {
         if (*p < 0x80) {
@@ -123,7 +123,7 @@ struct unit_reader {
     static constexpr std::ptrdiff_t longest = Bytes;
     static constexpr stop stop_without_length = stop::by_rules;
 
-    explicit unit_reader(const pair& with) : p_(with) {}
+    unit_reader(const pair& with, u32) : p_(with) {}
     [[nodiscard]] static u32 code(const u8* p) { return load_code({p, Bytes}, BigEndian); }
     [[nodiscard]] static bool is_ascii(const u8* p) { return code(p) < 0x80; }
     [[nodiscard]] static u32 length(const u8* p, std::size_t left) {

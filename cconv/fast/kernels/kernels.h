@@ -73,8 +73,7 @@ struct shift_sequence {
 // Text that shifts between single bytes and pairs of seven bits.
 struct split_shifts {
     shift_sequence to_pairs, to_singles;
-    u8 opens_first, opens_more; // range of the bytes that sequences begin with
-    u16 pairs, singles;         // added to the codes of either
+    u16 pairs, singles; // added to the codes of either
 };
 
 struct kernels {
