@@ -269,7 +269,8 @@ private:
         next_block_ = r_.in + chunk_bytes; // what stopped this block would also stop the next one
         u16 codes[block_codes + chunk_codes]; // vectors reach beyond the last one
         const auto left = static_cast<std::size_t>(r_.in_end - r_.in);
-        const chunk_read read = reader_.read(r_.in, std::min(chunks_, left / chunk_bytes), codes);
+        const std::size_t chunks = std::min(chunks_, left / chunk_bytes);
+        const chunk_read read = reader_.read(r_.in, chunks, codes);
         // Close to the end of the output, where a block may touch more than it writes.
         u8 aside[block_margin];
         u8* const out = room < block_margin ? aside : r_.out;
@@ -280,6 +281,8 @@ private:
             next_block_ = r_.in_end;
             return false;
         }
+        const bool was_stopped =
+            n < read.codes || read.bytes + Reader::longest < chunks * chunk_bytes;
         if (n == read.codes) {
             r_.in += read.bytes;
             if constexpr (has_states) {
@@ -293,7 +296,7 @@ private:
         if (n == 0) {
             return false;
         }
-        next_block_ = r_.in;
+        next_block_ = r_.in + (was_stopped ? 1 : 0); // that character needs more than a block
         if (out == aside) {
             std::memcpy(r_.out, aside, written.bytes);
         }

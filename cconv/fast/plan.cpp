@@ -140,9 +140,7 @@ bool only_characters_due(const session* s, const plan& p) {
 bool make_plan(const session* s, plan& made) {
     made.source_states = states_of(s->srcGroup, *made.source);
     made.target_states = states_of(s->dstGroup, *made.target);
-    // If both have states, little can be converted independently of the rest.
-    const bool both = made.source_states.codes != nullptr && made.target_states.codes != nullptr;
-    if (!plan_reading(s, made) || both || !can_write(made)) {
+    if (!plan_reading(s, made) || !can_write(made)) {
         return false;
     }
     place_sets(made);
