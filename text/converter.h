@@ -53,7 +53,7 @@ struct standing {
     u8 held[most_held]{};       // of an unfinished character
     u8 pending[most_pending]{}; // written, but not yet taken
     stage now = stage::fresh;
-    bool big_source = true, mark_due = false, plane2 = false, told_open = false;
+    bool big_source = true, mark_due = false, told_open = false;
     bool behind_break = false; // an LF now is part of the line break that was written
 };
 
@@ -83,7 +83,7 @@ struct known_scalar {
 struct reading_result {
     enum kind_type : u8 {
         whole,
-        silent,  // a designation, not a character
+        silent,  // a sequence, not a character
         waiting, // more input is needed
         faulty
     } kind;
@@ -134,8 +134,7 @@ inline bool is_unicode(const pvzan_name& name) {
 
 // Whether the meaning of a code of the source depends on sequences before it.
 inline bool has_states(const pvzan_converter& c) {
-    return c.source != nullptr &&
-           (c.source->read == reading::escapes || c.source->read == reading::scanned);
+    return c.source != nullptr && c.source->scan != nullptr;
 }
 
 // ---- read.cpp
@@ -146,7 +145,6 @@ reading_result read(pvzan_converter& c, const view& text);
 // Goes on in the state that a silent one leads to.
 inline void set_state(pvzan_converter& c, const reading_result& silent) {
     c.work.srcShiftSet = silent.c.letter;
-    c.now.plane2 = silent.c.mark != 0;
 }
 // Finds the byte-order mark at the beginning of a text: its length, or none; waiting if more input
 // is needed.

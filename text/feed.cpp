@@ -1,5 +1,4 @@
 // Converts text with a converter.
-#include "cconv/rulefunc/designations.h"
 #include "text/converter.h"
 #include "text/unicode.h"
 
@@ -329,14 +328,7 @@ pvzan_outcome take_what_fits(pvzan_converter& c, fast::path& path, cursor& at, b
 }
 
 bool is_left_open(const pvzan_converter& c) {
-    if (!has_states(c)) {
-        return false;
-    }
-    if (c.source->read == reading::scanned) {
-        return !c.source->may_end(c.work.srcGroup, c.work.srcShiftSet);
-    }
-    const basic_set* set = designated_set(c.work.srcGroup, c.work.srcShiftSet);
-    return set != nullptr && is_double_byte_width(set->byteNum);
+    return has_states(c) && !c.source->may_end(c.work.srcGroup, c.work.srcShiftSet);
 }
 
 // All input has been used.
@@ -374,8 +366,7 @@ pvzan_outcome feed(pvzan_converter& c, fast::path& path, cursor& at) {
         if (stuck || (at.left == 0 && c.now.held_size == 0)) {
             return at.left > 0 ? PVZAN_FEED_MORE_INPUT : end(c, path, at);
         }
-        if (c.now.now == stage::inside && !c.now.mark_due && !c.now.plane2 &&
-            c.now.held_size == 0 && runs) {
+        if (c.now.now == stage::inside && !c.now.mark_due && c.now.held_size == 0 && runs) {
             run_over(c, path, at);
             if (at.left == 0) {
                 continue;

@@ -46,7 +46,7 @@ u64 count_codes(pvzan_converter& c, fast::path& path, const u8* p, std::size_t s
         if (s.inPos == 0) {
             const reading_result next = read(c, text);
             if (next.kind == reading_result::silent) {
-                s.srcShiftSet = next.c.letter;
+                set_state(c, next);
             } else {
                 ++count;
             }

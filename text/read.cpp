@@ -1,7 +1,6 @@
 // Reads one character strictly, and decides how many bytes a fault has.
 #include "cconv/engine/composition.h"
 #include "cconv/engine/step.h"
-#include "cconv/rulefunc/designations.h"
 #include "text/converter.h"
 #include "text/unicode.h"
 
@@ -120,79 +119,9 @@ reading_result read_unicode(pvzan_converter& c, const view& text) {
     return read;
 }
 
-// ---- Codes that designations give their meaning ------------------------------------------------
+// ---- Codes whose meaning sequences before them change
+// ---------------------------------------------
 
-constexpr bool is_double_byte_half(u32 byte) {
-    return is_in(byte, 0x21, 0x7E);
-}
-
-bool may_become_designation(const view& text) {
-    constexpr const designation* designations[] = {&to_ascii,    &to_roman,  &to_jisc6226,
-                                                   &to_jisx0208, &to_plane1, &to_plane2};
-    return std::ranges::any_of(designations, [&](const designation* d) {
-        return text.size < d->length &&
-               std::equal(text.bytes, text.bytes + text.size, d->bytes.begin());
-    });
-}
-
-reading_result read_designation(const pvzan_converter& c, const view& text) {
-    const designation* d = designation_at({text.bytes, text.size});
-    if (d != nullptr && designated_set(c.work.srcGroup, d->setNo) != nullptr) {
-        return {.kind = kind::silent,
-                .bytes = static_cast<u32>(d->length),
-                .c = {d->setNo, d->plane_flag}};
-    }
-    if (may_become_designation(text)) {
-        return cut(text, 1);
-    }
-    // As far as it agrees with a known one.
-    std::size_t needed = 1;
-    while (needed < text.size && may_become_designation({text.bytes, needed, false, false})) {
-        ++needed;
-    }
-    return invalid(1, d != nullptr ? d->length : needed);
-}
-
-reading_result read_designated(pvzan_converter& c, const view& text) {
-    const u32 first = text.bytes[0];
-    if (first == escape_byte) {
-        return read_designation(c, text);
-    }
-    const basic_set* set = designated_set(c.work.srcGroup, c.work.srcShiftSet);
-    reading_result read;
-    if (set == nullptr || !is_double_byte_width(set->byteNum) ||
-        is_ascii_in_double_byte_text(first)) {
-        const bool stands = first < 0x80 && !switches_sets(first);
-        return stands && decode(c, text.bytes, 1, read) ? read : invalid(1, 1);
-    }
-    if (!is_double_byte_half(first)) {
-        return invalid(1, 1);
-    }
-    if (text.size < 2) {
-        return cut(text, 1);
-    }
-    const u32 second = text.bytes[1];
-    if (!is_double_byte_half(second)) {
-        const bool stands_alone = second == escape_byte || is_ascii_in_double_byte_text(second);
-        return invalid(stands_alone ? 1 : 2, 2);
-    }
-    // The rule forgets the plane after the first code.
-    u8 spelled[6];
-    std::size_t size = 0;
-    if (c.now.plane2) {
-        size = to_plane2.length;
-        std::ranges::copy(to_plane2.sequence(), spelled);
-    }
-    spelled[size] = text.bytes[0];
-    spelled[size + 1] = text.bytes[1];
-    if (!decode(c, spelled, size + 2, read)) {
-        return invalid(2, 2);
-    }
-    read.bytes = 2;
-    return read;
-}
-
-// The same, if the codec has a scan function.
 reading_result read_scanned(pvzan_converter& c, const view& text) {
     const scanned next =
         c.source->scan(c.work.srcGroup, c.work.srcShiftSet, {text.bytes, text.size});
@@ -318,10 +247,7 @@ reading_result read_one(pvzan_converter& c, const view& text) {
     if (is_unicode(c.from)) {
         return read_unicode(c, text);
     }
-    if (!has_states(c)) {
-        return read_code(c, text);
-    }
-    return c.source->read == reading::scanned ? read_scanned(c, text) : read_designated(c, text);
+    return has_states(c) ? read_scanned(c, text) : read_code(c, text);
 }
 
 // A half-width katakana and its sound mark, in a text for a charset without these, are what is one

@@ -171,17 +171,15 @@ uint64_t pvzan_shift(const pvzan_converter* converter) {
     if (converter == nullptr || !has_states(*converter)) {
         return 0;
     }
-    const u64 set = converter->work.srcShiftSet ^ u32 { PVZAN_SET_ISO_646_IRV };
-    return set | u64{converter->now.plane2} << 32;
+    return converter->work.srcShiftSet ^ u32 { PVZAN_SET_ISO_646_IRV };
 }
 
 int32_t pvzan_begin_in(pvzan_converter* converter, uint64_t shift) {
-    if (converter == nullptr || shift >> 33 != 0 || (shift != 0 && !has_states(*converter))) {
+    if (converter == nullptr || shift >> 32 != 0 || (shift != 0 && !has_states(*converter))) {
         return 0;
     }
     begin_text(*converter);
     converter->work.srcShiftSet = static_cast<u32>(shift) ^ u32 { PVZAN_SET_ISO_646_IRV };
-    converter->now.plane2 = shift >> 32 != 0;
     return 1;
 }
 
@@ -200,8 +198,7 @@ int32_t pvzan_stands_as(const pvzan_converter* converter, const uint8_t* from, s
                         b.pending + b.pending_at, b.pending_size - b.pending_at) &&
                    a.at.behind_cr == b.at.behind_cr && a.now == b.now &&
                    a.big_source == b.big_source && a.mark_due == b.mark_due &&
-                   a.plane2 == b.plane2 && a.told_open == b.told_open &&
-                   a.behind_break == b.behind_break
+                   a.told_open == b.told_open && a.behind_break == b.behind_break
                ? 1
                : 0;
 }
