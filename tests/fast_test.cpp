@@ -203,8 +203,14 @@ TEST(Fast, CountsLineBreaks) {
     for (int round = 0; round < 20000; ++round) {
         const fast::ascii_unit unit{1U << round % 3, random() % 2 == 0};
         const u8 lf = round % 5 == 0 ? 'a' : '\n';
-        std::vector<u8> text(unit.bytes * (1 + random() % (round % 4 == 0 ? 1200 : 200)));
-        std::ranges::generate(text, [&] { return static_cast<u8>("\r\n\0\0\0a"[random() % 6]); });
+        const bool is_long = round % 1000 == 1; // more line feeds than a byte can count
+        const u32 most = is_long ? 100000 : round % 4 == 0 ? 1200 : 200;
+        std::vector<u8> text(unit.bytes * (1 + random() % most));
+        const char* const letters = is_long          ? "\n\n\n\n\n\n"
+                                    : round % 2 == 0 ? "\r\n\0\0\0a"
+                                                     : "aa\naaa";
+        std::ranges::generate(text, [&] { return static_cast<u8>(letters[random() % 6]); });
+        text[random() % text.size()] = round % 8 < 4 ? 0 : '\r';
         const std::size_t units = text.size() / unit.bytes - 1;
         const auto at = [&](std::size_t i) {
             return load_code(std::span(text).subspan(i * unit.bytes, unit.bytes), unit.big_endian);
@@ -213,8 +219,21 @@ TEST(Fast, CountsLineBreaks) {
         for (std::size_t i = 0; i < units; ++i) {
             breaks += at(i) == lf || (at(i) == '\r' && at(i + 1) != lf) ? 1U : 0U;
         }
+        constexpr fast::byte_set plain{0, 0x40, 0, 0, 0, 0, 0, 0, 0, 0, 0x01, 0, 0, 0x01, 0, 0};
+        const auto stop = static_cast<std::size_t>(std::ranges::find(text, 0) - text.begin());
         for (const fast::kernels* const* k = list; *k != nullptr; ++k) {
             ASSERT_EQ((*k)->count_breaks(text.data(), units, {unit, lf, '\r'}), breaks);
+            std::vector<u8> out(text.size() + 70);
+            fast::ascii_breaks counted{};
+            const std::size_t from = random() % 70;
+            const fast::ascii_run run{text.data(), text.size(), &out[from], out.size() - from,
+                                      plain};
+            ASSERT_EQ((*k)->copy_and_count(run, counted), stop);
+            const std::span<const u8> copied(&out[from], stop);
+            ASSERT_TRUE(std::ranges::equal(copied, std::span(text).first(stop)));
+            ASSERT_EQ(counted.has_returns, std::ranges::count(copied, '\r') != 0);
+            ASSERT_TRUE(counted.has_returns ||
+                        std::cmp_equal(std::ranges::count(copied, '\n'), counted.line_feeds));
         }
     }
 }

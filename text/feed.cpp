@@ -77,24 +77,66 @@ void look_ahead(pvzan_converter& c, cursor& at) {
     at.settled = at.in + (line > 0 ? line : size);
 }
 
+// Gives the session the settled input and the output.
+void place_buffers(pvzan_converter& c, const cursor& at) {
+    session& s = c.work;
+    s.inBuf = at.in;
+    s.inPos = 0;
+    s.inCount = 0;
+    s.inLen = static_cast<i32>(at.settled - at.in);
+    s.outBuf = at.out;
+    s.outPos = 0;
+    s.outLen = static_cast<i32>(std::min(at.room, most_at_once));
+    s.target.convertNewline = c.how.breaks != PVZAN_BREAKS_AS_FOUND ? 1 : 0;
+}
+
+void advance_buffers(pvzan_converter& c, cursor& at, std::size_t read, std::size_t written) {
+    at.in += read;
+    at.left -= read;
+    at.out += written;
+    at.room -= written;
+    c.now.out += written;
+}
+
+// Copies the ASCII that the text begins with; its line breaks are counted at once.
+void copy_ascii(pvzan_converter& c, fast::path& path, cursor& at) {
+    if (c.lf != '\n' || at.behind.lines != at.in || *at.in >= 0x80) {
+        return;
+    }
+    place_buffers(c, at);
+    fast::ascii_breaks breaks;
+    std::size_t n = path.copy_ascii(&c.work, breaks);
+    if (n > 0 && at.in + n < at.settled) { // a mark may belong to the last one
+        breaks.line_feeds -= at.in[--n] == '\n' ? 1U : 0U;
+    }
+    if (n == 0) {
+        return;
+    }
+    const bool joins = *at.in == c.lf && c.now.at.behind_cr;
+    pass(c, at.behind, {at.in, n}, static_cast<u32>(n), 0);
+    c.now.characters += n;
+    advance_buffers(c, at, n, n);
+    if (!breaks.has_returns) {
+        c.now.at.line += breaks.line_feeds - (joins ? 1U : 0U);
+        c.now.at.behind_cr = false;
+        at.behind.lines = at.in;
+    }
+}
+
 // Converts at full speed as long as characters come back unharmed.
 void run_over(pvzan_converter& c, fast::path& path, cursor& at) {
     session& s = c.work;
     if (at.in >= at.settled) {
         look_ahead(c, at);
     }
-    const auto size = static_cast<std::size_t>(at.settled - at.in);
-    if (size == 0 || at.room == 0) {
+    if (at.in == at.settled || at.room == 0) {
         return;
     }
-    s.inBuf = at.in;
-    s.inPos = 0;
-    s.inCount = 0;
-    s.inLen = static_cast<i32>(size);
-    s.outBuf = at.out;
-    s.outPos = 0;
-    s.outLen = static_cast<i32>(std::min(at.room, most_at_once));
-    s.target.convertNewline = c.how.breaks != PVZAN_BREAKS_AS_FOUND ? 1 : 0;
+    copy_ascii(c, path, at);
+    if (at.in == at.settled || at.room == 0) {
+        return;
+    }
+    place_buffers(c, at);
     s.srcCode = c.now.behind_break ? u32{'\r'} : 0;
     s.status = PVZAN_WRITTEN;
     const u32 set = s.srcShiftSet;
@@ -114,11 +156,7 @@ void run_over(pvzan_converter& c, fast::path& path, cursor& at) {
         c.now.private_use +=
             count_private(at.out, written, c.to.kind, c.to.order != PVZAN_ORDER_LITTLE);
     }
-    at.in += done;
-    at.left -= done;
-    at.out += written;
-    at.room -= written;
-    c.now.out += written;
+    advance_buffers(c, at, done, written);
 }
 
 // ---- Single characters -------------------------------------------------------------------------

@@ -61,11 +61,32 @@ void path::be_patient(u32 characters) {
     penalty_ = std::min(2 * penalty_ + 1, most);
 }
 
-void path::try_run(session* s) {
+void path::drop_stale_pair() {
     if (held_.p != nullptr && !is_current(*held_.p)) {
         release_pair(held_);
         held_.p = nullptr;
     }
+}
+
+std::size_t path::copy_ascii(const session* s, ascii_breaks& counted) {
+    drop_stale_pair();
+    if (!take_pair(s)) {
+        return 0;
+    }
+    const pair& p = *held_.p;
+    const fast::run r = run_of(s, p);
+    const auto size = static_cast<std::size_t>(r.in_end - r.in),
+               room = static_cast<std::size_t>(r.out_end - r.out);
+    const bool copies = p.plan.source_unit.bytes == 1 && p.plan.target_unit.bytes == 1 &&
+                        p.plan.source_states.codes == nullptr &&
+                        p.plan.target_states.codes == nullptr && !p.plan.normalises;
+    return copies
+               ? p.kernel->copy_and_count({r.in, size, r.out, room, p.plain_ascii.load()}, counted)
+               : 0;
+}
+
+void path::try_run(session* s) {
+    drop_stale_pair();
     if (output_room(s) == 0 || input_left(s).empty()) {
         return;
     }

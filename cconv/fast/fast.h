@@ -31,9 +31,15 @@ public:
         }
     }
 
+    // Copies ASCII from the session's input to its output, as far as that is right without states
+    // and without converting line breaks, and counts these; returns the number of characters. The
+    // session stays as it is.
+    std::size_t copy_ascii(const session* s, ascii_breaks& counted);
+
 private:
     void try_run(session* s);
     bool take_pair(const session* s);
+    void drop_stale_pair();
     void be_patient(u32 characters);
 
     strictness strict_;

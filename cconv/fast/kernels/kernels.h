@@ -31,6 +31,13 @@ struct ascii_run {
     byte_set plain; // the ASCII that a run may hold
 };
 
+// What a run of ASCII holds of line breaks. The line feeds are only right where there is no
+// carriage return.
+struct ascii_breaks {
+    u64 line_feeds;
+    bool has_returns;
+};
+
 // A unit of two or four bytes, beside ASCII's one.
 struct ascii_unit {
     u32 bytes;
@@ -70,6 +77,7 @@ struct kernels {
     // Each returns the number of characters that the run begins with and the output has room for.
     // They touch nothing outside of input and output; output behind what is counted may be written.
     std::size_t (*copy_ascii)(const ascii_run& run);
+    std::size_t (*copy_and_count)(const ascii_run& run, ascii_breaks& counted);
     std::size_t (*widen_ascii)(const ascii_run& run, ascii_unit target);
     std::size_t (*narrow_ascii)(const ascii_run& run, ascii_unit source);
 
