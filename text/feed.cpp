@@ -35,6 +35,9 @@ std::size_t pending(const pvzan_converter& c) {
 
 // Writes what is pending; returns whether that was all.
 bool drain(pvzan_converter& c, cursor& at) {
+    if (c.now.pending_size == 0) {
+        return true;
+    }
     const std::size_t size = std::min(pending(c), at.room);
     std::copy_n(c.now.pending + c.now.pending_at, size, at.out);
     at.out += size;
