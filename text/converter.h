@@ -117,9 +117,10 @@ struct pvzan_converter {
     u8 lf, cr;       // the source's codes for line breaks, one unit each
     bool ascii_feed; // both sides have ASCII's line feed
     bool takes_all;  // the target has all of Unicode
-    bool looks_for_marks; // the source is Unicode, the target contains less
-    u8 has_pairs;         // whether the target has codes of a letter and a mark; 0: unknown
-    u32 substitute;       // 0: not chosen yet
+    // The source is Unicode, the target contains less, and has codes of a letter and a mark; or the
+    // two are to be composed.
+    bool has_pairs, composes;
+    u32 substitute; // 0: not chosen yet
     text::standing now;
     text::fault fault;
     u8 bytes_known[256];           // what is known of bytes: see fault.cpp

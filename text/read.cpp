@@ -47,24 +47,9 @@ bool decode(pvzan_converter& c, const u8* bytes, std::size_t size, reading_resul
 
 // ---- Unicode -----------------------------------------------------------------------------------
 
-bool has_pairs(pvzan_converter& c) {
-    constexpr u8 no = 1, yes = 2;
-    if (c.has_pairs == 0) {
-        const bool has = std::ranges::any_of(JISX0213CombiningTable, [&](const combining_row& row) {
-            return row.mark != 0 && can_write(c, {row.base, row.mark});
-        });
-        c.has_pairs = has ? yes : no;
-    }
-    return c.has_pairs == yes;
-}
-
-bool may_join(pvzan_converter& c, u32 letter) {
-    if (!c.looks_for_marks) {
-        return false;
-    }
-    const bool joins =
-        may_take_mark(letter, nullptr) ? has_pairs(c) : may_take_mark(letter, c.work.dstGroup);
-    return joins || ((c.how.flags & PVZAN_COMPOSE) != 0 && takes_composing_mark(letter));
+bool may_join(const pvzan_converter& c, u32 letter) {
+    return (c.has_pairs && may_take_mark(letter, c.work.dstGroup)) ||
+           (c.composes && takes_composing_mark(letter));
 }
 
 // A letter and its marks are read as one character if the target has no other way to write them.
@@ -87,7 +72,7 @@ void compose_marks(pvzan_converter& c, const view& text, reading_result& read) {
             read.bytes += next.bytes;
             return;
         }
-        letter = (c.how.flags & PVZAN_COMPOSE) != 0 ? compose(letter, next.scalar) : 0;
+        letter = c.composes ? compose(letter, next.scalar) : 0;
         if (letter == 0 || can_write(c, {next.scalar, 0})) {
             return;
         }
@@ -317,7 +302,7 @@ mark_found find_mark(const pvzan_converter& c, const view& text, u32& length) {
 }
 
 std::size_t settled_size(pvzan_converter& c, const view& text) {
-    if (!c.looks_for_marks || text.last || text.flush) {
+    if (!(c.has_pairs || c.composes) || text.last || text.flush) {
         return text.size;
     }
     const std::size_t width = c.from.unit;
