@@ -129,6 +129,22 @@ struct pvzan_converter {
 
 namespace text {
 
+// All that a text continues from, with the sets that are designated.
+struct state {
+    standing now;
+    u32 in_set, out_set;
+};
+
+inline state state_of(const pvzan_converter& c) {
+    return {c.now, c.work.srcShiftSet, c.work.dstShiftSet};
+}
+inline void go_back(pvzan_converter& c, const state& to) {
+    c.now = to.now;
+    c.work.srcShiftSet = to.in_set;
+    c.work.dstShiftSet = to.out_set;
+    c.work.source.srcBigEndian = to.now.big_source ? 1 : 0;
+}
+
 inline bool is_unicode(const pvzan_name& name) {
     return name.kind != PVZAN_KIND_OTHER;
 }

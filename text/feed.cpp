@@ -272,19 +272,6 @@ stepped step(pvzan_converter& c, const view& text, reading_result& next) {
     return stepped::faulty;
 }
 
-// Returns bytes to a caller who uses PVZAN_LEAVE_INPUT, if there is not enough room.
-struct snapshot {
-    explicit snapshot(const pvzan_converter& c)
-        : now(c.now), in_set(c.work.srcShiftSet), out_set(c.work.dstShiftSet) {}
-    void put_back(pvzan_converter& c) const {
-        c.now = now;
-        c.work.srcShiftSet = in_set;
-        c.work.dstShiftSet = out_set;
-    }
-    standing now;
-    u32 in_set, out_set;
-};
-
 // ---- The feed ----------------------------------------------------------------------------------
 
 // Handles a fault as the options say; false if they do not.
@@ -357,13 +344,13 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
 
 // The same for callers who use PVZAN_LEAVE_INPUT: what does not fit stays in the input.
 pvzan_outcome take_what_fits(pvzan_converter& c, fast::path& path, cursor& at, bool& stuck) {
-    const snapshot before(c);
+    const state before = state_of(c);
     const cursor was = at;
     const pvzan_outcome taken = take_character(c, path, at, stuck);
     if (pending(c) <= at.room) {
         return taken;
     }
-    before.put_back(c);
+    go_back(c, before);
     at = was;
     return PVZAN_FEED_MORE_ROOM;
 }
@@ -385,10 +372,10 @@ pvzan_outcome end(pvzan_converter& c, fast::path& path, cursor& at) {
             return PVZAN_FEED_FAULT;
         }
     }
-    const snapshot before(c);
+    const state before = state_of(c);
     write_closing(c);
     if (leaves_input(c) && pending(c) > at.room) {
-        before.put_back(c);
+        go_back(c, before);
         return PVZAN_FEED_MORE_ROOM;
     }
     if (!drain(c, at)) {
