@@ -57,7 +57,7 @@ constexpr std::array designations = {to_ascii,    to_roman,  to_jisc6226,
                                      to_jisx0208, to_plane1, to_plane2};
 
 // In place of the number of the set designated: JIS X 0213, and its plane 2 holds for all codes.
-constexpr u32 plane2_state = ~u32{PVZAN_SET_JIS_X_0213};
+constexpr u32 plane2_state = 1U << 20 | PVZAN_SET_JIS_X_0213;
 
 // The designation at the beginning of the input; null if there is none, or if it is cut.
 const designation* designation_at(std::span<const u8> input) {
