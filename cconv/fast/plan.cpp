@@ -60,6 +60,9 @@ std::optional<source_form> source_form_of(const session* s, const codec_traits& 
         if (states_of(s->srcGroup, codec).codes != nullptr) {
             return {{reader::states, single_bytes}};
         }
+        if (codec.like_utf8) {
+            return {{reader::utf8, single_bytes}};
+        }
         break;
     case reading::ucs2:
         if (pairs) {
@@ -158,9 +161,7 @@ void place_sets(plan& p) {
 // Whether the fast path can write the target's text.
 bool can_write(const plan& p) {
     const iso2022* codes = p.target_states.codes;
-    const bool has_states =
-        p.target->read == reading::scanned || p.target->read == reading::escapes;
-    return codes != nullptr ? codes->set_count < line_way : !has_states;
+    return codes != nullptr ? codes->set_count < line_way : !p.target->designates;
 }
 
 } // namespace
