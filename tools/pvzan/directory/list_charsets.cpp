@@ -184,7 +184,7 @@ int print_list(const list_options& options) {
         std::vector<pvzan_name> wanted;
         for (const std::string& name : options.names) {
             const auto found = std::ranges::find_if(charsets, [&](const pvzan_name& charset) {
-                return is_charset(charset, {charset_of(name).charset});
+                return std::string_view(charset.charset) == charset_of(name).charset;
             });
             if (found != charsets.end()) {
                 wanted.push_back(*found);
