@@ -104,6 +104,7 @@ def main(directory):
         "zh_tw-prose": traditional,
         "ko-dense": dense(korean),
         "ko-prose": korean,
+        "fr-dense": dense(french),
         "fr-prose": french,
         "ru-dense": dense(russian),
         "ru-prose": russian,

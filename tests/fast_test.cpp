@@ -183,14 +183,25 @@ TEST(Fast, KernelsAreThoseThatTheProcessorRuns) {
     fast::kernel_list list{};
     fast::list_kernels(list);
     EXPECT_EQ(std::ranges::find(list, nullptr) - list, count);
-    // UTF-8 in too many bytes ends a block: the rules read it, strict conversion does not.
-    for (const std::string form : {"\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE0\x9F\xBF"}) {
+    // UTF-8 in too many bytes ends a block: the rules read it, strict conversion does not. So does
+    // what is no UTF-8, whatever single bytes its characters would be.
+    static fast::entry_word entries[fast::key_count];
+    std::ranges::fill(entries, fast::one_byte | 'x');
+    for (const std::string form : {"\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE0\x9F\xBF", "\xBF",
+                                   "\xC2", "\xE0\xA0", "\xC2\xC2\x80", "\xF0\x90\x80\x80"}) {
         for (std::size_t i = 0; list[i]->has_blocks; ++i) {
             for (std::size_t at = 0; at + 3 < 2 * fast::chunk_bytes; ++at) {
                 u16 scalars[4 * fast::chunk_codes];
                 const std::string in =
                     std::string(2 * fast::chunk_bytes, 'a').replace(at, form.size(), form);
                 ASSERT_LE(list[i]->decode_utf8(test::bytes_of(in).data(), 2, scalars).bytes, at);
+                fast::byte_tables tables{};
+                tables.pages[0] = 0x20;
+                u8 out[4 * fast::chunk_bytes];
+                const fast::ascii_run run{
+                    test::bytes_of(in).data(), in.size(), out, sizeof out, {}};
+                ASSERT_TRUE(list[i]->utf8_to_bytes == nullptr ||
+                            list[i]->utf8_to_bytes(entries, run, tables).read == at);
             }
         }
     }

@@ -63,6 +63,7 @@ public:
           at_hand_(to_ != nullptr ? set_at_hand(*to_, r.out_state) : 0),
           has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)),
           in_run_(has_runs_) {
+        tables_.made = false;
         for (std::size_t set = 0; to_ != nullptr && set < ways_.size(); ++set) {
             ways_[set].from = 0;
         }
@@ -326,6 +327,9 @@ private:
     // Converts as much of the current block as is independent of the rest; false if that is
     // nothing.
     bool block() {
+        if (p_.plan.single_bytes && p_.kernel->put_bytes != nullptr && bytes_at_once()) {
+            return true;
+        }
         const std::ptrdiff_t room = r_.out_end - r_.out;
         short_of_room_ = room + spare_ < block_margin;
         if (short_of_room_) {
@@ -370,6 +374,34 @@ private:
             r_.last = codes[n - 1];
         }
         return true;
+    }
+
+    // Converts from single bytes, or to them from UTF-8, as far as that is possible at once.
+    bool bytes_at_once() {
+        if constexpr (!has_states && Reader::unit_bytes == 1) {
+            const fast::ascii_run run{r_.in, static_cast<std::size_t>(r_.in_end - r_.in), r_.out,
+                                      static_cast<std::size_t>(r_.out_end - r_.out),
+                                      p_.plain_ascii.load()};
+            if (run.in_size < worth_tables && !tables_.made) {
+                return false;
+            }
+            for (std::size_t i = 0; !tables_.made && i < std::size(tables_.pages); ++i) {
+                tables_.pages[i] = p_.pages[i].load(std::memory_order_relaxed);
+            }
+            const bytes_put put = Reader::scalars
+                                      ? p_.kernel->utf8_to_bytes(p_.entries, run, tables_)
+                                      : p_.kernel->put_bytes(p_.entries, run, tables_);
+            r_.in += put.read;
+            r_.out += put.written;
+            r_.characters += static_cast<u32>(Reader::scalars ? put.written : put.read);
+            if constexpr (!Reader::scalars) {
+                r_.before_last = put.read > 1 ? r_.in[-2] : r_.last;
+                r_.last = put.read > 0 ? r_.in[-1] : r_.last;
+            }
+            next_block_ = r_.in + behind_fault;
+            return put.read > 0;
+        }
+        return false;
     }
 
     // Converts a block to several sets.
@@ -448,6 +480,11 @@ private:
     u32 at_hand_;       // the set that needs no sequences; 0: none
     std::array<known_way, iso2022::most_sets + 1> ways_; // by set, the last ones found
     bool has_runs_, in_run_;                             // of ASCII, which is faster without blocks
+    // Input that is worth making tables for, and how far behind a character that lacks in them
+    // they are tried again.
+    static constexpr std::size_t worth_tables = 256;
+    static constexpr std::ptrdiff_t behind_fault = 8;
+    byte_tables tables_;
     const u8* next_block_ = nullptr;
     std::ptrdiff_t spare_ = 0;      // bytes that may be touched after the end of the output
     bool short_of_room_ = false;    // for a block

@@ -117,6 +117,7 @@ struct plan {
     const codec_traits *source, *target;
     fast::reader reader;
     block_form blocks;
+    bool single_bytes;                   // the source's codes or, from UTF-8, the target's
     bool normalises;                     // line breaks are converted
     ascii_unit source_unit, target_unit; // of ASCII
     u16 stops[9]; // between Unicode charsets: values that are not converted by form
@@ -224,6 +225,8 @@ struct pair {
     // By lead byte: 0: not asked, 1: a character by itself, 2: with the byte after it, 3: with two.
     std::atomic<u8> lead_length[256];
     atomic_byte_set leads; // those of length 2
+    // Pages of 64 scalars beyond ASCII, the first ones with single bytes among their entries.
+    std::atomic<u16> pages[byte_tables::most_pages];
 
     answer* answers[key_count / answers_at_once];
     std::atomic<u16> answer_at[key_count]; // 0: none

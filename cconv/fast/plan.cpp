@@ -12,9 +12,9 @@ namespace fast {
 
 namespace {
 
-bool all_two_bytes_wide(const charset_group* group) {
+bool all_wide(const charset_group* group, u32 bytes) {
     for (const basic_set* set : member_sets(group)) {
-        if (set->byteNum != 2) {
+        if (set->byteNum != bytes) {
             return false;
         }
     }
@@ -48,7 +48,7 @@ charset_states states_of(const charset_group* group, const codec_traits& codec) 
 
 std::optional<source_form> source_form_of(const session* s, const codec_traits& codec) {
     const bool big = s->source.srcBigEndian != 0;
-    const bool pairs = all_two_bytes_wide(s->srcGroup);
+    const bool pairs = all_wide(s->srcGroup, 2);
     switch (codec.read) {
     case reading::lead_byte: return {{reader::lead_bytes, single_bytes}};
     case reading::pairs: return {{reader::units, {2, true}}};
@@ -187,6 +187,8 @@ bool make_plan(const session* s, plan& made) {
     made.target_unit = target_unit(s, made.target->form);
     made.normalises = s->target.convertNewline != 0;
     made.blocks = blocks_of(s, made);
+    made.single_bytes = made.target_states.codes == nullptr &&
+                        all_wide(made.reader == reader::utf8 ? s->dstGroup : s->srcGroup, 1);
     set_stops(made);
     return true;
 }

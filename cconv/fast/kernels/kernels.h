@@ -70,6 +70,17 @@ struct split_by {
     u8 single_shift;
 };
 
+// Tables for vectors, made from entries. They stay right, because entries do.
+struct byte_tables {
+    static constexpr std::size_t most_pages = 12;
+    bool made;
+    u16 pages[most_pages]; // of 64 scalars each: the number of the first one / 64; 0: none
+    alignas(64) u8 rows[16][64];
+};
+struct bytes_put {
+    std::size_t read, written;
+};
+
 struct kernels {
     const char* name;
     bool has_blocks; // else going character by character is faster
@@ -88,6 +99,16 @@ struct kernels {
     // else; may touch kernel_margin bytes behind that.
     block_written (*put_entries)(const entry_word* entries, const u16* codes, std::size_t count,
                                  u8* out);
+
+    // For charsets of single bytes: convert what the run holds up to the first character whose
+    // entry says something else, or close to the end of the output. Null where there are none.
+
+    // From single bytes.
+    bytes_put (*put_bytes)(const entry_word* entries, const ascii_run& run,
+                           byte_tables& tables) = nullptr;
+    // From UTF-8 to single bytes other than 0, of ASCII and of the pages that the tables name.
+    bytes_put (*utf8_to_bytes)(const entry_word* entries, const ascii_run& run,
+                               byte_tables& tables) = nullptr;
 
     // For blocks: null where there are none.
 
