@@ -4,7 +4,6 @@
 #include "text/unicode.h"
 
 #include <algorithm>
-#include <optional>
 #include <utility>
 
 namespace text {
@@ -320,17 +319,9 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
         const bool all = added == at.left;
         text = {joined, held + added, at.last && all, at.flush && all};
     }
-    std::optional<snapshot> before;
-    if (leaves_input(c)) {
-        before.emplace(c);
-    }
     reading_result next;
     const stepped result = step(c, text, next);
     const bool told = result == stepped::faulty && !answer_inside(c);
-    if (before && pending(c) > at.room) {
-        before->put_back(c);
-        return PVZAN_FEED_MORE_ROOM;
-    }
     u32 used = next.bytes;
     // A sequence may end with a line break that is not a character.
     const bool silent = next.kind == reading_result::silent;
@@ -339,7 +330,7 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
                          looks_like_break(c, text, next);
     if (result == stepped::waits) {
         stuck = true;
-        used = before ? next.letters : static_cast<u32>(text.size);
+        used = leaves_input(c) ? next.letters : static_cast<u32>(text.size);
         std::copy_n(text.bytes, used, c.now.held);
         c.now.held_size = used;
     } else {
@@ -351,7 +342,7 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
         if (breaks && tells_lines(c)) {
             c.now.at.step('\n');
         }
-        used = before && told ? 0 : used;
+        used = leaves_input(c) && told ? 0 : used;
         c.now.held_size = held - std::min(held, used);
         std::copy_n(joined + (held - c.now.held_size), c.now.held_size, c.now.held);
     }
@@ -360,6 +351,19 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
     at.left -= from_input;
     at.behind.lines = counted ? at.in : at.behind.lines;
     return told ? PVZAN_FEED_FAULT : PVZAN_FEED_DONE;
+}
+
+// The same for callers who use PVZAN_LEAVE_INPUT: what does not fit stays in the input.
+pvzan_outcome take_what_fits(pvzan_converter& c, fast::path& path, cursor& at, bool& stuck) {
+    const snapshot before(c);
+    const cursor was = at;
+    const pvzan_outcome taken = take_character(c, path, at, stuck);
+    if (pending(c) <= at.room) {
+        return taken;
+    }
+    before.put_back(c);
+    at = was;
+    return PVZAN_FEED_MORE_ROOM;
 }
 
 bool is_left_open(const pvzan_converter& c) {
@@ -415,7 +419,8 @@ pvzan_outcome feed(pvzan_converter& c, fast::path& path, cursor& at) {
                 continue;
             }
         }
-        const pvzan_outcome taken = take_character(c, path, at, stuck);
+        const pvzan_outcome taken = leaves_input(c) ? take_what_fits(c, path, at, stuck)
+                                                    : take_character(c, path, at, stuck);
         if (taken != PVZAN_FEED_DONE) {
             return taken;
         }

@@ -340,7 +340,8 @@ private:
         const last_way way = r_.way;
         u16 codes[block_codes + chunk_codes]; // vectors reach beyond the last one
         const auto left = static_cast<std::size_t>(r_.in_end - r_.in);
-        const chunk_read read = reader_.read(r_.in, std::min(chunks_, left / chunk_bytes), codes);
+        const std::size_t chunks = std::min(chunks_, left / chunk_bytes);
+        const chunk_read read = reader_.read(r_.in, chunks, codes);
         const block_written written = to_ != nullptr ? put_in_sets(codes, read.codes, r_.out)
                                                      : put_block(p_, codes, read.codes, r_.out);
         const std::size_t n = written.codes;
@@ -352,6 +353,8 @@ private:
             return false;
         }
         const u8* const begin = r_.in;
+        const bool was_stopped =
+            n < read.codes || read.bytes + Reader::longest < chunks * chunk_bytes;
         if (n == read.codes) {
             r_.in += read.bytes;
             chunks_ = std::min(2 * chunks_, block_chunks);
@@ -362,7 +365,7 @@ private:
         if (n == 0) {
             return false;
         }
-        next_block_ = r_.in;
+        next_block_ = r_.in + (was_stopped ? 1 : 0); // that character needs more than a block
         r_.out += written.bytes;
         r_.characters += static_cast<u32>(n);
         // Short runs of ASCII are converted as part of blocks.

@@ -176,9 +176,7 @@ bool make_plan(const session* s, plan& made) {
     const std::optional<source_form> found = source_form_of(s, *made.source);
     made.source_states = states_of(s->srcGroup, *made.source);
     made.target_states = states_of(s->dstGroup, *made.target);
-    // If both have states, little can be converted independently of the rest.
-    const bool both = made.source_states.codes != nullptr && made.target_states.codes != nullptr;
-    if (!found || both || !can_write(made)) {
+    if (!found || !can_write(made)) {
         return false;
     }
     place_sets(made);
