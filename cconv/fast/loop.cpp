@@ -327,8 +327,11 @@ private:
     // Converts as much of the current block as is independent of the rest; false if that is
     // nothing.
     bool block() {
-        if (p_.plan.single_bytes && p_.kernel->put_bytes != nullptr && bytes_at_once()) {
+        if (p_.plan.single_bytes && bytes_at_once()) {
             return true;
+        }
+        if (!p_.kernel->has_blocks) {
+            return false;
         }
         const std::ptrdiff_t room = r_.out_end - r_.out;
         short_of_room_ = room + spare_ < block_margin;
@@ -385,15 +388,14 @@ private:
             const fast::ascii_run run{r_.in, static_cast<std::size_t>(r_.in_end - r_.in), r_.out,
                                       static_cast<std::size_t>(r_.out_end - r_.out),
                                       p_.plain_ascii.load()};
-            if (run.in_size < worth_tables && !tables_.made) {
+            const auto kernel = Reader::scalars ? p_.kernel->utf8_to_bytes : p_.kernel->put_bytes;
+            if (kernel == nullptr || (run.in_size < worth_tables && !tables_.made)) {
                 return false;
             }
             for (std::size_t i = 0; !tables_.made && i < std::size(tables_.pages); ++i) {
                 tables_.pages[i] = p_.pages[i].load(std::memory_order_relaxed);
             }
-            const bytes_put put = Reader::scalars
-                                      ? p_.kernel->utf8_to_bytes(p_.entries, run, tables_)
-                                      : p_.kernel->put_bytes(p_.entries, run, tables_);
+            const bytes_put put = kernel(p_.entries, run, tables_);
             r_.in += put.read;
             r_.out += put.written;
             r_.characters += static_cast<u32>(Reader::scalars ? put.written : put.read);
@@ -402,6 +404,7 @@ private:
                 r_.last = put.read > 0 ? r_.in[-1] : r_.last;
             }
             next_block_ = r_.in + behind_fault;
+            in_run_ = has_runs_;
             return put.read > 0;
         }
         return false;

@@ -93,9 +93,9 @@ block_form blocks_of(const session* s, const plan& p) {
     const bool scalars = p.source->form != unicode_form::none &&
                          p.target->form != unicode_form::none && is_plain_unicode(s->srcGroup) &&
                          is_plain_unicode(s->dstGroup);
-    return !chosen_kernels().has_blocks ? block_form::none
-           : scalars                    ? block_form::scalars
-                                        : block_form::entries;
+    const bool has_blocks =
+        chosen_kernels().has_blocks || (p.single_bytes && p.reader == reader::lead_bytes);
+    return !has_blocks ? block_form::none : scalars ? block_form::scalars : block_form::entries;
 }
 
 ascii_unit target_unit(const session* s, unicode_form form) {
@@ -184,9 +184,9 @@ bool make_plan(const session* s, plan& made) {
     made.source_unit = found->unit;
     made.target_unit = target_unit(s, made.target->form);
     made.normalises = s->target.convertNewline != 0;
-    made.blocks = blocks_of(s, made);
     made.single_bytes = made.target_states.codes == nullptr &&
                         all_wide(made.reader == reader::utf8 ? s->dstGroup : s->srcGroup, 1);
+    made.blocks = blocks_of(s, made);
     set_stops(made);
     return true;
 }

@@ -141,6 +141,10 @@ struct kernels {
 block_written put_one_by_one(const entry_word* entries, const u16* codes, std::size_t count,
                              u8* out);
 
+// put_bytes for any machine.
+bytes_put put_bytes_one_by_one(const entry_word* entries, const ascii_run& run,
+                               byte_tables& tables);
+
 extern const kernels portable_kernels, avx2_kernels, avx512_kernels;
 
 // Those that this processor can run, the best one first; null behind the last.
