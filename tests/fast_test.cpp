@@ -173,6 +173,33 @@ TEST(Fast, EndsAnywhere) {
     }
 }
 
+// Long texts of single bytes and to them, with line breaks converted or not, damaged or not.
+TEST(Fast, ConvertsSingleBytes) {
+    test::use_shipped_charsets();
+    std::mt19937 random(1);
+    fast::kernel_list list{};
+    fast::list_kernels(list);
+    for (int round = 0; round < 600; ++round) {
+        const char* const single = std::array{"koi8-r", "windows-1252", "ibm037"}[random() % 3];
+        const char* const other = std::array{"utf-8", "utf-16", "windows-1251"}[random() % 3];
+        if (round % 100 == 0) {
+            fast::choose_kernels(list[round / 100 % (std::ranges::find(list, nullptr) - list)]);
+            fast::release();
+        }
+        test::conversion c{.from = single, .to = other, .input = std::string(900, 'a')};
+        c.target.convertNewline = random() % 2;
+        const std::size_t every = std::array{1U, 2U, 40U, 400U}[random() % 4];
+        for (std::size_t at = random() % every; at < c.input.size(); at += 1 + random() % every) {
+            c.input[at] = static_cast<char>(random());
+        }
+        compare(c);
+        std::string there = result_of(c);
+        there[random() % there.size()] ^= static_cast<char>(random() % 2);
+        compare({.from = other, .to = single, .input = there, .target = c.target});
+    }
+    fast::choose_kernels(nullptr);
+}
+
 TEST(Fast, KernelsAreThoseThatTheProcessorRuns) {
     std::ptrdiff_t count = 1;
 #if defined(__x86_64__)

@@ -387,7 +387,7 @@ private:
         if constexpr (!has_states && Reader::unit_bytes == 1) {
             const fast::ascii_run run{r_.in, static_cast<std::size_t>(r_.in_end - r_.in), r_.out,
                                       static_cast<std::size_t>(r_.out_end - r_.out),
-                                      p_.plain_ascii.load()};
+                                      target_.bytes == 1 ? p_.plain_ascii.load() : byte_set{}};
             const auto kernel = Reader::scalars ? p_.kernel->utf8_to_bytes : p_.kernel->put_bytes;
             if (kernel == nullptr || (run.in_size < worth_tables && !tables_.made)) {
                 return false;

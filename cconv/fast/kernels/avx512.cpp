@@ -229,7 +229,8 @@ MACHINE void make_planes(const entry_word* entries, byte_tables& tables) {
     for (std::size_t i = 0; i < 0x100; i += lanes) {
         const quads_v packed = load_entries(entries + i);
         for (std::size_t plane = 0; plane < 4; ++plane) {
-            store_low_bytes(packed >> static_cast<u32>(8 * plane), tables.rows[4 * plane] + i);
+            u8* const row = tables.rows[4 * plane + i / vector_bytes];
+            store_low_bytes(packed >> static_cast<u32>(8 * plane), row + i % vector_bytes);
         }
     }
     tables.made = true;
