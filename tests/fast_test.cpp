@@ -212,7 +212,7 @@ TEST(Fast, KernelsAreThoseThatTheProcessorRuns) {
     // What would be a shift is not one in the middle of a pair.
     for (std::size_t at = 1; at < fast::chunk_bytes - 4; at += 2) {
         const std::string in = std::string(2 * fast::chunk_bytes, '!').replace(at, 2, "~}");
-        for (std::size_t i = 0; list[i]->has_blocks; ++i) {
+        for (std::size_t i = 0; list[i]->decode_utf8 != nullptr; ++i) {
             u16 codes[4 * fast::chunk_codes];
             const fast::split_shifts by{{{'~', '{'}, 2}, {{'~', '}'}, 2}, 0, 0xC000};
             EXPECT_EQ(list[i]->split_shifted(test::bytes_of(in).data(), 2, by, codes).bytes,
@@ -225,7 +225,7 @@ TEST(Fast, KernelsAreThoseThatTheProcessorRuns) {
     std::ranges::fill(entries, fast::one_byte | 'x');
     for (const std::string form : {"\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE0\x9F\xBF", "\xBF",
                                    "\xC2", "\xE0\xA0", "\xC2\xC2\x80", "\xF0\x90\x80\x80"}) {
-        for (std::size_t i = 0; list[i]->has_blocks; ++i) {
+        for (std::size_t i = 0; list[i]->decode_utf8 != nullptr; ++i) {
             for (std::size_t at = 0; at + 3 < 2 * fast::chunk_bytes; ++at) {
                 u16 scalars[4 * fast::chunk_codes];
                 const std::string in =

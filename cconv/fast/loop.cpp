@@ -55,7 +55,8 @@ public:
         : p_(p), r_(r), reader_(p, r.in_state), target_(p.plan.target_unit),
           to_(p.plan.target_states.codes),
           at_hand_(to_ != nullptr ? set_at_hand(*to_, r.out_state) : 0),
-          has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)) {
+          has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)),
+          has_blocks_(p.plan.single_bytes || reads_blocks(p)) {
         tables_.made = false;
         for (std::size_t set = 0; to_ != nullptr && set < ways_.size(); ++set) {
             ways_[set].from = 0;
@@ -69,9 +70,8 @@ public:
         const std::conditional_t<has_states, const Reader&, const Reader> reader = reader_;
         const u8* const in_end = r_.in_end;
         const u8* const in_stop = in_end - std::min(Reader::longest - 1, in_end - now.in);
-        const bool has_blocks = p.kernel->has_blocks || p.plan.single_bytes;
         const u8* next_block =
-            has_blocks && in_end - now.in >= std::ptrdiff_t{chunk_bytes} ? now.in : in_end;
+            has_blocks_ && in_end - now.in >= std::ptrdiff_t{chunk_bytes} ? now.in : in_end;
         const bool in_run = has_runs_;
         while (now.in < in_stop || is_whole(now.in)) {
             if constexpr (has_states) {
@@ -121,6 +121,10 @@ public:
 
 private:
     static constexpr bool has_states = Reader::has_states;
+    static bool reads_blocks(const pair& p) {
+        return Reader::reads_blocks(*p.kernel) &&
+               (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
+    }
     // Whether there is a character, and not a cut one.
     bool is_whole(const u8* in) const {
         const auto left = static_cast<std::size_t>(r_.in_end - in);
@@ -265,7 +269,7 @@ private:
         if (p_.plan.single_bytes && bytes_at_once()) {
             return true;
         }
-        if (!p_.kernel->has_blocks) {
+        if (!reads_blocks(p_)) {
             return false;
         }
         const std::ptrdiff_t room = r_.out_end - r_.out;
@@ -400,6 +404,7 @@ private:
     u32 at_hand_;       // the set that needs no sequences; 0: none
     std::array<known_way, iso2022::most_sets + 1> ways_; // by set, the last ones found
     bool has_runs_;                                      // of ASCII, which is faster without blocks
+    bool has_blocks_;
     // Input that is worth making tables for, and how far behind a character that lacks in them
     // they are tried again.
     static constexpr std::size_t worth_tables = 256;

@@ -96,7 +96,6 @@ struct split_shifts {
 
 struct kernels {
     const char* name;
-    bool has_blocks; // else going character by character is faster
 
     // Each returns the number of characters that the run begins with and the output has room for.
     // They touch nothing outside of input and output; output behind what is counted may be written.

@@ -191,7 +191,6 @@ bytes_put put_bytes_one_by_one(const entry_word* entries, const ascii_run& run, 
 
 const kernels portable_kernels = {
     .name = "portable",
-    .has_blocks = false,
     .copy_ascii = copy_ascii,
     .copy_and_count = copy_and_count,
     .widen_ascii = widen_ascii,
@@ -199,6 +198,7 @@ const kernels portable_kernels = {
     .count_breaks = count_breaks,
     .put_entries = put_one_by_one,
     .put_bytes = put_bytes_one_by_one,
+    .copy_units = copy_units,
 };
 
 } // namespace fast
