@@ -11,9 +11,9 @@ namespace fast {
 
 namespace {
 
-bool all_two_bytes_wide(const charset_group* group) {
+bool all_wide(const charset_group* group, u32 bytes) {
     for (const basic_set* set : member_sets(group)) {
-        if (set->byteNum != 2) {
+        if (set->byteNum != bytes) {
             return false;
         }
     }
@@ -43,7 +43,7 @@ charset_states states_of(const charset_group* group, const codec_traits& codec) 
 // Plans how source characters are distinguished, and their units; false if the rules are needed.
 bool plan_reading(const session* s, plan& p) {
     const bool big = s->source.srcBigEndian != 0;
-    const bool pairs = all_two_bytes_wide(s->srcGroup);
+    const bool pairs = all_wide(s->srcGroup, 2);
     const auto read_by = [&](fast::reader how, ascii_unit unit) {
         p.reader = how;
         p.source_unit = unit;
@@ -148,6 +148,8 @@ bool make_plan(const session* s, plan& made) {
     made.normalises = s->target.convertNewline != 0;
     made.by_form = made.source->form != unicode_form::none && is_plain_unicode(s->srcGroup) &&
                    made.target->form != unicode_form::none && is_plain_unicode(s->dstGroup);
+    made.single_bytes = made.target_states.codes == nullptr &&
+                        all_wide(made.reader == reader::utf8 ? s->dstGroup : s->srcGroup, 1);
     set_stops(made);
     return true;
 }
