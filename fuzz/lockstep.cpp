@@ -45,6 +45,7 @@ constexpr const char* charsets[] = {
     "ibm1390",
     // From here on, other further charsets.
     "big5-hkscs",
+    "eucjp-ms",
     "utf-7",
     "cesu-8",
     "utf-8-mac",

@@ -324,7 +324,7 @@ bool note(pair& p, const u8* in, u32 length, u32 key, verdict v, const answer& a
 
 // Asks about a character whose first byte is new: its length is the first one that is not cut.
 bool learn_lead(pair& p, const u8* in, std::size_t left) {
-    const bool shifts = *in == p.plan.source->single_shift && *in != no_single_shift;
+    const bool shifts = *in == p.plan.single_shift && *in != no_single_shift;
     const u32 most = shifts ? 3 : 2;
     for (u32 length = 1; length <= std::min<std::size_t>(most, left); ++length) {
         answer a;

@@ -116,6 +116,7 @@ struct plan {
     bool by_form;      // between Unicode charsets: blocks are converted by changing the form
     bool single_bytes; // the source's codes or, from UTF-8, the target's
     bool normalises;   // line breaks are converted
+    u8 single_shift;   // begins three bytes; 0: there is none
     ascii_unit source_unit, target_unit; // of ASCII
     u16 stops[9];                        // values that are not converted by form
     u32 stop_count;

@@ -33,6 +33,23 @@ bool widths_ascend(const charset_group* group) {
     return !member_sets(group).empty();
 }
 
+// The byte that all codes of three bytes begin with, if their sets say so.
+u8 single_shift_of(const charset_group* group) {
+    u32 shift = no_single_shift;
+    for (const basic_set* set : member_sets(group)) {
+        const bool three = set->byteNum == 3;
+        for (const limit* range : items_of<limit>(three ? set->defined->ranges : nullptr)) {
+            const u32 lead = range->low >> 16;
+            if (lead < 0x80 || lead != range->high >> 16 ||
+                (shift != no_single_shift && lead != shift)) {
+                return no_single_shift;
+            }
+            shift = lead;
+        }
+    }
+    return static_cast<u8>(shift);
+}
+
 constexpr ascii_unit single_bytes{1, true};
 
 charset_states states_of(const charset_group* group, const codec_traits& codec) {
@@ -49,6 +66,8 @@ bool plan_reading(const session* s, plan& p) {
         p.source_unit = unit;
         return true;
     };
+    p.single_shift =
+        p.source->read == reading::sets ? single_shift_of(s->srcGroup) : p.source->single_shift;
     switch (p.source->read) {
     case reading::lead_byte: return read_by(reader::lead_bytes, single_bytes);
     case reading::pairs: return read_by(reader::units, {2, true});

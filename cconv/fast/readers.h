@@ -49,7 +49,7 @@ struct lead_byte_reader {
     static constexpr stop stop_without_length = stop::unknown;
 
     lead_byte_reader(const pair& with, u32)
-        : p_(with), by_{with.leads.load(), with.plan.source->single_shift} {}
+        : p_(with), by_{with.leads.load(), with.plan.single_shift} {}
     [[nodiscard]] static bool is_ascii(const u8* p) { return *p < 0x80; }
     [[nodiscard]] u32 length(const u8* p, std::size_t left) const {
         const u32 length = p_.lead_length[*p].load(std::memory_order_relaxed);
