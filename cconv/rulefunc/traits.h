@@ -55,7 +55,9 @@ struct codec_traits {
     // it: from the first to the second, and from the third to the fourth. 0: what the sets define.
     std::array<u8, 4> leads = {0x81, 0xFE, 0x81, 0xFE};
     scan_function scan = nullptr;
-    // Whether a text may end in that state.
+    // Whether a text can be in that state, besides the initial one; null: it cannot.
+    bool (*is_in_use)(const charset_group* group, u32 state) = nullptr;
+    // Whether a text may end in that state; null: it may.
     bool (*may_end)(const charset_group* group, u32 state) = nullptr;
     const struct iso2022_codec* states = nullptr; // how designations and shifts change the state
     std::span<const u32> sets{}; // looked up in the registry, even if not in the charset

@@ -170,10 +170,6 @@ scanned scan(const charset_group* group, u32 state, std::span<const u8> text) {
     return Read(group, state, text);
 }
 
-bool may_end(const charset_group*, u32) {
-    return true;
-}
-
 } // namespace
 
 extern "C" {
@@ -198,7 +194,6 @@ const codec_traits cesu_8_traits{
     .encode = constCESU_8,
     .read = reading::scanned,
     .scan = scan<read_cesu8>,
-    .may_end = may_end,
     .form = unicode_form::other,
 };
 const codec_traits utf_8_mac_traits{
@@ -206,5 +201,4 @@ const codec_traits utf_8_mac_traits{
     .encode = constUTF_8_MAC,
     .read = reading::scanned,
     .scan = scan<read_mac>,
-    .may_end = may_end,
 };
