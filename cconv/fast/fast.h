@@ -39,11 +39,10 @@ public:
 private:
     void try_run(session* s);
     bool take_pair(const session* s);
-    void drop_stale_pair();
     void be_patient(u32 characters);
 
     strictness strict_;
-    held_pair held_{};
+    pair* held_ = nullptr;
     u32 wait_;        // characters to leave to the rules before the next try
     u32 penalty_ = 0; // how many they are after a try that converted nothing
 };

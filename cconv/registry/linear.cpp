@@ -1,6 +1,7 @@
 #include "cconv/registry/linear.h"
 
 #include "platform/platform.h"
+#include "platform/unicode.h"
 
 #include <algorithm>
 
@@ -174,6 +175,21 @@ void finish_linear(table_object* table) {
     table->keysSeen = 1;
     block_of(table)->firstKey = table->minKey;
     block_of(table)->endKey = table->maxKey + 1;
+}
+
+std::optional<u32> faulty_run(table_object* table) {
+    finish_linear(table); // orders the runs by their values
+    header* const head = header_of(table);
+    u64 next = 0;
+    for (const run& r : runs_of(head)) {
+        const u64 last = u64{r.scalar} + (r.last - r.number);
+        if (r.scalar < next || last > last_scalar ||
+            (r.scalar <= last_surrogate && last >= first_high_surrogate)) {
+            return head->codes.code_of(r.number);
+        }
+        next = last + 1;
+    }
+    return std::nullopt;
 }
 
 u32 find_linear(const table_object* table, u32 key) {
