@@ -240,6 +240,7 @@ TEST(Text, TellsStatesApart) {
         const char *from, *one, *other;
     } rows[] = {{"iso-2022-jp-2004", "\x1B$(P", "\x1B$(Q"}, // planes of one set
                 {"iso-2022-jp", "\x1B$B", "\x1B(B"},
+                {"hz", "~{", "~}"},
                 {"shift_jis", "\x82", "\x83"},
                 {"utf-16", "\xFE\xFF", "\xFF\xFE"},
                 {"utf-8", "\r", "\n"}};
@@ -251,6 +252,7 @@ TEST(Text, TellsStatesApart) {
             feed(c, i == 0 ? row.one : row.other, PVZAN_PART, 9, PVZAN_DROP, none);
             const std::size_t size = pvzan_save(c, states[i], sizeof states[i]);
             EXPECT_EQ(pvzan_stands_as(c, states[0], size), i == 0 ? 1 : 0) << row.from;
+            EXPECT_EQ(pvzan_begin_in(c, 0x47D5D823), 0) << row.from;
             pvzan_close(c);
         }
     }

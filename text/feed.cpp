@@ -356,7 +356,8 @@ pvzan_outcome take_what_fits(pvzan_converter& c, fast::path& path, cursor& at, b
 }
 
 bool is_left_open(const pvzan_converter& c) {
-    return has_states(c) && !c.source->may_end(c.work.srcGroup, c.work.srcShiftSet);
+    return has_states(c) && c.source->may_end != nullptr &&
+           !c.source->may_end(c.work.srcGroup, c.work.srcShiftSet);
 }
 
 // All input has been used.

@@ -167,11 +167,16 @@ uint64_t pvzan_shift(const pvzan_converter* converter) {
 }
 
 int32_t pvzan_begin_in(pvzan_converter* converter, uint64_t shift) {
-    if (converter == nullptr || shift >> 32 != 0 || (shift != 0 && !has_states(*converter))) {
+    const u32 set = static_cast<u32>(shift) ^ u32 { PVZAN_SET_ISO_646_IRV };
+    const auto* source = converter != nullptr ? converter->source : nullptr;
+    const bool may_begin =
+        shift == 0 || (shift >> 32 == 0 && source != nullptr && source->is_in_use != nullptr &&
+                       source->is_in_use(converter->work.srcGroup, set));
+    if (converter == nullptr || !may_begin) {
         return 0;
     }
     begin_text(*converter);
-    converter->work.srcShiftSet = static_cast<u32>(shift) ^ u32 { PVZAN_SET_ISO_646_IRV };
+    converter->work.srcShiftSet = set;
     return 1;
 }
 

@@ -407,6 +407,15 @@ scanned scan(const charset_group* group, u32 state, std::span<const u8> text) {
     return iso2022_read(group, state, text);
 }
 
+bool is_in_use(const charset_group* group, u32 word) {
+    u32 sets = 0;
+    for (u32 which = 0; which < register_count; ++which) {
+        sets = std::max(sets, set_in(word, which));
+    }
+    return word >> (shift_place + 2) == is_state >> (shift_place + 2) &&
+           sets <= group->codes->set_count;
+}
+
 bool may_end(const charset_group* group, u32 state) {
     return group->codes->close.holds_in(group->codes->state_of(state));
 }
@@ -464,6 +473,7 @@ const codec_traits iso_2022_traits{
     .encode = constISO_2022,
     .read = reading::scanned,
     .scan = scan,
+    .is_in_use = is_in_use,
     .may_end = may_end,
     .states = &told_states,
     .designates = true,

@@ -353,6 +353,10 @@ scanned scan(const charset_group* group, u32 state, std::span<const u8> text) {
     return {scanned::code, 2, 2, state};
 }
 
+bool is_in_use(const charset_group* group, u32 state) {
+    return designated_set(group, state) != nullptr;
+}
+
 bool may_end(const charset_group* group, u32 state) {
     const basic_set* set = designated_set(group, state);
     return set == nullptr || !is_double_byte_width(set->byteNum);
@@ -373,6 +377,7 @@ const codec_traits iso_2022_jp_traits{
     .encode = constISO_2022_JP,
     .read = reading::escapes,
     .scan = scan,
+    .is_in_use = is_in_use,
     .may_end = may_end,
     .states = &states,
     .sets = ascii_alone,
@@ -383,6 +388,7 @@ const codec_traits iso_2022_jp_2004_traits{
     .encode = constISO_2022_JP_2004,
     .read = reading::escapes,
     .scan = scan,
+    .is_in_use = is_in_use,
     .may_end = may_end,
     .states = &states,
     .sets = ascii_alone,

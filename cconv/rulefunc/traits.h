@@ -56,7 +56,9 @@ struct codec_traits {
     std::array<u8, 4> leads = {0x81, 0xFE, 0x81, 0xFE};
     scan_function scan = nullptr;
     bool like_utf8 = false; // scanned: characters of up to three bytes are those of UTF-8
-    // Whether a text may end in that state.
+    // Whether a text can be in that state, besides the initial one; null: it cannot.
+    bool (*is_in_use)(const charset_group* group, u32 state) = nullptr;
+    // Whether a text may end in that state; null: it may.
     bool (*may_end)(const charset_group* group, u32 state) = nullptr;
     const struct iso2022_codec* states = nullptr; // how designations and shifts change the state
     std::span<const u32> sets{}; // looked up in the registry, even if not in the charset

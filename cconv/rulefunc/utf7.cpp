@@ -146,6 +146,11 @@ scanned scan(const charset_group* group, u32 state, std::span<const u8> text) {
     return read_utf7(group, state, text);
 }
 
+bool is_in_use(const charset_group*, u32 word) {
+    const base64_state state = base64_state::of(word);
+    return state.word() == word && state.bits >> state.count == 0;
+}
+
 bool may_end(const charset_group*, u32 state) {
     return base64_state::of(state).bits == 0;
 }
@@ -240,6 +245,7 @@ const codec_traits utf_7_traits{
     .encode = constUTF_7,
     .read = reading::scanned,
     .scan = scan,
+    .is_in_use = is_in_use,
     .may_end = may_end,
     .designates = true,
     .form = unicode_form::other,

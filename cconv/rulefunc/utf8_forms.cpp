@@ -177,10 +177,6 @@ scanned scan(const charset_group* group, u32 state, std::span<const u8> text) {
     return read<Read>(group, state, text);
 }
 
-bool may_end(const charset_group*, u32) {
-    return true;
-}
-
 } // namespace
 
 extern "C" {
@@ -206,7 +202,6 @@ const codec_traits cesu_8_traits{
     .read = reading::scanned,
     .scan = scan<read_cesu8>,
     .like_utf8 = true,
-    .may_end = may_end,
     .form = unicode_form::other,
 };
 const codec_traits utf_8_mac_traits{
@@ -214,5 +209,4 @@ const codec_traits utf_8_mac_traits{
     .encode = constUTF_8_MAC,
     .read = reading::scanned,
     .scan = scan<read_mac>,
-    .may_end = may_end,
 };
