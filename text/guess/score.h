@@ -10,6 +10,10 @@ namespace text {
 // Costs are quarters of a bit.
 inline constexpr u32 bit = 4;
 
+constexpr bool within(u32 c, u32 first, u32 last) {
+    return c >= first && c <= last;
+}
+
 // Kinds of characters, in the order in which languages.tsv has them.
 enum class kind : u8 {
     space, // and line breaks
@@ -41,9 +45,23 @@ struct seen {
     bool capital;
 };
 seen see(u32 scalar, u32 at = 0);
+
+// What a mark that is used in any language costs among such marks, by how often it is met.
+u32 mark_cost(const seen& mark);
+// What it costs besides where it stands between two letters, as no mark but the apostrophe does.
+u32 mark_inside_cost(const seen& mark);
+
+// Arabic letters of some charsets have a shape, which shows whether the word goes on.
+u32 shape_cost(const seen& before, const seen& now);
 constexpr seen seen_fault(u32 at) {
     return {at, 0xFFFD, 0, kind::none, false};
 }
+
+// Where the pairs are whose first character this is.
+struct pair_line {
+    u32 first;
+    std::string_view seconds; // each with its cost
+};
 
 // Holds what it made of the models, some 300 KB at most, and lives as long as a guess.
 class scorer {
@@ -65,9 +83,13 @@ private:
         u8* symbols;
         u8* costs; // of what is behind what; then, of characters within their kind
         u32 width;
+        pair_line* pairs; // in the order of their first characters
+        u32 pair_count;
     };
     void find_models();
     bool load(model& m);
+    static void load_characters(model& m, std::string_view lines);
+    static u32 pair_cost(const model& m, u32 first, u32 second);
     u32 judge_letters(std::span<const seen> text, model& m, u32 most);
     u32 judge_characters(std::span<const seen> text, model& m, u32 most);
 
