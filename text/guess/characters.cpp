@@ -93,7 +93,8 @@ kind kind_of(u32 c) {
     if (within(c, 0x2160, 0x216B) || within(c, 0x2460, 0x2473) || within(c, 0x3220, 0x33FF)) {
         return kind::wide_mark;
     }
-    const bool known = within(c, 0x2000, 0x2BFF) || within(c, 0x3200, 0x33FF) ||
+    const bool known = within(c, 0x2000, 0x27BF) || within(c, 0x2800, 0x28FF) ||
+                       within(c, 0x2B00, 0x2BFF) || within(c, 0x3200, 0x33FF) ||
                        within(c, 0x1F000, 0x1FAFF) || within(c, 0xFE00, 0xFE6F);
     return within(c, 0x3000, 0x303F) ? kind::wide_mark : known ? kind::symbol : kind::odd;
 }
@@ -156,8 +157,14 @@ u32 mark_inside_cost(const seen& mark) {
            bit;
 }
 
+u32 mark_behind_cost(const seen& mark) {
+    constexpr std::u16string_view fitting = u"’“”«»…‘·´°©®™º²¹³\u00A0\u00AD";
+    const auto c = static_cast<char16_t>(mark.letter);
+    return fitting.find(c) != fitting.npos ? 0 : 5 * bit;
+}
+
 u32 shape_cost(const seen& before, const seen& now) {
-    constexpr u32 misplaced = 8 * bit, first = 0xFE80, ligatures = 0xFEF5;
+    constexpr u32 misplaced = 12 * bit, first = 0xFE80, ligatures = 0xFEF5;
     if (!within(before.scalar, first, ligatures - 1)) {
         return 0;
     }

@@ -32,6 +32,10 @@ u32 case_cost(const seen& before, const seen& now) {
     return now.letter == 0 ? 0 : !inside ? small_begins : before.capital ? small_behind_capital : 0;
 }
 
+bool is_letter(const seen& c) {
+    return c.what == kind::letter || c.what == kind::other_letter;
+}
+
 // Sound marks stand behind kana that have a voiced or half-voiced form, and behind no others.
 u32 sound_mark_cost(const seen& before, const seen& now) {
     constexpr u32 misplaced = 8 * bit;
@@ -115,8 +119,13 @@ bool is_native(std::string_view native, std::string_view language) {
 namespace {
 
 constexpr u32 classes = 6; // of what is no letter of an alphabet
-constexpr u32 mark_class = 4, other_class = 5;
+constexpr u32 letter_class = 2, mark_class = 4, other_class = 5;
 constexpr u32 all_characters = 0x10000;
+constexpr u32 latin_end = 0x370;
+constexpr u32 boundary = '_'; // of a word
+constexpr u32 two_letters(u32 first, u32 second) {
+    return first << 16 | second;
+}
 constexpr u32 inside_a_word = 12 * bit; // a character alone between small letters: "Br端ssow"
 
 u32 cost_of(char digit) {
@@ -132,7 +141,7 @@ u32 cost_of(char digit) {
 scorer::~scorer() {
     for (model& m : std::span(models_, count_)) {
         ZAN_free(m.costs);
-        ZAN_free(m.pairs);
+        ZAN_free(m.common);
     }
 }
 
@@ -185,22 +194,25 @@ bool scorer::load(model& m) {
             m.costs[row * m.width + i] = static_cast<u8>(cost_of(line[i]));
         }
     }
-    if (m.letters.empty()) {
-        load_characters(m, rest);
-    }
+    load_common(m, rest);
     return true;
 }
 
-// How common characters are, and where pairs are.
-void scorer::load_characters(model& m, std::string_view lines) {
+// How common characters are, and where what is common behind others is.
+void scorer::load_common(model& m, std::string_view lines) {
     constexpr u32 most_lines = 3000;
-    m.pairs = static_cast<pair_line*>(ZAN_malloc(static_cast<i32>(most_lines * sizeof(pair_line))));
+    m.common =
+        static_cast<common_line*>(ZAN_malloc(static_cast<i32>(most_lines * sizeof(common_line))));
     while (!lines.empty()) {
         std::string_view line = take_line(lines);
-        if (line.empty() || static_cast<u8>(line[0]) >= 0x80) {
-            const u32 first = take_character(line);
-            if (m.pairs != nullptr && m.pair_count < most_lines && first != 0) {
-                m.pairs[m.pair_count++] = {first, line};
+        const bool digits = !line.empty() && line[0] >= '0' && line[0] <= '9';
+        if (!digits) {
+            const bool two = line.starts_with('>');
+            line.remove_prefix(two ? 1 : 0);
+            u32 before = take_character(line);
+            before = two ? two_letters(before, take_character(line)) : before;
+            if (m.common != nullptr && m.common_count < most_lines) {
+                m.common[m.common_count++] = {before, line};
             }
             continue;
         }
@@ -214,25 +226,22 @@ void scorer::load_characters(model& m, std::string_view lines) {
     }
 }
 
-// What the second one costs behind the first; much, where that is no common pair.
-u32 scorer::pair_cost(const model& m, u32 first, u32 second) {
-    constexpr u32 no_pair = 255;
-    if (first < 0x80 || second < 0x80) {
-        return no_pair;
+// What is common behind that costs; much, where it is not.
+u32 scorer::common_cost(const model& m, u32 before, u32 now) {
+    constexpr u32 not_common = 255;
+    const common_line *const begin = m.common, *const end = begin + m.common_count;
+    const common_line* const found = std::lower_bound(
+        begin, end, before, [](const common_line& line, u32 key) { return line.before < key; });
+    if (found == end || found->before != before) {
+        return not_common;
     }
-    const pair_line *const begin = m.pairs, *const end = begin + m.pair_count;
-    const pair_line* const found = std::lower_bound(
-        begin, end, first, [](const pair_line& line, u32 c) { return line.first < c; });
-    if (found == end || found->first != first) {
-        return no_pair;
-    }
-    for (std::string_view rest = found->seconds; const u32 c = take_character(rest);) {
-        if (c == second && !rest.empty()) {
+    for (std::string_view rest = found->common; const u32 c = take_character(rest);) {
+        if (c == now && !rest.empty()) {
             return cost_of(rest[0]);
         }
         rest.remove_prefix(std::min<std::size_t>(rest.size(), 1));
     }
-    return no_pair;
+    return not_common;
 }
 
 // ---- Judging -----------------------------------------------------------------------------------
@@ -241,13 +250,24 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
     constexpr u32 most_for_a_mark = 5 * bit; // not all the texts that were counted have them
     u32 cost = 0, before = 0;
     seen last = see(' ');
-    bool inside = false; // at a mark behind a letter
+    bool inside = false;          // at a mark behind a letter
+    u32 run = 0, longest_run = 0; // of letters of another script than ASCII's
+    u32 two = two_letters(boundary, boundary);
     for (const seen& c : text) {
         if (c.what == kind::none || cost >= most) {
             continue;
         }
+        run = c.what == kind::other_letter && c.letter >= latin_end ? run + 1 : 0;
+        longest_run = std::max(longest_run, run);
         const u32 symbol = alphabet_symbol(m.symbols, c);
-        const u32 step = m.costs[before * m.width + symbol];
+        u32 step = m.costs[before * m.width + symbol];
+        const u32 third = symbol >= classes                                 ? c.letter
+                          : symbol == letter_class || symbol == other_class ? 0
+                                                                            : boundary;
+        if ((symbol >= classes || symbol == 0) && two % two_letters(1, 0) != boundary) {
+            step = std::min(step, common_cost(m, two, third));
+        }
+        two = two_letters(two % two_letters(1, 0), third);
         cost += case_cost(last, c) + shape_cost(last, c);
         if (symbol == mark_class) {
             cost += std::min(step, most_for_a_mark) + mark_cost(c);
@@ -256,14 +276,14 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
                     (symbol < classes && symbol != 0 ? rare_cost[static_cast<u32>(c.what)] : 0) +
                     (symbol == other_class ? foreign_cost : 0);
         }
-        const bool letter = c.what == kind::letter || c.what == kind::other_letter;
-        cost += inside && letter ? mark_inside_cost(last) : 0;
-        inside =
-            symbol == mark_class && (last.what == kind::letter || last.what == kind::other_letter);
+        cost += inside && is_letter(c) ? mark_inside_cost(last) : 0;
+        inside = symbol == mark_class && is_letter(last);
+        cost += inside ? mark_behind_cost(c) : 0;
         before = symbol;
         last = c;
     }
-    return cost;
+    constexpr u32 no_word = 10 * bit; // only single letters: they are hardly a language's
+    return cost + (longest_run == 1 ? no_word : 0);
 }
 
 u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
@@ -277,7 +297,9 @@ u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
         const u32 what = static_cast<u32>(c.what);
         const u32 common = c.letter != 0 ? m.symbols[c.letter] : 0;
         const u32 alone = m.costs[before * kinds + what] + (common != 0 ? common : rare_cost[what]);
-        cost += std::min(alone, pair_cost(m, last.letter, c.letter)) + case_cost(last, c);
+        const bool pair = last.letter >= 0x80 && c.letter >= 0x80;
+        cost += pair ? std::min(alone, common_cost(m, last.letter, c.letter)) : alone;
+        cost += case_cost(last, c);
         cost += c.what == kind::half_katakana ? sound_mark_cost(last, c) : 0;
         const bool small = c.what == kind::letter && !c.capital;
         cost += small && inside && last.what != kind::letter ? inside_a_word : 0;

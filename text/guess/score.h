@@ -48,7 +48,9 @@ seen see(u32 scalar, u32 at = 0);
 
 // What a mark that is used in any language costs among such marks, by how often it is met.
 u32 mark_cost(const seen& mark);
-// What it costs besides where it stands between two letters, as no mark but the apostrophe does.
+// What it costs besides behind a letter, where some marks hardly ever stand; and where another
+// letter follows, as behind no mark but the apostrophe.
+u32 mark_behind_cost(const seen& mark);
 u32 mark_inside_cost(const seen& mark);
 
 // Arabic letters of some charsets have a shape, which shows whether the word goes on.
@@ -57,10 +59,10 @@ constexpr seen seen_fault(u32 at) {
     return {at, 0xFFFD, 0, kind::none, false};
 }
 
-// Where the pairs are whose first character this is.
-struct pair_line {
-    u32 first;
-    std::string_view seconds; // each with its cost
+// What is common behind a character, or behind two letters, each with its cost.
+struct common_line {
+    u32 before;
+    std::string_view common;
 };
 
 // Holds what it made of the models, some 300 KB at most, and lives as long as a guess.
@@ -83,13 +85,13 @@ private:
         u8* symbols;
         u8* costs; // of what is behind what; then, of characters within their kind
         u32 width;
-        pair_line* pairs; // in the order of their first characters
-        u32 pair_count;
+        common_line* common; // in the order of what stands before
+        u32 common_count;
     };
     void find_models();
     bool load(model& m);
-    static void load_characters(model& m, std::string_view lines);
-    static u32 pair_cost(const model& m, u32 first, u32 second);
+    static void load_common(model& m, std::string_view lines);
+    static u32 common_cost(const model& m, u32 before, u32 now);
     u32 judge_letters(std::span<const seen> text, model& m, u32 most);
     u32 judge_characters(std::span<const seen> text, model& m, u32 most);
 

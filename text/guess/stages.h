@@ -26,18 +26,17 @@ struct candidate {
     char16_t high[128]{};             // of a single-byte charset: the characters 80 to FF
     pvzan_converter* reads = nullptr; // to the end of the text
     bool alive = false;
-    bool by_chance =
-        false;      // of UTF-8: contains a character that two other characters may form by chance
-    i32 cost = 0;   // quarters of a bit
-    i32 favour = 0; // the part of it that the user's language took off
-    u32 faults = 0; // in the evidence
-    u32 beyond = 0; // characters beyond ASCII in the evidence
-    u32 odd = 0;    // those of them that are private use and the like
-    u32 long_ones = 0;           // those of them from U+0800 on, which take three bytes in UTF-8
-    u64 hash = 0;                // of its reading
-    std::size_t first_fault = 0; // of the evidence
-    u64 fault_at = nowhere;      // of the text
-    u32 text_faults = 0;         // counted up to two
+    bool by_chance = false;         // of UTF-8: contains a character that others may form by chance
+    i32 cost = 0;                   // quarters of a bit
+    i32 favour = 0;                 // the part of it that the user's language took off
+    u32 faults = 0;                 // in the evidence
+    u32 characters = 0, beyond = 0; // of the evidence, and those beyond ASCII
+    u32 odd = 0;                    // those of them that are private use and the like
+    u32 long_ones = 0;              // those that are not odd and take three bytes in UTF-8 or four
+    u64 hash = 0;                   // of its reading
+    std::size_t first_fault = 0;    // of the evidence
+    u64 fault_at = nowhere;         // of the text
+    u32 text_faults = 0;            // counted up to two
     u8 fault_byte = 0;
 };
 

@@ -15,7 +15,7 @@ constexpr i32 far_behind = 60 * bit, first_look = 512;
 class taker {
 public:
     taker(candidate& c, seen* into) : c_(c), into_(into) {
-        c.faults = c.beyond = c.odd = c.long_ones = 0;
+        c.faults = c.characters = c.beyond = c.odd = c.long_ones = 0;
         c.by_chance = false;
         c.hash = 0xCBF29CE484222325U;
     }
@@ -24,10 +24,12 @@ public:
         const seen one = see(scalar, static_cast<u32>(at));
         into_[count_++] = one;
         note(scalar);
+        ++c_.characters;
         c_.beyond += scalar >= 0x80 ? 1 : 0;
-        c_.by_chance = c_.by_chance || (scalar >= 0x100 && scalar < 0x800);
-        c_.long_ones += scalar >= 0x800 ? 1 : 0;
-        c_.odd += one.what == kind::odd ? 1 : 0;
+        const bool odd = one.what == kind::odd;
+        c_.by_chance = c_.by_chance || (scalar >= 0x100 && (scalar < 0x800 || odd));
+        c_.long_ones += scalar >= 0x800 && !odd ? 1 : 0;
+        c_.odd += odd ? 1 : 0;
     }
     // Whether to go on.
     bool take_fault(std::size_t at) {
@@ -166,6 +168,7 @@ void follow(const pvzan_guesser& g, candidate& c, const candidate& first, bool s
     c.alive = stays || c.row.rare < hardly_ever_met;
     c.faults = 0;
     c.odd = 0;
+    c.characters = first.characters;
     c.beyond = first.beyond;
     c.hash = first.hash;
     c.favour = first.favour;

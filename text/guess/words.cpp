@@ -85,9 +85,14 @@ const u8* word_begin(const u8* first, const u8* at) {
     return begin;
 }
 
+// Between two words of which one tells about the other.
+bool parts_words(u8 byte) {
+    return byte == ' ' || byte == '\'';
+}
+
 // Behind the word that follows a blank; where it is not there, or long, the blank itself.
 const u8* neighbour_end(const u8* blank, const u8* stop) {
-    if (*blank != ' ') {
+    if (!parts_words(*blank)) {
         return blank;
     }
     const u8* p = blank + 1;
@@ -149,7 +154,7 @@ void take_words(pvzan_guesser& g, std::span<const u8> bytes) {
                 continue;
             }
             const u8* begin = word_begin(p, found);
-            if (begin > p && begin[-1] == ' ') {
+            if (begin > p && parts_words(begin[-1])) {
                 begin = word_begin(p, begin - 1); // the word before it tells the language
             }
             begin_word(g, place(begin));
