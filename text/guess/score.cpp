@@ -18,14 +18,14 @@ constexpr u32 foreign_cost = 6 * bit; // a script that an alphabet's texts do no
 constexpr std::u16string_view usual_marks = u"’“”«»–—„…·°©®§‘€\u00A0";
 
 // Case is paid for apart from letters, so that a text in capitals stays writing.
-constexpr u32 capital_begins = 8, small_begins = 2, capital_inside = 32, capital_goes_on = 4,
-              small_behind_capital = 4, other_capital_inside = 48;
+constexpr u32 capital_begins = 8, small_begins = 2, capital_inside = 32, second_capital = 14,
+              capital_goes_on = 4, small_behind_capital = 4, other_capital_inside = 48;
 
-u32 case_cost(const seen& before, const seen& now) {
+u32 case_cost(const seen& older, const seen& before, const seen& now) {
     const bool inside = before.letter != 0;
     if (now.capital) {
         return !inside             ? capital_begins
-               : before.capital    ? capital_goes_on
+               : before.capital    ? (older.capital ? capital_goes_on : second_capital)
                : now.letter < 0x80 ? capital_inside
                                    : other_capital_inside;
     }
@@ -249,7 +249,7 @@ u32 scorer::common_cost(const model& m, u32 before, u32 now) {
 u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
     constexpr u32 most_for_a_mark = 5 * bit; // not all the texts that were counted have them
     u32 cost = 0, before = 0;
-    seen last = see(' ');
+    seen older = see(' '), last = older;
     bool inside = false;          // at a mark behind a letter
     u32 run = 0, longest_run = 0; // of letters of another script than ASCII's
     u32 two = two_letters(boundary, boundary);
@@ -268,7 +268,7 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
             step = std::min(step, common_cost(m, two, third));
         }
         two = two_letters(two % two_letters(1, 0), third);
-        cost += case_cost(last, c) + shape_cost(last, c);
+        cost += case_cost(older, last, c) + shape_cost(last, c);
         if (symbol == mark_class) {
             cost += std::min(step, most_for_a_mark) + mark_cost(c);
         } else {
@@ -280,6 +280,7 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
         inside = symbol == mark_class && is_letter(last);
         cost += inside ? mark_behind_cost(c) : 0;
         before = symbol;
+        older = last;
         last = c;
     }
     constexpr u32 no_word = 10 * bit; // only single letters: they are hardly a language's
@@ -288,7 +289,7 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
 
 u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
     u32 cost = 0, before = 0;
-    seen last = see(' ');
+    seen older = see(' '), last = older;
     bool inside = false; // of a word of small letters, at its last one
     for (const seen& c : text) {
         if (c.what == kind::none || cost >= most) {
@@ -299,13 +300,14 @@ u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
         const u32 alone = m.costs[before * kinds + what] + (common != 0 ? common : rare_cost[what]);
         const bool pair = last.letter >= 0x80 && c.letter >= 0x80;
         cost += pair ? std::min(alone, common_cost(m, last.letter, c.letter)) : alone;
-        cost += case_cost(last, c);
+        cost += case_cost(older, last, c);
         cost += c.what == kind::half_katakana ? sound_mark_cost(last, c) : 0;
         const bool small = c.what == kind::letter && !c.capital;
         cost += small && inside && last.what != kind::letter ? inside_a_word : 0;
         inside = small || (inside && last.what == kind::letter && c.what >= kind::general_mark &&
                            c.letter != 0x2019);
         before = what;
+        older = last;
         last = c;
     }
     return cost;
