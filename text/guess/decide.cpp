@@ -107,7 +107,7 @@ void show_readings(pvzan_guesser& g, candidate** ranked, u32 count) {
         return;
     }
     const std::span<const seen> read = read_as(g, *ranked[0], all, true);
-    const std::span<seen> best(g.reading + evidence_room, read.size());
+    const std::span<seen> best(g.reading + evidence_room + late_room, read.size());
     std::ranges::copy(read, best.begin());
     const std::size_t place = find_difference(best, read_as(g, *ranked[1], all, true));
     g.answer.doubt = place < all.size() ? original_place(g, place) : nowhere;
@@ -165,6 +165,7 @@ void decide_plain(pvzan_guesser& g) {
 
 // Those that are left, the likeliest first.
 u32 rank(pvzan_guesser& g, candidate* (&ranked)[most_candidates]) {
+    weigh_late_words(g);
     settle_faults(g);
     for (candidate& c : std::span(g.candidates, g.count)) {
         const u32 behind_evidence = c.text_faults - std::min(c.faults, c.text_faults);

@@ -13,7 +13,8 @@ namespace {
 constexpr u32 rare_cost[kinds] = {1 * bit,  13,       15,       16,       14 * bit, 6 * bit,
                                   10 * bit, 10 * bit, 10 * bit, 11 * bit, 19 * bit, 12 * bit,
                                   11 * bit, 15 * bit, 10 * bit, 25 * bit};
-constexpr u32 foreign_cost = 6 * bit; // a script that an alphabet's texts do not have
+// A letter that an alphabet's texts do not have; less, where many languages have it.
+constexpr u32 foreign_cost = 6 * bit, foreign_and_rare_cost = 10 * bit, latin_1_end = 0x100;
 
 constexpr std::u16string_view usual_marks = u"’“”«»–—„…·°©®§‘€\u00A0";
 
@@ -274,7 +275,9 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
         } else {
             cost += step +
                     (symbol < classes && symbol != 0 ? rare_cost[static_cast<u32>(c.what)] : 0) +
-                    (symbol == other_class ? foreign_cost : 0);
+                    (symbol != other_class    ? 0
+                     : c.letter < latin_1_end ? foreign_cost
+                                              : foreign_and_rare_cost);
         }
         cost += inside && is_letter(c) ? mark_inside_cost(last) : 0;
         inside = symbol == mark_class && is_letter(last);
@@ -313,8 +316,7 @@ u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
     return cost;
 }
 
-u32 scorer::judge(std::span<const seen> text, std::string_view native) {
-    constexpr u32 foreigner = 10 * bit; // a language that the charset is not made for
+u32 scorer::judge(std::span<const seen> text, std::string_view native, u32 foreigner) {
     constexpr u32 written_by_few = 6 * bit;
     if (count_ == 0) {
         find_models();

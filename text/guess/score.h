@@ -74,8 +74,8 @@ public:
     scorer& operator=(const scorer&) = delete;
 
     // What the reading costs in the likeliest of all languages; those that are not native (parted
-    // by blanks; "*": any) cost more.
-    u32 judge(std::span<const seen> text, std::string_view native);
+    // by blanks; "*": any) cost so much more.
+    u32 judge(std::span<const seen> text, std::string_view native, u32 foreigner);
 
 private:
     struct model {

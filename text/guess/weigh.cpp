@@ -146,7 +146,9 @@ void weigh_one(pvzan_guesser& g, candidate& c, std::span<const u8> evidence, boo
     const bool native = *g.language != '\0' && c.name.kind == PVZAN_KIND_OTHER &&
                         c.row.languages.find(g.language) != std::string_view::npos;
     c.favour = native ? favour : 0;
-    c.cost = static_cast<i32>(g.judge.judge(text, c.row.languages)) +
+    // A language that the charset is not made for; the rarer that is, the more.
+    const u32 foreigner = (10 + 2 * std::min<u32>(c.row.rare, 5)) * bit;
+    c.cost = static_cast<i32>(g.judge.judge(text, c.row.languages, foreigner)) +
              static_cast<i32>(c.faults) * fault_cost + prior_of(g, c) - c.favour;
 }
 
