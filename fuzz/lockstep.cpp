@@ -166,6 +166,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if ((flags & is_utf8) != 0) {
         c.text = in_charset("utf-8", c.text, c.from, c.source.srcBigEndian != 0);
     }
+    for (u32 n = c.text.empty() ? 0 : std::array{0U, 0U, 3U, 200U}[plan.below(4)]; n > 0; --n) {
+        char& damaged = c.text[plan.below(static_cast<u32>(c.text.size()))];
+        damaged = static_cast<char>(u32{static_cast<u8>(damaged)} ^
+                                    (plan.below(2) == 0 ? 0x80 : plan.below(0x100)));
+    }
     convert(c, plan);
     // Answers given under other options are no answers.
     set_options(c, plan.below(0x100), plan.below(0x100), plan.below(0x100));

@@ -1,17 +1,17 @@
 /* pvzan_text.h - convert text strictly: every character is converted unharmed, or reported.
  *
- * Link with libPVZAN.so.1 of version 1.1 or later. This header is plain C99 and compiles as C++. It
- * needs nothing of pvzan.h, and any language that can call C can use it: it has a handle, numbers
- * of fixed width and buffers with their sizes, but no callbacks.
+ * Link with libPVZAN.so.1 of version 1.1 or later. This header is C99, compiles as C++, and needs
+ * nothing of pvzan.h. Any language that can call C can use it: it has a handle, numbers of fixed
+ * width and buffers with their sizes, but no callbacks.
  *
  * INTRODUCTION
  *
- * pvzan_open creates a converter from one charset to another, by the common names of charsets.
- * pvzan_feed converts text with it: it takes input in pieces that may be cut anywhere, and writes
- * output into whatever room there is. It stops at a fault: invalid bytes, a character that the
- * target lacks, or one that would come back as a different one. Nothing of a faulty character has
- * been written then. The caller either stops, too, or chooses with pvzan_answer what to write
- * instead, and continues. The result does not depend on how the text is cut, or on the room.
+ * pvzan_open creates a converter between two charsets, by their common names. pvzan_feed converts
+ * text with it: it takes input in pieces that may be cut anywhere, and writes output into whatever
+ * room there is. It stops at a fault: invalid bytes, a character that the target lacks, or one that
+ * would come back as a different one. Nothing of a faulty character has been written then. The
+ * caller either stops, too, or chooses with pvzan_answer what to write instead, and continues. The
+ * result does not depend on how the text is cut, or on the room.
  *
  * A complete conversion of a stream, which reports faults and writes a substitute for each:
  *
@@ -59,31 +59,28 @@
  * - Places are relative to the start of the text: bytes from 0, lines and columns from 1. Each
  *   character of the source is a column, and so is each fault, but not a byte-order mark. CR, LF
  *   and CR LF end a line.
- * - In charsets that begin in ASCII, ASCII is not changed: ISO-2022-JP has no escape sequence
- *   if the set does not change.
+ * - Charsets that begin in ASCII leave ASCII alone; ISO-2022-JP has no needless escape sequence.
  * - A byte-order mark at the start of a text is skipped if the source may have one. It is written
  *   if the target's name leaves the byte order open, or as the options say.
  * - Sizes are bytes, as size_t; places are 64-bit numbers, also on 32-bit machines.
  * - Records begin with their size, which the caller sets before each call: an older or newer
  *   library then reads and sets only the fields that both know. A field that is not 0 and that the
  *   library does not know is refused. Constants never change.
- * - Texts that are returned in records are UTF-8, end in a NUL, and are cut where they are too
- *   long.
+ * - Texts that are returned in records are UTF-8, end in a NUL, and are cut if they are too long.
  *
  * OWNERSHIP
  *
  * A converter is the caller's, and ends with pvzan_close. It takes some 21 KB; after pvzan_open no
  * call on it needs more. (What the library keeps for all converters, to be fast, grows with what
- * it meets, within the bounds that pvzan.h tells, and where there is no memory is done without.)
- * Opening costs about a microsecond once the two charsets have been used in the process, and some
- * milliseconds the first time; pvzan_reset begins another text. The library keeps no pointer to
- * anything of the caller's from one call to the next.
+ * it meets, within the bounds that pvzan.h tells; without memory it is only slower.) Opening costs
+ * about a microsecond once the two charsets have been used in the process, and some milliseconds
+ * the first time; pvzan_reset begins another text. Between two calls the library keeps no pointer
+ * to anything of the caller's.
  *
  * THREADS
  *
- * A converter must be used by one thread at a time; different threads may use different ones at the
- * same time. All other calls may be made by any thread at any time. After a fork the child can use
- * its copies of the converters.
+ * A converter must be used by one thread at a time; threads may use different ones at once. All
+ * other calls may be made by any thread at any time. After a fork the child can use its copies.
  */
 #ifndef PVZAN_TEXT_H
 #define PVZAN_TEXT_H
@@ -142,7 +139,7 @@ enum {
 
 /* What to do with a fault. */
 enum {
-    PVZAN_TELL = 0,       /* in the options: pvzan_feed returns PVZAN_FEED_FAULT */
+    PVZAN_TELL = 0,       /* only in the options: pvzan_feed returns PVZAN_FEED_FAULT */
     PVZAN_DROP = 1,       /* write nothing */
     PVZAN_SUBSTITUTE = 2, /* write the substitute of the options */
     PVZAN_REFERENCE = 3,  /* write &#x20BB7; for a character, or else like PVZAN_HEX */
@@ -171,8 +168,7 @@ enum {
     PVZAN_BROWSER_LABELS = 8, /* names mean what they mean to browsers: shift_jis is windows-31j */
     PVZAN_LEAVE_INPUT = 16,   /* cut and faulty bytes stay in the input; see pvzan_feed */
     PVZAN_COUNT_PRIVATE_USE = 32, /* count private_use, if source or target is Unicode */
-    PVZAN_OFFSETS_ALONE =
-        64 /* lines and columns stay 1: ASCII in small pieces takes half the time */
+    PVZAN_OFFSETS_ALONE = 64 /* lines and columns stay 1, which saves some time in short pieces */
 };
 
 /* Byte orders. */
@@ -202,8 +198,7 @@ enum {
 enum {
     PVZAN_GUESS_NONE = 0,   /* no candidate fits */
     PVZAN_GUESS_SURE = 1,   /* it is the first candidate */
-    PVZAN_GUESS_UNSURE = 2, /* another candidate is nearly as likely, or the first one has a
-                               fault */
+    PVZAN_GUESS_UNSURE = 2, /* another is nearly as likely, or the first candidate has a fault */
     PVZAN_GUESS_BINARY = 3  /* not text; the words say what it is */
 };
 
@@ -217,24 +212,22 @@ typedef struct pvzan_fault {
     uint32_t size;
     uint32_t kind;   /* PVZAN_FAULT_... */
     uint32_t reason; /* PVZAN_REASON_..., of invalid bytes */
-    uint32_t length; /* number of its bytes in the source, which are skipped; 0 for a set left
-                        open */
+    uint32_t length; /* its bytes in the source, which are skipped; 0 for a set left open */
     uint64_t offset; /* of its first byte */
     uint64_t line, column;
     uint32_t blamed;        /* number of bytes that the words are about, not always length */
     int32_t follower;       /* the byte after them; -1: unknown, or none */
     uint32_t scalars_count; /* a character, and a mark that is part of the same code */
     uint32_t scalars[2];
-    uint32_t back_count; /* what it would come back as; with PVZAN_READ_BACK also if only the
-                            bytes differ */
+    uint32_t back_count; /* what it would come back as */
     uint32_t back[2];
-    uint32_t back_bytes_count;
-    uint32_t look_alike; /* a similar character that the target has; 0: none */
+    uint32_t back_bytes_count; /* with PVZAN_READ_BACK, if only the bytes differ */
+    uint32_t look_alike;       /* a similar character that the target has; 0: none */
     uint8_t back_bytes[8];
     uint8_t bytes[16]; /* the first of its bytes: blamed or length, whichever is more */
     char why[192];     /* what is wrong, in words, without the place */
-    char relative[64]; /* the name of a charset that has what this one lacks; where a control code
-                          of U+0080 to U+009F is missing, that has a character there; or empty */
+    char relative[64]; /* the name of a charset that has what this one lacks (or a character, where
+                          a control code of U+0080 to U+009F is missing); or empty */
 } pvzan_fault;
 
 typedef struct pvzan_error {
@@ -251,25 +244,23 @@ typedef struct pvzan_open_options {
     uint32_t size, flags;
     uint32_t from_order, to_order; /* PVZAN_ORDER_..., for codes of several bytes */
     uint32_t mark, breaks;         /* PVZAN_MARK_..., PVZAN_BREAKS_... */
-    /* PVZAN_TELL to PVZAN_HEX; the latter are done by pvzan_feed, and counted. on_missing also
-     * applies to OTHER_BACK, and on_cut to LEFT_OPEN. */
-    uint32_t on_invalid, on_missing, on_cut;
-    uint32_t substitute;  /* a Unicode value; 0: the first of U+FFFD, U+3013 and "?" that the
-                             target has */
+    uint32_t on_invalid;           /* PVZAN_TELL; DROP to HEX: done by pvzan_feed, counted */
+    uint32_t on_missing;           /* also for PVZAN_FAULT_OTHER_BACK */
+    uint32_t on_cut;               /* also for PVZAN_FAULT_LEFT_OPEN */
+    uint32_t substitute;  /* a Unicode value; 0: the target's first of U+FFFD, U+3013 and "?" */
     uint64_t most_faults; /* further faults are reported by PVZAN_FEED_FAULT; 0: no limit */
 } pvzan_open_options;
 
 /* What has been converted so far. */
 typedef struct pvzan_counts {
     uint32_t size, reserved;
-    uint64_t in, out;     /* bytes; in is after the last character or fault that was handled */
-    uint64_t characters;  /* of the source, without faulty bytes */
-    uint64_t faults;      /* answered, or handled by pvzan_feed */
-    uint64_t look_alikes; /* written */
-    uint64_t composed;    /* characters written for a letter and its marks */
-    uint64_t private_use; /* characters whose meaning is a private agreement */
-    /* The place of in, as in a fault; 0 after the end of the text. */
-    uint64_t line, column;
+    uint64_t in, out;      /* bytes; in is after the last character or fault that was handled */
+    uint64_t characters;   /* of the source, without faulty bytes */
+    uint64_t faults;       /* answered, or handled by pvzan_feed */
+    uint64_t look_alikes;  /* written */
+    uint64_t composed;     /* characters written for a letter and its marks */
+    uint64_t private_use;  /* characters whose meaning is a private agreement */
+    uint64_t line, column; /* the place of in, as in a fault; 0 after the end of the text */
 } pvzan_counts;
 
 /* The name of a charset, and what it means. */
@@ -278,8 +269,8 @@ typedef struct pvzan_name {
     uint32_t kind;    /* PVZAN_KIND_... */
     uint32_t unit;    /* bytes of a code unit */
     uint32_t order;   /* PVZAN_ORDER_...: the order that is written, and read without a mark */
-    uint32_t mark;    /* 0: no mark is written by default; 1: the name leaves the order open, a
-                         mark is written, and both are read; 2: a mark of this order is written */
+    uint32_t mark;    /* 0: none is written by default; 1: the name leaves the order open, a mark
+                         is written, and both are read; 2: a mark of this order is written */
     uint32_t exact;   /* 0: the library lacks this charset; another one contains all of it */
     char charset[64]; /* its name in the charset directory */
     char shown[64];   /* its name in messages */
@@ -324,10 +315,8 @@ PVZAN_TEXT_API pvzan_converter* pvzan_open(const char* from, const char* to,
                                            const pvzan_open_options* options, pvzan_error* error);
 
 /* Converts *left bytes at *in into *room bytes at *out, and advances all four.
- *   PVZAN_FEED_MORE_INPUT  All input has been taken, including an unfinished character. Not after
- *                          PVZAN_LAST.
- *   PVZAN_FEED_MORE_ROOM   Call again with more room and the rest of the input. Any room makes
- *                          progress, even a single byte.
+ *   PVZAN_FEED_MORE_INPUT  All input is taken, also an unfinished character. Not after PVZAN_LAST.
+ *   PVZAN_FEED_MORE_ROOM   Call again with the rest of the input and more room, if only a byte.
  *   PVZAN_FEED_FAULT       Everything before the fault has been written, nothing of it; *in is
  *                          after it. Until pvzan_answer is called, the result is the same again.
  *   PVZAN_FEED_DONE        After PVZAN_LAST: the text has ended and its set is closed; further
@@ -349,22 +338,21 @@ PVZAN_TEXT_API pvzan_outcome pvzan_feed(pvzan_converter* converter, const uint8_
  * does not fit into out is written by the next pvzan_feed, so out may be null, too.
  *   PVZAN_FEED_DONE        All of text has been taken.
  *   PVZAN_FEED_MORE_ROOM   Call again with the rest of text; the fault remains.
- *   PVZAN_FEED_FAULT       The target lacks a character of text, or text is not UTF-8: nothing was
- *                          written, and the fault remains.
+ *   PVZAN_FEED_FAULT       The target lacks text, or it is not UTF-8. Nothing was written.
  *   PVZAN_FEED_MISUSE      There is no fault. */
 PVZAN_TEXT_API pvzan_outcome pvzan_answer(pvzan_converter* converter, int32_t how,
                                           const uint8_t** text, size_t* left, uint8_t** out,
                                           size_t* room);
 
-/* Copies the fault that was told last; fault->size is set by the caller. 1; 0: there is none, or a
- * null pointer. It can be had until the next pvzan_feed that moves on, behind pvzan_answer, too.
- * Most of the time goes into the words and the relative: a size that ends before them saves it. */
+/* Copies the fault that was told last; fault->size is set by the caller. Returns 1; or 0 if there
+ * is none. It can be had until the next pvzan_feed that goes on, also after pvzan_answer. Most of
+ * the time goes into the words and the relative: a size that ends before them saves it. */
 PVZAN_TEXT_API int32_t pvzan_last_fault(const pvzan_converter* converter, pvzan_fault* fault);
 
-/* Copies the place of the last fault reported, and what is wrong, in words: "2:5: invalid UTF-8:
- * ff is not a lead byte", or with "byte 7: " if lines are not counted. For languages that do not
- * use the record. Returns the length without the NUL, even if there is not enough room; it is at
- * most 255. 0: there is no fault. */
+/* Copies the place of that fault, and what is wrong, in words: "2:5: invalid UTF-8: ff is not a
+ * lead byte", or with "byte 7: " if lines are not counted. For languages that do not use the
+ * record. Returns the length without the NUL, even if there is not enough room; at most 255. 0: no
+ * fault. */
 PVZAN_TEXT_API size_t pvzan_explain(const pvzan_converter* converter, char* text, size_t room);
 
 /* Copies the counts; the caller sets counts->size. With a null pointer it does nothing. */
@@ -375,25 +363,23 @@ PVZAN_TEXT_API void pvzan_count(const pvzan_converter* converter, pvzan_counts* 
  * it does not fit into a size_t. */
 PVZAN_TEXT_API size_t pvzan_most(const pvzan_converter* converter, size_t in_size);
 
-/* Saves the state of the conversion between two calls of pvzan_feed: held bytes, sets, places
- * and counts. Returns the size, at most 512; the state is written to to only if there is enough
- * room. Returns 0 while a fault waits for an answer. */
+/* Saves the state of the conversion between two calls of pvzan_feed: held bytes, sets, places and
+ * counts. Returns the size, at most 512; to is set only if there is enough room. Returns 0 while a
+ * fault waits for an answer. */
 PVZAN_TEXT_API size_t pvzan_save(const pvzan_converter* converter, uint8_t* to, size_t room);
 
-/* Continues from a state that pvzan_save saved, with a converter that has the same charsets and
- * options, in the same version of the library: 1. Returns 0 if it is not such a state; nothing
- * has changed then. */
+/* Continues from a saved state, with a converter of the same charsets and options, in the same
+ * version of the library: 1. Returns 0, and changes nothing, if it is not such a state. */
 PVZAN_TEXT_API int32_t pvzan_restore(pvzan_converter* converter, const uint8_t* from, size_t size);
 
-/* Returns 1 if the text that follows would be converted as from the saved state; places and
- * counts may differ. Returns 0 if sets, held bytes or the like differ, or if it is not such a
- * state. */
+/* Returns 1 if the text that follows would be converted as from the saved state; places and counts
+ * may differ. Returns 0 if sets, held bytes or the like differ, or if it is not such a state. */
 PVZAN_TEXT_API int32_t pvzan_stands_as(const pvzan_converter* converter, const uint8_t* saved,
                                        size_t size);
 
-/* What escape sequences and shifts in the source have designated so far, as a number that is
- * small enough for a file position; 0 at the beginning of a text, and in charsets without them.
- * If nothing is held back, it is all that is needed to continue reading from here later. */
+/* What escape sequences and shifts in the source have designated so far, as a number that is small
+ * enough for a file position; 0 at the beginning of a text, and in charsets without them. If
+ * nothing is held back, it is all that is needed to continue reading from here later. */
 PVZAN_TEXT_API uint64_t pvzan_shift(const pvzan_converter* converter);
 
 /* Begins a text in that state, with a converter from the same charset: 1. Returns 0 if the
@@ -415,11 +401,11 @@ PVZAN_TEXT_API size_t pvzan_convert(pvzan_converter* converter, const uint8_t* i
 
 /* Converts a column of texts that are stored one after the other, as in Arrow: text i is from
  * offsets[i] to offsets[i + 1] in the in_size bytes at in. offsets and out_offsets have rows + 1
- * numbers of offset_bytes bytes, 4 (int32_t) or 8 (int64_t). Each row is a text of its own. A
- * row with a reported fault becomes empty, and fault_kinds[i], unless null, is its kind, or else
- * 0. Returns the number of rows converted: fewer if out has not enough room, or if its offsets
- * would become too large. It also stops at null pointers, and at offsets that decrease or exceed
- * in_size. */
+ * numbers of offset_bytes bytes, 4 (int32_t) or 8 (int64_t). Each row is a text of its own. A row
+ * with a reported fault becomes empty, and fault_kinds[i], unless null, is its kind, or else 0.
+ * Returns the number of rows converted: fewer if out has not enough room, or if its offsets would
+ * become too large. It also stops at null pointers, and at offsets that decrease or exceed in_size.
+ */
 PVZAN_TEXT_API size_t pvzan_convert_rows(pvzan_converter* converter, const uint8_t* in,
                                          size_t in_size, const void* offsets, size_t rows,
                                          uint8_t* out, size_t room, void* out_offsets,
@@ -442,30 +428,28 @@ PVZAN_TEXT_API int32_t pvzan_each_name(const char* charset, size_t index, char* 
 
 /* ---- The charset directory ------------------------------------------------------------------ */
 
-/* Chooses the charset directory; to be called before everything else. Returns 1; or 0, and says
- * why in error unless that is null. Without this call, the first use chooses the first of these
- * that exists: the directory given to ZAN_setCharsetPath; the environment variable
- * PVZAN_CHARSET_DIR, unless the program runs with another user's rights; pvzan/base2 next to the
- * loaded library; base2 next to the library's own directory; the installed one. It never chooses
- * one in the current directory, which may contain anybody's definitions. */
+/* Chooses the charset directory; to be called before everything else. Returns 1; or 0, and says why
+ * in error unless that is null. Without this call, the first use chooses the first of these that
+ * exists: the directory given to ZAN_setCharsetPath; the environment variable PVZAN_CHARSET_DIR,
+ * unless the program runs with another user's rights; pvzan/base2 next to the loaded library; base2
+ * next to the library's own directory; the installed one. It never chooses one in the current
+ * directory, which may contain anybody's definitions. */
 PVZAN_TEXT_API int32_t pvzan_set_directory(const char* path, pvzan_error* error);
 
-/* Copies the path of the charset directory, and chooses it if that was not done. Returns its
- * length without the NUL, even if there is not enough room; 0: there is none. */
+/* Copies the path of the charset directory, and chooses it if that was not done. Returns its length
+ * without the NUL, even if there is not enough room; 0: there is none. */
 PVZAN_TEXT_API size_t pvzan_directory(char* path, size_t room);
 
-/* Finds out why the library does not accept a definition of the charset directory, or what is
- * wrong with the files that it names. Only the last part of path is used, and "further/" before
- * it. Sets up to most errors, and returns their number; 0 if there are none. errors[0].size,
- * which the caller sets, is the distance between records. */
+/* Finds out why the library does not accept a definition of the charset directory, or what is wrong
+ * with the files that it names. Only the last part of path is used, and "further/" before it. Sets
+ * up to most errors, and returns how many there are. errors[0].size, which the caller sets, is the
+ * distance between records. */
 PVZAN_TEXT_API size_t pvzan_check_definition(const char* path, pvzan_error* errors, size_t most);
 
 /* ---- Guessing -------------------------------------------------------------------------------
- *
  * Every charset in the list of names is a candidate. Those that cannot read the text are excluded;
  * how the others read it is compared with the languages that the library knows. If no reading is
- * far ahead, the guess is unsure, and a program should ask its user instead of converting.
- */
+ * far ahead, the guess is unsure, and a program should ask its user instead of converting. */
 
 /* Begins a guess. among: names separated by commas, to which the guess is restricted; null: all.
  * language: the user's language, as in LANG, which decides if readings are about equally likely;
@@ -473,14 +457,12 @@ PVZAN_TEXT_API size_t pvzan_check_definition(const char* path, pvzan_error* erro
  * charset directory. */
 PVZAN_TEXT_API pvzan_guesser* pvzan_guess_open(const char* among, const char* language);
 
-/* Takes the next piece of the text, of any size. Returns 1; or 0 if more text would not change
- * the result. */
+/* Takes the next piece of the text. Returns 1; or 0 if more text would not change the result. */
 PVZAN_TEXT_API int32_t pvzan_guess_feed(pvzan_guesser* guesser, const uint8_t* bytes, size_t size);
 
-/* Ends the guess. complete: 0 if the text continues. Sets the result, unless null, and up to
- * most candidates, the most likely first; candidates[0].size is the distance between records.
- * Returns the number of candidates. Of several candidates that read the text alike only one is
- * returned. */
+/* Ends the guess. complete: 0 if the text continues. Sets the result, unless null, and up to most
+ * candidates, the most likely first; candidates[0].size is the distance between records. Returns
+ * their number. Of several candidates that read the text alike only one is returned. */
 PVZAN_TEXT_API size_t pvzan_guess_end(pvzan_guesser* guesser, int32_t complete,
                                       pvzan_guess_result* result, pvzan_candidate* candidates,
                                       size_t most);
@@ -488,18 +470,16 @@ PVZAN_TEXT_API size_t pvzan_guess_end(pvzan_guesser* guesser, int32_t complete,
 /* null is allowed. */
 PVZAN_TEXT_API void pvzan_guess_close(pvzan_guesser* guesser);
 
-/* The same for a text in memory, in one call; returns the verdict. likeliest, unless null,
- * receives the name of the most likely candidate; it is set only if the verdict is
- * PVZAN_GUESS_SURE or PVZAN_GUESS_UNSURE. */
+/* The same for a text in memory, in one call; returns the verdict. likeliest, unless null, receives
+ * the name of the most likely candidate if the verdict is PVZAN_GUESS_SURE or PVZAN_GUESS_UNSURE.
+ */
 PVZAN_TEXT_API int32_t pvzan_guess(const uint8_t* bytes, size_t size, int32_t complete,
                                    pvzan_name* likeliest);
 
 /* ---- Repair ---------------------------------------------------------------------------------
- *
  * Text that was read with a wrong charset and saved as UTF-8, such as "Ã©" for "é", has an exact
  * way back, line by line, where nothing was lost. Bytes that the wrong charset lacks count as the
- * control codes that browsers make of them.
- */
+ * control codes that browsers make of them. */
 
 /* Whether the text, in UTF-8, looks like one: 1, and found tells how it came about. 0: it is
  * plausible as it is, or what happened is not clear. */

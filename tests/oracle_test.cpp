@@ -218,7 +218,7 @@ std::string windows_shape(std::string_view text) {
     if (text.starts_with("\x1B$") && (row < 0x21 || row > 0x7E || cell < 0x21 || cell > 0x7E)) {
         return {};
     }
-    if (text.starts_with("\x1B$B")) {
+    if (text.size() == 5) { // behind ESC $ B or ESC $ @
         return shift_jis_shape(code_text(0x8080 | row << 8 | cell, 2));
     }
     if (text.starts_with("\x1B$(?")) { // rows 21 to 34 lie behind those

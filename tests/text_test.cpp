@@ -234,6 +234,28 @@ TEST(Text, IsTheSameInAnyPiecesAndAnyRoom) {
     }
 }
 
+// What only differs in what was designated, held back or left undecided is another state.
+TEST(Text, TellsStatesApart) {
+    const struct {
+        const char *from, *one, *other;
+    } rows[] = {{"iso-2022-jp-2004", "\x1B$(P", "\x1B$(Q"}, // planes of one set
+                {"iso-2022-jp", "\x1B$B", "\x1B(B"},
+                {"shift_jis", "\x82", "\x83"},
+                {"utf-16", "\xFE\xFF", "\xFF\xFE"},
+                {"utf-8", "\r", "\n"}};
+    for (const auto& row : rows) {
+        std::uint8_t states[2][512];
+        for (const int i : {0, 1}) {
+            pvzan_converter* c = conversion{row.from, "utf-8"}.open();
+            outcome none;
+            feed(c, i == 0 ? row.one : row.other, PVZAN_PART, 9, PVZAN_DROP, none);
+            const std::size_t size = pvzan_save(c, states[i], sizeof states[i]);
+            EXPECT_EQ(pvzan_stands_as(c, states[0], size), i == 0 ? 1 : 0) << row.from;
+            pvzan_close(c);
+        }
+    }
+}
+
 TEST(Text, TellsFaultsInLinearTime) {
     expect_linear_time("faults that are told", [](std::size_t bytes) {
         std::string text;

@@ -4,10 +4,12 @@
 #include "cconv/definition/definition.h"
 #include "cconv/definition/document_search.h"
 #include "cconv/definition/iso2022_read.h"
+#include "cconv/definition/set_read.h"
 #include "cconv/directory/directory.h"
 #include "cconv/registry/further.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
+#include "cconv/rulefunc/strict.h"
 #include "cconv/tables/table.h"
 #include "text/directory.h"
 #include "text/names.h"
@@ -305,7 +307,10 @@ private:
         if (table) { // without a table its codes are Unicode values
             const auto table_file = referred(file, in, set, *table, "srtable");
             if (table_file != nullptr) {
-                check_table(table_file.get(), in, counted == counting::sound ? &codes : nullptr);
+                u16 bytes = 0;
+                xmlGetBytenum(&set, found->start, found->end, &bytes);
+                check_table(table_file.get(), in, bytes,
+                            counted == counting::sound ? &codes : nullptr);
                 check_set_table(name, set, *named, table_file.get());
             }
         }
@@ -348,13 +353,27 @@ private:
             }
             at = table->end;
             if (const auto table_file = referred(file, in, in, *table, "dstable")) {
-                check_table(table_file.get(), in);
+                check_table(table_file.get(), in, max_code_bytes);
             }
         }
     }
 
+    // Whether a table may have this pair, which is added to its runs.
+    bool check_pair(const char* file, u32 code, u32 value, u16 code_size, table_object* runs) {
+        if (runs != nullptr && !add_linear(runs, code, value)) {
+            tell(file, "%X is not a code that linear= allows, or is out of order", code);
+        } else if (code_size < sizeof code && code >> 8 * code_size != 0) {
+            tell(file, "the code %X has more than %u bytes", code, u32{code_size});
+        } else if (!is_scalar(taken_apart(value).letter)) {
+            tell(file, "%X is not a character of Unicode, nor a letter and a mark", value);
+        } else {
+            return true;
+        }
+        return false;
+    }
+
     // counted: the bytes of counted codes; null if each pair is a code.
-    void check_table(const char* file, const owned_document& in,
+    void check_table(const char* file, const owned_document& in, u16 code_size,
                      const code_bytes* counted = nullptr) {
         char path[text_bytes], cache[text_bytes];
         const bool named = path_of(file, nullptr, path) && path_of(file, ".cmp", cache);
@@ -366,7 +385,9 @@ private:
         owned_memory<u8> buffer(static_cast<u8*>(ZAN_malloc(TABLE_READ_BYTES))), cached;
         std::size_t cached_size = 0;
         const bool has_cache = read_regular(cache, cached, cached_size);
-        if (buffer == nullptr) {
+        const owned_table runs(counted != nullptr ? initTable(sizeof(u32), 0) : nullptr);
+        if (buffer == nullptr ||
+            (counted != nullptr && (runs == nullptr || !make_linear(runs.get(), *counted)))) {
             return;
         }
         table_reader reader = {};
@@ -375,28 +396,28 @@ private:
         reader.bigEndian = in.bigEndian;
         reader.readBuf = buffer.get();
         reader.remaining = file_size(table.get());
-        u32 number = 0;
+        u32 number = 0, code = 0;
         std::size_t bytes = 0;
         bool same = true, is_code = false;
-        u64 least = 0;
         while (hex32(&reader, &number) != 0) {
             is_code = !is_code;
-            if (is_code && counted != nullptr) {
-                if (!counted->has(number) || counted->number_of(number) < least) {
-                    tell(file, "%X is not a code that linear= allows, or is out of order", number);
-                    return;
-                }
-                least = u64{counted->number_of(number)} + 1;
+            if (!is_code && !check_pair(file, code, number, code_size, runs.get())) {
+                return;
             }
+            code = number;
             same = same && bytes + sizeof number <= cached_size &&
                    std::memcmp(cached.get() + bytes, &number, sizeof number) == 0;
             bytes += sizeof number;
         }
+        const auto faulty = runs != nullptr ? faulty_run(runs.get()) : std::nullopt;
         const std::size_t left = bytes % (2 * sizeof number);
         if (bytes == left) {
             tell(file, "the table is empty or not in the encoding of its definition");
         } else if (left != 0) {
             tell(file, "the table is truncated, or its last line does not end with CR LF");
+        } else if (faulty) {
+            tell(file, "the run from %X on has a character of another run, or leaves Unicode",
+                 *faulty);
         } else if (has_cache && !(same && cached_size / 8 == bytes / 8)) {
             tell(last_part(cache),
                  "the cache differs from its table, but the library uses it: remove it");

@@ -4,7 +4,6 @@
 #include "text/unicode.h"
 
 #include <algorithm>
-#include <optional>
 #include <utility>
 
 namespace text {
@@ -79,24 +78,66 @@ void look_ahead(pvzan_converter& c, cursor& at) {
     at.settled = at.in + (line > 0 ? line : size);
 }
 
+// Gives the session the settled input and the output.
+void place_buffers(pvzan_converter& c, const cursor& at) {
+    session& s = c.work;
+    s.inBuf = at.in;
+    s.inPos = 0;
+    s.inCount = 0;
+    s.inLen = static_cast<i32>(at.settled - at.in);
+    s.outBuf = at.out;
+    s.outPos = 0;
+    s.outLen = static_cast<i32>(std::min(at.room, most_at_once));
+    s.target.convertNewline = c.how.breaks != PVZAN_BREAKS_AS_FOUND ? 1 : 0;
+}
+
+void advance_buffers(pvzan_converter& c, cursor& at, std::size_t read, std::size_t written) {
+    at.in += read;
+    at.left -= read;
+    at.out += written;
+    at.room -= written;
+    c.now.out += written;
+}
+
+// Copies the ASCII that the text begins with; its line breaks are counted at once.
+void copy_ascii(pvzan_converter& c, fast::path& path, cursor& at) {
+    if (c.lf != '\n' || at.behind.lines != at.in || *at.in >= 0x80) {
+        return;
+    }
+    place_buffers(c, at);
+    fast::ascii_breaks breaks;
+    std::size_t n = path.copy_ascii(&c.work, breaks);
+    if (n > 0 && at.in + n < at.settled) { // a mark may belong to the last one
+        breaks.line_feeds -= at.in[--n] == '\n' ? 1U : 0U;
+    }
+    if (n == 0) {
+        return;
+    }
+    const bool joins = *at.in == c.lf && c.now.at.behind_cr;
+    pass(c, at.behind, {at.in, n}, static_cast<u32>(n), 0);
+    c.now.characters += n;
+    advance_buffers(c, at, n, n);
+    if (!breaks.has_returns) {
+        c.now.at.line += breaks.line_feeds - (joins ? 1U : 0U);
+        c.now.at.behind_cr = false;
+        at.behind.lines = at.in;
+    }
+}
+
 // Converts at full speed as long as characters come back unharmed.
 void run_over(pvzan_converter& c, fast::path& path, cursor& at) {
     session& s = c.work;
     if (at.in >= at.settled) {
         look_ahead(c, at);
     }
-    const auto size = static_cast<std::size_t>(at.settled - at.in);
-    if (size == 0 || at.room == 0) {
+    if (at.in == at.settled || at.room == 0) {
         return;
     }
-    s.inBuf = at.in;
-    s.inPos = 0;
-    s.inCount = 0;
-    s.inLen = static_cast<i32>(size);
-    s.outBuf = at.out;
-    s.outPos = 0;
-    s.outLen = static_cast<i32>(std::min(at.room, most_at_once));
-    s.target.convertNewline = c.how.breaks != PVZAN_BREAKS_AS_FOUND ? 1 : 0;
+    copy_ascii(c, path, at);
+    if (at.in == at.settled || at.room == 0) {
+        return;
+    }
+    place_buffers(c, at);
     s.srcCode = c.now.behind_break ? u32{'\r'} : 0;
     s.status = PVZAN_WRITTEN;
     const u32 set = s.srcShiftSet;
@@ -116,11 +157,7 @@ void run_over(pvzan_converter& c, fast::path& path, cursor& at) {
         c.now.private_use +=
             count_private(at.out, written, c.to.kind, c.to.order != PVZAN_ORDER_LITTLE);
     }
-    at.in += done;
-    at.left -= done;
-    at.out += written;
-    at.room -= written;
-    c.now.out += written;
+    advance_buffers(c, at, done, written);
 }
 
 // ---- Single characters -------------------------------------------------------------------------
@@ -282,17 +319,9 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
         const bool all = added == at.left;
         text = {joined, held + added, at.last && all, at.flush && all};
     }
-    std::optional<snapshot> before;
-    if (leaves_input(c)) {
-        before.emplace(c);
-    }
     reading_result next;
     const stepped result = step(c, text, next);
     const bool told = result == stepped::faulty && !answer_inside(c);
-    if (before && pending(c) > at.room) {
-        before->put_back(c);
-        return PVZAN_FEED_MORE_ROOM;
-    }
     u32 used = next.bytes;
     // A sequence may end with a line break that is not a character.
     const bool silent = next.kind == reading_result::silent;
@@ -301,7 +330,7 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
                          looks_like_break(c, text, next);
     if (result == stepped::waits) {
         stuck = true;
-        used = before ? next.letters : static_cast<u32>(text.size);
+        used = leaves_input(c) ? next.letters : static_cast<u32>(text.size);
         std::copy_n(text.bytes, used, c.now.held);
         c.now.held_size = used;
     } else {
@@ -313,7 +342,7 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
         if (breaks && tells_lines(c)) {
             c.now.at.step('\n');
         }
-        used = before && told ? 0 : used;
+        used = leaves_input(c) && told ? 0 : used;
         c.now.held_size = held - std::min(held, used);
         std::copy_n(joined + (held - c.now.held_size), c.now.held_size, c.now.held);
     }
@@ -322,6 +351,19 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
     at.left -= from_input;
     at.behind.lines = counted ? at.in : at.behind.lines;
     return told ? PVZAN_FEED_FAULT : PVZAN_FEED_DONE;
+}
+
+// The same for callers who use PVZAN_LEAVE_INPUT: what does not fit stays in the input.
+pvzan_outcome take_what_fits(pvzan_converter& c, fast::path& path, cursor& at, bool& stuck) {
+    const snapshot before(c);
+    const cursor was = at;
+    const pvzan_outcome taken = take_character(c, path, at, stuck);
+    if (pending(c) <= at.room) {
+        return taken;
+    }
+    before.put_back(c);
+    at = was;
+    return PVZAN_FEED_MORE_ROOM;
 }
 
 bool is_left_open(const pvzan_converter& c) {
@@ -377,7 +419,8 @@ pvzan_outcome feed(pvzan_converter& c, fast::path& path, cursor& at) {
                 continue;
             }
         }
-        const pvzan_outcome taken = take_character(c, path, at, stuck);
+        const pvzan_outcome taken = leaves_input(c) ? take_what_fits(c, path, at, stuck)
+                                                    : take_character(c, path, at, stuck);
         if (taken != PVZAN_FEED_DONE) {
             return taken;
         }

@@ -190,7 +190,7 @@ private:
         made.kind = kind;
         std::string_view bytes = tag_.value("bytes");
         for (std::string_view word = next_word(bytes); !word.empty(); word = next_word(bytes)) {
-            const auto byte = hex_number(word, 0xFF);
+            const auto byte = word.size() == 2 ? hex_number(word, 0xFF) : std::nullopt;
             if (!byte || made.length == made.bytes.size()) {
                 return fail("bytes= must be at most %zu bytes such as 1B 24 42", made.bytes.size());
             }
@@ -208,6 +208,9 @@ private:
             made.header && std::ranges::any_of(out_.sequences(), &control_sequence::header);
         if (second) {
             return fail("\"%s\" is a second header", text_of(tag_.value("bytes")));
+        }
+        if (made.bytes[0] == '\n' || made.bytes[0] == '\r') {
+            return fail("\"%s\" begins with a line break", text_of(tag_.value("bytes")));
         }
         if (!read_meaning(made) || !is_unlike_others(made)) {
             return false;
@@ -265,9 +268,9 @@ private:
 
     bool read_whole(const tag& whole) {
         const auto first = out_.sets().begin();
-        if (out_.set_count == 0 || first->width != 1) {
-            return fail(
-                "the first set must have single-byte codes: line breaks and controls belong to it");
+        if (out_.set_count == 0 || first->width != 1 || !first->may_be('\n', 0) ||
+            !first->may_be('\r', 0)) {
+            return fail("the first set must have single-byte codes, with 0A and 0D among them");
         }
         wanted_state initial{};
         if (!knows_attributes({"initial", "line", "close", "lineread"}, whole) ||

@@ -301,7 +301,8 @@ bool note(pair& p, const u8* in, u32 length, u32 key, verdict v, const answer& a
     if (!store(p, key, a)) {
         return false;
     }
-    const u32 ascii = p.plan.reader == reader::states ? u32{p.plan.sets[ascii_set].single_base} : 0;
+    const u32 ascii =
+        p.plan.reader == reader::states ? single_key(p.plan.eight_bits, ascii_set) : 0;
     if (key - ascii < 0x80) {
         note_ascii(p, key - ascii, a);
     }

@@ -35,18 +35,22 @@ run run_of(const session* s, const pair& p) {
 } // namespace
 
 path::~path() {
-    if (held_.p != nullptr) {
+    if (held_ != nullptr) {
         release_pair(held_);
     }
 }
 
 bool path::take_pair(const session* s) {
+    if (held_ != nullptr && !is_current(*held_)) {
+        release_pair(held_);
+        held_ = nullptr;
+    }
     // If input and output overlap, bytes that are written may be read again, which only the rules
     // do correctly.
-    if (held_.p == nullptr && !by_hand.off && !overlap(s)) {
+    if (held_ == nullptr && !by_hand.off && !overlap(s)) {
         held_ = hold_pair(s, strict_);
     }
-    return held_.p != nullptr;
+    return held_ != nullptr;
 }
 
 // If text is full of characters that are left to the rules, it is left to them for longer and
@@ -61,18 +65,30 @@ void path::be_patient(u32 characters) {
     penalty_ = std::min(2 * penalty_ + 1, most);
 }
 
-void path::try_run(session* s) {
-    if (held_.p != nullptr && !is_current(*held_.p)) {
-        release_pair(held_);
-        held_.p = nullptr;
+std::size_t path::copy_ascii(const session* s, ascii_breaks& counted) {
+    if (!take_pair(s)) {
+        return 0;
     }
+    const pair& p = *held_;
+    const fast::run r = run_of(s, p);
+    const auto size = static_cast<std::size_t>(r.in_end - r.in),
+               room = static_cast<std::size_t>(r.out_end - r.out);
+    const bool copies = p.plan.source_unit.bytes == 1 && p.plan.target_unit.bytes == 1 &&
+                        p.plan.source_states.codes == nullptr &&
+                        p.plan.target_states.codes == nullptr && !p.plan.normalises;
+    return copies
+               ? p.kernel->copy_and_count({r.in, size, r.out, room, p.plain_ascii.load()}, counted)
+               : 0;
+}
+
+void path::try_run(session* s) {
     if (output_room(s) == 0 || input_left(s).empty()) {
         return;
     }
     u32 characters = 0;
     // A line feed after a carriage return would belong to it.
-    for (bool more = take_pair(s); more && !(held_.p->plan.normalises && s->srcCode == '\r');) {
-        pair& p = *held_.p;
+    for (bool more = take_pair(s); more && !(held_->plan.normalises && s->srcCode == '\r');) {
+        pair& p = *held_;
         fast::run r = run_of(s, p);
         run_over(p, r);
         if (!finish(p, r, s)) {

@@ -31,13 +31,18 @@ public:
         }
     }
 
+    // Copies ASCII from the session's input to its output, as far as that is right without states
+    // and without converting line breaks, and counts these; returns the number of characters. The
+    // session stays as it is.
+    std::size_t copy_ascii(const session* s, ascii_breaks& counted);
+
 private:
     void try_run(session* s);
     bool take_pair(const session* s);
     void be_patient(u32 characters);
 
     strictness strict_;
-    held_pair held_{};
+    pair* held_ = nullptr;
     u32 wait_;        // characters to leave to the rules before the next try
     u32 penalty_ = 0; // how many they are after a try that converted nothing
 };

@@ -71,16 +71,20 @@ bool finish(pair& p, run& r, session* s) {
         last = character_before(p, r.in);
         a = find(p, last, r.in);
     }
+    const bool sets_characters = p.strict == strictness::none || p.plan.normalises;
+    const bool has_previous = sets_characters && r.characters > 1;
     const answer* previous = nullptr;
-    if (r.characters > 1) {
+    if (has_previous) {
         const character before =
             scalars ? character_before(p, last.begin) : character{nullptr, r.before_last};
         previous = find(p, before, last.begin);
     }
-    if (a == nullptr || (r.characters > 1 && previous == nullptr)) {
+    if (a == nullptr || (has_previous && previous == nullptr)) {
         return false;
     }
-    write_character(s, *a, previous);
+    if (sets_characters) {
+        write_character(s, *a, previous);
+    }
     s->inPos += static_cast<i32>(r.in - begin);
     s->outPos = static_cast<i32>(r.out - s->outBuf);
     s->inCount += r.characters;

@@ -2,9 +2,7 @@
 // two characters count as part of the second one.
 //
 // Finding the next input position must not wait for a table: the length of a source character comes
-// from a branch on its lead byte, never from the entry. The loop makes two passes: the first one
-// may touch bytes after those it reads and writes, and works in blocks if that is faster; the
-// second one goes to the exact ends of input and output.
+// from a branch on its lead byte, never from the entry.
 #include "cconv/fast/reader_states.h"
 
 #include <algorithm>
@@ -14,16 +12,12 @@ namespace fast {
 
 namespace {
 
-// Bytes that a step may touch after the output position without checking the room.
-constexpr std::ptrdiff_t out_margin = 16;
-
 // Bytes that a block of codes with escape sequences may touch.
 constexpr std::ptrdiff_t block_margin = 8 * block_codes + kernel_margin;
 
 // Writes the bytes of a character; if there is little room, only these.
-template <bool Exact>
 void put(u8* out, const u8* out_end, u64 bytes, u32 length) {
-    if (!Exact || out_end - out >= static_cast<std::ptrdiff_t>(sizeof bytes)) {
+    if (out_end - out >= static_cast<std::ptrdiff_t>(sizeof bytes)) {
         store_low_first(bytes, out);
         return;
     }
@@ -33,7 +27,7 @@ void put(u8* out, const u8* out_end, u64 bytes, u32 length) {
 }
 
 block_written put_block(const pair& p, const u16* codes, std::size_t count, u8* out) {
-    if (p.plan.blocks == block_form::entries) {
+    if (!p.plan.by_form) {
         return p.kernel->put_entries(p.entries, codes, count, out);
     }
     const kernels& k = *p.kernel;
@@ -58,11 +52,10 @@ template <typename Reader>
 class loop {
 public:
     loop(const pair& p, run& r)
-        : p_(p), r_(r), reader_(make_reader(p, r)), target_(p.plan.target_unit),
+        : p_(p), r_(r), reader_(p, r.in_state), target_(p.plan.target_unit),
           to_(p.plan.target_states.codes),
           at_hand_(to_ != nullptr ? set_at_hand(*to_, r.out_state) : 0),
-          has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)),
-          in_run_(has_runs_) {
+          has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)) {
         for (std::size_t set = 0; to_ != nullptr && set < ways_.size(); ++set) {
             ways_[set].from = 0;
         }
@@ -70,56 +63,16 @@ public:
 
     void go() {
         r_.why = stop::end;
-        if (r_.in_end - r_.in >= Reader::longest && r_.out_end - r_.out > out_margin) {
-            pass<false>();
-        }
-        if (short_of_room_) {
-            pass_aside();
-        }
-        if (r_.why == stop::end && r_.in < r_.in_end) {
-            pass<true>();
-        }
-    }
-
-private:
-    static constexpr bool has_states = Reader::has_states;
-    static Reader make_reader(const pair& p, const run& r) {
-        if constexpr (has_states) {
-            return Reader(p, r.in_state);
-        } else {
-            return Reader(p);
-        }
-    }
-
-    // What a step changes, kept in registers. Functions that are called get it and return it in the
-    // run.
-    struct progress {
-        const u8* in;
-        u8* out;
-        u32 characters, last, before_last;
-    };
-    [[gnu::always_inline]] progress at() const {
-        return {r_.in, r_.out, r_.characters, r_.last, r_.before_last};
-    }
-    [[gnu::always_inline]] void set(const progress& now) {
-        r_.in = now.in;
-        r_.out = now.out;
-        r_.characters = now.characters;
-        r_.last = now.last;
-        r_.before_last = now.before_last;
-    }
-
-    template <bool Exact>
-    void pass() {
-        progress now = at();
+        progress now = r_;  // in registers; functions that are called get and return it in the run
         const pair& p = p_; // copies that output cannot overwrite
         const std::conditional_t<has_states, const Reader&, const Reader> reader = reader_;
         const u8* const in_end = r_.in_end;
-        const u8* const in_stop = Exact ? in_end : in_end - (Reader::longest - 1);
-        const u8* const out_stop = Exact ? r_.out_end : r_.out_end - out_margin;
-        const u8* next_block = !Exact && may_open_block() ? now.in : in_end;
-        bool in_run = in_run_;
-        while (now.in < in_stop && (Exact || now.out < out_stop)) {
+        const u8* const in_stop = in_end - std::min(Reader::longest - 1, in_end - now.in);
+        const bool has_blocks =
+            p.kernel->has_blocks && in_end - now.in >= std::ptrdiff_t{chunk_bytes};
+        const u8* next_block = has_blocks ? now.in : in_end;
+        const bool in_run = has_runs_;
+        while (now.in < in_stop || is_whole(now.in)) {
             if constexpr (has_states) {
                 if (reader.opens(now.in)) {
                     if (!read_sequence(now)) {
@@ -128,47 +81,49 @@ private:
                     continue;
                 }
             }
-            const std::ptrdiff_t at_least = Exact ? in_end - now.in : Reader::longest;
-            const auto left = static_cast<std::size_t>(at_least);
-            const u32 length = reader.length(now.in, left);
+            const u32 length = reader.length(now.in, Reader::longest);
             const bool is_long = Reader::unit_bytes == 1 && length == Reader::usual_length;
             const bool tries_run = !is_long && in_run && may_be_run(now.in, in_end);
-            const bool tries_block = !Exact && now.in >= next_block && (!has_states || is_long);
-            if (tries_run || tries_block) {
-                set(now);
+            const bool tries_block = now.in >= next_block && (has_states ? is_long : length != 0);
+            if (tries_run || tries_block) [[unlikely]] {
+                r_.set(now);
                 next_block_ = next_block;
                 const bool moved = (tries_run && ascii_run()) || (tries_block && block());
                 next_block = next_block_;
-                in_run = in_run_;
                 if (moved) {
-                    now = at();
+                    now = r_;
                     continue;
-                }
-                if (short_of_room_) {
-                    break;
                 }
             }
             // There is one branch for each length, so that the next position does not wait for the
             // table.
-            if (length == Reader::usual_length && (!Exact || length <= left)) {
+            if (length == Reader::usual_length) [[likely]] {
                 const u32 key = reader.key(now.in, Reader::usual_length);
-                if (!step<Exact>(p, now, key, Reader::usual_length)) {
+                if (!step(p, now, key, Reader::usual_length)) {
                     break;
                 }
-            } else if (length != 0 && (!Exact || length <= left)) {
-                if (!step<Exact>(p, now, reader.key(now.in, length), length)) {
+            } else if (length != 0) {
+                if (!step(p, now, reader.key(now.in, length), length)) {
                     break;
                 }
                 if constexpr (has_states) {
                     reader_.took(now.in - length, length);
                 }
             } else {
-                r_.why = length == 0 ? Reader::stop_without_length : stop::end;
+                r_.why = Reader::stop_without_length;
                 break;
             }
         }
-        set(now);
+        r_.set(now);
         end_pass();
+    }
+
+private:
+    static constexpr bool has_states = Reader::has_states;
+    // Whether there is a character, and not a cut one.
+    bool is_whole(const u8* in) const {
+        const auto left = static_cast<std::size_t>(r_.in_end - in);
+        return left > 0 && reader_.length(in, left) <= left;
     }
 
     // A few characters are not worth a kernel.
@@ -179,22 +134,21 @@ private:
     }
 
     // Converts one character; false if the run ends.
-    template <bool Exact>
     [[gnu::always_inline]] bool step(const pair& p, progress& now, u32 key, u32 length) {
         const entry e = p.entry_of(key);
         const u32 size = e.length();
         if (e.is_short_in(at_hand_) &&
-            (!Exact || r_.out_end - now.out >= static_cast<std::ptrdiff_t>(size))) {
-            put<Exact>(now.out, r_.out_end, e.packed, size);
+            r_.out_end - now.out >= static_cast<std::ptrdiff_t>(sizeof e.packed)) [[likely]] {
+            store_low_first(e.packed, now.out);
             now.out += size;
         } else {
-            set(now);
-            if (!long_step<Exact>(now.in + length, key, e)) {
+            r_.set(now);
+            if (!long_step(now.in + length, key, e)) {
                 r_.next_key = key;
                 r_.next_length = length;
                 return false;
             }
-            now = at();
+            now = r_;
         }
         if constexpr (!Reader::scalars) {
             now.before_last = now.last;
@@ -238,7 +192,6 @@ private:
     }
 
     // Makes sure that there is room for this many bytes, and that their set is selected.
-    template <bool Exact>
     bool bring(u32 set, u32 length, u8*& out) {
         const bool needs_way = set != at_hand_;
         const known_way* known = needs_way ? way_to(set) : nullptr;
@@ -247,11 +200,11 @@ private:
             r_.why = stop::by_rules;
             return false;
         }
-        if (Exact && r_.out_end - out < static_cast<std::ptrdiff_t>(size + length)) {
+        if (r_.out_end - out < static_cast<std::ptrdiff_t>(size + length)) {
             return false;
         }
         if (needs_way) {
-            put<Exact>(out, r_.out_end, known->way.bytes, size);
+            put(out, r_.out_end, known->way.bytes, size);
             r_.way = {out, out + size, r_.out_state};
             out += size;
             r_.out_state = known->way.state;
@@ -305,66 +258,50 @@ private:
         return true;
     }
 
-    // Close to the end of the output, the rest is written to a separate buffer, where blocks may
-    // touch more than they write.
-    void pass_aside() {
-        u8 aside[2 * block_margin];
-        u8 *const out = r_.out, *const out_end = r_.out_end;
-        short_of_room_ = false;
-        spare_ = block_margin;
-        r_.out = aside;
-        r_.out_end = aside + (out_end - out);
-        pass<false>();
-        if (r_.way.begin >= aside && r_.way.begin < aside + sizeof aside) {
-            r_.way.begin = out + (r_.way.begin - aside);
-            r_.way.end = out + (r_.way.end - aside);
-        }
-        r_.out = std::copy(aside, r_.out, out);
-        r_.out_end = out_end;
-    }
-
     // Converts as much of the current block as is independent of the rest; false if that is
     // nothing.
     bool block() {
         const std::ptrdiff_t room = r_.out_end - r_.out;
-        short_of_room_ = room + spare_ < block_margin;
-        if (short_of_room_) {
+        if (to_ != nullptr && room < block_margin) {
+            next_block_ = r_.in_end;
             return false;
         }
         next_block_ = r_.in + chunk_bytes; // what stopped this block would also stop the next one
-        const u32 at_hand = at_hand_, out_state = r_.out_state;
-        const last_way way = r_.way;
         u16 codes[block_codes + chunk_codes]; // vectors reach beyond the last one
         const auto left = static_cast<std::size_t>(r_.in_end - r_.in);
-        const chunk_read read = reader_.read(r_.in, std::min(chunks_, left / chunk_bytes), codes);
-        const block_written written = to_ != nullptr ? put_in_sets(codes, read.codes, r_.out)
-                                                     : put_block(p_, codes, read.codes, r_.out);
+        const std::size_t chunks = std::min(chunks_, left / chunk_bytes);
+        const chunk_read read = reader_.read(r_.in, chunks, codes);
+        // Close to the end of the output, where a block may touch more than it writes.
+        u8 aside[block_margin];
+        u8* const out = room < block_margin ? aside : r_.out;
+        const block_written written = to_ != nullptr ? put_in_sets(codes, read.codes, out)
+                                                     : put_block(p_, codes, read.codes, out);
         const std::size_t n = written.codes;
         if (static_cast<std::ptrdiff_t>(written.bytes) > room) {
             next_block_ = r_.in_end;
-            at_hand_ = at_hand;
-            r_.out_state = out_state;
-            r_.way = way;
             return false;
         }
-        const u8* const begin = r_.in;
+        const bool was_stopped =
+            n < read.codes || read.bytes + Reader::longest < chunks * chunk_bytes;
         if (n == read.codes) {
             r_.in += read.bytes;
+            if constexpr (has_states) {
+                reader_.enter_behind(n > 0 ? codes[n - 1] : 0);
+            }
             chunks_ = std::min(2 * chunks_, block_chunks);
         } else {
-            r_.in = Reader::behind(r_.in, std::span(codes).first(n));
+            r_.in = reader_.go_behind(r_.in, std::span(codes).first(n));
             chunks_ = 1; // if blocks end early, reading ahead is useless
         }
         if (n == 0) {
             return false;
         }
-        next_block_ = r_.in;
+        next_block_ = r_.in + (was_stopped ? 1 : 0); // that character needs more than a block
+        if (out == aside) {
+            std::memcpy(r_.out, aside, written.bytes);
+        }
         r_.out += written.bytes;
         r_.characters += static_cast<u32>(n);
-        // Short runs of ASCII are converted as part of blocks.
-        in_run_ =
-            has_runs_ && (Reader::unit_bytes > 1 ? reader_.is_ascii(r_.in - Reader::unit_bytes)
-                                                 : has_states || r_.in == begin + n);
         if constexpr (!Reader::scalars) {
             r_.before_last = n > 1 ? codes[n - 2] : r_.last;
             r_.last = codes[n - 1];
@@ -378,7 +315,7 @@ private:
         std::size_t n = 0;
         for (; n < count; ++n) {
             const entry e = p_.entry_of(codes[n]);
-            if (!e.is_short() || !bring<false>(e.set(), e.length(), out)) {
+            if (!e.is_short_in(at_hand_) && (!e.is_short() || !bring(e.set(), e.length(), out))) {
                 r_.why = stop::end; // found again when going one by one
                 break;
             }
@@ -388,34 +325,14 @@ private:
         return {n, static_cast<std::size_t>(out - begin)};
     }
 
-    // Not if the first character would end it: there are many such runs in text full of characters
-    // that the rules must handle.
-    [[nodiscard]] bool may_open_block() const {
-        if (p_.plan.blocks == block_form::none || !has_chunk(r_.in)) {
-            return false;
-        }
-        if constexpr (has_states) {
-            if (reader_.opens(r_.in)) {
-                return true;
-            }
-        }
-        const u32 length = reader_.length(r_.in, static_cast<std::size_t>(r_.in_end - r_.in));
-        return p_.plan.blocks != block_form::entries ||
-               (length != 0 && p_.entry_of(reader_.key(r_.in, length)).is_short());
-    }
-    [[nodiscard]] bool has_chunk(const u8* in) const {
-        return r_.in_end - in >= static_cast<std::ptrdiff_t>(chunk_bytes);
-    }
-
     // Converts a character with an answer of its own.
-    template <bool Exact>
     bool long_step(const u8* next, u32 key, entry e) {
         u8* out = r_.out;
         if (e.is_short()) {
-            if (!bring<Exact>(e.set(), e.length(), out)) {
+            if (!bring(e.set(), e.length(), out)) {
                 return false;
             }
-            put<Exact>(out, r_.out_end, e.packed, e.length());
+            put(out, r_.out_end, e.packed, e.length());
             r_.out = out + e.length();
             return true;
         }
@@ -428,10 +345,10 @@ private:
             --r_.more_codes; // dropped
             return true;
         }
-        if (!bring<Exact>(a->set, a->length, out)) {
+        if (!bring(a->set, a->length, out)) {
             return false;
         }
-        put<Exact>(out, r_.out_end, a->bytes, a->length);
+        put(out, r_.out_end, a->bytes, a->length);
         r_.out = out + a->length;
         r_.more_codes += a->codes - 1U;
         if (a->is_cr) {
@@ -447,10 +364,8 @@ private:
     const iso2022* to_; // the target's designations and shifts, or null
     u32 at_hand_;       // the set that needs no sequences; 0: none
     std::array<known_way, iso2022::most_sets + 1> ways_; // by set, the last ones found
-    bool has_runs_, in_run_;                             // of ASCII, which is faster without blocks
+    bool has_runs_;                                      // of ASCII, which is faster without blocks
     const u8* next_block_ = nullptr;
-    std::ptrdiff_t spare_ = 0;      // bytes that may be touched after the end of the output
-    bool short_of_room_ = false;    // for a block
     std::size_t chunks_ = 1;        // number to read for the next block
     const u8* behind_cr_ = nullptr; // place where a line feed is dropped
     // The sequences read last: where they began, and the state before them.

@@ -15,9 +15,8 @@ namespace {
 struct place {
     std::atomic<u64> tag;
     std::atomic<pair*> held;
-    std::atomic<u32> seat;   // 1: held by a call that found it free
-    std::atomic<u32> others; // number of other calls that hold it
-    std::atomic<u32> used;   // time of the clock when it was last held
+    std::atomic<u32> users; // number of calls that hold it
+    std::atomic<u32> used;  // time of the clock when it was last held
 };
 
 constexpr std::size_t place_count = 256, places_tried = 8;
@@ -35,8 +34,7 @@ pthread_mutex_t table_of_pairs = PTHREAD_MUTEX_INITIALIZER;
 // The other options that matter: byte orders, how line breaks are written (0 if they are ordinary
 // characters), and strictness.
 constexpr u32 strict_shift = 8;
-constexpr u64 no_options = ~u64{0}; // of any session
-constexpr u64 never_seen = 1;       // since nothing is stored while a state is odd
+constexpr u64 never_seen = 1; // since nothing is stored while a state is odd
 u32 options_of(const session* s, strictness strict) {
     const u32 mode = s->target.newlineMode;
     const bool named = mode >= PVZAN_NEWLINE_CR && mode <= PVZAN_NEWLINE_PARAGRAPH_SEPARATOR;
@@ -55,45 +53,37 @@ u32 options_of(const session* s, strictness strict) {
 
 // Counts the sets that the rules may use, and how many of their tables are loaded, which only
 // grows. Writes to loaded tables, which only tests do, are counted for all tables together.
-class own_tables {
-public:
-    static u64 count(const pair_key& key) {
-        own_tables counted;
-        counted.add(key.source);
-        counted.add(key.target);
-        counted.add(key.decode);
-        return u64{writes_in(table_state())} << 32 | counted.total_;
-    }
-
-private:
-    void add(const charset_group* group) {
+u64 count_tables(const pair_key& key) {
+    u64 count = u64{writes_in(table_state())} << 32;
+    const auto add = [&](const table_object* table) { count += table_loaded(table) ? 1U : 0U; };
+    const auto add_set = [&](const basic_set* set) {
+        if (set != nullptr) {
+            ++count;
+            add(set->decodeTable);
+            add(set->encodeTable);
+        }
+    };
+    const auto add_sets_of = [&](const rule_row* rule) {
+        const codec_traits* codec = rule != nullptr ? traits_of_decoder(rule->function) : nullptr;
+        for (const u32 setNo : codec != nullptr ? codec->sets : std::span<const u32>()) {
+            add_set(registered_set(setNo));
+        }
+    };
+    for (const charset_group* group : {key.source, key.target}) {
         for (const basic_set* set : member_sets(group)) {
-            add(set);
-            add(registered_set(set->setNo));
+            add_set(set);
+            add_set(registered_set(set->setNo));
         }
         for (const object_array* extra : items_of<object_array>(group->dsTableArrays)) {
             for (const table_object* table : items_of<table_object>(extra)) {
-                total_ += table_loaded(table) ? 1U : 0U;
+                add(table);
             }
         }
-        add(TheRule(group->destRule));
+        add_sets_of(TheRule(group->destRule));
     }
-    void add(const rule_row* decode) {
-        const codec_traits* codec =
-            decode != nullptr ? traits_of_decoder(decode->function) : nullptr;
-        for (const u32 setNo : codec != nullptr ? codec->sets : std::span<const u32>()) {
-            add(registered_set(setNo));
-        }
-    }
-    void add(const basic_set* set) {
-        if (set != nullptr) {
-            total_ += 1U + (table_loaded(set->decodeTable) ? 1U : 0U) +
-                      (table_loaded(set->encodeTable) ? 1U : 0U);
-        }
-    }
-
-    u32 total_ = 0;
-};
+    add_sets_of(key.decode);
+    return count;
+}
 
 place& place_at(u64 hash, std::size_t i) {
     return places[((hash >> 32) + i) % place_count];
@@ -101,44 +91,36 @@ place& place_at(u64 hash, std::size_t i) {
 
 // ---- Holding -----------------------------------------------------------------------------------
 
-// Taking the seat needs one locked operation, since a plain store gives it back; counting needs
-// two.
-[[gnu::always_inline]] inline bool enter(place& at) {
-    const bool counted = at.seat.exchange(1, std::memory_order_seq_cst) != 0;
-    if (counted) {
-        at.others.fetch_add(1, std::memory_order_seq_cst);
-    }
-    return counted;
+[[gnu::always_inline]] inline void enter(place& at) {
+    at.users.fetch_add(1, std::memory_order_seq_cst);
 }
 
-[[gnu::always_inline]] inline void leave(place& at, bool counted) {
-    if (counted) {
-        at.others.fetch_sub(1, std::memory_order_release);
-    } else {
-        at.seat.store(0, std::memory_order_release);
-    }
+[[gnu::always_inline]] inline void leave(place& at) {
+    at.users.fetch_sub(1, std::memory_order_release);
 }
 
 bool is_held(const place& at) {
-    return at.seat.load(std::memory_order_seq_cst) != 0 ||
-           at.others.load(std::memory_order_seq_cst) != 0;
+    return at.users.load(std::memory_order_seq_cst) != 0;
 }
 
-[[gnu::always_inline]] inline held_pair find(u64 hash, const pair_key& key) {
+[[gnu::always_inline]] inline pair* find(u64 hash, const pair_key& key) {
     for (std::size_t i = 0; i < places_tried; ++i) {
         place& at = place_at(hash, i);
         if (at.tag.load(std::memory_order_relaxed) != hash) {
             continue;
         }
-        const bool counted = enter(at);
+        enter(at);
         pair* p = at.held.load(std::memory_order_seq_cst);
-        if (p != nullptr && p->key == key && is_current(*p)) {
-            at.used.store(clock.load(std::memory_order_relaxed), std::memory_order_relaxed);
-            return {p, counted};
+        if (p != nullptr && p->key == key) {
+            if (is_current(*p)) {
+                at.used.store(clock.load(std::memory_order_relaxed), std::memory_order_relaxed);
+                return p;
+            }
+            at.tag.store(0, std::memory_order_relaxed); // nobody needs to look at it again
         }
-        leave(at, counted);
+        leave(at);
     }
-    return {nullptr, false};
+    return nullptr;
 }
 
 // ---- Freeing -----------------------------------------------------------------------------------
@@ -153,39 +135,41 @@ void destroy(pair* p) {
     return_bytes(bytes);
 }
 
-// Frees the pair of a place unless somebody holds it. Call it under the guard.
+// Frees the pair of a place; false if somebody holds it. Call it under the guard.
 bool free_place(place& at) {
-    pair* p = at.held.load(std::memory_order_relaxed);
-    if (p == nullptr) {
-        return false;
-    }
-    at.held.store(nullptr, std::memory_order_seq_cst);
-    if (is_held(at)) {
+    pair* p = at.held.exchange(nullptr, std::memory_order_seq_cst);
+    if (p != nullptr && is_held(at)) {
         at.held.store(p, std::memory_order_seq_cst);
         return false;
     }
-    destroy(p);
+    if (p != nullptr) {
+        destroy(p);
+    }
     return true;
 }
 
-// Frees what is stale among count places from one on, or else what was unused for longest.
-bool free_one(u64 first, std::size_t count) {
-    place* found = nullptr;
+// Of count places from one on: one whose pair is stale, or else the one that was unused for
+// longest, or first of all, if that will do, an empty one. Null if all are held.
+place* choose_place(u64 first, std::size_t count, bool may_be_empty) {
+    constexpr u32 empty = ~0U, stale = empty - 1;
+    place* chosen = nullptr;
     u32 greatest = 0;
     const u32 now = clock.load(std::memory_order_relaxed);
     for (std::size_t i = 0; i < count; ++i) {
         place& at = places[(first + i) % place_count];
         pair* p = at.held.load(std::memory_order_relaxed);
-        if (p == nullptr || is_held(at)) {
+        if (p == nullptr ? !may_be_empty : is_held(at)) {
             continue;
         }
-        const u32 age = is_current(*p) ? now - at.used.load(std::memory_order_relaxed) : ~0U;
-        if (found == nullptr || age > greatest) {
-            found = &at;
+        const u32 age = p == nullptr      ? empty
+                        : !is_current(*p) ? stale
+                                          : now - at.used.load(std::memory_order_relaxed);
+        if (chosen == nullptr || age > greatest) {
+            chosen = &at;
             greatest = age;
         }
     }
-    return found != nullptr && free_place(*found);
+    return chosen;
 }
 
 // ---- Making ------------------------------------------------------------------------------------
@@ -203,7 +187,8 @@ void prepare_neutral(pair& p, const session* s) {
 bool claim(u64 bytes) {
     while (claimed_bytes.fetch_add(bytes, std::memory_order_relaxed) + bytes > budget_bytes) {
         return_bytes(bytes);
-        if (!free_one(0, place_count)) {
+        place* at = choose_place(0, place_count, false);
+        if (at == nullptr || !free_place(*at)) {
             return false;
         }
     }
@@ -230,7 +215,7 @@ pair* make(const session* s, const pair_key& key, u64 tables, const plan& planne
     p->claimed = sizeof(pair);
     prepare_neutral(*p, s);
     // Between Unicode charsets nobody asks: values are converted by their form.
-    for (u8 c = 0; planned.blocks == block_form::scalars && c < 0x80; ++c) {
+    for (u8 c = 0; planned.by_form && c < 0x80; ++c) {
         if (!planned.normalises || (c != '\r' && c != '\n')) {
             p->plain_ascii.add(c);
         }
@@ -238,67 +223,37 @@ pair* make(const session* s, const pair_key& key, u64 tables, const plan& planne
     return p;
 }
 
-place* empty_place(u64 hash) {
-    for (std::size_t i = 0; i < places_tried; ++i) {
-        place& at = place_at(hash, i);
-        if (at.held.load(std::memory_order_relaxed) == nullptr) {
-            return &at;
-        }
-    }
-    return nullptr;
-}
-
 // Creates the pair unless another thread just did, and holds it.
-held_pair make_and_hold(const session* s, const pair_key& key, u64 hash, u64 tables,
-                        const plan& planned) {
+pair* make_and_hold(const session* s, const pair_key& key, u64 hash, u64 tables,
+                    const plan& planned) {
     const lock_guard guard(table_of_pairs);
-    if (const held_pair found = find(hash, key); found.p != nullptr) {
+    if (pair* found = find(hash, key)) {
         return found;
     }
-    // Stale pairs would be in the way of every call.
-    for (std::size_t i = 0; i < places_tried; ++i) {
-        pair* old = place_at(hash, i).held.load(std::memory_order_relaxed);
-        if (old != nullptr && !is_current(*old)) {
-            free_place(place_at(hash, i));
-        }
+    place* at = choose_place(hash >> 32, places_tried, true);
+    pair* p = at != nullptr && free_place(*at) ? make(s, key, tables, planned) : nullptr;
+    if (p != nullptr) {
+        p->place = static_cast<u32>(at - places);
+        at->used.store(clock.fetch_add(1, std::memory_order_relaxed), std::memory_order_relaxed);
+        enter(*at);
+        at->held.store(p, std::memory_order_seq_cst);
+        at->tag.store(hash, std::memory_order_release);
     }
-    place* at = empty_place(hash);
-    if (at == nullptr && free_one((hash >> 32) % place_count, places_tried)) {
-        at = empty_place(hash);
-    }
-    pair* p = at != nullptr ? make(s, key, tables, planned) : nullptr;
-    if (p == nullptr) {
-        return {nullptr, false};
-    }
-    p->place = static_cast<u32>(at - places);
-    at->used.store(clock.fetch_add(1, std::memory_order_relaxed), std::memory_order_relaxed);
-    const bool counted = enter(*at);
-    at->held.store(p, std::memory_order_seq_cst);
-    at->tag.store(hash, std::memory_order_release);
-    return {p, counted};
+    return p;
 }
 
-// Whether anything but characters may have to be written next.
-bool asks_for_more(const session* s) {
-    return (s->target.charRefMode | s->target.dstWriteBom | s->source.srcCheckBom) != 0 ||
-           s->baseLang[0] != '\0';
-}
-
-[[gnu::noinline]] held_pair plan_and_hold(const session* s, const pair_key& key, u64 hash) {
+[[gnu::noinline]] pair* plan_and_hold(const session* s, const pair_key& key, u64 hash) {
     plan planned{};
     planned.source = traits_of_decoder(s->srcRule->function);
     planned.target = traits_of_encoder(s->dstRule->function);
-    if (planned.source == nullptr || planned.target == nullptr) {
-        return {nullptr, false};
-    }
     // Only charsets in the registry never change.
-    if (!only_characters_due(s, *planned.source, *planned.target) || !is_registered(s->srcGroup) ||
+    if (planned.source == nullptr || planned.target == nullptr ||
+        !only_characters_due(s, planned) || !is_registered(s->srcGroup) ||
         !is_registered(s->dstGroup)) {
-        return {nullptr, false};
+        return nullptr;
     }
-    const u64 tables = own_tables::count(key); // before the plan uses them
-    return make_plan(s, planned) ? make_and_hold(s, key, hash, tables, planned)
-                                 : held_pair{nullptr, false};
+    const u64 tables = count_tables(key); // before the plan uses them
+    return make_plan(s, planned) ? make_and_hold(s, key, hash, tables, planned) : nullptr;
 }
 
 } // namespace
@@ -308,7 +263,7 @@ bool is_current(pair& p) {
     if (p.seen.load(std::memory_order_relaxed) == now) {
         return true;
     }
-    if (own_tables::count(p.key) != p.tables) {
+    if (count_tables(p.key) != p.tables) {
         return false;
     }
     // A table that is being loaded now may be one of these, and be visible before the state
@@ -339,23 +294,22 @@ void free_unheld() {
     }
 }
 
-held_pair hold_pair(const session* s, strictness strict) {
+pair* hold_pair(const session* s, strictness strict) {
     const pair_key key{s->srcGroup, s->dstGroup, s->srcRule, s->dstRule, options_of(s, strict)};
     const u64 hash = hash_of(key);
-    const held_pair found = find(hash, key);
-    if (found.p == nullptr) {
+    pair* found = find(hash, key);
+    if (found == nullptr) {
         return plan_and_hold(s, key, hash);
     }
-    const plan& how = found.p->plan;
-    if (asks_for_more(s) && !only_characters_due(s, *how.source, *how.target)) {
+    if (!only_characters_due(s, found->plan)) {
         release_pair(found);
-        return {nullptr, false};
+        return nullptr;
     }
     return found;
 }
 
-void release_pair(held_pair held) {
-    leave(places[held.p->place], held.counted);
+void release_pair(pair* p) {
+    leave(places[p->place]);
 }
 
 void before_fork() {
@@ -367,14 +321,13 @@ void after_fork(bool in_child) {
         if (!in_child) {
             break;
         }
-        at.seat.store(0, std::memory_order_relaxed); // nobody else is left
-        at.others.store(0, std::memory_order_relaxed);
+        at.users.store(0, std::memory_order_relaxed); // nobody else is left
         pair* p = at.held.load(std::memory_order_relaxed);
         if (p != nullptr && pthread_mutex_trylock(&p->lock) == 0) {
             pthread_mutex_unlock(&p->lock);
         } else if (p != nullptr) {
             pthread_mutex_init(&p->lock, nullptr);
-            p->key.options = no_options;
+            at.tag.store(0, std::memory_order_relaxed);
         }
     }
     pthread_mutex_unlock(&table_of_pairs);

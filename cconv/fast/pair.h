@@ -35,14 +35,11 @@
 // one that cannot be seen yet is looked for under the lock. So nothing rests on the order in which
 // another processor sees two stores of this one.
 //
-// Pairs live in one table for the process. A call holds its pair by a word beside the pointer, in
-// memory that is never freed. The first one takes the seat, by exchanging it, and gives it back by
-// a plain store, for nobody else writes to it meanwhile but another one that finds it taken, and
-// leaves it so; those are counted beside. A call first takes its seat, or counts itself, and then
-// reads the pointer, while who frees a pair clears the pointer and then reads seat and count, all
-// in one order for all processors; so one of the two sees the other. Bytes are claimed against one
-// budget. When that is used up, pairs that are stale and those unused for longest are freed, as
-// long as nobody holds them.
+// Pairs live in one table for the process. A call holds its pair by a count beside the pointer, in
+// memory that is never freed: it first counts itself and then reads the pointer, while who frees a
+// pair clears the pointer and then reads the count, all in one order for all processors; so one of
+// the two sees the other. Bytes are claimed against one budget. When that is used up, pairs that
+// are stale and those unused for longest are freed, as long as nobody holds them.
 #pragma once
 
 #include "cconv/engine/engine.h"
@@ -74,10 +71,6 @@ enum class reader : u8 {
 // be the one that the source itself writes for them.
 enum class strictness : u8 { none, characters, codes };
 
-// How a block of codes is converted: none: characters are converted one by one; entries: as their
-// entries say; scalars: between Unicode charsets, by changing the form.
-enum class block_form : u8 { none, entries, scalars };
-
 // Everything that determines the bytes of a character, except the tables. The rules usually follow
 // from the charsets, but a caller may put others into the session.
 struct pair_key {
@@ -105,26 +98,30 @@ struct charset_states {
     }
 };
 
-// A set of a charset with states, and its place among the keys; see reader_states.h.
+inline constexpr u32 first_single_key = 0xC000; // where codes have seven bits
+
+// The first key of a set of a charset with states, if the set has keys; see reader_states.h.
 struct set_keys {
-    u16 base, single_base;
-    u8 first[2], last[2]; // range of each byte
-    bool has_keys, is_first, two_bytes;
+    u16 first;
+    bool any;
 };
+
+constexpr u32 single_key(bool eight_bits, u32 number) {
+    return (eight_bits ? 0 : first_single_key) + ((number - 1) << 8);
+}
 
 // How a pair is converted.
 struct plan {
     const codec_traits *source, *target;
     fast::reader reader;
-    block_form blocks;
-    bool normalises;                     // line breaks are converted
+    bool by_form;    // between Unicode charsets: blocks are converted by changing the form
+    bool normalises; // line breaks are converted
     ascii_unit source_unit, target_unit; // of ASCII
-    u16 stops[9]; // between Unicode charsets: values that are not converted by form
+    u16 stops[9];                        // values that are not converted by form
     u32 stop_count;
     charset_states source_states, target_states;
     std::array<set_keys, iso2022::most_sets + 1> sets; // of the source
     bool eight_bits;                                   // the key of a two-byte code is the code
-    u8 opens_first, opens_more;                        // range of the first bytes of sequences
 };
 
 // The rules' answer about a character.
@@ -160,9 +157,10 @@ struct entry {
     }
 };
 
-inline void store_low_first(u64 bytes, u8* out) {
+template <typename Word>
+void store_low_first(Word bytes, u8* out) {
     if constexpr (std::endian::native == std::endian::big) {
-        bytes = __builtin_bswap64(bytes);
+        bytes = static_cast<Word>(__builtin_bswap64(bytes) >> (64 - 8 * sizeof bytes));
     }
     std::memcpy(out, &bytes, sizeof bytes);
 }
@@ -241,16 +239,10 @@ struct pair {
 
 // ---- pair.cpp
 
-// A pair that a call holds.
-struct held_pair {
-    pair* p;
-    bool counted; // in the number of others
-};
-
 // The pair of a session, created if it is new, and held until release_pair. Null if the rules alone
 // are to convert, at least for now.
-held_pair hold_pair(const session* s, strictness strict);
-void release_pair(held_pair held);
+pair* hold_pair(const session* s, strictness strict);
+void release_pair(pair* p);
 // Whether the answers of a pair are still valid; once they are not, they never will be.
 bool is_current(pair& p);
 // Claims bytes of the budget, freeing pairs if it is used up; or returns them.
@@ -265,7 +257,7 @@ void free_unheld();
 // False if the rules alone are to convert.
 bool make_plan(const session* s, plan& made);
 // Whether only characters are to be written next: no byte-order mark, tag or reference.
-bool only_characters_due(const session* s, const codec_traits& source, const codec_traits& target);
+bool only_characters_due(const session* s, const plan& p);
 
 // ---- ask.cpp
 
@@ -293,20 +285,28 @@ struct last_way {
     u32 state;
 };
 
-// A run over input and output, and how far it got.
-struct run {
-    const u8 *in, *in_end;
-    u8 *out, *out_end; // without bytes that must stay free at the end
+// How far a run got.
+struct progress {
+    const u8* in;
+    u8* out;
+    u32 characters;
+    u32 last, before_last; // keys of the last two characters, or no_key
+};
+
+// A run over input and output.
+struct run : progress {
+    const u8* in_end;
+    u8* out_end; // without bytes that must stay free at the end
     u32 in_state, out_state;
     last_way way;
-    u32 characters;
-    u32 more_codes;        // codes minus characters, modulo 2^32
-    u32 last, before_last; // keys of the last two characters, or no_key
+    u32 more_codes; // codes minus characters, modulo 2^32
     stop why;
     // The character at which the run ended: its key and length, unless unknown, and the state
     // before it.
     const u8* next;
     u32 next_key, next_length, next_state;
+
+    void set(const progress& now) { static_cast<progress&>(*this) = now; }
 };
 
 void run_over(pair& p, run& r); // loop.cpp

@@ -6,7 +6,6 @@
 #include "cconv/tables/table.h"
 
 #include <algorithm>
-#include <optional>
 
 namespace fast {
 
@@ -34,11 +33,6 @@ bool widths_ascend(const charset_group* group) {
     return !member_sets(group).empty();
 }
 
-// How source characters are distinguished, and their units; none if the rules are needed.
-struct source_form {
-    fast::reader reader;
-    ascii_unit unit;
-};
 constexpr ascii_unit single_bytes{1, true};
 
 charset_states states_of(const charset_group* group, const codec_traits& codec) {
@@ -46,36 +40,31 @@ charset_states states_of(const charset_group* group, const codec_traits& codec) 
                                    : charset_states{};
 }
 
-std::optional<source_form> source_form_of(const session* s, const codec_traits& codec) {
+// Plans how source characters are distinguished, and their units; false if the rules are needed.
+bool plan_reading(const session* s, plan& p) {
     const bool big = s->source.srcBigEndian != 0;
     const bool pairs = all_two_bytes_wide(s->srcGroup);
-    switch (codec.read) {
-    case reading::lead_byte: return {{reader::lead_bytes, single_bytes}};
-    case reading::pairs: return {{reader::units, {2, true}}};
-    case reading::utf8: return {{reader::utf8, single_bytes}};
-    case reading::utf16: return {{reader::units, {2, big}}};
-    case reading::ucs4: return {{reader::quads, {4, big}}};
+    const auto read_by = [&](fast::reader how, ascii_unit unit) {
+        p.reader = how;
+        p.source_unit = unit;
+        return true;
+    };
+    switch (p.source->read) {
+    case reading::lead_byte: return read_by(reader::lead_bytes, single_bytes);
+    case reading::pairs: return read_by(reader::units, {2, true});
+    case reading::utf8: return read_by(reader::utf8, single_bytes);
+    case reading::utf16: return read_by(reader::units, {2, big});
+    case reading::ucs4: return read_by(reader::quads, {4, big});
     case reading::escapes:
     case reading::scanned:
-        if (states_of(s->srcGroup, codec).codes != nullptr) {
-            return {{reader::states, single_bytes}};
-        }
-        break;
-    case reading::ucs2:
-        if (pairs) {
-            return {{reader::units, {2, big}}};
-        }
-        break;
+        return p.source_states.codes != nullptr && read_by(reader::states, single_bytes);
+    case reading::ucs2: return pairs && read_by(reader::units, {2, big});
     case reading::sets:
-        if (pairs) {
-            return {{reader::units, {2, true}}}; // the bytes are the key, in any order
-        }
-        if (widths_ascend(s->srcGroup)) {
-            return {{reader::lead_bytes, single_bytes}};
-        }
-        break;
+        // The bytes of a pair are the key, in any order.
+        return pairs ? read_by(reader::units, {2, true})
+                     : widths_ascend(s->srcGroup) && read_by(reader::lead_bytes, single_bytes);
     }
-    return std::nullopt;
+    return false;
 }
 
 // A charset with one set without tables: codes are Unicode values.
@@ -87,15 +76,6 @@ bool is_plain_unicode(const charset_group* group) {
     return set->setType != PVZAN_SET_USER_DEFINED && set->decodeTable->fileName[0] == '\0' &&
            set->encodeTable->fileName[0] == '\0' && !table_loaded(set->decodeTable) &&
            !table_loaded(set->encodeTable);
-}
-
-block_form blocks_of(const session* s, const plan& p) {
-    const bool scalars = p.source->form != unicode_form::none &&
-                         p.target->form != unicode_form::none && is_plain_unicode(s->srcGroup) &&
-                         is_plain_unicode(s->dstGroup);
-    return !chosen_kernels().has_blocks ? block_form::none
-           : scalars                    ? block_form::scalars
-                                        : block_form::entries;
 }
 
 ascii_unit target_unit(const session* s, unicode_form form) {
@@ -125,33 +105,18 @@ void place_sets(plan& p) {
         return;
     }
     const iso2022& codes = *p.source_states.codes;
-    u32 number = 0, doubles = 0, first = 0x100, last = 0;
-    for (u32 byte = 0; byte < 0x100; ++byte) {
-        if (codes.opens_sequence(byte)) {
-            first = std::min(first, byte);
-            last = byte;
+    p.eight_bits = std::ranges::any_of(
+        codes.sets(), [](const graphic_set& set) { return set.width > 1 && set.last[0] > 0x7F; });
+    u32 number = 0, doubles = 0;
+    for (const graphic_set& set : codes.sets()) {
+        if (set.width == 1) {
+            p.sets[++number] = {static_cast<u16>(single_key(p.eight_bits, number)), true};
+            continue;
         }
-    }
-    p.opens_first = static_cast<u8>(first);
-    p.opens_more = static_cast<u8>(last - first);
-    for (const graphic_set& set : codes.sets()) {
-        p.eight_bits = p.eight_bits || (set.width > 1 && set.last[0] > 0x7F);
-    }
-    const u32 singles = p.eight_bits ? 0 : 0xC000, most = p.eight_bits ? 1 : 3;
-    for (const graphic_set& set : codes.sets()) {
-        const bool fits = p.eight_bits
-                              ? set.first[0] >= 0x10
-                              : set.first[0] >= 0x20 && set.last[0] <= 0x7F && set.last[1] <= 0x7F;
-        const bool two = set.width > 1;
-        const auto single_base = static_cast<u16>(singles + (number++ << 8));
-        p.sets[number] = {static_cast<u16>(two ? doubles << 14 : single_base),
-                          single_base,
-                          {set.first[0], set.first[1]},
-                          {set.last[0], set.last[1]},
-                          !two || (fits && doubles < most),
-                          number == ascii_set,
-                          two};
-        doubles += two ? 1U : 0U;
+        const bool fits = p.eight_bits ? doubles < 1 && set.first[0] >= 0x10
+                                       : doubles < 3 && set.first[0] >= 0x20 &&
+                                             set.last[0] <= 0x7F && set.last[1] <= 0x7F;
+        p.sets[++number] = {static_cast<u16>(doubles++ << 14), fits};
     }
 }
 
@@ -165,28 +130,24 @@ bool can_write(const plan& p) {
 
 } // namespace
 
-bool only_characters_due(const session* s, const codec_traits& source, const codec_traits& target) {
-    const bool mark = (source.checks_mark && s->source.srcCheckBom != 0) ||
-                      (target.writes_marks && s->target.dstWriteBom != 0);
-    return !mark && !(target.refers && s->target.charRefMode != PVZAN_CHARREF_OFF) &&
-           !(target.writes_marks && s->baseLang[0] != '\0');
+bool only_characters_due(const session* s, const plan& p) {
+    const bool mark = (p.source->checks_mark && s->source.srcCheckBom != 0) ||
+                      (p.target->writes_marks && s->target.dstWriteBom != 0);
+    return !mark && !(p.target->refers && s->target.charRefMode != PVZAN_CHARREF_OFF) &&
+           !(p.target->writes_marks && s->baseLang[0] != '\0');
 }
 
 bool make_plan(const session* s, plan& made) {
-    const std::optional<source_form> found = source_form_of(s, *made.source);
     made.source_states = states_of(s->srcGroup, *made.source);
     made.target_states = states_of(s->dstGroup, *made.target);
-    // If both have states, little can be converted independently of the rest.
-    const bool both = made.source_states.codes != nullptr && made.target_states.codes != nullptr;
-    if (!found || both || !can_write(made)) {
+    if (!plan_reading(s, made) || !can_write(made)) {
         return false;
     }
     place_sets(made);
-    made.reader = found->reader;
-    made.source_unit = found->unit;
     made.target_unit = target_unit(s, made.target->form);
     made.normalises = s->target.convertNewline != 0;
-    made.blocks = blocks_of(s, made);
+    made.by_form = made.source->form != unicode_form::none && is_plain_unicode(s->srcGroup) &&
+                   made.target->form != unicode_form::none && is_plain_unicode(s->dstGroup);
     set_stops(made);
     return true;
 }

@@ -20,66 +20,85 @@ public:
     static constexpr stop stop_without_length = stop::by_rules;
 
     state_reader(const pair& with, u32 state)
-        : p_(with), states_(with.plan.source_states), codes_(*states_.codes),
-          opens_first_(with.plan.opens_first), opens_more_(with.plan.opens_more),
-          keeps_(codes_.lines == line_reading::keep) {
+        : p_(with), states_(with.plan.source_states), codes_(*states_.codes) {
+        for (std::size_t number = 0; number <= codes_.set_count; ++number) {
+            known_[number].from = 0; // no state
+        }
         enter(state);
     }
     void enter(u32 state) {
-        state_ = state;
         const u32 number = set_in(state, shifted(state));
-        set_ = p_.plan.sets[number];
-        if (!keeps_) {
-            see_to_lines(number);
+        const bool any = p_.plan.sets[number].any;
+        const graphic_set* const set = any ? &codes_.set(number) : nullptr;
+        now_ = {state,
+                number,
+                set,
+                p_.plan.sets[number].first,
+                static_cast<u16>(single_key(p_.plan.eight_bits, number)),
+                any && set->width > 1,
+                true,
+                false};
+        if (codes_.lines != line_reading::keep) {
+            see_to_lines();
         }
     }
-    [[nodiscard]] u32 state() const { return state_; }
+    [[nodiscard]] u32 state() const { return now_.state; }
 
-    [[nodiscard]] bool is_ascii(const u8* p) const { return set_.is_first && *p < 0x80; }
-    [[nodiscard]] bool opens(const u8* p) const {
-        return static_cast<u8>(*p - opens_first_) <= opens_more_;
-    }
+    [[nodiscard]] bool is_ascii(const u8* p) const { return now_.number == ascii_set && *p < 0x80; }
+    [[nodiscard]] bool opens(const u8* p) const { return codes_.opens_sequence(*p); }
     // The length of a sequence that only changes the state; 0 if it is left to the rules.
     u32 sequence(std::span<const u8> text) {
-        const scanned read = states_.codec->scan(states_.group, state_, text);
+        u32 bytes = 0;
+        std::memcpy(&bytes, text.data(), std::min(text.size(), sizeof bytes));
+        transition& known = known_[now_.number];
+        if (known.from == now_.state && ((known.bytes ^ bytes) & known.mask) == 0 &&
+            text.size() >= sizeof bytes) {
+            now_ = known.to;
+            return known.length;
+        }
+        const scanned read = states_.codec->scan(states_.group, now_.state, text);
         if (read.kind != scanned::silent) {
             return 0;
         }
+        const u32 from = now_.state;
         enter(read.state);
+        if (read.length <= sizeof bytes && text.size() >= sizeof bytes) {
+            u32 mask = 0;
+            std::memset(&mask, 0xFF, read.length);
+            known = {from, bytes, mask, read.length, now_};
+        }
         return read.length;
     }
 
     // Handles single bytes that were read.
     void took(const u8* p, std::size_t n) {
         const auto is_break = [](u8 byte) { return byte == '\n' || byte == '\r'; };
-        if (clears_ && std::any_of(p, p + n, is_break)) {
-            enter(codes_.line.applied_to(state_));
+        if (now_.clears && std::any_of(p, p + n, is_break)) {
+            enter(codes_.line.applied_to(now_.state));
         }
     }
 
     [[nodiscard]] u32 length(const u8* p, std::size_t left) const {
-        if (!set_.has_keys) {
+        if (now_.set == nullptr) {
             return 0;
         }
         if (may_be(*p, 0)) {
             const bool breaks = *p == '\n' || *p == '\r';
-            return set_.two_bytes      ? (left < 2 || may_be(p[1], 1) ? 2 : 0)
-                   : !breaks || lines_ ? 1
-                                       : 0;
+            return now_.two_bytes          ? (left < 2 || may_be(p[1], 1) ? 2 : 0)
+                   : !breaks || now_.lines ? 1
+                                           : 0;
         }
         return may_be_first_set(*p) ? 1 : 0;
     }
     [[nodiscard]] u32 key(const u8* p, u32 length) const {
-        return length == 1          ? set_.single_base | *p
+        return length == 1          ? now_.first_single | *p
                : p_.plan.eight_bits ? pair_of_bytes(p)
-                                    : set_.base | seven_bit_key(p);
+                                    : now_.first_pair | seven_bit_key(p);
     }
 
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* codes) const {
         if (!p_.plan.eight_bits) {
-            const std::size_t n =
-                p_.kernel->seven_bit_pairs(p, chunks, static_cast<u16>(set_.base), codes);
-            return {n, 2 * n};
+            return p_.kernel->split_shifted(p, chunks, shifts(), codes);
         }
         constexpr std::size_t step = chunk_bytes / 2;
         constexpr u16 first_pair = 0x1000; // keys below are single bytes
@@ -94,38 +113,78 @@ public:
         }
         return {chunks * step, chunks * chunk_bytes};
     }
-    static const u8* behind(const u8* p, std::span<const u16> codes) {
-        return p + 2 * codes.size();
+    // The end of a block that was read: behind its codes, in the state of the last one.
+    const u8* go_behind(const u8* p, std::span<const u16> codes) {
+        for (const u16 code : codes) {
+            while (opens(p)) {
+                p += known_[now_.number].length;
+                now_ = known_[now_.number].to;
+            }
+            p += is_pair(code) ? 2 : 1;
+        }
+        return p;
+    }
+    void enter_behind(u16 code) {
+        if (is_pair(code) != now_.two_bytes) {
+            now_ = known_[now_.number].to;
+        }
     }
 
 private:
+    struct situation {
+        u32 state, number;             // of the set that is shifted in
+        const graphic_set* set;        // null: none that has keys
+        u16 first_pair, first_single;  // keys
+        bool two_bytes, lines, clears; // whether line breaks are allowed here, and change the state
+    };
+    // A sequence that was read before.
+    struct transition {
+        u32 from, bytes, mask, length;
+        situation to;
+    };
+
+    [[nodiscard]] bool is_pair(u16 code) const {
+        return p_.plan.eight_bits || code < first_single_key;
+    }
+    // The sequences that shift from here to single bytes and back, if both were read before.
+    [[nodiscard]] split_shifts shifts() const {
+        split_shifts made{{}, {}, now_.first_pair, 0};
+        const transition& there = known_[now_.number];
+        const bool found =
+            there.from == now_.state && !there.to.two_bytes && there.to.lines && !there.to.clears;
+        const transition& back = known_[found ? there.to.number : now_.number];
+        if (found && back.from == there.to.state && back.to.state == now_.state) {
+            made.singles = there.to.first_single;
+            made.to_singles = {std::bit_cast<std::array<u8, 4>>(there.bytes), there.length};
+            made.to_pairs = {std::bit_cast<std::array<u8, 4>>(back.bytes), back.length};
+        }
+        return made;
+    }
+
     // Whether line breaks are allowed here, and whether they change the state.
-    void see_to_lines(u32 number) {
+    void see_to_lines() {
         const bool refuses = codes_.lines == line_reading::refuse;
-        const u32 behind = codes_.line.applied_to(state_);
-        clears_ = behind != state_;
-        lines_ = (!refuses || (!set_.two_bytes && codes_.line.holds_in(state_))) &&
-                 shifted(behind) == shifted(state_) && set_in(behind, shifted(behind)) == number;
+        const u32 state = now_.state, behind = codes_.line.applied_to(state);
+        now_.clears = behind != state;
+        now_.lines = (!refuses || (!now_.two_bytes && codes_.line.holds_in(state))) &&
+                     shifted(behind) == shifted(state) &&
+                     set_in(behind, shifted(behind)) == now_.number;
     }
-    [[nodiscard]] bool may_be(u32 byte, u32 place) const {
-        return byte >= set_.first[place] && byte <= set_.last[place];
-    }
+    [[nodiscard]] bool may_be(u32 byte, u32 place) const { return now_.set->may_be(byte, place); }
     // Used in place of a set that lacks the byte.
     [[nodiscard]] bool may_be_first_set(u8 byte) const {
         const bool breaks = byte == '\n' || byte == '\r';
         const bool control =
-            breaks || byte == '\t' || (!set_.two_bytes && (byte <= ' ' || byte == 0x7F));
-        return control && (!breaks || lines_) && codes_.lines != line_reading::refuse &&
+            breaks || byte == '\t' || (!now_.two_bytes && (byte <= ' ' || byte == 0x7F));
+        return control && (!breaks || now_.lines) && codes_.lines != line_reading::refuse &&
                codes_.set(ascii_set).may_be(byte, 0);
     }
 
     const pair& p_;
     const charset_states& states_;
     const iso2022& codes_;
-    set_keys set_; // of the set that is shifted in
-    u32 state_;
-    u8 opens_first_, opens_more_;
-    bool keeps_, lines_ = true, clears_ = false;
+    situation now_;
+    std::array<transition, iso2022::most_sets + 1> known_; // by the set before; the last one each
 };
 
 } // namespace fast

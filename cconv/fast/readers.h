@@ -48,7 +48,7 @@ struct lead_byte_reader {
     static constexpr std::ptrdiff_t longest = 3;
     static constexpr stop stop_without_length = stop::unknown;
 
-    explicit lead_byte_reader(const pair& with)
+    lead_byte_reader(const pair& with, u32)
         : p_(with), by_{with.leads.load(), with.plan.source->single_shift} {}
     [[nodiscard]] static bool is_ascii(const u8* p) { return *p < 0x80; }
     [[nodiscard]] u32 length(const u8* p, std::size_t left) const {
@@ -60,7 +60,7 @@ struct lead_byte_reader {
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* codes) const {
         return p_.kernel->split_codes(p, chunks, by_, codes);
     }
-    static const u8* behind(const u8* p, std::span<const u16> codes) {
+    static const u8* go_behind(const u8* p, std::span<const u16> codes) {
         for (const u16 code : codes) {
             p += code <= 0xFF ? 1 : code >= 0x8000 ? 2 : 3;
         }
@@ -78,7 +78,7 @@ struct utf8_reader {
     static constexpr std::ptrdiff_t longest = 3;
     static constexpr stop stop_without_length = stop::by_rules;
 
-    explicit utf8_reader(const pair& with) : p_(with) {}
+    utf8_reader(const pair& with, u32) : p_(with) {}
     [[nodiscard]] static bool is_ascii(const u8* p) { return *p < 0x80; }
     [[nodiscard]] static u32 length(const u8* p, std::size_t left) {
         if (*p < 0x80) {
@@ -102,7 +102,7 @@ struct utf8_reader {
         } while ((*p & 0xC0) == 0x80);
         return p;
     }
-    static const u8* behind(const u8* p, std::span<const u16> scalars_read) {
+    static const u8* go_behind(const u8* p, std::span<const u16> scalars_read) {
         for (std::size_t n = scalars_read.size(); n > 0; --n) {
             do {
                 ++p;
@@ -123,7 +123,7 @@ struct unit_reader {
     static constexpr std::ptrdiff_t longest = Bytes;
     static constexpr stop stop_without_length = stop::by_rules;
 
-    explicit unit_reader(const pair& with) : p_(with) {}
+    unit_reader(const pair& with, u32) : p_(with) {}
     [[nodiscard]] static u32 code(const u8* p) { return load_code({p, Bytes}, BigEndian); }
     [[nodiscard]] static bool is_ascii(const u8* p) { return code(p) < 0x80; }
     [[nodiscard]] static u32 length(const u8* p, std::size_t left) {
@@ -145,7 +145,7 @@ struct unit_reader {
         return {n, n * Bytes};
     }
     static const u8* before(const u8* p) { return p - Bytes; }
-    static const u8* behind(const u8* p, std::span<const u16> units) {
+    static const u8* go_behind(const u8* p, std::span<const u16> units) {
         return p + Bytes * units.size();
     }
 

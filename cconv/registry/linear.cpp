@@ -176,6 +176,22 @@ void finish_linear(table_object* table) {
     block_of(table)->endKey = table->maxKey + 1;
 }
 
+std::optional<u32> faulty_run(table_object* table) {
+    constexpr u64 surrogates = 0xD800, last_surrogate = 0xDFFF, last_scalar = 0x10FFFF;
+    finish_linear(table); // orders the runs by their values
+    header* const head = header_of(table);
+    u64 next = 0;
+    for (const run& r : runs_of(head)) {
+        const u64 last = u64{r.scalar} + (r.last - r.number);
+        if (r.scalar < next || last > last_scalar ||
+            (r.scalar <= last_surrogate && last >= surrogates)) {
+            return head->codes.code_of(r.number);
+        }
+        next = last + 1;
+    }
+    return std::nullopt;
+}
+
 u32 find_linear(const table_object* table, u32 key) {
     header* const head = header_of(table);
     const std::span<const run> runs = runs_of(head);

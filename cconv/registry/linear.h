@@ -10,6 +10,8 @@
 
 #include "cconv/registry/registry.h"
 
+#include <optional>
+
 // Stored in place of the width of a block's values, which has sixteen bits.
 inline constexpr u32 linear_block = 0xFFFFFFFF;
 
@@ -37,5 +39,8 @@ inline bool is_linear(const table_object* table) {
 bool add_linear(table_object* table, u32 code, u32 scalar);
 // Sets the bounds of a table once it has all its pairs.
 void finish_linear(table_object* table);
+// Finishes an encode table, and finds the first code of a run that shares values with another
+// one, or has some that are not characters.
+std::optional<u32> faulty_run(table_object* table);
 // The value of a key; 0 if there is none.
 u32 find_linear(const table_object* table, u32 key);

@@ -80,15 +80,19 @@ EUC-JP-MS. Where JIS X 0208 has a character of row 13, its code is written.""")
     lacking = set(base["ibm_extset"].values()) - elsewhere
     if not lacking <= set(ibm.values()) <= set(base["ibm_extset"].values()):
         raise UnexpectedDifference("the IBM characters behind 8F are others than those of code page 932")
-    two_way, decode_only = split_repeated(behind_shift, never)
-    yield Table("eucjp-ms-3byte", "JIS X 0212, the IBM characters and user-defined ones of eucJP-ms", EUC_3_GRID, two_way,
-                decode_only=decode_only, origin="""
+    yield Table("eucjp-3byte", "JIS X 0212 behind single shift 3, as in EUC", "8F A2-ED A1-FE", jis_x0212,
+                origin="The table jis_x0212-1990 with the high bits set, behind 8F.")
+    _, repeated = split_repeated(behind_shift, never)
+    rest = {code: scalar for code, scalar in behind_shift.items() if jis_x0212.get(code) != scalar and code not in repeated}
+    yield Table("eucjp-ms-3byte", "What eucJP-ms has behind 8F and JIS X 0212 lacks: IBM and user-defined characters",
+                EUC_3_GRID, rest, read_only=repeated, origin="""
 iconv EUC-JP-MS behind 8F; checked against the tables jis_x0212-1990 (but for 8FA2C3, the broken bar) and ibm_extset.""")
 
+    yield Table("yen-overline", "What the Latin half of JIS X 0201 has in place of two characters of ASCII", "5C,7E",
+                {0x5C: 0xA5, 0x7E: 0x203E}, origin="JIS X 0201.")
     readings = JIS_READINGS | {0x213D: 0x2014}
     yield extra("eucjp-jis", "Extra encode table for JIS X 0208 in EUC: the readings of the JIS standard", EUC_GRID,
                 as_euc(readings))
-    yield extra("eucjp-bar", "Extra encode table for eucJP-ms: the broken bar", EUC_3_GRID, {0x8FA2C3: 0xA6})
 
 
 # --- Code page 943 -----------------------------------------------------------------------------------------------------

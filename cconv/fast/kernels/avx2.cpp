@@ -147,6 +147,12 @@ MACHINE inline bytes_v outsiders(bytes_v bytes, const outside_table& table) {
         _mm256_cmpeq_epi8(_mm256_and_si256(row, bit), _mm256_setzero_si256()));
 }
 
+MACHINE inline bytes_v ascii_marks(bytes_v bytes, const outside_table& table) {
+    return (outsiders(bytes, table) & 0x80) |
+           (reinterpret_cast<bytes_v>(bytes == '\n') & feed_mark) |
+           (reinterpret_cast<bytes_v>(bytes == '\r') & return_mark);
+}
+
 MACHINE inline bytes_v load_some(const void* p, std::size_t size) {
     bytes_v bytes{};
     std::memcpy(&bytes, p, std::min(size, vector_bytes));

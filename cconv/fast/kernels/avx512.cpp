@@ -72,7 +72,7 @@ MACHINE inline u8* draw_bytes(quads_v packed, u8* out) {
     return out + std::popcount(keep);
 }
 
-// A byte for each of ASCII, from 80 on for those that are not in the set.
+// A byte for each of ASCII: 80 for those that are not in the set, marks for line breaks.
 struct outside_table {
     __m512i low, high;
 };
@@ -83,13 +83,17 @@ MACHINE inline outside_table table_of(const byte_set& set) {
         0x0808080808080808, 0x0808080808080808, 0x0404040404040404, 0x0404040404040404,
         0x0202020202020202, 0x0202020202020202, 0x0101010101010101, 0x0101010101010101);
     const auto of = [&](__m512i some) __attribute__((target("avx512f,avx512bw"))) {
-        return _mm512_movm_epi8(_mm512_testn_epi8_mask(rows, some));
+        return _mm512_maskz_set1_epi8(_mm512_testn_epi8_mask(rows, some), static_cast<char>(0x80));
     };
-    return {of(bits), of(_mm512_slli_epi16(bits, 4))};
+    const __m512i marks = _mm512_zextsi128_si512(
+        _mm_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, feed_mark, 0, 0, return_mark, 0, 0));
+    return {_mm512_or_si512(of(bits), marks), of(_mm512_slli_epi16(bits, 4))};
+}
+MACHINE inline bytes_v ascii_marks(bytes_v bytes, const outside_table& table) {
+    return reinterpret_cast<bytes_v>(_mm512_permutex2var_epi8(table.low, raw(bytes), table.high));
 }
 MACHINE inline bytes_v outsiders(bytes_v bytes, const outside_table& table) {
-    const __m512i found = _mm512_permutex2var_epi8(table.low, raw(bytes), table.high);
-    return reinterpret_cast<bytes_v>(found) | bytes;
+    return ascii_marks(bytes, table) | bytes;
 }
 
 MACHINE inline u64 first_places(std::size_t size) {

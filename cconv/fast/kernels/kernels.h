@@ -4,6 +4,7 @@
 
 #include "platform/base.h"
 
+#include <array>
 #include <atomic>
 
 namespace fast {
@@ -29,6 +30,13 @@ struct ascii_run {
     u8* out;
     std::size_t out_size;
     byte_set plain; // the ASCII that a run may hold
+};
+
+// What a run of ASCII holds of line breaks. The line feeds are only right where there is no
+// carriage return.
+struct ascii_breaks {
+    u64 line_feeds;
+    bool has_returns;
 };
 
 // A unit of two or four bytes, beside ASCII's one.
@@ -63,6 +71,18 @@ struct split_by {
     u8 single_shift;
 };
 
+// A sequence that shifts, of at most four bytes; without length: none.
+struct shift_sequence {
+    std::array<u8, 4> bytes;
+    u32 length;
+};
+
+// Text that shifts between single bytes and pairs of seven bits.
+struct split_shifts {
+    shift_sequence to_pairs, to_singles;
+    u16 pairs, singles; // added to the codes of either
+};
+
 struct kernels {
     const char* name;
     bool has_blocks; // else going character by character is faster
@@ -70,6 +90,7 @@ struct kernels {
     // Each returns the number of characters that the run begins with and the output has room for.
     // They touch nothing outside of input and output; output behind what is counted may be written.
     std::size_t (*copy_ascii)(const ascii_run& run);
+    std::size_t (*copy_and_count)(const ascii_run& run, ascii_breaks& counted);
     std::size_t (*widen_ascii)(const ascii_run& run, ascii_unit target);
     std::size_t (*narrow_ascii)(const ascii_run& run, ascii_unit source);
 
@@ -102,10 +123,10 @@ struct kernels {
     // How many of the scalars come before the first surrogate and the first of the stops.
     std::size_t (*plain_scalars)(const u16* scalars, std::size_t count,
                                  std::span<const u16> stops) = nullptr;
-    // Reads so many chunks; of the pairs of bytes from 21 to 7E that they begin with, writes base
-    // and the seven bits of both. Room for half of chunk_codes for each.
-    std::size_t (*seven_bit_pairs)(const u8* in, std::size_t chunks, u16 base,
-                                   u16* codes) = nullptr;
+    // Reads at most so many chunks of text that begins with a pair, up to another sequence than the
+    // two, or a pair of other bytes than 21 to 7E; room for chunk_codes for each chunk.
+    chunk_read (*split_shifted)(const u8* in, std::size_t chunks, const split_shifts& by,
+                                u16* codes) = nullptr;
 };
 
 // put_entries for any machine.

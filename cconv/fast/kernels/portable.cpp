@@ -106,6 +106,13 @@ constexpr bool swapped(ascii_unit unit) {
 std::size_t copy_ascii(const ascii_run& run) {
     return convert_ascii<u8, u8>(run, false);
 }
+std::size_t copy_and_count(const ascii_run& run, ascii_breaks& counted) {
+    const std::size_t n = copy_ascii(run);
+    const bool ends = n > 0 && run.in[n - 1] == '\n'; // as nothing behind may be read
+    counted.line_feeds = ends + (n > 0 ? count_breaks(run.in, n - 1, {{1, true}, '\n', 0xFF}) : 0);
+    counted.has_returns = n > 0 && std::memchr(run.in, '\r', n) != nullptr;
+    return n;
+}
 std::size_t widen_ascii(const ascii_run& run, ascii_unit target) {
     return target.bytes == 2 ? convert_ascii<u8, u16>(run, swapped(target))
                              : convert_ascii<u8, u32>(run, swapped(target));
@@ -153,6 +160,7 @@ const kernels portable_kernels = {
     .name = "portable",
     .has_blocks = false,
     .copy_ascii = copy_ascii,
+    .copy_and_count = copy_and_count,
     .widen_ascii = widen_ascii,
     .narrow_ascii = narrow_ascii,
     .count_breaks = count_breaks,

@@ -9,7 +9,7 @@ namespace tool {
 namespace {
 
 constexpr std::size_t output_bytes = std::size_t{192} * 1024;
-constexpr std::uint64_t most_excerpts = 20;
+constexpr std::uint64_t most_told = 20; // problems that are described, as many as are told
 constexpr std::size_t most_kept = 4096; // a multiple of all units
 
 pvzan_open_options open_options(const text_options& options, bool begins) {
@@ -210,12 +210,13 @@ void text_feed::meet_fault(bytes_view text) {
     problem told;
     told.fault = new_record<pvzan_fault>();
     pvzan_fault& fault = told.fault;
+    fault.size = problems_ < most_told ? sizeof fault : offsetof(pvzan_fault, why);
     pvzan_last_fault(converter_.get(), &fault);
     if (write_look_alike(fault)) {
         return;
     }
     ++problems_;
-    if (options_.excerpts && problems_ <= most_excerpts) {
+    if (options_.excerpts && problems_ <= most_told) {
         add_excerpt(told, text);
     }
     pvzan_counts place = no_counts();
