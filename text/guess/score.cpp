@@ -279,7 +279,9 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
                      : c.letter < latin_1_end ? foreign_cost
                                               : foreign_and_rare_cost);
         }
-        cost += inside && is_letter(c) ? mark_inside_cost(last) : 0;
+        if (before == mark_class && is_letter(c)) {
+            cost += inside ? mark_inside_cost(last) : mark_before_cost(last);
+        }
         inside = symbol == mark_class && is_letter(last);
         cost += inside ? mark_behind_cost(c) : 0;
         before = symbol;

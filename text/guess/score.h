@@ -48,6 +48,8 @@ seen see(u32 scalar, u32 at = 0);
 
 // What a mark that is used in any language costs among such marks, by how often it is met.
 u32 mark_cost(const seen& mark);
+// What it costs besides before a letter that it does not follow, where it closes something.
+u32 mark_before_cost(const seen& mark);
 // What it costs besides behind a letter, where some marks hardly ever stand; and where another
 // letter follows, as behind no mark but the apostrophe.
 u32 mark_behind_cost(const seen& mark);
