@@ -127,10 +127,12 @@ struct searched_document : made_document {
     }
 };
 
-TEST(Functions, SearchesInDocuments) {
-    digest elements("elements found"), attributes("attributes found"), entities("entities found");
-    const i32 positions[] = {INT_MIN, -1, 0, offset(1), offset(3), offset(9), INT_MAX};
-    const auto find_elements = [&](const std::string& text) {
+const i32 positions[] = {INT_MIN, -1, 0, offset(1), offset(3), offset(9), INT_MAX};
+
+TEST(Functions, ElementsInDocuments) {
+    digest elements("elements found");
+    for_each_sequence<
+        std::string>({"<a>", "<a ", "</a>", "/>", "<ab>", "x"}, 4, [&](const std::string& text) {
         for (const bool tags : {false, true}) {
             searched_document d(text, tags);
             for (const i32 from : positions) {
@@ -142,9 +144,20 @@ TEST(Functions, SearchesInDocuments) {
                 }
             }
         }
-    };
-    for_each_sequence<std::string>({"<a>", "<a ", "</a>", "/>", "<ab>", "x"}, 4, find_elements);
-    const auto find_attributes = [&](const std::string& text) {
+    });
+    // Keys and names of more than 511 characters are not found.
+    for (const std::size_t length : {507U, 508U, 509U, 510U, 511U, 512U, 6000U}) {
+        const std::string name(length, 'n');
+        made_document d("<" + name + ">x<b/></" + name + ">");
+        i32 start = -7, end = -7, behind = -7;
+        elements.add({xmlSeekObj2(&d, name.c_str(), &start, &end), number(start), number(end)});
+        elements.add({xmlSeekObj1(&d, name.c_str(), &behind), number(behind)});
+    }
+}
+
+TEST(Functions, AttributesInDocuments) {
+    digest attributes("attributes found");
+    const auto find = [&](const std::string& text) {
         made_document d(text);
         const test::guarded_buffer out(text_bytes);
         char* const value = reinterpret_cast<char*>(out.data());
@@ -165,41 +178,37 @@ TEST(Functions, SearchesInDocuments) {
         }
     };
     for_each_sequence<std::string>({"basedon=", "domain=", "bytenum=", "\"", "3", " ", "\tx"}, 4,
-                                   find_attributes);
+                                   find);
     for (const std::string& text :
          texts{"\"65538\"", "\" \t4\"", "\"1A\" ", "\"" + std::string(5000, 'x') + "\""}) {
-        find_attributes("bytenum=" + text + " basedon=" + text + "domain=" + text);
+        find("bytenum=" + text + " basedon=" + text + "domain=" + text);
     }
     for (std::size_t gap = 0; gap < 60; ++gap) { // how far beyond its extent a value is looked for
-        find_attributes("basedon=" + std::string(gap, ' ') + "\"x\"");
+        find("basedon=" + std::string(gap, ' ') + "\"x\"");
     }
-    const auto find_entities = [&](const std::string& text) {
-        made_document d(text);
-        d.encoding = encoding_ucs2;
-        d.bigEndian = 1;
-        for (const i32 start : positions) {
-            for (const i32 end : {d.textBytes, offset(5), INT_MAX}) {
-                entities.add(taken(xmlGetLink(&d, start, end)));
-                table_object* const table = initTable(2, 0);
-                const u32 found = xmlGetTable(&d, &d, start, end, nullptr, table);
-                entities.add(table->fileName, {found, table->textEncoding, table->textBigEndian});
-                termTable(table);
+}
+
+TEST(Functions, EntitiesInDocuments) {
+    digest entities("entities found");
+    for_each_sequence<std::string>(
+        {"ab SYSTEM \"f\"", "b SYSTEM \"", "&", "ab", ";", " "}, 4, [&](const std::string& text) {
+            made_document d(text);
+            d.encoding = encoding_ucs2;
+            d.bigEndian = 1;
+            for (const i32 start : positions) {
+                for (const i32 end : {d.textBytes, offset(5), INT_MAX}) {
+                    entities.add(taken(xmlGetLink(&d, start, end)));
+                    table_object* const table = initTable(2, 0);
+                    const u32 found = xmlGetTable(&d, &d, start, end, nullptr, table);
+                    entities.add(table->fileName,
+                                 {found, table->textEncoding, table->textBigEndian});
+                    termTable(table);
+                }
             }
-        }
-        for (const char* name : {"ab", "b", ""}) {
-            entities.add(taken(xmlFindEntry(&d, name)), {number(d.pos)});
-        }
-    };
-    for_each_sequence<std::string>({"ab SYSTEM \"f\"", "b SYSTEM \"", "&", "ab", ";", " "}, 4,
-                                   find_entities);
-    // Keys and names of more than 511 characters are not found.
-    for (const std::size_t length : {507U, 508U, 509U, 510U, 511U, 512U, 6000U}) {
-        const std::string name(length, 'n');
-        made_document d("<" + name + ">x<b/></" + name + ">");
-        i32 start = -7, end = -7, behind = -7;
-        elements.add({xmlSeekObj2(&d, name.c_str(), &start, &end), number(start), number(end)});
-        elements.add({xmlSeekObj1(&d, name.c_str(), &behind), number(behind)});
-    }
+            for (const char* name : {"ab", "b", ""}) {
+                entities.add(taken(xmlFindEntry(&d, name)), {number(d.pos)});
+            }
+        });
 }
 
 TEST(Functions, NumbersAndCharacters) {

@@ -145,31 +145,75 @@ void make_and_release(const char* definition) {
 // is, and what remains is the fast path's memory.
 enum class start { cold, cached, loaded };
 
+// Both directions between the two charsets, in a process that has not used the library before.
+struct both_ways {
+    session s{};
+    std::array<u8, 2048> room, back_room;
+    result there, back;
+
+    explicit both_ways(const test::temp_dir& directory) {
+        ZAN_setCharsetPath(directory.path().c_str());
+    }
+    void use(std::string_view text) {
+        there = convert(s, "two", "one", text, room);
+        back = convert(s, "one", "two", there.text, back_room);
+    }
+};
+
+// Makes the allocation `needed` fail, and says in a file whether so many were made at all.
+void use_without_memory(const test::temp_dir& directory, start from, long needed, bool later_too,
+                        const std::string& sample) {
+    both_ways both(directory);
+    const long live_before = live;
+    if (from == start::loaded) {
+        both.use("\xE4\xB8\x80");
+        EXPECT_EQ(both.back.status, PVZAN_DONE);
+    }
+    calls = 0;
+    all_from_there = later_too;
+    first_failure = needed;
+    both.use(sample);
+    make_and_release("one.xml");
+    first_failure = 0;
+    const bool enough = calls < needed;
+    if (enough) {
+        directory.write("enough", "");
+    }
+    for (int round = 0; round < 2; ++round) {
+        for (const u32 status : {both.there.status, both.back.status}) {
+            EXPECT_TRUE(status <= PVZAN_UNKNOWN_CHARSET || status == PVZAN_INVALID_INPUT ||
+                        status == PVZAN_UNREPRESENTABLE)
+                << status;
+        }
+        if (from == start::loaded || enough) {
+            EXPECT_EQ(both.there.text, directory.read("there")) << round;
+            EXPECT_EQ(both.back.text, directory.read("back")) << round;
+        }
+        both.use(sample);
+    }
+    while (g_ProcessObject.refCount != 0) {
+        termProcess();
+    }
+    EXPECT_EQ(live, live_before);
+}
+
 void expect_recovery(start from) {
     const test::temp_dir directory;
     write_directory(directory);
-    session s{};
-    std::array<u8, 2048> room, back_room;
     std::string sample;
     for (int i = 0; i < 30; ++i) {
         sample += "letters, \xE3\x81\x81\xE3\x81\x82\xE4\xB8\x80"; // U+3041 U+3042 U+4E00
     }
-    result there, back;
-    const auto use = [&](std::string_view text) {
-        there = convert(s, "two", "one", text, room);
-        back = convert(s, "one", "two", there.text, back_room);
-    };
-    std::string good[std::size(caches)];
     test::in_child([&] {
-        ZAN_setCharsetPath(directory.path().c_str());
-        use(sample);
-        EXPECT_EQ(there.status, PVZAN_DONE);
-        EXPECT_EQ(back.status, PVZAN_DONE);
-        EXPECT_NE(back.text.find("letters, \xE3\x81\x81\xE3\x81\x82"), std::string::npos);
-        directory.write("there", there.text);
-        directory.write("back", back.text);
+        both_ways both(directory);
+        both.use(sample);
+        EXPECT_EQ(both.there.status, PVZAN_DONE);
+        EXPECT_EQ(both.back.status, PVZAN_DONE);
+        EXPECT_NE(both.back.text.find("letters, \xE3\x81\x81\xE3\x81\x82"), std::string::npos);
+        directory.write("there", both.there.text);
+        directory.write("back", both.back.text);
     });
-    const std::string right_there = directory.read("there"), right_back = directory.read("back");
+    std::string good[std::size(caches)];
     for (std::size_t i = 0; i < std::size(caches); ++i) {
         good[i] = directory.read(caches[i]);
         ASSERT_NE(good[i], "") << caches[i];
@@ -183,40 +227,7 @@ void expect_recovery(start from) {
                     removeFile(directory.file(cache).c_str());
                 }
             }
-            test::in_child([&] {
-                ZAN_setCharsetPath(directory.path().c_str());
-                const long live_before = live;
-                if (from == start::loaded) {
-                    use("\xE4\xB8\x80");
-                    EXPECT_EQ(back.status, PVZAN_DONE);
-                }
-                calls = 0;
-                all_from_there = later_too;
-                first_failure = needed;
-                use(sample);
-                make_and_release("one.xml");
-                first_failure = 0;
-                const bool enough = calls < needed;
-                if (enough) {
-                    directory.write("enough", "");
-                }
-                for (int round = 0; round < 2; ++round) {
-                    for (const u32 status : {there.status, back.status}) {
-                        EXPECT_TRUE(status <= PVZAN_UNKNOWN_CHARSET ||
-                                    status == PVZAN_INVALID_INPUT ||
-                                    status == PVZAN_UNREPRESENTABLE)
-                            << status;
-                    }
-                    if (from == start::loaded || enough) {
-                        EXPECT_TRUE(there.text == right_there && back.text == right_back) << round;
-                    }
-                    use(sample);
-                }
-                while (g_ProcessObject.refCount != 0) {
-                    termProcess();
-                }
-                EXPECT_EQ(live, live_before);
-            });
+            test::in_child([&] { use_without_memory(directory, from, needed, later_too, sample); });
             // A cache is whole, or not there.
             for (std::size_t i = 0; i < std::size(caches); ++i) {
                 EXPECT_TRUE(!directory.has(caches[i]) || directory.read(caches[i]) == good[i])

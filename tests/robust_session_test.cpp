@@ -134,84 +134,88 @@ TEST(Termination, TheWorstTextsTakeLinearTime) {
     });
 }
 
+constexpr i32 length = 200;
+
+session session_of(const char* charset, u32 status, const test::guarded_buffer& in,
+                   const test::guarded_buffer& out) {
+    session s = *test::open(charset, charset);
+    s.inBuf = in.data();
+    s.outBuf = out.data();
+    s.inPos = s.outPos = 0;
+    s.inLen = s.outLen = length;
+    s.status = status;
+    return s;
+}
+
 TEST(Bounds, PositionsAreInput) {
     test::use_shipped_charsets();
     const test::guarded_buffer in(page), out(page);
-    constexpr i32 length = 200;
     std::memset(in.data(), 'a', page);
-    const auto at_minus = [](u8* memory, i32 pos) {
-        return reinterpret_cast<u8*>(reinterpret_cast<std::uintptr_t>(memory) -
-                                     static_cast<std::uintptr_t>(static_cast<std::intptr_t>(pos)));
-    };
-    constexpr struct {
-        i32 pos, len;
-    } hostile[] = {{-1, 10},
-                   {INT_MIN, 10},
-                   {INT_MIN, INT_MAX},
-                   {-1, INT_MAX},
-                   {0, -1},
-                   {0, INT_MIN},
-                   {10, 9},
-                   {INT_MAX, 0},
-                   {INT_MAX, INT_MIN},
-                   {INT_MAX, INT_MAX},
-                   {INT_MIN, INT_MIN},
-                   {0, 0}};
-    session s{};
-    for (const char* charset : test::all_charsets) {
-        const auto start = [&](u32 status) {
-            s = *test::open(charset, charset);
-            s.inBuf = in.data();
-            s.inLen = length;
-            s.outBuf = out.data();
-            s.outPos = 0;
-            s.outLen = length;
-            s.inPos = 0;
-            s.status = status;
-        };
-        for (const u32 status : {0U, 1U, 11U, 12U, 13U, 21U, 22U, 23U, 31U, 99U, ~0U}) {
-            for (const auto& h : hostile) {
+    constexpr std::pair<i32, i32> hostile[] = {{-1, 10},
+                                               {INT_MIN, 10},
+                                               {INT_MIN, INT_MAX},
+                                               {-1, INT_MAX},
+                                               {0, -1},
+                                               {0, INT_MIN},
+                                               {10, 9},
+                                               {INT_MAX, 0},
+                                               {INT_MAX, INT_MIN},
+                                               {INT_MAX, INT_MAX},
+                                               {INT_MIN, INT_MIN},
+                                               {0, 0}};
+    pvzan_detection_request request{};
+    request.text = in.data();
+    for (const auto& [pos, len] : hostile) {
+        for (const char* charset : test::all_charsets) {
+            for (const u32 status : {0U, 1U, 11U, 12U, 13U, 21U, 22U, 23U, 31U, 99U, ~0U}) {
                 for (const bool null_buffer : {false, true}) {
-                    start(status);
-                    s.inPos = h.pos;
-                    s.inLen = h.len;
+                    session s = session_of(charset, status, in, out);
+                    s.inPos = pos;
+                    s.inLen = len;
                     s.inBuf = null_buffer ? nullptr : in.data();
                     cconvConvert(&s);
-                    ASSERT_EQ(s.inPos, h.pos) << charset << status;
+                    ASSERT_EQ(s.inPos, pos) << charset << status;
                     // In the other direction not a byte is written.
-                    start(status);
-                    s.outPos = h.pos;
-                    s.outLen = h.len;
+                    s = session_of(charset, status, in, out);
+                    s.outPos = pos;
+                    s.outLen = len;
                     s.outBuf = null_buffer ? nullptr : out.data();
                     std::memset(out.data(), '#', page);
                     cconvConvert(&s);
                     cconvTermConvert(&s);
-                    ASSERT_EQ(s.outPos, h.pos) << charset << status;
+                    ASSERT_EQ(s.outPos, pos) << charset << status;
                     ASSERT_EQ(std::count(out.data(), out.data() + page, '#'), i64{page});
                 }
             }
         }
-        // The last bytes that a position can reach are converted like any others.
-        start(0);
+        request.textPos = pos;
+        request.textEnd = len;
+        cconvChkEncode(&request); // touches no fence
+    }
+}
+
+// The last bytes that a position can reach are converted like any others.
+TEST(Bounds, PositionsReachTheLargestNumber) {
+    test::use_shipped_charsets();
+    const test::guarded_buffer in(page), out(page);
+    std::memset(in.data(), 'a', page);
+    constexpr i32 begin = INT_MAX - length;
+    const auto minus_begin = [](u8* memory) {
+        return reinterpret_cast<u8*>(reinterpret_cast<std::uintptr_t>(memory) - begin);
+    };
+    for (const char* charset : test::all_charsets) {
+        session s = session_of(charset, 0, in, out);
         const u32 plain_status = cconvConvert(&s);
         const std::string plain(out.data(), out.data() + s.outPos);
         const i32 read = s.inPos;
-        start(0);
-        constexpr i32 begin = INT_MAX - length;
-        s.inBuf = at_minus(in.data(), begin);
-        s.outBuf = at_minus(out.data(), begin);
+        s = session_of(charset, 0, in, out);
+        s.inBuf = minus_begin(in.data());
+        s.outBuf = minus_begin(out.data());
         s.inPos = s.outPos = begin;
         s.inLen = s.outLen = INT_MAX;
         EXPECT_EQ(cconvConvert(&s), plain_status) << charset;
         EXPECT_EQ(s.inPos - begin, read) << charset;
         EXPECT_EQ(std::string(out.data(), out.data() + (s.outPos - begin)), plain) << charset;
-    }
-    pvzan_detection_request request{};
-    for (const auto& h : hostile) {
-        request.text = in.data();
-        request.textPos = h.pos;
-        request.textEnd = h.len;
-        cconvChkEncode(&request); // touches no fence
     }
 }
 

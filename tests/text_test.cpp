@@ -402,7 +402,7 @@ TEST(Text, KnowsNames) {
     }
 }
 
-// The examples of the headers, on several threads at once.
+// The examples of the headers, on several threads at once, which all open every charset.
 TEST(Text, RunsTheLoopsOfTheHeaders) {
     use_shipped_charsets();
     std::vector<std::thread> threads;
@@ -410,6 +410,11 @@ TEST(Text, RunsTheLoopsOfTheHeaders) {
         threads.emplace_back([i] {
             loop_in = std::tmpfile();
             loop_out = std::tmpfile();
+            const std::vector<std::string> all = charsets();
+            for (std::size_t n = 0; n < all.size(); ++n) {
+                const std::size_t at = n + all.size() / 8 * static_cast<std::size_t>(i);
+                pvzan_close(conversion{all[at % all.size()].c_str(), "utf-8"}.open());
+            }
             const bool strict = i % 2 == 0;
             const std::string sound(70001, static_cast<char>('a' + i)),
                 text = sound + "\x82\xA0\xFF";

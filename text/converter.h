@@ -53,7 +53,7 @@ struct standing {
     u8 held[most_held]{};       // of an unfinished character
     u8 pending[most_pending]{}; // written, but not yet taken
     stage now = stage::fresh;
-    bool big_source = true, mark_due = false, plane2 = false, told_open = false;
+    bool big_source = true, mark_due = false, told_open = false;
     bool behind_break = false; // an LF now is part of the line break that was written
 };
 
@@ -83,7 +83,7 @@ struct known_scalar {
 struct reading_result {
     enum kind_type : u8 {
         whole,
-        silent,  // a designation, not a character
+        silent,  // a sequence, not a character
         waiting, // more input is needed
         faulty
     } kind;
@@ -117,9 +117,10 @@ struct pvzan_converter {
     u8 lf, cr;       // the source's codes for line breaks, one unit each
     bool ascii_feed; // both sides have ASCII's line feed
     bool takes_all;  // the target has all of Unicode
-    bool looks_for_marks; // the source is Unicode, the target contains less
-    u8 has_pairs;         // whether the target has codes of a letter and a mark; 0: unknown
-    u32 substitute;       // 0: not chosen yet
+    // The source is Unicode, the target contains less, and has codes of a letter and a mark; or the
+    // two are to be composed.
+    bool has_pairs, composes;
+    u32 substitute; // 0: not chosen yet
     text::standing now;
     text::fault fault;
     u8 bytes_known[256];           // what is known of bytes: see fault.cpp
@@ -128,14 +129,29 @@ struct pvzan_converter {
 
 namespace text {
 
+// All that a text continues from, with the sets that are designated.
+struct state {
+    standing now;
+    u32 in_set, out_set;
+};
+
+inline state state_of(const pvzan_converter& c) {
+    return {c.now, c.work.srcShiftSet, c.work.dstShiftSet};
+}
+inline void go_back(pvzan_converter& c, const state& to) {
+    c.now = to.now;
+    c.work.srcShiftSet = to.in_set;
+    c.work.dstShiftSet = to.out_set;
+    c.work.source.srcBigEndian = to.now.big_source ? 1 : 0;
+}
+
 inline bool is_unicode(const pvzan_name& name) {
     return name.kind != PVZAN_KIND_OTHER;
 }
 
 // Whether the meaning of a code of the source depends on sequences before it.
 inline bool has_states(const pvzan_converter& c) {
-    return c.source != nullptr &&
-           (c.source->read == reading::escapes || c.source->read == reading::scanned);
+    return c.source != nullptr && c.source->scan != nullptr;
 }
 
 // ---- read.cpp
@@ -146,7 +162,6 @@ reading_result read(pvzan_converter& c, const view& text);
 // Goes on in the state that a silent one leads to.
 inline void set_state(pvzan_converter& c, const reading_result& silent) {
     c.work.srcShiftSet = silent.c.letter;
-    c.now.plane2 = silent.c.mark != 0;
 }
 // Finds the byte-order mark at the beginning of a text: its length, or none; waiting if more input
 // is needed.

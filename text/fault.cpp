@@ -2,7 +2,6 @@
 // anybody reads about.
 #include "cconv/engine/step.h"
 #include "cconv/registry/names.h"
-#include "cconv/rulefunc/designations.h"
 #include "cconv/rulefunc/iso2022.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
@@ -132,12 +131,10 @@ blame blame_code(pvzan_converter& c, const fault& f) {
 // Whether the other charset has a character for bytes that c lacks. In text with designations, they
 // follow the designation for two bytes if that applied in c.
 bool reads_them(pvzan_converter& other, const pvzan_converter& c, const fault& f) {
-    u8 bytes[to_jisx0208.length + sizeof f.bytes];
-    std::size_t size = 0;
-    if (has_states(other) && has_states(c) && f.bytes[0] != escape_byte && f.length > 1) {
-        size = to_jisx0208.length;
-        std::ranges::copy(to_jisx0208.sequence(), bytes);
-    }
+    u8 bytes[3 + sizeof f.bytes] = {escape_byte, '$', 'B'};
+    const bool designated =
+        has_states(other) && has_states(c) && f.bytes[0] != escape_byte && f.length > 1;
+    const std::size_t size = designated ? 3 : 0;
     std::copy_n(f.bytes, f.ahead, bytes + size);
     const std::size_t beyond = f.ahead - f.seen;
     for (view text{bytes, size + f.ahead, true, true}; text.size > beyond;) {
@@ -146,7 +143,7 @@ bool reads_them(pvzan_converter& other, const pvzan_converter& c, const fault& f
             return next.kind == reading_result::whole && next.bytes + beyond >= text.size &&
                    !is_in(next.c.letter, 0x80, 0x9F);
         }
-        other.work.srcShiftSet = next.c.letter;
+        set_state(other, next);
         text = text.behind(next.bytes);
     }
     return true;

@@ -1,5 +1,4 @@
 // Converts text with a converter.
-#include "cconv/rulefunc/designations.h"
 #include "text/converter.h"
 #include "text/unicode.h"
 
@@ -36,6 +35,9 @@ std::size_t pending(const pvzan_converter& c) {
 
 // Writes what is pending; returns whether that was all.
 bool drain(pvzan_converter& c, cursor& at) {
+    if (c.now.pending_size == 0) {
+        return true;
+    }
     const std::size_t size = std::min(pending(c), at.room);
     std::copy_n(c.now.pending + c.now.pending_at, size, at.out);
     at.out += size;
@@ -270,19 +272,6 @@ stepped step(pvzan_converter& c, const view& text, reading_result& next) {
     return stepped::faulty;
 }
 
-// Returns bytes to a caller who uses PVZAN_LEAVE_INPUT, if there is not enough room.
-struct snapshot {
-    explicit snapshot(const pvzan_converter& c)
-        : now(c.now), in_set(c.work.srcShiftSet), out_set(c.work.dstShiftSet) {}
-    void put_back(pvzan_converter& c) const {
-        c.now = now;
-        c.work.srcShiftSet = in_set;
-        c.work.dstShiftSet = out_set;
-    }
-    standing now;
-    u32 in_set, out_set;
-};
-
 // ---- The feed ----------------------------------------------------------------------------------
 
 // Handles a fault as the options say; false if they do not.
@@ -355,26 +344,19 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
 
 // The same for callers who use PVZAN_LEAVE_INPUT: what does not fit stays in the input.
 pvzan_outcome take_what_fits(pvzan_converter& c, fast::path& path, cursor& at, bool& stuck) {
-    const snapshot before(c);
+    const state before = state_of(c);
     const cursor was = at;
     const pvzan_outcome taken = take_character(c, path, at, stuck);
     if (pending(c) <= at.room) {
         return taken;
     }
-    before.put_back(c);
+    go_back(c, before);
     at = was;
     return PVZAN_FEED_MORE_ROOM;
 }
 
 bool is_left_open(const pvzan_converter& c) {
-    if (!has_states(c)) {
-        return false;
-    }
-    if (c.source->read == reading::scanned) {
-        return !c.source->may_end(c.work.srcGroup, c.work.srcShiftSet);
-    }
-    const basic_set* set = designated_set(c.work.srcGroup, c.work.srcShiftSet);
-    return set != nullptr && is_double_byte_width(set->byteNum);
+    return has_states(c) && !c.source->may_end(c.work.srcGroup, c.work.srcShiftSet);
 }
 
 // All input has been used.
@@ -390,10 +372,10 @@ pvzan_outcome end(pvzan_converter& c, fast::path& path, cursor& at) {
             return PVZAN_FEED_FAULT;
         }
     }
-    const snapshot before(c);
+    const state before = state_of(c);
     write_closing(c);
     if (leaves_input(c) && pending(c) > at.room) {
-        before.put_back(c);
+        go_back(c, before);
         return PVZAN_FEED_MORE_ROOM;
     }
     if (!drain(c, at)) {
@@ -412,8 +394,7 @@ pvzan_outcome feed(pvzan_converter& c, fast::path& path, cursor& at) {
         if (stuck || (at.left == 0 && c.now.held_size == 0)) {
             return at.left > 0 ? PVZAN_FEED_MORE_INPUT : end(c, path, at);
         }
-        if (c.now.now == stage::inside && !c.now.mark_due && !c.now.plane2 &&
-            c.now.held_size == 0 && runs) {
+        if (c.now.now == stage::inside && !c.now.mark_due && c.now.held_size == 0 && runs) {
             run_over(c, path, at);
             if (at.left == 0) {
                 continue;

@@ -81,6 +81,16 @@ void measure_codes(pvzan_converter& c) {
     c.longest = by_sets ? widest : 0;
 }
 
+// Whether there are codes of a letter and a mark.
+bool has_codes_of_pairs(const charset_group* group) {
+    for (const basic_set* set : member_sets(group)) {
+        if (set->setNo == PVZAN_SET_JIS_X_0213 || set->encodeTable->maxKey > last_scalar) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // The code of a line break, which is that of ASCII in nearly all charsets.
 u8 find_break(pvzan_converter& c, u8 letter) {
     constexpr u8 controls = 0x40;
@@ -158,8 +168,9 @@ bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* 
     }
     c.takes_all = is_unicode(c.to) || (c.target != nullptr && c.target->form != unicode_form::none);
     measure_codes(c);
-    c.looks_for_marks = is_unicode(c.from) && !c.takes_all;
-    c.has_pairs = 0;
+    const bool looks_for_marks = is_unicode(c.from) && !c.takes_all;
+    c.has_pairs = looks_for_marks && has_codes_of_pairs(target);
+    c.composes = looks_for_marks && (flags & PVZAN_COMPOSE) != 0;
     std::memset(static_cast<void*>(c.known), 0, sizeof c.known);
     std::memset(c.bytes_known, 0, sizeof c.bytes_known);
     c.substitute = c.how.substitute;

@@ -46,7 +46,7 @@ u64 count_codes(pvzan_converter& c, fast::path& path, const u8* p, std::size_t s
         if (s.inPos == 0) {
             const reading_result next = read(c, text);
             if (next.kind == reading_result::silent) {
-                s.srcShiftSet = next.c.letter;
+                set_state(c, next);
             } else {
                 ++count;
             }
@@ -56,22 +56,11 @@ u64 count_codes(pvzan_converter& c, fast::path& path, const u8* p, std::size_t s
     return count;
 }
 
-// Returns true if each byte is a character, as in ASCII if all longer codes begin with other bytes.
-bool are_single(const pvzan_converter& c, const u8* p, std::size_t size) {
-    const bool has_leads = c.source != nullptr && c.source->leads[0] >= 0x80;
-    return !has_states(c) && c.from.unit == 1 &&
-           (c.longest == 1 ||
-            (has_leads && std::all_of(p, p + size, [](u8 byte) { return byte < 0x80; })));
-}
-
 // Counts the characters that are missing in the column.
 u64 count_lacking(pvzan_converter& c, const lag& behind, fast::path& path) {
     const auto size = static_cast<std::size_t>(behind.to - behind.line);
     if (is_unicode(c.from) || size == 0) {
         return count_sequences(c, behind.line, size);
-    }
-    if (are_single(c, behind.line, size)) {
-        return size;
     }
     session& s = c.work;
     const u32 in_set = s.srcShiftSet, out_set = s.dstShiftSet, code = s.srcCode;
@@ -124,21 +113,24 @@ std::size_t behind_last_break(const pvzan_converter& c, const u8* bytes, std::si
 
 void pass(pvzan_converter& c, lag& behind, std::span<const u8> text, u32 characters, u32 set) {
     c.now.at.offset += text.size();
-    const std::size_t line =
-        tells_lines(c) ? behind_last_break(c, text.data(), text.size()) : text.size();
+    if (!tells_lines(c)) {
+        return;
+    }
+    const std::size_t line = behind_last_break(c, text.data(), text.size());
     if (line == 0) {
         c.now.at.column += characters;
         return;
     }
-    c.now.at.column = 1;
+    const bool are_units = u64{characters} * c.from.unit == text.size(); // as in ASCII
+    c.now.at.column = 1 + (are_units ? (text.size() - line) / c.from.unit : 0);
     behind.from = text.data();
-    behind.line = text.data() + line;
+    behind.line = are_units ? text.data() + text.size() : text.data() + line;
     behind.to = text.data() + text.size();
     behind.set = set;
 }
 
 void catch_up(pvzan_converter& c, lag& behind, fast::path& path, const u8* here) {
-    if (!tells_lines(c)) {
+    if (!tells_lines(c) || (behind.lines == here && behind.line == behind.to)) {
         return;
     }
     const u8* const from = std::exchange(behind.lines, here);

@@ -1,7 +1,6 @@
 // Reads one character strictly, and decides how many bytes a fault has.
 #include "cconv/engine/composition.h"
 #include "cconv/engine/step.h"
-#include "cconv/rulefunc/designations.h"
 #include "text/converter.h"
 #include "text/unicode.h"
 
@@ -48,24 +47,9 @@ bool decode(pvzan_converter& c, const u8* bytes, std::size_t size, reading_resul
 
 // ---- Unicode -----------------------------------------------------------------------------------
 
-bool has_pairs(pvzan_converter& c) {
-    constexpr u8 no = 1, yes = 2;
-    if (c.has_pairs == 0) {
-        const bool has = std::ranges::any_of(JISX0213CombiningTable, [&](const combining_row& row) {
-            return row.mark != 0 && can_write(c, {row.base, row.mark});
-        });
-        c.has_pairs = has ? yes : no;
-    }
-    return c.has_pairs == yes;
-}
-
-bool may_join(pvzan_converter& c, u32 letter) {
-    if (!c.looks_for_marks) {
-        return false;
-    }
-    const bool joins =
-        may_take_mark(letter, nullptr) ? has_pairs(c) : may_take_mark(letter, c.work.dstGroup);
-    return joins || ((c.how.flags & PVZAN_COMPOSE) != 0 && takes_composing_mark(letter));
+bool may_join(const pvzan_converter& c, u32 letter) {
+    return (c.has_pairs && may_take_mark(letter, c.work.dstGroup)) ||
+           (c.composes && takes_composing_mark(letter));
 }
 
 // A letter and its marks are read as one character if the target has no other way to write them.
@@ -88,7 +72,7 @@ void compose_marks(pvzan_converter& c, const view& text, reading_result& read) {
             read.bytes += next.bytes;
             return;
         }
-        letter = (c.how.flags & PVZAN_COMPOSE) != 0 ? compose(letter, next.scalar) : 0;
+        letter = c.composes ? compose(letter, next.scalar) : 0;
         if (letter == 0 || can_write(c, {next.scalar, 0})) {
             return;
         }
@@ -120,79 +104,9 @@ reading_result read_unicode(pvzan_converter& c, const view& text) {
     return read;
 }
 
-// ---- Codes that designations give their meaning ------------------------------------------------
+// ---- Codes whose meaning sequences before them change
+// ---------------------------------------------
 
-constexpr bool is_double_byte_half(u32 byte) {
-    return is_in(byte, 0x21, 0x7E);
-}
-
-bool may_become_designation(const view& text) {
-    constexpr const designation* designations[] = {&to_ascii,    &to_roman,  &to_jisc6226,
-                                                   &to_jisx0208, &to_plane1, &to_plane2};
-    return std::ranges::any_of(designations, [&](const designation* d) {
-        return text.size < d->length &&
-               std::equal(text.bytes, text.bytes + text.size, d->bytes.begin());
-    });
-}
-
-reading_result read_designation(const pvzan_converter& c, const view& text) {
-    const designation* d = designation_at({text.bytes, text.size});
-    if (d != nullptr && designated_set(c.work.srcGroup, d->setNo) != nullptr) {
-        return {.kind = kind::silent,
-                .bytes = static_cast<u32>(d->length),
-                .c = {d->setNo, d->plane_flag}};
-    }
-    if (may_become_designation(text)) {
-        return cut(text, 1);
-    }
-    // As far as it agrees with a known one.
-    std::size_t needed = 1;
-    while (needed < text.size && may_become_designation({text.bytes, needed, false, false})) {
-        ++needed;
-    }
-    return invalid(1, d != nullptr ? d->length : needed);
-}
-
-reading_result read_designated(pvzan_converter& c, const view& text) {
-    const u32 first = text.bytes[0];
-    if (first == escape_byte) {
-        return read_designation(c, text);
-    }
-    const basic_set* set = designated_set(c.work.srcGroup, c.work.srcShiftSet);
-    reading_result read;
-    if (set == nullptr || !is_double_byte_width(set->byteNum) ||
-        is_ascii_in_double_byte_text(first)) {
-        const bool stands = first < 0x80 && !switches_sets(first);
-        return stands && decode(c, text.bytes, 1, read) ? read : invalid(1, 1);
-    }
-    if (!is_double_byte_half(first)) {
-        return invalid(1, 1);
-    }
-    if (text.size < 2) {
-        return cut(text, 1);
-    }
-    const u32 second = text.bytes[1];
-    if (!is_double_byte_half(second)) {
-        const bool stands_alone = second == escape_byte || is_ascii_in_double_byte_text(second);
-        return invalid(stands_alone ? 1 : 2, 2);
-    }
-    // The rule forgets the plane after the first code.
-    u8 spelled[6];
-    std::size_t size = 0;
-    if (c.now.plane2) {
-        size = to_plane2.length;
-        std::ranges::copy(to_plane2.sequence(), spelled);
-    }
-    spelled[size] = text.bytes[0];
-    spelled[size + 1] = text.bytes[1];
-    if (!decode(c, spelled, size + 2, read)) {
-        return invalid(2, 2);
-    }
-    read.bytes = 2;
-    return read;
-}
-
-// The same, if the codec has a scan function.
 reading_result read_scanned(pvzan_converter& c, const view& text) {
     const scanned next =
         c.source->scan(c.work.srcGroup, c.work.srcShiftSet, {text.bytes, text.size});
@@ -318,10 +232,7 @@ reading_result read_one(pvzan_converter& c, const view& text) {
     if (is_unicode(c.from)) {
         return read_unicode(c, text);
     }
-    if (!has_states(c)) {
-        return read_code(c, text);
-    }
-    return c.source->read == reading::scanned ? read_scanned(c, text) : read_designated(c, text);
+    return has_states(c) ? read_scanned(c, text) : read_code(c, text);
 }
 
 // A half-width katakana and its sound mark, in a text for a charset without these, are what is one
@@ -391,7 +302,7 @@ mark_found find_mark(const pvzan_converter& c, const view& text, u32& length) {
 }
 
 std::size_t settled_size(pvzan_converter& c, const view& text) {
-    if (!c.looks_for_marks || text.last || text.flush) {
+    if (!(c.has_pairs || c.composes) || text.last || text.flush) {
         return text.size;
     }
     const std::size_t width = c.from.unit;

@@ -22,17 +22,17 @@ inline sequence read_units(const u8* p, std::size_t size, u32 kind, bool big) {
     if (is_scalar(unit)) {
         return {sequence::whole, width, unit};
     }
-    if (kind != PVZAN_KIND_UTF_16 || unit >= 0xDC00) {
+    if (kind != PVZAN_KIND_UTF_16 || !is_high_surrogate(unit)) {
         return {sequence::ill_formed, width, 0};
     }
     if (size < 4) {
         return {sequence::cut, static_cast<u32>(size), 0};
     }
     const u32 low = load_code({p + 2, 2}, big);
-    if (low < 0xDC00 || low > 0xDFFF) {
+    if (!is_low_surrogate(low)) {
         return {sequence::ill_formed, 2, 0};
     }
-    return {sequence::whole, 4, 0x10000 + ((unit & 0x3FF) << 10 | (low & 0x3FF))};
+    return {sequence::whole, 4, join_surrogate_pair(unit, low)};
 }
 
 inline sequence read_sequence(const u8* p, std::size_t size, u32 kind, bool big) {

@@ -12,9 +12,8 @@ namespace {
 
 // What pvzan_save stores.
 struct saved {
-    u32 tag; // identifies the charsets and options
-    u32 in_set, out_set, sum;
-    standing now;
+    u32 tag, sum; // the tag identifies the charsets and options
+    state at;
 };
 
 u32 hash(const void* bytes, std::size_t size, u32 seed) {
@@ -33,17 +32,15 @@ u32 tag_of(const pvzan_converter& c) {
     return tag;
 }
 
-u32 sum_of(const saved& s) {
-    return hash(&s.now, sizeof s.now, s.in_set * 31 + s.out_set);
-}
-
 bool read_saved(const pvzan_converter& c, const u8* from, std::size_t size, saved& s) {
     if (from == nullptr || size != sizeof s) {
         return false;
     }
     std::memcpy(static_cast<void*>(&s), from, sizeof s);
-    return s.tag == tag_of(c) && s.sum == sum_of(s) && s.now.held_size <= most_held &&
-           s.now.pending_at <= s.now.pending_size && s.now.pending_size <= most_pending;
+    const standing& now = s.at.now;
+    return s.tag == tag_of(c) && s.sum == hash(&s.at, sizeof s.at, 0) &&
+           now.held_size <= most_held && now.pending_at <= now.pending_size &&
+           now.pending_size <= most_pending;
 }
 
 // An offset of a row; an invalid one becomes one that is beyond all data.
@@ -145,10 +142,8 @@ size_t pvzan_save(const pvzan_converter* converter, uint8_t* to, size_t room) {
         saved s;
         std::memset(static_cast<void*>(&s), 0, sizeof s);
         s.tag = tag_of(*converter);
-        s.in_set = converter->work.srcShiftSet;
-        s.out_set = converter->work.dstShiftSet;
-        s.now = converter->now;
-        s.sum = sum_of(s);
+        s.at = state_of(*converter);
+        s.sum = hash(&s.at, sizeof s.at, 0);
         std::memcpy(to, &s, sizeof s);
     }
     return sizeof(saved);
@@ -160,10 +155,7 @@ int32_t pvzan_restore(pvzan_converter* converter, const uint8_t* from, size_t si
         return 0;
     }
     begin_text(*converter);
-    converter->now = s.now;
-    converter->work.srcShiftSet = s.in_set;
-    converter->work.dstShiftSet = s.out_set;
-    converter->work.source.srcBigEndian = s.now.big_source ? 1 : 0;
+    go_back(*converter, s.at);
     return 1;
 }
 
@@ -171,17 +163,15 @@ uint64_t pvzan_shift(const pvzan_converter* converter) {
     if (converter == nullptr || !has_states(*converter)) {
         return 0;
     }
-    const u64 set = converter->work.srcShiftSet ^ u32 { PVZAN_SET_ISO_646_IRV };
-    return set | u64{converter->now.plane2} << 32;
+    return converter->work.srcShiftSet ^ u32 { PVZAN_SET_ISO_646_IRV };
 }
 
 int32_t pvzan_begin_in(pvzan_converter* converter, uint64_t shift) {
-    if (converter == nullptr || shift >> 33 != 0 || (shift != 0 && !has_states(*converter))) {
+    if (converter == nullptr || shift >> 32 != 0 || (shift != 0 && !has_states(*converter))) {
         return 0;
     }
     begin_text(*converter);
     converter->work.srcShiftSet = static_cast<u32>(shift) ^ u32 { PVZAN_SET_ISO_646_IRV };
-    converter->now.plane2 = shift >> 32 != 0;
     return 1;
 }
 
@@ -190,18 +180,18 @@ int32_t pvzan_stands_as(const pvzan_converter* converter, const uint8_t* from, s
     if (converter == nullptr || converter->fault.waits || !read_saved(*converter, from, size, s)) {
         return 0;
     }
-    const standing &a = converter->now, &b = s.now;
+    const standing &a = converter->now, &b = s.at.now;
     const auto same = [](const u8* one, u32 one_size, const u8* other, u32 other_size) {
         return one_size == other_size && std::equal(one, one + one_size, other);
     };
-    return s.in_set == converter->work.srcShiftSet && s.out_set == converter->work.dstShiftSet &&
+    return s.at.in_set == converter->work.srcShiftSet &&
+                   s.at.out_set == converter->work.dstShiftSet &&
                    same(a.held, a.held_size, b.held, b.held_size) &&
                    same(a.pending + a.pending_at, a.pending_size - a.pending_at,
                         b.pending + b.pending_at, b.pending_size - b.pending_at) &&
                    a.at.behind_cr == b.at.behind_cr && a.now == b.now &&
                    a.big_source == b.big_source && a.mark_due == b.mark_due &&
-                   a.plane2 == b.plane2 && a.told_open == b.told_open &&
-                   a.behind_break == b.behind_break
+                   a.told_open == b.told_open && a.behind_break == b.behind_break
                ? 1
                : 0;
 }

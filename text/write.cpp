@@ -1,6 +1,5 @@
 // Writes one character so that it comes back as itself, or what replaces a fault.
 #include "cconv/engine/step.h"
-#include "cconv/rulefunc/designations.h"
 #include "text/converter.h"
 #include "text/unicode.h"
 

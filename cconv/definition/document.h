@@ -3,6 +3,7 @@
 #pragma once
 
 #include "cconv/registry/registry.h"
+#include "platform/unicode.h"
 
 #include <optional>
 
@@ -79,6 +80,5 @@ constexpr u32 hex_value(u32 c) {
 // on it.
 constexpr u32 join_surrogates(u32 first, u32 second) {
     constexpr u32 bias = 0x35FDC00;
-    return second >= 0xD800 && second <= 0xDBFF ? first * 1024 + second - bias
-                                                : second * 1024 + first - bias;
+    return is_high_surrogate(second) ? first * 1024 + second - bias : second * 1024 + first - bias;
 }

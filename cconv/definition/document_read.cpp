@@ -104,10 +104,6 @@ encoding_choice choose_encoding(std::span<const u8> bytes, encoding_choice fallb
 
 // ---- The characters ----------------------------------------------------------------------------
 
-constexpr bool is_surrogate(u32 unit) {
-    return unit >= 0xD800 && unit <= 0xDFFF;
-}
-
 // Converts units of two bytes to characters, and returns their number.
 std::size_t widen_pairs(std::span<const u8> bytes, encoding_choice encoding, u32* out) {
     const u8* high = bytes.data() + (encoding.bigEndian != 0 ? 0 : 1);

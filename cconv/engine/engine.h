@@ -3,6 +3,7 @@
 #pragma once
 
 #include "cconv/registry/registry.h"
+#include "platform/unicode.h"
 
 extern "C" {
 
@@ -59,8 +60,6 @@ void derive_unicode(session* s);
 // The marks that can follow a base letter in a character of JIS X 0213.
 inline constexpr u16 combining_marks[] = {0x0300, 0x0301, 0x309A, 0x02E5, 0x02E9};
 bool is_combining_mark(u32 mark);
-
-inline constexpr u32 last_scalar = 0x10FFFF;
 
 // A code that stands for two Unicode values is one number in a table, with the mark in the upper
 // half; no single value is that large. Tables contain only these marks: those of JIS X 0213, two of

@@ -70,15 +70,15 @@ std::size_t path::copy_ascii(const session* s, ascii_breaks& counted) {
         return 0;
     }
     const pair& p = *held_;
-    const fast::run r = run_of(s, p);
-    const auto size = static_cast<std::size_t>(r.in_end - r.in),
-               room = static_cast<std::size_t>(r.out_end - r.out);
+    const std::span<const u8> in = input_left(s);
+    const auto room = static_cast<std::size_t>(output_room(s));
     const bool copies = p.plan.source_unit.bytes == 1 && p.plan.target_unit.bytes == 1 &&
                         p.plan.source_states.codes == nullptr &&
                         p.plan.target_states.codes == nullptr && !p.plan.normalises;
-    return copies
-               ? p.kernel->copy_and_count({r.in, size, r.out, room, p.plain_ascii.load()}, counted)
-               : 0;
+    return copies ? p.kernel->copy_and_count(
+                        {in.data(), in.size(), s->outBuf + s->outPos, room, p.plain_ascii.load()},
+                        counted)
+                  : 0;
 }
 
 void path::try_run(session* s) {

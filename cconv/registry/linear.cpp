@@ -1,6 +1,7 @@
 #include "cconv/registry/linear.h"
 
 #include "platform/platform.h"
+#include "platform/unicode.h"
 
 #include <algorithm>
 
@@ -177,14 +178,13 @@ void finish_linear(table_object* table) {
 }
 
 std::optional<u32> faulty_run(table_object* table) {
-    constexpr u64 surrogates = 0xD800, last_surrogate = 0xDFFF, last_scalar = 0x10FFFF;
     finish_linear(table); // orders the runs by their values
     header* const head = header_of(table);
     u64 next = 0;
     for (const run& r : runs_of(head)) {
         const u64 last = u64{r.scalar} + (r.last - r.number);
         if (r.scalar < next || last > last_scalar ||
-            (r.scalar <= last_surrogate && last >= surrogates)) {
+            (r.scalar <= last_surrogate && last >= first_high_surrogate)) {
             return head->codes.code_of(r.number);
         }
         next = last + 1;

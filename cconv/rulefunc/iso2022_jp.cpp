@@ -24,9 +24,9 @@
 // - Every JIS X 0213 character has its own escape sequence and leaves the designated set alone.
 // - An escape sequence never takes the last byte of the buffer: it never stands at the end of a
 //   full one.
-#include "cconv/rulefunc/designations.h"
 #include "cconv/rulefunc/iso2022.h"
 #include "cconv/rulefunc/rules.h"
+#include "cconv/rulefunc/strict.h"
 #include "cconv/rulefunc/traits.h"
 
 #include <algorithm>
@@ -34,8 +34,61 @@
 
 namespace {
 
+struct designation {
+    u32 setNo;
+    u32 plane_flag; // added to the codes
+    std::size_t length;
+    std::array<u8, 4> bytes;
+
+    [[nodiscard]] constexpr std::span<const u8> sequence() const {
+        return std::span(bytes).first(length);
+    }
+};
+
+constexpr designation to_ascii{PVZAN_SET_ISO_646_IRV, 0, 3, {escape_byte, '(', 'B'}};
+constexpr designation to_roman{PVZAN_SET_JIS_X_0201_LATIN, 0, 3, {escape_byte, '(', 'J'}};
+constexpr designation to_jisc6226{PVZAN_SET_JIS_C_6226_1978, 0, 3, {escape_byte, '$', '@'}};
+constexpr designation to_jisx0208{PVZAN_SET_JIS_X_0208_1990, 0, 3, {escape_byte, '$', 'B'}};
+constexpr designation to_plane1{PVZAN_SET_JIS_X_0213, 0, 4, {escape_byte, '$', '(', 'Q'}};
+constexpr designation to_plane2{
+    PVZAN_SET_JIS_X_0213, jisx0213_plane2, 4, {escape_byte, '$', '(', 'P'}};
+
 constexpr std::array designations = {to_ascii,    to_roman,  to_jisc6226,
                                      to_jisx0208, to_plane1, to_plane2};
+
+// In place of the number of the set designated: JIS X 0213, and its plane 2 holds for all codes.
+constexpr u32 plane2_state = 1U << 20 | PVZAN_SET_JIS_X_0213;
+
+// The designation at the beginning of the input; null if there is none, or if it is cut.
+const designation* designation_at(std::span<const u8> input) {
+    // Byte by byte: a call for three of them takes longer.
+    const auto* found = std::ranges::find_if(designations, [=](const designation& d) {
+        return input.size() >= d.length && input[0] == escape_byte && input[1] == d.bytes[1] &&
+               input[2] == d.bytes[2] && (d.length == 3 || input[3] == d.bytes[3]);
+    });
+    return found != designations.end() ? found : nullptr;
+}
+
+// The width of a set includes its plane, which is not in the text.
+constexpr bool is_double_byte_width(u16 byteNum) {
+    return byteNum == 2 || byteNum == 4;
+}
+
+// Characters that are read as ASCII in a double-byte set, too.
+constexpr bool is_ascii_in_double_byte_text(u32 byte) {
+    return byte == '\r' || byte == '\t' || byte == '\n';
+}
+
+// The member set that is designated; null if the charset does not have it.
+const basic_set* designated_set(const charset_group* group, u32 state) {
+    const u32 setNo = state == plane2_state ? u32{PVZAN_SET_JIS_X_0213} : state;
+    for (const basic_set* set : member_sets(group)) {
+        if (set->setNo == setNo && (set->byteNum == 1 || is_double_byte_width(set->byteNum))) {
+            return set;
+        }
+    }
+    return nullptr;
+}
 
 // ---- Decoding ----------------------------------------------------------------------------------
 
@@ -125,32 +178,12 @@ u32 close_output(session* s) {
 
 } // namespace
 
-const designation* designation_at(std::span<const u8> input) {
-    // Byte by byte: a call for three of them takes longer.
-    const auto* found = std::ranges::find_if(designations, [=](const designation& d) {
-        return input.size() >= d.length && input[0] == escape_byte && input[1] == d.bytes[1] &&
-               input[2] == d.bytes[2] && (d.length == 3 || input[3] == d.bytes[3]);
-    });
-    return found != designations.end() ? found : nullptr;
-}
-
-const basic_set* designated_set(const charset_group* group, u32 setNo) {
-    for (const basic_set* set : member_sets(group)) {
-        if (set->setNo == setNo &&
-            (is_single_byte_width(set->byteNum) || is_double_byte_width(set->byteNum))) {
-            return set;
-        }
-    }
-    return nullptr;
-}
-
 extern "C" {
 
 // Deliberate: plane 2 is remembered only during one call, and not reset by another escape sequence.
-// The session has no room for it, and the encoder puts an escape sequence before every character of
-// plane 2.
+// The encoder puts an escape sequence before every character of plane 2.
 u32 destISO_2022_JP(session* s) {
-    u32 plane_flag = 0;
+    u32 plane_flag = s->srcShiftSet == plane2_state ? jisx0213_plane2 : 0;
     for (auto input = input_left(s); !input.empty(); input = input_left(s)) {
         if (input[0] != escape_byte) {
             return decode_designated(s, input, plane_flag);
@@ -268,6 +301,63 @@ bool find_designation(const charset_group* group, u32 state, u32 set, iso2022_wa
     return true;
 }
 
+// ---- Strict reading ----------------------------------------------------------------------------
+
+bool may_become_designation(std::span<const u8> text) {
+    return std::ranges::any_of(designations, [=](const designation& d) {
+        return text.size() < d.length && std::ranges::equal(text, d.sequence().first(text.size()));
+    });
+}
+
+scanned scan_sequence(const charset_group* group, u32 state, std::span<const u8> text) {
+    const designation* d = designation_at(text);
+    if (d != nullptr && designated_set(group, d->setNo) != nullptr) {
+        const auto length = static_cast<u8>(d->length);
+        return {scanned::silent, length, length, d->plane_flag != 0 ? plane2_state : d->setNo};
+    }
+    if (may_become_designation(text)) {
+        return {scanned::cut, 1, 1, state};
+    }
+    // As far as it agrees with a known one.
+    std::size_t needed = 1;
+    while (needed < text.size() && may_become_designation(text.first(needed))) {
+        ++needed;
+    }
+    return {scanned::invalid, 1, static_cast<u8>(d != nullptr ? d->length : needed), state};
+}
+
+constexpr bool is_double_byte_half(u32 byte) {
+    return byte >= 0x21 && byte <= 0x7E;
+}
+
+scanned scan(const charset_group* group, u32 state, std::span<const u8> text) {
+    if (text[0] == escape_byte) {
+        return scan_sequence(group, state, text);
+    }
+    const basic_set* set = designated_set(group, state);
+    if (set == nullptr || !is_double_byte_width(set->byteNum) ||
+        is_ascii_in_double_byte_text(text[0])) {
+        const bool stands = text[0] < 0x80 && !switches_sets(text[0]);
+        return {stands ? scanned::code : scanned::invalid, 1, 1, state};
+    }
+    if (!is_double_byte_half(text[0])) {
+        return {scanned::invalid, 1, 1, state};
+    }
+    if (text.size() < 2) {
+        return {scanned::cut, 1, 1, state};
+    }
+    if (!is_double_byte_half(text[1])) {
+        const bool stands_alone = text[1] == escape_byte || is_ascii_in_double_byte_text(text[1]);
+        return {scanned::invalid, static_cast<u8>(stands_alone ? 1 : 2), 2, state};
+    }
+    return {scanned::code, 2, 2, state};
+}
+
+bool may_end(const charset_group* group, u32 state) {
+    const basic_set* set = designated_set(group, state);
+    return set == nullptr || !is_double_byte_width(set->byteNum);
+}
+
 constexpr iso2022_codec states{
     .codes = [](const charset_group*) -> const iso2022* { return &codes; },
     .state_of = [](const charset_group*, u32 setNo) { return state_of(setNo); },
@@ -282,6 +372,8 @@ const codec_traits iso_2022_jp_traits{
     .decode = destISO_2022_JP,
     .encode = constISO_2022_JP,
     .read = reading::escapes,
+    .scan = scan,
+    .may_end = may_end,
     .states = &states,
     .sets = ascii_alone,
     .designates = true,
@@ -290,6 +382,8 @@ const codec_traits iso_2022_jp_2004_traits{
     .decode = destISO_2022_JP_2004,
     .encode = constISO_2022_JP_2004,
     .read = reading::escapes,
+    .scan = scan,
+    .may_end = may_end,
     .states = &states,
     .sets = ascii_alone,
     .designates = true,

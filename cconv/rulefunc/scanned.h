@@ -4,6 +4,7 @@
 
 #include "cconv/rulefunc/rules.h"
 #include "cconv/rulefunc/traits.h"
+#include "platform/unicode.h"
 
 // The decode rule: what the scan finds changes the state, is delivered, or stops the call.
 // deliver(found, start) is its return value.
@@ -57,26 +58,4 @@ inline u32 encode_scanned(session* s, put_function put) {
     }
     s->dstShiftSet = before;
     return 0;
-}
-
-// ---- Surrogates --------------------------------------------------------------------------------
-
-inline constexpr u32 first_high_surrogate = 0xD800, first_low_surrogate = 0xDC00,
-                     last_surrogate = 0xDFFF, first_supplementary = 0x10000;
-
-constexpr bool is_high_surrogate(u32 unit) {
-    return unit >= first_high_surrogate && unit < first_low_surrogate;
-}
-constexpr bool is_low_surrogate(u32 unit) {
-    return unit >= first_low_surrogate && unit <= last_surrogate;
-}
-constexpr u32 join_surrogate_pair(u32 high, u32 low) {
-    return (high - first_high_surrogate) * 0x400 + (low - first_low_surrogate) +
-           first_supplementary;
-}
-constexpr u32 high_surrogate(u32 scalar) {
-    return first_high_surrogate + ((scalar - first_supplementary) >> 10);
-}
-constexpr u32 low_surrogate(u32 scalar) {
-    return first_low_surrogate + (scalar & 0x3FF);
 }

@@ -45,10 +45,13 @@ bool read_character(session* s, character& c) {
 
 void put_character(session* s, const character& c) {
     constexpr u32 no_set = ~0U;
-    s->charSetNo = no_set;
+    u32 code = c.letter;
+    // Another set that has the letter alone may come before JIS X 0213, which has both as one code.
+    const bool both = c.mark != 0 && ConvJISX0213CombiningFromUCS(c.letter, c.mark, &code) != 0;
+    s->charSetNo = both ? u32{PVZAN_SET_JIS_X_0213} : no_set;
     s->charSetType = PVZAN_SET_BASE;
     s->srcCode = c.letter;
-    s->setCode = c.letter;
+    s->setCode = code;
     s->ucsCode = c.letter;
     s->outCode = 0;
     s->outBytes = 0;

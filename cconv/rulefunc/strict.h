@@ -4,6 +4,7 @@
 #pragma once
 
 #include "cconv/engine/engine.h"
+#include "platform/unicode.h"
 
 // A Unicode character, and a mark that is part of the same code; 0 if there is none.
 struct character {
@@ -12,10 +13,6 @@ struct character {
     bool operator==(const character&) const = default;
 };
 inline constexpr character no_character{~0U, 0};
-
-constexpr bool is_scalar(u32 c) {
-    return c < 0xD800 || (c > 0xDFFF && c <= 0x10FFFF);
-}
 
 // Control characters that switch sets in text with designations, and stand for nothing else there.
 constexpr bool switches_sets(u32 c) {

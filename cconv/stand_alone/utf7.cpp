@@ -4,7 +4,7 @@
 //   +-                  "+"
 //   + letters [-]       UTF-16, most significant byte first, in base 64 without padding; any other
 //                       byte ends it, and a "-" is used up by that
-#include "platform/base.h"
+#include "platform/unicode.h"
 
 #include <array>
 
@@ -26,13 +26,6 @@ constexpr std::array<u8, 256> base64_values = [] {
 // and mail contains them.
 constexpr bool is_direct(u8 byte) {
     return byte < '~' && byte != '\\';
-}
-
-constexpr bool is_high_surrogate(u32 unit) {
-    return unit >= 0xD800 && unit <= 0xDBFF;
-}
-constexpr bool is_low_surrogate(u32 unit) {
-    return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
 class decoder {
@@ -101,8 +94,7 @@ private:
         if (high != 0) {
             const u32 first = high;
             high = 0;
-            return is_low_surrogate(unit) &&
-                   put(0x10000 + ((first - 0xD800) << 10) + (unit - 0xDC00));
+            return is_low_surrogate(unit) && put(join_surrogate_pair(first, unit));
         }
         if (is_high_surrogate(unit)) {
             high = unit;

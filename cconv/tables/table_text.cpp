@@ -79,7 +79,7 @@ u32 read32(table_reader* reader, u32* character) {
     if (!read_unit(reader, 2, *character)) {
         return 0;
     }
-    if (*character >= 0xD800 && *character <= 0xDFFF) {
+    if (is_surrogate(*character)) {
         u32 second = 0;
         if (!read_unit(reader, 2, second)) {
             return 0;

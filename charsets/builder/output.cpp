@@ -1,5 +1,7 @@
 #include "charsets/builder/output.h"
 
+#include "platform/unicode.h"
+
 #include <array>
 #include <cstring>
 #include <fcntl.h>
@@ -28,9 +30,9 @@ std::string to_utf16(std::string_view text) {
         if (scalar == '\n') {
             append_unit(out, '\r');
         }
-        if (scalar >= 0x10000) {
-            append_unit(out, 0xD800 + ((scalar - 0x10000) >> 10));
-            append_unit(out, 0xDC00 + (scalar & 0x3FF));
+        if (scalar >= first_supplementary) {
+            append_unit(out, high_surrogate(scalar));
+            append_unit(out, low_surrogate(scalar));
         } else {
             append_unit(out, scalar);
         }

@@ -1,5 +1,7 @@
 #include "charsets/builder/source.h"
 
+#include "cconv/rulefunc/utf8.h"
+
 #include <algorithm>
 #include <charconv>
 #include <fstream>
@@ -8,32 +10,10 @@
 namespace charsets {
 namespace {
 
-bool is_continuation(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
-// Length of the well-formed sequence at the start of text, 0 when there is none.
-std::size_t sequence_length(std::string_view text) {
-    const auto lead = static_cast<unsigned char>(text[0]);
-    const std::size_t length = lead < 0x80   ? 1
-                               : lead < 0xC2 ? 0
-                               : lead < 0xE0 ? 2
-                               : lead < 0xF0 ? 3
-                               : lead < 0xF5 ? 4
-                                             : 0;
-    if (length == 0 || text.size() < length) {
-        return 0;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if (!is_continuation(text[i])) {
-            return 0;
-        }
-    }
-    std::size_t offset = 0;
-    const u32 scalar = next_scalar(text, offset);
-    constexpr u32 smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    const bool surrogate = scalar >= 0xD800 && scalar <= 0xDFFF;
-    return scalar < smallest[length] || scalar > 0x10FFFF || surrogate ? 0 : length;
+// Null at the end of the text.
+sequence sequence_at(std::string_view text, std::size_t offset) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    return offset < text.size() ? read_utf8({bytes + offset, text.size() - offset}) : sequence{};
 }
 
 bool is_fit_name(const std::string& name) {
@@ -62,8 +42,8 @@ source_file read_source(const std::filesystem::path& path) {
     source_file file{path, {std::istreambuf_iterator<char>(stream), {}}};
     std::size_t line = 1;
     for (std::size_t offset = 0; offset < file.text.size();) {
-        const std::size_t length = sequence_length(std::string_view(file.text).substr(offset));
-        if (length == 0) {
+        const sequence next = sequence_at(file.text, offset);
+        if (next.kind != sequence::whole) {
             file.fail(line, "not UTF-8");
         }
         if (file.text[offset] == '\r') {
@@ -72,7 +52,7 @@ source_file read_source(const std::filesystem::path& path) {
         if (file.text[offset] == '\n') {
             ++line;
         }
-        offset += length;
+        offset += next.bytes;
     }
     if (file.text.empty() || file.text.back() != '\n') {
         file.fail(line, "the last line does not end with a line feed");
@@ -81,15 +61,9 @@ source_file read_source(const std::filesystem::path& path) {
 }
 
 u32 next_scalar(std::string_view text, std::size_t& offset) {
-    const auto lead = static_cast<unsigned char>(text[offset++]);
-    if (lead < 0x80) {
-        return lead;
-    }
-    u32 scalar = lead & (lead < 0xE0 ? 0x1FU : lead < 0xF0 ? 0x0FU : 0x07U);
-    while (offset < text.size() && is_continuation(text[offset])) {
-        scalar = scalar << 6 | (static_cast<unsigned char>(text[offset++]) & 0x3FU);
-    }
-    return scalar;
+    const sequence next = sequence_at(text, offset);
+    offset += next.bytes;
+    return next.scalar;
 }
 
 std::vector<std::filesystem::path>

@@ -11,12 +11,6 @@
 namespace charsets {
 namespace {
 
-constexpr u32 last_scalar = 0x10FFFF;
-
-bool is_surrogate(u32 scalar) {
-    return scalar >= 0xD800 && scalar <= 0xDFFF;
-}
-
 std::vector<std::string_view> split(std::string_view text, char separator) {
     std::vector<std::string_view> parts;
     for (;;) {
@@ -130,7 +124,7 @@ struct table_reader {
     }
 
     void check_scalar(u32 scalar) const {
-        if (scalar > last_scalar || is_surrogate(scalar)) {
+        if (!is_scalar(scalar)) {
             fail(hex(scalar) + " is not a scalar value");
         }
     }
@@ -169,7 +163,8 @@ struct table_reader {
     void add_run(u32 code, u32 last, u32 scalar) {
         const std::size_t count = grid->number_of(last) - grid->number_of(code) + 1;
         const u32 end = scalar + static_cast<u32>(count - 1);
-        if (scalar == 0 || end > last_scalar || (scalar <= 0xDFFF && end >= 0xD800)) {
+        if (scalar == 0 || end > last_scalar ||
+            (scalar <= last_surrogate && end >= first_high_surrogate)) {
             fail("not all of these are scalar values");
         }
         if (!runs.empty() && code <= last_code) {

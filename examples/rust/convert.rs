@@ -35,6 +35,5 @@ fn main() -> std::io::Result<()> {
             std::io::stdout().write_all(&out[..out.len() - room])?;
         }
     }
-    unsafe { pvzan_close(c) };
-    Ok(())
+    Ok(unsafe { pvzan_close(c) })
 }

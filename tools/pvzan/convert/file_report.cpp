@@ -201,8 +201,11 @@ void file_report::count(problem_kind kind, char32_t scalar, std::uint64_t count)
 
 void file_report::note(std::string_view message) {
     if (current_style().json) {
-        emit(fmt::format(R"({{"file":{},"kind":"note","message":{}}})", json_file_,
-                         json_string(message)));
+        emit(json_object()
+                 .add_json("file", json_file_)
+                 .add("kind", "note")
+                 .add("message", message)
+                 .text());
     } else if (!current_style().quiet) {
         emit(fmt::format("pvzan: {}: {}", printable(shown_name(file_)), message));
     }

@@ -59,12 +59,12 @@ file_outcome convert_open(const listed_file& file, const input_file& input,
 // The number of characters beyond ASCII in a file that is well-formed UTF-8; 0 for all others.
 std::uint64_t utf8_characters(int descriptor) {
     const pvzan_name utf8 = charset_of("utf-8");
-    const converter reads = open_converter(utf8, utf8);
+    const converter reader = open_converter(utf8, utf8);
     std::vector<std::uint8_t> block;
     std::uint64_t number = 0, place = 0;
     do {
         if (!read_block(descriptor, place, block) ||
-            !passes(*reads, block, block.empty() ? PVZAN_LAST : PVZAN_PART)) {
+            !passes(*reader, block, block.empty() ? PVZAN_LAST : PVZAN_PART)) {
             return 0;
         }
         number += static_cast<std::uint64_t>(
