@@ -151,6 +151,22 @@ void say_what_decides(pvzan_guesser& g, const candidate& best) {
     }
 }
 
+// Where something is at fault, the relative is meant that is met most, and has the same fault
+// first.
+const candidate& usual_relative(pvzan_guesser& g, const candidate& best) {
+    const std::span<const u8> all(g.evidence, g.evidence_size);
+    for (candidate* c = g.candidates; c < &best && !best.row.family.empty() && best.faults > 0;
+         ++c) {
+        if (c->row.family == best.row.family) {
+            read_as(g, *c, all, true);
+            if (c->faults > 0 && c->first_fault == best.first_fault) {
+                return *c;
+            }
+        }
+    }
+    return best;
+}
+
 // What cannot be told apart: a text that all read alike.
 void decide_plain(pvzan_guesser& g) {
     for (const candidate& c : std::span(g.candidates, g.count)) {
@@ -267,6 +283,7 @@ void decide(pvzan_guesser& g, bool complete) {
     if (best.fault_at != nowhere) {
         g.answer.verdict = PVZAN_GUESS_UNSURE;
         g.answer.doubt = best.fault_at;
+        g.answer.candidates[0].name = usual_relative(g, best).name;
         say(g, "but %02X is invalid, at byte %llu", best.fault_byte,
             static_cast<unsigned long long>(best.fault_at));
     } else if (is_sure(g, best, {ranked, count})) {
