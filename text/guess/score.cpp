@@ -16,8 +16,6 @@ constexpr u32 rare_cost[kinds] = {1 * bit,  13,       15,       16,       14 * b
 // A letter that an alphabet's texts do not have; less, where many languages have it.
 constexpr u32 foreign_cost = 6 * bit, foreign_and_rare_cost = 10 * bit, latin_1_end = 0x100;
 
-constexpr std::u16string_view usual_marks = u"’“”«»–—„…·°©®§‘€\u00A0";
-
 // Case is paid for apart from letters, so that a text in capitals stays writing.
 constexpr u32 capital_begins = 8, small_begins = 2, capital_inside = 32, second_capital = 14,
               capital_goes_on = 4, small_behind_capital = 4, other_capital_inside = 48;
