@@ -27,7 +27,7 @@ constexpr const char* charsets[] = {
     "iso-8859-1",
     "oasys-win",
     "oasys-online",
-    // From here on, what a definition tells, but for the last.
+    // From here on, what a definition tells.
     "iso-2022-jp-1",
     "iso-2022-jp-2",
     "iso-2022-jp-3",
@@ -40,7 +40,11 @@ constexpr const char* charsets[] = {
     "hz",
     "ibm939",
     "ibm1390",
+    // From here on, other further charsets.
     "big5-hkscs",
+    "utf-7",
+    "cesu-8",
+    "utf-8-mac",
 };
 
 struct conversion {

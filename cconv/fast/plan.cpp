@@ -57,7 +57,9 @@ bool plan_reading(const session* s, plan& p) {
     case reading::ucs4: return read_by(reader::quads, {4, big});
     case reading::escapes:
     case reading::scanned:
-        return p.source_states.codes != nullptr && read_by(reader::states, single_bytes);
+        return p.source->like_utf8
+                   ? read_by(reader::utf8, single_bytes)
+                   : p.source_states.codes != nullptr && read_by(reader::states, single_bytes);
     case reading::ucs2: return pairs && read_by(reader::units, {2, big});
     case reading::sets:
         // The bytes of a pair are the key, in any order.
@@ -123,9 +125,7 @@ void place_sets(plan& p) {
 // Whether the fast path can write the target's text.
 bool can_write(const plan& p) {
     const iso2022* codes = p.target_states.codes;
-    const bool has_states =
-        p.target->read == reading::scanned || p.target->read == reading::escapes;
-    return codes != nullptr ? codes->set_count < line_way : !has_states;
+    return codes != nullptr ? codes->set_count < line_way : !p.target->designates;
 }
 
 } // namespace

@@ -55,6 +55,7 @@ struct codec_traits {
     // it: from the first to the second, and from the third to the fourth. 0: what the sets define.
     std::array<u8, 4> leads = {0x81, 0xFE, 0x81, 0xFE};
     scan_function scan = nullptr;
+    bool like_utf8 = false; // scanned: characters of up to three bytes are those of UTF-8
     // Whether a text may end in that state.
     bool (*may_end)(const charset_group* group, u32 state) = nullptr;
     const struct iso2022_codec* states = nullptr; // how designations and shifts change the state

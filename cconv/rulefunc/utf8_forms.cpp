@@ -39,7 +39,7 @@ scalar_reading read_sequence(std::span<const u8> text) {
 
 // ---- CESU-8 ------------------------------------------------------------------------------------
 
-scalar_reading read_cesu8(const charset_group*, u32, std::span<const u8> text) {
+scalar_reading read_cesu8(const charset_group*, std::span<const u8> text) {
     constexpr u8 lead = 0xED;
     if (text[0] >= 0xF0) {
         return result(scanned::invalid, 1, 1);
@@ -125,7 +125,7 @@ u32 apart(const charset_group* group, u32 scalar) {
     return 0;
 }
 
-scalar_reading read_mac(const charset_group* group, u32, std::span<const u8> text) {
+scalar_reading read_mac(const charset_group* group, std::span<const u8> text) {
     scalar_reading whole = read_sequence(text);
     while (whole.kind == scanned::code) {
         const auto rest = text.subspan(whole.length);
@@ -165,9 +165,16 @@ u32 put_mac(session* s, u32 scalar) {
     return put_whole(s, std::span(bytes).first(size));
 }
 
-template <scalar_reading (*Read)(const charset_group*, u32, std::span<const u8>)>
+// These forms have no states: whatever the session has stays.
+template <scalar_reading (*Read)(const charset_group*, std::span<const u8>)>
+scalar_reading read(const charset_group* group, u32 state, std::span<const u8> text) {
+    scalar_reading found = Read(group, text);
+    found.state = state;
+    return found;
+}
+template <scalar_reading (*Read)(const charset_group*, std::span<const u8>)>
 scanned scan(const charset_group* group, u32 state, std::span<const u8> text) {
-    return Read(group, state, text);
+    return read<Read>(group, state, text);
 }
 
 bool may_end(const charset_group*, u32) {
@@ -179,13 +186,13 @@ bool may_end(const charset_group*, u32) {
 extern "C" {
 
 u32 destCESU_8(session* s) {
-    return decode_scalar(s, read_cesu8);
+    return decode_scalar(s, read<read_cesu8>);
 }
 u32 constCESU_8(session* s) {
     return encode_scanned(s, put_cesu8);
 }
 u32 destUTF_8_MAC(session* s) {
-    return decode_scalar(s, read_mac);
+    return decode_scalar(s, read<read_mac>);
 }
 u32 constUTF_8_MAC(session* s) {
     return encode_scanned(s, put_mac);
@@ -198,6 +205,7 @@ const codec_traits cesu_8_traits{
     .encode = constCESU_8,
     .read = reading::scanned,
     .scan = scan<read_cesu8>,
+    .like_utf8 = true,
     .may_end = may_end,
     .form = unicode_form::other,
 };
