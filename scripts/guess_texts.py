@@ -1,7 +1,7 @@
-"""Texts of Debian packages by language, in three parts that share no package.
+"""Texts of Debian packages by language, in parts that share no package.
 
 models: what scripts/derive-guess-models counts. margins: what the margins of text/guess were chosen
-by. figures: what scripts/guess-figures measures, which nothing else has seen. Packages are fetched
+by. figures, words and names: what scripts/guess-figures measures, which nothing else has seen. Packages are fetched
 with apt-get download into a directory of the caller's and unpacked there, never installed.
 """
 import gettext
@@ -36,8 +36,10 @@ def packages(part, language):
                    "en": ["debian-reference-en"],
                    "zh_CN": ["debian-reference-zh-cn", "fortunes-zh"],
                    "zh_TW": ["debian-reference-zh-tw"]}.get(language, []),
-        "margins": ["debian-handbook"],
+        "margins": ["debian-handbook", "krita-l10n"],
         "figures": ["gnome-user-docs", "aptitude-doc-" + language, thunderbird],
+        "words": ["edict"] if language == "ja" else [],
+        "names": ["skkdic-extra"] if language == "ja" else ["kgeography-data"],
     }[part]
 
 
@@ -75,8 +77,12 @@ def assignments(text):
     return "\n".join(re.findall(r'^[^#\n]*?(?:=|ENTITY\s+\S+\s+")(.*?)"?>?$', text, flags=re.M))
 
 
+def without_placeholders(text):
+    return without_markup(re.sub(r"[&_]|\{[^}]*\}|\$\[[^]]*\]|%\S+|.*\|/\|.*", "", text.replace("\n", " ")))
+
+
 def decode(data):
-    for charset in ("utf-8", "euc-jp"):
+    for charset in ("utf-8", "euc-jp", "euc-jis-2004"):
         try:
             return data.decode(charset)
         except UnicodeDecodeError:
@@ -99,11 +105,20 @@ def texts_of(directory, package, language):
                 for name in sorted(archive.namelist()):
                     if name.endswith((".ftl", ".properties", ".dtd")):
                         yield assignments(decode(archive.read(name)))
-    elif package == "iso-codes":
-        for path in named(f"locale/{short}/LC_MESSAGES/*.mo"):
+    elif package in ("iso-codes", "krita-l10n", "kgeography-data"):
+        own = package == "iso-codes" or language != "pt"
+        for path in named(f"locale/{short if own else 'pt'}/LC_MESSAGES/*.mo"):
             with open(path, "rb") as file:
                 catalog = gettext.GNUTranslations(file)
-            yield "\n".join(v for k, v in catalog._catalog.items() if k and isinstance(v, str))
+            texts = (v for k, v in catalog._catalog.items() if k and isinstance(v, str))
+            yield "\n".join(texts if package == "iso-codes" else map(without_placeholders, texts))
+    elif package == "edict":
+        words = named("edict/edict")[0]
+        yield re.sub(r"[ (;].*", "", decode(pathlib.Path(words).read_bytes()), flags=re.M)
+    elif package == "skkdic-extra":  # of persons, alone and with what they are called
+        for path in named("skk/SKK-JISYO.jinmei", "skk/SKK-JISYO.fullname"):
+            entries = decode(pathlib.Path(path).read_bytes())
+            yield "\n".join(re.findall("/([^/;\n]+);", re.sub(r"^;;.*$", "", entries, flags=re.M)))
     elif package == "mecab-ipadic":
         for path in named("mecab/dic/ipadic/*.csv"):
             words = decode(pathlib.Path(path).read_bytes()).splitlines()

@@ -137,6 +137,18 @@ TEST(Guess, ReadsToTheEnd) {
     }
 }
 
+// What only comes when the first words were weighed decides between charsets that read these alike.
+TEST(Guess, WeighsBytesThatComeLate) {
+    std::string text;
+    for (int i = 0; i < 1500; ++i) {
+        text += "Gr\x94\xE1"
+                "e" +
+                std::to_string(i) + " ";
+    }
+    EXPECT_EQ(guess(text + "\n", "C").charset, "CP850");
+    EXPECT_EQ(guess(text + "kostet 5 \xD5 heute\n", "C").charset, "CP858"); // the euro sign
+}
+
 TEST(Guess, TakesNamesAndLanguages) {
     EXPECT_EQ(guess("\x93\xFA\x96\x7B", "C", "euc-jp,windows-31j").charset, "Windows-31J");
     EXPECT_EQ(guess("abc", "C", "euc-jp,cp932").charset, "Windows-31J");

@@ -6,12 +6,19 @@
 
 namespace text {
 
-constexpr std::string_view charset_list =
+namespace {
+
+constexpr char charsets[] =
 #include "charsets.inc"
     ;
-constexpr std::string_view language_list =
+constexpr char languages[] =
 #include "languages.inc"
     ;
+
+} // namespace
+
+const std::string_view charset_list(charsets, sizeof charsets - 1);
+const std::string_view language_list(languages, sizeof languages - 1);
 
 std::string_view take(std::string_view& text, char separator) {
     const std::size_t size = std::min(text.find(separator), text.size());

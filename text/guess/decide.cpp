@@ -12,15 +12,23 @@ namespace {
 
 constexpr i32 whole_bit = bit;
 
+constexpr u32 few_characters = 8; // where the user's language counts
+
+// A word or two: where it is not safe to wait for more, a smaller lead must do.
+bool is_a_word(const pvzan_guesser& g, const candidate& c) {
+    return g.offset + c.characters < g.evidence_size + few_characters;
+}
+
 // By so many bits the best must be ahead, by how many characters beyond ASCII there are.
 i32 margin_of(const pvzan_guesser& g, const candidate& c) {
     const bool utf8 = c.name.kind == PVZAN_KIND_UTF_8;
     const i32 bits = utf8 && g.offset >= in_a_text ? 4
                      : utf8                        ? 11
-                     : c.beyond <= 2               ? 8
-                     : c.beyond <= 4               ? 9
-                     : c.beyond < 8                ? 10
-                                                   : 12;
+                     : is_a_word(g, c)             ? 6
+                     : c.beyond <= 2               ? 9
+                     : c.beyond <= 4               ? 10
+                     : c.beyond < few_characters   ? 11
+                                                   : 13;
     return bits * whole_bit;
 }
 
@@ -99,7 +107,7 @@ void show_readings(pvzan_guesser& g, candidate** ranked, u32 count) {
         return;
     }
     const std::span<const seen> read = read_as(g, *ranked[0], all, true);
-    const std::span<seen> best(g.reading + evidence_room, read.size());
+    const std::span<seen> best(g.reading + evidence_room + late_room, read.size());
     std::ranges::copy(read, best.begin());
     const std::size_t place = find_difference(best, read_as(g, *ranked[1], all, true));
     g.answer.doubt = place < all.size() ? original_place(g, place) : nowhere;
@@ -143,6 +151,22 @@ void say_what_decides(pvzan_guesser& g, const candidate& best) {
     }
 }
 
+// Where something is at fault, the relative is meant that is met most, and has the same fault
+// first.
+const candidate& usual_relative(pvzan_guesser& g, const candidate& best) {
+    const std::span<const u8> all(g.evidence, g.evidence_size);
+    for (candidate* c = g.candidates; c < &best && !best.row.family.empty() && best.faults > 0;
+         ++c) {
+        if (c->row.family == best.row.family) {
+            read_as(g, *c, all, true);
+            if (c->faults > 0 && c->first_fault == best.first_fault) {
+                return *c;
+            }
+        }
+    }
+    return best;
+}
+
 // What cannot be told apart: a text that all read alike.
 void decide_plain(pvzan_guesser& g) {
     for (const candidate& c : std::span(g.candidates, g.count)) {
@@ -157,6 +181,7 @@ void decide_plain(pvzan_guesser& g) {
 
 // Those that are left, the likeliest first.
 u32 rank(pvzan_guesser& g, candidate* (&ranked)[most_candidates]) {
+    weigh_late_words(g);
     settle_faults(g);
     for (candidate& c : std::span(g.candidates, g.count)) {
         const u32 behind_evidence = c.text_faults - std::min(c.faults, c.text_faults);
@@ -193,10 +218,11 @@ u32 offer_likely(pvzan_guesser& g, std::span<candidate*> ranked) {
 }
 
 // Whether one reads the text nearly as well, and is only met more seldom: that settles nothing.
-bool has_equal(const candidate& best, std::span<candidate*> ranked) {
-    constexpr i32 least_lead = 2 * whole_bit;
-    const auto by_text = [](const candidate& c) {
-        return c.cost - static_cast<i32>(c.row.rare * bit);
+bool has_equal(const pvzan_guesser& g, const candidate& best, std::span<candidate*> ranked) {
+    const i32 least_lead = (is_a_word(g, best) ? 4 : 7) * whole_bit;
+    const auto by_text = [&](const candidate& c) {
+        const i32 favour = best.beyond < few_characters ? 0 : c.favour;
+        return c.cost + favour - static_cast<i32>(c.row.rare * bit);
     };
     return std::ranges::any_of(ranked, [&](const candidate* c) {
         const bool relative = !best.row.family.empty() && c->row.family == best.row.family;
@@ -222,10 +248,10 @@ bool is_sure(const pvzan_guesser& g, const candidate& best, std::span<candidate*
         return true;
     }
     constexpr i32 damage_margin = 4 * whole_bit; // before one that a fault speaks against
-    constexpr u32 short_text = 8;                // where the user's language counts
     const i32 lead = rival->cost - best.cost;
-    const i32 lead_by_text = best.beyond < short_text ? lead : lead + rival->favour - best.favour;
-    return !has_equal(best, ranked) &&
+    const i32 lead_by_text =
+        best.beyond < few_characters ? lead : lead + rival->favour - best.favour;
+    return !has_equal(g, best, ranked) &&
            std::min(lead, lead_by_text) >= (reads_all(*rival) ? margin_of(g, best) : damage_margin);
 }
 
@@ -257,6 +283,7 @@ void decide(pvzan_guesser& g, bool complete) {
     if (best.fault_at != nowhere) {
         g.answer.verdict = PVZAN_GUESS_UNSURE;
         g.answer.doubt = best.fault_at;
+        g.answer.candidates[0].name = usual_relative(g, best).name;
         say(g, "but %02X is invalid, at byte %llu", best.fault_byte,
             static_cast<unsigned long long>(best.fault_at));
     } else if (is_sure(g, best, {ranked, count})) {

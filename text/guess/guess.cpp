@@ -88,8 +88,9 @@ pvzan_guesser* pvzan_guess_open(const char* among, const char* language) {
         return nullptr;
     }
     void* memory = ZAN_malloc(static_cast<i32>(sizeof(pvzan_guesser)));
-    constexpr std::size_t readings = 2 * evidence_room * sizeof(seen);
-    void* room = ZAN_malloc(static_cast<i32>(readings + head_room + batch_room + evidence_room));
+    constexpr std::size_t most_evidence = evidence_room + late_room;
+    constexpr std::size_t readings = 2 * most_evidence * sizeof(seen);
+    void* room = ZAN_malloc(static_cast<i32>(readings + head_room + batch_room + most_evidence));
     if (memory == nullptr || room == nullptr) {
         ZAN_free(memory);
         ZAN_free(room);

@@ -201,7 +201,8 @@ bool is_ebcdic(pvzan_guesser& g, bytes_view text, bool complete) {
         shifted = c == shift_out || (shifted && c != shift_in);
         usual += shifted || c == shift_in || is_usual(c) ? 1U : 0U;
     }
-    return usual * 5 > text.size() * 3 && (has(text, 0x40) || has(text, shift_in)) &&
+    const bool a_word = text.size() < in_a_text;
+    return usual * 5 > text.size() * 3 && (has(text, 0x40) || has(text, shift_in) || a_word) &&
            !has(text, ' ') && weigh_against_bytes(g, structure::ebcdic, text, 0, complete, false);
 }
 

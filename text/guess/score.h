@@ -10,6 +10,10 @@ namespace text {
 // Costs are quarters of a bit.
 inline constexpr u32 bit = 4;
 
+constexpr bool within(u32 c, u32 first, u32 last) {
+    return c >= first && c <= last;
+}
+
 // Kinds of characters, in the order in which languages.tsv has them.
 enum class kind : u8 {
     space, // and line breaks
@@ -41,9 +45,27 @@ struct seen {
     bool capital;
 };
 seen see(u32 scalar, u32 at = 0);
+
+// What a mark that is used in any language costs among such marks, by how often it is met.
+u32 mark_cost(const seen& mark);
+// What it costs besides before a letter that it does not follow, where it closes something.
+u32 mark_before_cost(const seen& mark);
+// What it costs besides behind a letter, where some marks hardly ever stand; and where another
+// letter follows, as behind no mark but the apostrophe.
+u32 mark_behind_cost(const seen& mark);
+u32 mark_inside_cost(const seen& mark);
+
+// Arabic letters of some charsets have a shape, which shows whether the word goes on.
+u32 shape_cost(const seen& before, const seen& now);
 constexpr seen seen_fault(u32 at) {
     return {at, 0xFFFD, 0, kind::none, false};
 }
+
+// What is common behind a character, or behind two letters, each with its cost.
+struct common_line {
+    u32 before;
+    std::string_view common;
+};
 
 // Holds what it made of the models, some 300 KB at most, and lives as long as a guess.
 class scorer {
@@ -54,8 +76,8 @@ public:
     scorer& operator=(const scorer&) = delete;
 
     // What the reading costs in the likeliest of all languages; those that are not native (parted
-    // by blanks; "*": any) cost more.
-    u32 judge(std::span<const seen> text, std::string_view native);
+    // by blanks; "*": any) cost so much more.
+    u32 judge(std::span<const seen> text, std::string_view native, u32 foreigner);
 
 private:
     struct model {
@@ -65,9 +87,13 @@ private:
         u8* symbols;
         u8* costs; // of what is behind what; then, of characters within their kind
         u32 width;
+        common_line* common; // in the order of what stands before
+        u32 common_count;
     };
     void find_models();
     bool load(model& m);
+    static void load_common(model& m, std::string_view lines);
+    static u32 common_cost(const model& m, u32 before, u32 now);
     u32 judge_letters(std::span<const seen> text, model& m, u32 most);
     u32 judge_characters(std::span<const seen> text, model& m, u32 most);
 

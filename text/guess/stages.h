@@ -15,6 +15,8 @@
 namespace text {
 
 inline constexpr std::size_t head_room = 64 * 1024, batch_room = 64 * 1024, evidence_room = 8192;
+inline constexpr std::size_t late_room = 2048;
+inline constexpr u32 most_late = 64;
 inline constexpr u32 most_candidates = 128, most_origins = 1024;
 inline constexpr u64 in_a_text = 64; // a text this long is more than a word
 inline constexpr i32 fault_cost = 24 * bit;
@@ -26,18 +28,17 @@ struct candidate {
     char16_t high[128]{};             // of a single-byte charset: the characters 80 to FF
     pvzan_converter* reads = nullptr; // to the end of the text
     bool alive = false;
-    bool by_chance =
-        false;      // of UTF-8: contains a character that two other characters may form by chance
-    i32 cost = 0;   // quarters of a bit
-    i32 favour = 0; // the part of it that the user's language took off
-    u32 faults = 0; // in the evidence
-    u32 beyond = 0; // characters beyond ASCII in the evidence
-    u32 odd = 0;    // those of them that are private use and the like
-    u32 long_ones = 0;           // those of them from U+0800 on, which take three bytes in UTF-8
-    u64 hash = 0;                // of its reading
-    std::size_t first_fault = 0; // of the evidence
-    u64 fault_at = nowhere;      // of the text
-    u32 text_faults = 0;         // counted up to two
+    bool by_chance = false;         // of UTF-8: contains a character that others may form by chance
+    i32 cost = 0;                   // quarters of a bit
+    i32 favour = 0;                 // the part of it that the user's language took off
+    u32 faults = 0;                 // in the evidence
+    u32 characters = 0, beyond = 0; // of the evidence, and those beyond ASCII
+    u32 odd = 0;                    // those of them that are private use and the like
+    u32 long_ones = 0;              // those that are not odd and take three bytes in UTF-8 or four
+    u64 hash = 0;                   // of its reading
+    std::size_t first_fault = 0;    // of the evidence
+    u64 fault_at = nowhere;         // of the text
+    u32 text_faults = 0;            // counted up to two
     u8 fault_byte = 0;
 };
 
@@ -89,6 +90,11 @@ struct pvzan_guesser {
     bool weighed;
     u32 weighed_size;
     u64 met_at[256]; // first place of a byte, counted from 1; 0: none
+    // Words with bytes that the evidence lacks.
+    u8 late[text::late_room];
+    std::size_t late_size;
+    text::origin late_origins[text::most_late];
+    u32 late_count;
 
     const char* binary; // the kind of a file that is not text, or null
     text::decision answer;
@@ -115,6 +121,8 @@ void read_on(pvzan_guesser& g, bool last, bool complete);
 // Has all alive candidates read bytes that stand at offset.
 void feed_all(pvzan_guesser& g, std::span<const u8> bytes, i32 how);
 void keep_only(pvzan_guesser& g, structure codes);
+// Words with bytes that only came behind the evidence become part of it, and are weighed.
+void weigh_late_words(pvzan_guesser& g);
 // Where the text's faults are, when all of it was read.
 void settle_faults(pvzan_guesser& g);
 

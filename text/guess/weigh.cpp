@@ -15,7 +15,7 @@ constexpr i32 far_behind = 60 * bit, first_look = 512;
 class taker {
 public:
     taker(candidate& c, seen* into) : c_(c), into_(into) {
-        c.faults = c.beyond = c.odd = c.long_ones = 0;
+        c.faults = c.characters = c.beyond = c.odd = c.long_ones = 0;
         c.by_chance = false;
         c.hash = 0xCBF29CE484222325U;
     }
@@ -24,10 +24,12 @@ public:
         const seen one = see(scalar, static_cast<u32>(at));
         into_[count_++] = one;
         note(scalar);
+        ++c_.characters;
         c_.beyond += scalar >= 0x80 ? 1 : 0;
-        c_.by_chance = c_.by_chance || (scalar >= 0x100 && scalar < 0x800);
-        c_.long_ones += scalar >= 0x800 ? 1 : 0;
-        c_.odd += one.what == kind::odd ? 1 : 0;
+        const bool odd = one.what == kind::odd;
+        c_.by_chance = c_.by_chance || (scalar >= 0x100 && (scalar < 0x800 || odd));
+        c_.long_ones += scalar >= 0x800 && !odd ? 1 : 0;
+        c_.odd += odd ? 1 : 0;
     }
     // Whether to go on.
     bool take_fault(std::size_t at) {
@@ -144,7 +146,9 @@ void weigh_one(pvzan_guesser& g, candidate& c, std::span<const u8> evidence, boo
     const bool native = *g.language != '\0' && c.name.kind == PVZAN_KIND_OTHER &&
                         c.row.languages.find(g.language) != std::string_view::npos;
     c.favour = native ? favour : 0;
-    c.cost = static_cast<i32>(g.judge.judge(text, c.row.languages)) +
+    // A language that the charset is not made for; the rarer that is, the more.
+    const u32 foreigner = (10 + 2 * std::min<u32>(c.row.rare, 5)) * bit;
+    c.cost = static_cast<i32>(g.judge.judge(text, c.row.languages, foreigner)) +
              static_cast<i32>(c.faults) * fault_cost + prior_of(g, c) - c.favour;
 }
 
@@ -166,6 +170,7 @@ void follow(const pvzan_guesser& g, candidate& c, const candidate& first, bool s
     c.alive = stays || c.row.rare < hardly_ever_met;
     c.faults = 0;
     c.odd = 0;
+    c.characters = first.characters;
     c.beyond = first.beyond;
     c.hash = first.hash;
     c.favour = first.favour;

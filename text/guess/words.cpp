@@ -85,9 +85,14 @@ const u8* word_begin(const u8* first, const u8* at) {
     return begin;
 }
 
+// Between two words of which one tells about the other.
+bool parts_words(u8 byte) {
+    return byte == ' ' || byte == '\'';
+}
+
 // Behind the word that follows a blank; where it is not there, or long, the blank itself.
 const u8* neighbour_end(const u8* blank, const u8* stop) {
-    if (*blank != ' ') {
+    if (!parts_words(*blank)) {
         return blank;
     }
     const u8* p = blank + 1;
@@ -149,7 +154,7 @@ void take_words(pvzan_guesser& g, std::span<const u8> bytes) {
                 continue;
             }
             const u8* begin = word_begin(p, found);
-            if (begin > p && begin[-1] == ' ') {
+            if (begin > p && parts_words(begin[-1])) {
                 begin = word_begin(p, begin - 1); // the word before it tells the language
             }
             begin_word(g, place(begin));
@@ -228,11 +233,35 @@ void feed_one(pvzan_guesser& g, candidate& c, std::span<const u8> bytes, i32 how
     }
 }
 
+// Keeps the word around a byte, if all of it is there.
+void keep_late_word(pvzan_guesser& g, std::span<const u8> bytes, std::size_t at) {
+    const auto ends = [](u8 byte) { return byte < first_trail; };
+    const auto begin =
+        std::find_if(bytes.rend() - static_cast<std::ptrdiff_t>(at), bytes.rend(), ends);
+    const auto end =
+        std::find_if(bytes.begin() + static_cast<std::ptrdiff_t>(at), bytes.end(), ends);
+    const auto first = static_cast<std::size_t>(bytes.rend() - begin);
+    const auto size = static_cast<std::size_t>(end - bytes.begin()) - first;
+    constexpr std::size_t longest = 60;
+    if (begin != bytes.rend() && end != bytes.end() && size <= longest &&
+        g.late_size + size < late_room && g.late_count < most_late) {
+        const u64 place = original(g, g.batch_begin + first);
+        g.late_origins[g.late_count++] = {static_cast<u32>(g.late_size), place};
+        std::memcpy(g.late + g.late_size, &bytes[first], size);
+        g.late_size += size;
+        g.late[g.late_size++] = '\n';
+    }
+}
+
 // Single bytes are read by what they are.
 void note_bytes(pvzan_guesser& g, std::span<const u8> bytes) {
+    const std::span<const u8> evidence(g.evidence, g.evidence_size);
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         if (bytes[i] >= 0x80 && g.met_at[bytes[i]] == 0) {
             g.met_at[bytes[i]] = original(g, g.batch_begin + i) + 1;
+            if (std::ranges::find(evidence, bytes[i]) == evidence.end()) {
+                keep_late_word(g, bytes, i);
+            }
         }
     }
 }
@@ -284,9 +313,26 @@ u64 original_place(const pvzan_guesser& g, std::size_t at) {
     return found;
 }
 
+void weigh_late_words(pvzan_guesser& g) {
+    const bool single =
+        std::ranges::any_of(std::span(g.candidates, g.count), [](const candidate& c) {
+            return c.alive && c.row.codes == structure::single_byte;
+        });
+    if (!single || g.late_size == 0) {
+        return;
+    }
+    for (u32 i = 0; i < g.late_count && g.evidence_origin_count < most_origins; ++i) {
+        g.evidence_origins[g.evidence_origin_count++] = {
+            static_cast<u32>(g.evidence_size) + g.late_origins[i].at, g.late_origins[i].offset};
+    }
+    std::memcpy(g.evidence + g.evidence_size, g.late, g.late_size);
+    g.evidence_size += g.late_size;
+    weigh(g, {g.evidence, g.evidence_size}, false);
+}
+
 void settle_faults(pvzan_guesser& g) {
     for (candidate& c : std::span(g.candidates, g.count)) {
-        if (c.alive && g.batch_begin == 0) { // the evidence is all there is
+        if ((c.alive && g.batch_begin == 0) || (!c.alive && c.faults > 0)) { // in the evidence
             c.text_faults = c.faults;
             c.fault_at = c.faults > 0 ? original_place(g, c.first_fault) : nowhere;
             c.fault_byte = c.faults > 0 ? g.evidence[c.first_fault] : u8{0};
