@@ -117,12 +117,13 @@ TEST(Fast, LeavesWhatTheRulesLeave) {
 // A caller may put another rule into a session, which the charset's own pair is not for.
 TEST(Fast, GoesByTheSessionsRules) {
     test::use_shipped_charsets();
-    const std::string text = test::utf8(std::u32string(60, U'か'));
-    const auto convert = [&](const char* rule, bool off) {
+    const std::string text =
+        "B0B0B0B0" + test::utf8(std::u32string(60, U'か')); // in UTF-16, あああ
+    const auto convert = [&](const std::string& rule, bool off) {
         fast::by_hand.off = off;
         const auto s = test::open("utf-8", "shift_jis");
-        if (rule != nullptr) {
-            s->dstRule = std::ranges::find(ruleList, std::string_view(rule), &rule_row::name);
+        if (!rule.empty()) {
+            (rule[0] == 'd' ? s->srcRule : s->dstRule) = TheRule(rule.c_str());
         }
         std::vector<u8> out(1000);
         test::give_input(*s, text);
@@ -133,9 +134,10 @@ TEST(Fast, GoesByTheSessionsRules) {
         out.resize(static_cast<std::size_t>(s->outPos));
         return out;
     };
-    EXPECT_EQ(convert(nullptr, false), convert(nullptr, true));
-    EXPECT_EQ(convert("constEUC-JP", false), convert("constEUC-JP", true));
-    EXPECT_NE(convert("constEUC-JP", true), convert(nullptr, true));
+    for (const char* rule : {"", "constEUC-JP", "destUTF-16", "", "destUTF-16"}) {
+        EXPECT_EQ(convert(rule, false), convert(rule, true)) << rule;
+    }
+    EXPECT_NE(convert("constEUC-JP", true), convert("", true));
 }
 
 // Every end of the input, with every room: letters with and without their marks, line breaks, cut

@@ -15,7 +15,7 @@ namespace fast {
 
 namespace {
 
-constexpr u32 nobody = ~0U; // in fields that an encode rule did not set
+constexpr u32 nobody = ~0U; // in a field that an encode rule did not set
 constexpr std::size_t output_bytes = 32;
 
 enum class verdict : u8 { plain, by_rules, cut };
@@ -35,7 +35,6 @@ void reset(session& s, std::span<const u8> k, std::span<u8> out, u32 source_word
     s.status = PVZAN_WRITTEN;
     s.srcShiftSet = source_word;
     s.outSetNo = nobody;
-    s.outSetType = static_cast<u16>(nobody);
     s.dstShiftSet = 0;
     s.dstShiftPlane = 0;
     s.srcCode = 0;
@@ -70,8 +69,7 @@ verdict decode(pair& p, std::span<const u8> k) {
 
 // Whether E wrote whole codes, and filled in every field.
 bool wrote(const session& s) {
-    return s.status == PVZAN_WRITTEN && s.outPos > 0 && s.outCount > 0 && s.outSetNo != nobody &&
-           s.outSetType != static_cast<u16>(nobody);
+    return s.status == PVZAN_WRITTEN && s.outPos > 0 && s.outCount > 0 && s.outSetNo != nobody;
 }
 
 // Whether line breaks are written as nothing but a code of the first set.
@@ -220,9 +218,8 @@ verdict ask(pair& p, std::span<const u8> k, u32 state, answer& a) {
     if (strict && !comes_back(p, k, written, c)) {
         return verdict::by_rules;
     }
-    const bool whole =
-        p.plan.target_states.codes != nullptr ? separate_way(p, written, a) : s.dstShiftSet == 0;
-    if (!whole || !note_bytes(a, written)) {
+    const bool has_states = p.plan.target_states.codes != nullptr;
+    if ((has_states && !separate_way(p, written, a)) || !note_bytes(a, written)) {
         return verdict::by_rules;
     }
     a.is_cr = p.plan.normalises && s.srcCode == '\r';

@@ -10,8 +10,7 @@
 // P2  What E writes follows from set and code, and where there are states from the way to the set,
 //     which E's own writer tells: find_way. So an answer has the code alone (ask.cpp).
 // P3  D and E, run on k alone in the neutral session, use up k, write whole codes, and fill in
-// every
-//     field that characters fill in (ask.cpp).
+//     every field that characters fill in (ask.cpp).
 // P4  What is not so is the rules' own, and its entry says so: marks that may join a letter,
 //     letters that a mark may follow where a run ends before the end of the input (finish.cpp), a
 //     line feed behind a carriage return (fast.cpp; inside a run, loop.cpp), user-defined sets,

@@ -42,12 +42,8 @@ std::string fold_name(std::string_view name) {
     return folded;
 }
 
-bool is_charset(const pvzan_name& charset, std::initializer_list<std::string_view> any) {
-    return std::ranges::find(any, std::string_view(charset.charset)) != any.end();
-}
-
 bool same_charset(const pvzan_name& one, const pvzan_name& other) {
-    return is_charset(one, {other.charset}) && one.order == other.order;
+    return std::string_view(one.charset) == other.charset && one.order == other.order;
 }
 
 std::vector<pvzan_name> all_charsets() {

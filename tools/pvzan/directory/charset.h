@@ -36,7 +36,6 @@ std::vector<std::string> split_names(std::string_view names, char between = ',')
 // In small letters, as the charset directory has its names.
 std::string fold_name(std::string_view name);
 
-bool is_charset(const pvzan_name& charset, std::initializer_list<std::string_view> any);
 bool same_charset(const pvzan_name& one, const pvzan_name& other);
 
 // The charsets of the settled directory, the best-known ones first.

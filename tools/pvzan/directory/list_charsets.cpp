@@ -26,41 +26,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// ---- Numbers -----------------------------------------------------------------------------------
-
-struct numbered_set {
-    std::string_view name; // folded
-    std::uint32_t number;
-};
-
-constexpr std::array numbered_sets = {
-    numbered_set{"iso-646irv", PVZAN_SET_ISO_646_IRV},
-    numbered_set{"jis_x0201latin", PVZAN_SET_JIS_X_0201_LATIN},
-    numbered_set{"jis_x0201kana", PVZAN_SET_JIS_X_0201_KANA},
-    numbered_set{"jis_c6226-1978", PVZAN_SET_JIS_C_6226_1978},
-    numbered_set{"jis_x0208-1983", PVZAN_SET_JIS_X_0208_1983},
-    numbered_set{"jis_x0208-1990", PVZAN_SET_JIS_X_0208_1990},
-    numbered_set{"jis_x0212-1990", PVZAN_SET_JIS_X_0212_1990},
-    numbered_set{"nec_extset", PVZAN_SET_NEC_EXT},
-    numbered_set{"ibm_extset", PVZAN_SET_IBM_EXT},
-    numbered_set{"jis-78-83", PVZAN_SET_JIS_78_83},
-    numbered_set{"jis_x0213", PVZAN_SET_JIS_X_0213},
-    numbered_set{"windows31j-usr", PVZAN_SET_WINDOWS_31J_USER},
-    numbered_set{"windowsntj-usr", PVZAN_SET_WINDOWS_NTJ_USER},
-    numbered_set{"oasys_extset", PVZAN_SET_OASYS_EXT},
-    numbered_set{"oasys2_extset", PVZAN_SET_OASYS2_EXT},
-    numbered_set{"chinesegbk", PVZAN_CHINESE_GBK},
-    numbered_set{"chinesebig5", PVZAN_CHINESE_BIG5},
-    numbered_set{"koreanksc", PVZAN_KOREAN_KSC},
-    numbered_set{"gb18030", PVZAN_GB18030},
-};
-
-// A set with its number, where that is a fixed one.
-std::string with_number(const std::string& set) {
-    const auto found = std::ranges::find(numbered_sets, fold_name(set), &numbered_set::name);
-    return found == numbered_sets.end() ? set : fmt::format("{} ({})", set, found->number);
-}
-
 // The number by which the library knows a charset; 0 when it does not.
 std::uint32_t charset_number(const std::string& name) {
     const auto session = std::make_unique<pvzan_session>();
@@ -68,8 +33,6 @@ std::uint32_t charset_number(const std::string& name) {
                ? session->dstGroupNo
                : 0;
 }
-
-// ---- The list ----------------------------------------------------------------------------------
 
 // By the charset's name; the first file settles it.
 std::map<std::string, definition> all_definitions() {
@@ -158,9 +121,7 @@ std::string page_of(const pvzan_name& charset, const definition& described) {
     text += wrapped("  rules", {described.decoder, described.encoder});
     text +=
         wrapped("  definition", {(fs::path(charset_directory_path()) / described.file).string()});
-    std::vector<std::string> sets = described.sets;
-    std::ranges::transform(sets, sets.begin(), with_number);
-    return text + wrapped("  coded sets", sets);
+    return text + wrapped("  coded sets", described.sets);
 }
 
 // ---- Checking ----------------------------------------------------------------------------------
@@ -223,7 +184,7 @@ int print_list(const list_options& options) {
         std::vector<pvzan_name> wanted;
         for (const std::string& name : options.names) {
             const auto found = std::ranges::find_if(charsets, [&](const pvzan_name& charset) {
-                return is_charset(charset, {charset_of(name).charset});
+                return std::string_view(charset.charset) == charset_of(name).charset;
             });
             if (found != charsets.end()) {
                 wanted.push_back(*found);

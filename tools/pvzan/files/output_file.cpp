@@ -1,6 +1,7 @@
 #include "tools/pvzan/files/output_file.h"
 
 #include "tools/pvzan/files/file_belongings.h"
+#include "tools/pvzan/files/input_file.h"
 #include "tools/pvzan/report/message.h"
 #include "tools/pvzan/report/shown_text.h"
 
@@ -148,23 +149,22 @@ bool output_file::write_over() {
     const ending_held held;
     struct stat status {};
     const int text = temporary_.descriptor();
-    if (::fstat(text, &status) != 0 || ::lseek(text, 0, SEEK_SET) != 0 ||
+    if (::fstat(text, &status) != 0 ||
         (::fallocate(original_, FALLOC_FL_KEEP_SIZE, 0, status.st_size) != 0 &&
          (errno == ENOSPC || errno == EDQUOT || errno == EFBIG))) {
         return fail("cannot write");
     }
-    constexpr std::size_t block_bytes = std::size_t{64} * 1024;
-    std::vector<std::uint8_t> block(block_bytes);
-    ssize_t n = 1;
-    while (n > 0) {
-        n = ::read(text, block.data(), block.size());
-        if (n < 0) {
+    std::vector<std::uint8_t> block;
+    std::uint64_t place = 0;
+    do {
+        if (!read_block(text, place, block)) {
             return fail("cannot read the converted text again");
         }
-        if (!write_to(original_, std::span(block).first(static_cast<std::size_t>(n)))) {
+        if (!write_to(original_, block)) {
             return false;
         }
-    }
+        place += block.size();
+    } while (!block.empty());
     return ::ftruncate(original_, status.st_size) == 0 || fail("cannot write");
 }
 
