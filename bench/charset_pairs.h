@@ -7,9 +7,8 @@ namespace bench {
 
 // What a pair is asked for, as a multiple of the best peer.
 enum class kind {
-    to_unicode,   // or between legacy encodings
-    from_unicode, // to a legacy encoding
-    unicode       // both ends
+    legacy, // at one end at least
+    unicode // at both
 };
 
 struct measured_pair {

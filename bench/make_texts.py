@@ -3,7 +3,7 @@
 
 LANGUAGE-prose.txt  manual pages and guides: half Latin letters, or more
 LANGUAGE-dense.txt  Japanese: words of the ipadic dictionary; Chinese and Korean: the prose without
-                    its ASCII characters; in lines of 90 characters; Russian: the prose without ASCII
+                    its ASCII characters; in lines of 90 characters; French, Russian: the same
 ja-jis2004.txt      ja-dense with every 20th character out of JIS X 0213, beyond JIS X 0208
 ascii.txt           English manual pages, without what is not ASCII
 
@@ -104,6 +104,7 @@ def main(directory):
         "zh_tw-prose": traditional,
         "ko-dense": dense(korean),
         "ko-prose": korean,
+        "fr-dense": dense(french),
         "fr-prose": french,
         "ru-dense": dense(russian),
         "ru-prose": russian,

@@ -92,12 +92,7 @@ double reached(const row& r) {
     if (r.text == "ascii") {
         return std::min(r.of_memcpy / 0.8, r.ratio);
     }
-    switch (r.what) {
-    case kind::to_unicode: return r.ratio / 3;
-    case kind::from_unicode: return r.ratio / 2;
-    case kind::unicode: break;
-    }
-    return r.ratio;
+    return r.what == kind::legacy ? r.ratio / 3 : r.ratio;
 }
 
 void print_figure(lane& one, std::size_t bytes) {
@@ -176,9 +171,9 @@ row run_pair(const options& wanted, const measured_pair& pair, const std::string
 }
 
 void print_shortfalls(const std::vector<row>& rows) {
-    std::printf("\nShort of the target (3 times the best peer to Unicode and between legacy "
-                "encodings, 2 times from Unicode, its speed between Unicode forms; 0.8 of memcpy "
-                "for ASCII):\n\n");
+    std::printf(
+        "\nShort of the target (3 times the best peer, its speed between Unicode forms; 0.8 of "
+        "memcpy for ASCII):\n\n");
     std::size_t count = 0;
     for (const row& r : rows) {
         if (reached(r) < 1) {

@@ -25,6 +25,9 @@ constexpr const char* charsets[] = {
     "gb18030",
     "iso-646irv",
     "iso-8859-1",
+    "koi8-r",
+    "windows-1252",
+    "ibm037",
     "oasys-win",
     "oasys-online",
     // From here on, what a definition tells.
@@ -42,6 +45,7 @@ constexpr const char* charsets[] = {
     "ibm1390",
     // From here on, other further charsets.
     "big5-hkscs",
+    "eucjp-ms",
     "utf-7",
     "cesu-8",
     "utf-8-mac",

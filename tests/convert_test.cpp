@@ -233,8 +233,7 @@ TEST(Convert, TheReadmesExampleDoesWhatItSays) {
     EXPECT_EQ(example("\xFD\x20", 100), "refused");
 }
 
-// ---- The session: what each call sets and leaves
-// --------------------------------------------------
+// ---- The session: what each call sets and leaves ------------------------------------------------
 
 TEST(Session, IsClearedByTheTargetAndLeavesThePositionsAlone) {
     test::use_shipped_charsets();
@@ -353,8 +352,7 @@ TEST(Session, TheSourceMayChangeUnderWay) {
     EXPECT_EQ(s->inCount, 7U);
 }
 
-// ---- HZ to GB 2312, UTF-7 to UCS-4; what fits less room is compared by fuzz/text.cpp
-// ---------------
+// ---- HZ to GB 2312, UTF-7 to UCS-4; what fits less room is compared by fuzz/text.cpp ------------
 
 constexpr std::uint32_t not_set = ~0U;
 

@@ -172,6 +172,33 @@ TEST(Fast, EndsAnywhere) {
     }
 }
 
+// Long texts of single bytes and to them, with line breaks converted or not, damaged or not.
+TEST(Fast, ConvertsSingleBytes) {
+    test::use_shipped_charsets();
+    std::mt19937 random(1);
+    fast::kernel_list list{};
+    fast::list_kernels(list);
+    for (int round = 0; round < 600; ++round) {
+        const char* const single = std::array{"koi8-r", "windows-1252", "ibm037"}[random() % 3];
+        const char* const other = std::array{"utf-8", "utf-16", "windows-1251"}[random() % 3];
+        if (round % 100 == 0) {
+            fast::choose_kernels(list[round / 100 % (std::ranges::find(list, nullptr) - list)]);
+            fast::release();
+        }
+        test::conversion c{.from = single, .to = other, .input = std::string(900, 'a')};
+        c.target.convertNewline = random() % 2;
+        const std::size_t every = std::array{1U, 2U, 40U, 400U}[random() % 4];
+        for (std::size_t at = random() % every; at < c.input.size(); at += 1 + random() % every) {
+            c.input[at] = static_cast<char>(random());
+        }
+        compare(c);
+        std::string there = result_of(c);
+        there[random() % there.size()] ^= static_cast<char>(random() % 2);
+        compare({.from = other, .to = single, .input = there, .target = c.target});
+    }
+    fast::choose_kernels(nullptr);
+}
+
 TEST(Fast, KernelsAreThoseThatTheProcessorRuns) {
     std::ptrdiff_t count = 1;
 #if defined(__x86_64__)
@@ -187,21 +214,32 @@ TEST(Fast, KernelsAreThoseThatTheProcessorRuns) {
     // What would be a shift is not one in the middle of a pair.
     for (std::size_t at = 1; at < fast::chunk_bytes - 4; at += 2) {
         const std::string in = std::string(2 * fast::chunk_bytes, '!').replace(at, 2, "~}");
-        for (std::size_t i = 0; list[i]->has_blocks; ++i) {
+        for (std::size_t i = 0; list[i]->decode_utf8 != nullptr; ++i) {
             u16 codes[4 * fast::chunk_codes];
             const fast::split_shifts by{{{'~', '{'}, 2}, {{'~', '}'}, 2}, 0, 0xC000};
             EXPECT_EQ(list[i]->split_shifted(test::bytes_of(in).data(), 2, by, codes).bytes,
                       at - 1);
         }
     }
-    // UTF-8 in too many bytes ends a block: the rules read it, strict conversion does not.
-    for (const std::string form : {"\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE0\x9F\xBF"}) {
-        for (std::size_t i = 0; list[i]->has_blocks; ++i) {
+    // UTF-8 in too many bytes ends a block: the rules read it, strict conversion does not. So does
+    // what is no UTF-8, whatever single bytes its characters would be.
+    static fast::entry_word entries[fast::key_count];
+    std::ranges::fill(entries, fast::one_byte | 'x');
+    for (const std::string form : {"\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xE0\x9F\xBF", "\xBF",
+                                   "\xC2", "\xE0\xA0", "\xC2\xC2\x80", "\xF0\x90\x80\x80"}) {
+        for (std::size_t i = 0; list[i]->decode_utf8 != nullptr; ++i) {
             for (std::size_t at = 0; at + 3 < 2 * fast::chunk_bytes; ++at) {
                 u16 scalars[4 * fast::chunk_codes];
                 const std::string in =
                     std::string(2 * fast::chunk_bytes, 'a').replace(at, form.size(), form);
                 ASSERT_LE(list[i]->decode_utf8(test::bytes_of(in).data(), 2, scalars).bytes, at);
+                fast::byte_tables tables{};
+                tables.pages[0] = 0x20;
+                u8 out[4 * fast::chunk_bytes];
+                const fast::ascii_run run{
+                    test::bytes_of(in).data(), in.size(), out, sizeof out, {}};
+                ASSERT_TRUE(list[i]->utf8_to_bytes == nullptr ||
+                            list[i]->utf8_to_bytes(entries, run, tables).read == at);
             }
         }
     }

@@ -104,8 +104,7 @@ reading_result read_unicode(pvzan_converter& c, const view& text) {
     return read;
 }
 
-// ---- Codes whose meaning sequences before them change
-// ---------------------------------------------
+// ---- Codes whose meaning sequences before them change -------------------------------------------
 
 reading_result read_scanned(pvzan_converter& c, const view& text) {
     const scanned next =

@@ -55,7 +55,9 @@ public:
         : p_(p), r_(r), reader_(p, r.in_state), target_(p.plan.target_unit),
           to_(p.plan.target_states.codes),
           at_hand_(to_ != nullptr ? set_at_hand(*to_, r.out_state) : 0),
-          has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)) {
+          has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)),
+          has_blocks_(p.plan.single_bytes || reads_blocks(p)) {
+        tables_.made = false;
         for (std::size_t set = 0; to_ != nullptr && set < ways_.size(); ++set) {
             ways_[set].from = 0;
         }
@@ -68,9 +70,8 @@ public:
         const std::conditional_t<has_states, const Reader&, const Reader> reader = reader_;
         const u8* const in_end = r_.in_end;
         const u8* const in_stop = in_end - std::min(Reader::longest - 1, in_end - now.in);
-        const bool has_blocks =
-            p.kernel->has_blocks && in_end - now.in >= std::ptrdiff_t{chunk_bytes};
-        const u8* next_block = has_blocks ? now.in : in_end;
+        const u8* next_block =
+            has_blocks_ && in_end - now.in >= std::ptrdiff_t{chunk_bytes} ? now.in : in_end;
         const bool in_run = has_runs_;
         while (now.in < in_stop || is_whole(now.in)) {
             if constexpr (has_states) {
@@ -120,6 +121,10 @@ public:
 
 private:
     static constexpr bool has_states = Reader::has_states;
+    static bool reads_blocks(const pair& p) {
+        return Reader::reads_blocks(*p.kernel) &&
+               (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
+    }
     // Whether there is a character, and not a cut one.
     bool is_whole(const u8* in) const {
         const auto left = static_cast<std::size_t>(r_.in_end - in);
@@ -261,6 +266,12 @@ private:
     // Converts as much of the current block as is independent of the rest; false if that is
     // nothing.
     bool block() {
+        if (p_.plan.single_bytes && bytes_at_once()) {
+            return true;
+        }
+        if (!reads_blocks(p_)) {
+            return false;
+        }
         const std::ptrdiff_t room = r_.out_end - r_.out;
         if (to_ != nullptr && room < block_margin) {
             next_block_ = r_.in_end;
@@ -307,6 +318,34 @@ private:
             r_.last = codes[n - 1];
         }
         return true;
+    }
+
+    // Converts from single bytes, or to them from UTF-8, as far as that is possible at once.
+    bool bytes_at_once() {
+        if constexpr (!has_states && Reader::unit_bytes == 1) {
+            const fast::ascii_run run{r_.in, static_cast<std::size_t>(r_.in_end - r_.in), r_.out,
+                                      static_cast<std::size_t>(r_.out_end - r_.out),
+                                      target_.bytes == 1 ? p_.plain_ascii.load() : byte_set{}};
+            const auto kernel = Reader::scalars ? p_.kernel->utf8_to_bytes : p_.kernel->put_bytes;
+            if (kernel == nullptr || (run.in_size < worth_tables && !tables_.made)) {
+                next_block_ = r_.in_end;
+                return false;
+            }
+            for (std::size_t i = 0; !tables_.made && i < std::size(tables_.pages); ++i) {
+                tables_.pages[i] = p_.pages[i].load(std::memory_order_relaxed);
+            }
+            const bytes_put put = kernel(p_.entries, run, tables_);
+            r_.in += put.read;
+            r_.out += put.written;
+            r_.characters += static_cast<u32>(Reader::scalars ? put.written : put.read);
+            if constexpr (!Reader::scalars) {
+                r_.before_last = put.read > 1 ? r_.in[-2] : r_.last;
+                r_.last = put.read > 0 ? r_.in[-1] : r_.last;
+            }
+            next_block_ = r_.in + behind_fault;
+            return put.read > 0;
+        }
+        return false;
     }
 
     // Converts a block to several sets.
@@ -365,6 +404,12 @@ private:
     u32 at_hand_;       // the set that needs no sequences; 0: none
     std::array<known_way, iso2022::most_sets + 1> ways_; // by set, the last ones found
     bool has_runs_;                                      // of ASCII, which is faster without blocks
+    bool has_blocks_;
+    // Input that is worth making tables for, and how far behind a character that lacks in them
+    // they are tried again.
+    static constexpr std::size_t worth_tables = 256;
+    static constexpr std::ptrdiff_t behind_fault = 8;
+    byte_tables tables_;
     const u8* next_block_ = nullptr;
     std::size_t chunks_ = 1;        // number to read for the next block
     const u8* behind_cr_ = nullptr; // place where a line feed is dropped

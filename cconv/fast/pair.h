@@ -113,8 +113,10 @@ constexpr u32 single_key(bool eight_bits, u32 number) {
 struct plan {
     const codec_traits *source, *target;
     fast::reader reader;
-    bool by_form;    // between Unicode charsets: blocks are converted by changing the form
-    bool normalises; // line breaks are converted
+    bool by_form;      // between Unicode charsets: blocks are converted by changing the form
+    bool single_bytes; // the source's codes or, from UTF-8, the target's
+    bool normalises;   // line breaks are converted
+    u8 single_shift;   // begins three bytes; 0: there is none
     ascii_unit source_unit, target_unit; // of ASCII
     u16 stops[9];                        // values that are not converted by form
     u32 stop_count;
@@ -221,6 +223,8 @@ struct pair {
     // By lead byte: 0: not asked, 1: a character by itself, 2: with the byte after it, 3: with two.
     std::atomic<u8> lead_length[256];
     atomic_byte_set leads; // those of length 2
+    // Pages of 64 scalars beyond ASCII, the first ones with single bytes among their entries.
+    std::atomic<u16> pages[byte_tables::most_pages];
 
     answer* answers[key_count / answers_at_once];
     std::atomic<u16> answer_at[key_count]; // 0: none

@@ -11,9 +11,9 @@ namespace fast {
 
 namespace {
 
-bool all_two_bytes_wide(const charset_group* group) {
+bool all_wide(const charset_group* group, u32 bytes) {
     for (const basic_set* set : member_sets(group)) {
-        if (set->byteNum != 2) {
+        if (set->byteNum != bytes) {
             return false;
         }
     }
@@ -33,6 +33,23 @@ bool widths_ascend(const charset_group* group) {
     return !member_sets(group).empty();
 }
 
+// The byte that all codes of three bytes begin with, if their sets say so.
+u8 single_shift_of(const charset_group* group) {
+    u32 shift = no_single_shift;
+    for (const basic_set* set : member_sets(group)) {
+        const bool three = set->byteNum == 3;
+        for (const limit* range : items_of<limit>(three ? set->defined->ranges : nullptr)) {
+            const u32 lead = range->low >> 16;
+            if (lead < 0x80 || lead != range->high >> 16 ||
+                (shift != no_single_shift && lead != shift)) {
+                return no_single_shift;
+            }
+            shift = lead;
+        }
+    }
+    return static_cast<u8>(shift);
+}
+
 constexpr ascii_unit single_bytes{1, true};
 
 charset_states states_of(const charset_group* group, const codec_traits& codec) {
@@ -43,12 +60,14 @@ charset_states states_of(const charset_group* group, const codec_traits& codec) 
 // Plans how source characters are distinguished, and their units; false if the rules are needed.
 bool plan_reading(const session* s, plan& p) {
     const bool big = s->source.srcBigEndian != 0;
-    const bool pairs = all_two_bytes_wide(s->srcGroup);
+    const bool pairs = all_wide(s->srcGroup, 2);
     const auto read_by = [&](fast::reader how, ascii_unit unit) {
         p.reader = how;
         p.source_unit = unit;
         return true;
     };
+    p.single_shift =
+        p.source->read == reading::sets ? single_shift_of(s->srcGroup) : p.source->single_shift;
     switch (p.source->read) {
     case reading::lead_byte: return read_by(reader::lead_bytes, single_bytes);
     case reading::pairs: return read_by(reader::units, {2, true});
@@ -148,6 +167,8 @@ bool make_plan(const session* s, plan& made) {
     made.normalises = s->target.convertNewline != 0;
     made.by_form = made.source->form != unicode_form::none && is_plain_unicode(s->srcGroup) &&
                    made.target->form != unicode_form::none && is_plain_unicode(s->dstGroup);
+    made.single_bytes = made.target_states.codes == nullptr &&
+                        all_wide(made.reader == reader::utf8 ? s->dstGroup : s->srcGroup, 1);
     set_stops(made);
     return true;
 }

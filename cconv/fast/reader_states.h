@@ -96,6 +96,7 @@ public:
                                     : now_.first_pair | seven_bit_key(p);
     }
 
+    static bool reads_blocks(const kernels& k) { return k.split_shifted != nullptr; }
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* codes) const {
         if (!p_.plan.eight_bits) {
             return p_.kernel->split_shifted(p, chunks, shifts(), codes);

@@ -49,7 +49,7 @@ struct lead_byte_reader {
     static constexpr stop stop_without_length = stop::unknown;
 
     lead_byte_reader(const pair& with, u32)
-        : p_(with), by_{with.leads.load(), with.plan.source->single_shift} {}
+        : p_(with), by_{with.leads.load(), with.plan.single_shift} {}
     [[nodiscard]] static bool is_ascii(const u8* p) { return *p < 0x80; }
     [[nodiscard]] u32 length(const u8* p, std::size_t left) const {
         const u32 length = p_.lead_length[*p].load(std::memory_order_relaxed);
@@ -57,6 +57,7 @@ struct lead_byte_reader {
     }
     [[nodiscard]] static u32 key(const u8* p, u32 length) { return lead_byte_key(p, length); }
 
+    static bool reads_blocks(const kernels& k) { return k.split_codes != nullptr; }
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* codes) const {
         return p_.kernel->split_codes(p, chunks, by_, codes);
     }
@@ -93,6 +94,7 @@ struct utf8_reader {
     }
     [[nodiscard]] static u32 key(const u8* p, u32 length) { return utf8_key(p, length); }
 
+    static bool reads_blocks(const kernels& k) { return k.decode_utf8 != nullptr; }
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* scalars_read) const {
         return p_.kernel->decode_utf8(p, chunks, scalars_read);
     }
@@ -131,6 +133,7 @@ struct unit_reader {
     }
     [[nodiscard]] static u32 key(const u8* p, u32) { return code(p) % key_count; }
 
+    static bool reads_blocks(const kernels& k) { return Bytes == 2 || k.narrow_quads != nullptr; }
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* units) const {
         constexpr std::size_t step = chunk_bytes / Bytes;
         std::size_t n = 0;

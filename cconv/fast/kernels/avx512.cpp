@@ -144,11 +144,225 @@ MACHINE block_written put_entries(const entry_word* entries, const u16* codes, s
     return {count, static_cast<std::size_t>(out - begin)};
 }
 
+// ---- Single bytes ------------------------------------------------------------------------------
+
+MACHINE inline quads_v load_entries(const entry_word* entries) {
+    u32 packed[lanes];
+    for (std::size_t i = 0; i < lanes; ++i) {
+        packed[i] = entries[i].load(std::memory_order_relaxed);
+    }
+    return load<quads_v>(packed);
+}
+
+MACHINE inline void store_low_bytes(quads_v quads, u8* out) {
+    store(out, _mm512_cvtepi32_epi8(raw(quads)));
+}
+
+MACHINE inline __m512i row_of(const byte_tables& tables, std::size_t row) {
+    return _mm512_load_si512(tables.rows[row]);
+}
+
+// What two rows hold for the low seven bits of each byte.
+MACHINE inline __m512i look_up(const byte_tables& tables, std::size_t row, bytes_v bytes) {
+    return _mm512_permutex2var_epi8(row_of(tables, row), raw(bytes), row_of(tables, row + 1));
+}
+// And the next two rows, for those from 80 on.
+MACHINE inline __m512i look_up_all(const byte_tables& tables, std::size_t row, bytes_v bytes) {
+    return _mm512_mask_blend_epi8(at_least<0x80>(bytes), look_up(tables, row, bytes),
+                                  look_up(tables, row + 2, bytes));
+}
+
+// Copies some vectors that hold nothing else but plain ASCII, which is worth a look every so often.
+struct plain_copy {
+    static constexpr std::size_t vectors = 4, size = vectors * vector_bytes;
+    outside_table plain;
+    std::size_t next = 0;
+
+    MACHINE bool copies(const ascii_run& run, std::size_t at, std::size_t written) {
+        if (at < next || at + size > run.in_size || written + size > run.out_size) {
+            return false;
+        }
+        next = at + size;
+        return convert_vectors<1, 1, false, vectors>(run.in + at, run.out + written, plain) == 0;
+    }
+};
+
+// Of 64 characters: their bytes and lengths, in the order in which unpacking draws them together.
+struct character_parts {
+    __m512i first, second, third, lengths;
+};
+MACHINE inline __m512i in_drawing_order(__m512i v) {
+    return _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 4, 1, 5, 2, 6, 3, 7), v);
+}
+MACHINE inline __m512i in_text_order(__m512i v) {
+    return _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), v);
+}
+
+// Writes 32 characters of at most two bytes.
+MACHINE inline u8* draw_pairs(__m512i pairs, __m512i lengths, u8* out) {
+    const u64 keep = _mm512_cmpgt_epi8_mask(lengths, _mm512_set1_epi16(0x0100));
+    _mm512_storeu_si512(out, _mm512_maskz_compress_epi8(keep, pairs));
+    return out + std::popcount(keep);
+}
+// Writes 32 characters, given two of their bytes at a time.
+MACHINE inline u8* draw_threes(__m512i pairs, __m512i rest, u8* out) {
+    const __m512i even = _mm512_unpacklo_epi16(pairs, rest),
+                  odd = _mm512_unpackhi_epi16(pairs, rest),
+                  first = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11),
+                  second = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
+    out = draw_bytes(reinterpret_cast<quads_v>(_mm512_permutex2var_epi64(even, first, odd)), out);
+    return draw_bytes(reinterpret_cast<quads_v>(_mm512_permutex2var_epi64(even, second, odd)), out);
+}
+MACHINE inline u8* draw_characters(const character_parts& of, u8* out) {
+    const __m512i low = _mm512_unpacklo_epi8(of.first, of.second),
+                  high = _mm512_unpackhi_epi8(of.first, of.second);
+    if (at_least<3>(reinterpret_cast<bytes_v>(of.lengths)) == 0) {
+        out = draw_pairs(low, _mm512_unpacklo_epi8(of.lengths, of.lengths), out);
+        return draw_pairs(high, _mm512_unpackhi_epi8(of.lengths, of.lengths), out);
+    }
+    out = draw_threes(low, _mm512_unpacklo_epi8(of.third, of.lengths), out);
+    return draw_threes(high, _mm512_unpackhi_epi8(of.third, of.lengths), out);
+}
+
+// The rows hold the first, second and third bytes of all characters, and their lengths.
+MACHINE void make_planes(const entry_word* entries, byte_tables& tables) {
+    for (std::size_t i = 0; i < 0x100; i += lanes) {
+        const quads_v packed = load_entries(entries + i);
+        for (std::size_t plane = 0; plane < 4; ++plane) {
+            u8* const row = tables.rows[4 * plane + i / vector_bytes];
+            store_low_bytes(packed >> static_cast<u32>(8 * plane), row + i % vector_bytes);
+        }
+    }
+    tables.made = true;
+}
+
+MACHINE bytes_put put_bytes(const entry_word* entries, const ascii_run& run, byte_tables& tables) {
+    constexpr std::size_t most_written = 4 * vector_bytes; // or touched
+    if (!tables.made) {
+        make_planes(entries, tables);
+    }
+    plain_copy plain{table_of(run.plain)};
+    std::size_t at = 0, written = 0;
+    while (at < run.in_size && written + most_written <= run.out_size) {
+        if (plain.copies(run, at, written)) {
+            at += plain.size;
+            written += plain.size;
+            continue;
+        }
+        const std::size_t size = std::min(vector_bytes, run.in_size - at);
+        const auto bytes =
+            reinterpret_cast<bytes_v>(in_drawing_order(raw(load_some(run.in + at, size))));
+        const u64 high = at_least<0x80>(bytes);
+        const bool is_plain = (at_least<0x80>(ascii_marks(bytes, plain.plain)) & ~high) == 0;
+        character_parts parts =
+            is_plain
+                ? character_parts{_mm512_mask_blend_epi8(high, raw(bytes),
+                                                         look_up(tables, 2, bytes)),
+                                  look_up(tables, 6, bytes), look_up(tables, 10, bytes),
+                                  _mm512_mask_blend_epi8(high, _mm512_set1_epi8(1),
+                                                         look_up(tables, 14, bytes))}
+                : character_parts{look_up_all(tables, 0, bytes), look_up_all(tables, 4, bytes),
+                                  look_up_all(tables, 8, bytes), look_up_all(tables, 12, bytes)};
+        u64 faults = _mm512_testn_epi8_mask(parts.lengths, parts.lengths);
+        if (faults != 0 || size < vector_bytes) {
+            const __m512i lengths = in_text_order(parts.lengths);
+            faults = _mm512_testn_epi8_mask(lengths, lengths) | ~first_places(size);
+            parts.lengths =
+                in_drawing_order(_mm512_maskz_mov_epi8((faults & -faults) - 1, lengths));
+        }
+        u8* const out = run.out + written;
+        const u8* const end = draw_characters(parts, out);
+        written += static_cast<std::size_t>(end - out);
+        if (faults != 0) {
+            at += static_cast<std::size_t>(std::countr_zero(faults));
+            break;
+        }
+        at += vector_bytes; // which does not wait for the tables
+    }
+    return {at, written};
+}
+
+// The rows hold what is written for ASCII and for each page.
+MACHINE void make_pages(const entry_word* entries, byte_tables& tables) {
+    for (std::size_t row = 0; row < 2 + std::size(tables.pages); ++row) {
+        const std::size_t page = row < 2 ? row : tables.pages[row - 2];
+        for (std::size_t i = 0; i < vector_bytes; i += lanes) {
+            const quads_v packed = load_entries(entries + vector_bytes * page + i);
+            const bool none = row >= 2 && page == 0;
+            store_low_bytes(packed >> 24 == 1 && !none ? packed : quads_v{}, tables.rows[row] + i);
+        }
+    }
+    tables.made = true;
+}
+
+MACHINE bytes_put utf8_to_bytes(const entry_word* entries, const ascii_run& run,
+                                byte_tables& tables) {
+    if (!tables.made) {
+        make_pages(entries, tables);
+    }
+    plain_copy plain{table_of(run.plain)};
+    u64 ends_before = 0, middles_before = 0; // that leads of the vector before are waiting for
+    std::size_t at = 0, whole = 0, written = 0;
+    while (at < run.in_size && written + vector_bytes <= run.out_size) {
+        if (ends_before == 0 && plain.copies(run, at, written)) {
+            whole = at += plain.size;
+            written += plain.size;
+            continue;
+        }
+        const u8* const in = run.in + at;
+        const std::size_t size = std::min(vector_bytes, run.in_size - at);
+        const auto bytes = load_some(in, size);
+        const u64 there = first_places(size), not_first = at > 0 ? ~u64{0} : ~u64{0} << 2;
+        const __m512i before = _mm512_maskz_loadu_epi8(there & (not_first | 2), in - 1),
+                      two_before = _mm512_maskz_loadu_epi8(there & not_first, in - 2);
+        const u64 beyond = at_least<0x80>(bytes), from_c0 = at_least<0xC0>(bytes),
+                  three = at_least<0xE0>(bytes), two = from_c0 & ~three;
+        const u64 long_ends = (two << 1 | three << 2 | ends_before) & there;
+        const u64 middles = (three << 1 | middles_before) & there,
+                  ends = (long_ends | ~beyond) & there;
+        __m512i found = _mm512_maskz_permutex2var_epi8(~beyond, row_of(tables, 0), raw(bytes),
+                                                       row_of(tables, 1));
+        u64 rest = long_ends;
+        for (std::size_t some = 0; rest != 0 && some < std::size(tables.pages); some += 4) {
+#pragma GCC unroll 4
+            for (std::size_t i = some; i < some + 4; ++i) {
+                const u32 page = tables.pages[i];
+                const auto lead =
+                    static_cast<char>(page < 0x20 ? 0xC0 | page : 0x80 | (page & 0x3F));
+                u64 here = _mm512_mask_cmpeq_epi8_mask(long_ends, before, _mm512_set1_epi8(lead));
+                if (page >= 0x20) {
+                    here = _mm512_mask_cmpeq_epi8_mask(
+                        here, two_before, _mm512_set1_epi8(static_cast<char>(0xE0 | page >> 6)));
+                }
+                rest &= ~here;
+                found =
+                    _mm512_mask_permutexvar_epi8(found, here, raw(bytes), row_of(tables, 2 + i));
+            }
+        }
+        const u64 lacking = ends & _mm512_testn_epi8_mask(found, found);
+        const u64 wrong = lacking | ((beyond & ~from_c0) ^ (long_ends | middles));
+        const u64 keep = ends & ((wrong & -wrong) - 1);
+        _mm512_storeu_si512(run.out + written, _mm512_maskz_compress_epi8(keep, found));
+        written += static_cast<std::size_t>(std::popcount(keep));
+        whole = keep != 0 ? at + vector_bytes - static_cast<std::size_t>(std::countl_zero(keep))
+                          : whole;
+        if (wrong != 0) {
+            break;
+        }
+        ends_before = two >> 63 | three >> 62;
+        middles_before = three >> 63;
+        at += vector_bytes;
+    }
+    return {whole, written};
+}
+
 } // namespace
 
 constinit const kernels avx512_kernels = [] {
     kernels k = vector_kernels("avx512");
     k.put_entries = put_entries;
+    k.put_bytes = put_bytes;
+    k.utf8_to_bytes = utf8_to_bytes;
     return k;
 }();
 

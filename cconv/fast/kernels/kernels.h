@@ -71,6 +71,17 @@ struct split_by {
     u8 single_shift;
 };
 
+// Tables for vectors, made from entries. They stay right, because entries do.
+struct byte_tables {
+    static constexpr std::size_t most_pages = 12;
+    bool made;
+    u16 pages[most_pages]; // of 64 scalars each: the number of the first one / 64; 0: none
+    alignas(64) u8 rows[16][64];
+};
+struct bytes_put {
+    std::size_t read, written;
+};
+
 // A sequence that shifts, of at most four bytes; without length: none.
 struct shift_sequence {
     std::array<u8, 4> bytes;
@@ -85,7 +96,6 @@ struct split_shifts {
 
 struct kernels {
     const char* name;
-    bool has_blocks; // else going character by character is faster
 
     // Each returns the number of characters that the run begins with and the output has room for.
     // They touch nothing outside of input and output; output behind what is counted may be written.
@@ -101,6 +111,16 @@ struct kernels {
     // else; may touch kernel_margin bytes behind that.
     block_written (*put_entries)(const entry_word* entries, const u16* codes, std::size_t count,
                                  u8* out);
+
+    // For charsets of single bytes: convert what the run holds up to the first character whose
+    // entry says something else, or close to the end of the output. Null where there are none.
+
+    // From single bytes.
+    bytes_put (*put_bytes)(const entry_word* entries, const ascii_run& run,
+                           byte_tables& tables) = nullptr;
+    // From UTF-8 to single bytes other than 0, of ASCII and of the pages that the tables name.
+    bytes_put (*utf8_to_bytes)(const entry_word* entries, const ascii_run& run,
+                               byte_tables& tables) = nullptr;
 
     // For blocks: null where there are none.
 
@@ -132,6 +152,10 @@ struct kernels {
 // put_entries for any machine.
 block_written put_one_by_one(const entry_word* entries, const u16* codes, std::size_t count,
                              u8* out);
+
+// put_bytes for any machine.
+bytes_put put_bytes_one_by_one(const entry_word* entries, const ascii_run& run,
+                               byte_tables& tables);
 
 extern const kernels portable_kernels, avx2_kernels, avx512_kernels;
 

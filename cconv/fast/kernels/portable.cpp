@@ -122,6 +122,16 @@ std::size_t narrow_ascii(const ascii_run& run, ascii_unit source) {
                              : convert_ascii<u32, u8>(run, swapped(source));
 }
 
+bool is_ascii(const u8* in, std::size_t size) {
+    u64 all = 0;
+    for (std::size_t at = 0; at < size; at += sizeof all) {
+        u64 some;
+        std::memcpy(&some, in + at, sizeof some);
+        all |= some;
+    }
+    return (all & 0x8080808080808080) == 0;
+}
+
 void store_packed(u32 packed, u8* out) {
     const u32 bytes = std::endian::native == std::endian::big ? __builtin_bswap32(packed) : packed;
     std::memcpy(out, &bytes, sizeof bytes);
@@ -156,15 +166,39 @@ block_written put_one_by_one(const entry_word* entries, const u16* codes, std::s
     return written;
 }
 
+// Stops where a run of ASCII begins, for which there are kernels of its own.
+bytes_put put_bytes_one_by_one(const entry_word* entries, const ascii_run& run, byte_tables&) {
+    constexpr std::size_t some = 64;
+    const u8 *in = run.in, *const in_end = in + run.in_size;
+    u8 *out = run.out, *const out_stop = out + run.out_size - std::min(run.out_size, 4 * some);
+    u32 packed = one_byte;
+    while (in < in_end && packed >= one_byte && out < out_stop) {
+        const u8* const end = in + std::min(some, static_cast<std::size_t>(in_end - in));
+        if (end == in + some && run.plain.has(*in) && is_ascii(in, some)) {
+            break;
+        }
+        for (; in < end; ++in) {
+            packed = entries[*in].load(std::memory_order_relaxed);
+            if (packed < one_byte) {
+                break;
+            }
+            store_packed(packed, out);
+            out += packed / one_byte;
+        }
+    }
+    return {static_cast<std::size_t>(in - run.in), static_cast<std::size_t>(out - run.out)};
+}
+
 const kernels portable_kernels = {
     .name = "portable",
-    .has_blocks = false,
     .copy_ascii = copy_ascii,
     .copy_and_count = copy_and_count,
     .widen_ascii = widen_ascii,
     .narrow_ascii = narrow_ascii,
     .count_breaks = count_breaks,
     .put_entries = put_one_by_one,
+    .put_bytes = put_bytes_one_by_one,
+    .copy_units = copy_units,
 };
 
 } // namespace fast
