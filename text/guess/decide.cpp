@@ -241,7 +241,8 @@ bool is_sure(const pvzan_guesser& g, const candidate& best, std::span<candidate*
         return false;
     }
     // Sequences of two bytes may be chance where there are few.
-    const bool few = best.beyond <= 2 && best.long_ones == 0;
+    const bool odd = g.offset < in_a_text && best.odd >= best.long_ones;
+    const bool few = best.beyond <= 2 && (best.long_ones == 0 || odd);
     const bool utf8 =
         best.name.kind == PVZAN_KIND_UTF_8 && (!few || (!best.by_chance && g.offset >= in_a_text));
     if (utf8 || rival == nullptr || rival->text_faults > 1) {

@@ -34,7 +34,7 @@ struct candidate {
     u32 faults = 0;                 // in the evidence
     u32 characters = 0, beyond = 0; // of the evidence, and those beyond ASCII
     u32 odd = 0;                    // those of them that are private use and the like
-    u32 long_ones = 0;              // those that are not odd and take three bytes in UTF-8 or four
+    u32 long_ones = 0;              // those of them from U+0800 on, which take three bytes in UTF-8
     u64 hash = 0;                   // of its reading
     std::size_t first_fault = 0;    // of the evidence
     u64 fault_at = nowhere;         // of the text

@@ -27,8 +27,8 @@ public:
         ++c_.characters;
         c_.beyond += scalar >= 0x80 ? 1 : 0;
         const bool odd = one.what == kind::odd;
-        c_.by_chance = c_.by_chance || (scalar >= 0x100 && (scalar < 0x800 || odd));
-        c_.long_ones += scalar >= 0x800 && !odd ? 1 : 0;
+        c_.by_chance = c_.by_chance || (scalar >= 0x100 && scalar < 0x800);
+        c_.long_ones += scalar >= 0x800 ? 1 : 0;
         c_.odd += odd ? 1 : 0;
     }
     // Whether to go on.
@@ -128,9 +128,13 @@ i32 prior_of(const pvzan_guesser& g, const candidate& c) {
     // and by themselves more than in a text of ASCII; more of them hardly.
     constexpr u32 for_each = 4 * bit, most = 10, few = 2;
     if (c.name.kind == PVZAN_KIND_UTF_8 && c.beyond > 0) {
-        const bool by_itself = g.offset < in_a_text && c.beyond <= few && c.long_ones == 0;
-        const bool by_chance = c.by_chance && c.beyond <= few;
-        const u32 bits = by_chance ? (by_itself ? 8 : 12) : by_itself ? 15 : 20;
+        const bool word = g.offset < in_a_text && c.beyond <= few;
+        const bool odd = word && c.odd >= c.long_ones;
+        const bool by_itself = odd || (word && c.long_ones == 0);
+        const bool by_chance = (c.by_chance || (odd && c.odd > 0)) && c.beyond <= few;
+        constexpr u64 long_text = 1024; // in which legacy charsets would show more of themselves
+        const u32 in_text = g.offset >= long_text ? 24 : 12;
+        const u32 bits = by_chance ? (by_itself ? 8 : in_text) : by_itself ? 15 : 20;
         return -static_cast<i32>(bits * bit + for_each * (std::min(c.beyond, most) - 1));
     }
     return static_cast<i32>(c.row.rare * bit);
