@@ -69,6 +69,7 @@ public:
         const pair& p = p_; // copies that output cannot overwrite
         const std::conditional_t<has_states, const Reader&, const Reader> reader = reader_;
         const u8* const in_end = r_.in_end;
+        const u8* const out_end = r_.out_end;
         const u8* const in_stop = in_end - std::min(Reader::longest - 1, in_end - now.in);
         const u8* next_block =
             has_blocks_ && in_end - now.in >= std::ptrdiff_t{chunk_bytes} ? now.in : in_end;
@@ -100,11 +101,11 @@ public:
             // table.
             if (length == Reader::usual_length) [[likely]] {
                 const u32 key = reader.key(now.in, Reader::usual_length);
-                if (!step(p, now, key, Reader::usual_length)) {
+                if (!step(p, now, out_end, key, Reader::usual_length)) {
                     break;
                 }
             } else if (length != 0) {
-                if (!step(p, now, reader.key(now.in, length), length)) {
+                if (!step(p, now, out_end, reader.key(now.in, length), length)) {
                     break;
                 }
                 if constexpr (has_states) {
@@ -139,11 +140,12 @@ private:
     }
 
     // Converts one character; false if the run ends.
-    [[gnu::always_inline]] bool step(const pair& p, progress& now, u32 key, u32 length) {
+    [[gnu::always_inline]] bool step(const pair& p, progress& now, const u8* out_end, u32 key,
+                                     u32 length) {
         const entry e = p.entry_of(key);
         const u32 size = e.length();
         if (e.is_short_in(at_hand_) &&
-            r_.out_end - now.out >= static_cast<std::ptrdiff_t>(sizeof e.packed)) [[likely]] {
+            out_end - now.out >= static_cast<std::ptrdiff_t>(sizeof e.packed)) [[likely]] {
             store_low_first(e.packed, now.out);
             now.out += size;
         } else {
