@@ -453,27 +453,6 @@ TEST(Utf7, EveryShortText) {
     EXPECT_EQ(from_utf7("a+2D0AYQ-", 100), expected(2, U"a")); // half a pair before another letter
 }
 
-// Every character, as another converter writes it, in runs of all lengths.
-TEST(Utf7, EveryCharacter) {
-    test::oracle to_utf7("UTF-8", "UTF-7");
-    if (!to_utf7.available()) {
-        GTEST_SKIP() << "no UTF-7 here";
-    }
-    std::mt19937 random(7);
-    std::u32string text;
-    for (char32_t c = 1; c <= 0x10FFFF; c += c == 0xD7FF ? 0x801 : 1) {
-        text += c;
-        if (random() % 5 == 0) {
-            text += static_cast<char32_t>('!' + random() % 94);
-        }
-        if (text.size() >= 500 || c == 0x10FFFF) {
-            const std::string utf7 = to_utf7(test::utf8(text)).value();
-            ASSERT_EQ(from_utf7(utf7, static_cast<std::int32_t>(text.size())), expected(0, text));
-            text.clear();
-        }
-    }
-}
-
 TEST(StandAlone, NullPointers) {
     std::uint8_t in[] = {'a', 0};
     std::uint32_t out = 7, count = 7;

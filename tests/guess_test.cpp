@@ -137,13 +137,12 @@ TEST(Guess, ReadsToTheEnd) {
     }
 }
 
-// What only comes when the first words were weighed decides between charsets that read these alike.
+// A byte that first occurs after the words that are weighed decides between charsets that read those
+// words alike.
 TEST(Guess, WeighsBytesThatComeLate) {
     std::string text;
-    for (int i = 0; i < 1500; ++i) {
-        text += "Gr\x94\xE1"
-                "e" +
-                std::to_string(i) + " ";
+    for (int i = 0; i < 1500; ++i) { // a word that is repeated would count only twice
+        text += "Gr\x94\xE1" + std::to_string(i) + " ";
     }
     EXPECT_EQ(guess(text + "\n", "C").charset, "CP850");
     EXPECT_EQ(guess(text + "kostet 5 \xD5 heute\n", "C").charset, "CP858"); // the euro sign
