@@ -137,8 +137,8 @@ TEST(Guess, ReadsToTheEnd) {
     }
 }
 
-// A byte that first occurs after the words that are weighed decides between charsets that read those
-// words alike.
+// A byte that first occurs after the words that are weighed decides between charsets that read
+// those words alike.
 TEST(Guess, WeighsBytesThatComeLate) {
     std::string text;
     for (int i = 0; i < 1500; ++i) { // a word that is repeated would count only twice
