@@ -265,18 +265,6 @@ void note_ascii(pair& p, u32 c, const answer& a) {
     }
 }
 
-void note_page(pair& p, u32 page) {
-    for (std::atomic<u16>& noted : p.pages) {
-        const u32 number = noted.load(std::memory_order_relaxed);
-        if (number == 0) {
-            noted.store(static_cast<u16>(page), std::memory_order_relaxed);
-        }
-        if (number == 0 || number == page) {
-            break;
-        }
-    }
-}
-
 void note_lead(pair& p, u8 lead, std::size_t length) {
     if (length == 2) {
         p.leads.add(lead);
@@ -294,10 +282,6 @@ bool store(pair& p, u32 key, const answer& a) {
     const bool fits = a.length <= entry::most_bytes && a.codes == 1 && !a.is_cr && !a.is_lf;
     const u32 packed = u32{a.set} << 28 | u32{a.length} << 24 | static_cast<u32>(a.bytes);
     p.entries[key].store(fits ? packed : number, std::memory_order_relaxed);
-    if (p.plan.reader == reader::utf8 && p.plan.single_bytes && fits && a.length == 1 &&
-        key >= 0x80) {
-        note_page(p, key / 64);
-    }
     return true;
 }
 

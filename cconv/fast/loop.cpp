@@ -56,7 +56,8 @@ public:
           to_(p.plan.target_states.codes),
           at_hand_(to_ != nullptr ? set_at_hand(*to_, r.out_state) : 0),
           has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)),
-          has_blocks_(p.plan.single_bytes || reads_blocks(p)) {
+          next_at_once_(goes_at_once(p) ? r.in : r.in_end),
+          has_blocks_(goes_at_once(p) || reads_blocks(p)) {
         tables_.made = false;
         for (std::size_t set = 0; to_ != nullptr && set < ways_.size(); ++set) {
             ways_[set].from = 0;
@@ -71,8 +72,10 @@ public:
         const u8* const in_end = r_.in_end;
         const u8* const out_end = r_.out_end;
         const u8* const in_stop = in_end - std::min(Reader::longest - 1, in_end - now.in);
-        const u8* next_block =
-            has_blocks_ && in_end - now.in >= std::ptrdiff_t{chunk_bytes} ? now.in : in_end;
+        const u8* next_block = // kernels look at bytes before it
+            has_blocks_ && in_end - now.in >= std::ptrdiff_t{chunk_bytes}
+                ? now.in + (Reader::longest - 1)
+                : in_end;
         const bool in_run = has_runs_;
         while (now.in < in_stop || is_whole(now.in)) {
             if constexpr (has_states) {
@@ -125,6 +128,12 @@ private:
     static bool reads_blocks(const pair& p) {
         return Reader::reads_blocks(*p.kernel) &&
                (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
+    }
+    // Whether a kernel converts its input to output without blocks.
+    static bool goes_at_once(const pair& p) {
+        return Reader::scalars ? p.kernel->put_utf8 != nullptr && p.plan.target_unit.bytes == 1 &&
+                                     p.plan.target_states.codes == nullptr && !p.plan.by_form
+                               : p.kernel->put_bytes != nullptr && p.plan.single_bytes;
     }
     // Whether there is a character, and not a cut one.
     bool is_whole(const u8* in) const {
@@ -255,29 +264,44 @@ private:
         if constexpr (has_states) {
             reader_.took(r_.in, n);
         }
-        r_.in += n * Reader::unit_bytes;
-        r_.out += n * target_.bytes;
-        r_.characters += static_cast<u32>(n);
-        if constexpr (!Reader::scalars) {
-            r_.before_last = n > 1 ? reader_.key(r_.in - 2, 1) : r_.last;
-            r_.last = reader_.key(r_.in - 1, 1);
-        }
+        const u8* const end = r_.in + n * Reader::unit_bytes;
+        advance(end, n * target_.bytes, n, [&](u32 k) { return reader_.key(end - k, 1); });
         return true;
+    }
+
+    // Notes what was converted, one character or more. The key of each follows from its number,
+    // counted from the end.
+    template <typename Key>
+    [[gnu::always_inline]] void advance(const u8* in, std::size_t written, std::size_t characters,
+                                        Key key) {
+        r_.in = in;
+        r_.out += written;
+        r_.characters += static_cast<u32>(characters);
+        if constexpr (!Reader::scalars) {
+            r_.before_last = characters > 1 ? key(2) : r_.last;
+            r_.last = key(1);
+        }
     }
 
     // Converts as much of the current block as is independent of the rest; false if that is
     // nothing.
     bool block() {
-        if (p_.plan.single_bytes && bytes_at_once()) {
-            return true;
+        bool moved = false;
+        if constexpr (!has_states && Reader::unit_bytes == 1) {
+            if (r_.in >= next_at_once_) {
+                moved = convert_at_once();
+                if (moved && r_.in >= next_at_once_) {
+                    return true;
+                }
+            }
         }
         if (!reads_blocks(p_)) {
-            return false;
+            return moved;
         }
         const std::ptrdiff_t room = r_.out_end - r_.out;
         if (to_ != nullptr && room < block_margin) {
             next_block_ = r_.in_end;
-            return false;
+            return moved;
         }
         next_block_ = r_.in + chunk_bytes; // what stopped this block would also stop the next one
         u16 codes[block_codes + chunk_codes]; // vectors reach beyond the last one
@@ -292,62 +316,49 @@ private:
         const std::size_t n = written.codes;
         if (static_cast<std::ptrdiff_t>(written.bytes) > room) {
             next_block_ = r_.in_end;
-            return false;
+            return moved;
         }
         const bool was_stopped =
             n < read.codes || read.bytes + Reader::longest < chunks * chunk_bytes;
-        if (n == read.codes) {
-            r_.in += read.bytes;
+        const u8* end = r_.in + read.bytes;
+        if (n < read.codes) {
+            end = reader_.go_behind(r_.in, std::span(codes).first(n));
+            chunks_ = 1; // if blocks end early, reading ahead is useless
+        } else {
             if constexpr (has_states) {
                 reader_.enter_behind(n > 0 ? codes[n - 1] : 0);
             }
             chunks_ = std::min(2 * chunks_, block_chunks);
-        } else {
-            r_.in = reader_.go_behind(r_.in, std::span(codes).first(n));
-            chunks_ = 1; // if blocks end early, reading ahead is useless
         }
         if (n == 0) {
-            return false;
+            return moved;
         }
-        next_block_ = r_.in + (was_stopped ? 1 : 0); // that character needs more than a block
         if (out == aside) {
             std::memcpy(r_.out, aside, written.bytes);
         }
-        r_.out += written.bytes;
-        r_.characters += static_cast<u32>(n);
-        if constexpr (!Reader::scalars) {
-            r_.before_last = n > 1 ? codes[n - 2] : r_.last;
-            r_.last = codes[n - 1];
-        }
+        next_block_ = end + (was_stopped ? 1 : 0); // that character needs more than a block
+        advance(end, written.bytes, n, [&](u32 k) { return codes[n - k]; });
         return true;
     }
 
-    // Converts from single bytes, or to them from UTF-8, as far as that is possible at once.
-    bool bytes_at_once() {
-        if constexpr (!has_states && Reader::unit_bytes == 1) {
-            const fast::ascii_run run{r_.in, static_cast<std::size_t>(r_.in_end - r_.in), r_.out,
-                                      static_cast<std::size_t>(r_.out_end - r_.out),
-                                      target_.bytes == 1 ? p_.plain_ascii.load() : byte_set{}};
-            const auto kernel = Reader::scalars ? p_.kernel->utf8_to_bytes : p_.kernel->put_bytes;
-            if (kernel == nullptr || (run.in_size < worth_tables && !tables_.made)) {
-                next_block_ = r_.in_end;
-                return false;
-            }
-            for (std::size_t i = 0; !tables_.made && i < std::size(tables_.pages); ++i) {
-                tables_.pages[i] = p_.pages[i].load(std::memory_order_relaxed);
-            }
-            const bytes_put put = kernel(p_.entries, run, tables_);
-            r_.in += put.read;
-            r_.out += put.written;
-            r_.characters += static_cast<u32>(Reader::scalars ? put.written : put.read);
-            if constexpr (!Reader::scalars) {
-                r_.before_last = put.read > 1 ? r_.in[-2] : r_.last;
-                r_.last = put.read > 0 ? r_.in[-1] : r_.last;
-            }
-            next_block_ = r_.in + behind_fault;
-            return put.read > 0;
+    // Converts as much as a kernel can without blocks; false if that is nothing.
+    bool convert_at_once() {
+        const fast::ascii_run run{r_.in, static_cast<std::size_t>(r_.in_end - r_.in), r_.out,
+                                  static_cast<std::size_t>(r_.out_end - r_.out),
+                                  target_.bytes == 1 ? p_.plain_ascii.load() : byte_set{}};
+        bytes_put put{};
+        if constexpr (Reader::scalars) {
+            put = p_.kernel->put_utf8(p_.entries, run);
+        } else if (run.in_size >= worth_tables || tables_.made) {
+            put = p_.kernel->put_bytes(p_.entries, run, tables_);
         }
-        return false;
+        const u8* const end = r_.in + put.read;
+        next_block_ = end + behind_fault;
+        next_at_once_ = end + (put.is_mixed ? mixed_bytes : 0);
+        if (put.read > 0) {
+            advance(end, put.written, put.characters, [&](u32 k) { return *(end - k); });
+        }
+        return put.read > 0;
     }
 
     // Converts a block to several sets.
@@ -406,11 +417,12 @@ private:
     u32 at_hand_;       // the set that needs no sequences; 0: none
     std::array<known_way, iso2022::most_sets + 1> ways_; // by set, the last ones found
     bool has_runs_;                                      // of ASCII, which is faster without blocks
+    const u8* next_at_once_;
     bool has_blocks_;
     // Input that is worth making tables for, and how far behind a character that lacks in them
-    // they are tried again.
-    static constexpr std::size_t worth_tables = 256;
-    static constexpr std::ptrdiff_t behind_fault = 8;
+    // they are tried again; and how much text of mixed lengths is read in blocks.
+    static constexpr std::size_t worth_tables = 256, mixed_bytes = 1024;
+    static constexpr std::ptrdiff_t behind_fault = Reader::scalars ? 1 : 8;
     byte_tables tables_;
     const u8* next_block_ = nullptr;
     std::size_t chunks_ = 1;        // number to read for the next block

@@ -114,7 +114,7 @@ struct plan {
     const codec_traits *source, *target;
     fast::reader reader;
     bool by_form;      // between Unicode charsets: blocks are converted by changing the form
-    bool single_bytes; // the source's codes or, from UTF-8, the target's
+    bool single_bytes; // the source's codes
     bool normalises;   // line breaks are converted
     u8 single_shift;   // begins three bytes; 0: there is none
     ascii_unit source_unit, target_unit; // of ASCII
@@ -223,8 +223,6 @@ struct pair {
     // By lead byte: 0: not asked, 1: a character by itself, 2: with the byte after it, 3: with two.
     std::atomic<u8> lead_length[256];
     atomic_byte_set leads; // those of length 2
-    // Pages of 64 scalars beyond ASCII, the first ones with single bytes among their entries.
-    std::atomic<u16> pages[byte_tables::most_pages];
 
     answer* answers[key_count / answers_at_once];
     std::atomic<u16> answer_at[key_count]; // 0: none

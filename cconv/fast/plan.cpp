@@ -167,8 +167,7 @@ bool make_plan(const session* s, plan& made) {
     made.normalises = s->target.convertNewline != 0;
     made.by_form = made.source->form != unicode_form::none && is_plain_unicode(s->srcGroup) &&
                    made.target->form != unicode_form::none && is_plain_unicode(s->dstGroup);
-    made.single_bytes = made.target_states.codes == nullptr &&
-                        all_wide(made.reader == reader::utf8 ? s->dstGroup : s->srcGroup, 1);
+    made.single_bytes = made.target_states.codes == nullptr && all_wide(s->srcGroup, 1);
     set_stops(made);
     return true;
 }

@@ -73,13 +73,12 @@ struct split_by {
 
 // Tables for vectors, made from entries. They stay right, because entries do.
 struct byte_tables {
-    static constexpr std::size_t most_pages = 12;
     bool made;
-    u16 pages[most_pages]; // of 64 scalars each: the number of the first one / 64; 0: none
     alignas(64) u8 rows[16][64];
 };
 struct bytes_put {
-    std::size_t read, written;
+    std::size_t read, written, characters;
+    bool is_mixed; // what follows has an entry, but of another length
 };
 
 // A sequence that shifts, of at most four bytes; without length: none.
@@ -112,17 +111,17 @@ struct kernels {
     block_written (*put_entries)(const entry_word* entries, const u16* codes, std::size_t count,
                                  u8* out);
 
-    // For charsets of single bytes: convert what the run holds up to the first character whose
-    // entry says something else, or close to the end of the output. Null where there are none.
+    // Convert what the run holds up to the first character whose entry says something else, or
+    // close to the end of the input or of the output. Null where there are none.
 
     // From single bytes.
     bytes_put (*put_bytes)(const entry_word* entries, const ascii_run& run,
                            byte_tables& tables) = nullptr;
-    // From UTF-8 to single bytes other than 0, of ASCII and of the pages that the tables name.
-    bytes_put (*utf8_to_bytes)(const entry_word* entries, const ascii_run& run,
-                               byte_tables& tables) = nullptr;
+    // From UTF-8, with two bytes before it. Others than plain ASCII have one byte each or two each;
+    // a change ends it, too.
+    bytes_put (*put_utf8)(const entry_word* entries, const ascii_run& run) = nullptr;
 
-    // For blocks: null where there are none.
+    // For blocks: null where there are none. Readers of bytes touch two before these, too.
 
     // Reads so many chunks and writes the scalars of the well-formed sequences of one to three
     // bytes that they begin with; room for chunk_codes for each.
