@@ -210,7 +210,7 @@ private:
     // Makes sure that there is room for this many bytes, and that their set is selected.
     bool bring(u32 set, u32 length, u8*& out) {
         const bool needs_way = set != at_hand_;
-        const known_way* known = needs_way ? way_to(set) : nullptr;
+        const known_way* known = needs_way ? way_to(set, r_.out_state) : nullptr;
         const u32 size = known != nullptr ? known->way.size : 0;
         if (needs_way && (known == nullptr || size + length > sizeof known->way.bytes)) {
             r_.why = stop::by_rules;
@@ -224,24 +224,25 @@ private:
             r_.way = {out, out + size, r_.out_state};
             out += size;
             r_.out_state = known->way.state;
+            other_ = known->at_hand != at_hand_ ? at_hand_ : other_;
             at_hand_ = known->at_hand;
         }
         return true;
     }
 
-    // The sequences from the current state; null if there are none.
+    // The sequences from a state; null if there are none.
     struct known_way {
         u32 from, at_hand; // 0: none
         iso2022_way way;
     };
-    const known_way* way_to(u32 set) {
+    const known_way* way_to(u32 set, u32 from) {
         known_way& known = ways_[set];
-        if (known.from != r_.out_state) {
-            if (!p_.plan.target_states.find_way(r_.out_state, set, known.way)) {
+        if (known.from != from) {
+            if (!p_.plan.target_states.find_way(from, set, known.way)) {
                 known.from = 0;
                 return nullptr;
             }
-            known.from = r_.out_state;
+            known.from = from;
             known.at_hand = set_at_hand(*to_, known.way.state);
         }
         return &known;
@@ -364,17 +365,57 @@ private:
     // Converts a block to several sets.
     block_written put_in_sets(const u16* codes, std::size_t count, u8* out) {
         const u8* const begin = out;
-        std::size_t n = 0;
-        for (; n < count; ++n) {
+        for (std::size_t n = 0;; ++n) {
+            if (p_.kernel->put_in_two_sets != nullptr) {
+                n += put_in_two_sets(codes + n, count - n, out);
+            }
             const entry e = p_.entry_of(codes[n]);
-            if (!e.is_short_in(at_hand_) && (!e.is_short() || !bring(e.set(), e.length(), out))) {
+            if (n == count ||
+                (!e.is_short_in(at_hand_) && (!e.is_short() || !bring(e.set(), e.length(), out)))) {
                 r_.why = stop::end; // found again when going one by one
-                break;
+                return {n, static_cast<std::size_t>(out - begin)};
             }
             store_low_first(e.packed, out);
             out += e.length();
         }
-        return {n, static_cast<std::size_t>(out - begin)};
+    }
+
+    // Converts what is in the set at hand and the other one.
+    std::size_t put_in_two_sets(const u16* codes, std::size_t count, u8*& out) {
+        const u32 here = at_hand_, there = other_;
+        const known_way* const go = there != 0 ? way_to(there, r_.out_state) : nullptr;
+        const known_way* const back = go != nullptr ? way_to(here, go->way.state) : nullptr;
+        const bool both = back != nullptr && back->way.state == r_.out_state &&
+                          go->at_hand == there && back->at_hand == here &&
+                          std::max(go->way.size, back->way.size) <= entry::most_bytes;
+        const auto packed = [](const iso2022_way& way) {
+            return way.size << 24 | static_cast<u32>(way.bytes);
+        };
+        const two_sets by =
+            both ? two_sets{here << 28, there << 28, packed(back->way), packed(go->way)}
+                 : two_sets{here << 28, here << 28, 0, 0};
+        const block_written written =
+            here != 0 ? p_.kernel->put_in_two_sets(p_.entries, codes, count, out, by)
+                      : block_written{0, 0};
+        const std::size_t n = written.codes;
+        out += written.bytes;
+        if (n == 0 || !both) {
+            return n;
+        }
+        const entry last = p_.entry_of(codes[n - 1]);
+        const u32 before = n > 1 ? p_.entry_of(codes[n - 2]).set() : here;
+        if (last.set() != before) {
+            const known_way& way = last.set() == there ? *go : *back;
+            r_.way.end = out - last.length();
+            r_.way.begin = r_.way.end - way.way.size;
+            r_.way.state = way.from;
+        }
+        if (last.set() == there) {
+            at_hand_ = there;
+            other_ = here;
+            r_.out_state = go->way.state;
+        }
+        return n;
     }
 
     // Converts a character with an answer of its own.
@@ -415,6 +456,7 @@ private:
     ascii_unit target_;
     const iso2022* to_; // the target's designations and shifts, or null
     u32 at_hand_;       // the set that needs no sequences; 0: none
+    u32 other_ = 0;     // the one before it
     std::array<known_way, iso2022::most_sets + 1> ways_; // by set, the last ones found
     bool has_runs_;                                      // of ASCII, which is faster without blocks
     const u8* next_at_once_;

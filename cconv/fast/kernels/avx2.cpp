@@ -127,6 +127,10 @@ MACHINE inline u8* draw_bytes(quads_v packed, u8* out) {
     return out + first.bytes + second.bytes;
 }
 
+MACHINE inline quads_v join(const __m128i (&halves)[2]) {
+    return reinterpret_cast<quads_v>(_mm256_set_m128i(halves[1], halves[0]));
+}
+
 struct outside_table {
     __m256i rows, bits;
 };

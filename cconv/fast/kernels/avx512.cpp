@@ -73,6 +73,12 @@ MACHINE inline u8* draw_bytes(quads_v packed, u8* out) {
     return out + std::popcount(keep);
 }
 
+MACHINE inline quads_v join(const __m128i (&quarters)[4]) {
+    const __m256i low = _mm256_set_m128i(quarters[1], quarters[0]);
+    const __m256i high = _mm256_set_m128i(quarters[3], quarters[2]);
+    return reinterpret_cast<quads_v>(_mm512_inserti64x4(_mm512_castsi256_si512(low), high, 1));
+}
+
 // A byte for each of ASCII: 80 for those that are not in the set, marks for line breaks.
 struct outside_table {
     __m512i low, high;
@@ -116,27 +122,6 @@ MACHINE inline void store_some(void* p, bytes_v bytes, std::size_t size) {
 namespace fast {
 
 namespace {
-
-// Loads an entry into a lane at once, which is faster than any gathering by the processor.
-template <int Lane>
-MACHINE inline void insert(__m128i& lanes_now, const entry_word& entry) {
-    __asm__("vpinsrd %2, %1, %0, %0" : "+x"(lanes_now) : "m"(entry), "n"(Lane));
-}
-MACHINE inline __m128i look_up_four(const entry_word* entries, const u16* codes) {
-    const u32 first = entries[codes[0]].load(std::memory_order_relaxed);
-    __m128i found = _mm_cvtsi32_si128(static_cast<i32>(first));
-    insert<1>(found, entries[codes[1]]);
-    insert<2>(found, entries[codes[2]]);
-    insert<3>(found, entries[codes[3]]);
-    return found;
-}
-MACHINE inline quads_v look_up(const entry_word* entries, const u16* codes) {
-    const __m256i low = _mm256_set_m128i(look_up_four(entries, codes + 4),
-                                         look_up_four(entries, codes)),
-                  high = _mm256_set_m128i(look_up_four(entries, codes + 12),
-                                          look_up_four(entries, codes + 8));
-    return reinterpret_cast<quads_v>(_mm512_inserti64x4(_mm512_castsi256_si512(low), high, 1));
-}
 
 MACHINE block_written put_entries(const entry_word* entries, const u16* codes, std::size_t count,
                                   u8* out) {

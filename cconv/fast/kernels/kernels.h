@@ -93,6 +93,12 @@ struct split_shifts {
     u16 pairs, singles; // added to the codes of either
 };
 
+// Two sets of a charset with states, as entries have them. What is written between one code and the
+// next where the set changes, up to three bytes and their number, is as in an entry, too.
+struct two_sets {
+    u32 at_hand, other, to_at_hand, to_other;
+};
+
 struct kernels {
     const char* name;
 
@@ -146,6 +152,9 @@ struct kernels {
     // two, or a pair of other bytes than 21 to 7E; room for chunk_codes for each chunk.
     chunk_read (*split_shifted)(const u8* in, std::size_t chunks, const split_shifts& by,
                                 u16* codes) = nullptr;
+    // Like put_entries, for two sets; what is touched may be twice as much.
+    block_written (*put_in_two_sets)(const entry_word* entries, const u16* codes, std::size_t count,
+                                     u8* out, const two_sets& by) = nullptr;
 };
 
 // put_entries for any machine.
