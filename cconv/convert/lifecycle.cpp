@@ -132,11 +132,7 @@ charset_group* read_further(const char* name) {
     const table_lock lock;
     charset_group* group = registered_group(name); // another thread may have read it meanwhile
     if (group == nullptr) {
-        const u32 sets = further_set_count();
         group = read_further_definition(path, name, known);
-        if (further_set_count() != sets) {
-            note_new_sets();
-        }
     }
     return group;
 }

@@ -55,7 +55,7 @@ verdict decode(pair& p, std::span<const u8> k) {
     if (s.status != PVZAN_DECODED || s.inPos != static_cast<i32>(k.size())) {
         return verdict::by_rules;
     }
-    if (p.strict != strictness::none) {
+    if (p.key.strict != strictness::none) {
         character c{0, 0};
         const bool by_escapes =
             p.plan.source->read == reading::escapes || p.plan.target->read == reading::escapes;
@@ -166,7 +166,7 @@ bool note_bytes(answer& a, std::span<const u8> written) {
 // Whether a mark may be combined with the letters before it: as the source's rule does, or, in a
 // strict pair, if the target may have them as one code.
 bool joins_marks(const pair& p) {
-    if (p.strict == strictness::none) {
+    if (p.key.strict == strictness::none) {
         return p.plan.source->joins_marks;
     }
     return p.plan.source->form != unicode_form::none && p.plan.target->form == unicode_form::none;
@@ -187,8 +187,9 @@ bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, con
         return false;
     }
     std::array<u8, output_bytes> again;
-    return back == c && (p.strict == strictness::characters || p.plan.reader == reader::states ||
-                         std::ranges::equal(k, std::span(again).first(spell_again(&s, c, again))));
+    return back == c &&
+           (p.key.strict == strictness::characters || p.plan.reader == reader::states ||
+            std::ranges::equal(k, std::span(again).first(spell_again(&s, c, again))));
 }
 
 // k is read in that state of the source.
@@ -204,7 +205,7 @@ verdict ask(pair& p, std::span<const u8> k, u32 state, answer& a) {
     a.read_setCode = s.setCode;
     a.read_ucsCode = s.ucsCode;
     const character c{s.ucsCode, s.outCode2};
-    const bool strict = p.strict != strictness::none, joins = joins_marks(p);
+    const bool strict = p.key.strict != strictness::none, joins = joins_marks(p);
     a.takes_mark = joins && (may_take_mark(s.srcCode, strict ? s.dstGroup : nullptr) ||
                              (strict && takes_composing_mark(s.srcCode)));
     if (joins && (is_combining_mark(s.srcCode) || (strict && is_mark_in_tables(s.srcCode)))) {

@@ -16,8 +16,7 @@
 //     line feed behind a carriage return (fast.cpp; inside a run, loop.cpp), user-defined sets,
 //     references, tags, byte-order marks (plan.cpp), characters that the target lacks (ask.cpp).
 // P5  The key holds both charsets, both rules and all of O but the substitutes, which P4 leaves to
-//     the rules; and a pair is used as long as no further table is loaded, and none written to,
-//     that the rules may look into (pair.cpp).
+//     the rules; and a pair is used as long as no further table is loaded, and none written to.
 // P6  After a run the session holds what D and E left for the last character, prevSrcCode what they
 //     left for the one before it, and sums of counts and positions (finish.cpp). Nothing else
 //     survives a character.
@@ -43,6 +42,7 @@
 
 #include "cconv/engine/engine.h"
 #include "cconv/fast/kernels/kernels.h"
+#include "cconv/registry/changes.h"
 #include "cconv/rulefunc/iso2022.h"
 #include "cconv/rulefunc/traits.h"
 
@@ -76,6 +76,7 @@ struct pair_key {
     const charset_group *source, *target;
     const rule_row *decode, *encode;
     u64 options;
+    strictness strict;
 
     bool operator==(const pair_key&) const = default;
 };
@@ -209,9 +210,7 @@ struct pair {
     pair_key key;
     fast::plan plan;
     const kernels* kernel;
-    strictness strict;
-    u64 tables;            // of the tables that the rules may use: which are loaded, writes
-    std::atomic<u64> seen; // the last state of all tables with which the answers were valid
+    u64 tables; // their state, with which the answers are valid
 
     pthread_mutex_t lock;
     session neutral; // the rules are asked in this one
@@ -247,13 +246,13 @@ struct pair {
 pair* hold_pair(const session* s, strictness strict);
 void release_pair(pair* p);
 // Whether the answers of a pair are still valid; once they are not, they never will be.
-bool is_current(pair& p);
+inline bool is_current(const pair& p) {
+    return look_up_state() == p.tables;
+}
 // Claims bytes of the budget, freeing pairs if it is used up; or returns them.
 bool claim_bytes(u64 bytes);
 void return_bytes(u64 bytes);
 u64 bytes_claimed();
-// Frees all pairs that are not held.
-void free_unheld();
 
 // ---- plan.cpp
 
