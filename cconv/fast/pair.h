@@ -139,6 +139,7 @@ struct answer {
     u32 read_setCode, read_ucsCode; // as decoded, before a line break was normalised
 
     static constexpr u32 most_bytes = 8;
+    [[nodiscard]] bool is_one_code() const { return codes == 1 && !is_cr && !is_lf; }
 };
 
 // Up to three bytes written for one character, and their number; or the number of an answer; or
