@@ -311,7 +311,7 @@ bool learn_lead(pair& p, const u8* in, std::size_t left) {
 } // namespace
 
 bool learn(pair& p, const run& r) {
-    const lock_guard guard(p.lock);
+    const held_lock guard(p.lock);
     const auto left = static_cast<std::size_t>(r.in_end - r.next);
     if (r.next_key == no_key) {
         return p.lead_length[*r.next].load(std::memory_order_relaxed) == 0
@@ -328,7 +328,7 @@ const answer* find_answer(pair& p, u32 k, std::span<const u8> bytes) {
     if (const answer* seen = p.answer_of(k)) {
         return seen;
     }
-    const lock_guard guard(p.lock);
+    const held_lock guard(p.lock);
     if (p.answer_of(k) == nullptr && !bytes.empty()) {
         ask_and_note(p, bytes, 0, k);
     }

@@ -32,7 +32,7 @@ block_written put_block(const pair& p, const u16* codes, std::size_t count, u8* 
     }
     const kernels& k = *p.kernel;
     const ascii_unit unit = p.plan.target_unit;
-    count = k.plain_scalars(codes, count, std::span(p.plan.stops).first(p.plan.stop_count));
+    count = k.plain_scalars(codes, count, p.plan.stops);
     if (unit.bytes == 1) {
         return {count, k.encode_utf8(codes, count, out)};
     }

@@ -182,7 +182,7 @@ pair* make(const session* s, const pair_key& key, u64 tables, const plan& planne
 // Creates the pair unless another thread just did, and holds it.
 pair* make_and_hold(const session* s, const pair_key& key, u64 hash, u64 tables,
                     const plan& planned) {
-    const lock_guard guard(table_of_pairs);
+    const held_lock guard(table_of_pairs);
     if (pair* found = find(hash, key)) {
         return found;
     }
@@ -216,7 +216,7 @@ pair* make_and_hold(const session* s, const pair_key& key, u64 hash, u64 tables,
 } // namespace
 
 bool claim_bytes(u64 bytes) {
-    const lock_guard guard(table_of_pairs);
+    const held_lock guard(table_of_pairs);
     return claim(bytes);
 }
 
@@ -268,7 +268,7 @@ void after_fork(bool in_child) {
 }
 
 void release() {
-    const lock_guard guard(table_of_pairs);
+    const held_lock guard(table_of_pairs);
     for (place& at : places) {
         free_place(at);
     }

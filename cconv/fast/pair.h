@@ -45,11 +45,11 @@
 #include "cconv/registry/changes.h"
 #include "cconv/rulefunc/iso2022.h"
 #include "cconv/rulefunc/traits.h"
+#include "platform/lock.h"
 
 #include <array>
 #include <atomic>
 #include <bit>
-#include <pthread.h>
 
 namespace fast {
 
@@ -100,10 +100,11 @@ struct charset_states {
 
 inline constexpr u32 first_single_key = 0xC000; // where codes have seven bits
 
-// The first key of a set of a charset with states, if the set has keys; see reader_states.h.
+// A set of a charset with states, and the first keys of its codes; see reader_states.h.
 struct set_keys {
-    u16 first;
-    bool any;
+    const graphic_set* set; // null: none that has keys
+    u16 first_pair, first_single;
+    bool two_bytes;
 };
 
 constexpr u32 single_key(bool eight_bits, u32 number) {
@@ -119,8 +120,7 @@ struct plan {
     bool normalises;   // line breaks are converted
     u8 single_shift;   // begins three bytes; 0: there is none
     ascii_unit source_unit, target_unit; // of ASCII
-    u16 stops[9];                        // values that are not converted by form
-    u32 stop_count;
+    std::span<const u16> stops;          // values that are not converted by form
     charset_states source_states, target_states;
     std::array<set_keys, iso2022::most_sets + 1> sets; // of the source
     bool eight_bits;                                   // the key of a two-byte code is the code
@@ -171,17 +171,6 @@ void store_low_first(Word bytes, u8* out) {
 inline constexpr u32 ascii_set = 1; // the first one of charsets with states
 
 inline constexpr std::size_t key_count = 0x10000, answers_at_once = 256;
-
-class lock_guard {
-public:
-    explicit lock_guard(pthread_mutex_t& lock) : lock_(lock) { pthread_mutex_lock(&lock_); }
-    ~lock_guard() { pthread_mutex_unlock(&lock_); }
-    lock_guard(const lock_guard&) = delete;
-    lock_guard& operator=(const lock_guard&) = delete;
-
-private:
-    pthread_mutex_t& lock_;
-};
 
 // Bytes are only added, never removed.
 struct atomic_byte_set {
