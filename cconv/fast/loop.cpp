@@ -123,8 +123,7 @@ public:
 private:
     static constexpr bool has_states = Reader::has_states;
     static bool reads_blocks(const pair& p) {
-        return Reader::reads_blocks(*p.kernel) &&
-               (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
+        return Reader::reads_blocks(p) && (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
     }
     // Whether there is a character, and not a cut one.
     bool is_whole(const u8* in) const {
