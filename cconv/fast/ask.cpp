@@ -213,16 +213,14 @@ u32 keep(pair& p, const answer& a) {
     }
     answer*& some = p.answers[number / answers_at_once];
     if (some == nullptr) {
-        constexpr u64 bytes = answers_at_once * sizeof(answer);
-        if (!claim_bytes(bytes)) {
+        if (!claim_bytes(answers_bytes)) {
             return 0;
         }
-        some = static_cast<answer*>(ZAN_calloc(1, static_cast<i32>(bytes)));
+        some = static_cast<answer*>(ZAN_calloc(1, i32{answers_bytes}));
         if (some == nullptr) {
-            return_bytes(bytes);
+            return_bytes(answers_bytes);
             return 0;
         }
-        p.claimed += bytes;
     }
     some[number % answers_at_once] = a;
     p.answer_total = number;
@@ -273,7 +271,7 @@ bool note(pair& p, std::span<const u8> k, u32 key, verdict v, const answer& a) {
     const bool fits = a.length <= entry::most_bytes && a.is_one_code();
     const u32 packed = u32{a.set} << 28 | u32{a.length} << 24 | static_cast<u32>(a.bytes);
     p.answer_at[key].store(static_cast<u16>(number), std::memory_order_release);
-    p.entries[key].store(fits ? packed : number, std::memory_order_relaxed);
+    p.entries[key].store(fits ? packed : entry::has_answer, std::memory_order_relaxed);
     const bool has_states = p.plan.reader == reader::states;
     note_ascii(p, key - (has_states ? single_key(p.plan.eight_bits, ascii_set) : 0), a);
     if (p.plan.reader == reader::utf8 && p.plan.single_bytes && fits && a.length == 1 &&
@@ -325,9 +323,6 @@ bool learn(pair& p, const run& r) {
 }
 
 const answer* find_answer(pair& p, u32 k, std::span<const u8> bytes) {
-    if (const answer* seen = p.answer_of(k)) {
-        return seen;
-    }
     const held_lock guard(p.lock);
     if (p.answer_of(k) == nullptr && !bytes.empty()) {
         ask_and_note(p, bytes, 0, k);

@@ -376,7 +376,7 @@ private:
             r_.out = out + e.length();
             return true;
         }
-        const answer* a = e.is_long() ? p_.answer_of(key) : nullptr;
+        const answer* a = p_.answer_of(key);
         if (a == nullptr) {
             r_.why = e.packed == entry::by_rules ? stop::by_rules : stop::unknown;
             return false;

@@ -1,8 +1,6 @@
 // The pairs of the process: finds, creates and holds a pair, and frees unused ones.
 #include "cconv/fast/pair.h"
 #include "cconv/fast/fast.h"
-#include "cconv/registry/further.h"
-#include "cconv/rulefunc/rules.h"
 #include "platform/platform.h"
 
 namespace fast {
@@ -85,8 +83,9 @@ bool is_held(const place& at) {
 // ---- Freeing -----------------------------------------------------------------------------------
 
 void destroy(pair* p) {
-    const u64 bytes = p->claimed;
+    u64 bytes = sizeof(pair);
     for (answer* some : p->answers) {
+        bytes += some != nullptr ? answers_bytes : 0;
         ZAN_free(some);
     }
     pthread_mutex_destroy(&p->lock);
@@ -132,15 +131,6 @@ place* choose_place(u64 first, std::size_t count, bool may_be_empty) {
 
 // ---- Making ------------------------------------------------------------------------------------
 
-void prepare_neutral(pair& p, const session* s) {
-    std::memcpy(&p.neutral, s, sizeof(session));
-    p.neutral.target.useSubstitute = 0;
-    p.neutral.target.dstWriteBom = 0;
-    p.neutral.source.srcCheckBom = 0;
-    p.neutral.source.skipInvalid = 0;
-    p.neutral.baseLang[0] = '\0';
-}
-
 // Call it under the guard.
 bool claim(u64 bytes) {
     while (claimed_bytes.fetch_add(bytes, std::memory_order_relaxed) + bytes > budget_bytes) {
@@ -168,8 +158,12 @@ pair* make(const session* s, const pair_key& key, u64 tables, const plan& planne
     p->tables = tables;
     p->plan = planned;
     p->kernel = &chosen_kernels();
-    p->claimed = sizeof(pair);
-    prepare_neutral(*p, s);
+    std::memcpy(&p->neutral, s, sizeof(session));
+    p->neutral.target.useSubstitute = 0;
+    p->neutral.target.dstWriteBom = 0;
+    p->neutral.source.srcCheckBom = 0;
+    p->neutral.source.skipInvalid = 0;
+    p->neutral.baseLang[0] = '\0';
     // Between Unicode charsets nobody asks: values are converted by their form.
     for (u8 c = 0; planned.by_form && c < 0x80; ++c) {
         if (!planned.normalises || (c != '\r' && c != '\n')) {
@@ -180,8 +174,12 @@ pair* make(const session* s, const pair_key& key, u64 tables, const plan& planne
 }
 
 // Creates the pair unless another thread just did, and holds it.
-pair* make_and_hold(const session* s, const pair_key& key, u64 hash, u64 tables,
-                    const plan& planned) {
+[[gnu::noinline]] pair* make_and_hold(const session* s, const pair_key& key, u64 hash) {
+    const u64 tables = look_up_state(); // before the plan uses them
+    plan planned{};
+    if (tables % 2 != 0 || !make_plan(s, planned)) {
+        return nullptr;
+    }
     const held_lock guard(table_of_pairs);
     if (pair* found = find(hash, key)) {
         return found;
@@ -196,21 +194,6 @@ pair* make_and_hold(const session* s, const pair_key& key, u64 hash, u64 tables,
         at->tag.store(hash, std::memory_order_release);
     }
     return p;
-}
-
-[[gnu::noinline]] pair* plan_and_hold(const session* s, const pair_key& key, u64 hash) {
-    plan planned{};
-    planned.source = traits_of_decoder(s->srcRule->function);
-    planned.target = traits_of_encoder(s->dstRule->function);
-    // Only charsets in the registry never change.
-    if (planned.source == nullptr || planned.target == nullptr ||
-        !only_characters_due(s, planned) || !is_registered(s->srcGroup) ||
-        !is_registered(s->dstGroup)) {
-        return nullptr;
-    }
-    const u64 tables = look_up_state(); // before the plan uses them
-    const bool still = tables % 2 == 0;
-    return still && make_plan(s, planned) ? make_and_hold(s, key, hash, tables, planned) : nullptr;
 }
 
 } // namespace
@@ -231,15 +214,15 @@ u64 bytes_claimed() {
 pair* hold_pair(const session* s, strictness strict) {
     const pair_key key{s->srcGroup, s->dstGroup, s->srcRule, s->dstRule, options_of(s), strict};
     const u64 hash = hash_of(key);
-    pair* found = find(hash, key);
-    if (found == nullptr) {
-        return plan_and_hold(s, key, hash);
+    pair* p = find(hash, key);
+    if (p == nullptr) {
+        p = make_and_hold(s, key, hash);
     }
-    if (!only_characters_due(s, found->plan)) {
-        release_pair(found);
-        return nullptr;
+    if (p != nullptr && !only_characters_due(s, p->plan)) {
+        release_pair(p);
+        p = nullptr;
     }
-    return found;
+    return p;
 }
 
 void release_pair(pair* p) {
@@ -251,10 +234,7 @@ void before_fork() {
 }
 
 void after_fork(bool in_child) {
-    for (place& at : places) {
-        if (!in_child) {
-            break;
-        }
+    for (place& at : in_child ? std::span(places) : std::span<place>()) {
         at.users.store(0, std::memory_order_relaxed); // nobody else is left
         pair* p = at.held.load(std::memory_order_relaxed);
         if (p != nullptr && pthread_mutex_trylock(&p->lock) == 0) {

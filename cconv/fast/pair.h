@@ -142,16 +142,15 @@ struct answer {
     [[nodiscard]] bool is_one_code() const { return codes == 1 && !is_cr && !is_lf; }
 };
 
-// Up to three bytes written for one character, and their number; or the number of an answer; or
+// Up to three bytes written for one character, and their number; or that there is an answer; or
 // by_rules, which leaves the character to the rules. 0: not asked yet.
 struct entry {
     u32 packed = 0;
 
     static constexpr u32 most_bytes = 3, one_byte = 1U << 24; // the length, as it is packed
-    static constexpr u32 by_rules = 0xFFFFFF;
+    static constexpr u32 has_answer = 1, by_rules = 2;
     [[nodiscard]] bool asked() const { return packed != 0; }
     [[nodiscard]] bool is_short() const { return packed >= one_byte; }
-    [[nodiscard]] bool is_long() const { return packed - 1 < by_rules - 1; }
     [[nodiscard]] u32 length() const { return packed >> 24 & 0x0F; }
     [[nodiscard]] u32 set() const { return packed >> 28; }
     // An entry that consumes nothing before it.
@@ -170,7 +169,8 @@ void store_low_first(Word bytes, u8* out) {
 
 inline constexpr u32 ascii_set = 1; // the first one of charsets with states
 
-inline constexpr std::size_t key_count = 0x10000, answers_at_once = 256;
+inline constexpr std::size_t key_count = 0x10000, answers_at_once = 256,
+                             answers_bytes = answers_at_once * sizeof(answer);
 
 // Bytes are only added, never removed.
 struct atomic_byte_set {
@@ -205,8 +205,7 @@ struct pair {
     pthread_mutex_t lock;
     session neutral; // the rules are asked in this one
     u32 answer_total;
-    u64 claimed; // bytes of the budget
-    u32 place;   // in the table of pairs
+    u32 place; // in the table of pairs
 
     atomic_byte_set plain_ascii; // ASCII that is written unchanged, in the target's units
     // By lead byte: 0: not asked, 1: a character by itself, 2: with the byte after it, 3: with two.

@@ -2,6 +2,7 @@
 // options.
 #include "cconv/engine/step.h"
 #include "cconv/fast/readers.h"
+#include "cconv/registry/further.h"
 #include "cconv/rulefunc/iso2022.h"
 #include "cconv/tables/table.h"
 
@@ -148,6 +149,13 @@ bool only_characters_due(const session* s, const plan& p) {
 }
 
 bool make_plan(const session* s, plan& made) {
+    made.source = traits_of_decoder(s->srcRule->function);
+    made.target = traits_of_encoder(s->dstRule->function);
+    // Only charsets in the registry never change.
+    if (made.source == nullptr || made.target == nullptr || !is_registered(s->srcGroup) ||
+        !is_registered(s->dstGroup)) {
+        return false;
+    }
     made.source_states = states_of(s->srcGroup, *made.source);
     made.target_states = states_of(s->dstGroup, *made.target);
     if (!plan_reading(s, made) || !can_write(made)) {
