@@ -32,7 +32,7 @@ block_written put_block(const pair& p, const u16* codes, std::size_t count, u8* 
     }
     const kernels& k = *p.kernel;
     const ascii_unit unit = p.plan.target_unit;
-    count = k.plain_scalars(codes, count, std::span(p.plan.stops).first(p.plan.stop_count));
+    count = k.plain_scalars(codes, count, p.plan.stops);
     if (unit.bytes == 1) {
         return {count, k.encode_utf8(codes, count, out)};
     }
@@ -126,8 +126,7 @@ public:
 private:
     static constexpr bool has_states = Reader::has_states;
     static bool reads_blocks(const pair& p) {
-        return Reader::reads_blocks(*p.kernel) &&
-               (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
+        return Reader::reads_blocks(p) && (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
     }
     // Whether a kernel converts its input to output without blocks.
     static bool goes_at_once(const pair& p) {
@@ -216,7 +215,7 @@ private:
             r_.why = stop::by_rules;
             return false;
         }
-        if (r_.out_end - out < static_cast<std::ptrdiff_t>(size + length)) {
+        if (r_.out_end - out < std::ptrdiff_t{size} + length) {
             return false;
         }
         if (needs_way) {
@@ -429,7 +428,7 @@ private:
             r_.out = out + e.length();
             return true;
         }
-        const answer* a = e.is_long() ? p_.answer_of(key) : nullptr;
+        const answer* a = p_.answer_of(key);
         if (a == nullptr) {
             r_.why = e.packed == entry::by_rules ? stop::by_rules : stop::unknown;
             return false;
