@@ -127,8 +127,8 @@ MACHINE inline u8* draw_bytes(quads_v packed, u8* out) {
     return out + first.bytes + second.bytes;
 }
 
-MACHINE inline quads_v join(const __m128i (&halves)[2]) {
-    return reinterpret_cast<quads_v>(_mm256_set_m128i(halves[1], halves[0]));
+MACHINE inline quads_v join(__m128i low, __m128i high) {
+    return reinterpret_cast<quads_v>(_mm256_set_m128i(high, low));
 }
 
 struct outside_table {

@@ -73,9 +73,8 @@ MACHINE inline u8* draw_bytes(quads_v packed, u8* out) {
     return out + std::popcount(keep);
 }
 
-MACHINE inline quads_v join(const __m128i (&quarters)[4]) {
-    const __m256i low = _mm256_set_m128i(quarters[1], quarters[0]);
-    const __m256i high = _mm256_set_m128i(quarters[3], quarters[2]);
+MACHINE inline quads_v join(__m128i a, __m128i b, __m128i c, __m128i d) {
+    const __m256i low = _mm256_set_m128i(b, a), high = _mm256_set_m128i(d, c);
     return reinterpret_cast<quads_v>(_mm512_inserti64x4(_mm512_castsi256_si512(low), high, 1));
 }
 
