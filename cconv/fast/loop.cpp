@@ -56,8 +56,7 @@ public:
           to_(p.plan.target_states.codes),
           at_hand_(to_ != nullptr ? set_at_hand(*to_, r.out_state) : 0),
           has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)),
-          next_at_once_(goes_at_once(p) ? r.in : r.in_end),
-          has_blocks_(goes_at_once(p) || reads_blocks(p)) {
+          goes_at_once_(goes_at_once(p)), has_blocks_(goes_at_once_ || reads_blocks(p)) {
         tables_.made = false;
         for (std::size_t set = 0; to_ != nullptr && set < ways_.size(); ++set) {
             ways_[set].from = 0;
@@ -286,14 +285,15 @@ private:
     // Converts as much of the current block as is independent of the rest; false if that is
     // nothing.
     bool block() {
-        bool moved = false;
+        const u8* const begin = r_.in;
         if constexpr (!has_states && Reader::unit_bytes == 1) {
-            if (r_.in >= next_at_once_) {
-                moved = convert_at_once();
-                if (moved && r_.in >= next_at_once_) {
-                    return true;
-                }
+            if (goes_at_once_) {
+                convert_at_once();
             }
+        }
+        const bool moved = r_.in > begin;
+        if (r_.in - begin > few_bytes) {
+            return true;
         }
         if (!reads_blocks(p_)) {
             return moved;
@@ -341,8 +341,8 @@ private:
         return true;
     }
 
-    // Converts as much as a kernel can without blocks; false if that is nothing.
-    bool convert_at_once() {
+    // Converts as much as a kernel can without blocks.
+    void convert_at_once() {
         const fast::ascii_run run{r_.in, static_cast<std::size_t>(r_.in_end - r_.in), r_.out,
                                   static_cast<std::size_t>(r_.out_end - r_.out),
                                   target_.bytes == 1 ? p_.plain_ascii.load() : byte_set{}};
@@ -354,11 +354,9 @@ private:
         }
         const u8* const end = r_.in + put.read;
         next_block_ = end + behind_fault;
-        next_at_once_ = end + (put.is_mixed ? mixed_bytes : 0);
         if (put.read > 0) {
             advance(end, put.written, put.characters, [&](u32 k) { return *(end - k); });
         }
-        return put.read > 0;
     }
 
     // Converts a block to several sets.
@@ -458,12 +456,12 @@ private:
     u32 other_ = 0;     // the one before it
     std::array<known_way, iso2022::most_sets + 1> ways_; // by set, the last ones found
     bool has_runs_;                                      // of ASCII, which is faster without blocks
-    const u8* next_at_once_;
-    bool has_blocks_;
-    // Input that is worth making tables for, and how far behind a character that lacks in them
-    // they are tried again; and how much text of mixed lengths is read in blocks.
-    static constexpr std::size_t worth_tables = 256, mixed_bytes = 1024;
+    bool goes_at_once_, has_blocks_;
+    // Input that is worth making tables for, how far behind a character that lacks in them they are
+    // tried again, and how much text between others is not worth it: a block is next.
+    static constexpr std::size_t worth_tables = 256;
     static constexpr std::ptrdiff_t behind_fault = Reader::scalars ? 1 : 8;
+    static constexpr std::ptrdiff_t few_bytes = Reader::scalars ? 4 * chunk_bytes : 0;
     byte_tables tables_;
     const u8* next_block_ = nullptr;
     std::size_t chunks_ = 1;        // number to read for the next block

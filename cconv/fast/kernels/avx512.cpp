@@ -275,7 +275,7 @@ MACHINE bytes_put put_bytes(const entry_word* entries, const ascii_run& run, byt
         }
         at += vector_bytes; // which does not wait for the tables
     }
-    return {at, written, at, false};
+    return {at, written, at};
 }
 
 // ---- From UTF-8 --------------------------------------------------------------------------------
@@ -373,7 +373,7 @@ MACHINE u32 draw_others(const entry_word* entries, utf8_block& b) {
 // Puts what was drawn in the place of the others, at the last ones of their bytes.
 MACHINE bytes_put put_drawn(const u8* in, const utf8_block& b, u32 length, u8* out) {
     const u8 *const begin = out, *drawn = b.drawn;
-    bytes_put put{b.bytes, 0, 0, false};
+    bytes_put put{b.bytes, 0, 0};
     for (std::size_t at = 0; at < b.bytes; at += chunk_bytes) {
         const utf8_block::chunk& c = b.chunks[at / chunk_bytes];
         const u64 there = first_places(b.bytes - at), ends = c.ends & there;
@@ -416,11 +416,6 @@ MACHINE bytes_put put_utf8(const entry_word* entries, const ascii_run& run) {
         all.written += put.written;
         all.characters += put.characters;
         most = std::min(2 * most, b.most_chunks);
-    }
-    if (b.is_stopped) {
-        const u8 next = run.in[all.read];
-        const entry_word& it = entries[next < 0x80 ? next : b.codes[b.others]];
-        all.is_mixed = it.load(std::memory_order_relaxed) >= one_byte;
     }
     return all;
 }

@@ -78,7 +78,6 @@ struct byte_tables {
 };
 struct bytes_put {
     std::size_t read, written, characters;
-    bool is_mixed; // what follows has an entry, but of another length
 };
 
 // A sequence that shifts, of at most four bytes; without length: none.

@@ -187,7 +187,7 @@ bytes_put put_bytes_one_by_one(const entry_word* entries, const ascii_run& run, 
         }
     }
     const auto read = static_cast<std::size_t>(in - run.in);
-    return {read, static_cast<std::size_t>(out - run.out), read, false};
+    return {read, static_cast<std::size_t>(out - run.out), read};
 }
 
 const kernels portable_kernels = {
