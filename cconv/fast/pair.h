@@ -299,7 +299,7 @@ struct run : progress {
 };
 
 void run_over(pair& p, run& r); // loop.cpp
-// Sets the session as the rules would have left it; false if the run converted nothing.
-bool finish(pair& p, run& r, session* s); // finish.cpp
+// Sets the session as the rules would have left it.
+void finish(pair& p, run& r, session* s); // finish.cpp
 
 } // namespace fast

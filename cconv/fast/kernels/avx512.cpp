@@ -294,20 +294,6 @@ struct utf8_block {
     u8 drawn[2 * most_chunks * chunk_codes];
 };
 
-// The bytes at these places, at most 32 of them, as units.
-MACHINE inline units_v draw_units(const u8* bytes, u64 places) {
-    const __m512i drawn = _mm512_maskz_compress_epi8(places, raw(load<bytes_v>(bytes)));
-    return reinterpret_cast<units_v>(_mm512_cvtepu8_epi16(_mm512_castsi512_si256(drawn)));
-}
-
-// Writes the scalars of more than one byte that end at these places of the chunk.
-MACHINE inline u16* draw_long_scalars(const u8* chunk, u64 ends, u16* out) {
-    const units_v first = draw_units(chunk - 2, ends), middle = draw_units(chunk - 1, ends),
-                  last = draw_units(chunk, ends);
-    store(out, (first >= 0xE0 ? first << 12 : units_v{}) | (middle & 0x3F) << 6 | (last & 0x3F));
-    return out + std::popcount(ends);
-}
-
 MACHINE void take_apart(const u8* in, std::size_t chunks, const outside_table& plain,
                         utf8_block& b) {
     utf8_begun begun{};
@@ -322,7 +308,7 @@ MACHINE void take_apart(const u8* in, std::size_t chunks, const outside_table& p
         const u64 stops = at.wrong | odd_ascii, right = (stops & -stops) - 1;
         const u64 ends = (at.long_ends | ~at.beyond_ascii) & right;
         b.chunks[i] = {at.beyond_ascii, at.from_e0, ends};
-        out = draw_long_scalars(chunk, at.long_ends & right, out);
+        out = draw_scalars(chunk, at.long_ends & right, out);
         b.bytes = ends != 0 ? i * chunk_bytes + up_to_last(ends) : b.bytes;
         b.is_stopped = stops != 0;
     }
@@ -371,22 +357,22 @@ MACHINE u32 draw_others(const entry_word* entries, utf8_block& b) {
 }
 
 // Puts what was drawn in the place of the others, at the last ones of their bytes.
-MACHINE bytes_put put_drawn(const u8* in, const utf8_block& b, u32 length, u8* out) {
-    const u8 *const begin = out, *drawn = b.drawn;
-    bytes_put put{b.bytes, 0, 0};
+MACHINE void put_drawn(const utf8_block& b, u32 length, const ascii_run& run, bytes_put& all) {
+    const u8 *const in = run.in + all.read, *drawn = b.drawn;
+    u8* out = run.out + all.written;
     for (std::size_t at = 0; at < b.bytes; at += chunk_bytes) {
         const utf8_block::chunk& c = b.chunks[at / chunk_bytes];
         const u64 there = first_places(b.bytes - at), ends = c.ends & there;
         const u64 keep = length == 1 ? ends : ~c.from_e0 & there, others = keep & c.beyond_ascii;
-        const __m512i all =
+        const __m512i put =
             _mm512_mask_expand_epi8(raw(load<bytes_v>(in + at)), others, raw(load<bytes_v>(drawn)));
-        _mm512_storeu_si512(out, _mm512_maskz_compress_epi8(keep, all));
+        _mm512_storeu_si512(out, _mm512_maskz_compress_epi8(keep, put));
         out += std::popcount(keep);
         drawn += std::popcount(others);
-        put.characters += static_cast<std::size_t>(std::popcount(ends));
+        all.characters += static_cast<std::size_t>(std::popcount(ends));
     }
-    put.written = static_cast<std::size_t>(out - begin);
-    return put;
+    all.read += b.bytes;
+    all.written = static_cast<std::size_t>(out - run.out);
 }
 
 MACHINE bytes_put put_utf8(const entry_word* entries, const ascii_run& run) {
@@ -408,13 +394,8 @@ MACHINE bytes_put put_utf8(const entry_word* entries, const ascii_run& run) {
         if (chunks == 0) {
             break;
         }
-        const u8* const in = run.in + all.read;
-        take_apart(in, chunks, plain.plain, b);
-        const u32 length = draw_others(entries, b);
-        const bytes_put put = put_drawn(in, b, length, run.out + all.written);
-        all.read += put.read;
-        all.written += put.written;
-        all.characters += put.characters;
+        take_apart(run.in + all.read, chunks, plain.plain, b);
+        put_drawn(b, draw_others(entries, b), run, all);
         most = std::min(2 * most, b.most_chunks);
     }
     return all;
