@@ -215,6 +215,7 @@ class ListCheck(Room):
 
     def test_missing_files_and_other_caches(self):
         self.write()
+        self.assertEqual(run(TOOL, "list", "--check", self.room), (0, "private.xml: accepted as private (7015)\n"))
         (self.room / "one.cmp").write_text("AAAABBBB")
         self.expect("one.cmp: the cache differs from its table")
         shutil.copy(self.room / "private.xml", self.room / "second.xml")
