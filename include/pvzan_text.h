@@ -55,7 +55,8 @@
  *   character. The meaning of a charset is what its definition says, so your own charsets are
  *   treated as strictly as those that come with the library.
  * - The number of bytes of a fault is that of the decoders in the WHATWG's Encoding Standard: the
- *   bytes that they replace by one U+FFFD. It never includes an ASCII byte that can be a character.
+ *   bytes that they replace by one U+FFFD. It never includes an ASCII byte that can be a character,
+ *   not even at the end of a text, where those decoders include the digits of GB 18030.
  * - Places are relative to the start of the text: bytes from 0, lines and columns from 1. Each
  *   character of the source is a column, and so is each fault, but not a byte-order mark. CR, LF
  *   and CR LF end a line.

@@ -33,12 +33,9 @@ struct place {
     }
 };
 
-// Lines and columns are only counted when a place is needed. This remembers what has not been
-// counted yet, in the input of one call.
+// What is missing in the column, which is only counted when a place is needed: the characters from
+// line on, in the last stretch that had a line break. set was designated at its beginning.
 struct lag {
-    const u8* lines = nullptr; // counted up to here
-    // The last stretch with a line break: the characters from line on are not in the column yet.
-    // set was designated at its beginning.
     const u8 *from = nullptr, *line = nullptr, *to = nullptr;
     u32 set = 0;
 };
@@ -196,10 +193,11 @@ inline bool tells_lines(const pvzan_converter& c) {
 // The offset after the last line break between whole characters; 0 if there is none.
 std::size_t behind_last_break(const pvzan_converter& c, const u8* bytes, std::size_t size);
 // Advances over characters that were converted at full speed; set was designated at their
-// beginning.
-void pass(pvzan_converter& c, lag& behind, std::span<const u8> text, u32 characters, u32 set);
-// Counts what has not been counted up to here.
-void catch_up(pvzan_converter& c, lag& behind, fast::path& path, const u8* here);
+// beginning. counted: the line breaks of ASCII, if they are known.
+void pass(pvzan_converter& c, lag& behind, std::span<const u8> text, u64 characters, u32 set,
+          const fast::ascii_breaks* counted);
+// Counts what is missing in the column.
+void catch_up(pvzan_converter& c, lag& behind, fast::path& path);
 
 // ---- open.cpp
 // Prepares a converter with its options; false, with an error unless that is null, if it fails.

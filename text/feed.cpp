@@ -16,7 +16,7 @@ struct cursor {
     std::size_t room;
     bool last, flush;
     const u8* settled = nullptr; // end of what does not depend on the rest; null: unknown
-    lag behind{in};
+    lag behind{};
 };
 
 constexpr std::size_t most_at_once = 1U << 30;
@@ -101,9 +101,9 @@ void advance_buffers(pvzan_converter& c, cursor& at, std::size_t read, std::size
     c.now.out += written;
 }
 
-// Copies the ASCII that the text begins with; its line breaks are counted at once.
+// Copies the ASCII that the input begins with; its line breaks are counted at once.
 void copy_ascii(pvzan_converter& c, fast::path& path, cursor& at) {
-    if (c.lf != '\n' || at.behind.lines != at.in || *at.in >= 0x80) {
+    if (c.lf != '\n' || *at.in >= 0x80) {
         return;
     }
     place_buffers(c, at);
@@ -112,32 +112,28 @@ void copy_ascii(pvzan_converter& c, fast::path& path, cursor& at) {
     if (n > 0 && at.in + n < at.settled) { // a mark may belong to the last one
         breaks.line_feeds -= at.in[--n] == '\n' ? 1U : 0U;
     }
-    if (n == 0) {
-        return;
-    }
-    const bool joins = *at.in == c.lf && c.now.at.behind_cr;
-    pass(c, at.behind, {at.in, n}, static_cast<u32>(n), 0);
-    c.now.characters += n;
-    advance_buffers(c, at, n, n);
-    if (!breaks.has_returns) {
-        c.now.at.line += breaks.line_feeds - (joins ? 1U : 0U);
-        c.now.at.behind_cr = false;
-        at.behind.lines = at.in;
+    if (n > 0) {
+        pass(c, at.behind, {at.in, n}, n, 0, &breaks);
+        c.now.characters += n;
+        advance_buffers(c, at, n, n);
     }
 }
 
 // Converts at full speed as long as characters come back unharmed.
 void run_over(pvzan_converter& c, fast::path& path, cursor& at) {
     session& s = c.work;
+    const bool begins = at.settled == nullptr;
     if (at.in >= at.settled) {
         look_ahead(c, at);
     }
     if (at.in == at.settled || at.room == 0) {
         return;
     }
-    copy_ascii(c, path, at);
-    if (at.in == at.settled || at.room == 0) {
-        return;
+    if (begins) {
+        copy_ascii(c, path, at);
+        if (at.in == at.settled || at.room == 0) {
+            return;
+        }
     }
     place_buffers(c, at);
     s.srcCode = c.now.behind_break ? u32{'\r'} : 0;
@@ -151,7 +147,7 @@ void run_over(pvzan_converter& c, fast::path& path, cursor& at) {
     c.now.behind_break = c.how.breaks != PVZAN_BREAKS_AS_FOUND && s.srcCode == '\r';
     const u32 characters = s.inCount;
     const auto written = static_cast<std::size_t>(s.outPos);
-    pass(c, at.behind, {at.in, done}, characters, set);
+    pass(c, at.behind, {at.in, done}, characters, set, nullptr);
     c.now.characters += characters;
     if (counts_private_use(c) && is_unicode(c.from)) {
         c.now.private_use += count_private(at.in, done, c.from.kind, c.now.big_source);
@@ -181,22 +177,21 @@ constexpr bool is_break(u32 letter) {
     return letter == '\r' || letter == '\n';
 }
 
-// Advances over a character, a fault or a designation, whose bytes may be counted now or later.
-void advance(pvzan_converter& c, const reading_result& read, bool counted_later) {
+// Advances over a character, a fault or a designation.
+void advance(pvzan_converter& c, lag& behind, const reading_result& read) {
     const bool two = read.c.mark != 0 && (is_unicode(c.from) || full_width_of(read.c) != 0);
     const u32 marks = read.marks + (two ? 1 : 0);
     c.now.at.offset += read.bytes;
     if (read.kind == reading_result::silent) {
-        c.now.at.behind_cr = c.now.at.behind_cr && counted_later;
+        c.now.at.behind_cr = false;
         return;
     }
     if (tells_lines(c)) {
-        if (counted_later) {
-            ++c.now.at.column;
-        } else {
-            c.now.at.step(read.c.letter);
-        }
+        c.now.at.step(read.c.letter);
         c.now.at.column += marks;
+        if (is_break(read.c.letter)) {
+            behind = {};
+        }
     }
     if (read.kind == reading_result::faulty) {
         return;
@@ -289,13 +284,6 @@ bool answer_inside(pvzan_converter& c) {
     return true;
 }
 
-// Whether its bytes would later be counted as line breaks.
-bool looks_like_break(const pvzan_converter& c, const view& text, const reading_result& next) {
-    return c.from.unit == 1 &&
-           std::any_of(text.bytes, text.bytes + std::min<std::size_t>(next.bytes, text.size),
-                       [&](u8 byte) { return byte == c.lf || byte == c.cr; });
-}
-
 // Handles the next character of held bytes and input; sets stuck if more input is needed.
 pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, bool& stuck) {
     u8 joined[most_held];
@@ -312,24 +300,22 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
     const stepped result = step(c, text, next);
     const bool told = result == stepped::faulty && !answer_inside(c);
     u32 used = next.bytes;
-    // A sequence may end with a line break that is not a character.
-    const bool silent = next.kind == reading_result::silent;
-    const bool breaks = silent && next.bytes > 0 && text.bytes[next.bytes - 1] == '\n';
-    const bool counted = held > 0 || breaks || (!silent && is_break(next.c.letter)) ||
-                         looks_like_break(c, text, next);
     if (result == stepped::waits) {
         stuck = true;
         used = leaves_input(c) ? next.letters : static_cast<u32>(text.size);
         std::copy_n(text.bytes, used, c.now.held);
         c.now.held_size = used;
     } else {
-        if (counted || told) {
-            catch_up(c, at.behind, path, at.in);
+        if (told) {
+            catch_up(c, at.behind, path);
             c.fault.at = c.now.at;
         }
-        advance(c, next, !counted);
-        if (breaks && tells_lines(c)) {
+        advance(c, at.behind, next);
+        // A sequence may end with a line break that is not a character.
+        if (next.kind == reading_result::silent && next.bytes > 0 && tells_lines(c) &&
+            text.bytes[next.bytes - 1] == '\n') {
             c.now.at.step('\n');
+            at.behind = {};
         }
         used = leaves_input(c) && told ? 0 : used;
         c.now.held_size = held - std::min(held, used);
@@ -338,7 +324,6 @@ pvzan_outcome take_character(pvzan_converter& c, fast::path& path, cursor& at, b
     const u32 from_input = used > held ? used - held : 0;
     at.in += from_input;
     at.left -= from_input;
-    at.behind.lines = counted ? at.in : at.behind.lines;
     return told ? PVZAN_FEED_FAULT : PVZAN_FEED_DONE;
 }
 
@@ -368,7 +353,7 @@ pvzan_outcome end(pvzan_converter& c, fast::path& path, cursor& at) {
     if (at.last && is_left_open(c) && !std::exchange(c.now.told_open, true)) {
         note_fault(c, {c.fault.bytes, 0, true, true}, PVZAN_FAULT_LEFT_OPEN, 0, 0);
         if (!answer_inside(c)) {
-            catch_up(c, at.behind, path, at.in);
+            catch_up(c, at.behind, path);
             c.fault.at = c.now.at;
             return PVZAN_FEED_FAULT;
         }
@@ -439,7 +424,7 @@ pvzan_outcome pvzan_feed(pvzan_converter* converter, const uint8_t** in, size_t*
                                : fast::strictness::characters);
     const pvzan_outcome said = feed(*converter, path, at);
     if (converter->now.now != stage::ended) {
-        catch_up(*converter, at.behind, path, at.in);
+        catch_up(*converter, at.behind, path);
     }
     *in = at.in;
     *left = at.left;

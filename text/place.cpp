@@ -59,7 +59,7 @@ u64 count_codes(pvzan_converter& c, fast::path& path, const u8* p, std::size_t s
 // Counts the characters that are missing in the column.
 u64 count_lacking(pvzan_converter& c, const lag& behind, fast::path& path) {
     const auto size = static_cast<std::size_t>(behind.to - behind.line);
-    if (is_unicode(c.from) || size == 0) {
+    if (is_unicode(c.from)) {
         return count_sequences(c, behind.line, size);
     }
     session& s = c.work;
@@ -73,22 +73,6 @@ u64 count_lacking(pvzan_converter& c, const lag& behind, fast::path& path) {
     s.dstShiftSet = out_set;
     s.srcCode = code;
     return count;
-}
-
-void count_lines(pvzan_converter& c, const u8* bytes, std::size_t units) {
-    if (units == 0) {
-        return;
-    }
-    // Counts every LF, and every CR that no LF follows; nothing follows the last unit.
-    const auto code_at = [&](std::size_t i) {
-        return load_code({bytes + i * c.from.unit, c.from.unit}, c.now.big_source);
-    };
-    const u32 last = code_at(units - 1);
-    c.now.at.line += fast::chosen_kernels().count_breaks(
-        bytes, units - 1, {{c.from.unit, c.now.big_source}, c.lf, c.cr});
-    c.now.at.line += last == c.lf || last == c.cr ? 1U : 0U;
-    c.now.at.line -= code_at(0) == c.lf && c.now.at.behind_cr ? 1U : 0U;
-    c.now.at.behind_cr = last == c.cr;
 }
 
 } // namespace
@@ -111,32 +95,41 @@ std::size_t behind_last_break(const pvzan_converter& c, const u8* bytes, std::si
     return 0;
 }
 
-void pass(pvzan_converter& c, lag& behind, std::span<const u8> text, u32 characters, u32 set) {
-    c.now.at.offset += text.size();
+void pass(pvzan_converter& c, lag& behind, std::span<const u8> text, u64 characters, u32 set,
+          const fast::ascii_breaks* counted) {
+    place& at = c.now.at;
+    at.offset += text.size();
     if (!tells_lines(c)) {
         return;
     }
     const std::size_t line = behind_last_break(c, text.data(), text.size());
     if (line == 0) {
-        c.now.at.column += characters;
+        at.column += characters;
+        at.behind_cr = false;
         return;
     }
-    const bool are_units = u64{characters} * c.from.unit == text.size(); // as in ASCII
-    c.now.at.column = 1 + (are_units ? (text.size() - line) / c.from.unit : 0);
-    behind.from = text.data();
-    behind.line = are_units ? text.data() + text.size() : text.data() + line;
-    behind.to = text.data() + text.size();
-    behind.set = set;
+    const fast::ascii_unit unit{c.from.unit, c.now.big_source};
+    const auto code_at = [&](std::size_t i) {
+        return load_code(text.subspan(i, unit.bytes), unit.big_endian);
+    };
+    // Every LF, and every CR that no LF follows, for which one unit more is read.
+    at.line += counted != nullptr && !counted->has_returns
+                   ? counted->line_feeds
+                   : 1 + fast::chosen_kernels().count_breaks(text.data(), line / unit.bytes - 1,
+                                                             {unit, c.lf, c.cr});
+    at.line -= code_at(0) == c.lf && at.behind_cr ? 1U : 0U;
+    at.behind_cr = line == text.size() && code_at(line - unit.bytes) == c.cr;
+    const bool are_units = characters * unit.bytes == text.size(); // as in ASCII
+    at.column = 1 + (are_units ? (text.size() - line) / unit.bytes : 0);
+    const u8* const end = text.data() + text.size();
+    behind = {text.data(), are_units ? end : text.data() + line, end, set};
 }
 
-void catch_up(pvzan_converter& c, lag& behind, fast::path& path, const u8* here) {
-    if (!tells_lines(c) || (behind.lines == here && behind.line == behind.to)) {
-        return;
+void catch_up(pvzan_converter& c, lag& behind, fast::path& path) {
+    if (behind.line != behind.to) {
+        c.now.at.column += count_lacking(c, behind, path);
+        behind.line = behind.to;
     }
-    const u8* const from = std::exchange(behind.lines, here);
-    count_lines(c, from, static_cast<std::size_t>(here - from) / c.from.unit);
-    c.now.at.column += count_lacking(c, behind, path);
-    behind.line = behind.to;
 }
 
 } // namespace text

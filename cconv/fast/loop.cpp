@@ -207,7 +207,7 @@ private:
             r_.why = stop::by_rules;
             return false;
         }
-        if (r_.out_end - out < static_cast<std::ptrdiff_t>(size + length)) {
+        if (r_.out_end - out < std::ptrdiff_t{size} + length) {
             return false;
         }
         if (needs_way) {

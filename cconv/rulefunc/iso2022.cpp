@@ -85,6 +85,17 @@ private:
                    : byte <= ' ' || byte == 0x7F;
     }
 
+    // Whether something may begin with the byte.
+    [[nodiscard]] bool may_begin(u8 byte) const {
+        const auto is_lead = [&](u32 which, u32 code) {
+            const u32 set = which < register_count ? set_in(state_, which) : no_set;
+            return set != no_set && told_.set(set).may_be(code, 0);
+        };
+        return told_.opens_sequence(byte) || is_lead(shifted(state_), byte) ||
+               may_be_first_set(set_in(state_, shifted(state_)), byte) ||
+               (byte >= 0xA0 && is_lead(told_.eight, byte & 0x7FU));
+    }
+
     [[nodiscard]] bool is_in_force(const control_sequence& s) const {
         return s.inside == no_set || s.inside == set_in(state_, shifted(state_));
     }
@@ -136,10 +147,7 @@ private:
             }
             const u32 byte = text_[begin + i];
             if ((byte & 0x80) < high || !set.may_be(byte - high, i)) {
-                // Below 40 are the control codes of EBCDIC; no code of two bytes begins there.
-                const bool controls = byte < '@' && byte != ' ';
-                const bool stands_alone = controls || told_.opens_sequence(byte);
-                const std::size_t length = begin + i + (stands_alone ? 0 : 1);
+                const std::size_t length = begin + i + (may_begin(text_[begin + i]) ? 0U : 1U);
                 return invalid(std::max<std::size_t>(length, 1), begin + i + 1);
             }
             bytes = bytes << 8 | (byte - high);

@@ -243,6 +243,7 @@ private:
             return;
         }
         std::vector<const char*> names;
+        names.reserve(members.size());
         for (const linked_member& linked : members) {
             names.push_back(linked.set->name.c_str());
         }

@@ -152,13 +152,12 @@ private:
             }
             line = line.subspan(s.bytes);
             const auto found = std::ranges::find(high_, static_cast<char16_t>(s.scalar));
-            const bool control = s.scalar >= 0x80 && s.scalar < 0xA0;
-            if (s.scalar < 0x80) {
+            const bool fills_hole =
+                s.scalar >= 0x80 && s.scalar < 0xA0 && high_[s.scalar - 0x80] == hole;
+            if (s.scalar < 0x80 || fills_hole) {
                 *end++ = static_cast<u8>(s.scalar);
             } else if (s.scalar < hole && found != std::end(high_)) {
                 *end++ = static_cast<u8>(0x80 + (found - std::begin(high_)));
-            } else if (control && high_[s.scalar - 0x80] == hole) {
-                *end++ = static_cast<u8>(s.scalar);
             } else {
                 return 0;
             }
