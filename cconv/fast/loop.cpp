@@ -12,8 +12,9 @@ namespace fast {
 
 namespace {
 
-// Bytes that a block of codes with escape sequences may touch.
-constexpr std::ptrdiff_t block_margin = 8 * block_codes + kernel_margin;
+// Bytes that a chunk of codes with escape sequences takes at most, and that a block may touch.
+constexpr std::ptrdiff_t chunk_margin = 8 * chunk_codes,
+                         block_margin = block_chunks * chunk_margin + kernel_margin;
 
 // Writes the bytes of a character; if there is little room, only these.
 void put(u8* out, const u8* out_end, u64 bytes, u32 length) {
@@ -287,30 +288,30 @@ private:
     bool block() {
         const u8* const begin = r_.in;
         if constexpr (!has_states && Reader::unit_bytes == 1) {
-            if (goes_at_once_) {
+            if (goes_at_once_ && blocks_first_ == 0) {
                 convert_at_once();
+                if (r_.in - begin > few_bytes || !reads_blocks(p_)) {
+                    return r_.in > begin;
+                }
             }
         }
         const bool moved = r_.in > begin;
-        if (r_.in - begin > few_bytes) {
-            return true;
-        }
-        if (!reads_blocks(p_)) {
-            return moved;
-        }
+        blocks_first_ = moved ? few_blocks : blocks_first_ - std::min(blocks_first_, 1U);
         const std::ptrdiff_t room = r_.out_end - r_.out;
-        if (to_ != nullptr && room < block_margin) {
+        const std::ptrdiff_t fitting = (room - std::ptrdiff_t{kernel_margin}) / chunk_margin;
+        if (to_ != nullptr && fitting <= 0) {
             next_block_ = r_.in_end;
             return moved;
         }
         next_block_ = r_.in + chunk_bytes; // what stopped this block would also stop the next one
         u16 codes[block_codes + chunk_codes]; // vectors reach beyond the last one
         const auto left = static_cast<std::size_t>(r_.in_end - r_.in);
-        const std::size_t chunks = std::min(chunks_, left / chunk_bytes);
+        std::size_t chunks = std::min(chunks_, left / chunk_bytes);
+        chunks = to_ != nullptr ? std::min(chunks, static_cast<std::size_t>(fitting)) : chunks;
         const chunk_read read = reader_.read(r_.in, chunks, codes);
         // Close to the end of the output, where a block may touch more than it writes.
         u8 aside[block_margin];
-        u8* const out = room < block_margin ? aside : r_.out;
+        u8* const out = room < block_margin && to_ == nullptr ? aside : r_.out;
         const block_written written = to_ != nullptr ? put_in_sets(codes, read.codes, out)
                                                      : put_block(p_, codes, read.codes, out);
         const std::size_t n = written.codes;
@@ -458,11 +459,13 @@ private:
     bool has_runs_;                                      // of ASCII, which is faster without blocks
     bool goes_at_once_, has_blocks_;
     // Input that is worth making tables for, how far behind a character that lacks in them they are
-    // tried again, and how much text between others is not worth it: a block is next.
+    // tried again, and how much text between others is not worth it: some blocks are next.
     static constexpr std::size_t worth_tables = 256;
     static constexpr std::ptrdiff_t behind_fault = Reader::scalars ? 1 : 8;
     static constexpr std::ptrdiff_t few_bytes = Reader::scalars ? 4 * chunk_bytes : 0;
+    static constexpr u32 few_blocks = 4;
     byte_tables tables_;
+    u32 blocks_first_ = 0;
     const u8* next_block_ = nullptr;
     std::size_t chunks_ = 1;        // number to read for the next block
     const u8* behind_cr_ = nullptr; // place where a line feed is dropped
