@@ -168,8 +168,9 @@ TEST(Fast, EndsAnywhere) {
     }
 }
 
-// Long texts of single bytes and to them, with line breaks converted or not, damaged or not.
-TEST(Fast, ConvertsSingleBytes) {
+// Long texts of single bytes and to them, damaged or not, and of three pieces to other charsets,
+// with line breaks converted or not.
+TEST(Fast, ConvertsLongTexts) {
     test::use_shipped_charsets();
     std::mt19937 random(1);
     fast::kernel_list list{};
@@ -191,6 +192,18 @@ TEST(Fast, ConvertsSingleBytes) {
         std::string there = result_of(c);
         there[random() % there.size()] ^= static_cast<char>(random() % 2);
         compare({.from = other, .to = single, .input = there, .target = c.target});
+        std::string text, three[3];
+        for (std::string& piece : three) {
+            piece = std::array{
+                "a", "bcdefg", "\n", "い", "漢字", "か\u309A", "ｶ", "한글"}[random() % 8];
+        }
+        for (int i = 0; i < 200; ++i) {
+            text += three[random() % 3];
+        }
+        const char* const to =
+            std::array{"iso-2022-jp", "iso-2022-jp-2004", "iso-2022-cn", "euc-jp",
+                       "iso-2022-kr", "iso-2022-jp-2",    "cp50222"}[random() % 7];
+        compare({.from = "utf-8", .to = to, .input = text, .target = c.target});
     }
     fast::choose_kernels(nullptr);
 }
