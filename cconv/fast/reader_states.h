@@ -17,7 +17,6 @@ public:
     static constexpr bool scalars = false, has_states = true;
     static constexpr u32 unit_bytes = 1, usual_length = 2;
     static constexpr std::ptrdiff_t longest = 2;
-    static constexpr stop stop_without_length = stop::by_rules;
 
     state_reader(const pair& with, u32 state)
         : p_(with), states_(with.plan.source_states), codes_(*states_.codes) {
