@@ -110,7 +110,8 @@ TEST(Fast, LeavesWhatTheRulesLeave) {
     EXPECT_GT(both_paths::all_fast_characters, both_paths::all_characters * 3 / 10);
 }
 
-// A caller may put another rule into a session, which the charset's own pair is not for.
+// A caller may put another rule into a session, which the charset's own pair is not for, or a
+// language, whose tag is due.
 TEST(Fast, GoesByTheSessionsRules) {
     test::use_shipped_charsets();
     const std::string text =
@@ -121,6 +122,7 @@ TEST(Fast, GoesByTheSessionsRules) {
         if (!rule.empty()) {
             (rule[0] == 'd' ? s->srcRule : s->dstRule) = TheRule(rule.c_str());
         }
+        s->baseLang[0] = 'x';
         std::vector<u8> out(1000);
         test::give_input(*s, text);
         s->outBuf = out.data();
@@ -130,7 +132,7 @@ TEST(Fast, GoesByTheSessionsRules) {
         out.resize(static_cast<std::size_t>(s->outPos));
         return out;
     };
-    for (const char* rule : {"", "constEUC-JP", "destUTF-16", "", "destUTF-16"}) {
+    for (const char* rule : {"", "constEUC-JP", "destUTF-16", "", "destUTF-16", "constUTF-8"}) {
         EXPECT_EQ(convert(rule, false), convert(rule, true)) << rule;
     }
     EXPECT_NE(convert("constEUC-JP", true), convert("", true));

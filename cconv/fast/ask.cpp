@@ -143,8 +143,7 @@ bool joins_marks(const pair& p) {
     return p.plan.source->form != unicode_form::none && p.plan.target->form == unicode_form::none;
 }
 
-// Whether what was written is read back as the character, or as the line break that was chosen;
-// U+2028 and U+2029 do not count as such here.
+// Whether what was written is read back as the character, or as the line break that was chosen.
 bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, const character& c) {
     session& s = p.neutral;
     const character back = read_back(&s, written, PVZAN_SET_ISO_646_IRV);
@@ -153,9 +152,6 @@ bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, con
         return back == (mode == PVZAN_NEWLINE_CR   ? character{'\r', 0}
                         : mode == PVZAN_NEWLINE_LF ? character{'\n', 0}
                                                    : character{'\r', '\n'});
-    }
-    if (p.plan.normalises && (c.letter == line_separator || c.letter == paragraph_separator)) {
-        return false;
     }
     std::array<u8, output_bytes> again;
     return back == c &&
