@@ -41,7 +41,7 @@ std::uint64_t compare(const test::conversion& c) {
 // These come first: the others settle the charset directory of the process.
 
 // A table that is written to after it was loaded; one that counts as loaded, and empty, from the
-// second attempt to read its missing file on.
+// second attempt to read its missing file on; one of a Unicode charset.
 TEST(Fast, SeesItsTablesChange) {
     const test::temp_dir directory;
     test::in_child([&] {
@@ -64,6 +64,9 @@ TEST(Fast, SeesItsTablesChange) {
         EXPECT_EQ(loadTableFile(table), 0U);
         EXPECT_EQ(loadTableFile(table), 1U);
         EXPECT_EQ(compare(by_file), 0U);
+        made_charset mapped("made-unicode", "destUTF-8", "constUTF-8");
+        made_charset::put(mapped.add(4), 'B', 'A');
+        compare({.from = "unicode", .to = "made-unicode", .input = "AAAAAA"});
     });
 }
 
