@@ -226,8 +226,7 @@ bool is_plain_utf8(pvzan_guesser& g, bool complete) {
     }
     read_as(g, c, {g.evidence, g.evidence_size}, complete);
     c.cost = 0;
-    return c.faults == 0 && (c.long_ones >= utf8_enough_long_ones || c.beyond >= utf8_plenty ||
-                             (c.beyond >= utf8_enough && c.odd * utf8_for_an_odd_one <= c.beyond));
+    return c.faults == 0 && (c.long_ones >= utf8_enough_long_ones || c.beyond >= utf8_enough);
 }
 
 } // namespace text
