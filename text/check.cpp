@@ -9,8 +9,8 @@
 #include "cconv/registry/further.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
-#include "cconv/rulefunc/strict.h"
 #include "cconv/tables/table.h"
+#include "text/check_table.h"
 #include "text/directory.h"
 #include "text/names.h"
 #include "text/record.h"
@@ -93,6 +93,25 @@ private:
         return found;
     }
 
+    // What a key says in an element must be a hexadecimal number up to most.
+    void check_number(const char* file, owned_document& in, const element& where, const char* key,
+                      u32 most, bool may_lack) {
+        const auto at = find_key(in, key, where.start);
+        const bool is_there = at && *at <= where.end;
+        const auto open = is_there ? find_quote(in, *at, where.end) : std::nullopt;
+        const auto close = open ? find_quote(in, *open, where.end) : std::nullopt;
+        char value[text_bytes] = "";
+        if (close) {
+            xmlGetName(&in, *open, *close - i32{sizeof(u32)}, value);
+        }
+        const std::size_t digits = std::strspn(value, "0123456789ABCDEFabcdef");
+        const bool fits =
+            digits <= 8 && value[digits] == '\0' && xatoi(value) > 0 && xatoi(value) <= most;
+        if (!fits && (is_there || !may_lack)) {
+            tell(file, "%s must be a number from 1 to %X, in quotation marks", key, most);
+        }
+    }
+
     static bool charset_name(owned_document& in, char (&name)[text_bytes], element& where) {
         const auto charset = find_element(in, "charset", 0);
         const auto found = charset ? find_element(in, "name", charset->start) : std::nullopt;
@@ -125,6 +144,9 @@ private:
             tell(file, "the element rule lacks construle= or destrule=");
         }
         check_sets(file, in);
+        if (member_count_ == 0 && count_ == 0) {
+            tell(file, "the charset has no set");
+        }
         check_iso2022(file, in, rule);
         const charset_group* group = find_group(name);
         if (group == nullptr) {
@@ -145,14 +167,15 @@ private:
     }
 
     void check_iso2022(const char* file, owned_document& in, const std::optional<element>& rule) {
-        char encoder[text_bytes] = "", decoder[text_bytes] = "";
-        if (const auto at = rule ? find_key(in, "construle=", rule->start) : std::nullopt) {
-            xmlGetRule(&in, *at, encoder);
+        bool uses_it = false;
+        for (const char* const key : {"construle=", "destrule="}) {
+            char name[text_bytes] = "";
+            if (const auto at = rule ? find_key(in, key, rule->start) : std::nullopt) {
+                xmlGetRule(&in, *at, name);
+            }
+            uses_it = uses_it || goes_by_iso2022(name);
         }
-        if (const auto at = rule ? find_key(in, "destrule=", rule->start) : std::nullopt) {
-            xmlGetRule(&in, *at, decoder);
-        }
-        if (!goes_by_iso2022(encoder) && !goes_by_iso2022(decoder)) {
+        if (!uses_it) {
             return;
         }
         const char* names[most_members];
@@ -198,14 +221,11 @@ private:
             tell(file, "the file that defines %s must have that name, in lower case", name);
             return true;
         }
-        const charset_group* group = find_group(name);
-        for (const charset_group* other : items_of<charset_group>(g_ProcessObject.groups)) {
-            if (other == group) {
-                tell(file, "%s is already defined outside this folder", name);
-                return true;
-            }
+        const bool is_taken = find_group(name) != nullptr && is_read_at_start(name);
+        if (is_taken) {
+            tell(file, "%s is already defined outside this folder", name);
         }
-        return false;
+        return is_taken;
     }
 
     // Checks the definitions before it: the first one with a name or number is used.
@@ -293,7 +313,12 @@ private:
         if (!is_further_path(file)) {
             check_set_name(name, set, *named);
         }
+        check_number(name, set, *found, "bytenum=", max_code_bytes, true);
         if (body == nullptr) {
+            if (const auto range = find(set, name, "defrange", found->start)) {
+                check_number(name, set, *range, "start=", 0xFFFF, false);
+                check_number(name, set, *range, "number=", 0xFFFF, false);
+            }
             return;
         }
         code_bytes codes{};
@@ -302,7 +327,11 @@ private:
             tell(name, "linear= needs a range of bytes, such as 81-FE, for each byte of a code");
             return;
         }
+        char words[128];
         const auto defined = find_element(set, "defined", found->start);
+        if (defined && !text::check_codes(set, defined->start, defined->end, words)) {
+            tell(name, "%s", words);
+        }
         const auto table = find_element(set, "srtable", defined ? defined->end : found->start);
         if (table) { // without a table its codes are Unicode values
             const auto table_file = referred(file, in, set, *table, "srtable");
@@ -318,19 +347,13 @@ private:
 
     // All definitions use the first set with a number.
     void check_set_name(const char* file, owned_document& set, const element& where) {
-        char name[text_bytes], taken[text_bytes] = "";
+        char name[text_bytes];
         xmlGetName(&set, where.start, where.end, name);
-        fold_text(name);
-        const object_array* sets = definitions_settled() ? g_ProcessObject.basics : nullptr;
-        for (const basic_set* other : items_of<basic_set>(sets)) {
-            if (other->setNo == group_number(name)) {
-                copy_text(taken, other->name);
-                fold_text(taken);
-            }
-        }
-        if (taken[0] != '\0' && std::strcmp(taken, name) != 0) {
+        const u32 number = group_number(name);
+        const basic_set* other = definitions_settled() ? registered_set(number) : nullptr;
+        if (other != nullptr && !::same_name(other->name, name)) {
             tell(file, "the name %s has the number %u, as %s does; choose another name", name,
-                 group_number(name), taken);
+                 number, other->name);
         }
     }
 
@@ -352,73 +375,32 @@ private:
                 return;
             }
             at = table->end;
+            check_number(file, in, *table, "bytenum=", max_code_bytes, true);
             if (const auto table_file = referred(file, in, in, *table, "dstable")) {
                 check_table(table_file.get(), in, max_code_bytes);
             }
         }
     }
 
-    // Whether a table may have this pair, which is added to its runs.
-    bool check_pair(const char* file, u32 code, u32 value, u16 code_size, table_object* runs) {
-        if (runs != nullptr && !add_linear(runs, code, value)) {
-            tell(file, "%X is not a code that linear= allows, or is out of order", code);
-        } else if (code_size < sizeof code && code >> 8 * code_size != 0) {
-            tell(file, "the code %X has more than %u bytes", code, u32{code_size});
-        } else if (!is_scalar(taken_apart(value).letter)) {
-            tell(file, "%X is not a character of Unicode, nor a letter and a mark", value);
-        } else {
-            return true;
-        }
-        return false;
-    }
-
     // counted: the bytes of counted codes; null if each pair is a code.
     void check_table(const char* file, const owned_document& in, u16 code_size,
                      const code_bytes* counted = nullptr) {
-        char path[text_bytes], cache[text_bytes];
+        char path[text_bytes], cache[text_bytes], words[128];
         const bool named = path_of(file, nullptr, path) && path_of(file, ".cmp", cache);
         const owned_file table = named ? open_regular(path) : owned_file();
         if (table == nullptr) {
             tell(file, "the table is missing");
             return;
         }
-        owned_memory<u8> buffer(static_cast<u8*>(ZAN_malloc(TABLE_READ_BYTES))), cached;
-        std::size_t cached_size = 0;
-        const bool has_cache = read_regular(cache, cached, cached_size);
-        const owned_table runs(counted != nullptr ? initTable(sizeof(u32), 0) : nullptr);
-        if (buffer == nullptr ||
-            (counted != nullptr && (runs == nullptr || !make_linear(runs.get(), *counted)))) {
-            return;
-        }
-        table_reader reader = {};
-        reader.file = table.get();
-        reader.encoding = in.encoding;
-        reader.bigEndian = in.bigEndian;
-        reader.readBuf = buffer.get();
-        reader.remaining = file_size(table.get());
-        u32 number = 0, code = 0;
-        std::size_t bytes = 0;
-        bool same = true, is_code = false;
-        while (hex32(&reader, &number) != 0) {
-            is_code = !is_code;
-            if (!is_code && !check_pair(file, code, number, code_size, runs.get())) {
-                return;
-            }
-            code = number;
-            same = same && bytes + sizeof number <= cached_size &&
-                   std::memcmp(cached.get() + bytes, &number, sizeof number) == 0;
-            bytes += sizeof number;
-        }
-        const auto faulty = runs != nullptr ? faulty_run(runs.get()) : std::nullopt;
-        const std::size_t left = bytes % (2 * sizeof number);
-        if (bytes == left) {
-            tell(file, "the table is empty or not in the encoding of its definition");
-        } else if (left != 0) {
-            tell(file, "the table is truncated, or its last line does not end with CR LF");
-        } else if (faulty) {
-            tell(file, "the run from %X on has a character of another run, or leaves Unicode",
-                 *faulty);
-        } else if (has_cache && !(same && cached_size / 8 == bytes / 8)) {
+        owned_memory<u8> cached;
+        std::size_t size = 0;
+        const bool has_cache = read_regular(cache, cached, size);
+        const bool agrees = text::check_table(
+            {table.get(), in.encoding, in.bigEndian, code_size, counted, {cached.get(), size}},
+            words);
+        if (words[0] != '\0') {
+            tell(file, "%s", words);
+        } else if (has_cache && !agrees) {
             tell(last_part(cache),
                  "the cache differs from its table, but the library uses it: remove it");
         }

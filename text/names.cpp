@@ -141,15 +141,6 @@ u32 spelling_distance(std::string_view a, std::string_view b) {
     return cost[a.size()][b.size()];
 }
 
-bool is_read_at_start(const char* charset) {
-    for (const charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
-        if (std::strcmp(group->name, charset) == 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
 // The first row of each charset.
 constexpr auto first_rows = [] {
     std::array<bool, rows.size()> first{};
@@ -186,6 +177,15 @@ std::string_view similar_name(std::string_view name) {
 }
 
 } // namespace
+
+bool is_read_at_start(const char* charset) {
+    for (const charset_group* group : items_of<charset_group>(g_ProcessObject.groups)) {
+        if (std::strcmp(group->name, charset) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
 
 charset_group* find_group(const char* charset) {
     return find_charset(charset);

@@ -23,6 +23,9 @@ void describe_codes(const charset_group* group, pvzan_name& meaning);
 // done. Null if there is none.
 charset_group* find_group(const char* charset);
 
+// Whether a definition outside of the folder of further ones has this name.
+bool is_read_at_start(const char* charset);
+
 // The first name of this charset in the list, or else the charset's own name.
 void shown_name(std::string_view charset, char (&shown)[64]);
 

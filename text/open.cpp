@@ -120,12 +120,7 @@ bool prepare_session(pvzan_converter& c, charset_group* from, charset_group* to)
     std::memset(static_cast<void*>(&s), 0, offsetof(session, baseLang));
     s.baseLang[0] = s.outLang[0] = s.curLang[0] = '\0';
     s.source = {};
-    s.target.langTag[0] = '\0';
-    s.target.useSubstitute = 0;
-    s.target.substChar1 = s.target.substChar2 = 0;
-    s.target.dstWriteBom = 0;
-    s.target.charRefMode = 0;
-    s.target.convertNewline = 0;
+    s.target = {};
     s.target.newlineMode = c.how.breaks == PVZAN_BREAKS_LF   ? PVZAN_NEWLINE_LF
                            : c.how.breaks == PVZAN_BREAKS_CR ? PVZAN_NEWLINE_CR
                                                              : PVZAN_NEWLINE_CRLF;
