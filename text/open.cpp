@@ -167,7 +167,7 @@ bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* 
     c.has_pairs = looks_for_marks && has_codes_of_pairs(target);
     c.composes = looks_for_marks && (flags & PVZAN_COMPOSE) != 0;
     std::memset(static_cast<void*>(c.known), 0, sizeof c.known);
-    std::memset(c.bytes_known, 0, sizeof c.bytes_known);
+    std::memset(c.endings, 0, sizeof c.endings);
     c.substitute = c.how.substitute;
     begin_text(c);
     c.lf = find_break(c, '\n');
