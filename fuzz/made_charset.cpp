@@ -71,6 +71,7 @@ basic_set* made_charset::add(u16 width, u16 type) {
 void made_charset::put(basic_set* set, u32 code, u32 scalar) {
     putTable(set->decodeTable, code, scalar);
     putTable(set->encodeTable, scalar, code);
+    addArray(set->defined->ranges, initLimit(code, code));
     set->decodeTable->loaded = 1;
     set->encodeTable->loaded = 1;
 }

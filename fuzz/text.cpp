@@ -1,7 +1,7 @@
 // Texts without a session. Detection: nothing outside the extent is read, the answer depends on the
 // extent alone, and the request's first fields stay. HZ and UTF-7: no byte outside the buffers, and
 // what fits a smaller output is the same.
-#include "fuzz/charset_files.h"
+#include "fuzz/support.h"
 
 #include "pvzan.h"
 
@@ -82,7 +82,6 @@ void utf7(const fuzz::exact_bytes& in, std::size_t length, std::size_t room) {
 
 int LLVMFuzzerInitialize(int*, char***) {
     my_init();
-    fuzz::use_empty_charset_directory();
     return 0;
 }
 

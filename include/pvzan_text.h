@@ -54,8 +54,8 @@
  * - A character is converted if the target has a code for it that is read back as the same
  *   character. The meaning of a charset is what its definition says, so your own charsets are
  *   treated as strictly as those that come with the library.
- * - A fault is as long as what the WHATWG's Encoding Standard replaces by one U+FFFD, but never
- *   includes an ASCII byte that can be a character (as it may at the end of a GB 18030 text there).
+ * - A fault is as long as what decoders of the WHATWG's Encoding Standard replace by one U+FFFD,
+ *   but never includes an ASCII byte that can be a character, as theirs may at the end of GB18030.
  * - Places are relative to the start of the text: bytes from 0, lines and columns from 1. Each
  *   character of the source is a column, and so is each fault, but not a byte-order mark. CR, LF
  *   and CR LF end a line.

@@ -215,15 +215,16 @@ class ListCheck(Room):
 
     def test_missing_files_and_other_caches(self):
         self.write()
+        self.assertEqual(run(TOOL, "list", "--check", self.room), (0, "private.xml: accepted as private (7015)\n"))
         (self.room / "one.cmp").write_text("AAAABBBB")
         self.expect("one.cmp: the cache differs from its table")
         shutil.copy(self.room / "private.xml", self.room / "second.xml")
-        self.expect("second.xml: not taken: private is already defined by private.xml")
+        self.expect("second.xml: not accepted: private is already defined by private.xml")
         for name, what in (("one.txt", "table"), ("one.set", "file")):
             (self.room / name).unlink()
             self.expect(f"{name}: the {what} is missing")
         (self.room / "private.xml").write_text("<charset>utf-8</charset>")
-        self.expect("private.xml: not taken: the file is not in UTF-16, UCS-2 or UCS-4")
+        self.expect("private.xml: not accepted: the file is not in UTF-16, UCS-2 or UCS-4")
 
     def test_numbers_that_collide(self):
         """They are sums of letters times positions: 97 + 2 * 98 = 99 + 2 * 97."""
@@ -237,7 +238,7 @@ class ListCheck(Room):
             self.write("private.xml", length=length)
             status, said = run(TOOL, "list", "--check", self.room)
             listed = subprocess.run([TOOL, "list", "--charset-dir", self.room], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-            self.assertEqual((status in (0, 1), ": taken as " in said), (True, listed.stdout != b""), (length, said))
+            self.assertEqual((status in (0, 1), ": accepted as " in said), (True, listed.stdout != b""), (length, said))
 
 
 if __name__ == "__main__":

@@ -31,17 +31,6 @@ std::atomic<file_names*> further; // null: not read yet
 // my_init. It is held only in this file, and never while tables are used.
 pthread_mutex_t start_lock = PTHREAD_MUTEX_INITIALIZER;
 
-class start_guard {
-public:
-    start_guard() { pthread_mutex_lock(&start_lock); }
-    ~start_guard() { pthread_mutex_unlock(&start_lock); }
-    start_guard(const start_guard&) = delete;
-    start_guard& operator=(const start_guard&) = delete;
-
-private:
-    cancel_delay uninterrupted_;
-};
-
 // Calls use with the name of each definition in the charset directory, or in a folder of it.
 template <typename Use>
 void for_each_definition(const char* folder, Use use) {
@@ -132,11 +121,7 @@ charset_group* read_further(const char* name) {
     const table_lock lock;
     charset_group* group = registered_group(name); // another thread may have read it meanwhile
     if (group == nullptr) {
-        const u32 sets = further_set_count();
         group = read_further_definition(path, name, known);
-        if (further_set_count() != sets) {
-            note_new_sets();
-        }
     }
     return group;
 }
@@ -207,7 +192,7 @@ void endProcess(void) {
 }
 
 u32 initProcess(void) {
-    const start_guard guard;
+    const held_lock guard(start_lock);
     s_ended = false;
     hold_locks_over_fork();
     if (g_ProcessObject.refCount != 0) {
@@ -230,7 +215,7 @@ u32 initProcess(void) {
 }
 
 void termProcess(void) {
-    const start_guard guard;
+    const held_lock guard(start_lock);
     s_ended = true;
     if (g_ProcessObject.refCount-- == 1) {
         pthread_mutex_destroy(&zan_tablemutex);

@@ -33,23 +33,20 @@ u32 withdraw(session* s, i32 position) {
     return 0;
 }
 
-struct newline_form {
-    u32 first;
-    u32 second; // 0: none
+// A base and its mark, or a line break; second is 0 if there is none.
+struct written_codes {
+    u32 first, second;
 };
 
-newline_form chosen_newline(const session* s, u16 width) {
+written_codes chosen_newline(const session* s, u16 width) {
     switch (s->target.newlineMode) {
     case PVZAN_NEWLINE_CR: return {'\r', 0};
     case PVZAN_NEWLINE_LF: return {'\n', 0};
     case PVZAN_NEWLINE_LINE_SEPARATOR:
-        if (width != 1) {
-            return {line_separator, 0};
-        }
-        break;
     case PVZAN_NEWLINE_PARAGRAPH_SEPARATOR:
         if (width != 1) {
-            return {paragraph_separator, 0};
+            const bool line = s->target.newlineMode == PVZAN_NEWLINE_LINE_SEPARATOR;
+            return {line ? line_separator : paragraph_separator, 0};
         }
         break;
     default: break;
@@ -108,25 +105,17 @@ u32 putNdsCode(session* s, code_filter codeMap, put_function putFunc, u32 code, 
 
 u32 convDstPutcode(session* s, code_filter codeMap, put_function putFunc) {
     const u16 width = output_width(s);
+    const bool has_units = s->outDone != 0;
     const i32 before = s->outPos;
-    const auto put = [=](u32 code) { return putCode(s, codeMap, putFunc, code, width); };
-    const auto put_units = [=](u32 code) { return putNdsCode(s, codeMap, putFunc, code, width); };
-
-    if (s->outDone != 0) {
-        if (put_units(s->outCode) == 0 || (s->outCode2 != 0 && put_units(s->outCode2) == 0)) {
-            return withdraw(s, before);
-        }
-        return 1;
-    }
-    if (s->target.convertNewline != 0 && s->outCode == '\r') {
-        const newline_form newline = chosen_newline(s, width);
-        if (put(newline.first) == 0 || (newline.second != 0 && put(newline.second) == 0)) {
-            return withdraw(s, before);
-        }
-        return 1;
-    }
-    // Base and mark are written together or not at all: the call is repeated for both.
-    if (put(s->outCode) == 0 || (s->outCode2 != 0 && put(s->outCode2) == 0)) {
+    const auto put = [=](u32 code) {
+        return has_units ? putNdsCode(s, codeMap, putFunc, code, width)
+                         : putCode(s, codeMap, putFunc, code, width);
+    };
+    const bool breaks = !has_units && s->target.convertNewline != 0 && s->outCode == '\r';
+    const written_codes codes =
+        breaks ? chosen_newline(s, width) : written_codes{s->outCode, s->outCode2};
+    // Both are written together or not at all: the call is repeated for both.
+    if (put(codes.first) == 0 || (codes.second != 0 && put(codes.second) == 0)) {
         return withdraw(s, before);
     }
     return 1;

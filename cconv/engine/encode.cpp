@@ -127,12 +127,7 @@ void derive_unicode(session* s) {
     if (set->setNo == PVZAN_SET_JIS_X_0213 && IsJISX0213Combining(s->setCode) != 0) {
         ConvJISX0213CombiningToUCS(s->setCode, &s->ucsCode, &s->outCode2);
     } else {
-        s->ucsCode = map_code(set->decodeTable, s->setCode);
-        if (s->ucsCode > last_scalar) {
-            const letter_and_mark both = taken_apart(s->ucsCode);
-            s->ucsCode = both.letter;
-            s->outCode2 = both.mark;
-        }
+        set_unicode(s, map_code(set->decodeTable, s->setCode));
     }
 }
 

@@ -112,6 +112,16 @@ inline u32 stop_with(session* s, u32 status) {
     return 0;
 }
 
+// Sets the Unicode value that a table has for a code, and the mark that it may include.
+inline void set_unicode(session* s, u32 ucs) {
+    s->ucsCode = ucs;
+    if (ucs > last_scalar) {
+        const letter_and_mark both = taken_apart(ucs);
+        s->ucsCode = both.letter;
+        s->outCode2 = both.mark;
+    }
+}
+
 // Fills in a decoded character of set. ucs may be 0, for the encoder to derive. The rule itself
 // moves the input position.
 inline u32 deliver_character(session* s, const basic_set* set, u32 srcCode, u32 setCode, u32 ucs) {
@@ -119,12 +129,7 @@ inline u32 deliver_character(session* s, const basic_set* set, u32 srcCode, u32 
     s->charSetType = set->setType;
     s->srcCode = srcCode;
     s->setCode = setCode;
-    s->ucsCode = ucs;
-    if (ucs > last_scalar) {
-        const letter_and_mark both = taken_apart(ucs);
-        s->ucsCode = both.letter;
-        s->outCode2 = both.mark;
-    }
+    set_unicode(s, ucs);
     ++s->inCount;
     s->status = PVZAN_DECODED;
     return 1;

@@ -47,7 +47,7 @@ private:
     u32 penalty_ = 0; // how many they are after a try that converted nothing
 };
 
-// Frees all pairs; no session may be running.
+// Frees all pairs that no session uses now.
 void release();
 
 // To be called around a fork: no pair is created or freed meanwhile. In the child, a pair is given

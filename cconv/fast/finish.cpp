@@ -71,7 +71,7 @@ bool finish(pair& p, run& r, session* s) {
         last = character_before(p, r.in);
         a = find(p, last, r.in);
     }
-    const bool sets_characters = p.strict == strictness::none || p.plan.normalises;
+    const bool sets_characters = p.key.strict == strictness::none || p.plan.normalises;
     const bool has_previous = sets_characters && r.characters > 1;
     const answer* previous = nullptr;
     if (has_previous) {

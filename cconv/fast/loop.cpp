@@ -32,7 +32,7 @@ block_written put_block(const pair& p, const u16* codes, std::size_t count, u8* 
     }
     const kernels& k = *p.kernel;
     const ascii_unit unit = p.plan.target_unit;
-    count = k.plain_scalars(codes, count, std::span(p.plan.stops).first(p.plan.stop_count));
+    count = k.plain_scalars(codes, count, p.plan.stops);
     if (unit.bytes == 1) {
         return {count, k.encode_utf8(codes, count, out)};
     }
@@ -123,8 +123,7 @@ public:
 private:
     static constexpr bool has_states = Reader::has_states;
     static bool reads_blocks(const pair& p) {
-        return Reader::reads_blocks(*p.kernel) &&
-               (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
+        return Reader::reads_blocks(p) && (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
     }
     // Whether there is a character, and not a cut one.
     bool is_whole(const u8* in) const {
@@ -377,7 +376,7 @@ private:
             r_.out = out + e.length();
             return true;
         }
-        const answer* a = e.is_long() ? p_.answer_of(key) : nullptr;
+        const answer* a = p_.answer_of(key);
         if (a == nullptr) {
             r_.why = e.packed == entry::by_rules ? stop::by_rules : stop::unknown;
             return false;

@@ -1,9 +1,6 @@
 // The pairs of the process: finds, creates and holds a pair, and frees unused ones.
 #include "cconv/fast/pair.h"
 #include "cconv/fast/fast.h"
-#include "cconv/registry/further.h"
-#include "cconv/rulefunc/rules.h"
-#include "cconv/tables/table.h"
 #include "platform/platform.h"
 
 namespace fast {
@@ -11,7 +8,7 @@ namespace fast {
 namespace {
 
 // A place of the table, which is never freed, unlike the pair it points to. tag is the hash of the
-// pair's key, so that only the right pair is examined.
+// pair's key, so that only the right pair is examined; 0 if nobody needs to look at it.
 struct place {
     std::atomic<u64> tag;
     std::atomic<pair*> held;
@@ -31,58 +28,18 @@ pthread_mutex_t table_of_pairs = PTHREAD_MUTEX_INITIALIZER;
 
 // ---- Keys --------------------------------------------------------------------------------------
 
-// The other options that matter: byte orders, how line breaks are written (0 if they are ordinary
-// characters), and strictness.
-constexpr u32 strict_shift = 8;
-constexpr u64 never_seen = 1; // since nothing is stored while a state is odd
-u32 options_of(const session* s, strictness strict) {
-    const u32 mode = s->target.newlineMode;
-    const bool named = mode >= PVZAN_NEWLINE_CR && mode <= PVZAN_NEWLINE_PARAGRAPH_SEPARATOR;
-    const u32 written = named ? mode : u32{PVZAN_NEWLINE_CRLF};
-    const u32 orders = (s->source.srcBigEndian != 0 ? 2U : 0U) + (s->target.dstBigEndian != 0);
-    const u32 breaks = s->target.convertNewline != 0 ? written << 2 : 0U;
-    return static_cast<u32>(strict) << strict_shift | breaks | orders;
+// The other options that matter: byte orders, and how line breaks are written.
+u64 options_of(const session* s) {
+    const u64 orders = (s->source.srcBigEndian != 0 ? 2U : 0U) + (s->target.dstBigEndian != 0);
+    return s->target.convertNewline != 0 ? u64{s->target.newlineMode} << 3 | 4U | orders : orders;
 }
 
 [[gnu::always_inline]] inline u64 hash_of(const pair_key& key) {
     constexpr u64 golden = 0x9E3779B97F4A7C15;
     const auto source = reinterpret_cast<std::uintptr_t>(key.source);
     const auto target = reinterpret_cast<std::uintptr_t>(key.target);
-    return ((source ^ std::rotl(u64{target}, 32) ^ key.options) * golden) | 1; // 0: no pair
-}
-
-// Counts the sets that the rules may use, and how many of their tables are loaded, which only
-// grows. Writes to loaded tables, which only tests do, are counted for all tables together.
-u64 count_tables(const pair_key& key) {
-    u64 count = u64{writes_in(table_state())} << 32;
-    const auto add = [&](const table_object* table) { count += table_loaded(table) ? 1U : 0U; };
-    const auto add_set = [&](const basic_set* set) {
-        if (set != nullptr) {
-            ++count;
-            add(set->decodeTable);
-            add(set->encodeTable);
-        }
-    };
-    const auto add_sets_of = [&](const rule_row* rule) {
-        const codec_traits* codec = rule != nullptr ? traits_of_decoder(rule->function) : nullptr;
-        for (const u32 setNo : codec != nullptr ? codec->sets : std::span<const u32>()) {
-            add_set(registered_set(setNo));
-        }
-    };
-    for (const charset_group* group : {key.source, key.target}) {
-        for (const basic_set* set : member_sets(group)) {
-            add_set(set);
-            add_set(registered_set(set->setNo));
-        }
-        for (const object_array* extra : items_of<object_array>(group->dsTableArrays)) {
-            for (const table_object* table : items_of<table_object>(extra)) {
-                add(table);
-            }
-        }
-        add_sets_of(TheRule(group->destRule));
-    }
-    add_sets_of(key.decode);
-    return count;
+    const u64 others = key.options << 2 | static_cast<u64>(key.strict);
+    return ((source ^ std::rotl(u64{target}, 32) ^ others) * golden) | 1; // 0: no pair
 }
 
 place& place_at(u64 hash, std::size_t i) {
@@ -116,7 +73,7 @@ bool is_held(const place& at) {
                 at.used.store(clock.load(std::memory_order_relaxed), std::memory_order_relaxed);
                 return p;
             }
-            at.tag.store(0, std::memory_order_relaxed); // nobody needs to look at it again
+            at.tag.store(0, std::memory_order_relaxed);
         }
         leave(at);
     }
@@ -126,8 +83,9 @@ bool is_held(const place& at) {
 // ---- Freeing -----------------------------------------------------------------------------------
 
 void destroy(pair* p) {
-    const u64 bytes = p->claimed;
+    u64 bytes = sizeof(pair);
     for (answer* some : p->answers) {
+        bytes += some != nullptr ? answers_bytes : 0;
         ZAN_free(some);
     }
     pthread_mutex_destroy(&p->lock);
@@ -145,25 +103,24 @@ bool free_place(place& at) {
     if (p != nullptr) {
         destroy(p);
     }
+    at.tag.store(0, std::memory_order_relaxed);
     return true;
 }
 
-// Of count places from one on: one whose pair is stale, or else the one that was unused for
-// longest, or first of all, if that will do, an empty one. Null if all are held.
+// Of count places from one on, the one that is not needed, or else that was unused for longest.
+// Null if all are held.
 place* choose_place(u64 first, std::size_t count, bool may_be_empty) {
-    constexpr u32 empty = ~0U, stale = empty - 1;
     place* chosen = nullptr;
     u32 greatest = 0;
     const u32 now = clock.load(std::memory_order_relaxed);
     for (std::size_t i = 0; i < count; ++i) {
         place& at = places[(first + i) % place_count];
-        pair* p = at.held.load(std::memory_order_relaxed);
-        if (p == nullptr ? !may_be_empty : is_held(at)) {
+        const bool is_empty = at.held.load(std::memory_order_relaxed) == nullptr;
+        if (is_empty ? !may_be_empty : is_held(at)) {
             continue;
         }
-        const u32 age = p == nullptr      ? empty
-                        : !is_current(*p) ? stale
-                                          : now - at.used.load(std::memory_order_relaxed);
+        const bool is_needed = at.tag.load(std::memory_order_relaxed) != 0;
+        const u32 age = is_needed ? now - at.used.load(std::memory_order_relaxed) : ~0U;
         if (chosen == nullptr || age > greatest) {
             chosen = &at;
             greatest = age;
@@ -173,15 +130,6 @@ place* choose_place(u64 first, std::size_t count, bool may_be_empty) {
 }
 
 // ---- Making ------------------------------------------------------------------------------------
-
-void prepare_neutral(pair& p, const session* s) {
-    std::memcpy(&p.neutral, s, sizeof(session));
-    p.neutral.target.useSubstitute = 0;
-    p.neutral.target.dstWriteBom = 0;
-    p.neutral.source.srcCheckBom = 0;
-    p.neutral.source.skipInvalid = 0;
-    p.neutral.baseLang[0] = '\0';
-}
 
 // Call it under the guard.
 bool claim(u64 bytes) {
@@ -208,12 +156,14 @@ pair* make(const session* s, const pair_key& key, u64 tables, const plan& planne
     // All zeros are a valid state of the rest.
     p->key = key;
     p->tables = tables;
-    p->seen.store(never_seen, std::memory_order_relaxed);
     p->plan = planned;
     p->kernel = &chosen_kernels();
-    p->strict = static_cast<strictness>(key.options >> strict_shift);
-    p->claimed = sizeof(pair);
-    prepare_neutral(*p, s);
+    std::memcpy(&p->neutral, s, sizeof(session));
+    p->neutral.target.useSubstitute = 0;
+    p->neutral.target.dstWriteBom = 0;
+    p->neutral.source.srcCheckBom = 0;
+    p->neutral.source.skipInvalid = 0;
+    p->neutral.baseLang[0] = '\0';
     // Between Unicode charsets nobody asks: values are converted by their form.
     for (u8 c = 0; planned.by_form && c < 0x80; ++c) {
         if (!planned.normalises || (c != '\r' && c != '\n')) {
@@ -224,9 +174,13 @@ pair* make(const session* s, const pair_key& key, u64 tables, const plan& planne
 }
 
 // Creates the pair unless another thread just did, and holds it.
-pair* make_and_hold(const session* s, const pair_key& key, u64 hash, u64 tables,
-                    const plan& planned) {
-    const lock_guard guard(table_of_pairs);
+[[gnu::noinline]] pair* make_and_hold(const session* s, const pair_key& key, u64 hash) {
+    const u64 tables = look_up_state(); // before the plan uses them
+    plan planned{};
+    if (tables % 2 != 0 || !make_plan(s, planned)) {
+        return nullptr;
+    }
+    const held_lock guard(table_of_pairs);
     if (pair* found = find(hash, key)) {
         return found;
     }
@@ -242,40 +196,10 @@ pair* make_and_hold(const session* s, const pair_key& key, u64 hash, u64 tables,
     return p;
 }
 
-[[gnu::noinline]] pair* plan_and_hold(const session* s, const pair_key& key, u64 hash) {
-    plan planned{};
-    planned.source = traits_of_decoder(s->srcRule->function);
-    planned.target = traits_of_encoder(s->dstRule->function);
-    // Only charsets in the registry never change.
-    if (planned.source == nullptr || planned.target == nullptr ||
-        !only_characters_due(s, planned) || !is_registered(s->srcGroup) ||
-        !is_registered(s->dstGroup)) {
-        return nullptr;
-    }
-    const u64 tables = count_tables(key); // before the plan uses them
-    return make_plan(s, planned) ? make_and_hold(s, key, hash, tables, planned) : nullptr;
-}
-
 } // namespace
 
-bool is_current(pair& p) {
-    const u64 now = table_state();
-    if (p.seen.load(std::memory_order_relaxed) == now) {
-        return true;
-    }
-    if (count_tables(p.key) != p.tables) {
-        return false;
-    }
-    // A table that is being loaded now may be one of these, and be visible before the state
-    // changes.
-    if (now % 2 == 0) {
-        p.seen.store(now, std::memory_order_relaxed);
-    }
-    return true;
-}
-
 bool claim_bytes(u64 bytes) {
-    const lock_guard guard(table_of_pairs);
+    const held_lock guard(table_of_pairs);
     return claim(bytes);
 }
 
@@ -287,25 +211,18 @@ u64 bytes_claimed() {
     return claimed_bytes.load(std::memory_order_relaxed);
 }
 
-void free_unheld() {
-    const lock_guard guard(table_of_pairs);
-    for (place& at : places) {
-        free_place(at);
-    }
-}
-
 pair* hold_pair(const session* s, strictness strict) {
-    const pair_key key{s->srcGroup, s->dstGroup, s->srcRule, s->dstRule, options_of(s, strict)};
+    const pair_key key{s->srcGroup, s->dstGroup, s->srcRule, s->dstRule, options_of(s), strict};
     const u64 hash = hash_of(key);
-    pair* found = find(hash, key);
-    if (found == nullptr) {
-        return plan_and_hold(s, key, hash);
+    pair* p = find(hash, key);
+    if (p == nullptr) {
+        p = make_and_hold(s, key, hash);
     }
-    if (!only_characters_due(s, found->plan)) {
-        release_pair(found);
-        return nullptr;
+    if (p != nullptr && !only_characters_due(s, p->plan)) {
+        release_pair(p);
+        p = nullptr;
     }
-    return found;
+    return p;
 }
 
 void release_pair(pair* p) {
@@ -317,10 +234,7 @@ void before_fork() {
 }
 
 void after_fork(bool in_child) {
-    for (place& at : places) {
-        if (!in_child) {
-            break;
-        }
+    for (place& at : in_child ? std::span(places) : std::span<place>()) {
         at.users.store(0, std::memory_order_relaxed); // nobody else is left
         pair* p = at.held.load(std::memory_order_relaxed);
         if (p != nullptr && pthread_mutex_trylock(&p->lock) == 0) {
@@ -334,12 +248,9 @@ void after_fork(bool in_child) {
 }
 
 void release() {
-    const lock_guard guard(table_of_pairs);
+    const held_lock guard(table_of_pairs);
     for (place& at : places) {
-        if (pair* p = at.held.exchange(nullptr, std::memory_order_acquire)) {
-            destroy(p);
-        }
-        at.tag.store(0, std::memory_order_relaxed);
+        free_place(at);
     }
 }
 

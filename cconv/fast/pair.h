@@ -16,8 +16,7 @@
 //     line feed behind a carriage return (fast.cpp; inside a run, loop.cpp), user-defined sets,
 //     references, tags, byte-order marks (plan.cpp), characters that the target lacks (ask.cpp).
 // P5  The key holds both charsets, both rules and all of O but the substitutes, which P4 leaves to
-//     the rules; and a pair is used as long as no further table is loaded, and none written to,
-//     that the rules may look into (pair.cpp).
+//     the rules; and a pair is used as long as no further table is loaded, and none written to.
 // P6  After a run the session holds what D and E left for the last character, prevSrcCode what they
 //     left for the one before it, and sums of counts and positions (finish.cpp). Nothing else
 //     survives a character.
@@ -43,13 +42,14 @@
 
 #include "cconv/engine/engine.h"
 #include "cconv/fast/kernels/kernels.h"
+#include "cconv/registry/changes.h"
 #include "cconv/rulefunc/iso2022.h"
 #include "cconv/rulefunc/traits.h"
+#include "platform/lock.h"
 
 #include <array>
 #include <atomic>
 #include <bit>
-#include <pthread.h>
 
 namespace fast {
 
@@ -76,6 +76,7 @@ struct pair_key {
     const charset_group *source, *target;
     const rule_row *decode, *encode;
     u64 options;
+    strictness strict;
 
     bool operator==(const pair_key&) const = default;
 };
@@ -99,10 +100,11 @@ struct charset_states {
 
 inline constexpr u32 first_single_key = 0xC000; // where codes have seven bits
 
-// The first key of a set of a charset with states, if the set has keys; see reader_states.h.
+// A set of a charset with states, and the first keys of its codes; see reader_states.h.
 struct set_keys {
-    u16 first;
-    bool any;
+    const graphic_set* set; // null: none that has keys
+    u16 first_pair, first_single;
+    bool two_bytes;
 };
 
 constexpr u32 single_key(bool eight_bits, u32 number) {
@@ -118,8 +120,7 @@ struct plan {
     bool normalises;   // line breaks are converted
     u8 single_shift;   // begins three bytes; 0: there is none
     ascii_unit source_unit, target_unit; // of ASCII
-    u16 stops[9];                        // values that are not converted by form
-    u32 stop_count;
+    std::span<const u16> stops;          // values that are not converted by form
     charset_states source_states, target_states;
     std::array<set_keys, iso2022::most_sets + 1> sets; // of the source
     bool eight_bits;                                   // the key of a two-byte code is the code
@@ -138,18 +139,18 @@ struct answer {
     u32 read_setCode, read_ucsCode; // as decoded, before a line break was normalised
 
     static constexpr u32 most_bytes = 8;
+    [[nodiscard]] bool is_one_code() const { return codes == 1 && !is_cr && !is_lf; }
 };
 
-// Up to three bytes written for one character, and their number; or the number of an answer; or
+// Up to three bytes written for one character, and their number; or that there is an answer; or
 // by_rules, which leaves the character to the rules. 0: not asked yet.
 struct entry {
     u32 packed = 0;
 
     static constexpr u32 most_bytes = 3, one_byte = 1U << 24; // the length, as it is packed
-    static constexpr u32 by_rules = 0xFFFFFF;
+    static constexpr u32 has_answer = 1, by_rules = 2;
     [[nodiscard]] bool asked() const { return packed != 0; }
     [[nodiscard]] bool is_short() const { return packed >= one_byte; }
-    [[nodiscard]] bool is_long() const { return packed - 1 < by_rules - 1; }
     [[nodiscard]] u32 length() const { return packed >> 24 & 0x0F; }
     [[nodiscard]] u32 set() const { return packed >> 28; }
     // An entry that consumes nothing before it.
@@ -168,18 +169,8 @@ void store_low_first(Word bytes, u8* out) {
 
 inline constexpr u32 ascii_set = 1; // the first one of charsets with states
 
-inline constexpr std::size_t key_count = 0x10000, answers_at_once = 256;
-
-class lock_guard {
-public:
-    explicit lock_guard(pthread_mutex_t& lock) : lock_(lock) { pthread_mutex_lock(&lock_); }
-    ~lock_guard() { pthread_mutex_unlock(&lock_); }
-    lock_guard(const lock_guard&) = delete;
-    lock_guard& operator=(const lock_guard&) = delete;
-
-private:
-    pthread_mutex_t& lock_;
-};
+inline constexpr std::size_t key_count = 0x10000, answers_at_once = 256,
+                             answers_bytes = answers_at_once * sizeof(answer);
 
 // Bytes are only added, never removed.
 struct atomic_byte_set {
@@ -209,15 +200,12 @@ struct pair {
     pair_key key;
     fast::plan plan;
     const kernels* kernel;
-    strictness strict;
-    u64 tables;            // of the tables that the rules may use: which are loaded, writes
-    std::atomic<u64> seen; // the last state of all tables with which the answers were valid
+    u64 tables; // their state, with which the answers are valid
 
     pthread_mutex_t lock;
     session neutral; // the rules are asked in this one
     u32 answer_total;
-    u64 claimed; // bytes of the budget
-    u32 place;   // in the table of pairs
+    u32 place; // in the table of pairs
 
     atomic_byte_set plain_ascii; // ASCII that is written unchanged, in the target's units
     // By lead byte: 0: not asked, 1: a character by itself, 2: with the byte after it, 3: with two.
@@ -247,13 +235,13 @@ struct pair {
 pair* hold_pair(const session* s, strictness strict);
 void release_pair(pair* p);
 // Whether the answers of a pair are still valid; once they are not, they never will be.
-bool is_current(pair& p);
+inline bool is_current(const pair& p) {
+    return look_up_state() == p.tables;
+}
 // Claims bytes of the budget, freeing pairs if it is used up; or returns them.
 bool claim_bytes(u64 bytes);
 void return_bytes(u64 bytes);
 u64 bytes_claimed();
-// Frees all pairs that are not held.
-void free_unheld();
 
 // ---- plan.cpp
 

@@ -2,6 +2,7 @@
 // options.
 #include "cconv/engine/step.h"
 #include "cconv/fast/readers.h"
+#include "cconv/registry/further.h"
 #include "cconv/rulefunc/iso2022.h"
 #include "cconv/tables/table.h"
 
@@ -33,21 +34,17 @@ bool widths_ascend(const charset_group* group) {
     return !member_sets(group).empty();
 }
 
-// The byte that all codes of three bytes begin with, if their sets say so.
+// The byte that the first code of three bytes begins with; others are the rules' own.
 u8 single_shift_of(const charset_group* group) {
-    u32 shift = no_single_shift;
     for (const basic_set* set : member_sets(group)) {
-        const bool three = set->byteNum == 3;
-        for (const limit* range : items_of<limit>(three ? set->defined->ranges : nullptr)) {
-            const u32 lead = range->low >> 16;
-            if (lead < 0x80 || lead != range->high >> 16 ||
-                (shift != no_single_shift && lead != shift)) {
-                return no_single_shift;
-            }
-            shift = lead;
+        object_array* const ranges = set->byteNum == 3 ? set->defined->ranges : nullptr;
+        const auto* first = static_cast<const limit*>(getArray(ranges, 0));
+        const u8 lead = first != nullptr ? static_cast<u8>(first->low >> 16) : no_single_shift;
+        if (lead >= 0x80) {
+            return lead;
         }
     }
-    return static_cast<u8>(shift);
+    return no_single_shift;
 }
 
 constexpr ascii_unit single_bytes{1, true};
@@ -94,8 +91,7 @@ bool is_plain_unicode(const charset_group* group) {
         return false;
     }
     const basic_set* set = *member_sets(group).begin();
-    return set->setType != PVZAN_SET_USER_DEFINED && set->decodeTable->fileName[0] == '\0' &&
-           set->encodeTable->fileName[0] == '\0' && !table_loaded(set->decodeTable) &&
+    return set->setType != PVZAN_SET_USER_DEFINED && !table_loaded(set->decodeTable) &&
            !table_loaded(set->encodeTable);
 }
 
@@ -108,17 +104,14 @@ ascii_unit target_unit(const session* s, unicode_form form) {
 
 // The values that end a block between Unicode charsets: marks, which may belong to the letter
 // before them, and line breaks if they are converted.
-void set_stops(plan& p) {
-    const auto add = [&](std::span<const u16> scalars) {
-        std::ranges::copy(scalars, p.stops + p.stop_count);
-        p.stop_count += static_cast<u32>(scalars.size());
-    };
-    add(combining_marks);
-    if (p.normalises) {
-        add(control_breaks);
-        add(line_separators);
-    }
-}
+constexpr auto block_stops = [] {
+    constexpr std::size_t breaks = std::size(control_breaks) + std::size(line_separators);
+    std::array<u16, std::size(combining_marks) + breaks> made{};
+    auto* at = std::ranges::copy(combining_marks, made.begin()).out;
+    at = std::ranges::copy(control_breaks, at).out;
+    std::ranges::copy(line_separators, at);
+    return made;
+}();
 
 // Assigns the keys as described in reader_states.h.
 void place_sets(plan& p) {
@@ -130,14 +123,13 @@ void place_sets(plan& p) {
         codes.sets(), [](const graphic_set& set) { return set.width > 1 && set.last[0] > 0x7F; });
     u32 number = 0, doubles = 0;
     for (const graphic_set& set : codes.sets()) {
-        if (set.width == 1) {
-            p.sets[++number] = {static_cast<u16>(single_key(p.eight_bits, number)), true};
-            continue;
-        }
-        const bool fits = p.eight_bits ? doubles < 1 && set.first[0] >= 0x10
-                                       : doubles < 3 && set.first[0] >= 0x20 &&
-                                             set.last[0] <= 0x7F && set.last[1] <= 0x7F;
-        p.sets[++number] = {static_cast<u16>(doubles++ << 14), fits};
+        const bool two = set.width > 1;
+        const bool fits = !two || (p.eight_bits ? doubles < 1 && set.first[0] >= 0x10
+                                                : doubles < 3 && set.first[0] >= 0x20 &&
+                                                      set.last[0] <= 0x7F && set.last[1] <= 0x7F);
+        ++number;
+        p.sets[number] = {fits ? &set : nullptr, static_cast<u16>(two ? doubles++ << 14 : 0),
+                          static_cast<u16>(single_key(p.eight_bits, number)), two && fits};
     }
 }
 
@@ -157,6 +149,13 @@ bool only_characters_due(const session* s, const plan& p) {
 }
 
 bool make_plan(const session* s, plan& made) {
+    made.source = traits_of_decoder(s->srcRule->function);
+    made.target = traits_of_encoder(s->dstRule->function);
+    // Only charsets in the registry never change.
+    if (made.source == nullptr || made.target == nullptr || !is_registered(s->srcGroup) ||
+        !is_registered(s->dstGroup)) {
+        return false;
+    }
     made.source_states = states_of(s->srcGroup, *made.source);
     made.target_states = states_of(s->dstGroup, *made.target);
     if (!plan_reading(s, made) || !can_write(made)) {
@@ -169,7 +168,8 @@ bool make_plan(const session* s, plan& made) {
                    made.target->form != unicode_form::none && is_plain_unicode(s->dstGroup);
     made.single_bytes = made.target_states.codes == nullptr &&
                         all_wide(made.reader == reader::utf8 ? s->dstGroup : s->srcGroup, 1);
-    set_stops(made);
+    made.stops = std::span(block_stops)
+                     .first(made.normalises ? block_stops.size() : std::size(combining_marks));
     return true;
 }
 

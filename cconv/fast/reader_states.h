@@ -28,19 +28,13 @@ public:
     }
     void enter(u32 state) {
         const u32 number = set_in(state, shifted(state));
-        const bool any = p_.plan.sets[number].any;
-        const graphic_set* const set = any ? &codes_.set(number) : nullptr;
-        now_ = {state,
-                number,
-                set,
-                p_.plan.sets[number].first,
-                static_cast<u16>(single_key(p_.plan.eight_bits, number)),
-                any && set->width > 1,
-                true,
-                false};
-        if (codes_.lines != line_reading::keep) {
-            see_to_lines();
-        }
+        const set_keys& keys = p_.plan.sets[number];
+        const bool keeps = codes_.lines == line_reading::keep;
+        const u32 behind = keeps ? state : codes_.line.applied_to(state); // a line break
+        const bool may_break = codes_.lines != line_reading::refuse ||
+                               (!keys.two_bytes && codes_.line.holds_in(state));
+        const bool lines = may_break && set_in(behind, shifted(behind)) == number;
+        now_ = {keys, state, number, lines, behind != state};
     }
     [[nodiscard]] u32 state() const { return now_.state; }
 
@@ -72,7 +66,6 @@ public:
 
     // Handles single bytes that were read.
     void took(const u8* p, std::size_t n) {
-        const auto is_break = [](u8 byte) { return byte == '\n' || byte == '\r'; };
         if (now_.clears && std::any_of(p, p + n, is_break)) {
             enter(codes_.line.applied_to(now_.state));
         }
@@ -82,13 +75,11 @@ public:
         if (now_.set == nullptr) {
             return 0;
         }
-        if (may_be(*p, 0)) {
-            const bool breaks = *p == '\n' || *p == '\r';
-            return now_.two_bytes          ? (left < 2 || may_be(p[1], 1) ? 2 : 0)
-                   : !breaks || now_.lines ? 1
-                                           : 0;
+        const bool has = may_be(*p, 0);
+        if (has && now_.two_bytes) {
+            return left < 2 || may_be(p[1], 1) ? 2 : 0;
         }
-        return may_be_first_set(*p) ? 1 : 0;
+        return (has || may_be_first_set(*p)) && (now_.lines || !is_break(*p)) ? 1 : 0;
     }
     [[nodiscard]] u32 key(const u8* p, u32 length) const {
         return length == 1          ? now_.first_single | *p
@@ -96,23 +87,11 @@ public:
                                     : now_.first_pair | seven_bit_key(p);
     }
 
-    static bool reads_blocks(const kernels& k) { return k.split_shifted != nullptr; }
+    static bool reads_blocks(const pair& p) {
+        return p.kernel->split_shifted != nullptr && !p.plan.eight_bits;
+    }
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* codes) const {
-        if (!p_.plan.eight_bits) {
-            return p_.kernel->split_shifted(p, chunks, shifts(), codes);
-        }
-        constexpr std::size_t step = chunk_bytes / 2;
-        constexpr u16 first_pair = 0x1000; // keys below are single bytes
-        for (std::size_t at = 0; at < chunks * step; at += step) {
-            p_.kernel->copy_units(p + 2 * at, codes + at, std::endian::native != std::endian::big);
-            const std::span<const u16> read(codes + at, step);
-            const auto end = std::ranges::find_if(read, [](u16 code) { return code < first_pair; });
-            if (end != read.end()) {
-                const auto n = at + static_cast<std::size_t>(end - read.begin());
-                return {n, 2 * n};
-            }
-        }
-        return {chunks * step, chunks * chunk_bytes};
+        return p_.kernel->split_shifted(p, chunks, shifts(), codes);
     }
     // The end of a block that was read: behind its codes, in the state of the last one.
     const u8* go_behind(const u8* p, std::span<const u16> codes) {
@@ -132,11 +111,9 @@ public:
     }
 
 private:
-    struct situation {
-        u32 state, number;             // of the set that is shifted in
-        const graphic_set* set;        // null: none that has keys
-        u16 first_pair, first_single;  // keys
-        bool two_bytes, lines, clears; // whether line breaks are allowed here, and change the state
+    struct situation : set_keys {
+        u32 state, number;  // of the set that is shifted in
+        bool lines, clears; // whether line breaks are allowed here, and change the state
     };
     // A sequence that was read before.
     struct transition {
@@ -144,9 +121,7 @@ private:
         situation to;
     };
 
-    [[nodiscard]] bool is_pair(u16 code) const {
-        return p_.plan.eight_bits || code < first_single_key;
-    }
+    static bool is_pair(u16 code) { return code < first_single_key; } // in a block
     // The sequences that shift from here to single bytes and back, if both were read before.
     [[nodiscard]] split_shifts shifts() const {
         split_shifts made{{}, {}, now_.first_pair, 0};
@@ -162,22 +137,13 @@ private:
         return made;
     }
 
-    // Whether line breaks are allowed here, and whether they change the state.
-    void see_to_lines() {
-        const bool refuses = codes_.lines == line_reading::refuse;
-        const u32 state = now_.state, behind = codes_.line.applied_to(state);
-        now_.clears = behind != state;
-        now_.lines = (!refuses || (!now_.two_bytes && codes_.line.holds_in(state))) &&
-                     shifted(behind) == shifted(state) &&
-                     set_in(behind, shifted(behind)) == now_.number;
-    }
+    [[nodiscard]] static bool is_break(u8 byte) { return byte == '\n' || byte == '\r'; }
     [[nodiscard]] bool may_be(u32 byte, u32 place) const { return now_.set->may_be(byte, place); }
     // Used in place of a set that lacks the byte.
     [[nodiscard]] bool may_be_first_set(u8 byte) const {
-        const bool breaks = byte == '\n' || byte == '\r';
         const bool control =
-            breaks || byte == '\t' || (!now_.two_bytes && (byte <= ' ' || byte == 0x7F));
-        return control && (!breaks || now_.lines) && codes_.lines != line_reading::refuse &&
+            is_break(byte) || byte == '\t' || (!now_.two_bytes && (byte <= ' ' || byte == 0x7F));
+        return control && codes_.lines != line_reading::refuse &&
                codes_.set(ascii_set).may_be(byte, 0);
     }
 

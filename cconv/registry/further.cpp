@@ -1,5 +1,6 @@
 #include "cconv/registry/further.h"
 
+#include "cconv/registry/changes.h"
 #include "cconv/registry/names.h"
 #include "platform/platform.h"
 
@@ -58,7 +59,6 @@ private:
 
 shared_list<charset_group> groups;
 shared_list<basic_set> sets;
-u32 set_count;
 
 charset_group* group_of_number(u32 groupNo) {
     return groups.find(g_ProcessObject.groups,
@@ -105,12 +105,8 @@ bool add_further(basic_set* set) {
     while (registered_set(set->setNo) != nullptr) {
         ++set->setNo;
     }
-    set_count += 1;
+    const look_up_change change;
     return sets.add(set);
-}
-
-u32 further_set_count() {
-    return set_count;
 }
 
 void release_further() {

@@ -20,8 +20,5 @@ bool is_registered(const charset_group* group);
 bool add_further(charset_group* group);
 bool add_further(basic_set* set);
 
-// The number of sets added. Call it under the table lock.
-u32 further_set_count();
-
 // Releases all of them, charsets first.
 void release_further();

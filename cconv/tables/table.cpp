@@ -3,6 +3,7 @@
 
 #include "cconv/directory/directory.h"
 #include "cconv/directory/embedded.h"
+#include "cconv/registry/changes.h"
 #include "cconv/registry/linear.h"
 #include "platform/platform.h"
 
@@ -293,14 +294,10 @@ bool is_usable(const table_object* table) {
     return table->maxKey != table->minKey || (table->minKey > 0 && table->minKey < beyond_codes);
 }
 
-std::atomic<u64> state;
-constexpr u64 one_write = u64{1} << 32;
-
 // Call this under the table lock.
 void mark_loaded(table_object* table, u32 loaded) {
-    state.fetch_add(1, std::memory_order_release);
+    const look_up_change change;
     std::atomic_ref<u32>(table->loaded).store(loaded, std::memory_order_release);
-    state.fetch_add(1, std::memory_order_release);
 }
 
 } // namespace
@@ -344,13 +341,10 @@ void loadTablFile(table_object* table) {
 }
 
 u32 putTable(table_object* table, u32 key, u32 value) {
+    const look_up_change change;
     block_finder finder(table->blocks);
     // A table with counted codes is never written to after reading.
-    const bool stored = !is_linear(table) && put_value(table, finder, key, value);
-    if (table_loaded(table)) {
-        state.fetch_add(one_write, std::memory_order_release);
-    }
-    return stored;
+    return !is_linear(table) && put_value(table, finder, key, value);
 }
 
 u32 dstDsTableArray(object_array* tables, u32 code, u32* result, u16* resultBytes) {
@@ -375,14 +369,6 @@ void putEndian(u8* buffer, u32 value) {
 }
 
 } // extern "C"
-
-u64 table_state() {
-    return state.load(std::memory_order_acquire);
-}
-
-void note_new_sets() {
-    state.fetch_add(2, std::memory_order_release);
-}
 
 std::optional<u32> find_value(const table_object* table, u32 key) {
     if (key < table->minKey || key > table->maxKey) {

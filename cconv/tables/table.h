@@ -51,16 +51,6 @@ inline bool table_loaded(const table_object* table) {
 // found.
 i32 file_size(FILE* file);
 
-// Changes when look-ups can have other results: when a table is loaded (it is odd meanwhile), when
-// sets are added, and when a loaded table is written to, which the upper half counts. Those who see
-// the table loaded also see the change.
-u64 table_state();
-constexpr u32 writes_in(u64 state) {
-    return static_cast<u32>(state >> 32);
-}
-// To be called after sets were added, which a rule may look for.
-void note_new_sets();
-
 // The stored value of a key, which may be 0; nothing if no block contains the key.
 std::optional<u32> find_value(const table_object* table, u32 key);
 

@@ -95,7 +95,7 @@ private:
     const entity& resolve(const charset& whole, std::size_t line, const std::string& name) {
         const entity* found = whole.document.find_entity(name);
         if (found == nullptr) {
-            whole.document.source.fail(line, "entity " + name + " not declared");
+            whole.document.source.fail(line, "entity " + name + " is not declared");
         }
         referred_.insert(name);
         return *found;

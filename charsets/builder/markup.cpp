@@ -86,7 +86,8 @@ struct markup_reader {
             declared.file = take_until("\"");
             expect("\">");
             if (document.find_entity(declared.name) != nullptr) {
-                document.source.fail(declared.line, "entity " + declared.name + " declared twice");
+                document.source.fail(declared.line,
+                                     "entity " + declared.name + " is declared twice");
             }
             document.entities.push_back(declared);
         }

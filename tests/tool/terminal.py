@@ -279,8 +279,8 @@ class Filter(Room):
         parts = [b",", b",", b"\t", b"\n", b"\n", b'"', b"\r\n", b" :a0", b"\x82\xa0", b"\xe3\x81\x82", b"\x8f", b"\x1b$B", b"\x1b(B"]
         for name in run(["-l"], self.dir).stdout.decode().split("\n")[:-1]:
             name = name.split()[0]
-            if re.match("U..-[1-4]|.*FIX|OASYS-O|IBM|ARMSCII", name):
-                continue  # of several bytes, or not those of ASCII alone
+            if re.match("U..-[1-4]|.*FIX|OASYS-O|IBM|ARMSCII|.*JP-web", name):
+                continue  # of several bytes, not those of ASCII alone, or faults among kanji
             kept = b"\r" if name == "HZ" else b"\r\n" if re.match(".*2022|CP502|UTF-7", name) else b",\t\r\n\": "
             text = b"".join(chance.choice(parts) if chance.random() < 0.6 else bytes([chance.randrange(256)]) for _ in range(3000))
             for how, target in ("subst", "cp932"), ("ref", "iso-2022-jp"), ("hex", "gb18030"), ("skip", "utf-8"):

@@ -47,9 +47,9 @@ void take_policy(command& c, const option_value& value) {
         const auto first = first_character(character);
         const bool one = first && first->bytes == character.size() && first->scalar >= 0x20;
         if (options.on_error != PVZAN_SUBSTITUTE) {
-            c.mistake = "takes a character for subst alone, as in subst=?";
+            c.mistake = "takes a character only after subst, as in subst=?";
         } else if (!one) {
-            c.mistake = fmt::format("takes one character in UTF-8 behind subst=, not '{}'",
+            c.mistake = fmt::format("takes one character in UTF-8 after subst=, not '{}'",
                                     printable(character));
         }
         options.substitute = first ? first->scalar : 0;
@@ -84,7 +84,7 @@ const std::array all_options = {
            [](command& c, given v) {
                constexpr unsigned most = 1024;
                c.convert.jobs = static_cast<unsigned>(std::min<std::uint64_t>(v.number, most));
-               c.mistake = v.number == 0 ? "takes a number from 1 on" : "";
+               c.mistake = v.number == 0 ? "takes a number of at least 1" : "";
            }},
     option{converts, 'e', "on-error", "HOW", "stop, subst[=CHAR], ref, hex (<82>), skip (-c)",
            take_policy},

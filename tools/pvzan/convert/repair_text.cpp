@@ -85,7 +85,7 @@ text_result repair_text(const input_file& file, const byte_sink& output, file_re
         tell_lines(as_text(text), as_text(repaired), misreading->words, report);
         text = std::move(repaired);
     } else {
-        report.note("no text with an exact way back was found; nothing is repaired");
+        report.note("found no text that can be restored exactly; nothing is repaired");
     }
     result.facts.bytes_out = text.size();
     if (!output(text)) {

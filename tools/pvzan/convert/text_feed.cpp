@@ -116,7 +116,7 @@ void text_feed::begin_at(const pvzan_counts& counts) {
 
 void text_feed::restore(const text_state& state) {
     if (pvzan_restore(converter_.get(), state.bytes.data(), state.size) != 1) {
-        throw std::logic_error("a part of the text cannot be gone on with");
+        throw std::logic_error("the conversion of a part cannot be continued");
     }
 }
 

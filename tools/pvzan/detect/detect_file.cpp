@@ -109,7 +109,7 @@ std::string plain_line(const std::string& name, std::size_t width, const detecte
     const std::string mark = guess.result.mark != 0 ? ", BOM" : "";
     line += fmt::format("{:<18}{:<7}{}", guess.charset().shown + mark,
                         breaks.substr(0, breaks.find(' ')), guess.is_sure() ? "sure" : "unsure");
-    std::string reason = *guess.result.why != '\0' ? printable(guess.result.why) : std::string();
+    std::string reason = printable(guess.result.why);
     if (found.misreading) {
         reason = fmt::format("looks like {}; see pvzan repair", found.misreading->words);
     }

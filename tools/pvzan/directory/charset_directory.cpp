@@ -72,7 +72,7 @@ void complain_unknown(const std::string& name) {
     if (known) {
         message = fmt::format("the charset directory has no definition of {}", meaning.shown);
     } else if (name.find("//") != std::string::npos) {
-        message += "; instead of a suffix behind //, use --similar, -e subst or -c";
+        message += "; use --similar, -e subst or -c instead of a suffix after //";
     } else {
         message += *meaning.shown == '\0' ? "" : fmt::format("; did you mean {}?", meaning.shown);
         message += " (pvzan list prints all names)";

@@ -150,7 +150,7 @@ bool check_definitions(const std::string& directory) {
         const std::uint32_t number = defined.insert(name).second ? charset_number(name) : 0;
         for (const pvzan_error& error : std::span(errors).first(found)) {
             const bool refused = number == 0 && error.file == file;
-            fault(error.file, fmt::format("{}{}", refused ? "not taken: " : "", error.text));
+            fault(error.file, fmt::format("{}{}", refused ? "not accepted: " : "", error.text));
         }
         if (number != 0) {
             answer_lines(json ? json_object()
@@ -159,7 +159,7 @@ bool check_definitions(const std::string& directory) {
                                     .add("charset", name)
                                     .add("number", number)
                                     .line()
-                              : fmt::format("{}: taken as {} ({})\n", printable(file),
+                              : fmt::format("{}: accepted as {} ({})\n", printable(file),
                                             printable(name), number));
         }
     }
