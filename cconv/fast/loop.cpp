@@ -77,6 +77,7 @@ public:
                 ? now.in + (Reader::longest - 1)
                 : in_end;
         const bool in_run = has_runs_;
+        u32 at_hand = at_hand_;
         while (now.in < in_stop || is_whole(now.in)) {
             if constexpr (has_states) {
                 if (reader.opens(now.in)) {
@@ -97,6 +98,7 @@ public:
                 next_block = next_block_;
                 if (moved) {
                     now = r_;
+                    at_hand = at_hand_;
                     continue;
                 }
             }
@@ -104,11 +106,11 @@ public:
             // table.
             if (length == Reader::usual_length) [[likely]] {
                 const u32 key = reader.key(now.in, Reader::usual_length);
-                if (!step(p, now, out_end, key, Reader::usual_length)) {
+                if (!step(p, now, out_end, at_hand, key, Reader::usual_length)) {
                     break;
                 }
             } else if (length != 0) {
-                if (!step(p, now, out_end, reader.key(now.in, length), length)) {
+                if (!step(p, now, out_end, at_hand, reader.key(now.in, length), length)) {
                     break;
                 }
                 if constexpr (has_states) {
@@ -148,11 +150,11 @@ private:
     }
 
     // Converts one character; false if the run ends.
-    [[gnu::always_inline]] bool step(const pair& p, progress& now, const u8* out_end, u32 key,
-                                     u32 length) {
+    [[gnu::always_inline]] bool step(const pair& p, progress& now, const u8* out_end, u32& at_hand,
+                                     u32 key, u32 length) {
         const entry e = p.entry_of(key);
         const u32 size = e.length();
-        if (e.is_short_in(at_hand_) &&
+        if (e.is_short_in(at_hand) &&
             out_end - now.out >= static_cast<std::ptrdiff_t>(sizeof e.packed)) [[likely]] {
             store_low_first(e.packed, now.out);
             now.out += size;
@@ -164,6 +166,7 @@ private:
                 return false;
             }
             now = r_;
+            at_hand = at_hand_;
         }
         if constexpr (!Reader::scalars) {
             now.before_last = now.last;
