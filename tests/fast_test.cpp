@@ -146,7 +146,7 @@ TEST(Fast, GoesByTheSessionsRules) {
 TEST(Fast, EndsAnywhere) {
     test::use_shipped_charsets();
     const std::u32string text =
-        U"aか\u00E6あか\u309A\u00E6\u0300\r\nか\u309Aあ\r\U00020089い\nb漢ｶ\u00A5";
+        U"aか\u00E6あか\u309A\u00E6\u0300\r\nか\u309Aあ\r\U00020089いabc\nb漢ｶ\u00A5";
     constexpr std::array charsets = {"utf-8",       "utf-16",       "shift_jis-2004",
                                      "iso-2022-jp", "euc-jis-2004", "cp50222",
                                      "iso-2022-cn", "ibm939",       "iso-2022-jp-2"};
@@ -161,6 +161,7 @@ TEST(Fast, EndsAnywhere) {
         for (std::size_t to = 0; to < targets; to += step) {
             for (std::uint32_t mode = 0; mode < 3; ++mode) {
                 test::conversion c = normalising(charsets[from], charsets[to], {});
+                c.target.convertNewline = mode > 0 ? 1 : 0;
                 c.target.newlineMode = mode == 2 ? 3 : mode;
                 for (std::size_t size = 1; size <= input.size(); ++size) {
                     for (std::size_t room = 0; room < 3 * size + 8; ++room) {

@@ -27,6 +27,19 @@ bool normalise_newline(session* s) {
     return true;
 }
 
+void write_substitute(session* s, const substitute& subst) {
+    s->outSetNo = subst.setNo;
+    s->outSetType = subst.setType;
+    s->outCode = subst.code;
+    s->outBytes = subst.bytes;
+    s->outDone = 0;
+    s->status = PVZAN_OUTPUT_FULL; // means: write what has been chosen
+    s->dstRule->function(s);
+    if (s->status == PVZAN_UNREPRESENTABLE) {
+        s->status = PVZAN_WRITTEN; // it cannot be written either, so the character is dropped
+    }
+}
+
 } // namespace
 
 // A rule that consumes no input but lets the conversion continue (a set of zero bytes, or an encode
@@ -72,18 +85,5 @@ void encode_step(session* s) {
     s->dstRule->function(s);
     if (s->status == PVZAN_UNREPRESENTABLE && s->target.useSubstitute != 0) {
         write_substitute(s, s->setCode <= 0xFF ? s->subst1 : s->subst2);
-    }
-}
-
-void write_substitute(session* s, const substitute& subst) {
-    s->outSetNo = subst.setNo;
-    s->outSetType = subst.setType;
-    s->outCode = subst.code;
-    s->outBytes = subst.bytes;
-    s->outDone = 0;
-    s->status = PVZAN_OUTPUT_FULL; // means: write what has been chosen
-    s->dstRule->function(s);
-    if (s->status == PVZAN_UNREPRESENTABLE) {
-        s->status = PVZAN_WRITTEN; // it cannot be written either, so the character is dropped
     }
 }

@@ -10,8 +10,6 @@ void decode_step(session* s);
 // Runs the encode rule until the character, or a substitute for it, has been written or dropped, or
 // stops the conversion.
 void encode_step(session* s);
-// What encode_step does if the target lacks the character but has a substitute for it.
-void write_substitute(session* s, const substitute& subst);
 
 // What is normalised as a line break: control codes as they were read, separators by their meaning.
 inline constexpr u16 control_breaks[] = {'\r', '\n'},

@@ -21,7 +21,7 @@ public:
     state_reader(const pair& with, u32 state)
         : p_(with), states_(with.plan.source_states), codes_(*states_.codes) {
         for (std::size_t number = 0; number <= codes_.set_count; ++number) {
-            known_[number].from = 0; // no state
+            transitions_[number].from = 0; // no state
         }
         enter(state);
     }
@@ -43,11 +43,11 @@ public:
     u32 sequence(std::span<const u8> text) {
         u32 bytes = 0;
         std::memcpy(&bytes, text.data(), std::min(text.size(), sizeof bytes));
-        transition& known = known_[now_.number];
-        if (known.from == now_.state && ((known.bytes ^ bytes) & known.mask) == 0 &&
+        transition& usual = transitions_[now_.number];
+        if (usual.from == now_.state && ((usual.bytes ^ bytes) & usual.mask) == 0 &&
             text.size() >= sizeof bytes) {
-            now_ = known.to;
-            return known.length;
+            now_ = usual.to;
+            return usual.length;
         }
         const scanned read = states_.codec->scan(states_.group, now_.state, text);
         if (read.kind != scanned::silent) {
@@ -58,7 +58,7 @@ public:
         if (read.length <= sizeof bytes && text.size() >= sizeof bytes) {
             u32 mask = 0;
             std::memset(&mask, 0xFF, read.length);
-            known = {from, bytes, mask, read.length, now_};
+            usual = {from, bytes, mask, read.length, now_};
         }
         return read.length;
     }
@@ -97,8 +97,8 @@ public:
     const u8* go_behind(const u8* p, std::span<const u16> codes) {
         for (const u16 code : codes) {
             while (opens(p)) {
-                p += known_[now_.number].length;
-                now_ = known_[now_.number].to;
+                p += transitions_[now_.number].length;
+                now_ = transitions_[now_.number].to;
             }
             p += is_pair(code) ? 2 : 1;
         }
@@ -106,7 +106,7 @@ public:
     }
     void enter_behind(u16 code) {
         if (is_pair(code) != now_.two_bytes) {
-            now_ = known_[now_.number].to;
+            now_ = transitions_[now_.number].to;
         }
     }
 
@@ -125,10 +125,10 @@ private:
     // The sequences that shift from here to single bytes and back, if both were read before.
     [[nodiscard]] split_shifts shifts() const {
         split_shifts made{{}, {}, now_.first_pair, 0};
-        const transition& there = known_[now_.number];
+        const transition& there = transitions_[now_.number];
         const bool found =
             there.from == now_.state && !there.to.two_bytes && there.to.lines && !there.to.clears;
-        const transition& back = known_[found ? there.to.number : now_.number];
+        const transition& back = transitions_[found ? there.to.number : now_.number];
         if (found && back.from == there.to.state && back.to.state == now_.state) {
             made.singles = there.to.first_single;
             made.to_singles = {std::bit_cast<std::array<u8, 4>>(there.bytes), there.length};
@@ -144,7 +144,8 @@ private:
     const charset_states& states_;
     const iso2022& codes_;
     situation now_;
-    std::array<transition, iso2022::most_sets + 1> known_; // by the set before; the last one each
+    std::array<transition, iso2022::most_sets + 1>
+        transitions_; // by the set before; the last one each
 };
 
 } // namespace fast

@@ -40,6 +40,12 @@ bool has_code(const basic_set* set, u32 code) {
 
 // ---- Reading -----------------------------------------------------------------------------------
 
+struct iso2022_reading : scanned {
+    const basic_set* set; // of a code
+    u32 set_code;         // its code in that set
+    u32 bytes;            // bytes of the code, as one number
+};
+
 class text_reader {
 public:
     text_reader(const charset_group* group, u32 state, std::span<const u8> text)
@@ -382,9 +388,8 @@ u32 close_output(session* s) {
     return stop_with(s, PVZAN_DONE);
 }
 
-} // namespace
-
-iso2022_reading iso2022_read(const charset_group* group, u32 state, std::span<const u8> text) {
+// What is at the beginning of the text, which must not be empty.
+iso2022_reading read_text(const charset_group* group, u32 state, std::span<const u8> text) {
     return text_reader(group, state, text).read();
 }
 
@@ -400,19 +405,8 @@ bool find_way(const charset_group* group, u32 state, u32 set, iso2022_way& way) 
     return true;
 }
 
-u32 set_at_hand(const iso2022& codes, u32 state) {
-    for (const control_sequence& s : codes.sequences()) {
-        if (s.header && set_in(state, s.which) == no_set) {
-            return no_set;
-        }
-    }
-    return set_in(state, shifted(state));
-}
-
-namespace {
-
 scanned scan(const charset_group* group, u32 state, std::span<const u8> text) {
-    return iso2022_read(group, state, text);
+    return read_text(group, state, text);
 }
 
 bool is_in_use(const charset_group* group, u32 word) {
@@ -438,14 +432,23 @@ constexpr iso2022_codec told_states{
 
 } // namespace
 
+u32 set_at_hand(const iso2022& codes, u32 state) {
+    for (const control_sequence& s : codes.sequences()) {
+        if (s.header && set_in(state, s.which) == no_set) {
+            return no_set;
+        }
+    }
+    return set_in(state, shifted(state));
+}
+
 extern "C" {
 
 u32 destISO_2022(session* s) {
     if (s->srcGroup == nullptr || s->srcGroup->codes == nullptr) {
         return stop_with(s, PVZAN_INVALID_INPUT);
     }
-    return decode_scanned(s, iso2022_read, [s](const iso2022_reading& read, i32) {
-        return deliver_character(s, read.set, read.bytes, read.set_code, 0);
+    return decode_scanned(s, read_text, [s](const iso2022_reading& found, i32) {
+        return deliver_character(s, found.set, found.bytes, found.set_code, 0);
     });
 }
 
