@@ -13,7 +13,13 @@ namespace {
 u64 count_sequences(const pvzan_converter& c, const u8* p, std::size_t size) {
     u64 others = 0;
     if (c.from.kind == PVZAN_KIND_UTF_8) {
-        for (std::size_t i = 0; i < size; ++i) {
+        std::size_t i = 0;
+        for (u64 eight = 0; i + sizeof eight <= size; i += sizeof eight) {
+            constexpr u64 ones = 0x0101010101010101;
+            std::memcpy(&eight, p + i, sizeof eight);
+            others += (eight >> 7 & ~(eight >> 6) & ones) * ones >> 56;
+        }
+        for (; i < size; ++i) {
             others += (p[i] & 0xC0) == 0x80 ? 1U : 0U;
         }
         return size - others;
