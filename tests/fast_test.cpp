@@ -41,7 +41,7 @@ std::uint64_t compare(const test::conversion& c) {
 // These come first: the others settle the charset directory of the process.
 
 // A table that is written to after it was loaded; one that counts as loaded, and empty, from the
-// second attempt to read its missing file on.
+// second attempt to read its missing file on; one of a Unicode charset.
 TEST(Fast, SeesItsTablesChange) {
     const test::temp_dir directory;
     test::in_child([&] {
@@ -64,6 +64,9 @@ TEST(Fast, SeesItsTablesChange) {
         EXPECT_EQ(loadTableFile(table), 0U);
         EXPECT_EQ(loadTableFile(table), 1U);
         EXPECT_EQ(compare(by_file), 0U);
+        made_charset mapped("made-unicode", "destUTF-8", "constUTF-8");
+        made_charset::put(mapped.add(4), 'B', 'A');
+        compare({.from = "unicode", .to = "made-unicode", .input = "AAAAAA"});
     });
 }
 
@@ -110,7 +113,8 @@ TEST(Fast, LeavesWhatTheRulesLeave) {
     EXPECT_GT(both_paths::all_fast_characters, both_paths::all_characters * 3 / 10);
 }
 
-// A caller may put another rule into a session, which the charset's own pair is not for.
+// A caller may put another rule into a session, which the charset's own pair is not for, or a
+// language, whose tag is due.
 TEST(Fast, GoesByTheSessionsRules) {
     test::use_shipped_charsets();
     const std::string text =
@@ -121,6 +125,7 @@ TEST(Fast, GoesByTheSessionsRules) {
         if (!rule.empty()) {
             (rule[0] == 'd' ? s->srcRule : s->dstRule) = TheRule(rule.c_str());
         }
+        s->baseLang[0] = 'x';
         std::vector<u8> out(1000);
         test::give_input(*s, text);
         s->outBuf = out.data();
@@ -130,7 +135,7 @@ TEST(Fast, GoesByTheSessionsRules) {
         out.resize(static_cast<std::size_t>(s->outPos));
         return out;
     };
-    for (const char* rule : {"", "constEUC-JP", "destUTF-16", "", "destUTF-16"}) {
+    for (const char* rule : {"", "constEUC-JP", "destUTF-16", "", "destUTF-16", "constUTF-8"}) {
         EXPECT_EQ(convert(rule, false), convert(rule, true)) << rule;
     }
     EXPECT_NE(convert("constEUC-JP", true), convert("", true));
@@ -209,11 +214,12 @@ TEST(Fast, KernelsAreThoseThatTheProcessorRuns) {
     EXPECT_EQ(std::ranges::find(list, nullptr) - list, count);
     // What would be a shift is not one in the middle of a pair.
     for (std::size_t at = 1; at < fast::chunk_bytes - 4; at += 2) {
-        const std::string in = std::string(2 * fast::chunk_bytes, '!').replace(at, 2, "~}");
+        std::string in(1 + 2 * fast::chunk_bytes, '!'); // kernels look back
+        in.replace(1 + at, 2, "~}");
         for (std::size_t i = 0; list[i]->decode_utf8 != nullptr; ++i) {
             u16 codes[4 * fast::chunk_codes];
             const fast::split_shifts by{{{'~', '{'}, 2}, {{'~', '}'}, 2}, 0, 0xC000};
-            EXPECT_EQ(list[i]->split_shifted(test::bytes_of(in).data(), 2, by, codes).bytes,
+            EXPECT_EQ(list[i]->split_shifted(test::bytes_of(in).data() + 1, 2, by, codes).bytes,
                       at - 1);
         }
     }
@@ -226,16 +232,15 @@ TEST(Fast, KernelsAreThoseThatTheProcessorRuns) {
         for (std::size_t i = 0; list[i]->decode_utf8 != nullptr; ++i) {
             for (std::size_t at = 0; at + 3 < 2 * fast::chunk_bytes; ++at) {
                 u16 scalars[4 * fast::chunk_codes];
-                const std::string in =
-                    std::string(2 * fast::chunk_bytes, 'a').replace(at, form.size(), form);
-                ASSERT_LE(list[i]->decode_utf8(test::bytes_of(in).data(), 2, scalars).bytes, at);
-                fast::byte_tables tables{};
-                tables.pages[0] = 0x20;
-                u8 out[4 * fast::chunk_bytes];
-                const fast::ascii_run run{
-                    test::bytes_of(in).data(), in.size(), out, sizeof out, {}};
-                ASSERT_TRUE(list[i]->utf8_to_bytes == nullptr ||
-                            list[i]->utf8_to_bytes(entries, run, tables).read == at);
+                std::string text(2 + 2 * fast::chunk_bytes, 'a'); // kernels look back
+                const u8* const in =
+                    test::bytes_of(text.replace(2 + at, form.size(), form)).data() + 2;
+                ASSERT_LE(list[i]->decode_utf8(in, 2, scalars).bytes, at);
+                u8 out[2 * fast::chunk_bytes];
+                fast::ascii_run run{in, text.size() - 2, out, sizeof out, {}};
+                std::ranges::fill(run.plain.rows, 0xFF);
+                ASSERT_TRUE(list[i]->put_utf8 == nullptr ||
+                            list[i]->put_utf8(entries, run).read == at);
             }
         }
     }
