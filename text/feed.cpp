@@ -68,11 +68,12 @@ u64 count_private(const u8* p, std::size_t size, u32 kind, bool big) {
     return count;
 }
 
-// Finds the part of the input that does not depend on what follows. With states, it ends at the
-// beginning of a line, from where characters can be counted.
+// Finds the part of the input that does not depend on what follows. It is small enough for the
+// cache when lines are counted, and for counting the characters of a line again. With states, it
+// ends at the beginning of a line, from where characters can be counted.
 void look_ahead(pvzan_converter& c, cursor& at) {
-    constexpr std::size_t most_with_states = 1U << 15;
-    const std::size_t most = has_states(c) ? most_with_states : most_at_once;
+    constexpr std::size_t most_with_states = 1U << 15, usual_most = 1U << 18;
+    const std::size_t most = has_states(c) ? most_with_states : usual_most;
     const std::size_t limit = std::min(at.left, most);
     const std::size_t size = settled_size(c, {at.in, limit, at.last && limit == at.left, at.flush});
     const std::size_t line =
@@ -101,7 +102,7 @@ void advance_buffers(pvzan_converter& c, cursor& at, std::size_t read, std::size
     c.now.out += written;
 }
 
-// Copies the ASCII that the input begins with; its line breaks are counted at once.
+// Copies the ASCII that this part of the input begins with; its line breaks are counted at once.
 void copy_ascii(pvzan_converter& c, fast::path& path, cursor& at) {
     if (c.lf != '\n' || *at.in >= 0x80) {
         return;
@@ -122,8 +123,8 @@ void copy_ascii(pvzan_converter& c, fast::path& path, cursor& at) {
 // Converts at full speed as long as characters come back unharmed.
 void run_over(pvzan_converter& c, fast::path& path, cursor& at) {
     session& s = c.work;
-    const bool begins = at.settled == nullptr;
-    if (at.in >= at.settled) {
+    const bool begins = at.in >= at.settled;
+    if (begins) {
         look_ahead(c, at);
     }
     if (at.in == at.settled || at.room == 0) {

@@ -13,7 +13,13 @@ namespace {
 u64 count_sequences(const pvzan_converter& c, const u8* p, std::size_t size) {
     u64 others = 0;
     if (c.from.kind == PVZAN_KIND_UTF_8) {
-        for (std::size_t i = 0; i < size; ++i) {
+        std::size_t i = 0;
+        for (u64 eight = 0; i + sizeof eight <= size; i += sizeof eight) {
+            constexpr u64 ones = 0x0101010101010101;
+            std::memcpy(&eight, p + i, sizeof eight);
+            others += (eight >> 7 & ~(eight >> 6) & ones) * ones >> 56;
+        }
+        for (; i < size; ++i) {
             others += (p[i] & 0xC0) == 0x80 ? 1U : 0U;
         }
         return size - others;
@@ -75,6 +81,12 @@ u64 count_lacking(pvzan_converter& c, const lag& behind, fast::path& path) {
     return count;
 }
 
+// Counts every LF, and every CR that no LF follows, for which one unit more is read.
+u64 count_breaks(const pvzan_converter& c, const u8* bytes, std::size_t units) {
+    return fast::chosen_kernels().count_breaks(bytes, units,
+                                               {{c.from.unit, c.now.big_source}, c.lf, c.cr});
+}
+
 } // namespace
 
 std::size_t behind_last_break(const pvzan_converter& c, const u8* bytes, std::size_t size) {
@@ -86,13 +98,28 @@ std::size_t behind_last_break(const pvzan_converter& c, const u8* bytes, std::si
             ::memrchr(behind, c.cr, static_cast<std::size_t>(bytes + size - behind)));
         return static_cast<std::size_t>((cr != nullptr ? cr + 1 : behind) - bytes);
     }
-    for (std::size_t end = size / unit * unit; end > 0; end -= unit) {
-        const u32 code = load_code({bytes + end - unit, unit}, c.now.big_source);
-        if (code == c.lf || code == c.cr) {
-            return end;
-        }
+    const auto ends_in_break = [&](std::size_t units) {
+        const u32 code = load_code({bytes + (units - 1) * unit, unit}, c.now.big_source);
+        return code == c.lf || code == c.cr;
+    };
+    std::size_t end = size / unit;
+    if (end == 0 || ends_in_break(end)) {
+        return end * unit;
     }
-    return 0;
+    // Only where there is one is it looked for unit by unit. Counting reads one unit more.
+    --end;
+    for (std::size_t some = 256; end > 0; some *= 2) {
+        const std::size_t begin = end - std::min(end, some);
+        if (count_breaks(c, bytes + begin * unit, end - begin) == 0) {
+            end = begin;
+            continue;
+        }
+        while (!ends_in_break(end)) {
+            --end;
+        }
+        break;
+    }
+    return end * unit;
 }
 
 void pass(pvzan_converter& c, lag& behind, std::span<const u8> text, u64 characters, u32 set,
@@ -108,19 +135,17 @@ void pass(pvzan_converter& c, lag& behind, std::span<const u8> text, u64 charact
         at.behind_cr = false;
         return;
     }
-    const fast::ascii_unit unit{c.from.unit, c.now.big_source};
+    const u32 unit = c.from.unit;
     const auto code_at = [&](std::size_t i) {
-        return load_code(text.subspan(i, unit.bytes), unit.big_endian);
+        return load_code(text.subspan(i, unit), c.now.big_source);
     };
-    // Every LF, and every CR that no LF follows, for which one unit more is read.
     at.line += counted != nullptr && !counted->has_returns
                    ? counted->line_feeds
-                   : 1 + fast::chosen_kernels().count_breaks(text.data(), line / unit.bytes - 1,
-                                                             {unit, c.lf, c.cr});
+                   : 1 + count_breaks(c, text.data(), line / unit - 1);
     at.line -= code_at(0) == c.lf && at.behind_cr ? 1U : 0U;
-    at.behind_cr = line == text.size() && code_at(line - unit.bytes) == c.cr;
-    const bool are_units = characters * unit.bytes == text.size(); // as in ASCII
-    at.column = 1 + (are_units ? (text.size() - line) / unit.bytes : 0);
+    at.behind_cr = line == text.size() && code_at(line - unit) == c.cr;
+    const bool are_units = characters * unit == text.size(); // as in ASCII
+    at.column = 1 + (are_units ? (text.size() - line) / unit : 0);
     const u8* const end = text.data() + text.size();
     behind = {text.data(), are_units ? end : text.data() + line, end, set};
 }
