@@ -101,9 +101,7 @@ kind kind_of(u32 c) {
 
 } // namespace
 
-// The letters of the Arabic shapes from U+FE80 on: alone, at the end, and, where the word may go on
-// behind it, at the beginning and in the middle.
-static constexpr u32 first_shape = 0xFE80, ligatures = 0xFEF5;
+// The letters of the Arabic shapes from U+FE80 on.
 static constexpr std::u16string_view shaped_letters =
     u"\u0621\u0622\u0622\u0623\u0623\u0624\u0624\u0625\u0625\u0626\u0626\u0626\u0626\u0627"
     u"\u0627\u0628\u0628\u0628\u0628\u0629\u0629\u062A\u062A\u062A\u062A\u062B\u062B\u062B"
@@ -171,47 +169,6 @@ u32 mark_behind_cost(const seen& mark) {
     constexpr std::u16string_view fitting = u"’“”«»…‘·´°©®™º²¹³\u00A0\u00AD";
     const auto c = static_cast<char16_t>(mark.letter);
     return fitting.find(c) != fitting.npos ? 0 : 5 * bit;
-}
-
-namespace {
-
-// Whether a word goes on behind a shape: a letter's third and fourth shape show that it does.
-enum class joining : u8 { unknown, ends, goes_on };
-
-struct shape {
-    bool of_four; // may go on
-    joining behind;
-};
-
-shape shape_of(u32 c) {
-    if (!within(c, first_shape, ligatures - 1)) {
-        return {false, joining::unknown};
-    }
-    const char16_t letter = shaped_letters[c - first_shape];
-    if (letter == u'\u0637' || letter == u'\u0638') { // often have one shape for all places
-        return {false, joining::unknown};
-    }
-    const std::size_t alone = shaped_letters.find(letter);
-    const bool of_four = shaped_letters[alone + 2] == letter;
-    return {of_four, of_four && c - first_shape >= alone + 2 ? joining::goes_on : joining::ends};
-}
-
-} // namespace
-
-u32 shape_cost(const seen& before, const seen& now) {
-    constexpr u32 misplaced = 12 * bit;
-    // Letters that never join what follows have two shapes: alone, and joined to what stands
-    // before. All charsets have both of these.
-    constexpr std::u16string_view alone = u"\uFE81\uFE83\uFE8D\uFEEF";
-    constexpr std::u16string_view joined = u"\uFE82\uFE84\uFE8E\uFEF0";
-    const auto c = static_cast<char16_t>(now.scalar);
-    const shape open = shape_of(before.scalar);
-    if ((alone.find(c) != alone.npos && open.behind == joining::goes_on) ||
-        (joined.find(c) != joined.npos && open.behind == joining::ends)) {
-        return misplaced;
-    }
-    const bool letter = now.letter >= 0x600 && now.letter < 0x700;
-    return open.of_four && (open.behind == joining::goes_on) != letter ? misplaced : 0;
 }
 
 } // namespace text

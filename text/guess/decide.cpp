@@ -10,26 +10,19 @@ namespace text {
 
 namespace {
 
-constexpr i32 whole_bit = bit;
-
-constexpr u32 few_characters = 8; // where the user's language counts
-
-// A word or two: where it is not safe to wait for more, a smaller lead must do.
 bool is_a_word(const pvzan_guesser& g, const candidate& c) {
-    return g.offset + c.characters < g.evidence_size + few_characters;
+    return g.offset + c.characters <= g.evidence_size + longest_word;
 }
 
-// By so many bits the best must be ahead, by how many characters beyond ASCII there are.
-i32 margin_of(const pvzan_guesser& g, const candidate& c) {
-    const bool utf8 = c.name.kind == PVZAN_KIND_UTF_8;
-    const i32 bits = utf8 && g.offset >= in_a_text ? 4
-                     : utf8                        ? 11
-                     : is_a_word(g, c)             ? 6
-                     : c.beyond <= 2               ? 9
-                     : c.beyond <= 4               ? 10
-                     : c.beyond < few_characters   ? 11
-                                                   : 13;
-    return bits * whole_bit;
+i32 least_lead(const pvzan_guesser& g, const candidate& c) {
+    // Of evidence of one character, there is a line feed behind it, and perhaps one more.
+    const bool alone =
+        c.name.kind == PVZAN_KIND_OTHER && c.beyond == 1 && c.characters <= 3 && is_a_word(g, c);
+    return c.row.codes == structure::units ? lead_of_units
+           : alone && !is_native(g, c)     ? lead_of_one_letter
+           : is_a_word(g, c)               ? lead_of_a_word
+           : c.beyond <= few_letters       ? lead_by_few
+                                           : lead_by_more;
 }
 
 bool reads_all(const candidate& c) {
@@ -127,7 +120,7 @@ void offer(pvzan_guesser& g, const candidate& c, i32 best) {
     }
     // Half of it for each bit behind the best; scaled when all are known.
     u32 share = 1000000;
-    for (i32 behind = (c.cost - best) / whole_bit; behind > 0 && share > 0; --behind) {
+    for (i32 behind = (c.cost - best) / bits(1); behind > 0 && share > 0; --behind) {
         share /= 2;
     }
     shown.per_million = share;
@@ -203,7 +196,6 @@ u32 rank(pvzan_guesser& g, candidate* (&ranked)[most_candidates]) {
 
 // Offers those that are not far behind; how many they are.
 u32 offer_likely(pvzan_guesser& g, std::span<candidate*> ranked) {
-    constexpr i32 worth_telling = 14 * whole_bit;
     u64 sum = 0;
     u32 told = 0;
     while (told < std::min<std::size_t>(ranked.size(), 8) &&
@@ -218,42 +210,29 @@ u32 offer_likely(pvzan_guesser& g, std::span<candidate*> ranked) {
 }
 
 // Whether one reads the text nearly as well, and is only met more seldom: that settles nothing.
-bool has_equal(const pvzan_guesser& g, const candidate& best, std::span<candidate*> ranked) {
-    const i32 least_lead = (is_a_word(g, best) ? 4 : 7) * whole_bit;
-    const auto by_text = [&](const candidate& c) {
-        const i32 favour = best.beyond < few_characters ? 0 : c.favour;
-        return c.cost + favour - static_cast<i32>(c.row.rare * bit);
-    };
+bool has_equal(const candidate& best, std::span<candidate*> ranked) {
+    const auto by_text = [](const candidate& c) { return c.cost - bits(c.row.rare); };
     return std::ranges::any_of(ranked, [&](const candidate* c) {
         const bool relative = !best.row.family.empty() && c->row.family == best.row.family;
-        return c != &best && reads_all(*c) && !relative && by_text(*c) < by_text(best) + least_lead;
+        return c != &best && reads_all(*c) && !relative &&
+               by_text(*c) < by_text(best) + lead_by_text;
     });
 }
 
 // Whether it is far enough before the others, and as likely as writing is.
 bool is_sure(const pvzan_guesser& g, const candidate& best, std::span<candidate*> ranked) {
     const candidate* rival = ranked.size() > 1 ? ranked[1] : nullptr;
-    constexpr i32 random_bits = 9; // that bytes at random cost
-    const bool writing =
-        best.beyond == 0 || best.row.codes >= structure::units ||
-        best.cost <= random_bits * whole_bit * static_cast<i32>(g.evidence_size + 4);
+    const bool writing = best.beyond == 0 || best.row.codes >= structure::units ||
+                         best.cost <= random_byte * static_cast<i32>(g.evidence_size + 4);
     if (!writing || g.maybe_other) {
         return false;
     }
-    // Sequences of two bytes may be chance where there are few.
-    const bool odd = g.offset < in_a_text && best.odd >= best.long_ones;
-    const bool few = best.beyond <= 2 && (best.long_ones == 0 || odd);
-    const bool utf8 =
-        best.name.kind == PVZAN_KIND_UTF_8 && (!few || (!best.by_chance && g.offset >= in_a_text));
-    if (utf8 || rival == nullptr || rival->text_faults > 1) {
+    if (rival == nullptr || rival->text_faults > 1) {
         return true;
     }
-    constexpr i32 damage_margin = 4 * whole_bit; // before one that a fault speaks against
     const i32 lead = rival->cost - best.cost;
-    const i32 lead_by_text =
-        best.beyond < few_characters ? lead : lead + rival->favour - best.favour;
-    return !has_equal(g, best, ranked) &&
-           std::min(lead, lead_by_text) >= (reads_all(*rival) ? margin_of(g, best) : damage_margin);
+    return lead >= (reads_all(*rival) ? least_lead(g, best) : lead_before_damage) &&
+           (is_a_word(g, best) || !has_equal(best, ranked));
 }
 
 } // namespace

@@ -61,40 +61,47 @@ bool has_empty_unit(bytes_view text, std::size_t width) {
     return false;
 }
 
-// Has candidates of a structure read what begins at a byte, and, unless they are alone, all that
-// read a byte after the other. Whether one of that structure is the likeliest: then all that are
-// not far behind are left.
-bool weigh_against_bytes(pvzan_guesser& g, structure wanted, bytes_view text, std::size_t from,
-                         bool complete, bool alone) {
+// What a text may be that is not ASCII with other bytes in it.
+struct possible {
+    bool units = false, ebcdic = false, signs = false, bytes = true;
+
+    [[nodiscard]] bool has(structure codes) const {
+        return codes == structure::units    ? units
+               : codes == structure::ebcdic ? ebcdic
+               : codes == structure::signs  ? signs
+                                            : codes <= structure::single_byte && bytes;
+    }
+};
+
+// Has all candidates that are possible read what begins at a byte. Whether the likeliest is not one
+// that reads a byte after the other: then all that are not far behind are left.
+bool weigh_against_bytes(pvzan_guesser& g, const possible& may_be, bytes_view text,
+                         std::size_t from, bool complete) {
     const std::size_t size = std::min(text.size() - from, evidence_room);
     const bytes_view evidence = text.subspan(from, size);
     for (candidate& c : std::span(g.candidates, g.count)) {
         const std::size_t width = width_of(c);
         const bool whole_units = width == 1 || ((!complete || text.size() % width == 0) &&
                                                 !has_empty_unit(evidence, width));
-        c.alive =
-            c.row.codes == wanted ? whole_units : !alone && c.row.codes <= structure::single_byte;
+        c.alive = may_be.has(c.row.codes) && whole_units;
     }
     weigh(g, evidence, complete && from + size == text.size());
-    constexpr i32 none = 0x3FFFFFFF, clear_lead = 10 * bit;
-    const u32 least_beyond = wanted == structure::signs ? 1 : 0;
-    i32 by_wanted = none, by_bytes = none;
+    constexpr i32 none = 0x3FFFFFFF;
+    i32 best = none, by_bytes = none;
     std::size_t characters = 0;
     for (const candidate& c : std::span(g.candidates, g.count)) {
-        i32& least = c.row.codes == wanted ? by_wanted : by_bytes;
-        const bool reads = c.row.codes != wanted || (c.faults == 0 && c.beyond >= least_beyond);
+        const bool of_bytes = c.row.codes <= structure::single_byte;
+        const bool reads = of_bytes || (c.faults == 0 && (!may_be.signs || c.beyond > 0));
+        i32& least = of_bytes ? by_bytes : best;
         if (c.alive && reads && c.cost < least) {
             least = c.cost;
             characters = size / width_of(c);
         }
     }
-    // Bytes that are no text cost more than the rarest writing does.
-    constexpr i32 most_for_one = 16 * bit, fixed = 12 * bit;
-    const bool writing =
-        g.named || by_wanted <= most_for_one * static_cast<i32>(characters) + fixed;
-    if (by_wanted == none || by_wanted >= by_bytes || !writing) {
-        const bool close = writing && by_wanted < by_bytes + clear_lead;
-        g.maybe_other = g.maybe_other || (close && wanted != structure::signs);
+    const bool writing = g.named || best <= most_for_writing * static_cast<i32>(characters + 1);
+    if (best == none || best >= by_bytes || !writing) {
+        const bool close = writing && best < by_bytes + lead_of_units;
+        g.maybe_other = g.maybe_other || (close && !may_be.signs);
         return false;
     }
     std::ranges::copy(evidence, g.evidence);
@@ -142,20 +149,19 @@ bool is_plain_ascii(bytes_view text) {
     });
 }
 
-bool is_in_units(pvzan_guesser& g, bytes_view text, bool complete) {
+// Whether units of two bytes are possible, and whether bytes are.
+void look_for_units(const pvzan_guesser& g, bytes_view text, bool complete, possible& may_be) {
     const auto is_of_units = [](const candidate& c) { return c.row.codes == structure::units; };
     const std::span candidates(g.candidates, g.count);
     if (text.empty() || std::ranges::none_of(candidates, is_of_units)) {
-        return false;
+        return;
     }
     const bool alone = std::ranges::all_of(candidates, is_of_units); // all that were named
     const bool zeros = has(text, 0);
     const bool odd = complete && text.size() % 2 != 0;
-    if (!alone &&
-        (odd || is_plain_ascii(text) || (!zeros && (is_utf8(text) || !looks_like_units(text))))) {
-        return false;
-    }
-    return weigh_against_bytes(g, structure::units, text, 0, complete, alone || zeros);
+    may_be.units = alone || (!odd && !is_plain_ascii(text) &&
+                             (zeros || (!is_utf8(text) && looks_like_units(text))));
+    may_be.bytes = !may_be.units || (!alone && !zeros);
 }
 
 // Where HZ or UTF-7 may begin something that is not ASCII: "~{" and a pair, or "+" and at least a
@@ -179,15 +185,9 @@ std::size_t find_sign(bytes_view text) {
     return text.size();
 }
 
-bool has_signs(pvzan_guesser& g, bytes_view text, bool complete) {
-    const std::size_t from = is_plain_ascii(text) ? find_sign(text) : text.size();
-    return from < text.size() &&
-           weigh_against_bytes(g, structure::signs, text, from, complete, false);
-}
-
 // EBCDIC has its space, letters and digits where ASCII has none of its own; two-byte codes stand
 // between shifts.
-bool is_ebcdic(pvzan_guesser& g, bytes_view text, bool complete) {
+bool looks_like_ebcdic(bytes_view text) {
     constexpr u8 shift_out = 0x0E, shift_in = 0x0F;
     const auto is_usual = [](u32 c) {
         const u32 row = c >> 4, column = c & 0xF;
@@ -203,7 +203,22 @@ bool is_ebcdic(pvzan_guesser& g, bytes_view text, bool complete) {
     }
     const bool a_word = text.size() < in_a_text;
     return usual * 5 > text.size() * 3 && (has(text, 0x40) || has(text, shift_in) || a_word) &&
-           !has(text, ' ') && weigh_against_bytes(g, structure::ebcdic, text, 0, complete, false);
+           !has(text, ' ');
+}
+
+// Whether the text is none of bytes beyond ASCII in ASCII, by all that is left of its likely
+// readings.
+bool is_of_another_kind(pvzan_guesser& g, bytes_view text, bool complete) {
+    possible may_be;
+    look_for_units(g, text, complete, may_be);
+    may_be.ebcdic = looks_like_ebcdic(text);
+    std::size_t from = 0;
+    if (!may_be.units && !may_be.ebcdic && is_plain_ascii(text)) {
+        from = find_sign(text);
+        may_be.signs = from < text.size();
+    }
+    return (may_be.units || may_be.ebcdic || may_be.signs) &&
+           weigh_against_bytes(g, may_be, text, from, complete);
 }
 
 // Other controls than text has, too many of them.
@@ -235,8 +250,7 @@ void begin(pvzan_guesser& g, bool complete) {
         g.now = progress::done;
         return;
     }
-    if (is_in_units(g, head, complete) || is_ebcdic(g, head, complete) ||
-        has_signs(g, head, complete)) {
+    if (is_of_another_kind(g, head, complete)) {
         go_on_whole(g, head);
         return;
     }

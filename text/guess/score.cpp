@@ -25,7 +25,7 @@ u32 case_cost(const seen& older, const seen& before, const seen& now) {
     if (now.capital) {
         return !inside             ? capital_begins
                : before.capital    ? (older.capital ? capital_goes_on : second_capital)
-               : now.letter < 0x80 ? capital_inside
+               : now.scalar < 0x80 ? capital_inside
                                    : other_capital_inside;
     }
     return now.letter == 0 ? 0 : !inside ? small_begins : before.capital ? small_behind_capital : 0;
@@ -267,7 +267,7 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
             step = std::min(step, common_cost(m, two, third));
         }
         two = two_letters(two % two_letters(1, 0), third);
-        cost += case_cost(older, last, c) + shape_cost(last, c);
+        cost += case_cost(older, last, c);
         if (symbol == mark_class) {
             cost += std::min(step, most_for_a_mark) + mark_cost(c);
         } else {
@@ -317,7 +317,6 @@ u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
 }
 
 u32 scorer::judge(std::span<const seen> text, std::string_view native, u32 foreigner) {
-    constexpr u32 written_by_few = 6 * bit;
     if (count_ == 0) {
         find_models();
     }
@@ -334,8 +333,7 @@ u32 scorer::judge(std::span<const seen> text, std::string_view native, u32 forei
         if (!wanted || !load(m)) {
             continue;
         }
-        const u32 more = (is_native(native, m.language) ? 0 : foreigner) +
-                         (m.language == "is" ? written_by_few : 0);
+        const u32 more = is_native(native, m.language) ? 0 : foreigner;
         const u32 most = best - std::min(best, more);
         best = std::min(best, (m.letters.empty() ? judge_characters(text, m, most)
                                                  : judge_letters(text, m, most)) +

@@ -55,8 +55,6 @@ u32 mark_before_cost(const seen& mark);
 u32 mark_behind_cost(const seen& mark);
 u32 mark_inside_cost(const seen& mark);
 
-// Arabic letters of some charsets have a shape, which shows whether the word goes on.
-u32 shape_cost(const seen& before, const seen& now);
 constexpr seen seen_fault(u32 at) {
     return {at, 0xFFFD, 0, kind::none, false};
 }

@@ -9,6 +9,7 @@
 
 #include "text/guess/candidates.h"
 #include "text/guess/score.h"
+#include "text/guess/weights.h"
 
 #include <span>
 
@@ -18,8 +19,6 @@ inline constexpr std::size_t head_room = 64 * 1024, batch_room = 64 * 1024, evid
 inline constexpr std::size_t late_room = 2048;
 inline constexpr u32 most_late = 64;
 inline constexpr u32 most_candidates = 128, most_origins = 1024;
-inline constexpr u64 in_a_text = 64; // a text this long is more than a word
-inline constexpr i32 fault_cost = 24 * bit;
 inline constexpr u64 nowhere = ~u64{0};
 
 struct candidate {
@@ -30,7 +29,6 @@ struct candidate {
     bool alive = false;
     bool by_chance = false;         // of UTF-8: contains a character that others may form by chance
     i32 cost = 0;                   // quarters of a bit
-    i32 favour = 0;                 // the part of it that the user's language took off
     u32 faults = 0;                 // in the evidence
     u32 characters = 0, beyond = 0; // of the evidence, and those beyond ASCII
     u32 odd = 0;                    // those of them that are private use and the like
@@ -107,6 +105,8 @@ const char* known_binary(std::span<const u8> head);
 
 // weigh.cpp
 pvzan_converter* open_reader(const candidate& c);
+// Whether the user's language is one that the charset is made for.
+bool is_native(const pvzan_guesser& g, const candidate& c);
 // Reads as one of the candidates does. Fills in faults, beyond, odd, hash and where the first fault
 // is.
 std::span<seen> read_as(pvzan_guesser& g, candidate& c, std::span<const u8> bytes, bool complete);

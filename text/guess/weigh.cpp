@@ -9,7 +9,7 @@ namespace text {
 
 namespace {
 
-constexpr i32 far_behind = 60 * bit, first_look = 512;
+constexpr std::size_t first_look = 512;
 
 // What a candidate reads.
 class taker {
@@ -105,6 +105,11 @@ pvzan_converter* open_reader(const candidate& c) {
     return pvzan_open(c.name.shown, "utf-8", &how, nullptr);
 }
 
+bool is_native(const pvzan_guesser& g, const candidate& c) {
+    return *g.language != '\0' && c.name.kind == PVZAN_KIND_OTHER &&
+           c.row.languages.find(g.language) != std::string_view::npos;
+}
+
 std::span<seen> read_as(pvzan_guesser& g, candidate& c, std::span<const u8> bytes, bool complete) {
     taker into(c, g.reading);
     if (c.row.codes == structure::single_byte) {
@@ -122,38 +127,35 @@ std::span<seen> read_as(pvzan_guesser& g, candidate& c, std::span<const u8> byte
 
 namespace {
 
-// Bits that speak for a charset before anything is read.
+// What speaks for a charset, or against it, before it is read.
 i32 prior_of(const pvzan_guesser& g, const candidate& c) {
-    // One or two characters of two bytes may be chance, but for the marks and letters of Latin-1,
-    // and by themselves more than in a text of ASCII; more of them hardly.
-    constexpr u32 for_each = 4 * bit, most = 10, few = 2;
-    if (c.name.kind == PVZAN_KIND_UTF_8 && c.beyond > 0) {
-        const bool word = g.offset < in_a_text && c.beyond <= few;
-        const bool odd = word && c.odd >= c.long_ones;
-        const bool by_itself = odd || (word && c.long_ones == 0);
-        const bool by_chance = (c.by_chance || (odd && c.odd > 0)) && c.beyond <= few;
-        constexpr u64 long_text = 1024; // in which legacy charsets would show more of themselves
-        const u32 in_text = g.offset >= long_text ? 24 : 12;
-        const u32 bits = by_chance ? (by_itself ? 8 : in_text) : by_itself ? 15 : 20;
-        return -static_cast<i32>(bits * bit + for_each * (std::min(c.beyond, most) - 1));
+    if (c.name.kind != PVZAN_KIND_UTF_8 || c.beyond == 0) {
+        return bits(c.row.rare);
     }
-    return static_cast<i32>(c.row.rare * bit);
+    // Sequences of two bytes may be chance, but for the marks and letters of Latin-1, and by
+    // themselves more than in a text of ASCII.
+    const bool few = c.beyond <= utf8_few;
+    const bool word = few && g.offset < in_a_text;
+    const bool odd = word && c.odd >= c.long_ones;
+    const bool alone = odd || (word && c.long_ones == 0);
+    const bool by_chance = few && (c.by_chance || (odd && c.odd > 0));
+    const i32 first = !by_chance             ? (alone ? utf8_sequence_alone : utf8_sequences)
+                      : alone                ? utf8_chance_alone
+                      : g.offset < long_text ? utf8_chance_in_text
+                                             : utf8_chance_in_long_text;
+    const u32 more = std::min(c.beyond, utf8_most_counted) - 1;
+    return -first - utf8_for_each * static_cast<i32>(more);
 }
 
 void weigh_one(pvzan_guesser& g, candidate& c, std::span<const u8> evidence, bool complete) {
-    constexpr i32 favour = 6 * bit;
     const std::span<seen> text = read_as(g, c, evidence, complete);
     if (is_too_faulty(c.faults, c.beyond)) {
         c.alive = false;
         return;
     }
-    const bool native = *g.language != '\0' && c.name.kind == PVZAN_KIND_OTHER &&
-                        c.row.languages.find(g.language) != std::string_view::npos;
-    c.favour = native ? favour : 0;
-    // A language that the charset is not made for; the rarer that is, the more.
-    const u32 foreigner = (10 + 2 * std::min<u32>(c.row.rare, 5)) * bit;
-    c.cost = static_cast<i32>(g.judge.judge(text, c.row.languages, foreigner)) +
-             static_cast<i32>(c.faults) * fault_cost + prior_of(g, c) - c.favour;
+    const u32 by_text = g.judge.judge(text, c.row.languages, foreigner_cost);
+    c.cost = static_cast<i32>(by_text) + static_cast<i32>(c.faults) * fault_cost + prior_of(g, c) -
+             (is_native(g, c) && c.beyond < few_characters ? favour : 0);
 }
 
 // The first one before it in its family that reads everything, and nothing odd.
@@ -170,14 +172,12 @@ const candidate* reader_before(const pvzan_guesser& g, const candidate& c) {
 // Which of a family is meant is no matter of likelihood: where the first reads everything the
 // others need not. They may be meant yet by what follows.
 void follow(const pvzan_guesser& g, candidate& c, const candidate& first, bool stays) {
-    constexpr u32 hardly_ever_met = 45;
     c.alive = stays || c.row.rare < hardly_ever_met;
     c.faults = 0;
     c.odd = 0;
     c.characters = first.characters;
     c.beyond = first.beyond;
     c.hash = first.hash;
-    c.favour = first.favour;
     c.cost = first.cost + prior_of(g, c) - prior_of(g, first);
 }
 
@@ -220,15 +220,13 @@ void weigh(pvzan_guesser& g, std::span<const u8> evidence, bool complete) {
 // So much well-formed UTF-8 is nothing else, whatever the language: sequences of three bytes, or
 // plausible characters.
 bool is_plain_utf8(pvzan_guesser& g, bool complete) {
-    constexpr u32 enough = 6, for_an_odd_one = 8, enough_long_ones = 4, plenty = 16;
     candidate& c = g.candidates[0];
     if (g.count == 0 || c.name.kind != PVZAN_KIND_UTF_8 || g.named) {
         return false;
     }
     read_as(g, c, {g.evidence, g.evidence_size}, complete);
     c.cost = 0;
-    return c.faults == 0 && (c.long_ones >= enough_long_ones || c.beyond >= plenty ||
-                             (c.beyond >= enough && c.odd * for_an_odd_one <= c.beyond));
+    return c.faults == 0 && (c.long_ones >= utf8_enough_long_ones || c.beyond >= utf8_enough);
 }
 
 } // namespace text
