@@ -4,6 +4,7 @@
 #include "tests/support/child.h"
 #include "tests/support/digest.h"
 #include "tests/support/document.h"
+#include "tests/support/rows.h"
 
 namespace {
 
@@ -136,23 +137,8 @@ void expect_change(const charset_directory& dir, const change& c) {
 TEST(Definition, Changed) {
     const charset_directory dir;
     test::digest all("definitions changed");
-    std::ifstream list(PVZAN_SOURCE_DIR "/tests/data/definition_changes.tsv");
-    for (std::string line; std::getline(list, line);) {
-        if (line.empty() || line.starts_with('#')) {
-            continue;
-        }
-        change c;
-        std::istringstream row(line);
-        for (std::string* column : {&c.file, &c.from, &c.to, &c.shown}) {
-            std::getline(row, *column, '\t');
-            for (const auto& [escape, by] : {std::pair("\\t", "\t"), {"\\n", "\n"}}) {
-                const std::size_t at = column->find(escape);
-                if (at != std::string::npos) {
-                    column->replace(at, 2, by);
-                }
-            }
-        }
-        expect_change(dir, c);
+    for (const test::row_cells& row : test::rows_of("definition_changes.tsv", 4)) {
+        expect_change(dir, {row[0], row[1], row[2], row[3]});
         all.add(show_groups() + show_sets());
     }
     const std::string text(5000, 'x'), kept = text.substr(0, text_bytes - 1);

@@ -4,6 +4,7 @@
 #include "cconv/detect/detect.h"
 #include "tests/support/convert.h"
 #include "tests/support/digest.h"
+#include "tests/support/rows.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -44,19 +45,9 @@ struct recorded_text {
 // damaged.
 const std::vector<recorded_text>& recorded_texts() {
     static const std::vector<recorded_text> all = [] {
-        std::ifstream file(PVZAN_SOURCE_DIR "/tests/data/detect_answers.tsv");
         std::vector<recorded_text> texts;
-        std::string kind, rest, byte;
-        for (recorded_text row; std::getline(file, kind, '\t') &&
-                                std::getline(file, row.answer, '\t') && std::getline(file, rest);) {
-            std::istringstream numbers(rest);
-            numbers >> row.pos;
-            for (row.bytes.clear(); numbers >> byte;) {
-                row.bytes += static_cast<char>(std::stoul(byte, nullptr, 16));
-            }
-            if (kind == "text") {
-                texts.push_back(row);
-            }
+        for (const test::row_cells& row : test::rows_of("detect_answers.tsv", 3)) {
+            texts.push_back({row[2], row[0], std::stoul(row[1])});
         }
         return texts;
     }();

@@ -6,6 +6,7 @@
 #include "tests/support/child.h"
 #include "tests/support/convert.h"
 #include "tests/support/digest.h"
+#include "tests/support/rows.h"
 
 #include "pvzan_text.h"
 
@@ -22,19 +23,16 @@ struct difference {
     std::string which;
 };
 
+u32 from_hex(const std::string& digits) {
+    return static_cast<u32>(std::stoul(digits, nullptr, 16));
+}
+
 // A list of tests/data/oracle_differences.tsv.
 std::vector<difference> differences(const std::string& list) {
-    std::ifstream file(PVZAN_SOURCE_DIR "/tests/data/oracle_differences.tsv");
     std::vector<difference> listed;
-    for (std::string line; std::getline(file, line);) {
-        std::istringstream row(line);
-        std::string name;
-        difference d{};
-        std::getline(row, name, '\t');
-        if (name == list) {
-            (row >> std::hex >> d.first >> d.last).ignore();
-            std::getline(row, d.which, '\t');
-            listed.push_back(d);
+    for (const row_cells& row : rows_of("oracle_differences.tsv", 5)) {
+        if (row[0] == list) {
+            listed.push_back({from_hex(row[1]), from_hex(row[2]), row[3]});
         }
     }
     EXPECT_EQ(listed.empty(), list.empty()) << list;
@@ -80,7 +78,7 @@ bool holds(const std::string& which, const scalars& ours, const scalars& theirs)
     if (which == "private use here") {
         return ours.size() == 1 && ours[0] >= 0xE000 && ours[0] <= 0xF8FF && theirs.empty();
     }
-    return which == "-" ||
+    return which.empty() ||
            (ours.empty() != theirs.empty() && ours.empty() == (which == "refused here"));
 }
 
@@ -262,11 +260,11 @@ std::string with_surrogates(std::string_view text) {
 
 // What brings our bytes into the shape of theirs, and theirs into that of ours.
 struct form {
-    const char* name;
+    std::string_view name;
     std::string (*ours)(std::string_view);
     std::string (*theirs)(std::string_view) = unchanged;
 };
-constexpr form forms[] = {{"-", unchanged},
+constexpr form forms[] = {{"", unchanged},
                           {"fixed", variable_width},
                           {"shift-jis", shift_jis_shape},
                           {"windows", windows_shape},
@@ -277,31 +275,19 @@ constexpr form forms[] = {{"-", unchanged},
 // ---- The comparisons ---------------------------------------------------------------------------
 
 struct charset_row {
-    std::string directory, what, ours, theirs, form_name, before, list;
-    std::size_t bytes = 0;
-    int count = 0;
-    form shape = forms[0];
+    std::string what, ours, theirs, before, list;
+    std::size_t bytes;
+    int count;
+    form shape;
 };
 
 std::vector<charset_row> charset_rows(const std::string& directory) {
     std::vector<charset_row> rows;
-    std::ifstream file(PVZAN_SOURCE_DIR "/tests/data/oracle_charsets.tsv");
-    for (std::string line; std::getline(file, line);) {
-        std::istringstream in(line);
-        charset_row r;
-        std::string bytes;
-        in >> r.directory >> r.what >> r.ours >> r.theirs >> r.form_name >> r.before >> bytes >>
-            r.count >> r.list;
-        if (r.directory != directory) {
-            continue;
+    for (const row_cells& row : rows_of("oracle_charsets.tsv", 9)) {
+        if (row[0] == directory) {
+            rows.push_back({row[1], row[2], row[3], row[5], row[8], from_hex("0" + row[6]),
+                            std::stoi(row[7]), *std::ranges::find(forms, row[4], &form::name)});
         }
-        r.bytes = bytes == "-" ? 0 : static_cast<std::size_t>(bytes[0] - '0');
-        for (std::string hex = std::exchange(r.before, ""); hex.size() > 1; hex.erase(0, 2)) {
-            r.before += static_cast<char>(std::stoi(hex.substr(0, 2), nullptr, 16));
-        }
-        r.list = r.list == "-" ? "" : r.list;
-        r.shape = *std::ranges::find(forms, r.form_name, &form::name);
-        rows.push_back(r);
     }
     EXPECT_FALSE(rows.empty());
     return rows;

@@ -29,13 +29,13 @@ std::vector<std::uint8_t> bytes_of(bytes_view text) {
     return bytes;
 }
 
-// The characters of single bytes; none where these are not what codes consist of.
+// The characters of a text; none where it has a fault.
 std::u32string characters_of(const std::vector<std::uint8_t>& bytes, const pvzan_name& charset) {
     std::u32string characters;
     bool sound = true;
     read_characters(bytes, charset, PVZAN_ORDER_BY_NAME, PVZAN_LAST, characters,
                     [&](const pvzan_fault&) { return sound = false; });
-    return sound && characters.size() == bytes.size() ? characters : std::u32string();
+    return sound ? characters : std::u32string();
 }
 
 // What the library says of a byte that ASCII has no character for.
@@ -67,14 +67,10 @@ std::string relative_hint(const pvzan_fault& fault) {
     if (fault.follower >= 0 && fault.blamed < 2) {
         code.push_back(static_cast<std::uint8_t>(fault.follower));
     }
-    std::u32string character;
-    bool sound = true;
-    read_characters(code, relative, PVZAN_ORDER_BY_NAME, PVZAN_LAST, character,
-                    [&](const pvzan_fault&) { return sound = false; });
-    return sound && character.size() == 1
-               ? fmt::format("{} is {} in {}; use -f {}", hex_bytes(code),
-                             character_text(character[0]), relative.shown, option)
-               : fmt::format("{} allows it; use -f {}", relative.shown, option);
+    const std::u32string character = characters_of(code, relative);
+    return character.size() == 1 ? fmt::format("{} is {} in {}; use -f {}", hex_bytes(code),
+                                               character_text(character[0]), relative.shown, option)
+                                 : fmt::format("{} allows it; use -f {}", relative.shown, option);
 }
 
 std::string control_hint(bytes_view text, const pvzan_name& from) {
@@ -83,6 +79,9 @@ std::string control_hint(bytes_view text, const pvzan_name& from) {
     }
     const std::vector<std::uint8_t> bytes = bytes_of(text);
     const std::u32string characters = characters_of(bytes, from);
+    if (characters.size() != bytes.size()) {
+        return {}; // its codes are not single bytes
+    }
     const bool has_feeds = characters.find(U'\n') != std::u32string::npos;
     for (std::size_t i = 0; i < characters.size(); ++i) {
         const pvzan_fault fault =
