@@ -15,14 +15,18 @@ bool is_a_word(const pvzan_guesser& g, const candidate& c) {
 }
 
 i32 least_lead(const pvzan_guesser& g, const candidate& c) {
+    if (c.row.codes == structure::units) {
+        return lead_of_units;
+    }
+    if (!is_a_word(g, c)) {
+        return c.beyond <= few_letters ? lead_by_few : lead_by_more;
+    }
+    if (c.name.kind != PVZAN_KIND_OTHER || is_native(g, c)) {
+        return lead_of_a_word;
+    }
     // Of evidence of one character, there is a line feed behind it, and perhaps one more.
-    const bool alone =
-        c.name.kind == PVZAN_KIND_OTHER && c.beyond == 1 && c.characters <= 3 && is_a_word(g, c);
-    return c.row.codes == structure::units ? lead_of_units
-           : alone && !is_native(g, c)     ? lead_of_one_letter
-           : is_a_word(g, c)               ? lead_of_a_word
-           : c.beyond <= few_letters       ? lead_by_few
-                                           : lead_by_more;
+    const bool alone = c.beyond == 1 && c.characters <= 3;
+    return alone ? lead_of_a_foreign_letter : lead_of_a_foreign_word;
 }
 
 bool reads_all(const candidate& c) {
