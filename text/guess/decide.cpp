@@ -182,7 +182,7 @@ u32 rank(pvzan_guesser& g, candidate* (&ranked)[most_candidates]) {
     settle_faults(g);
     for (candidate& c : std::span(g.candidates, g.count)) {
         const u32 behind_evidence = c.text_faults - std::min(c.faults, c.text_faults);
-        c.cost += static_cast<i32>(behind_evidence) * fault_cost;
+        c.cost += static_cast<i32>(behind_evidence) * fault_cost(c);
     }
     settle_families(g);
     settle_equals(g);

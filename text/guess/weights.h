@@ -29,7 +29,10 @@ inline constexpr i32 lead_by_text = bits(7);
 // Between UTF-16 and readings byte by byte: each pair of bytes may be some character by chance.
 inline constexpr i32 lead_of_units = bits(7);
 // Damage is rarer than the text that it happens to.
-inline constexpr i32 fault_cost = bits(24), lead_before_damage = bits(4);
+inline constexpr i32 damage = bits(24), lead_before_damage = bits(4);
+// A letter that a language does not have costs up to 40 bits, and is a name from another one: the
+// charset that has none in its place is not likelier.
+inline constexpr i32 no_letter = bits(40);
 
 // ---- What speaks for a charset by itself -------------------------------------------------------
 
