@@ -41,7 +41,7 @@ std::uint64_t compare(const test::conversion& c) {
 // These come first: the others settle the charset directory of the process.
 
 // A table that is written to after it was loaded; one that counts as loaded, and empty, from the
-// second attempt to read its missing file on.
+// second attempt to read its missing file on; one of a Unicode charset.
 TEST(Fast, SeesItsTablesChange) {
     const test::temp_dir directory;
     test::in_child([&] {
@@ -64,6 +64,9 @@ TEST(Fast, SeesItsTablesChange) {
         EXPECT_EQ(loadTableFile(table), 0U);
         EXPECT_EQ(loadTableFile(table), 1U);
         EXPECT_EQ(compare(by_file), 0U);
+        made_charset mapped("made-unicode", "destUTF-8", "constUTF-8");
+        made_charset::put(mapped.add(4), 'B', 'A');
+        compare({.from = "unicode", .to = "made-unicode", .input = "AAAAAA"});
     });
 }
 
@@ -110,7 +113,8 @@ TEST(Fast, LeavesWhatTheRulesLeave) {
     EXPECT_GT(both_paths::all_fast_characters, both_paths::all_characters * 3 / 10);
 }
 
-// A caller may put another rule into a session, which the charset's own pair is not for.
+// A caller may put another rule into a session, which the charset's own pair is not for, or a
+// language, whose tag is due.
 TEST(Fast, GoesByTheSessionsRules) {
     test::use_shipped_charsets();
     const std::string text =
@@ -121,6 +125,7 @@ TEST(Fast, GoesByTheSessionsRules) {
         if (!rule.empty()) {
             (rule[0] == 'd' ? s->srcRule : s->dstRule) = TheRule(rule.c_str());
         }
+        s->baseLang[0] = 'x';
         std::vector<u8> out(1000);
         test::give_input(*s, text);
         s->outBuf = out.data();
@@ -130,7 +135,7 @@ TEST(Fast, GoesByTheSessionsRules) {
         out.resize(static_cast<std::size_t>(s->outPos));
         return out;
     };
-    for (const char* rule : {"", "constEUC-JP", "destUTF-16", "", "destUTF-16"}) {
+    for (const char* rule : {"", "constEUC-JP", "destUTF-16", "", "destUTF-16", "constUTF-8"}) {
         EXPECT_EQ(convert(rule, false), convert(rule, true)) << rule;
     }
     EXPECT_NE(convert("constEUC-JP", true), convert("", true));

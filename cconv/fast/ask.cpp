@@ -143,8 +143,7 @@ bool joins_marks(const pair& p) {
     return p.plan.source->form != unicode_form::none && p.plan.target->form == unicode_form::none;
 }
 
-// Whether what was written is read back as the character, or as the line break that was chosen;
-// U+2028 and U+2029 do not count as such here.
+// Whether what was written is read back as the character, or as the line break that was chosen.
 bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, const character& c) {
     session& s = p.neutral;
     const character back = read_back(&s, written, PVZAN_SET_ISO_646_IRV);
@@ -153,9 +152,6 @@ bool comes_back(pair& p, std::span<const u8> k, std::span<const u8> written, con
         return back == (mode == PVZAN_NEWLINE_CR   ? character{'\r', 0}
                         : mode == PVZAN_NEWLINE_LF ? character{'\n', 0}
                                                    : character{'\r', '\n'});
-    }
-    if (p.plan.normalises && (c.letter == line_separator || c.letter == paragraph_separator)) {
-        return false;
     }
     std::array<u8, output_bytes> again;
     return back == c &&
@@ -258,7 +254,7 @@ bool note(pair& p, std::span<const u8> k, u32 key, verdict v, const answer& a) {
         if (k.size() == 2) {
             p.leads.add(k[0]);
         }
-        p.lead_length[k[0]].store(static_cast<u8>(k.size()), std::memory_order_relaxed);
+        p.behind_lead[k[0]].store(static_cast<u8>(k.size() - 1), std::memory_order_relaxed);
     }
     if (v != verdict::plain) {
         p.entries[key].store(entry::by_rules, std::memory_order_relaxed);
@@ -310,14 +306,12 @@ bool learn_lead(pair& p, const u8* in, std::size_t left) {
 
 bool learn(pair& p, const run& r) {
     const held_lock guard(p.lock);
-    const auto left = static_cast<std::size_t>(r.in_end - r.next);
-    if (r.next_key == no_key) {
-        return p.lead_length[*r.next].load(std::memory_order_relaxed) == 0
-                   ? learn_lead(p, r.next, left)
-                   : false;
-    }
     if (p.entry_of(r.next_key).asked()) {
         return p.entry_of(r.next_key).packed != entry::by_rules; // by another thread
+    }
+    if (p.plan.reader == reader::lead_bytes && r.next_length == 1) {
+        const bool asked = p.behind_lead[*r.next].load(std::memory_order_relaxed) > 0;
+        return asked || learn_lead(p, r.next, static_cast<std::size_t>(r.in_end - r.next));
     }
     return ask_and_note(p, {r.next, r.next_length}, r.next_state, r.next_key);
 }

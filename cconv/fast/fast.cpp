@@ -28,7 +28,7 @@ run run_of(const session* s, const pair& p) {
     r.out_end = out + room;
     r.in_state = p.plan.source_states.state_of(s->srcShiftSet);
     r.out_state = p.plan.target_states.state_of(s->dstShiftSet);
-    r.last = r.before_last = r.next_key = no_key;
+    r.last = r.before_last = no_key;
     return r;
 }
 

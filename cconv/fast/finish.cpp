@@ -8,7 +8,7 @@ namespace {
 // The last character of a run, or the one before it. Readers of Unicode find its bytes; otherwise
 // the loop noted its key.
 struct character {
-    const u8* begin;
+    std::span<const u8> bytes;
     u32 key;
 };
 
@@ -16,17 +16,16 @@ struct character {
 character character_before(const pair& p, const u8* end) {
     if (p.plan.reader == reader::utf8) {
         const u8* const begin = utf8_reader::before(end);
-        return {begin, utf8_key(begin, static_cast<u32>(end - begin))};
+        return {{begin, end}, utf8_key(begin, static_cast<u32>(end - begin))};
     }
     const ascii_unit unit = p.plan.source_unit;
     const u8* const begin = end - unit.bytes;
-    return {begin, load_code({begin, end}, unit.big_endian) % u32{key_count}};
+    return {{begin, end}, load_code({begin, end}, unit.big_endian) % u32{key_count}};
 }
 
-const answer* find(pair& p, const character& c, const u8* end) {
+const answer* find(pair& p, const character& c) {
     const answer* seen = p.answer_of(c.key);
-    return seen != nullptr ? seen
-                           : find_answer(p, c.key, {c.begin, c.begin != nullptr ? end : c.begin});
+    return seen != nullptr ? seen : find_answer(p, c.key, c.bytes);
 }
 
 // Sets the fields of a character. A dropped line feed, after previous, was not written.
@@ -54,14 +53,14 @@ bool finish(pair& p, run& r, session* s) {
     }
     const u8* const begin = s->inBuf + s->inPos;
     const bool scalars = p.plan.reader != reader::lead_bytes && p.plan.reader != reader::states;
-    character last = scalars ? character_before(p, r.in) : character{nullptr, r.last};
-    const answer* a = find(p, last, r.in);
+    character last = scalars ? character_before(p, r.in) : character{{}, r.last};
+    const answer* a = find(p, last);
     // A mark that belongs to the letter may follow: both are left to the rules.
     if (a != nullptr && a->takes_mark && r.in != r.in_end) {
         if (--r.characters == 0) {
             return true;
         }
-        r.in = last.begin;
+        r.in = last.bytes.data();
         r.out -= a->length;
         if (r.out == r.way.end) { // and the sequences before it
             r.out = r.way.begin;
@@ -69,15 +68,15 @@ bool finish(pair& p, run& r, session* s) {
         }
         r.more_codes -= a->codes - 1U;
         last = character_before(p, r.in);
-        a = find(p, last, r.in);
+        a = find(p, last);
     }
     const bool sets_characters = p.key.strict == strictness::none || p.plan.normalises;
     const bool has_previous = sets_characters && r.characters > 1;
     const answer* previous = nullptr;
     if (has_previous) {
         const character before =
-            scalars ? character_before(p, last.begin) : character{nullptr, r.before_last};
-        previous = find(p, before, last.begin);
+            scalars ? character_before(p, last.bytes.data()) : character{{}, r.before_last};
+        previous = find(p, before);
     }
     if (a == nullptr || (has_previous && previous == nullptr)) {
         return false;

@@ -112,7 +112,7 @@ public:
                     reader_.took(now.in - length, length);
                 }
             } else {
-                r_.why = Reader::stop_without_length;
+                r_.why = stop::by_rules;
                 break;
             }
         }

@@ -147,7 +147,7 @@ struct answer {
 struct entry {
     u32 packed = 0;
 
-    static constexpr u32 most_bytes = 3, one_byte = 1U << 24; // the length, as it is packed
+    static constexpr u32 most_bytes = 3;
     static constexpr u32 has_answer = 1, by_rules = 2;
     [[nodiscard]] bool asked() const { return packed != 0; }
     [[nodiscard]] bool is_short() const { return packed >= one_byte; }
@@ -187,12 +187,9 @@ struct atomic_byte_set {
                 halves[1].load(std::memory_order_relaxed)) == 0;
     }
     void add(u8 byte) {
-        byte_set added{};
-        added.rows[byte & 0xF] = static_cast<u8>(1U << (byte >> 4 & 7));
-        u64 bits[2];
-        std::memcpy(bits, added.rows, sizeof bits);
-        halves[0].fetch_or(bits[0], std::memory_order_relaxed);
-        halves[1].fetch_or(bits[1], std::memory_order_relaxed);
+        const u32 row = byte & 7U, place = std::endian::native == std::endian::big ? 7 - row : row;
+        halves[byte >> 3 & 1].fetch_or(u64{1} << (8 * place + (byte >> 4 & 7U)),
+                                       std::memory_order_relaxed);
     }
 };
 
@@ -207,10 +204,9 @@ struct pair {
     u32 answer_total;
     u32 place; // in the table of pairs
 
-    atomic_byte_set plain_ascii; // ASCII that is written unchanged, in the target's units
-    // By lead byte: 0: not asked, 1: a character by itself, 2: with the byte after it, 3: with two.
-    std::atomic<u8> lead_length[256];
-    atomic_byte_set leads; // those of length 2
+    atomic_byte_set plain_ascii;      // ASCII that is written unchanged, in the target's units
+    std::atomic<u8> behind_lead[256]; // by lead byte: the bytes after it that belong to a character
+    atomic_byte_set leads;            // those with one
     // Pages of 64 scalars beyond ASCII, the first ones with single bytes among their entries.
     std::atomic<u16> pages[byte_tables::most_pages];
 
@@ -292,8 +288,8 @@ struct run : progress {
     last_way way;
     u32 more_codes; // codes minus characters, modulo 2^32
     stop why;
-    // The character at which the run ended: its key and length, unless unknown, and the state
-    // before it.
+    // The character at which the run ended, if it is unknown: its key and length, and the state
+    // before it. A lead byte that nobody asked about is taken for a character.
     const u8* next;
     u32 next_key, next_length, next_state;
 

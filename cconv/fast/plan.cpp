@@ -12,26 +12,24 @@ namespace fast {
 
 namespace {
 
-bool all_wide(const charset_group* group, u32 bytes) {
-    for (const basic_set* set : member_sets(group)) {
-        if (set->byteNum != bytes) {
-            return false;
-        }
-    }
-    return !member_sets(group).empty();
-}
+// The widths of the charset's first and last set. The table-driven rules try the sets in order, and
+// the code alone decides only if no longer one is tried before it: zeros if the widths do not
+// ascend, are none, or more than a code may have.
+struct code_widths {
+    u32 first, last;
 
-// The table-driven rules try the sets in order. The code alone decides only if no longer one is
-// tried before it. Sets with no bytes, or with more than a code may have, are not supported.
-bool widths_ascend(const charset_group* group) {
-    u32 widest = 1;
+    bool operator==(const code_widths&) const = default;
+};
+code_widths widths_of(const charset_group* group) {
+    code_widths found{0, 0};
     for (const basic_set* set : member_sets(group)) {
-        if (set->byteNum < widest || set->byteNum > max_code_bytes) {
-            return false;
+        const u32 width = set->byteNum;
+        if (width < std::max(found.last, 1U) || width > max_code_bytes) {
+            return {0, 0};
         }
-        widest = set->byteNum;
+        found = {found.last == 0 ? width : found.first, width};
     }
-    return !member_sets(group).empty();
+    return found;
 }
 
 // The byte that the first code of three bytes begins with; others are the rules' own.
@@ -57,7 +55,8 @@ charset_states states_of(const charset_group* group, const codec_traits& codec) 
 // Plans how source characters are distinguished, and their units; false if the rules are needed.
 bool plan_reading(const session* s, plan& p) {
     const bool big = s->source.srcBigEndian != 0;
-    const bool pairs = all_wide(s->srcGroup, 2);
+    const code_widths widths = widths_of(s->srcGroup);
+    const bool pairs = widths == code_widths{2, 2};
     const auto read_by = [&](fast::reader how, ascii_unit unit) {
         p.reader = how;
         p.source_unit = unit;
@@ -80,7 +79,7 @@ bool plan_reading(const session* s, plan& p) {
     case reading::sets:
         // The bytes of a pair are the key, in any order.
         return pairs ? read_by(reader::units, {2, true})
-                     : widths_ascend(s->srcGroup) && read_by(reader::lead_bytes, single_bytes);
+                     : widths.last != 0 && read_by(reader::lead_bytes, single_bytes);
     }
     return false;
 }
@@ -166,8 +165,9 @@ bool make_plan(const session* s, plan& made) {
     made.normalises = s->target.convertNewline != 0;
     made.by_form = made.source->form != unicode_form::none && is_plain_unicode(s->srcGroup) &&
                    made.target->form != unicode_form::none && is_plain_unicode(s->dstGroup);
-    made.single_bytes = made.target_states.codes == nullptr &&
-                        all_wide(made.reader == reader::utf8 ? s->dstGroup : s->srcGroup, 1);
+    made.single_bytes =
+        made.target_states.codes == nullptr &&
+        widths_of(made.reader == reader::utf8 ? s->dstGroup : s->srcGroup) == code_widths{1, 1};
     made.stops = std::span(block_stops)
                      .first(made.normalises ? block_stops.size() : std::size(combining_marks));
     return true;

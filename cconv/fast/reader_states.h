@@ -17,7 +17,6 @@ public:
     static constexpr bool scalars = false, has_states = true;
     static constexpr u32 unit_bytes = 1, usual_length = 2;
     static constexpr std::ptrdiff_t longest = 2;
-    static constexpr stop stop_without_length = stop::by_rules;
 
     state_reader(const pair& with, u32 state)
         : p_(with), states_(with.plan.source_states), codes_(*states_.codes) {
@@ -79,7 +78,8 @@ public:
         if (has && now_.two_bytes) {
             return left < 2 || may_be(p[1], 1) ? 2 : 0;
         }
-        return (has || may_be_first_set(*p)) && (now_.lines || !is_break(*p)) ? 1 : 0;
+        // Below 80, the first set's code may stand for what the set lacks; the rule knows.
+        return (has || *p < 0x80) && (now_.lines || !is_break(*p)) ? 1 : 0;
     }
     [[nodiscard]] u32 key(const u8* p, u32 length) const {
         return length == 1          ? now_.first_single | *p
@@ -139,13 +139,6 @@ private:
 
     [[nodiscard]] static bool is_break(u8 byte) { return byte == '\n' || byte == '\r'; }
     [[nodiscard]] bool may_be(u32 byte, u32 place) const { return now_.set->may_be(byte, place); }
-    // Used in place of a set that lacks the byte.
-    [[nodiscard]] bool may_be_first_set(u8 byte) const {
-        const bool control =
-            is_break(byte) || byte == '\t' || (!now_.two_bytes && (byte <= ' ' || byte == 0x7F));
-        return control && codes_.lines != line_reading::refuse &&
-               codes_.set(ascii_set).may_be(byte, 0);
-    }
 
     const pair& p_;
     const charset_states& states_;

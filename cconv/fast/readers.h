@@ -39,20 +39,19 @@ constexpr u32 seven_bit_key(const u8* p) {
 
 // ---- Readers -----------------------------------------------------------------------------------
 
-// length() is 0 if the character is left to the rules, and with lead bytes also if nobody has asked
-// about one. It looks at no more than left bytes, but may return a larger length. before() finds
-// the beginning of the character that ends at p, which must have been converted.
+// length() is 0 if the character is left to the rules. It looks at no more than left bytes, but may
+// return a larger length. before() finds the beginning of the character that ends at p, which must
+// have been converted.
 struct lead_byte_reader {
     static constexpr bool scalars = false, has_states = false;
     static constexpr u32 unit_bytes = 1, usual_length = 2;
     static constexpr std::ptrdiff_t longest = 3;
-    static constexpr stop stop_without_length = stop::unknown;
 
     lead_byte_reader(const pair& with, u32)
         : p_(with), by_{with.leads.load(), with.plan.single_shift} {}
     [[nodiscard]] static bool is_ascii(const u8* p) { return *p < 0x80; }
     [[nodiscard]] u32 length(const u8* p, std::size_t left) const {
-        const u32 length = p_.lead_length[*p].load(std::memory_order_relaxed);
+        const u32 length = 1U + p_.behind_lead[*p].load(std::memory_order_relaxed);
         return length == 3 && left >= 3 && single_shift_key(p) == 0 ? 0 : length;
     }
     [[nodiscard]] static u32 key(const u8* p, u32 length) { return lead_byte_key(p, length); }
@@ -77,7 +76,6 @@ struct utf8_reader {
     static constexpr bool scalars = true, has_states = false;
     static constexpr u32 unit_bytes = 1, usual_length = 3;
     static constexpr std::ptrdiff_t longest = 3;
-    static constexpr stop stop_without_length = stop::by_rules;
 
     utf8_reader(const pair& with, u32) : p_(with) {}
     [[nodiscard]] static bool is_ascii(const u8* p) { return *p < 0x80; }
@@ -123,7 +121,6 @@ struct unit_reader {
     static constexpr bool scalars = true, has_states = false;
     static constexpr u32 unit_bytes = Bytes, usual_length = Bytes;
     static constexpr std::ptrdiff_t longest = Bytes;
-    static constexpr stop stop_without_length = stop::by_rules;
 
     unit_reader(const pair& with, u32) : p_(with) {}
     [[nodiscard]] static u32 code(const u8* p) { return load_code({p, Bytes}, BigEndian); }
