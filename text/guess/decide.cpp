@@ -18,6 +18,9 @@ i32 least_lead(const pvzan_guesser& g, const candidate& c) {
     if (c.row.codes == structure::units) {
         return lead_of_units;
     }
+    if (c.name.kind == PVZAN_KIND_UTF_8 && g.offset >= in_a_text) {
+        return lead_of_utf8_in_a_text;
+    }
     if (!is_a_word(g, c)) {
         return c.beyond <= few_letters ? lead_by_few : lead_by_more;
     }
@@ -236,7 +239,7 @@ bool is_sure(const pvzan_guesser& g, const candidate& best, std::span<candidate*
     }
     const i32 lead = rival->cost - best.cost;
     return lead >= (reads_all(*rival) ? least_lead(g, best) : lead_before_damage) &&
-           (is_a_word(g, best) || !has_equal(best, ranked));
+           (best.name.kind == PVZAN_KIND_UTF_8 || is_a_word(g, best) || !has_equal(best, ranked));
 }
 
 } // namespace

@@ -16,7 +16,7 @@ constexpr i32 bits(i32 count) {
 // Of the pieces in which the best reading was ahead by 8 to 11 bits, 2 in 100 were wrong, nearly
 // all with at most four characters beyond ASCII; where there are more, there was hardly a wrong one
 // from 5 bits on.
-inline constexpr i32 lead_by_few = bits(9), lead_by_more = bits(7);
+inline constexpr i32 lead_by_few = bits(8), lead_by_more = bits(7);
 inline constexpr u32 few_letters = 4;
 // A word must do with less, in the user's language: with 5 bits, 1.5 in 100 are wrong, and 84
 // right; with 7, 0.8 and 80. A single letter of another language is nearly always a wrong guess.
@@ -28,6 +28,9 @@ inline constexpr u32 longest_word = 7; // characters
 inline constexpr i32 lead_by_text = bits(7);
 // Between UTF-16 and readings byte by byte: each pair of bytes may be some character by chance.
 inline constexpr i32 lead_of_units = bits(7);
+// In a text of some length, much speaks for UTF-8 already: with this one, 3 of 2,581 files of a
+// system are unsure; with the others, 9.
+inline constexpr i32 lead_of_utf8_in_a_text = bits(4);
 // Damage is rarer than the text that it happens to.
 inline constexpr i32 damage = bits(24), lead_before_damage = bits(4);
 // A letter that a language does not have costs up to 40 bits, and is a name from another one: the
