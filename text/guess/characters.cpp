@@ -61,7 +61,10 @@ kind kind_of(u32 c) {
                : within(c, 'a', 'z') || within(c, 'A', 'Z')   ? kind::letter
                                                               : kind::mark;
     }
-    if (c < 0xA0 || within(c, 0xE000, 0xF8FF) || c >= 0xF0000 || (c & 0xFFFE) == 0xFFFE) {
+    // Big5 has a second slash, where Big5-HKSCS has its only one.
+    constexpr u32 division_slash = 0x2215;
+    if (c < 0xA0 || within(c, 0xE000, 0xF8FF) || c >= 0xF0000 || (c & 0xFFFE) == 0xFFFE ||
+        c == division_slash) {
         return kind::odd;
     }
     if (is_general_mark(c)) {

@@ -15,14 +15,21 @@ bool is_a_word(const pvzan_guesser& g, const candidate& c) {
 }
 
 i32 least_lead(const pvzan_guesser& g, const candidate& c) {
+    if (c.row.codes == structure::units) {
+        return lead_of_units;
+    }
+    if (c.name.kind == PVZAN_KIND_UTF_8 && g.offset >= in_a_text) {
+        return lead_of_utf8_in_a_text;
+    }
+    if (!is_a_word(g, c)) {
+        return c.beyond <= few_letters ? lead_by_few : lead_by_more;
+    }
+    if (c.name.kind != PVZAN_KIND_OTHER || is_native(g, c)) {
+        return lead_of_a_word;
+    }
     // Of evidence of one character, there is a line feed behind it, and perhaps one more.
-    const bool alone =
-        c.name.kind == PVZAN_KIND_OTHER && c.beyond == 1 && c.characters <= 3 && is_a_word(g, c);
-    return c.row.codes == structure::units ? lead_of_units
-           : alone && !is_native(g, c)     ? lead_of_one_letter
-           : is_a_word(g, c)               ? lead_of_a_word
-           : c.beyond <= few_letters       ? lead_by_few
-                                           : lead_by_more;
+    const bool alone = c.beyond == 1 && c.characters <= 3;
+    return alone ? lead_of_a_foreign_letter : lead_of_a_foreign_word;
 }
 
 bool reads_all(const candidate& c) {
@@ -178,7 +185,7 @@ u32 rank(pvzan_guesser& g, candidate* (&ranked)[most_candidates]) {
     settle_faults(g);
     for (candidate& c : std::span(g.candidates, g.count)) {
         const u32 behind_evidence = c.text_faults - std::min(c.faults, c.text_faults);
-        c.cost += static_cast<i32>(behind_evidence) * fault_cost;
+        c.cost += static_cast<i32>(behind_evidence) * fault_cost(c);
     }
     settle_families(g);
     settle_equals(g);
@@ -232,7 +239,7 @@ bool is_sure(const pvzan_guesser& g, const candidate& best, std::span<candidate*
     }
     const i32 lead = rival->cost - best.cost;
     return lead >= (reads_all(*rival) ? least_lead(g, best) : lead_before_damage) &&
-           (is_a_word(g, best) || !has_equal(best, ranked));
+           (best.name.kind == PVZAN_KIND_UTF_8 || is_a_word(g, best) || !has_equal(best, ranked));
 }
 
 } // namespace

@@ -31,6 +31,11 @@ u32 case_cost(const seen& older, const seen& before, const seen& now) {
     return now.letter == 0 ? 0 : !inside ? small_begins : before.capital ? small_behind_capital : 0;
 }
 
+bool is_quote(const seen& c) {
+    constexpr std::u16string_view marks = u"«»„“”‘’‚‹›";
+    return marks.find(static_cast<char16_t>(c.letter)) != marks.npos;
+}
+
 bool is_letter(const seen& c) {
     return c.what == kind::letter || c.what == kind::other_letter;
 }
@@ -249,7 +254,9 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
     constexpr u32 most_for_a_mark = 5 * bit; // not all the texts that were counted have them
     u32 cost = 0, before = 0;
     seen older = see(' '), last = older;
-    bool inside = false;          // at a mark behind a letter
+    bool inside = false; // at a mark behind a letter
+    u32 quotes = 0;      // that are open
+    constexpr u32 unpaired = 6 * bit;
     u32 run = 0, longest_run = 0; // of letters of another script than ASCII's
     u32 two = two_letters(boundary, boundary);
     for (const seen& c : text) {
@@ -277,8 +284,14 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
                      : c.letter < latin_1_end ? foreign_cost
                                               : foreign_and_rare_cost);
         }
+        const bool opens = before == mark_class && is_letter(c) && !inside;
         if (before == mark_class && is_letter(c)) {
             cost += inside ? mark_inside_cost(last) : mark_before_cost(last);
+        }
+        if (before == mark_class && is_quote(last)) {
+            const bool apostrophe = last.letter == u'’';
+            cost += !opens && quotes == 0 && inside && !apostrophe ? unpaired : 0;
+            quotes = opens ? quotes + (apostrophe ? 0 : 1) : quotes - std::min(quotes, 1U);
         }
         inside = symbol == mark_class && is_letter(last);
         cost += inside ? mark_behind_cost(c) : 0;
@@ -287,7 +300,7 @@ u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
         last = c;
     }
     constexpr u32 no_word = 10 * bit; // only single letters: they are hardly a language's
-    return cost + (longest_run == 1 ? no_word : 0);
+    return cost + (longest_run == 1 ? no_word : 0) + (quotes > 0 ? unpaired : 0);
 }
 
 u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {

@@ -40,6 +40,10 @@ struct candidate {
     u8 fault_byte = 0;
 };
 
+inline i32 fault_cost(const candidate& c) {
+    return c.row.codes == structure::single_byte ? no_letter : damage;
+}
+
 // The place in the text of bytes that were collected.
 struct origin {
     u32 at;

@@ -154,8 +154,8 @@ void weigh_one(pvzan_guesser& g, candidate& c, std::span<const u8> evidence, boo
         return;
     }
     const u32 by_text = g.judge.judge(text, c.row.languages, foreigner_cost);
-    c.cost = static_cast<i32>(by_text) + static_cast<i32>(c.faults) * fault_cost + prior_of(g, c) -
-             (is_native(g, c) && c.beyond < few_characters ? favour : 0);
+    c.cost = static_cast<i32>(by_text) + static_cast<i32>(c.faults) * fault_cost(c) +
+             prior_of(g, c) - (is_native(g, c) && c.beyond < few_characters ? favour : 0);
 }
 
 // The first one before it in its family that reads everything, and nothing odd.
