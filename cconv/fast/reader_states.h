@@ -144,8 +144,7 @@ private:
     const charset_states& states_;
     const iso2022& codes_;
     situation now_;
-    std::array<transition, iso2022::most_sets + 1>
-        transitions_; // by the set before; the last one each
+    std::array<transition, iso2022::most_sets + 1> transitions_; // the last one from each set
 };
 
 } // namespace fast
