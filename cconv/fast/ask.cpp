@@ -234,17 +234,6 @@ void note_ascii(pair& p, u32 c, const answer& a) {
     }
 }
 
-void note_page(pair& p, u32 page) {
-    for (std::atomic<u16>& noted : p.pages) {
-        u16 number = 0;
-        if (noted.compare_exchange_strong(number, static_cast<u16>(page),
-                                          std::memory_order_relaxed) ||
-            number == page) {
-            break;
-        }
-    }
-}
-
 // Stores the rules' answer about a character; returns whether the fast path can convert it.
 bool note(pair& p, std::span<const u8> k, u32 key, verdict v, const answer& a) {
     if (v == verdict::stale) {
@@ -270,10 +259,6 @@ bool note(pair& p, std::span<const u8> k, u32 key, verdict v, const answer& a) {
     p.entries[key].store(fits ? packed : entry::has_answer, std::memory_order_relaxed);
     const bool has_states = p.plan.reader == reader::states;
     note_ascii(p, key - (has_states ? single_key(p.plan.eight_bits, ascii_set) : 0), a);
-    if (p.plan.reader == reader::utf8 && p.plan.single_bytes && fits && a.length == 1 &&
-        key >= 0x80) {
-        note_page(p, key / 64);
-    }
     return true;
 }
 

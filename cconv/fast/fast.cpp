@@ -91,9 +91,7 @@ void path::try_run(session* s) {
         pair& p = *held_;
         fast::run r = run_of(s, p);
         run_over(p, r);
-        if (!finish(p, r, s)) {
-            break;
-        }
+        finish(p, r, s);
         characters += r.characters;
         more = r.why == stop::unknown && learn(p, r);
     }

@@ -47,9 +47,9 @@ void write_character(session* s, const answer& a, const answer* previous) {
 
 } // namespace
 
-bool finish(pair& p, run& r, session* s) {
+void finish(pair& p, run& r, session* s) {
     if (r.characters == 0) {
-        return true;
+        return;
     }
     const u8* const begin = s->inBuf + s->inPos;
     const bool scalars = p.plan.reader != reader::lead_bytes && p.plan.reader != reader::states;
@@ -58,7 +58,7 @@ bool finish(pair& p, run& r, session* s) {
     // A mark that belongs to the letter may follow: both are left to the rules.
     if (a != nullptr && a->takes_mark && r.in != r.in_end) {
         if (--r.characters == 0) {
-            return true;
+            return;
         }
         r.in = last.bytes.data();
         r.out -= a->length;
@@ -79,7 +79,8 @@ bool finish(pair& p, run& r, session* s) {
         previous = find(p, before);
     }
     if (a == nullptr || (has_previous && previous == nullptr)) {
-        return false;
+        r.characters = 0; // without memory for answers the rules do it again
+        return;
     }
     if (sets_characters) {
         write_character(s, *a, previous);
@@ -90,7 +91,6 @@ bool finish(pair& p, run& r, session* s) {
     s->outCount += r.characters + r.more_codes;
     s->srcShiftSet = p.plan.source_states.word_of(r.in_state);
     s->dstShiftSet = p.plan.target_states.word_of(r.out_state);
-    return true;
 }
 
 } // namespace fast

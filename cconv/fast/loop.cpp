@@ -12,8 +12,9 @@ namespace fast {
 
 namespace {
 
-// Bytes that a block of codes with escape sequences may touch.
-constexpr std::ptrdiff_t block_margin = 8 * block_codes + kernel_margin;
+// Bytes that a chunk of codes with escape sequences takes at most, and that a block may touch.
+constexpr std::ptrdiff_t chunk_margin = 8 * chunk_codes,
+                         block_margin = block_chunks * chunk_margin + kernel_margin;
 
 // Writes the bytes of a character; if there is little room, only these.
 void put(u8* out, const u8* out_end, u64 bytes, u32 length) {
@@ -56,7 +57,7 @@ public:
           to_(p.plan.target_states.codes),
           at_hand_(to_ != nullptr ? set_at_hand(*to_, r.out_state) : 0),
           has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)),
-          has_blocks_(p.plan.single_bytes || reads_blocks(p)) {
+          goes_at_once_(goes_at_once(p)), has_blocks_(goes_at_once_ || reads_blocks(p)) {
         tables_.made = false;
         for (std::size_t set = 0; to_ != nullptr && set < ways_.size(); ++set) {
             ways_[set].from = 0;
@@ -71,8 +72,10 @@ public:
         const u8* const in_end = r_.in_end;
         const u8* const out_end = r_.out_end;
         const u8* const in_stop = in_end - std::min(Reader::longest - 1, in_end - now.in);
-        const u8* next_block =
-            has_blocks_ && in_end - now.in >= std::ptrdiff_t{chunk_bytes} ? now.in : in_end;
+        const u8* next_block = // kernels look at bytes before it
+            has_blocks_ && in_end - now.in >= std::ptrdiff_t{chunk_bytes}
+                ? now.in + (Reader::longest - 1)
+                : in_end;
         const bool in_run = has_runs_;
         while (now.in < in_stop || is_whole(now.in)) {
             if constexpr (has_states) {
@@ -124,6 +127,12 @@ private:
     static constexpr bool has_states = Reader::has_states;
     static bool reads_blocks(const pair& p) {
         return Reader::reads_blocks(p) && (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
+    }
+    // Whether a kernel converts its input to output without blocks.
+    static bool goes_at_once(const pair& p) {
+        return Reader::scalars ? p.kernel->put_utf8 != nullptr && p.plan.target_unit.bytes == 1 &&
+                                     p.plan.target_states.codes == nullptr && !p.plan.by_form
+                               : p.kernel->put_bytes != nullptr && p.plan.single_bytes;
     }
     // Whether there is a character, and not a cut one.
     bool is_whole(const u8* in) const {
@@ -200,7 +209,7 @@ private:
     // Makes sure that there is room for this many bytes, and that their set is selected.
     bool bring(u32 set, u32 length, u8*& out) {
         const bool needs_way = set != at_hand_;
-        const known_way* known = needs_way ? way_to(set) : nullptr;
+        const known_way* known = needs_way ? way_to(set, r_.out_state) : nullptr;
         const u32 size = known != nullptr ? known->way.size : 0;
         if (needs_way && (known == nullptr || size + length > sizeof known->way.bytes)) {
             r_.why = stop::by_rules;
@@ -214,24 +223,25 @@ private:
             r_.way = {out, out + size, r_.out_state};
             out += size;
             r_.out_state = known->way.state;
+            other_ = known->at_hand != at_hand_ ? at_hand_ : other_;
             at_hand_ = known->at_hand;
         }
         return true;
     }
 
-    // The sequences from the current state; null if there are none.
+    // The sequences from a state; null if there are none.
     struct known_way {
         u32 from, at_hand; // 0: none
         iso2022_way way;
     };
-    const known_way* way_to(u32 set) {
+    const known_way* way_to(u32 set, u32 from) {
         known_way& known = ways_[set];
-        if (known.from != r_.out_state) {
-            if (!p_.plan.target_states.find_way(r_.out_state, set, known.way)) {
+        if (known.from != from) {
+            if (!p_.plan.target_states.find_way(from, set, known.way)) {
                 known.from = 0;
                 return nullptr;
             }
-            known.from = r_.out_state;
+            known.from = from;
             known.at_hand = set_at_hand(*to_, known.way.state);
         }
         return &known;
@@ -254,115 +264,156 @@ private:
         if constexpr (has_states) {
             reader_.took(r_.in, n);
         }
-        r_.in += n * Reader::unit_bytes;
-        r_.out += n * target_.bytes;
-        r_.characters += static_cast<u32>(n);
-        if constexpr (!Reader::scalars) {
-            r_.before_last = n > 1 ? reader_.key(r_.in - 2, 1) : r_.last;
-            r_.last = reader_.key(r_.in - 1, 1);
-        }
+        const u8* const end = r_.in + n * Reader::unit_bytes;
+        advance(end, n * target_.bytes, n, [&](u32 k) { return reader_.key(end - k, 1); });
         return true;
+    }
+
+    // Notes what was converted, one character or more. The key of each follows from its number,
+    // counted from the end.
+    template <typename Key>
+    [[gnu::always_inline]] void advance(const u8* in, std::size_t written, std::size_t characters,
+                                        Key key) {
+        r_.in = in;
+        r_.out += written;
+        r_.characters += static_cast<u32>(characters);
+        if constexpr (!Reader::scalars) {
+            r_.before_last = characters > 1 ? key(2) : r_.last;
+            r_.last = key(1);
+        }
     }
 
     // Converts as much of the current block as is independent of the rest; false if that is
     // nothing.
     bool block() {
-        if (p_.plan.single_bytes && bytes_at_once()) {
-            return true;
+        const u8* const begin = r_.in;
+        if constexpr (!has_states && Reader::unit_bytes == 1) {
+            if (goes_at_once_ && blocks_first_ == 0) {
+                convert_at_once();
+                if (r_.in - begin > few_bytes || !reads_blocks(p_)) {
+                    return r_.in > begin;
+                }
+            }
         }
-        if (!reads_blocks(p_)) {
-            return false;
-        }
+        const bool moved = r_.in > begin;
+        blocks_first_ = moved ? few_blocks : blocks_first_ - std::min(blocks_first_, 1U);
         const std::ptrdiff_t room = r_.out_end - r_.out;
-        if (to_ != nullptr && room < block_margin) {
+        const std::ptrdiff_t fitting = (room - std::ptrdiff_t{kernel_margin}) / chunk_margin;
+        if (to_ != nullptr && fitting <= 0) {
             next_block_ = r_.in_end;
-            return false;
+            return moved;
         }
         next_block_ = r_.in + chunk_bytes; // what stopped this block would also stop the next one
         u16 codes[block_codes + chunk_codes]; // vectors reach beyond the last one
         const auto left = static_cast<std::size_t>(r_.in_end - r_.in);
-        const std::size_t chunks = std::min(chunks_, left / chunk_bytes);
+        std::size_t chunks = std::min(chunks_, left / chunk_bytes);
+        chunks = to_ != nullptr ? std::min(chunks, static_cast<std::size_t>(fitting)) : chunks;
         const chunk_read read = reader_.read(r_.in, chunks, codes);
         // Close to the end of the output, where a block may touch more than it writes.
         u8 aside[block_margin];
-        u8* const out = room < block_margin ? aside : r_.out;
+        u8* const out = room < block_margin && to_ == nullptr ? aside : r_.out;
         const block_written written = to_ != nullptr ? put_in_sets(codes, read.codes, out)
                                                      : put_block(p_, codes, read.codes, out);
         const std::size_t n = written.codes;
         if (static_cast<std::ptrdiff_t>(written.bytes) > room) {
             next_block_ = r_.in_end;
-            return false;
+            return moved;
         }
         const bool was_stopped =
             n < read.codes || read.bytes + Reader::longest < chunks * chunk_bytes;
-        if (n == read.codes) {
-            r_.in += read.bytes;
+        const u8* end = r_.in + read.bytes;
+        if (n < read.codes) {
+            end = reader_.go_behind(r_.in, std::span(codes).first(n));
+            chunks_ = 1; // if blocks end early, reading ahead is useless
+        } else {
             if constexpr (has_states) {
                 reader_.enter_behind(n > 0 ? codes[n - 1] : 0);
             }
             chunks_ = std::min(2 * chunks_, block_chunks);
-        } else {
-            r_.in = reader_.go_behind(r_.in, std::span(codes).first(n));
-            chunks_ = 1; // if blocks end early, reading ahead is useless
         }
         if (n == 0) {
-            return false;
+            return moved;
         }
-        next_block_ = r_.in + (was_stopped ? 1 : 0); // that character needs more than a block
         if (out == aside) {
             std::memcpy(r_.out, aside, written.bytes);
         }
-        r_.out += written.bytes;
-        r_.characters += static_cast<u32>(n);
-        if constexpr (!Reader::scalars) {
-            r_.before_last = n > 1 ? codes[n - 2] : r_.last;
-            r_.last = codes[n - 1];
-        }
+        next_block_ = end + (was_stopped ? 1 : 0); // that character needs more than a block
+        advance(end, written.bytes, n, [&](u32 k) { return codes[n - k]; });
         return true;
     }
 
-    // Converts from single bytes, or to them from UTF-8, as far as that is possible at once.
-    bool bytes_at_once() {
-        if constexpr (!has_states && Reader::unit_bytes == 1) {
-            const fast::ascii_run run{r_.in, static_cast<std::size_t>(r_.in_end - r_.in), r_.out,
-                                      static_cast<std::size_t>(r_.out_end - r_.out),
-                                      target_.bytes == 1 ? p_.plain_ascii.load() : byte_set{}};
-            const auto kernel = Reader::scalars ? p_.kernel->utf8_to_bytes : p_.kernel->put_bytes;
-            if (kernel == nullptr || (run.in_size < worth_tables && !tables_.made)) {
-                next_block_ = r_.in_end;
-                return false;
-            }
-            for (std::size_t i = 0; !tables_.made && i < std::size(tables_.pages); ++i) {
-                tables_.pages[i] = p_.pages[i].load(std::memory_order_relaxed);
-            }
-            const bytes_put put = kernel(p_.entries, run, tables_);
-            r_.in += put.read;
-            r_.out += put.written;
-            r_.characters += static_cast<u32>(Reader::scalars ? put.written : put.read);
-            if constexpr (!Reader::scalars) {
-                r_.before_last = put.read > 1 ? r_.in[-2] : r_.last;
-                r_.last = put.read > 0 ? r_.in[-1] : r_.last;
-            }
-            next_block_ = r_.in + behind_fault;
-            return put.read > 0;
+    // Converts as much as a kernel can without blocks.
+    void convert_at_once() {
+        const fast::ascii_run run{r_.in, static_cast<std::size_t>(r_.in_end - r_.in), r_.out,
+                                  static_cast<std::size_t>(r_.out_end - r_.out),
+                                  target_.bytes == 1 ? p_.plain_ascii.load() : byte_set{}};
+        bytes_put put{};
+        if constexpr (Reader::scalars) {
+            put = p_.kernel->put_utf8(p_.entries, run);
+        } else if (run.in_size >= worth_tables || tables_.made) {
+            put = p_.kernel->put_bytes(p_.entries, run, tables_);
         }
-        return false;
+        const u8* const end = r_.in + put.read;
+        next_block_ = end + behind_fault;
+        if (put.read > 0) {
+            advance(end, put.written, put.characters, [&](u32 k) { return *(end - k); });
+        }
     }
 
     // Converts a block to several sets.
     block_written put_in_sets(const u16* codes, std::size_t count, u8* out) {
         const u8* const begin = out;
-        std::size_t n = 0;
-        for (; n < count; ++n) {
+        for (std::size_t n = 0;; ++n) {
+            if (p_.kernel->put_in_two_sets != nullptr) {
+                n += put_in_two_sets(codes + n, count - n, out);
+            }
             const entry e = p_.entry_of(codes[n]);
-            if (!e.is_short_in(at_hand_) && (!e.is_short() || !bring(e.set(), e.length(), out))) {
+            if (n == count ||
+                (!e.is_short_in(at_hand_) && (!e.is_short() || !bring(e.set(), e.length(), out)))) {
                 r_.why = stop::end; // found again when going one by one
-                break;
+                return {n, static_cast<std::size_t>(out - begin)};
             }
             store_low_first(e.packed, out);
             out += e.length();
         }
-        return {n, static_cast<std::size_t>(out - begin)};
+    }
+
+    // Converts what is in the set at hand and the other one.
+    std::size_t put_in_two_sets(const u16* codes, std::size_t count, u8*& out) {
+        const u32 here = at_hand_, there = other_;
+        const known_way* const go = there != 0 ? way_to(there, r_.out_state) : nullptr;
+        const known_way* const back = go != nullptr ? way_to(here, go->way.state) : nullptr;
+        const bool both = back != nullptr && back->way.state == r_.out_state &&
+                          go->at_hand == there && back->at_hand == here &&
+                          std::max(go->way.size, back->way.size) <= entry::most_bytes;
+        const auto packed = [](const iso2022_way& way) {
+            return way.size << 24 | static_cast<u32>(way.bytes);
+        };
+        const two_sets by =
+            both ? two_sets{here << 28, there << 28, packed(back->way), packed(go->way)}
+                 : two_sets{here << 28, here << 28, 0, 0};
+        const block_written written =
+            here != 0 ? p_.kernel->put_in_two_sets(p_.entries, codes, count, out, by)
+                      : block_written{0, 0};
+        const std::size_t n = written.codes;
+        out += written.bytes;
+        if (n == 0 || !both) {
+            return n;
+        }
+        const entry last = p_.entry_of(codes[n - 1]);
+        const u32 before = n > 1 ? p_.entry_of(codes[n - 2]).set() : here;
+        if (last.set() != before) {
+            const known_way& way = last.set() == there ? *go : *back;
+            r_.way.end = out - last.length();
+            r_.way.begin = r_.way.end - way.way.size;
+            r_.way.state = way.from;
+        }
+        if (last.set() == there) {
+            at_hand_ = there;
+            other_ = here;
+            r_.out_state = go->way.state;
+        }
+        return n;
     }
 
     // Converts a character with an answer of its own.
@@ -403,14 +454,18 @@ private:
     ascii_unit target_;
     const iso2022* to_; // the target's designations and shifts, or null
     u32 at_hand_;       // the set that needs no sequences; 0: none
+    u32 other_ = 0;     // the one before it
     std::array<known_way, iso2022::most_sets + 1> ways_; // by set, the last ones found
     bool has_runs_;                                      // of ASCII, which is faster without blocks
-    bool has_blocks_;
-    // Input that is worth making tables for, and how far behind a character that lacks in them
-    // they are tried again.
+    bool goes_at_once_, has_blocks_;
+    // Input that is worth making tables for, how far behind a character that lacks in them they are
+    // tried again, and how much text between others is not worth it: some blocks are next.
     static constexpr std::size_t worth_tables = 256;
-    static constexpr std::ptrdiff_t behind_fault = 8;
+    static constexpr std::ptrdiff_t behind_fault = Reader::scalars ? 1 : 8;
+    static constexpr std::ptrdiff_t few_bytes = Reader::scalars ? 4 * chunk_bytes : 0;
+    static constexpr u32 few_blocks = 4;
     byte_tables tables_;
+    u32 blocks_first_ = 0;
     const u8* next_block_ = nullptr;
     std::size_t chunks_ = 1;        // number to read for the next block
     const u8* behind_cr_ = nullptr; // place where a line feed is dropped

@@ -116,7 +116,7 @@ struct plan {
     const codec_traits *source, *target;
     fast::reader reader;
     bool by_form;      // between Unicode charsets: blocks are converted by changing the form
-    bool single_bytes; // the source's codes or, from UTF-8, the target's
+    bool single_bytes; // the source's codes
     bool normalises;   // line breaks are converted
     u8 single_shift;   // begins three bytes; 0: there is none
     ascii_unit source_unit, target_unit; // of ASCII
@@ -207,8 +207,6 @@ struct pair {
     atomic_byte_set plain_ascii;      // ASCII that is written unchanged, in the target's units
     std::atomic<u8> behind_lead[256]; // by lead byte: the bytes after it that belong to a character
     atomic_byte_set leads;            // those with one
-    // Pages of 64 scalars beyond ASCII, the first ones with single bytes among their entries.
-    std::atomic<u16> pages[byte_tables::most_pages];
 
     answer* answers[key_count / answers_at_once];
     std::atomic<u16> answer_at[key_count]; // 0: none
@@ -297,7 +295,7 @@ struct run : progress {
 };
 
 void run_over(pair& p, run& r); // loop.cpp
-// Sets the session as the rules would have left it; false if the run converted nothing.
-bool finish(pair& p, run& r, session* s); // finish.cpp
+// Sets the session as the rules would have left it.
+void finish(pair& p, run& r, session* s); // finish.cpp
 
 } // namespace fast

@@ -166,8 +166,7 @@ bool make_plan(const session* s, plan& made) {
     made.by_form = made.source->form != unicode_form::none && is_plain_unicode(s->srcGroup) &&
                    made.target->form != unicode_form::none && is_plain_unicode(s->dstGroup);
     made.single_bytes =
-        made.target_states.codes == nullptr &&
-        widths_of(made.reader == reader::utf8 ? s->dstGroup : s->srcGroup) == code_widths{1, 1};
+        made.target_states.codes == nullptr && widths_of(s->srcGroup) == code_widths{1, 1};
     made.stops = std::span(block_stops)
                      .first(made.normalises ? block_stops.size() : std::size(combining_marks));
     return true;

@@ -44,6 +44,11 @@ MACHINE inline u64 at_least(bytes_v bytes) {
                : mask_of(_mm256_cmpeq_epi8(_mm256_max_epu8(raw(bytes), limit), raw(bytes)));
 }
 
+MACHINE inline u64 rare_leads(bytes_v bytes) {
+    return (at_least<0xC0>(bytes) & ~at_least<0xC2>(bytes)) |
+           (at_least<0xE0>(bytes) & ~at_least<0xE1>(bytes)) | at_least<0xF0>(bytes);
+}
+
 MACHINE inline bytes_v only(bytes_v bytes, u64 places) {
     const __m256i eight = _mm256_shuffle_epi8(
         _mm256_set1_epi32(static_cast<int>(places)),
@@ -51,16 +56,6 @@ MACHINE inline bytes_v only(bytes_v bytes, u64 places) {
     const __m256i bit = _mm256_set1_epi64x(static_cast<long long>(0x8040201008040201));
     return reinterpret_cast<bytes_v>(
         _mm256_and_si256(raw(bytes), _mm256_cmpeq_epi8(_mm256_and_si256(eight, bit), bit)));
-}
-
-template <std::size_t N>
-MACHINE inline bytes_v before(const u8* in, std::size_t at) {
-    if (at > 0) {
-        return load<bytes_v>(in + at - N);
-    }
-    const __m256i bytes = raw(load<bytes_v>(in));
-    return reinterpret_cast<bytes_v>(
-        _mm256_alignr_epi8(bytes, _mm256_permute2x128_si256(bytes, bytes, 0x08), 16 - N));
 }
 
 // By eight places: the shuffle that draws together the units, or four parts of one to three bytes.
@@ -130,6 +125,10 @@ MACHINE inline u8* draw_bytes(quads_v packed, u8* out) {
     store_drawn(_mm256_castsi256_si128(raw(packed)), first.shuffle, out);
     store_drawn(_mm256_extracti128_si256(raw(packed), 1), second.shuffle, out + first.bytes);
     return out + first.bytes + second.bytes;
+}
+
+MACHINE inline quads_v join(__m128i low, __m128i high) {
+    return reinterpret_cast<quads_v>(_mm256_set_m128i(high, low));
 }
 
 struct outside_table {

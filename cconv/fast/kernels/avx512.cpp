@@ -41,14 +41,15 @@ MACHINE inline u64 at_least(bytes_v bytes) {
                : _mm512_cmpge_epu8_mask(raw(bytes), _mm512_set1_epi8(static_cast<char>(Limit)));
 }
 
-MACHINE inline bytes_v only(bytes_v bytes, u64 places) {
-    return reinterpret_cast<bytes_v>(_mm512_maskz_mov_epi8(places, raw(bytes)));
+MACHINE inline u64 rare_leads(bytes_v bytes) {
+    const auto by_low_bits = make_vector<bytes_v>([](std::size_t low_bits) {
+        return low_bits < 2 || low_bits == 0x20 || low_bits >= 0x30 ? 0x80 : 0;
+    });
+    return _mm512_movepi8_mask(_mm512_permutexvar_epi8(raw(bytes), raw(by_low_bits)));
 }
 
-template <std::size_t N>
-MACHINE inline bytes_v before(const u8* in, std::size_t at) {
-    const u64 there = at > 0 ? ~u64{0} : ~u64{0} << N;
-    return reinterpret_cast<bytes_v>(_mm512_maskz_loadu_epi8(there, in + at - N));
+MACHINE inline bytes_v only(bytes_v bytes, u64 places) {
+    return reinterpret_cast<bytes_v>(_mm512_maskz_mov_epi8(places, raw(bytes)));
 }
 
 MACHINE inline u16* draw_codes(bytes_v low_bytes, bytes_v high_bytes, u64 places, u16* out) {
@@ -70,6 +71,11 @@ MACHINE inline u8* draw_bytes(quads_v packed, u8* out) {
     const u64 keep = _mm512_cmpgt_epi8_mask(lengths, _mm512_set1_epi32(0x7F020100));
     _mm512_storeu_si512(out, _mm512_maskz_compress_epi8(keep, raw(packed)));
     return out + std::popcount(keep);
+}
+
+MACHINE inline quads_v join(__m128i a, __m128i b, __m128i c, __m128i d) {
+    const __m256i low = _mm256_set_m128i(b, a), high = _mm256_set_m128i(d, c);
+    return reinterpret_cast<quads_v>(_mm512_inserti64x4(_mm512_castsi256_si512(low), high, 1));
 }
 
 // A byte for each of ASCII: 80 for those that are not in the set, marks for line breaks.
@@ -116,21 +122,11 @@ namespace fast {
 
 namespace {
 
-// Looked up one by one, a block before it is drawn together: no position waits for an entry.
 MACHINE block_written put_entries(const entry_word* entries, const u16* codes, std::size_t count,
                                   u8* out) {
-    constexpr std::size_t few = 32;
-    if (count < few) {
-        return put_one_by_one(entries, codes, count, out);
-    }
-    u32 packed[block_codes + chunk_codes];
-#pragma GCC unroll 4
-    for (std::size_t i = 0; i < count; ++i) {
-        packed[i] = entries[codes[i]].load(std::memory_order_relaxed);
-    }
     const u8* const begin = out;
     for (std::size_t at = 0; at < count; at += lanes) {
-        const auto now = load<quads_v>(packed + at);
+        const quads_v now = look_up(entries, codes + at);
         const u64 others = at_least<0x80>(
             reinterpret_cast<bytes_v>(reinterpret_cast<signed_quads_v>(now) < i32{one_byte}));
         const auto n =
@@ -279,81 +275,130 @@ MACHINE bytes_put put_bytes(const entry_word* entries, const ascii_run& run, byt
         }
         at += vector_bytes; // which does not wait for the tables
     }
-    return {at, written};
+    return {at, written, at};
 }
 
-// The rows hold what is written for ASCII and for each page.
-MACHINE void make_pages(const entry_word* entries, byte_tables& tables) {
-    for (std::size_t row = 0; row < 2 + std::size(tables.pages); ++row) {
-        const std::size_t page = row < 2 ? row : tables.pages[row - 2];
-        for (std::size_t i = 0; i < vector_bytes; i += lanes) {
-            const quads_v packed = load_entries(entries + vector_bytes * page + i);
-            const bool none = row >= 2 && page == 0;
-            store_low_bytes(packed >> 24 == 1 && !none ? packed : quads_v{}, tables.rows[row] + i);
-        }
+// ---- From UTF-8 --------------------------------------------------------------------------------
+
+// A block of text on its way. ASCII is copied, only other characters are looked up.
+struct utf8_block {
+    static constexpr std::size_t most_chunks = 8;
+    // Of each chunk: which bytes are not ASCII, which are from E0 on, and where characters end.
+    struct chunk {
+        u64 beyond_ascii, from_e0, ends;
+    };
+    chunk chunks[most_chunks];
+    std::size_t bytes, others; // up to the last end
+    bool is_stopped;           // something else follows
+    u16 codes[(most_chunks + 1) * chunk_codes];
+    u8 drawn[2 * most_chunks * chunk_codes];
+};
+
+MACHINE void take_apart(const u8* in, std::size_t chunks, const outside_table& plain,
+                        utf8_block& b) {
+    utf8_begun begun{};
+    u16* out = b.codes;
+    b.bytes = 0;
+    b.is_stopped = false;
+    for (std::size_t i = 0; i < chunks && !b.is_stopped; ++i) {
+        const u8* const chunk = in + i * chunk_bytes;
+        const utf8_places at = find_places(chunk, begun);
+        const u64 odd_ascii =
+            at_least<0x80>(ascii_marks(load<bytes_v>(chunk), plain)) & ~at.beyond_ascii;
+        const u64 stops = at.wrong | odd_ascii, right = (stops & -stops) - 1;
+        const u64 ends = (at.long_ends | ~at.beyond_ascii) & right;
+        b.chunks[i] = {at.beyond_ascii, at.from_e0, ends};
+        out = draw_scalars(chunk, at.long_ends & right, out);
+        b.bytes = ends != 0 ? i * chunk_bytes + up_to_last(ends) : b.bytes;
+        b.is_stopped = stops != 0;
     }
-    tables.made = true;
+    b.others = static_cast<std::size_t>(out - b.codes);
 }
 
-MACHINE bytes_put utf8_to_bytes(const entry_word* entries, const ascii_run& run,
-                                byte_tables& tables) {
-    if (!tables.made) {
-        make_pages(entries, tables);
-    }
-    plain_copy plain{table_of(run.plain)};
-    u64 ends_before = 0, middles_before = 0; // that leads of the vector before are waiting for
-    std::size_t at = 0, whole = 0, written = 0;
-    while (at < run.in_size && written + vector_bytes <= run.out_size) {
-        if (ends_before == 0 && plain.copies(run, at, written)) {
-            whole = at += plain.size;
-            written += plain.size;
-            continue;
-        }
-        const u8* const in = run.in + at;
-        const std::size_t size = std::min(vector_bytes, run.in_size - at);
-        const auto bytes = load_some(in, size);
-        const u64 there = first_places(size), not_first = at > 0 ? ~u64{0} : ~u64{0} << 2;
-        const __m512i before = _mm512_maskz_loadu_epi8(there & (not_first | 2), in - 1),
-                      two_before = _mm512_maskz_loadu_epi8(there & not_first, in - 2);
-        const u64 beyond = at_least<0x80>(bytes), from_c0 = at_least<0xC0>(bytes),
-                  three = at_least<0xE0>(bytes), two = from_c0 & ~three;
-        const u64 long_ends = (two << 1 | three << 2 | ends_before) & there;
-        const u64 middles = (three << 1 | middles_before) & there,
-                  ends = (long_ends | ~beyond) & there;
-        __m512i found = _mm512_maskz_permutex2var_epi8(~beyond, row_of(tables, 0), raw(bytes),
-                                                       row_of(tables, 1));
-        u64 rest = long_ends;
-        for (std::size_t some = 0; rest != 0 && some < std::size(tables.pages); some += 4) {
-#pragma GCC unroll 4
-            for (std::size_t i = some; i < some + 4; ++i) {
-                const u32 page = tables.pages[i];
-                const auto lead =
-                    static_cast<char>(page < 0x20 ? 0xC0 | page : 0x80 | (page & 0x3F));
-                u64 here = _mm512_mask_cmpeq_epi8_mask(long_ends, before, _mm512_set1_epi8(lead));
-                if (page >= 0x20) {
-                    here = _mm512_mask_cmpeq_epi8_mask(
-                        here, two_before, _mm512_set1_epi8(static_cast<char>(0xE0 | page >> 6)));
-                }
-                rest &= ~here;
-                found =
-                    _mm512_mask_permutexvar_epi8(found, here, raw(bytes), row_of(tables, 2 + i));
-            }
-        }
-        const u64 lacking = ends & _mm512_testn_epi8_mask(found, found);
-        const u64 wrong = lacking | ((beyond & ~from_c0) ^ (long_ends | middles));
-        const u64 keep = ends & ((wrong & -wrong) - 1);
-        _mm512_storeu_si512(run.out + written, _mm512_maskz_compress_epi8(keep, found));
-        written += static_cast<std::size_t>(std::popcount(keep));
-        whole = keep != 0 ? at + vector_bytes - static_cast<std::size_t>(std::countl_zero(keep))
-                          : whole;
-        if (wrong != 0) {
+// Cuts the block before the other of that number.
+MACHINE void cut_before(utf8_block& b, std::size_t other) {
+    std::size_t bytes = 0, before = other;
+    for (std::size_t at = 0; at < b.bytes; at += chunk_bytes) {
+        const utf8_block::chunk& c = b.chunks[at / chunk_bytes];
+        const u64 others = c.ends & c.beyond_ascii;
+        const u64 its_end = before < 64 ? _pdep_u64(u64{1} << before, others) : 0;
+        const u64 ends = c.ends & (its_end - 1);
+        bytes = ends != 0 ? at + up_to_last(ends) : bytes;
+        if (its_end != 0) {
             break;
         }
-        ends_before = two >> 63 | three >> 62;
-        middles_before = three >> 63;
-        at += vector_bytes;
+        before -= static_cast<std::size_t>(std::popcount(others));
     }
-    return {whole, written};
+    b.bytes = bytes;
+    b.others = other;
+    b.is_stopped = true;
+}
+
+// Looks up what is written for the others, one or two bytes for each, and returns which. The block
+// is cut before the first that has another length.
+MACHINE u32 draw_others(const entry_word* entries, utf8_block& b) {
+    u32 length = 1;
+    for (std::size_t at = 0; at < b.others; at += lanes) {
+        const quads_v some = look_up(entries, b.codes + at);
+        length = at > 0 ? length : some[0] / one_byte == 2 ? 2 : 1;
+        const u32 differing =
+            _mm512_cmpge_epu32_mask(raw(some ^ length * one_byte), _mm512_set1_epi32(one_byte));
+        const auto same = at + static_cast<std::size_t>(std::countr_zero(differing));
+        if (same < b.others && differing != 0) {
+            cut_before(b, same);
+        }
+        if (length == 1) {
+            store_low_bytes(some, b.drawn + at);
+        } else {
+            store(b.drawn + 2 * at, _mm512_cvtepi32_epi16(raw(some)));
+        }
+    }
+    return length;
+}
+
+// Puts what was drawn in the place of the others, at the last ones of their bytes.
+MACHINE void put_drawn(const utf8_block& b, u32 length, const ascii_run& run, bytes_put& all) {
+    const u8 *const in = run.in + all.read, *drawn = b.drawn;
+    u8* out = run.out + all.written;
+    for (std::size_t at = 0; at < b.bytes; at += chunk_bytes) {
+        const utf8_block::chunk& c = b.chunks[at / chunk_bytes];
+        const u64 there = first_places(b.bytes - at), ends = c.ends & there;
+        const u64 keep = length == 1 ? ends : ~c.from_e0 & there, others = keep & c.beyond_ascii;
+        const __m512i put =
+            _mm512_mask_expand_epi8(raw(load<bytes_v>(in + at)), others, raw(load<bytes_v>(drawn)));
+        _mm512_storeu_si512(out, _mm512_maskz_compress_epi8(keep, put));
+        out += std::popcount(keep);
+        drawn += std::popcount(others);
+        all.characters += static_cast<std::size_t>(std::popcount(ends));
+    }
+    all.read += b.bytes;
+    all.written = static_cast<std::size_t>(out - run.out);
+}
+
+MACHINE bytes_put put_utf8(const entry_word* entries, const ascii_run& run) {
+    plain_copy plain{table_of(run.plain)};
+    utf8_block b;
+    b.others = 0;
+    b.is_stopped = false;
+    bytes_put all{};
+    std::size_t most = 1;
+    while (!b.is_stopped) {
+        if (b.others == 0 && plain.copies(run, all.read, all.written)) {
+            all.read += plain.size;
+            all.written += plain.size;
+            all.characters += plain.size;
+            continue;
+        }
+        const std::size_t left = std::min(run.in_size - all.read, run.out_size - all.written);
+        const std::size_t chunks = std::min(most, left / chunk_bytes);
+        if (chunks == 0) {
+            break;
+        }
+        take_apart(run.in + all.read, chunks, plain.plain, b);
+        put_drawn(b, draw_others(entries, b), run, all);
+        most = std::min(2 * most, b.most_chunks);
+    }
+    return all;
 }
 
 } // namespace
@@ -362,7 +407,7 @@ constinit const kernels avx512_kernels = [] {
     kernels k = vector_kernels("avx512");
     k.put_entries = put_entries;
     k.put_bytes = put_bytes;
-    k.utf8_to_bytes = utf8_to_bytes;
+    k.put_utf8 = put_utf8;
     return k;
 }();
 

@@ -73,13 +73,11 @@ struct split_by {
 
 // Tables for vectors, made from entries. They stay right, because entries do.
 struct byte_tables {
-    static constexpr std::size_t most_pages = 12;
     bool made;
-    u16 pages[most_pages]; // of 64 scalars each: the number of the first one / 64; 0: none
     alignas(64) u8 rows[16][64];
 };
 struct bytes_put {
-    std::size_t read, written;
+    std::size_t read, written, characters;
 };
 
 // A sequence that shifts, of at most four bytes; without length: none.
@@ -92,6 +90,12 @@ struct shift_sequence {
 struct split_shifts {
     shift_sequence to_pairs, to_singles;
     u16 pairs, singles; // added to the codes of either
+};
+
+// Two sets of a charset with states, as entries have them. What is written between one code and the
+// next where the set changes, up to three bytes and their number, is as in an entry, too.
+struct two_sets {
+    u32 at_hand, other, to_at_hand, to_other;
 };
 
 struct kernels {
@@ -112,17 +116,17 @@ struct kernels {
     block_written (*put_entries)(const entry_word* entries, const u16* codes, std::size_t count,
                                  u8* out);
 
-    // For charsets of single bytes: convert what the run holds up to the first character whose
-    // entry says something else, or close to the end of the output. Null where there are none.
+    // Convert what the run holds up to the first character whose entry says something else, or
+    // close to the end of the input or of the output. Null where there are none.
 
     // From single bytes.
     bytes_put (*put_bytes)(const entry_word* entries, const ascii_run& run,
                            byte_tables& tables) = nullptr;
-    // From UTF-8 to single bytes other than 0, of ASCII and of the pages that the tables name.
-    bytes_put (*utf8_to_bytes)(const entry_word* entries, const ascii_run& run,
-                               byte_tables& tables) = nullptr;
+    // From UTF-8, with two bytes before it. Others than plain ASCII have one byte each or two each;
+    // a change ends it, too.
+    bytes_put (*put_utf8)(const entry_word* entries, const ascii_run& run) = nullptr;
 
-    // For blocks: null where there are none.
+    // For blocks: null where there are none. Readers of bytes touch two before these, too.
 
     // Reads so many chunks and writes the scalars of the well-formed sequences of one to three
     // bytes that they begin with; room for chunk_codes for each.
@@ -147,6 +151,9 @@ struct kernels {
     // two, or a pair of other bytes than 21 to 7E; room for chunk_codes for each chunk.
     chunk_read (*split_shifted)(const u8* in, std::size_t chunks, const split_shifts& by,
                                 u16* codes) = nullptr;
+    // Like put_entries, for two sets; what is touched may be twice as much.
+    block_written (*put_in_two_sets)(const entry_word* entries, const u16* codes, std::size_t count,
+                                     u8* out, const two_sets& by) = nullptr;
 };
 
 // put_entries for any machine.

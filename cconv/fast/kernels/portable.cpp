@@ -186,7 +186,8 @@ bytes_put put_bytes_one_by_one(const entry_word* entries, const ascii_run& run, 
             out += packed / one_byte;
         }
     }
-    return {static_cast<std::size_t>(in - run.in), static_cast<std::size_t>(out - run.out)};
+    const auto read = static_cast<std::size_t>(in - run.in);
+    return {read, static_cast<std::size_t>(out - run.out), read};
 }
 
 const kernels portable_kernels = {
