@@ -137,15 +137,22 @@ TEST(Guess, ReadsToTheEnd) {
     }
 }
 
-// A byte that first occurs after the words that are weighed decides between charsets that read
-// those words alike.
+// Words behind those that are weighed first decide between charsets that read those alike; a single
+// one of another language does not.
 TEST(Guess, WeighsBytesThatComeLate) {
-    std::string text;
+    std::string dos, german, english;
     for (int i = 0; i < 1500; ++i) { // a word that is repeated would count only twice
-        text += "Gr\x94\xE1" + std::to_string(i) + " ";
+        dos += "Gr\x94\xE1" + std::to_string(i) + " ";
+        german += "sch\xF6n" + std::to_string(i) + " ";
+        english += "the \x93word" + std::to_string(i) + "\x94 it\x92s ";
     }
-    EXPECT_EQ(guess(text + "\n", "C").charset, "CP850");
-    EXPECT_EQ(guess(text + "kostet 5 \xD5 heute\n", "C").charset, "CP858"); // the euro sign
+    EXPECT_EQ(guess(dos + "\n", "C").charset, "CP850");
+    EXPECT_EQ(guess(dos + "kostet 5 \xD5 heute\n", "C").charset, "CP858"); // the euro sign
+    EXPECT_EQ(guess(german + "\xBDuvre n\xBDud c\xBDur s\xBDur\n", "C").charset, "ISO-8859-15");
+    EXPECT_NE(guess(german + "Jana \xA6v\xE1rov\xE1\n", "C").result.verdict, PVZAN_GUESS_SURE);
+    EXPECT_EQ(
+        guess(english + "l\xFDu th\xFD m\xF5i \xF0\xF3 \xD0\xF3ng th\xE1ng n\xE3m\n", "C").charset,
+        "Windows-1258");
 }
 
 TEST(Guess, TakesNamesAndLanguages) {

@@ -49,7 +49,7 @@ u32 small_of(u32 c) {
 
 bool is_general_mark(u32 c) {
     constexpr std::u16string_view marks =
-        u"\u00A0¡¢£¥¦§¨©ª«¬\u00AD®¯°±²³´µ¶·¸¹º»¼½¾¿×÷–—‘’‚“”„†‡•…‰‹›€™←↑→↓−≠≤≥■□▲△○●★☆";
+        u"\u00A0¡¢£¥¦§¨©ª«¬\u00AD®¯°±²³´µ¶·¸¹º»¼½¾¿×÷–—‘’‚“”„†‡•…‰‹›€™←↑→↓−≠≤≥∞■□▲△○●★☆";
     return c < 0x10000 && marks.find(static_cast<char16_t>(c)) != marks.npos;
 }
 

@@ -101,14 +101,20 @@ std::size_t find_difference(std::span<const seen> a, std::span<const seen> b) {
     return std::min(first != a.end() ? first->at : ~0U, second != b.end() ? second->at : ~0U);
 }
 
+// How a candidate reads the evidence, kept while others read it.
+std::span<const seen> keep_reading(pvzan_guesser& g, candidate& c) {
+    const std::span<const seen> read = read_as(g, c, {g.evidence, g.evidence_size}, true);
+    const std::span<seen> kept(g.reading + evidence_room + late_room, read.size());
+    std::ranges::copy(read, kept.begin());
+    return kept;
+}
+
 void show_readings(pvzan_guesser& g, candidate** ranked, u32 count) {
     const std::span<const u8> all(g.evidence, g.evidence_size);
     if (count < 2 || all.empty()) {
         return;
     }
-    const std::span<const seen> read = read_as(g, *ranked[0], all, true);
-    const std::span<seen> best(g.reading + evidence_room + late_room, read.size());
-    std::ranges::copy(read, best.begin());
+    const std::span<const seen> best = keep_reading(g, *ranked[0]);
     const std::size_t place = find_difference(best, read_as(g, *ranked[1], all, true));
     g.answer.doubt = place < all.size() ? original_place(g, place) : nowhere;
     for (u32 i = 0; i < count; ++i) {
@@ -226,8 +232,29 @@ bool has_equal(const candidate& best, std::span<candidate*> ranked) {
     });
 }
 
+// Whether one reads a long text the same but for a character or two, which tell little.
+bool has_double(pvzan_guesser& g, candidate& best, std::span<candidate*> ranked) {
+    if (best.row.codes != structure::single_byte || best.beyond < long_reading) {
+        return false;
+    }
+    const std::span<const seen> read = keep_reading(g, best);
+    return std::ranges::any_of(ranked, [&](candidate* c) {
+        const bool close = c != &best && c->row.codes == structure::single_byte && reads_all(*c) &&
+                           c->cost - best.cost < lead_by_chance_letters;
+        if (!close || (!best.row.family.empty() && c->row.family == best.row.family)) {
+            return false;
+        }
+        const std::span<const seen> other = read_as(g, *c, {g.evidence, g.evidence_size}, true);
+        u32 different = 0;
+        for (std::size_t i = 0; i < read.size(); ++i) {
+            different += read[i].scalar != other[i].scalar ? 1U : 0U;
+        }
+        return different <= chance_letters;
+    });
+}
+
 // Whether it is far enough before the others, and as likely as writing is.
-bool is_sure(const pvzan_guesser& g, const candidate& best, std::span<candidate*> ranked) {
+bool is_sure(pvzan_guesser& g, candidate& best, std::span<candidate*> ranked) {
     const candidate* rival = ranked.size() > 1 ? ranked[1] : nullptr;
     const bool writing = best.beyond == 0 || best.row.codes >= structure::units ||
                          best.cost <= random_byte * static_cast<i32>(g.evidence_size + 4);
@@ -239,7 +266,8 @@ bool is_sure(const pvzan_guesser& g, const candidate& best, std::span<candidate*
     }
     const i32 lead = rival->cost - best.cost;
     return lead >= (reads_all(*rival) ? least_lead(g, best) : lead_before_damage) &&
-           (best.name.kind == PVZAN_KIND_UTF_8 || is_a_word(g, best) || !has_equal(best, ranked));
+           (best.name.kind == PVZAN_KIND_UTF_8 || is_a_word(g, best) ||
+            (!has_equal(best, ranked) && !has_double(g, best, ranked)));
 }
 
 } // namespace
@@ -265,7 +293,7 @@ void decide(pvzan_guesser& g, bool complete) {
         g.answer.verdict = PVZAN_GUESS_NONE;
         return;
     }
-    const candidate& best = *ranked[0];
+    candidate& best = *ranked[0];
     const u32 told = offer_likely(g, {ranked, count});
     if (best.fault_at != nowhere) {
         g.answer.verdict = PVZAN_GUESS_UNSURE;

@@ -250,60 +250,63 @@ u32 scorer::common_cost(const model& m, u32 before, u32 now) {
 
 // ---- Judging -----------------------------------------------------------------------------------
 
-u32 scorer::judge_letters(std::span<const seen> text, model& m, u32 most) {
+namespace {
+constexpr u32 none = ~0U >> 1;
+constexpr u32 unpaired = 6 * bit; // quotation marks
+// To another language for the next line: a name from elsewhere changes it, and back.
+constexpr u32 least_change = 8 * bit, most_change = 16 * bit;
+constexpr u32 no_word = 10 * bit; // only single letters: they are hardly a language's
+} // namespace
+
+// Goes on with a line. A language that falls behind this far is left there.
+void scorer::judge_letters(std::span<const seen> line, const model& m, standing& s, u32 most) {
     constexpr u32 most_for_a_mark = 5 * bit; // not all the texts that were counted have them
-    u32 cost = 0, before = 0;
-    seen older = see(' '), last = older;
-    bool inside = false; // at a mark behind a letter
-    u32 quotes = 0;      // that are open
-    constexpr u32 unpaired = 6 * bit;
-    u32 run = 0, longest_run = 0; // of letters of another script than ASCII's
-    u32 two = two_letters(boundary, boundary);
-    for (const seen& c : text) {
-        if (c.what == kind::none || cost >= most) {
+    for (const seen& c : line) {
+        if (c.what == kind::none) {
             continue;
         }
-        run = c.what == kind::other_letter && c.letter >= latin_end ? run + 1 : 0;
-        longest_run = std::max(longest_run, run);
+        if (s.cost >= most) {
+            return;
+        }
+        s.run = c.what == kind::other_letter && c.letter >= latin_end ? s.run + 1 : 0;
+        s.longest_run = std::max(s.longest_run, s.run);
         const u32 symbol = alphabet_symbol(m.symbols, c);
-        u32 step = m.costs[before * m.width + symbol];
+        u32 step = m.costs[s.before * m.width + symbol];
         const u32 third = symbol >= classes                                 ? c.letter
                           : symbol == letter_class || symbol == other_class ? 0
                                                                             : boundary;
-        if ((symbol >= classes || symbol == 0) && two % two_letters(1, 0) != boundary) {
-            step = std::min(step, common_cost(m, two, third));
+        if ((symbol >= classes || symbol == 0) && s.two % two_letters(1, 0) != boundary) {
+            step = std::min(step, common_cost(m, s.two, third));
         }
-        two = two_letters(two % two_letters(1, 0), third);
-        cost += case_cost(older, last, c);
+        s.two = two_letters(s.two % two_letters(1, 0), third);
+        s.cost += case_cost(s.older, s.last, c);
         if (symbol == mark_class) {
-            cost += std::min(step, most_for_a_mark) + mark_cost(c);
+            s.cost += std::min(step, most_for_a_mark) + mark_cost(c);
         } else {
-            cost += step +
-                    (symbol < classes && symbol != 0 ? rare_cost[static_cast<u32>(c.what)] : 0) +
-                    (symbol != other_class    ? 0
-                     : c.letter < latin_1_end ? foreign_cost
-                                              : foreign_and_rare_cost);
+            s.cost += step +
+                      (symbol < classes && symbol != 0 ? rare_cost[static_cast<u32>(c.what)] : 0) +
+                      (symbol != other_class    ? 0
+                       : c.letter < latin_1_end ? foreign_cost
+                                                : foreign_and_rare_cost);
         }
-        const bool opens = before == mark_class && is_letter(c) && !inside;
-        if (before == mark_class && is_letter(c)) {
-            cost += inside ? mark_inside_cost(last) : mark_before_cost(last);
+        const bool opens = s.before == mark_class && is_letter(c) && !s.inside;
+        if (s.before == mark_class && is_letter(c)) {
+            s.cost += s.inside ? mark_inside_cost(s.last) : mark_before_cost(s.last);
         }
-        if (before == mark_class && is_quote(last)) {
-            const bool apostrophe = last.letter == u'’';
-            cost += !opens && quotes == 0 && inside && !apostrophe ? unpaired : 0;
-            quotes = opens ? quotes + (apostrophe ? 0 : 1) : quotes - std::min(quotes, 1U);
+        if (s.before == mark_class && is_quote(s.last)) {
+            const bool apostrophe = s.last.letter == u'’';
+            s.cost += !opens && s.quotes == 0 && s.inside && !apostrophe ? unpaired : 0;
+            s.quotes = opens ? s.quotes + (apostrophe ? 0 : 1) : s.quotes - std::min(s.quotes, 1U);
         }
-        inside = symbol == mark_class && is_letter(last);
-        cost += inside ? mark_behind_cost(c) : 0;
-        before = symbol;
-        older = last;
-        last = c;
+        s.inside = symbol == mark_class && is_letter(s.last);
+        s.cost += s.inside ? mark_behind_cost(c) : 0;
+        s.before = symbol;
+        s.older = s.last;
+        s.last = c;
     }
-    constexpr u32 no_word = 10 * bit; // only single letters: they are hardly a language's
-    return cost + (longest_run == 1 ? no_word : 0) + (quotes > 0 ? unpaired : 0);
 }
 
-u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
+u32 scorer::judge_characters(std::span<const seen> text, const model& m, u32 most) {
     u32 cost = 0, before = 0;
     seen older = see(' '), last = older;
     bool inside = false; // of a word of small letters, at its last one
@@ -329,14 +332,50 @@ u32 scorer::judge_characters(std::span<const seen> text, model& m, u32 most) {
     return cost;
 }
 
+// Each line in the likeliest language of those with letters, of which there are some.
+u32 scorer::judge_lines(std::span<const seen> text, std::span<u32> among, standing* at) {
+    const auto by_cost = [&](u32 a, u32 b) { return at[a].cost < at[b].cost; };
+    while (!text.empty()) {
+        const auto end = std::ranges::find(text, U'\n', &seen::scalar);
+        const auto size = static_cast<std::size_t>(end - text.begin());
+        const std::span<const seen> line = text.first(std::min(size + 1, text.size()));
+        text = text.subspan(line.size());
+        // The likeliest one comes first, so that the others need not go far.
+        std::iter_swap(among.begin(), std::ranges::min_element(among, by_cost));
+        const standing from = at[among[0]];
+        u32 best = none;
+        for (const u32 i : among) {
+            standing& s = at[i];
+            if (s.cost >= from.cost + s.change) {
+                const u32 change = s.change;
+                s = from;
+                s.cost += change;
+                s.change = change;
+            }
+            judge_letters(line, models_[i], s, best + most_change);
+            best = std::min(best, s.cost);
+        }
+    }
+    u32 best = none;
+    for (const u32 i : among) {
+        const standing& s = at[i];
+        best = std::min(best, s.cost + (s.longest_run == 1 ? no_word : 0) +
+                                  (s.quotes > 0 ? unpaired : 0));
+    }
+    return best;
+}
+
 u32 scorer::judge(std::span<const seen> text, std::string_view native, u32 foreigner) {
     if (count_ == 0) {
         find_models();
     }
     const scripts found = scripts_of(text);
     const bool letters = found.latin || found.greek || found.cyrillic || found.other;
-    u32 best = ~0U >> 1;
-    for (model& m : std::span(models_, count_)) {
+    standing at[most_models];
+    u32 alphabets[most_models], count = 0;
+    u32 best = none;
+    for (u32 i = 0; i < count_; ++i) {
+        model& m = models_[i];
         const bool wanted = m.letters.empty()              ? found.characters || found.marks
                             : found.characters && !letters ? false
                             : m.script < 0x370 || m.script >= 0x1E00 ? found.latin || !letters
@@ -347,12 +386,15 @@ u32 scorer::judge(std::span<const seen> text, std::string_view native, u32 forei
             continue;
         }
         const u32 more = is_native(native, m.language) ? 0 : foreigner;
-        const u32 most = best - std::min(best, more);
-        best = std::min(best, (m.letters.empty() ? judge_characters(text, m, most)
-                                                 : judge_letters(text, m, most)) +
-                                  more);
+        if (m.letters.empty()) {
+            best = std::min(best, judge_characters(text, m, best - std::min(best, more)) + more);
+            continue;
+        }
+        at[i].cost = more;
+        at[i].change = std::max(more, least_change);
+        alphabets[count++] = i;
     }
-    return best;
+    return count > 0 ? std::min(best, judge_lines(text, {alphabets, count}, at)) : best;
 }
 
 } // namespace text

@@ -73,8 +73,8 @@ public:
     scorer(const scorer&) = delete;
     scorer& operator=(const scorer&) = delete;
 
-    // What the reading costs in the likeliest of all languages; those that are not native (parted
-    // by blanks; "*": any) cost so much more.
+    // What the reading costs, each of its lines in the likeliest of all languages. To begin with
+    // one that is not native (parted by blanks; "*": any) costs so much more.
     u32 judge(std::span<const seen> text, std::string_view native, u32 foreigner);
 
 private:
@@ -92,8 +92,18 @@ private:
     bool load(model& m);
     static void load_common(model& m, std::string_view lines);
     static u32 common_cost(const model& m, u32 before, u32 now);
-    u32 judge_letters(std::span<const seen> text, model& m, u32 most);
-    u32 judge_characters(std::span<const seen> text, model& m, u32 most);
+    // How far a reading is, and what it has cost, in a language.
+    struct standing {
+        u32 cost = 0, change = 0, before = 0;
+        seen older = see(' '), last = older;
+        bool inside = false;          // at a mark behind a letter
+        u32 quotes = 0;               // that are open
+        u32 run = 0, longest_run = 0; // of letters of another script than ASCII's
+        u32 two = '_' << 16 | '_';    // the last letters
+    };
+    static void judge_letters(std::span<const seen> line, const model& m, standing& s, u32 most);
+    u32 judge_lines(std::span<const seen> text, std::span<u32> among, standing* at);
+    static u32 judge_characters(std::span<const seen> text, const model& m, u32 most);
 
     static constexpr u32 most_models = 48;
     model models_[most_models] = {};

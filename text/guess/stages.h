@@ -16,8 +16,9 @@
 namespace text {
 
 inline constexpr std::size_t head_room = 64 * 1024, batch_room = 64 * 1024, evidence_room = 8192;
-inline constexpr std::size_t late_room = 2048;
-inline constexpr u32 most_late = 64;
+inline constexpr std::size_t late_room = 4096;
+inline constexpr u32 most_late = 256;
+inline constexpr std::ptrdiff_t late_words = 4; // with a byte that the evidence has more seldom
 inline constexpr u32 most_candidates = 128, most_origins = 1024;
 inline constexpr u64 nowhere = ~u64{0};
 
@@ -92,7 +93,8 @@ struct pvzan_guesser {
     bool weighed;
     u32 weighed_size;
     u64 met_at[256]; // first place of a byte, counted from 1; 0: none
-    // Words with bytes that the evidence lacks.
+    // Words with bytes that the evidence lacks, or has seldom.
+    u8 wanted[256]; // how many are missing
     u8 late[text::late_room];
     std::size_t late_size;
     text::origin late_origins[text::most_late];

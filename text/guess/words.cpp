@@ -27,19 +27,25 @@ const u8* find_beyond(const u8* p, const u8* end) {
     return p;
 }
 
+// Whether the word was met twice before: repetition proves nothing.
+bool is_repeated(pvzan_guesser& g, std::span<const u8> word) {
+    u32 hash = 2166136261U;
+    for (const u8 byte : word) {
+        hash = (hash ^ byte) * 16777619U;
+    }
+    u8& met = g.met[hash % sizeof g.met];
+    const bool repeated = met >= 2;
+    met = repeated ? met : static_cast<u8>(met + 1);
+    return repeated;
+}
+
 void end_word(pvzan_guesser& g) {
     g.batch[g.batch_size++] = '\n';
     g.inside = false;
     if (g.evidence_full || g.evidence_size == g.word_begin) {
         return;
     }
-    u32 hash = 2166136261U;
-    for (std::size_t i = g.word_begin; i < g.evidence_size; ++i) {
-        hash = (hash ^ g.evidence[i]) * 16777619U;
-    }
-    u8& met = g.met[hash % sizeof g.met];
-    if (met++ >= 2) { // repetition proves nothing
-        met = 2;
+    if (is_repeated(g, {g.evidence + g.word_begin, g.evidence_size - g.word_begin})) {
         g.evidence_lacks = true;
         g.evidence_size = g.word_begin;
         g.evidence_origin_count -= g.evidence_origin_count > 0 ? 1 : 0;
@@ -233,8 +239,8 @@ void feed_one(pvzan_guesser& g, candidate& c, std::span<const u8> bytes, i32 how
     }
 }
 
-// Keeps the word around a byte, if all of it is there.
-void keep_late_word(pvzan_guesser& g, std::span<const u8> bytes, std::size_t at) {
+// Keeps the word around a byte, if all of it is there. Returns how many of the bytes it takes.
+std::size_t keep_late_word(pvzan_guesser& g, std::span<const u8> bytes, std::size_t at) {
     const auto ends = [](u8 byte) { return byte < first_trail; };
     const auto begin =
         std::find_if(bytes.rend() - static_cast<std::ptrdiff_t>(at), bytes.rend(), ends);
@@ -243,25 +249,35 @@ void keep_late_word(pvzan_guesser& g, std::span<const u8> bytes, std::size_t at)
     const auto first = static_cast<std::size_t>(bytes.rend() - begin);
     const auto size = static_cast<std::size_t>(end - bytes.begin()) - first;
     constexpr std::size_t longest = 60;
-    if (begin != bytes.rend() && end != bytes.end() && size <= longest &&
-        g.late_size + size < late_room && g.late_count < most_late) {
-        const u64 place = original(g, g.batch_begin + first);
+    if (begin == bytes.rend() || end == bytes.end() || size > longest ||
+        g.late_size + size >= late_room || g.late_count == most_late) {
+        return 1;
+    }
+    const u64 place = original(g, g.batch_begin + first);
+    if (place > g.evidence_origins[g.evidence_origin_count - 1].offset &&
+        !is_repeated(g, {&bytes[first], size})) {
         g.late_origins[g.late_count++] = {static_cast<u32>(g.late_size), place};
         std::memcpy(g.late + g.late_size, &bytes[first], size);
         g.late_size += size;
         g.late[g.late_size++] = '\n';
+        for (const u8 byte : std::span(&bytes[first], size)) {
+            g.wanted[byte] = static_cast<u8>(std::max(g.wanted[byte], u8{1}) - 1);
+        }
     }
+    return first + size - at;
 }
 
 // Single bytes are read by what they are.
 void note_bytes(pvzan_guesser& g, std::span<const u8> bytes) {
-    const std::span<const u8> evidence(g.evidence, g.evidence_size);
     for (std::size_t i = 0; i < bytes.size(); ++i) {
-        if (bytes[i] >= 0x80 && g.met_at[bytes[i]] == 0) {
-            g.met_at[bytes[i]] = original(g, g.batch_begin + i) + 1;
-            if (std::ranges::find(evidence, bytes[i]) == evidence.end()) {
-                keep_late_word(g, bytes, i);
-            }
+        const u8 byte = bytes[i];
+        if (byte >= 0x80 && g.met_at[byte] == 0) {
+            g.met_at[byte] = original(g, g.batch_begin + i) + 1;
+            const auto met = std::count(g.evidence, g.evidence + g.evidence_size, byte);
+            g.wanted[byte] = static_cast<u8>(late_words - std::min(met, late_words));
+        }
+        if (g.wanted[byte] > 0) {
+            i += keep_late_word(g, bytes, i) - 1;
         }
     }
 }
