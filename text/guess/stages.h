@@ -17,7 +17,7 @@ namespace text {
 
 inline constexpr std::size_t head_room = 64 * 1024, batch_room = 64 * 1024, evidence_room = 8192;
 inline constexpr std::size_t late_room = 4096;
-inline constexpr u32 most_late = 256;
+inline constexpr u32 most_late = 256, most_late_looks = 8192;
 inline constexpr std::ptrdiff_t late_words = 4; // with a byte that the evidence has more seldom
 inline constexpr u32 most_candidates = 128, most_origins = 1024;
 inline constexpr u64 nowhere = ~u64{0};
@@ -95,6 +95,7 @@ struct pvzan_guesser {
     u64 met_at[256]; // first place of a byte, counted from 1; 0: none
     // Words with bytes that the evidence lacks, or has seldom.
     u8 wanted[256]; // how many are missing
+    u32 late_looks; // at words, which take time
     u8 late[text::late_room];
     std::size_t late_size;
     text::origin late_origins[text::most_late];

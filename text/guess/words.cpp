@@ -254,8 +254,7 @@ std::size_t keep_late_word(pvzan_guesser& g, std::span<const u8> bytes, std::siz
         return 1;
     }
     const u64 place = original(g, g.batch_begin + first);
-    if (place > g.evidence_origins[g.evidence_origin_count - 1].offset &&
-        !is_repeated(g, {&bytes[first], size})) {
+    if (place >= original_place(g, g.evidence_size) && !is_repeated(g, {&bytes[first], size})) {
         g.late_origins[g.late_count++] = {static_cast<u32>(g.late_size), place};
         std::memcpy(g.late + g.late_size, &bytes[first], size);
         g.late_size += size;
@@ -276,7 +275,8 @@ void note_bytes(pvzan_guesser& g, std::span<const u8> bytes) {
             const auto met = std::count(g.evidence, g.evidence + g.evidence_size, byte);
             g.wanted[byte] = static_cast<u8>(late_words - std::min(met, late_words));
         }
-        if (g.wanted[byte] > 0) {
+        if (g.wanted[byte] > 0 && g.late_looks < most_late_looks) {
+            ++g.late_looks;
             i += keep_late_word(g, bytes, i) - 1;
         }
     }
