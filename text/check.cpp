@@ -148,7 +148,7 @@ private:
             tell(file, "the charset has no set");
         }
         check_iso2022(file, in, rule);
-        const charset_group* group = find_group(name);
+        const charset_group* group = find_charset(name);
         if (group == nullptr) {
             if (count_ == 0) {
                 tell(file,
@@ -221,7 +221,7 @@ private:
             tell(file, "the file that defines %s must have that name, in lower case", name);
             return true;
         }
-        const bool is_taken = find_group(name) != nullptr && is_read_at_start(name);
+        const bool is_taken = find_charset(name) != nullptr && is_read_at_start(name);
         if (is_taken) {
             tell(file, "%s is already defined outside this folder", name);
         }

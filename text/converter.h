@@ -67,6 +67,9 @@ struct fault {
     bool waits = false; // for an answer
 };
 
+// What is known about codes of two bytes with the same second one.
+enum class ending : u8 { unknown, of_codes, of_nothing };
+
 // What is known about the conversion of a Unicode value.
 struct known_scalar {
     u32 key; // the value plus one; 0: nothing is known
@@ -120,7 +123,7 @@ struct pvzan_converter {
     u32 substitute; // 0: not chosen yet
     text::standing now;
     text::fault fault;
-    u8 bytes_known[256];           // what is known of bytes: see fault.cpp
+    text::ending endings[256];     // by their second byte
     text::known_scalar known[128]; // by their lowest bits, which keeps ASCII together
 };
 

@@ -39,41 +39,25 @@ bool may_be_character(session& s, std::span<const u8> bytes) {
            (s.status == PVZAN_DECODED && read_character(&s, c));
 }
 
-// ---- What is known of single bytes, since finding out takes 256 tries --------------------------
-
-constexpr u8 begin_asked = 1, begins_something = 2, end_asked = 4, ends_something = 8;
-
 // Two bytes; two more if the rule decides only after four.
 std::span<const u8> pair_of(const pvzan_converter& c, const u8 (&code)[4]) {
     return std::span(code).first(c.longest == max_code_bytes ? 4 : 2);
 }
 
-bool begins_nothing(pvzan_converter& c, u8 byte) {
-    if (length_by_lead(c, byte) > 2) {
-        return false;
-    }
-    u8& known = c.bytes_known[byte];
-    for (u32 second = 0; (known & begin_asked) == 0 && second <= 0xFF; ++second) {
-        const u8 code[] = {byte, static_cast<u8>(second), 0x81, '0'};
-        if (may_be_character(c.work, pair_of(c, code))) {
-            known |= begin_asked | begins_something;
-        }
-    }
-    known |= begin_asked;
-    return (known & begins_something) == 0;
-}
-
+// Whether no code of two bytes has this one as its second. Finding out takes up to 256 tries, so
+// the answer is kept.
 bool ends_nothing(pvzan_converter& c, u8 byte) {
-    u8& known = c.bytes_known[byte];
-    for (u32 first = 0x21; (known & end_asked) == 0 && first <= 0xFF; ++first) {
-        const u8 code[] = {static_cast<u8>(first), byte, 0x81, '0'};
-        may_be_character(c.work, {code, 1});
-        if (c.work.status == PVZAN_INPUT_INCOMPLETE && may_be_character(c.work, pair_of(c, code))) {
-            known |= end_asked | ends_something;
+    ending& known = c.endings[byte];
+    if (known == ending::unknown) {
+        known = ending::of_nothing;
+        for (u32 first = 0x21; known == ending::of_nothing && first <= 0xFF; ++first) {
+            const u8 code[] = {static_cast<u8>(first), byte, 0x81, '0'};
+            may_be_character(c.work, {code, 1});
+            const bool leads = c.work.status == PVZAN_INPUT_INCOMPLETE;
+            known = leads && may_be_character(c.work, pair_of(c, code)) ? ending::of_codes : known;
         }
     }
-    known |= end_asked;
-    return (known & ends_something) == 0;
+    return known == ending::of_nothing;
 }
 
 // ---- Why bytes are invalid ---------------------------------------------------------------------
@@ -112,9 +96,6 @@ blame blame_code(pvzan_converter& c, const fault& f) {
                 1, f.ahead > 1 ? i32{f.bytes[1]} : -1};
     }
     if (f.needed == 2) {
-        if (begins_nothing(c, f.bytes[0])) {
-            return {PVZAN_REASON_BEGINS_NOTHING, 1, i32{f.bytes[1]}};
-        }
         const bool fits = c.from.unit == 2 || !ends_nothing(c, f.bytes[1]);
         return {fits ? u32{PVZAN_REASON_NO_CHARACTER} : u32{PVZAN_REASON_CANNOT_FOLLOW}, 2};
     }

@@ -187,10 +187,6 @@ bool is_read_at_start(const char* charset) {
     return false;
 }
 
-charset_group* find_group(const char* charset) {
-    return find_charset(charset);
-}
-
 void shown_name(std::string_view charset, char (&shown)[64]) {
     const row* const found = row_of(charset);
     copy(found != nullptr ? std::string_view(found->shown) : charset, shown);
@@ -210,7 +206,8 @@ bool relative_of(std::string_view charset, std::size_t index, char (&relative)[6
     return !name.empty();
 }
 
-void describe_codes(const charset_group* group, const rule_row* decoder, pvzan_name& meaning) {
+void describe_codes(const charset_group* group, pvzan_name& meaning) {
+    const rule_row* decoder = group != nullptr ? TheRule(group->destRule) : nullptr;
     const codec_traits* traits =
         decoder != nullptr ? traits_of_decoder(decoder->function) : nullptr;
     if (traits == nullptr) {
@@ -253,7 +250,7 @@ bool resolve(const char* name, u32 flags, pvzan_name& meaning) {
         fill_in(*found, meaning);
         return true;
     }
-    if (settle_directory(nullptr) && find_group(name) != nullptr) {
+    if (settle_directory(nullptr) && find_charset(name) != nullptr) {
         meaning.order = PVZAN_ORDER_BIG;
         meaning.exact = 1;
         copy_text(meaning.charset, name);
@@ -263,12 +260,6 @@ bool resolve(const char* name, u32 flags, pvzan_name& meaning) {
     }
     copy(similar_name({name, length}), meaning.shown);
     return false;
-}
-
-void describe_codes(const charset_group* group, pvzan_name& meaning) {
-    if (group != nullptr) {
-        describe_codes(group, TheRule(group->destRule), meaning);
-    }
 }
 
 } // namespace text
@@ -284,7 +275,7 @@ int32_t pvzan_resolve(const char* name, uint32_t flags, pvzan_name* meaning) {
     pvzan_name found;
     const bool known = resolve(name, flags, found);
     if (known && settle_directory(nullptr)) {
-        describe_codes(find_group(found.charset), found);
+        describe_codes(find_charset(found.charset), found);
     }
     fill_record(*meaning, found);
     return known ? 1 : 0;

@@ -16,12 +16,7 @@ bool resolve(const char* name, u32 flags, pvzan_name& meaning);
 
 // Sets the kind of the charset's codes, according to its decode rule and sets; null: as the list
 // says.
-void describe_codes(const charset_group* group, const rule_row* decoder, pvzan_name& meaning);
 void describe_codes(const charset_group* group, pvzan_name& meaning);
-
-// The charset of that name in the directory, which must have been chosen; read unless that was
-// done. Null if there is none.
-charset_group* find_group(const char* charset);
 
 // Whether a definition outside of the folder of further ones has this name.
 bool is_read_at_start(const char* charset);

@@ -1,4 +1,5 @@
 // Creating, resetting and releasing converters.
+#include "cconv/convert/lifecycle.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/tables/table.h"
 #include "platform/platform.h"
@@ -29,9 +30,9 @@ bool read_options(const pvzan_open_options* given, pvzan_open_options& how, pvza
     return known;
 }
 
-bool find_charset(const char* asked, u32 flags, i32 code, pvzan_name& name, charset_group*& group,
-                  pvzan_error* error) {
-    group = resolve(asked, flags, name) ? find_group(name.charset) : nullptr;
+bool find_named(const char* asked, u32 flags, i32 code, pvzan_name& name, charset_group*& group,
+                pvzan_error* error) {
+    group = resolve(asked, flags, name) ? find_charset(name.charset) : nullptr;
     if (group == nullptr) {
         if (asked != nullptr && name.charset[0] != '\0') {
             tell(error, code, "the charset directory has no definition of %s", name.shown);
@@ -45,8 +46,8 @@ bool find_charset(const char* asked, u32 flags, i32 code, pvzan_name& name, char
     return true;
 }
 
-void describe(const charset_group* group, const rule_row* decoder, u32 order, pvzan_name& name) {
-    describe_codes(group, decoder, name);
+void describe(const charset_group* group, u32 order, pvzan_name& name) {
+    describe_codes(group, name);
     if (order != PVZAN_ORDER_BY_NAME) {
         name.order = order;
         name.mark = 0;
@@ -135,8 +136,8 @@ bool prepare_session(pvzan_converter& c, charset_group* from, charset_group* to)
     if (s.srcRule == nullptr || s.dstRule == nullptr) {
         return false;
     }
-    describe(from, s.srcRule, c.how.from_order, c.from);
-    describe(to, TheRule(to->destRule), c.how.to_order, c.to);
+    describe(from, c.how.from_order, c.from);
+    describe(to, c.how.to_order, c.to);
     s.target.dstBigEndian = c.to.order != PVZAN_ORDER_LITTLE ? 1 : 0;
     c.source = traits_of_decoder(s.srcRule->function);
     c.target = traits_of_encoder(s.dstRule->function);
@@ -148,8 +149,8 @@ bool prepare_session(pvzan_converter& c, charset_group* from, charset_group* to)
 bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* error) {
     charset_group *source = nullptr, *target = nullptr;
     const u32 flags = c.how.flags;
-    if (!find_charset(from, flags, PVZAN_ERROR_UNKNOWN_FROM, c.from, source, error) ||
-        !find_charset(to, flags, PVZAN_ERROR_UNKNOWN_TO, c.to, target, error)) {
+    if (!find_named(from, flags, PVZAN_ERROR_UNKNOWN_FROM, c.from, source, error) ||
+        !find_named(to, flags, PVZAN_ERROR_UNKNOWN_TO, c.to, target, error)) {
         return false;
     }
     const bool codes = (flags & PVZAN_READ_BACK) != 0;
@@ -167,7 +168,7 @@ bool prepare(pvzan_converter& c, const char* from, const char* to, pvzan_error* 
     c.has_pairs = looks_for_marks && has_codes_of_pairs(target);
     c.composes = looks_for_marks && (flags & PVZAN_COMPOSE) != 0;
     std::memset(static_cast<void*>(c.known), 0, sizeof c.known);
-    std::memset(c.bytes_known, 0, sizeof c.bytes_known);
+    std::memset(c.endings, 0, sizeof c.endings);
     c.substitute = c.how.substitute;
     begin_text(c);
     c.lf = find_break(c, '\n');
