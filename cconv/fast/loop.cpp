@@ -128,7 +128,8 @@ public:
 private:
     static constexpr bool has_states = Reader::has_states;
     static bool reads_blocks(const pair& p) {
-        return Reader::reads_blocks(p) && (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
+        return Reader::reads_blocks(*p.kernel) &&
+               (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
     }
     // Whether a kernel converts its input to output without blocks.
     static bool goes_at_once(const pair& p) {
