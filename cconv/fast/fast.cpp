@@ -93,7 +93,7 @@ void path::try_run(session* s) {
         run_over(p, r);
         finish(p, r, s);
         characters += r.characters;
-        more = r.why == stop::unknown && learn(p, r);
+        more = r.why == stop::not_asked && learn(p, r);
     }
     be_patient(characters);
     if (by_hand.counting) {

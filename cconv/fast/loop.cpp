@@ -128,7 +128,8 @@ public:
 private:
     static constexpr bool has_states = Reader::has_states;
     static bool reads_blocks(const pair& p) {
-        return Reader::reads_blocks(p) && (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
+        return Reader::reads_blocks(*p.kernel) &&
+               (!p.plan.by_form || p.kernel->plain_scalars != nullptr);
     }
     // Whether a kernel converts its input to output without blocks.
     static bool goes_at_once(const pair& p) {
@@ -212,9 +213,9 @@ private:
     // Makes sure that there is room for this many bytes, and that their set is selected.
     bool bring(u32 set, u32 length, u8*& out) {
         const bool needs_way = set != at_hand_;
-        const known_way* known = needs_way ? way_to(set, r_.out_state) : nullptr;
-        const u32 size = known != nullptr ? known->way.size : 0;
-        if (needs_way && (known == nullptr || size + length > sizeof known->way.bytes)) {
+        const found_way* found = needs_way ? way_to(set, r_.out_state) : nullptr;
+        const u32 size = found != nullptr ? found->way.size : 0;
+        if (needs_way && (found == nullptr || size + length > sizeof found->way.bytes)) {
             r_.why = stop::by_rules;
             return false;
         }
@@ -222,32 +223,32 @@ private:
             return false;
         }
         if (needs_way) {
-            put(out, r_.out_end, known->way.bytes, size);
+            put(out, r_.out_end, found->way.bytes, size);
             r_.way = {out, out + size, r_.out_state};
             out += size;
-            r_.out_state = known->way.state;
-            other_ = known->at_hand != at_hand_ ? at_hand_ : other_;
-            at_hand_ = known->at_hand;
+            r_.out_state = found->way.state;
+            other_ = found->at_hand != at_hand_ ? at_hand_ : other_;
+            at_hand_ = found->at_hand;
         }
         return true;
     }
 
     // The sequences from a state; null if there are none.
-    struct known_way {
+    struct found_way {
         u32 from, at_hand; // 0: none
         iso2022_way way;
     };
-    const known_way* way_to(u32 set, u32 from) {
-        known_way& known = ways_[set];
-        if (known.from != from) {
-            if (!p_.plan.target_states.find_way(from, set, known.way)) {
-                known.from = 0;
+    const found_way* way_to(u32 set, u32 from) {
+        found_way& found = ways_[set];
+        if (found.from != from) {
+            if (!p_.plan.target_states.find_way(from, set, found.way)) {
+                found.from = 0;
                 return nullptr;
             }
-            known.from = from;
-            known.at_hand = set_at_hand(*to_, known.way.state);
+            found.from = from;
+            found.at_hand = set_at_hand(*to_, found.way.state);
         }
-        return &known;
+        return &found;
     }
 
     [[gnu::always_inline]] bool ascii_run() {
@@ -384,8 +385,8 @@ private:
     // Converts what is in the set at hand and the other one.
     std::size_t put_in_two_sets(const u16* codes, std::size_t count, u8*& out) {
         const u32 here = at_hand_, there = other_;
-        const known_way* const go = there != 0 ? way_to(there, r_.out_state) : nullptr;
-        const known_way* const back = go != nullptr ? way_to(here, go->way.state) : nullptr;
+        const found_way* const go = there != 0 ? way_to(there, r_.out_state) : nullptr;
+        const found_way* const back = go != nullptr ? way_to(here, go->way.state) : nullptr;
         const bool both = back != nullptr && back->way.state == r_.out_state &&
                           go->at_hand == there && back->at_hand == here &&
                           std::max(go->way.size, back->way.size) <= entry::most_bytes;
@@ -406,7 +407,7 @@ private:
         const entry last = p_.entry_of(codes[n - 1]);
         const u32 before = n > 1 ? p_.entry_of(codes[n - 2]).set() : here;
         if (last.set() != before) {
-            const known_way& way = last.set() == there ? *go : *back;
+            const found_way& way = last.set() == there ? *go : *back;
             r_.way.end = out - last.length();
             r_.way.begin = r_.way.end - way.way.size;
             r_.way.state = way.from;
@@ -432,7 +433,7 @@ private:
         }
         const answer* a = p_.answer_of(key);
         if (a == nullptr) {
-            r_.why = e.packed == entry::by_rules ? stop::by_rules : stop::unknown;
+            r_.why = e.packed == entry::by_rules ? stop::by_rules : stop::not_asked;
             return false;
         }
         if (a->is_lf && r_.in == behind_cr_) {
@@ -458,7 +459,7 @@ private:
     const iso2022* to_; // the target's designations and shifts, or null
     u32 at_hand_;       // the set that needs no sequences; 0: none
     u32 other_ = 0;     // the one before it
-    std::array<known_way, iso2022::most_sets + 1> ways_; // by set, the last ones found
+    std::array<found_way, iso2022::most_sets + 1> ways_; // by set, the last ones found
     bool has_runs_;                                      // of ASCII, which is faster without blocks
     bool goes_at_once_, has_blocks_;
     // Input that is worth making tables for, how far behind a character that lacks in them they are

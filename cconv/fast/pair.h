@@ -259,7 +259,7 @@ const answer* find_answer(pair& p, u32 k, std::span<const u8> bytes);
 
 // Why a run ended: no input or room is left, nobody has asked about the character, or it is left to
 // the rules.
-enum class stop : u8 { end, unknown, by_rules };
+enum class stop : u8 { end, not_asked, by_rules };
 
 inline constexpr u32 no_key = ~0U;
 
@@ -286,8 +286,8 @@ struct run : progress {
     last_way way;
     u32 more_codes; // codes minus characters, modulo 2^32
     stop why;
-    // The character at which the run ended, if it is unknown: its key and length, and the state
-    // before it. A lead byte that nobody asked about is taken for a character.
+    // The character at which the run ended, if nobody asked about it: its key and length, and the
+    // state before it. A lead byte that nobody asked about is taken for a character.
     const u8* next;
     u32 next_key, next_length, next_state;
 

@@ -87,11 +87,23 @@ public:
                                     : now_.first_pair | seven_bit_key(p);
     }
 
-    static bool reads_blocks(const pair& p) {
-        return p.kernel->split_shifted != nullptr && !p.plan.eight_bits;
-    }
+    static bool reads_blocks(const kernels& k) { return k.split_shifted != nullptr; }
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* codes) const {
-        return p_.kernel->split_shifted(p, chunks, shifts(), codes);
+        if (!p_.plan.eight_bits) {
+            return p_.kernel->split_shifted(p, chunks, shifts(), codes);
+        }
+        constexpr std::size_t step = chunk_bytes / 2;
+        constexpr u16 first_pair = 0x1000; // keys below are single bytes
+        for (std::size_t at = 0; at < chunks * step; at += step) {
+            p_.kernel->copy_units(p + 2 * at, codes + at, std::endian::native != std::endian::big);
+            const std::span<const u16> read(codes + at, step);
+            const auto end = std::ranges::find_if(read, [](u16 code) { return code < first_pair; });
+            if (end != read.end()) {
+                const auto n = at + static_cast<std::size_t>(end - read.begin());
+                return {n, 2 * n};
+            }
+        }
+        return {chunks * step, chunks * chunk_bytes};
     }
     // The end of a block that was read: behind its codes, in the state of the last one.
     const u8* go_behind(const u8* p, std::span<const u16> codes) {
@@ -121,7 +133,9 @@ private:
         situation to;
     };
 
-    static bool is_pair(u16 code) { return code < first_single_key; } // in a block
+    [[nodiscard]] bool is_pair(u16 code) const {
+        return p_.plan.eight_bits || code < first_single_key;
+    }
     // The sequences that shift from here to single bytes and back, if both were read before.
     [[nodiscard]] split_shifts shifts() const {
         split_shifts made{{}, {}, now_.first_pair, 0};

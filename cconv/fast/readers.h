@@ -56,7 +56,7 @@ struct lead_byte_reader {
     }
     [[nodiscard]] static u32 key(const u8* p, u32 length) { return lead_byte_key(p, length); }
 
-    static bool reads_blocks(const pair& p) { return p.kernel->split_codes != nullptr; }
+    static bool reads_blocks(const kernels& k) { return k.split_codes != nullptr; }
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* codes) const {
         return p_.kernel->split_codes(p, chunks, by_, codes);
     }
@@ -92,7 +92,7 @@ struct utf8_reader {
     }
     [[nodiscard]] static u32 key(const u8* p, u32 length) { return utf8_key(p, length); }
 
-    static bool reads_blocks(const pair& p) { return p.kernel->decode_utf8 != nullptr; }
+    static bool reads_blocks(const kernels& k) { return k.decode_utf8 != nullptr; }
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* scalars_read) const {
         return p_.kernel->decode_utf8(p, chunks, scalars_read);
     }
@@ -130,9 +130,7 @@ struct unit_reader {
     }
     [[nodiscard]] static u32 key(const u8* p, u32) { return code(p) % key_count; }
 
-    static bool reads_blocks(const pair& p) {
-        return Bytes == 2 || p.kernel->narrow_quads != nullptr;
-    }
+    static bool reads_blocks(const kernels& k) { return Bytes == 2 || k.narrow_quads != nullptr; }
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* units) const {
         constexpr std::size_t step = chunk_bytes / Bytes;
         std::size_t n = 0;
