@@ -239,7 +239,7 @@ void feed_one(pvzan_guesser& g, candidate& c, std::span<const u8> bytes, i32 how
     }
 }
 
-// Keeps the word around a byte, if all of it is there. Returns how many of the bytes it takes.
+// Keeps the word around a byte, if all of it is there. Returns where it ends, or the next byte.
 std::size_t keep_late_word(pvzan_guesser& g, std::span<const u8> bytes, std::size_t at) {
     const auto ends = [](u8 byte) { return byte < first_trail; };
     const auto begin =
@@ -251,7 +251,7 @@ std::size_t keep_late_word(pvzan_guesser& g, std::span<const u8> bytes, std::siz
     constexpr std::size_t longest = 60;
     if (begin == bytes.rend() || end == bytes.end() || size > longest ||
         g.late_size + size >= late_room || g.late_count == most_late) {
-        return 1;
+        return at + 1;
     }
     const u64 place = original(g, g.batch_begin + first);
     if (place >= original_place(g, g.evidence_size) && !is_repeated(g, {&bytes[first], size})) {
@@ -263,11 +263,12 @@ std::size_t keep_late_word(pvzan_guesser& g, std::span<const u8> bytes, std::siz
             g.wanted[byte] = static_cast<u8>(std::max(g.wanted[byte], u8{1}) - 1);
         }
     }
-    return first + size - at;
+    return first + size;
 }
 
 // Single bytes are read by what they are.
 void note_bytes(pvzan_guesser& g, std::span<const u8> bytes) {
+    std::size_t kept = 0; // up to here, words are not kept again
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         const u8 byte = bytes[i];
         if (byte >= 0x80 && g.met_at[byte] == 0) {
@@ -275,9 +276,9 @@ void note_bytes(pvzan_guesser& g, std::span<const u8> bytes) {
             const auto met = std::count(g.evidence, g.evidence + g.evidence_size, byte);
             g.wanted[byte] = static_cast<u8>(late_words - std::min(met, late_words));
         }
-        if (g.wanted[byte] > 0 && g.late_looks < most_late_looks) {
+        if (i >= kept && g.wanted[byte] > 0 && g.late_looks < most_late_looks) {
             ++g.late_looks;
-            i += keep_late_word(g, bytes, i) - 1;
+            kept = keep_late_word(g, bytes, i);
         }
     }
 }
