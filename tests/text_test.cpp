@@ -41,11 +41,14 @@ struct conversion {
 
     [[nodiscard]] pvzan_converter* open() const {
         use_shipped_charsets();
-        pvzan_open_options asked = how;
-        asked.size = sizeof asked;
+        pvzan_open_options asked[] = {how, {}}; // a record with fields that are not known here
+        asked->size = sizeof asked;
+        asked[1].size = 1;
         pvzan_error error = {};
         error.size = sizeof error;
-        pvzan_converter* c = pvzan_open(from, to, &asked, &error);
+        EXPECT_EQ(pvzan_open(from, to, asked, &error), nullptr);
+        asked[1].size = 0;
+        pvzan_converter* c = pvzan_open(from, to, asked, &error);
         EXPECT_NE(c, nullptr) << error.text;
         return c;
     }
@@ -109,6 +112,7 @@ void feed(pvzan_converter* c, std::string_view piece, std::int32_t how, std::siz
                 continue;
             }
             ASSERT_EQ(go_on(), PVZAN_FEED_FAULT) << "said again";
+            ASSERT_TRUE(answer <= PVZAN_HEX || say({nullptr, 1}) == PVZAN_FEED_MISUSE);
             const pvzan_outcome answered = say(words);
             if (answer == PVZAN_WRITE_UTF8 && answered == PVZAN_FEED_FAULT) {
                 pvzan_answer(c, PVZAN_DROP, nullptr, nullptr, nullptr, nullptr);
