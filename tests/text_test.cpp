@@ -104,6 +104,9 @@ void feed(pvzan_converter* c, std::string_view piece, std::int32_t how, std::siz
     pvzan_outcome said = PVZAN_FEED_MORE_ROOM;
     while (said == PVZAN_FEED_MORE_ROOM || said == PVZAN_FEED_FAULT) {
         said = go_on();
+        std::uint8_t state[512];
+        ASSERT_TRUE(said != PVZAN_FEED_MORE_ROOM ||
+                    pvzan_stands_as(c, state, pvzan_save(c, state, sizeof state)) == 1);
         if (said == PVZAN_FEED_FAULT) {
             const std::uint32_t length = note_fault(c, result);
             if (answer == PVZAN_TELL) { // it stays in the input
