@@ -41,11 +41,8 @@ block_written put_block(const pair& p, const u16* codes, std::size_t count, u8* 
         k.put_quads(codes, count, out, unit.big_endian);
         return {count, 4 * count};
     }
-    constexpr std::size_t step = chunk_bytes / 2;
     const bool swaps = unit.big_endian != (std::endian::native == std::endian::big);
-    for (std::size_t at = 0; at < count; at += step) {
-        k.copy_units(codes + at, out + 2 * at, swaps);
-    }
+    k.copy_units(codes, out, (2 * count + chunk_bytes - 1) / chunk_bytes, swaps);
     return {count, 2 * count};
 }
 
@@ -325,7 +322,7 @@ private:
             if constexpr (has_states) {
                 reader_.enter_behind(n > 0 ? codes[n - 1] : 0);
             }
-            chunks_ = std::min(2 * chunks_, block_chunks);
+            chunks_ = std::min(2 * chunks_, block_chunks * Reader::unit_bytes);
         }
         if (n == 0) {
             return moved;
