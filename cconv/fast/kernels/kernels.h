@@ -11,7 +11,7 @@ namespace fast {
 
 // A block is read in chunks of so many bytes, each of them so many codes at most.
 inline constexpr std::size_t chunk_bytes = 64, chunk_codes = 64;
-inline constexpr std::size_t block_chunks = 4, block_codes = block_chunks * chunk_codes;
+inline constexpr std::size_t block_chunks = 8, block_codes = block_chunks * chunk_codes;
 
 // Bytes that encode_utf8, put_entries and put_quads may touch behind what they write.
 inline constexpr std::size_t kernel_margin = 64;
