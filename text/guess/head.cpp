@@ -85,7 +85,7 @@ bool weigh_against_bytes(pvzan_guesser& g, const possible& may_be, bytes_view te
                                                 !has_empty_unit(evidence, width));
         c.alive = may_be.has(c.row.codes) && whole_units;
     }
-    weigh(g, evidence, complete && from + size == text.size());
+    weigh(g, evidence, complete && from + size == text.size(), structure::units);
     constexpr i32 none = 0x3FFFFFFF;
     i32 best = none, by_bytes = none;
     std::size_t characters = 0;
@@ -175,6 +175,9 @@ std::size_t find_sign(bytes_view text) {
     for (std::size_t i = 0; i + 4 <= text.size(); ++i) {
         if (text[i] == '\n') {
             line = i + 1;
+        }
+        if (is_designation(&text[i], text.data() + text.size())) {
+            break; // its bytes are signs by chance
         }
         const bytes_view next = text.subspan(i + 1, 3);
         if ((text[i] == '~' && next[0] == '{' && next[1] > 0x20 && next[2] > 0x20) ||

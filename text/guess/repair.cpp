@@ -215,7 +215,7 @@ struct finder {
             }
             from = from.subspan(std::max(s.bytes, 1U));
         }
-        found.cost = static_cast<i32>(judge.judge({characters, count}, "*", 0));
+        found.cost = static_cast<i32>(judge.judge({characters, count}, "*", 0, any_cost));
         return found;
     }
 

@@ -4,6 +4,7 @@
 #include "text/guess/data.h"
 
 #include <algorithm>
+#include <bit>
 
 namespace text {
 
@@ -202,11 +203,24 @@ bool scorer::load(model& m) {
     return true;
 }
 
+// The place of what is common behind that, or an empty one; null: there was no memory.
+common_line* scorer::find_common(const model& m, u32 before) {
+    u32 at = before * 0x9E3779B1U >> 16;
+    while (m.common != nullptr) {
+        common_line& line = m.common[at++ & m.common_last];
+        if (line.before == before || line.before == 0) {
+            return &line;
+        }
+    }
+    return nullptr;
+}
+
 // How common characters are, and where what is common behind others is.
 void scorer::load_common(model& m, std::string_view lines) {
-    constexpr u32 most_lines = 3000;
-    m.common =
-        static_cast<common_line*>(ZAN_malloc(static_cast<i32>(most_lines * sizeof(common_line))));
+    const auto count = static_cast<u32>(std::ranges::count(lines, '\n'));
+    const u32 room = std::bit_ceil(2 * count + 1);
+    m.common = static_cast<common_line*>(ZAN_calloc(static_cast<i32>(room), sizeof(common_line)));
+    m.common_last = room - 1;
     while (!lines.empty()) {
         std::string_view line = take_line(lines);
         const bool digits = !line.empty() && line[0] >= '0' && line[0] <= '9';
@@ -215,8 +229,8 @@ void scorer::load_common(model& m, std::string_view lines) {
             line.remove_prefix(two ? 1 : 0);
             u32 before = take_character(line);
             before = two ? two_letters(before, take_character(line)) : before;
-            if (m.common != nullptr && m.common_count < most_lines) {
-                m.common[m.common_count++] = {before, line};
+            if (m.common != nullptr) {
+                *find_common(m, before) = {before, line};
             }
             continue;
         }
@@ -233,10 +247,8 @@ void scorer::load_common(model& m, std::string_view lines) {
 // What is common behind that costs; much, where it is not.
 u32 scorer::common_cost(const model& m, u32 before, u32 now) {
     constexpr u32 not_common = 255;
-    const common_line *const begin = m.common, *const end = begin + m.common_count;
-    const common_line* const found = std::lower_bound(
-        begin, end, before, [](const common_line& line, u32 key) { return line.before < key; });
-    if (found == end || found->before != before) {
+    const common_line* const found = find_common(m, before);
+    if (found == nullptr || found->before != before) {
         return not_common;
     }
     for (std::string_view rest = found->common; const u32 c = take_character(rest);) {
@@ -251,59 +263,88 @@ u32 scorer::common_cost(const model& m, u32 before, u32 now) {
 // ---- Judging -----------------------------------------------------------------------------------
 
 namespace {
-constexpr u32 none = ~0U >> 1;
+
 constexpr u32 unpaired = 6 * bit; // quotation marks
 // To another language for the next line: a name from elsewhere changes it, and back.
-constexpr u32 least_change = 8 * bit, most_change = 16 * bit;
+constexpr u32 least_change = 8 * bit;
 constexpr u32 no_word = 10 * bit; // only single letters: they are hardly a language's
+
+// What capitals and marks cost, which is the same in all languages with letters.
+u32 cost_in_all_languages(std::span<const seen> text) {
+    u32 cost = 0, quotes = 0;     // that are open
+    u32 run = 0, longest_run = 0; // of letters of another script than ASCII's
+    seen older = see(' '), last = older;
+    bool inside = false; // at a mark behind a letter
+    for (const seen& c : text) {
+        if (c.what == kind::none) {
+            continue;
+        }
+        run = c.what == kind::other_letter && c.letter >= latin_end ? run + 1 : 0;
+        longest_run = std::max(longest_run, run);
+        cost += case_cost(older, last, c);
+        const bool mark = c.what == kind::general_mark;
+        if (last.what == kind::general_mark) {
+            const bool opens = is_letter(c) && !inside;
+            const bool apostrophe = last.letter == u'’';
+            if (is_letter(c)) {
+                cost += inside ? mark_inside_cost(last) : mark_before_cost(last);
+            }
+            if (is_quote(last)) {
+                cost += !opens && quotes == 0 && inside && !apostrophe ? unpaired : 0;
+                quotes = opens ? quotes + (apostrophe ? 0 : 1) : quotes - std::min(quotes, 1U);
+            }
+        }
+        inside = mark && is_letter(last);
+        cost += (mark ? mark_cost(c) : 0) + (inside ? mark_behind_cost(c) : 0);
+        older = last;
+        last = c;
+    }
+    return cost + (longest_run == 1 ? no_word : 0) + (quotes > 0 ? unpaired : 0);
+}
+
 } // namespace
 
-// Goes on with a line. A language that falls behind this far is left there.
-void scorer::judge_letters(std::span<const seen> line, const model& m, standing& s, u32 most) {
+// What a line's letters cost besides.
+u32 scorer::judge_letters(std::span<const seen> line, const model& m) {
     constexpr u32 most_for_a_mark = 5 * bit; // not all the texts that were counted have them
+    u32 cost = 0, before = 0;
+    u32 two = two_letters(boundary, boundary); // the last ones
     for (const seen& c : line) {
         if (c.what == kind::none) {
             continue;
         }
-        if (s.cost >= most) {
-            return;
-        }
-        s.run = c.what == kind::other_letter && c.letter >= latin_end ? s.run + 1 : 0;
-        s.longest_run = std::max(s.longest_run, s.run);
         const u32 symbol = alphabet_symbol(m.symbols, c);
-        u32 step = m.costs[s.before * m.width + symbol];
+        u32 step = m.costs[before * m.width + symbol];
         const u32 third = symbol >= classes                                 ? c.letter
                           : symbol == letter_class || symbol == other_class ? 0
                                                                             : boundary;
-        if ((symbol >= classes || symbol == 0) && s.two % two_letters(1, 0) != boundary) {
-            step = std::min(step, common_cost(m, s.two, third));
+        if ((symbol >= classes || symbol == 0) && two % two_letters(1, 0) != boundary) {
+            step = std::min(step, common_cost(m, two, third));
         }
-        s.two = two_letters(s.two % two_letters(1, 0), third);
-        s.cost += case_cost(s.older, s.last, c);
-        if (symbol == mark_class) {
-            s.cost += std::min(step, most_for_a_mark) + mark_cost(c);
-        } else {
-            s.cost += step +
-                      (symbol < classes && symbol != 0 ? rare_cost[static_cast<u32>(c.what)] : 0) +
-                      (symbol != other_class    ? 0
-                       : c.letter < latin_1_end ? foreign_cost
-                                                : foreign_and_rare_cost);
-        }
-        const bool opens = s.before == mark_class && is_letter(c) && !s.inside;
-        if (s.before == mark_class && is_letter(c)) {
-            s.cost += s.inside ? mark_inside_cost(s.last) : mark_before_cost(s.last);
-        }
-        if (s.before == mark_class && is_quote(s.last)) {
-            const bool apostrophe = s.last.letter == u'’';
-            s.cost += !opens && s.quotes == 0 && s.inside && !apostrophe ? unpaired : 0;
-            s.quotes = opens ? s.quotes + (apostrophe ? 0 : 1) : s.quotes - std::min(s.quotes, 1U);
-        }
-        s.inside = symbol == mark_class && is_letter(s.last);
-        s.cost += s.inside ? mark_behind_cost(c) : 0;
-        s.before = symbol;
-        s.older = s.last;
-        s.last = c;
+        two = two_letters(two % two_letters(1, 0), third);
+        cost += symbol == mark_class ? std::min(step, most_for_a_mark) : step;
+        cost += symbol < classes && symbol != 0 && symbol != mark_class
+                    ? rare_cost[static_cast<u32>(c.what)]
+                    : 0;
+        cost += symbol != other_class    ? 0
+                : c.letter < latin_1_end ? foreign_cost
+                                         : foreign_and_rare_cost;
+        before = symbol;
     }
+    return cost;
+}
+
+// Where that is kept: many candidates read the same.
+scorer::judged_line& scorer::find_line(std::span<const seen> line) {
+    u64 hash = 0xCBF29CE484222325U;
+    for (const seen& c : line) {
+        hash = (hash ^ c.scalar) * 0x100000001B3U;
+    }
+    judged_line& found = lines_[hash % std::size(lines_)];
+    if (found.hash != hash) {
+        found = {hash, {}};
+    }
+    return found;
 }
 
 u32 scorer::judge_characters(std::span<const seen> text, const model& m, u32 most) {
@@ -333,39 +374,31 @@ u32 scorer::judge_characters(std::span<const seen> text, const model& m, u32 mos
 }
 
 // Each line in the likeliest language of those with letters, of which there are some.
-u32 scorer::judge_lines(std::span<const seen> text, std::span<u32> among, standing* at) {
+u32 scorer::judge_lines(std::span<const seen> text, std::span<u32> among, standing* at, u32 most) {
     const auto by_cost = [&](u32 a, u32 b) { return at[a].cost < at[b].cost; };
-    while (!text.empty()) {
+    const u32 in_all = cost_in_all_languages(text);
+    u32 likeliest = *std::ranges::min_element(among, by_cost);
+    while (!text.empty() && at[likeliest].cost + in_all < most) {
         const auto end = std::ranges::find(text, U'\n', &seen::scalar);
         const auto size = static_cast<std::size_t>(end - text.begin());
         const std::span<const seen> line = text.first(std::min(size + 1, text.size()));
         text = text.subspan(line.size());
-        // The likeliest one comes first, so that the others need not go far.
-        std::iter_swap(among.begin(), std::ranges::min_element(among, by_cost));
-        const standing from = at[among[0]];
-        u32 best = none;
+        judged_line& judged = find_line(line);
+        const standing from = at[likeliest];
         for (const u32 i : among) {
             standing& s = at[i];
-            if (s.cost >= from.cost + s.change) {
-                const u32 change = s.change;
-                s = from;
-                s.cost += change;
-                s.change = change;
+            s.cost = std::min(s.cost, from.cost + s.change);
+            if (judged.costs[i] == 0) {
+                judged.costs[i] = judge_letters(line, models_[i]);
             }
-            judge_letters(line, models_[i], s, best + most_change);
-            best = std::min(best, s.cost);
+            s.cost += judged.costs[i];
         }
+        likeliest = *std::ranges::min_element(among, by_cost);
     }
-    u32 best = none;
-    for (const u32 i : among) {
-        const standing& s = at[i];
-        best = std::min(best, s.cost + (s.longest_run == 1 ? no_word : 0) +
-                                  (s.quotes > 0 ? unpaired : 0));
-    }
-    return best;
+    return at[likeliest].cost + in_all;
 }
 
-u32 scorer::judge(std::span<const seen> text, std::string_view native, u32 foreigner) {
+u32 scorer::judge(std::span<const seen> text, std::string_view native, u32 foreigner, u32 most) {
     if (count_ == 0) {
         find_models();
     }
@@ -373,7 +406,7 @@ u32 scorer::judge(std::span<const seen> text, std::string_view native, u32 forei
     const bool letters = found.latin || found.greek || found.cyrillic || found.other;
     standing at[most_models];
     u32 alphabets[most_models], count = 0;
-    u32 best = none;
+    u32 best = most;
     for (u32 i = 0; i < count_; ++i) {
         model& m = models_[i];
         const bool wanted = m.letters.empty()              ? found.characters || found.marks
@@ -390,11 +423,10 @@ u32 scorer::judge(std::span<const seen> text, std::string_view native, u32 forei
             best = std::min(best, judge_characters(text, m, best - std::min(best, more)) + more);
             continue;
         }
-        at[i].cost = more;
-        at[i].change = std::max(more, least_change);
+        at[i] = {more, std::max(more, least_change)};
         alphabets[count++] = i;
     }
-    return count > 0 ? std::min(best, judge_lines(text, {alphabets, count}, at)) : best;
+    return count > 0 ? std::min(best, judge_lines(text, {alphabets, count}, at, best)) : best;
 }
 
 } // namespace text

@@ -9,6 +9,7 @@ namespace text {
 
 // Costs are quarters of a bit.
 inline constexpr u32 bit = 4;
+inline constexpr u32 any_cost = ~0U >> 1;
 
 constexpr bool within(u32 c, u32 first, u32 last) {
     return c >= first && c <= last;
@@ -65,7 +66,7 @@ struct common_line {
     std::string_view common;
 };
 
-// Holds what it made of the models, some 300 KB at most, and lives as long as a guess.
+// Holds what it made of the models and of words, 1 MB at most, and lives as long as a guess.
 class scorer {
 public:
     scorer() = default;
@@ -73,11 +74,13 @@ public:
     scorer(const scorer&) = delete;
     scorer& operator=(const scorer&) = delete;
 
-    // What the reading costs, each of its lines in the likeliest of all languages. To begin with
-    // one that is not native (parted by blanks; "*": any) costs so much more.
-    u32 judge(std::span<const seen> text, std::string_view native, u32 foreigner);
+    // What the reading costs, each of its lines in the likeliest of all languages; where that is
+    // "most" or more, anything from there on. To begin with one that is not native (parted by
+    // blanks; "*": any) costs so much more.
+    u32 judge(std::span<const seen> text, std::string_view native, u32 foreigner, u32 most);
 
 private:
+    static constexpr u32 most_models = 48;
     struct model {
         std::string_view language, letters; // no letters: characters
         std::string_view lines;
@@ -85,29 +88,30 @@ private:
         u8* symbols;
         u8* costs; // of what is behind what; then, of characters within their kind
         u32 width;
-        common_line* common; // in the order of what stands before
-        u32 common_count;
+        common_line* common; // by a hash of what stands before
+        u32 common_last;
     };
     void find_models();
     bool load(model& m);
     static void load_common(model& m, std::string_view lines);
+    static common_line* find_common(const model& m, u32 before);
     static u32 common_cost(const model& m, u32 before, u32 now);
-    // How far a reading is, and what it has cost, in a language.
+    // What a reading has cost in a language, and what it costs to change to that.
     struct standing {
-        u32 cost = 0, change = 0, before = 0;
-        seen older = see(' '), last = older;
-        bool inside = false;          // at a mark behind a letter
-        u32 quotes = 0;               // that are open
-        u32 run = 0, longest_run = 0; // of letters of another script than ASCII's
-        u32 two = '_' << 16 | '_';    // the last letters
+        u32 cost, change;
     };
-    static void judge_letters(std::span<const seen> line, const model& m, standing& s, u32 most);
-    u32 judge_lines(std::span<const seen> text, std::span<u32> among, standing* at);
+    struct judged_line {
+        u64 hash;
+        u32 costs[most_models]; // 0: not judged yet
+    };
+    static u32 judge_letters(std::span<const seen> line, const model& m);
+    judged_line& find_line(std::span<const seen> line);
+    u32 judge_lines(std::span<const seen> text, std::span<u32> among, standing* at, u32 most);
     static u32 judge_characters(std::span<const seen> text, const model& m, u32 most);
 
-    static constexpr u32 most_models = 48;
     model models_[most_models] = {};
     u32 count_ = 0;
+    judged_line lines_[1024] = {};
 };
 
 } // namespace text

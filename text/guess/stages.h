@@ -27,6 +27,7 @@ struct candidate {
     pvzan_name name{};
     char16_t high[128]{};             // of a single-byte charset: the characters 80 to FF
     pvzan_converter* reads = nullptr; // to the end of the text
+    u64 reads_from = 0;               // in the stream that all read
     bool alive = false;
     bool by_chance = false;         // of UTF-8: contains a character that others may form by chance
     i32 cost = 0;                   // quarters of a bit
@@ -94,8 +95,9 @@ struct pvzan_guesser {
     u32 weighed_size;
     u64 met_at[256]; // first place of a byte, counted from 1; 0: none
     // Words with bytes that the evidence lacks, or has seldom.
-    u8 wanted[256]; // how many are missing
-    u32 late_looks; // at words, which take time
+    u8 wanted[256];  // how many are missing
+    bool noted[256]; // nothing is to be learnt of the byte any more
+    u32 late_looks;  // at words, which take time
     u8 late[text::late_room];
     std::size_t late_size;
     text::origin late_origins[text::most_late];
@@ -117,11 +119,15 @@ bool is_native(const pvzan_guesser& g, const candidate& c);
 // Reads as one of the candidates does. Fills in faults, beyond, odd, hash and where the first fault
 // is.
 std::span<seen> read_as(pvzan_guesser& g, candidate& c, std::span<const u8> bytes, bool complete);
-// The costs of all alive candidates; those far behind are none any more.
-void weigh(pvzan_guesser& g, std::span<const u8> evidence, bool complete);
+// The costs of all alive candidates; those far behind are none any more. Ends early where none is
+// left of a structure that is wanted, or one behind it.
+void weigh(pvzan_guesser& g, std::span<const u8> evidence, bool complete,
+           structure wanted = structure::several_bytes);
 bool is_plain_utf8(pvzan_guesser& g, bool complete);
 
 // words.cpp
+// Designates a set of two-byte codes, or half-width katakana.
+bool is_designation(const u8* p, const u8* end);
 void take_words(pvzan_guesser& g, std::span<const u8> bytes);
 // Has those that are likely read what was gathered, and the rest to come.
 void read_on(pvzan_guesser& g, bool last, bool complete);

@@ -10,6 +10,7 @@ namespace text {
 namespace {
 
 constexpr std::size_t first_look = 512;
+constexpr i32 no_cost = 0x3FFFFFFF;
 
 // What a candidate reads.
 class taker {
@@ -147,15 +148,20 @@ i32 prior_of(const pvzan_guesser& g, const candidate& c) {
     return -first - utf8_for_each * static_cast<i32>(more);
 }
 
-void weigh_one(pvzan_guesser& g, candidate& c, std::span<const u8> evidence, bool complete) {
+// Lowers what the best one costs. One that is far behind it is not judged to its end.
+void weigh_one(pvzan_guesser& g, candidate& c, std::span<const u8> evidence, bool complete,
+               i32& best) {
     const std::span<seen> text = read_as(g, c, evidence, complete);
     if (is_too_faulty(c.faults, c.beyond)) {
         c.alive = false;
         return;
     }
-    const u32 by_text = g.judge.judge(text, c.row.languages, foreigner_cost);
-    c.cost = static_cast<i32>(by_text) + static_cast<i32>(c.faults) * fault_cost(c) +
-             prior_of(g, c) - (is_native(g, c) && c.beyond < few_characters ? favour : 0);
+    c.cost = static_cast<i32>(c.faults) * fault_cost(c) + prior_of(g, c) -
+             (is_native(g, c) && c.beyond < few_characters ? favour : 0);
+    const i32 most = std::max(best + far_behind + 1 - c.cost, 0);
+    c.cost += static_cast<i32>(
+        g.judge.judge(text, c.row.languages, foreigner_cost, static_cast<u32>(most)));
+    best = std::min(best, c.cost);
 }
 
 // The first one before it in its family that reads everything, and nothing odd.
@@ -183,7 +189,7 @@ void follow(const pvzan_guesser& g, candidate& c, const candidate& first, bool s
 
 } // namespace
 
-void weigh(pvzan_guesser& g, std::span<const u8> evidence, bool complete) {
+void weigh(pvzan_guesser& g, std::span<const u8> evidence, bool complete, structure wanted) {
     // A first look at the beginning, up to the end of a word, settles most.
     std::size_t size = std::min<std::size_t>(evidence.size(), first_look);
     while (size < evidence.size() && evidence[size - 1] >= 0x30 &&
@@ -193,24 +199,33 @@ void weigh(pvzan_guesser& g, std::span<const u8> evidence, bool complete) {
     for (candidate& c : std::span(g.candidates, g.count)) {
         c.alive = c.alive && may_be_codes(c.row, evidence.first(size));
     }
+    candidate* likely = nullptr; // by the first look; weighed first, so that others need not be
     for (;;) {
         const bool all = size == evidence.size();
-        i32 best = 0x7FFFFFFF;
+        i32 best = no_cost;
+        if (likely != nullptr) {
+            weigh_one(g, *likely, evidence, complete, best);
+        }
         for (candidate& c : std::span(g.candidates, g.count)) {
-            if (!c.alive) {
+            if (!c.alive || &c == likely) {
                 continue;
             }
             if (const candidate* first = reader_before(g, c)) {
                 follow(g, c, *first, g.named || !all);
-            } else {
-                weigh_one(g, c, evidence.first(size), all && complete);
+                best = c.alive ? std::min(best, c.cost) : best;
+                continue;
             }
-            best = c.alive ? std::min(best, c.cost) : best;
+            const i32 before = best;
+            weigh_one(g, c, evidence.first(size), all && complete, best);
+            likely = best < before ? &c : likely;
         }
         for (candidate& c : std::span(g.candidates, g.count)) {
             c.alive = c.alive && c.cost <= best + far_behind;
         }
-        if (all) {
+        const bool possible =
+            std::any_of(g.candidates, g.candidates + g.count,
+                        [&](const candidate& c) { return c.alive && c.row.codes >= wanted; });
+        if (all || !possible) {
             break;
         }
         size = evidence.size();

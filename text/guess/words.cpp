@@ -110,8 +110,7 @@ const u8* neighbour_end(const u8* blank, const u8* stop) {
 
 } // namespace
 
-// Designates a set of two-byte codes, or half-width katakana.
-static bool is_designation(const u8* p, const u8* end) {
+bool is_designation(const u8* p, const u8* end) {
     return end - p >= 3 && p[0] == escape &&
            ((p[1] == '$' && (p[2] == 'B' || p[2] == '@' || p[2] == 'A' ||
                              (end - p >= 4 && (p[2] == '(' || p[2] == ')')))) ||
@@ -229,7 +228,7 @@ void feed_one(pvzan_guesser& g, candidate& c, std::span<const u8> bytes, i32 how
             pvzan_fault fault = {};
             fault.size = offsetof(pvzan_fault, why); // no words are needed
             pvzan_last_fault(c.reads, &fault);
-            c.fault_at = original(g, fault.offset);
+            c.fault_at = original(g, c.reads_from + fault.offset);
             c.fault_byte = fault.bytes[0];
         }
         if (c.text_faults == enough_faults) {
@@ -237,6 +236,17 @@ void feed_one(pvzan_guesser& g, candidate& c, std::span<const u8> bytes, i32 how
         }
         pvzan_answer(c.reads, PVZAN_DROP, nullptr, nullptr, nullptr, nullptr);
     }
+}
+
+// The last designation in ISO-2022-JP, from which one may begin to read; all, where there is none.
+std::span<const u8> from_last_designation(std::span<const u8> bytes) {
+    constexpr std::size_t longest = 4;
+    for (std::size_t at = bytes.size() - std::min(longest - 1, bytes.size()); at-- > 0;) {
+        if (bytes[at] == escape && (bytes[at + 1] == '(' || bytes[at + 1] == '$')) {
+            return bytes.subspan(at);
+        }
+    }
+    return bytes;
 }
 
 // Keeps the word around a byte, if all of it is there. Returns where it ends, or the next byte.
@@ -269,8 +279,11 @@ std::size_t keep_late_word(pvzan_guesser& g, std::span<const u8> bytes, std::siz
 // Single bytes are read by what they are.
 void note_bytes(pvzan_guesser& g, std::span<const u8> bytes) {
     std::size_t kept = 0; // up to here, words are not kept again
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        const u8 byte = bytes[i];
+    const auto is_done = [&](u8 byte) { return g.noted[byte]; };
+    auto at = bytes.begin();
+    while ((at = std::find_if_not(at, bytes.end(), is_done)) != bytes.end()) {
+        const u8 byte = *at;
+        const auto i = static_cast<std::size_t>(at++ - bytes.begin());
         if (byte >= 0x80 && g.met_at[byte] == 0) {
             g.met_at[byte] = original(g, g.batch_begin + i) + 1;
             const auto met = std::count(g.evidence, g.evidence + g.evidence_size, byte);
@@ -280,6 +293,7 @@ void note_bytes(pvzan_guesser& g, std::span<const u8> bytes) {
             ++g.late_looks;
             kept = keep_late_word(g, bytes, i);
         }
+        g.noted[byte] = g.wanted[byte] == 0 || g.late_looks == most_late_looks;
     }
 }
 
@@ -300,7 +314,7 @@ void find_hole(const pvzan_guesser& g, candidate& c) {
 } // namespace
 
 void feed_all(pvzan_guesser& g, std::span<const u8> bytes, i32 how) {
-    bool holes = false;
+    bool holes = false, plain = false;
     for (candidate& c : std::span(g.candidates, g.count)) {
         holes = holes || (c.alive && c.row.codes == structure::single_byte);
         if (!c.alive || c.text_faults == enough_faults || c.row.codes == structure::single_byte) {
@@ -310,9 +324,17 @@ void feed_all(pvzan_guesser& g, std::span<const u8> bytes, i32 how) {
             c.reads = open_reader(c);
             c.alive = c.reads != nullptr;
         }
-        if (c.alive) {
-            feed_one(g, c, bytes, how);
+        if (!c.alive) {
+            continue;
         }
+        // The others have all that ISO-2022-JP has, and need only know where it is.
+        const std::span<const u8> rest = plain ? from_last_designation(bytes) : bytes;
+        if (rest.size() < bytes.size()) {
+            pvzan_reset(c.reads);
+            c.reads_from = g.batch_begin + (bytes.size() - rest.size());
+        }
+        feed_one(g, c, rest, how);
+        plain = plain || (c.row.name == "iso-2022-jp" && c.text_faults == 0);
     }
     if (holes) {
         note_bytes(g, bytes);
