@@ -158,7 +158,8 @@ class Filter(Room):
             self.assertEqual((tool.returncode, (self.dir / name).read_text()), (0, "い\n"))
         self.assertEqual({name: belongings(name) for name in modes}, before)
         if root:  # who may not give files away, or make any there, writes into them, or leaves them
-            (self.dir / "plain").chmod(0o666)
+            plain = self.dir / "plain"
+            plain.chmod(0o666)
             powerless = ["setpriv", "--bounding-set=-chown,-dac_override", TOOL]
             for folder_of, text in ((0, "う"), (1234, "え")):
                 os.chown(self.dir, folder_of, folder_of)
@@ -166,7 +167,6 @@ class Filter(Room):
                 for arguments, status in (("-f utf-8 -o plain in", 0), ("-i -t utf-16 plain", 2)):
                     seen = subprocess.run(powerless + arguments.split(), cwd=self.dir, stderr=subprocess.PIPE)
                     self.assertEqual(seen.returncode, status, seen.stderr)
-                    plain = self.dir / "plain"
                     self.assertEqual((plain.read_text(), plain.stat().st_uid), (text, 1234))
 
     def test_trouble_of_one_file_is_told_and_spares_the_others(self):
