@@ -107,6 +107,7 @@ TEST(Threads, CancelAndForkLeaveNoLock) {
             const test::temp_dir directory(test::without_caches);
             test::in_child([&] {
                 ZAN_setCharsetPath(directory.path().c_str());
+                test::use_shipped_charsets(); // not in the thread: a fork may interrupt it
                 pthread_t loading{};
                 const auto load_all = [](void*) -> void* {
                     convert_all(0);
