@@ -170,3 +170,8 @@ def toned(c):
     parts = unicodedata.normalize("NFD", c)
     tone = [m for m in parts if m in "\u0300\u0301\u0303\u0309\u0323"]
     return unicodedata.normalize("NFC", "".join(m for m in parts if m not in tone)) + "".join(tone)
+
+
+def dotted(text):
+    """As Irish was written, and as iso-8859-14 has it: with a dot on a consonant in place of an h behind it."""
+    return unicodedata.normalize("NFC", re.sub("([bcdfgmpstBCDFGMPST])[hH]", "\\1\u0307", text))
