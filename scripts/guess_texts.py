@@ -21,7 +21,8 @@ LANGUAGES = ["en", "de", "fr", "es", "it", "pt", "nl", "da", "sv", "nb", "fi", "
              "ru", "uk", "bg", "sr", "be", "el", "he", "ar", "th", "ja", "ko", "zh_CN", "zh_TW"]
 LITTLE = ["cy", "ga", "et", "lt", "lv"]  # of which there is little text besides
 MANUALS = {"pt": "pt-br", "zh_CN": "zh", "zh_TW": "zh"}
-FIREFOX = {"es": "es-es", "ga": "ga-ie", "pt": "pt-pt", "nb": "nb-no", "sv": "sv-se", "zh_CN": "zh-cn", "zh_TW": "zh-tw"}
+FIREFOX = {"es": "es-es", "ga": "ga-ie", "pt": "pt-pt", "nb": "nb-no", "sv": "sv-se", "zh_CN": "zh-cn",
+           "zh_TW": "zh-tw"}
 HANDBOOK = {"en": "en-US", "nb": "nb-NO", "pt": "pt-BR", "zh_CN": "zh-CN", "zh_TW": "zh-TW", "ar": "ar-MA",
             "ca": "ca-ES", "cs": "cs-CZ", "da": "da-DK", "el": "el-GR", "ja": "ja-JP", "ko": "ko-KR",
             "sv": "sv-SE", "vi": "vi-VN"}
