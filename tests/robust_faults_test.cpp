@@ -4,6 +4,7 @@
 #include "cconv/definition/definition.h"
 #include "cconv/tables/table.h"
 #include "platform/platform.h"
+#include "pvzan_text.h"
 #include "tests/support/charset_directory.h"
 #include "tests/support/child.h"
 #include "tests/support/convert.h"
@@ -174,6 +175,7 @@ void use_without_memory(const test::temp_dir& directory, start from, long needed
     first_failure = needed;
     both.use(sample);
     make_and_release("one.xml");
+    pvzan_guess_close(pvzan_guess_open(nullptr, nullptr));
     first_failure = 0;
     const bool enough = calls < needed;
     if (enough) {

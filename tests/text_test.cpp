@@ -41,11 +41,14 @@ struct conversion {
 
     [[nodiscard]] pvzan_converter* open() const {
         use_shipped_charsets();
-        pvzan_open_options asked = how;
-        asked.size = sizeof asked;
+        pvzan_open_options asked[] = {how, {}}; // a record with fields that are not known here
+        asked->size = sizeof asked;
+        asked[1].size = 1;
         pvzan_error error = {};
         error.size = sizeof error;
-        pvzan_converter* c = pvzan_open(from, to, &asked, &error);
+        EXPECT_EQ(pvzan_open(from, to, asked, &error), nullptr);
+        asked[1].size = 0;
+        pvzan_converter* c = pvzan_open(from, to, asked, &error);
         EXPECT_NE(c, nullptr) << error.text;
         return c;
     }
@@ -101,6 +104,9 @@ void feed(pvzan_converter* c, std::string_view piece, std::int32_t how, std::siz
     pvzan_outcome said = PVZAN_FEED_MORE_ROOM;
     while (said == PVZAN_FEED_MORE_ROOM || said == PVZAN_FEED_FAULT) {
         said = go_on();
+        std::uint8_t state[512];
+        ASSERT_TRUE(said != PVZAN_FEED_MORE_ROOM ||
+                    pvzan_stands_as(c, state, pvzan_save(c, state, sizeof state)) == 1);
         if (said == PVZAN_FEED_FAULT) {
             const std::uint32_t length = note_fault(c, result);
             if (answer == PVZAN_TELL) { // it stays in the input
@@ -109,6 +115,7 @@ void feed(pvzan_converter* c, std::string_view piece, std::int32_t how, std::siz
                 continue;
             }
             ASSERT_EQ(go_on(), PVZAN_FEED_FAULT) << "said again";
+            ASSERT_TRUE(answer <= PVZAN_HEX || say({nullptr, 1}) == PVZAN_FEED_MISUSE);
             const pvzan_outcome answered = say(words);
             if (answer == PVZAN_WRITE_UTF8 && answered == PVZAN_FEED_FAULT) {
                 pvzan_answer(c, PVZAN_DROP, nullptr, nullptr, nullptr, nullptr);

@@ -395,9 +395,10 @@ pvzan_outcome feed(pvzan_converter& c, fast::path& path, cursor& at) {
     }
 }
 
-bool is_misuse(const pvzan_converter* c, const void* in, const size_t* left, const void* out,
+bool is_misuse(const pvzan_converter* c, const u8** in, const size_t* left, u8** out,
                const size_t* room) {
-    return c == nullptr || in == nullptr || left == nullptr || out == nullptr || room == nullptr;
+    return c == nullptr || in == nullptr || left == nullptr || out == nullptr || room == nullptr ||
+           (*in == nullptr && *left > 0) || (*out == nullptr && *room > 0);
 }
 
 } // namespace
@@ -411,7 +412,6 @@ extern "C" {
 pvzan_outcome pvzan_feed(pvzan_converter* converter, const uint8_t** in, size_t* left,
                          uint8_t** out, size_t* room, int32_t how) {
     if (is_misuse(converter, in, left, out, room) || how < PVZAN_PART || how > PVZAN_FLUSH ||
-        (*in == nullptr && *left > 0) || (*out == nullptr && *room > 0) ||
         converter->now.now == stage::ended) {
         return PVZAN_FEED_MISUSE;
     }

@@ -85,7 +85,7 @@ constexpr char next_plain(const char*& text, const char* end) {
     while (text != end && is_separator(*text)) {
         ++text;
     }
-    return text == end || *text == '\0' ? '\0' : fold_ascii(*text++);
+    return text == end ? '\0' : fold_ascii(*text++);
 }
 
 constexpr bool same_name(std::string_view a, std::string_view b) {

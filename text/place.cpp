@@ -10,26 +10,18 @@ namespace text {
 
 namespace {
 
-u64 count_sequences(const pvzan_converter& c, const u8* p, std::size_t size) {
+u64 count_utf8(const u8* p, std::size_t size) {
     u64 others = 0;
-    if (c.from.kind == PVZAN_KIND_UTF_8) {
-        std::size_t i = 0;
-        for (u64 eight = 0; i + sizeof eight <= size; i += sizeof eight) {
-            constexpr u64 ones = 0x0101010101010101;
-            std::memcpy(&eight, p + i, sizeof eight);
-            others += (eight >> 7 & ~(eight >> 6) & ones) * ones >> 56;
-        }
-        for (; i < size; ++i) {
-            others += (p[i] & 0xC0) == 0x80 ? 1U : 0U;
-        }
-        return size - others;
+    std::size_t i = 0;
+    for (u64 eight = 0; i + sizeof eight <= size; i += sizeof eight) {
+        constexpr u64 ones = 0x0101010101010101;
+        std::memcpy(&eight, p + i, sizeof eight);
+        others += (eight >> 7 & ~(eight >> 6) & ones) * ones >> 56;
     }
-    if (c.from.kind == PVZAN_KIND_UTF_16) {
-        for (std::size_t i = c.now.big_source ? 0 : 1; i < size; i += 2) {
-            others += (p[i] & 0xFC) == 0xDC ? 1U : 0U;
-        }
+    for (; i < size; ++i) {
+        others += (p[i] & 0xC0) == 0x80 ? 1U : 0U;
     }
-    return size / c.from.unit - others;
+    return size - others;
 }
 
 // Counts the characters of text without faults, by converting it again.
@@ -65,8 +57,8 @@ u64 count_codes(pvzan_converter& c, fast::path& path, const u8* p, std::size_t s
 // Counts the characters that are missing in the column.
 u64 count_lacking(pvzan_converter& c, const lag& behind, fast::path& path) {
     const auto size = static_cast<std::size_t>(behind.to - behind.line);
-    if (is_unicode(c.from)) {
-        return count_sequences(c, behind.line, size);
+    if (is_unicode(c.from)) { // without surrogates, which are read one by one
+        return c.from.kind == PVZAN_KIND_UTF_8 ? count_utf8(behind.line, size) : size / c.from.unit;
     }
     session& s = c.work;
     const u32 in_set = s.srcShiftSet, out_set = s.dstShiftSet, code = s.srcCode;

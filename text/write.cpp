@@ -229,9 +229,6 @@ pvzan_outcome write_text(pvzan_converter& c, bool raw, const u8*& text, std::siz
         c.now.out += n;
         return n;
     };
-    if ((text == nullptr && left > 0) || (out == nullptr && room > 0)) {
-        return PVZAN_FEED_MISUSE;
-    }
     if (!raw && !has_all(c, text, left)) {
         return PVZAN_FEED_FAULT;
     }

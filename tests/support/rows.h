@@ -38,7 +38,7 @@ inline std::vector<row_cells> rows_of(const std::string& name, std::size_t cells
         EXPECT_EQ(row.size(), cells) << line;
         row.resize(cells);
     }
-    EXPECT_GT(rows.size(), 20U) << name;
+    EXPECT_GT(rows.size(), 15U) << name;
     return rows;
 }
 

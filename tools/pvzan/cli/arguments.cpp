@@ -228,8 +228,8 @@ std::optional<command> read_arguments(int argc, char** argv, int& status) {
         return std::nullopt;
     }
     if (asks_help || c.asks_version) {
-        fmt::print("{}", asks_help ? help_text(c.what) : version(c.charset_dir));
-        status = std::fflush(stdout) == 0 ? exit_converted : exit_no_work;
+        answer_lines(asks_help ? help_text(c.what) : version(c.charset_dir));
+        status = finish_answers() ? exit_converted : exit_no_work;
         return std::nullopt;
     }
     share(c);

@@ -22,19 +22,6 @@ pvzan_open_options open_options(const text_options& options, bool begins) {
     return how;
 }
 
-// A character to write in the place of one, as --similar allows; 0: none. A yen sign that becomes a
-// backslash is alike to nobody's program.
-char32_t stand_in(const pvzan_fault& fault) {
-    const bool character =
-        fault.kind == PVZAN_FAULT_MISSING || fault.kind == PVZAN_FAULT_OTHER_BACK;
-    if (!character) {
-        return 0;
-    }
-    const bool other = fault.scalars_count == 1 && fault.back_count == 1 && fault.back[0] >= 0x80 &&
-                       fault.back_bytes_count == 0;
-    return fault.look_alike != 0 ? fault.look_alike : other ? fault.back[0] : 0;
-}
-
 } // namespace
 
 problem_kind kind_of(const pvzan_fault& fault) {
@@ -191,15 +178,14 @@ bool text_feed::answer(std::int32_t how, const std::string& text) {
 }
 
 bool text_feed::write_look_alike(const pvzan_fault& fault) {
-    const char32_t like = options_.similar ? stand_in(fault) : 0;
     constexpr std::size_t ample = 256;
-    if (like == 0) {
+    if (!options_.similar || fault.look_alike == 0) {
         return false;
     }
     if (output_bytes - filled_ < ample) {
         deliver();
     }
-    const bool written = answer(PVZAN_WRITE_UTF8, utf8_of(like));
+    const bool written = answer(PVZAN_WRITE_UTF8, utf8_of(fault.look_alike));
     if (written && sinks_.look_alikes) {
         sinks_.look_alikes(fault.scalars[0]);
     }
