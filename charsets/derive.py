@@ -4,15 +4,16 @@
     derive.py [--check] [DIRECTORY]
 
 writes DIRECTORY/tables/*.tsv and DIRECTORY/further/*.tsv (the directory of this file unless given); with --check it
-writes nothing and compares. Every table is compared with a second system (Perl, Python) and, where there is one, a third. The differences to expect
-are listed in derivation/ with their reasons; any other stops the derivation. Not needed to build: the tables are
-part of the source tree.
+writes nothing and compares. Every table is compared with a second system (Perl, Python) and, where there is one, a
+third. The differences to expect are listed in derivation/ with their reasons; any other stops the derivation. Not
+needed to build: the tables are part of the source tree.
 """
 
 import sys
 from pathlib import Path
 
-from derivation import chinese_korean, decomposition, further_chinese_korean, further_japanese, japanese, mainframe, single_byte
+from derivation import (chinese_korean, decomposition, further_chinese_korean, further_japanese, japanese, mainframe,
+                        single_byte)
 from derivation.sources import SourceMissing
 
 EXIT_DIFFERENT = 1
@@ -26,7 +27,8 @@ def main(arguments):
     try:
         tables = [*japanese.tables(), *chinese_korean.tables()]
         base = {table.name: table.mapping() for table in tables}
-        tables += [*further_japanese.tables(base), *further_chinese_korean.tables(), *mainframe.tables(), *decomposition.tables()]
+        tables += [*further_japanese.tables(base), *further_chinese_korean.tables(), *mainframe.tables(),
+                   *decomposition.tables()]
         further = [*single_byte.tables()]
     except SourceMissing as missing:
         print(f"derive.py: not on this machine: {missing}", file=sys.stderr)

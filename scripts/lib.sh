@@ -4,11 +4,11 @@
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# Packages of Debian 12. The build needs the compiler and build programs, fmt for the tool, GoogleTest for the tests, and
-# Python for the module and as a second opinion on character codes.
+# Packages of Debian 12. The build needs the compiler and build programs, fmt for the tool, GoogleTest for the tests,
+# and Python for the module and as a second opinion on character codes.
 build_packages=(g++ cmake ninja-build libfmt-dev libgtest-dev python3 python3-dev)
-# The tests also need pkg-config, zsh and fish to check the completions, groff to check the manual pages, manual pages in
-# four languages as texts to guess, GNU parallel, and a program that uses iconv(3).
+# The tests also need pkg-config, zsh and fish to check the completions, groff to check the manual pages, manual pages
+# in four languages as texts to guess, GNU parallel, and a program that uses iconv(3).
 # shellcheck disable=SC2034 # for scripts/test
 test_packages=(pkgconf zsh fish groff-base manpages-ja manpages-de manpages-fr manpages-es parallel
     libxml2-utils)
@@ -78,6 +78,7 @@ build_preset() {
     fi
     local directory=$2
     shift 2
-    cmake --build "$directory" --parallel "$(nproc)" ${1:+--target} "$@" -- --quiet 2>&1 | sed '/^ninja: no work to do/d' >&2
+    cmake --build "$directory" --parallel "$(nproc)" ${1:+--target} "$@" -- --quiet 2>&1 |
+        sed '/^ninja: no work to do/d' >&2
     return "${PIPESTATUS[0]}"
 }

@@ -1,8 +1,8 @@
 """All clients of the strict interface say the same of damaged texts of every charset: clients_test.py TOOL CLIENTS.
 
-Text, kinds, offsets, bytes, lines and columns of the faults, in every cut. Each client answers with one line for a text,
-and those of the tool are what the others are held against. Python's are the C interface's, called by ctypes, but for the
-lines and columns, which are counted here.
+Text, kinds, offsets, bytes, lines and columns of the faults, in every cut. Each client answers with one line for a
+text, and those of the tool are what the others are held against. Python's are the C interface's, called by ctypes,
+but for the lines and columns, which are counted here.
 """
 
 import codecs
@@ -38,7 +38,8 @@ def damaged(charset):
     for _ in range(20):
         text = bytearray(sound[: chance.randrange(32, 80, 4)])
         for _ in range(chance.randrange(5)):
-            text[chance.randrange(len(text))] = chance.choice([*b"\x1b\x81\x8f\xff\x80\n\r$\xe3", chance.randrange(256)])
+            byte = chance.choice([*b"\x1b\x81\x8f\xff\x80\n\r$\xe3", chance.randrange(256)])
+            text[chance.randrange(len(text))] = byte
         texts.append(bytes(text))
     if charset in LONG:
         texts.append(b"".join(sound * chance.randrange(40000 // len(sound)) + chance.choice(texts) for _ in range(70)))
@@ -83,7 +84,8 @@ def by_python(data, charset, encodes):
         text = data.decode(f"pvzan:{charset}", "pvzan-test")
         pair = "^$" if "\u309a".encode(f"pvzan:{charset}", "ignore") else PAIR  # a code of its own
         before = [MARK * (i > 0) + re.sub(pair, "", piece) for i, piece in enumerate(text.split(MARK))]
-        result = "".join(map("".join, zip([""] + [f"<{hex}>" * (hex != "") for _, hex, _ in seen], text.split(MARK)))).encode()
+        shown = [""] + [f"<{hex}>" * (hex != "") for _, hex, _ in seen]
+        result = "".join(map("".join, zip(shown, text.split(MARK)))).encode()
     faults, line, column = [], 1, 1
     for (at, hex, why), passed in zip(seen, before):
         lines = re.split("\r\n|\r|\n", passed)

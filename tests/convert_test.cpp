@@ -425,10 +425,6 @@ TEST(Hz, EveryShortText) {
                 (hz_result{70000 % 65536, not_set, letters + "??"}));
 }
 
-utf7_result expected(std::uint32_t value, const std::u32string& text) {
-    return {value, static_cast<std::uint32_t>(text.size()), text};
-}
-
 // In rooms around its length, and known texts: recorded when spelled-out cases had been found
 // right. A character that does not fit is left whole, and so is a pair.
 TEST(Utf7, EveryShortText) {
@@ -449,8 +445,10 @@ TEST(Utf7, EveryShortText) {
         ask(c);
         ask("+A" + c + "E-" + c);
     }
-    EXPECT_EQ(from_utf7("Hi Mom -+Jjo--+2//f/w-", 100), expected(0, U"Hi Mom -\u263A-\U0010FFFF"));
-    EXPECT_EQ(from_utf7("a+2D0AYQ-", 100), expected(2, U"a")); // half a pair before another letter
+    EXPECT_EQ(from_utf7("Hi Mom -+Jjo--+2//f/w-", 100),
+              (utf7_result{0, 11, U"Hi Mom -\u263A-\U0010FFFF"}));
+    EXPECT_EQ(from_utf7("a+2D0AYQ-", 100),
+              (utf7_result{2, 1, U"a"})); // half a pair before another letter
 }
 
 TEST(StandAlone, NullPointers) {

@@ -187,11 +187,6 @@ bool is_read_at_start(const char* charset) {
     return false;
 }
 
-void shown_name(std::string_view charset, char (&shown)[64]) {
-    const row* const found = row_of(charset);
-    copy(found != nullptr ? std::string_view(found->shown) : charset, shown);
-}
-
 bool relative_of(std::string_view charset, std::size_t index, char (&relative)[64]) {
     const row* const found = row_of(charset);
     std::string_view rest = found != nullptr ? found->relatives : part();

@@ -21,9 +21,6 @@ void describe_codes(const charset_group* group, pvzan_name& meaning);
 // Whether a definition outside of the folder of further ones has this name.
 bool is_read_at_start(const char* charset);
 
-// The first name of this charset in the list, or else the charset's own name.
-void shown_name(std::string_view charset, char (&shown)[64]);
-
 // Charsets that may have what this one lacks, the nearest first; false after the last.
 bool relative_of(std::string_view charset, std::size_t index, char (&relative)[64]);
 

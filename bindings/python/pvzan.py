@@ -84,7 +84,8 @@ _NAME = "kind:u32 unit:u32 order:u32 mark:u32 exact:u32 charset:64 shown:64"
 _name = _record("_Name", _NAME)
 
 # Each call's result and arguments, by letters of _TYPES.
-_TYPES = {"v": None, "p": ctypes.c_void_p, "t": ctypes.c_char_p, "z": ctypes.c_size_t, "i": ctypes.c_int32, "u": ctypes.c_uint64}
+_TYPES = {"v": None, "p": ctypes.c_void_p, "t": ctypes.c_char_p, "z": ctypes.c_size_t, "i": ctypes.c_int32,
+          "u": ctypes.c_uint64}
 _CALLS = """open:pttpp close:vp reset:vp feed:ipppppi last_fault:ipp convert:zppzpzp convert_rows:zppzpzpzpip
     most:zpz shift:up begin_in:ipu resolve:itip set_directory:itp directory:zpz guess:ipzip"""
 
@@ -413,7 +414,8 @@ def convert_list(rows, source, target):
     rows = list(rows)
     data = b"".join(row for row in rows if row is not None)
     sizes = (0 if row is None else len(row) for row in rows)
-    places, result, faults = convert_arrow(array.array("q", itertools.accumulate(sizes, initial=0)), data, source, target)
+    offsets = array.array("q", itertools.accumulate(sizes, initial=0))
+    places, result, faults = convert_arrow(offsets, data, source, target)
     ends = zip(rows, faults, places, places[1:])
     return [None if row is None or fault else result[begin:end] for row, fault, begin, end in ends], list(faults)
 
@@ -449,7 +451,8 @@ def convert_arrow(offsets, data, source, target, offset_bytes=None):
 
 Detection = collections.namedtuple("Detection", "encoding name bom declared newline")
 Detection.__doc__ = """The charset of a text: encoding is the name of a codec, name the library's name; bom and
-declared say whether there is a byte-order mark or an XML declaration; newline is the string that ends lines, or None."""
+declared say whether there is a byte-order mark or an XML declaration; newline is the string that ends lines, or
+None."""
 
 
 def detect(data):

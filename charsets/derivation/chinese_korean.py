@@ -36,7 +36,7 @@ def code_page(grid, charset, areas):
     return codes, mapping | users
 
 
-# --- Code page 936 -----------------------------------------------------------------------------------------------------
+# --- Code page 936 ----------------------------------------------------------------------------------------------------
 
 def gbk_areas(codes, mapping):
     users = list(Grid("AA-AF A1-FE").codes()) + list(Grid("F8-FE A1-FE").codes())
@@ -58,7 +58,7 @@ is left. Checked against Perl cp936 and, but for these areas, Python gbk.""")
 Decided here (README.md): the one single byte of code page 936 that is neither ASCII nor a lead byte.""")
 
 
-# --- Code page 950 -----------------------------------------------------------------------------------------------------
+# --- Code page 950 ----------------------------------------------------------------------------------------------------
 
 BIG5_GRID = "81-FE 40-7E,A1-FE"
 # Ten characters have two codes; Windows writes the second.
@@ -93,7 +93,7 @@ against Perl cp950 and, but for these areas, Python cp950. Of two codes for a ch
 also decodes here.""")
 
 
-# --- Code page 949 -----------------------------------------------------------------------------------------------------
+# --- Code page 949 ----------------------------------------------------------------------------------------------------
 
 KSC_GRID = "81-FE 41-5A,61-7A,81-FE"
 
@@ -112,7 +112,7 @@ iconv UHC, and the user-defined rows C9A1-C9FE and FEA1-FEFE. Checked against Pe
 Python cp949.""")
 
 
-# --- GB18030 -----------------------------------------------------------------------------------------------------------
+# --- GB18030 ----------------------------------------------------------------------------------------------------------
 
 # Of the 24 codes that had private use characters in 2005, these six have no other character to this day.
 STILL_PRIVATE = {0xFE51: 0xE816, 0xFE52: 0xE817, 0xFE53: 0xE818, 0xFE6C: 0xE831, 0xFE76: 0xE83B, 0xFE91: 0xE855}

@@ -34,14 +34,14 @@ def ks_x_1001():
               {"euc-kr": {0xA2E8: None}, "euc_kr": {0xA2E8: None, 0xA4D4: None}})
 
 
-# --- GBK of the web ----------------------------------------------------------------------------------------------------
+# --- GBK of the web ---------------------------------------------------------------------------------------------------
 
 def gbk_web():
     yield Table("gbk-web", "What the web reads otherwise than GB18030", "A3 A0", {}, read_only={0xA3A0: 0x3000},
                 origin="Decided here (README.md): the one code that browsers read as a space.")
 
 
-# --- Johab -------------------------------------------------------------------------------------------------------------
+# --- Johab ------------------------------------------------------------------------------------------------------------
 
 JOHAB_GRID = "84-D3,D8-DE,E0-F9 31-7E,81-FE"
 # Single letters of Hangul in the shape of syllables, which Python reads as well as those in row 4 of KS X 1001.
@@ -65,7 +65,7 @@ codes.""")
     yield extra("won", "Extra encode table for ASCII in Johab: the won sign", "5C", {0x5C: 0x20A9})
 
 
-# --- CNS 11643 ---------------------------------------------------------------------------------------------------------
+# --- CNS 11643 --------------------------------------------------------------------------------------------------------
 
 PLANES = {1: 5867, 2: 7650, 3: 6394, 4: 7286, 5: 8601, 6: 6386, 7: 6537, 15: 6721}
 CNS_GRID = "8E A1-A7,AF A1-FE A1-FE"
@@ -91,7 +91,7 @@ def euc_tw():
                 origin="iconv EUC-TW; checked against the charmap of that name.")
 
 
-# --- Big5 with the Hong Kong supplementary character set ---------------------------------------------------------------
+# --- Big5 with the Hong Kong supplementary character set --------------------------------------------------------------
 
 BIG5_HIGH, BIG5_LOW = "A1-FE 40-7E,A1-FE", "87-A0 40-7E,A1-FE"
 # Codes of Big5 that the C library refuses; Python has them.
@@ -126,7 +126,8 @@ def big5_hkscs(mapping):
     high = {code: scalar for code, scalar in mapping.items() if code >= 0xA100}
     yield Table("big5-hkscs-low", "Big5-HKSCS below A1", BIG5_LOW, low,
                 origin="iconv BIG5-HKSCS; checked against Python big5hkscs, which lacks 68 of 2008.")
-    two_way, decode_only = split_repeated(high, lambda code, before: code in BOXES_WRITTEN or before in REFUSED_BY_ICONV)
+    two_way, decode_only = split_repeated(
+        high, lambda code, before: code in BOXES_WRITTEN or before in REFUSED_BY_ICONV)
     expect_count("big5-hkscs codes that only decode", decode_only, 12)
     yield Table("big5-hkscs", "Big5-HKSCS from A1 on", BIG5_HIGH, two_way, decode_only=decode_only, origin="""
 iconv BIG5-HKSCS, and seven codes that it refuses from Python big5hkscs, which else is the same here.""")

@@ -40,7 +40,7 @@ def never(_code, _before):
     return False
 
 
-# --- EUC-JP with the characters of vendors -----------------------------------------------------------------------------
+# --- EUC-JP with the characters of vendors ----------------------------------------------------------------------------
 
 def euc_tables(base):
     """base: the tables that all charsets of JIS X 0208 share, by name."""
@@ -83,10 +83,12 @@ EUC-JP-MS. Where JIS X 0208 has a character of row 13, its code is written.""")
     yield Table("eucjp-3byte", "JIS X 0212 behind single shift 3, as in EUC", "8F A2-ED A1-FE", jis_x0212,
                 origin="The table jis_x0212-1990 with the high bits set, behind 8F.")
     _, repeated = split_repeated(behind_shift, never)
-    rest = {code: scalar for code, scalar in behind_shift.items() if jis_x0212.get(code) != scalar and code not in repeated}
+    rest = {code: scalar for code, scalar in behind_shift.items()
+            if jis_x0212.get(code) != scalar and code not in repeated}
     yield Table("eucjp-ms-3byte", "What eucJP-ms has behind 8F and JIS X 0212 lacks: IBM and user-defined characters",
                 EUC_3_GRID, rest, read_only=repeated, origin="""
-iconv EUC-JP-MS behind 8F; checked against the tables jis_x0212-1990 (but for 8FA2C3, the broken bar) and ibm_extset.""")
+iconv EUC-JP-MS behind 8F; checked against the tables jis_x0212-1990 (but for 8FA2C3, the broken bar) and \
+ibm_extset.""")
 
     yield Table("yen-overline", "What the Latin half of JIS X 0201 has in place of two characters of ASCII", "5C,7E",
                 {0x5C: 0xA5, 0x7E: 0x203E}, origin="JIS X 0201.")
@@ -95,7 +97,7 @@ iconv EUC-JP-MS behind 8F; checked against the tables jis_x0212-1990 (but for 8F
                 as_euc(readings))
 
 
-# --- Code page 943 -----------------------------------------------------------------------------------------------------
+# --- Code page 943 ----------------------------------------------------------------------------------------------------
 
 # What code page 943 reads otherwise than 932: four as the JIS standard does, the em dash, and the broken bar.
 CP943_READINGS = {0x213D: 0x2014, 0x2141: 0x301C, 0x2142: 0x2016, 0x215D: 0x2212, 0x9336: 0xA6}
@@ -113,7 +115,7 @@ def cp943_tables(base):
 Decided by iconv IBM943, which agrees with everything else in the tables of code page 932.""")
 
 
-# --- The Macintosh -----------------------------------------------------------------------------------------------------
+# --- The Macintosh ----------------------------------------------------------------------------------------------------
 
 MAC_SINGLE = {0x5C: 0xA5, 0x80: 0x5C, 0xA0: 0xA0, 0xFD: 0xA9, 0xFE: 0x2122, 0xFF: (0x2026, 0xF87F)}
 
@@ -139,8 +141,8 @@ def mac_tables(base):
     for code in longer:
         del mapping[code]
     expect_count("macjapanese, besides JIS X 0208", mapping, 308)
-    yield Table("macjapanese", "What the Macintosh has besides JIS X 0208, or reads otherwise, as row and cell", JIS_GRID,
-                mapping, origin="""
+    yield Table("macjapanese", "What the Macintosh has besides JIS X 0208, or reads otherwise, as row and cell",
+                JIS_GRID, mapping, origin="""
 Perl MacJapanese, but for twelve codes that are three scalars or more.""")
     one_byte = {code: code for code in range(0x80)} | base["jis_x0201kana"] | MAC_SINGLE
     said = {code: perl.text(bytes([code])) for code in one_byte if code != 0x7F}

@@ -50,7 +50,7 @@ U+203E for encoding.""")
                 origin="iconv SJIS; checked against Perl cp932 and Python shift_jis.")
 
 
-# --- Code page 932: JIS X 0208, the NEC and IBM rows and the user-defined area -----------------------------------------
+# --- Code page 932: JIS X 0208, the NEC and IBM rows and the user-defined area ----------------------------------------
 
 # The six codes that have one reading in the JIS standard and another on Windows; 213D (U+2015) is the same in both.
 JIS_READINGS = {0x2141: 0x301C, 0x2142: 0x2016, 0x215D: 0x2212, 0x2171: 0x00A2, 0x2172: 0x00A3, 0x224C: 0x00AC}
@@ -87,16 +87,18 @@ The two-byte codes of iconv SJIS, as row and cell, with the scalars that iconv C
 cp932, Python cp932 and (six readings apart) iconv EUC-JP. The table `jis` adds the JIS readings for encoding.""")
     checked = "checked against Perl cp932 and Python cp932."
     yield Table("nec_extset", "NEC row 13, and the IBM characters as NEC placed them (rows 89 to 92)", JIS_GRID, nec,
-                origin=f"The two-byte codes of iconv CP932 below 7F21 that JIS X 0208 lacks, as row and cell;\n{checked}")
+                origin=f"The two-byte codes of iconv CP932 below 7F21 that JIS X 0208 lacks, as row and cell;\n"
+                       f"{checked}")
     yield Table("ibm_extset", "IBM extended characters (FA40-FC4B, as row and cell 9321-972C)", "93-97 21-7E", ibm,
                 origin=f"The two-byte codes of iconv CP932 from 9321 on, as row and cell; {checked}")
     yield Table("windows31j-usr", "Windows user-defined characters (F040-F9FC, as row and cell 7F21-927E)",
-                "7F-92 21-7E", user, origin=f"The two-byte codes of iconv CP932 from 7F21 to 927E, as row and cell;\n{checked}")
+                "7F-92 21-7E", user,
+                origin=f"The two-byte codes of iconv CP932 from 7F21 to 927E, as row and cell;\n{checked}")
     yield jis_c6226_1978(jis)
     yield from oasys_tables(jis)
 
 
-# --- JIS C 6226-1978 ---------------------------------------------------------------------------------------------------
+# --- JIS C 6226-1978 --------------------------------------------------------------------------------------------------
 
 EXCHANGED_IN_1983 = """
 3033/724D 3229/7274 3342/695A 3349/5978 3376/635E 3443/5E75 3452/6B5D 375B/7074 395C/6268 3C49/6922 3F59/7057
@@ -126,7 +128,7 @@ kanji at their places of 1978. The 77 codes that later editions added decode as 
 four older forms.""")
 
 
-# --- JIS X 0212 and JIS X 0213 -----------------------------------------------------------------------------------------
+# --- JIS X 0212 and JIS X 0213 ----------------------------------------------------------------------------------------
 
 # Behind 8F both stand in different rows. Perl has JIS X 0213 there as well, Python's codec of 2004 has JIS X 0212.
 JIS_X0212_ROWS = "22,26,27,29-2B,30-6D"
@@ -174,7 +176,7 @@ euc_jis_2004, which has three other readings, and for plane 2 against Perl euc-j
 has U+9B1D at 17D3B. The table `win` adds Python's three and the Windows readings for encoding.""")
 
 
-# --- Extra encode tables -----------------------------------------------------------------------------------------------
+# --- Extra encode tables ----------------------------------------------------------------------------------------------
 
 def extra(name, title, grid, pairs):
     return Table(name, title, grid, pairs, extra=True, origin="Decided here (README.md).")
@@ -208,13 +210,14 @@ def extra_tables():
     yield extra("fullbar", "Extra encode table for JIS X 0212: the full-width broken bar", JIS_GRID, {0x2243: 0xFFE4})
     yield Table("kana", "Extra encode table for JIS X 0208: half-width katakana, written as full-width", JIS_GRID,
                 full_width_katakana(), extra=True, origin="Unicode compatibility decompositions, sound marks spacing.")
-    yield extra("win", "Extra encode table for JIS X 0213: the Windows readings, and the white parentheses of mathematics",
+    yield extra("win",
+                "Extra encode table for JIS X 0213: the Windows readings, and the white parentheses of mathematics",
                 JIS_GRID, JIS_X0213_OTHER_READINGS)
     yield extra("fullyen", "Extra encode table for JIS X 0213 beside ASCII: the yen sign and the overline", JIS_GRID,
                 {0x216F: 0xA5, 0x2131: 0x203E})
 
 
-# --- OASYS (provisional) -----------------------------------------------------------------------------------------------
+# --- OASYS (provisional) ----------------------------------------------------------------------------------------------
 
 def oasys_tables(jis):
     free = [code for code in Grid("21-98 21-7E").codes() if code not in jis]
@@ -230,7 +233,8 @@ No table is public. Each cell is carried as U+F0000 plus its code, without loss.
 the codes that it looks up, the encoder has to find codes with that bit: hence the two halves.""")
     one_byte = {code: code for code in [*range(1, 0x80)]}
     one_byte |= {code: 0xFF61 + code - 0xA1 for code in range(0xA1, 0xE0)}
-    yield extra("oasys-one-byte", "Extra encode table for the OASYS online form: one-byte characters, as two-byte codes",
+    yield extra("oasys-one-byte",
+                "Extra encode table for the OASYS online form: one-byte characters, as two-byte codes",
                 "00 00-FF", one_byte)
     yield extra("oasys-yen", "Extra encode table for the OASYS online form: the yen sign and the overline", "00 5C,7E",
                 {0x5C: 0xA5, 0x7E: 0x203E})

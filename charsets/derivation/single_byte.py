@@ -48,7 +48,7 @@ def belarusian_koi8_u():
 
 
 def directives(name, language):
-    """What a file says of its charset. Text in EBCDIC has the line feed at 25, as in the tables, or at 15, as on z/OS."""
+    """What a file says of its charset. EBCDIC has the line feed at 25, as in the tables, or at 15, as on z/OS."""
     if not name.startswith("IBM"):
         return [f"%charset {name} {language}"]
     return [f"%charset {name} {language}", f"%exchange 15 25 {name}-swaplfnl"]
@@ -86,7 +86,8 @@ def charsets():
     yield ("IBM1047", "en", 256, Iconv("IBM1047"), [(Icu("ibm-1047"), {})])
     yield ("VISCII", "vi", 256, Iconv("VISCII"), [(Perl("viscii", BYTES), {})])
     # Of these nobody else on this machine knows anything.
-    for name, language, count in (("ARMSCII-8", "hy", 254), ("Georgian-Academy", "ka", 256), ("Georgian-PS", "ka", 256)):
+    for name, language, count in (("ARMSCII-8", "hy", 254), ("Georgian-Academy", "ka", 256),
+                                  ("Georgian-PS", "ka", 256)):
         yield (name, language, count, Iconv(name.upper()), [(Charmap(name.upper()), {})])
 
 

@@ -125,7 +125,8 @@ class Charmap:
         self.name = "charmap " + charset
         try:
             with gzip.open(f"/usr/share/i18n/charmaps/{charset}.gz", "rt", encoding="latin-1") as lines:
-                found = [re.match(r"(?:%IRREVERSIBLE%)?<U([0-9A-F]+)>\s+((?:/x[0-9a-f]{2})+)\s", line) for line in lines]
+                found = [re.match(r"(?:%IRREVERSIBLE%)?<U([0-9A-F]+)>\s+((?:/x[0-9a-f]{2})+)\s", line)
+                         for line in lines]
         except OSError as error:
             raise SourceMissing(self.name) from error
         self._scalars = {bytes.fromhex(pair[2].replace("/x", "")): int(pair[1], 16) for pair in found if pair}

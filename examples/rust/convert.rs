@@ -5,8 +5,10 @@ use std::{ffi::{c_char, c_void, CString}, io::{Read, Write}, ptr::null_mut};
 // Some calls of pvzan_text.h. Records whose pointer is always null here are not declared.
 extern "C" {
     fn pvzan_open(from: *const c_char, to: *const c_char, options: *const c_void, error: *mut c_void) -> *mut c_void;
-    fn pvzan_feed(c: *mut c_void, input: *mut *const u8, left: *mut usize, out: *mut *mut u8, room: *mut usize, how: i32) -> i32;
-    fn pvzan_answer(c: *mut c_void, how: i32, text: *mut *const u8, left: *mut usize, out: *mut *mut u8, room: *mut usize) -> i32;
+    fn pvzan_feed(c: *mut c_void, input: *mut *const u8, left: *mut usize, out: *mut *mut u8, room: *mut usize,
+                  how: i32) -> i32;
+    fn pvzan_answer(c: *mut c_void, how: i32, text: *mut *const u8, left: *mut usize, out: *mut *mut u8,
+                    room: *mut usize) -> i32;
     fn pvzan_explain(c: *mut c_void, text: *mut u8, room: usize) -> usize;
     fn pvzan_close(c: *mut c_void);
 }

@@ -14,10 +14,10 @@ faulthandler.dump_traceback_later(300, exit=True)
 os.environ["PATH"] = os.path.dirname(tool) + ":" + os.environ["PATH"]
 
 # What is typed, and the word that is to come; "-" before one that must not.
-CASES = [("-f windows-31", "windows-31j"), ("-t shift_jis-2", "shift_jis-2004"), ("--from utf-8,euc-jp-f", "utf-8,euc-jp-fix"),
-         ("--recu", "--recursive"), ("detect --js", "--json"), ("detect --recu", "-recursive"), ("det", "detect"),
-         ("list koreank", "koreanksc"), ("--eol k", "keep"), ("--color al", "always"), ("-e re", "ref"), ("check -t cp949", "cp949"),
-         ("-o one", "onefile"), ("onef", "onefile")]
+CASES = [("-f windows-31", "windows-31j"), ("-t shift_jis-2", "shift_jis-2004"), ("onef", "onefile"),
+         ("--from utf-8,euc-jp-f", "utf-8,euc-jp-fix"), ("--recu", "--recursive"), ("detect --js", "--json"),
+         ("detect --recu", "-recursive"), ("det", "detect"), ("list koreank", "koreanksc"), ("--eol k", "keep"),
+         ("--color al", "always"), ("-e re", "ref"), ("check -t cp949", "cp949"), ("-o one", "onefile")]
 
 
 def in_bash(typed):
@@ -35,9 +35,10 @@ def in_zsh(typed):
     """At a terminal: completion lives in its line editor. Tab, then the key that lists what fits."""
     child, terminal = pty.fork()
     if child == 0:
-        os.execvpe("zsh", ["zsh", "-f", "-i"], {**os.environ, "TERM": "dumb", "PS1": "", "LINES": "50", "COLUMNS": "300"})
-    setup = "fpath=($PWD $fpath); autoload -Uz compinit; compinit -u -d $PWD/dump; bindkey -e; LISTMAX=999; echo re''ady\n"
-    os.write(terminal, setup.encode())
+        os.environ.update(TERM="dumb", PS1="", LINES="50", COLUMNS="300")
+        os.execvp("zsh", ["zsh", "-f", "-i"])
+    os.write(terminal, b"fpath=($PWD $fpath); autoload -Uz compinit; compinit -u -d $PWD/dump; bindkey -e; "
+             b"LISTMAX=999; echo re''ady\n")
     text = b""
 
     def read_until(mark):

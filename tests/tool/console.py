@@ -4,7 +4,7 @@
     console.py PVZAN [--rewrite] TRANSCRIPT...
 
 Both outputs are joined; a status other than 0 follows as "[1]". --rewrite puts in what was printed. All commands of a
-transcript share a directory; $SOURCE is that of the project. Lines before the first command are comments, and so are those that begin with "# ".
+transcript share a directory; $SOURCE is the project's. Lines before the first command, or with "# ", are comments.
 """
 import difflib
 import os

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Compares the manual pages with what the tool does: manual.py PVZAN PAGE, pvzan-charsets.7 and the samples beside it."""
+"""Compares the manual pages with what the tool does: manual.py PVZAN PAGE, pvzan-charsets.7 and samples beside it."""
 import json
 import pathlib
 import re

@@ -59,8 +59,8 @@ def recipes():
     found = {}
     readme = (SOURCE / "README.md").read_text().split("## The library")[0].split("## The tool")[1]
     for text in (readme, (SOURCE / "docs/tool.md").read_text()):
-        for line in re.findall(r"^    (\S.*)", text.split("    import pvzan")[0], re.M):
-            found[re.sub(r"  +# .*", "", line)] = None
+        for lines in re.findall(r"^    (\S.*(?:\n     .*)*)", text.split("    import pvzan")[0], re.M):
+            found[re.sub(r"  +# .*", "", lines)] = None
         for left, right in re.findall(r"^\| `([^`]*)`[^|]*\| `(pvzan[^`]*)`", text, re.M):
             found[right] = left
     return found
@@ -138,7 +138,8 @@ class PostgreSQL(Room):
             shutil.copy(file, self.system)
         shutil.copytree(CHARSETS, self.system / "base2")
         place = str(self.system)
-        self.environment.update(LD_LIBRARY_PATH=place, PVZAN_CHARSET_DIR=place + "/base2", PGHOST=place, PGUSER="postgres")
+        self.environment.update(LD_LIBRARY_PATH=place, PVZAN_CHARSET_DIR=place + "/base2", PGHOST=place,
+                                PGUSER="postgres")
         rights = {}
         if os.geteuid() == 0:
             user = pwd.getpwnam("postgres")
@@ -194,7 +195,8 @@ class Spark(Room):
         rows = {"data": [CP932, None, b"\xff", b"\x82"]}
         frame = type("Frame", (dict,), {"assign": lambda self, **columns: {**self, **columns}})(rows)
         names["df"] = type("Data", (), {"mapInPandas": lambda self, function, _: list(function([frame]))})()
-        exec(re.sub("^    ", "", re.search(r"(^    def texts.*\n(?:    .*\n|\n)*)", page, re.M).group(1), flags=re.M), names)
+        recipe = re.search(r"(^    def texts.*\n(?:    .*\n|\n)*)", page, re.M).group(1)
+        exec(re.sub("^    ", "", recipe, flags=re.M), names)
         self.assertEqual(names["table"], [{**rows, "text": [UTF8, None, None, None], "fault": [0, 0, 1, 2]}])
 
 

@@ -139,7 +139,8 @@ class Filter(Room):
         def belongings(name):
             path = self.dir / name
             status = path.stat()
-            return status.st_mode, status.st_uid, status.st_gid, {key: os.getxattr(path, key) for key in os.listxattr(path)}
+            attributes = {key: os.getxattr(path, key) for key in os.listxattr(path)}
+            return status.st_mode, status.st_uid, status.st_gid, attributes
         before = {name: belongings(name) for name in modes}
         self.assertEqual(len(before["listed"][3]), 2)
         done = run(["-i", "-f", "cp932"] + list(modes), self.dir)
@@ -157,15 +158,16 @@ class Filter(Room):
             self.assertEqual((tool.returncode, (self.dir / name).read_text()), (0, "い\n"))
         self.assertEqual({name: belongings(name) for name in modes}, before)
         if root:  # who may not give files away, or make any there, writes into them, or leaves them
-            (self.dir / "plain").chmod(0o666)
+            plain = self.dir / "plain"
+            plain.chmod(0o666)
             powerless = ["setpriv", "--bounding-set=-chown,-dac_override", TOOL]
             for folder_of, text in ((0, "う"), (1234, "え")):
                 os.chown(self.dir, folder_of, folder_of)
                 (self.dir / "in").write_text(text)
-                for arguments, status in (["-f", "utf-8", "-o", "plain", "in"], 0), (["-i", "-t", "utf-16", "plain"], 2):
-                    seen = subprocess.run(powerless + arguments, cwd=self.dir, stderr=subprocess.PIPE, check=False)
+                for arguments, status in (("-f utf-8 -o plain in", 0), ("-i -t utf-16 plain", 2)):
+                    seen = subprocess.run(powerless + arguments.split(), cwd=self.dir, stderr=subprocess.PIPE)
                     self.assertEqual(seen.returncode, status, seen.stderr)
-                    self.assertEqual(((self.dir / "plain").read_text(), (self.dir / "plain").stat().st_uid), (text, 1234))
+                    self.assertEqual((plain.read_text(), plain.stat().st_uid), (text, 1234))
 
     def test_trouble_of_one_file_is_told_and_spares_the_others(self):
         """Others write to a file meanwhile; there are no threads; the disk is slow; memory is too small, wherever that
@@ -210,7 +212,8 @@ class Filter(Room):
                 line = (chance.choice(lines) + chance.choice(["\n", "\r\n"])).encode(encoding, "ignore")
                 if chance.random() < 0.001:
                     # A set that stands open where the text is cut, or bytes that are no character.
-                    line = b"\x1b$B" + b"0!\n" * 100_000 + b"\x1b(B\n" if "2022" in encoding else line[:2] + b"\xff\xdc" + line[2:]
+                    kanji = b"\x1b$B" + b"0!\n" * 100_000 + b"\x1b(B\n"
+                    line = kanji if "2022" in encoding else line[:2] + b"\xff\xdc" + line[2:]
                 text += line
             (self.dir / encoding).write_bytes(text)
             for target, how in (("utf-16", "stop"), ("iso-2022-jp", "hex")):
@@ -243,8 +246,8 @@ class Filter(Room):
             names = [f"{how[0]}{len(how)}{i}" for i in (1, 2)]
             for name in names:
                 os.mkfifo(self.dir / name)
-            tool = subprocess.Popen([TOOL] + how + ["-f", "cp932", "--"] + [f"../{self.dir.name}/{name}" for name in names],
-                                    cwd=self.dir)
+            paths = [f"../{self.dir.name}/{name}" for name in names]
+            tool = subprocess.Popen([TOOL] + how + ["-f", "cp932", "--"] + paths, cwd=self.dir)
             opened, patience = set(), time.monotonic() + (10 if at_once else 0.5)
             while len(opened) < 2 and time.monotonic() < patience:
                 for name in set(names) - opened:
@@ -261,8 +264,9 @@ class Filter(Room):
         """Where a target has a character but not its marks, it gets the character: the same that Unicode's own tables
         compose."""
         characters = [c for c in map(chr, range(0xA0, 0x3400)) if unicodedata.normalize("NFC", c) == c]
+        text = "\n".join(characters).encode()
         for target in ("cp932", "euc-jp", "iso-2022-jp", "shift_jis-2004", "iso-8859-1", "gbk", "big5", "euc-kr"):
-            there = run(["-f", "utf-8", "-t", target, "-e", "hex"], self.dir, input="\n".join(characters).encode()).stdout
+            there = run(["-f", "utf-8", "-t", target, "-e", "hex"], self.dir, input=text).stdout
             back = run(["-f", target], self.dir, input=there).stdout.decode().split("\n")
             held = "\n".join(c for c, b in zip(characters, back) if c == b)
             apart = unicodedata.normalize("NFD", held).encode()
@@ -276,18 +280,21 @@ class Filter(Room):
     def test_no_policy_eats_a_break_or_a_delimiter(self):
         """Whatever is between them, they come through, and the output is text."""
         chance = random.Random(11)
-        parts = [b",", b",", b"\t", b"\n", b"\n", b'"', b"\r\n", b" :a0", b"\x82\xa0", b"\xe3\x81\x82", b"\x8f", b"\x1b$B", b"\x1b(B"]
+        parts = [b",", b",", b"\t", b"\n", b"\n", b'"', b"\r\n", b" :a0", b"\x82\xa0", b"\xe3\x81\x82", b"\x8f",
+                 b"\x1b$B", b"\x1b(B"]
         for name in run(["-l"], self.dir).stdout.decode().split("\n")[:-1]:
             name = name.split()[0]
             if re.match("U..-[1-4]|.*FIX|OASYS-O|IBM|ARMSCII|.*JP-web", name):
                 continue  # of several bytes, not those of ASCII alone, or faults among kanji
             kept = b"\r" if name == "HZ" else b"\r\n" if re.match(".*2022|CP502|UTF-7", name) else b",\t\r\n\": "
-            text = b"".join(chance.choice(parts) if chance.random() < 0.6 else bytes([chance.randrange(256)]) for _ in range(3000))
+            text = b"".join(chance.choice(parts) if chance.random() < 0.6 else bytes([chance.randrange(256)])
+                            for _ in range(3000))
             for how, target in ("subst", "cp932"), ("ref", "iso-2022-jp"), ("hex", "gb18030"), ("skip", "utf-8"):
                 done = run(["-q", "-e", how, "-f", name, "-t", target], self.dir, input=text)
                 again = run(["-f", target], self.dir, input=done.stdout)
                 self.assertEqual((done.returncode, again.returncode, again.stderr), (0, 0, b""), (name, how))
-                self.assertEqual(bytes(b for b in again.stdout if b in kept), bytes(b for b in text if b in kept), (name, how))
+                parts_kept = [bytes(b for b in whole if b in kept) for whole in (again.stdout, text)]
+                self.assertEqual(*parts_kept, (name, how))
 
     @unittest.skipIf(re.search(rb"__[at]san_init", pathlib.Path(TOOL).read_bytes()), "a sanitizer takes memory")
     def test_memory_does_not_grow_with_the_input(self):

@@ -5,7 +5,7 @@ _pvzan_charsets() {
 }
 
 _pvzan() {
-    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} verb= names=
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} verb= names= words
     case ${COMP_WORDS[1]} in check | detect | list | repair) verb=${COMP_WORDS[1]} ;; esac
     case $before in
     -f | --from | -t | --to)
@@ -13,7 +13,8 @@ _pvzan() {
         COMPREPLY=($(compgen -P "$names" -W "$(_pvzan_charsets)" -- "${word##*,}")) ;;
     -e | --on-error) COMPREPLY=($(compgen -W "stop subst ref hex skip" -- "$word")) ;;
     --eol | --bom | --color)
-        COMPREPLY=($(compgen -W "$(pvzan --help | sed -n "s/^ *$before \([a-z|]*\).*/\1/p" | tr '|' ' ')" -- "$word")) ;;
+        words=$(pvzan --help | sed -n "s/^ *$before \([a-z|]*\).*/\1/p" | tr '|' ' ')
+        COMPREPLY=($(compgen -W "$words" -- "$word")) ;;
     -j | --jobs | --max-errors) COMPREPLY=() ;;
     *)
         if [[ $word == -* ]]; then
