@@ -323,10 +323,6 @@ owned_group read_group(definition& in, const shelf& place) {
 
 } // namespace
 
-bool goes_by_iso2022(const char* rule) {
-    return std::strcmp(rule, "destISO-2022") == 0 || std::strcmp(rule, "constISO-2022") == 0;
-}
-
 bool read_definition(const char* fileName, known_sets& known) {
     definition in;
     if (!read_name(fileName, in)) {

@@ -25,8 +25,6 @@ counting counted_codes(document& in, i32 start, i32 end, code_bytes& codes);
 // Like xmlReadXML, for one of several definitions: set files that they share are read once.
 bool read_definition(const char* fileName, known_sets& known);
 
-// Whether the rule of that name uses the element iso2022.
-bool goes_by_iso2022(const char* rule);
 // Reads the definition of a charset that is not registered, and adds it to the further ones. Null
 // if the file does not exist, or defines another charset.
 charset_group* read_further_definition(const char* fileName, const char* name, known_sets& known);

@@ -127,3 +127,6 @@ struct iso2022 {
     }
     [[nodiscard]] u32 state_of(u32 word) const { return (word & is_state) != 0 ? word : initial; }
 };
+
+// Whether a definition with the rule of that name has a record of this kind. The rules know.
+bool goes_by_iso2022(const char* rule);

@@ -1,4 +1,5 @@
 // The names of the rules, and a list of the codecs' traits, which are defined next to the rules.
+#include "cconv/registry/iso2022.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
 #include "cconv/rulefunc/traits.h"
@@ -45,6 +46,12 @@ const codec_traits* traits_of_decoder(rule_function decode) {
 
 const codec_traits* traits_of_encoder(rule_function encode) {
     return find(encode, &codec_traits::encode);
+}
+
+bool goes_by_iso2022(const char* rule) {
+    const rule_row* row = TheRule(rule);
+    return row != nullptr &&
+           (row->function == iso_2022_traits.decode || row->function == iso_2022_traits.encode);
 }
 
 extern "C" {

@@ -1,6 +1,7 @@
 #include "charsets/builder/definition.h"
 
 #include "cconv/definition/definition.h"
+#include "cconv/registry/iso2022.h"
 #include "cconv/registry/linear.h"
 #include "cconv/registry/names.h"
 #include "cconv/rulefunc/rules.h"
