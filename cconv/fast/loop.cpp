@@ -41,11 +41,8 @@ block_written put_block(const pair& p, const u16* codes, std::size_t count, u8* 
         k.put_quads(codes, count, out, unit.big_endian);
         return {count, 4 * count};
     }
-    constexpr std::size_t step = chunk_bytes / 2;
     const bool swaps = unit.big_endian != (std::endian::native == std::endian::big);
-    for (std::size_t at = 0; at < count; at += step) {
-        k.copy_units(codes + at, out + 2 * at, swaps);
-    }
+    k.copy_units(codes, out, (2 * count + chunk_bytes - 1) / chunk_bytes, swaps);
     return {count, 2 * count};
 }
 
@@ -58,6 +55,9 @@ public:
           at_hand_(to_ != nullptr ? set_at_hand(*to_, r.out_state) : 0),
           has_runs_(!p.plain_ascii.is_empty() && (Reader::unit_bytes == 1 || target_.bytes == 1)),
           goes_at_once_(goes_at_once(p)), has_blocks_(goes_at_once_ || reads_blocks(p)) {
+        if (has_blocks_ && r.in_end - r.in >= std::ptrdiff_t{chunk_bytes}) {
+            next_block_ = r.in + (Reader::longest - 1); // kernels look at bytes before it
+        }
         tables_.made = false;
         for (std::size_t set = 0; to_ != nullptr && set < ways_.size(); ++set) {
             ways_[set].from = 0;
@@ -70,14 +70,13 @@ public:
         const pair& p = p_; // copies that output cannot overwrite
         const std::conditional_t<has_states, const Reader&, const Reader> reader = reader_;
         const u8* const in_end = r_.in_end;
-        const u8* const out_end = r_.out_end;
         const u8* const in_stop = in_end - std::min(Reader::longest - 1, in_end - now.in);
-        const u8* next_block = // kernels look at bytes before it
-            has_blocks_ && in_end - now.in >= std::ptrdiff_t{chunk_bytes}
-                ? now.in + (Reader::longest - 1)
-                : in_end;
-        const bool in_run = has_runs_;
-        u32 at_hand = at_hand_;
+        const u8* const out_stop = // where there is room for a word
+            r_.out_end - std::min(std::ptrdiff_t{entry::most_bytes}, r_.out_end - now.out);
+        // A few characters are not worth a kernel.
+        constexpr std::ptrdiff_t few = 4 * Reader::unit_bytes;
+        const u8* const run_stop = has_runs_ ? in_end - std::min(few - 1, in_end - now.in) : now.in;
+        u32 least = entry::least_of(at_hand_);
         while (now.in < in_stop || is_whole(now.in)) {
             if constexpr (has_states) {
                 if (reader.opens(now.in)) {
@@ -89,16 +88,14 @@ public:
             }
             const u32 length = reader.length(now.in, Reader::longest);
             const bool is_long = Reader::unit_bytes == 1 && length == Reader::usual_length;
-            const bool tries_run = !is_long && in_run && may_be_run(now.in, in_end);
-            const bool tries_block = now.in >= next_block && (has_states ? is_long : length != 0);
+            const bool tries_run = !is_long && now.in < run_stop && reader.is_ascii(now.in) &&
+                                   reader.is_ascii(now.in + few - Reader::unit_bytes);
+            const bool tries_block = now.in >= next_block_ && (has_states ? is_long : length != 0);
             if (tries_run || tries_block) [[unlikely]] {
                 r_.set(now);
-                next_block_ = next_block;
-                const bool moved = (tries_run && ascii_run()) || (tries_block && block());
-                next_block = next_block_;
-                if (moved) {
+                if ((tries_run && ascii_run()) || (tries_block && block())) {
                     now = r_;
-                    at_hand = at_hand_;
+                    least = entry::least_of(at_hand_);
                     continue;
                 }
             }
@@ -106,11 +103,11 @@ public:
             // table.
             if (length == Reader::usual_length) [[likely]] {
                 const u32 key = reader.key(now.in, Reader::usual_length);
-                if (!step(p, now, out_end, at_hand, key, Reader::usual_length)) {
+                if (!step(p, now, out_stop, least, key, Reader::usual_length)) {
                     break;
                 }
             } else if (length != 0) {
-                if (!step(p, now, out_end, at_hand, reader.key(now.in, length), length)) {
+                if (!step(p, now, out_stop, least, reader.key(now.in, length), length)) {
                     break;
                 }
                 if constexpr (has_states) {
@@ -143,20 +140,12 @@ private:
         return left > 0 && reader_.length(in, left) <= left;
     }
 
-    // A few characters are not worth a kernel.
-    [[gnu::always_inline]] bool may_be_run(const u8* in, const u8* in_end) const {
-        constexpr std::ptrdiff_t few = 4 * Reader::unit_bytes;
-        return in_end - in >= few && reader_.is_ascii(in) &&
-               reader_.is_ascii(in + few - Reader::unit_bytes);
-    }
-
     // Converts one character; false if the run ends.
-    [[gnu::always_inline]] bool step(const pair& p, progress& now, const u8* out_end, u32& at_hand,
+    [[gnu::always_inline]] bool step(const pair& p, progress& now, const u8* out_stop, u32& least,
                                      u32 key, u32 length) {
         const entry e = p.entry_of(key);
         const u32 size = e.length();
-        if (e.is_short_in(at_hand) &&
-            out_end - now.out >= static_cast<std::ptrdiff_t>(sizeof e.packed)) [[likely]] {
+        if (e.is_short_from(least) && now.out < out_stop) [[likely]] {
             store_low_first(e.packed, now.out);
             now.out += size;
         } else {
@@ -167,7 +156,7 @@ private:
                 return false;
             }
             now = r_;
-            at_hand = at_hand_;
+            least = entry::least_of(at_hand_);
         }
         if constexpr (!Reader::scalars) {
             now.before_last = now.last;
@@ -333,7 +322,7 @@ private:
             if constexpr (has_states) {
                 reader_.enter_behind(n > 0 ? codes[n - 1] : 0);
             }
-            chunks_ = std::min(2 * chunks_, block_chunks);
+            chunks_ = std::min(2 * chunks_, block_chunks * Reader::unit_bytes);
         }
         if (n == 0) {
             return moved;
@@ -372,8 +361,8 @@ private:
                 n += put_in_two_sets(codes + n, count - n, out);
             }
             const entry e = p_.entry_of(codes[n]);
-            if (n == count ||
-                (!e.is_short_in(at_hand_) && (!e.is_short() || !bring(e.set(), e.length(), out)))) {
+            if (n == count || (!e.is_short_from(entry::least_of(at_hand_)) &&
+                               (!e.is_short() || !bring(e.set(), e.length(), out)))) {
                 r_.why = stop::end; // found again when going one by one
                 return {n, static_cast<std::size_t>(out - begin)};
             }
@@ -470,7 +459,7 @@ private:
     static constexpr u32 few_blocks = 4;
     byte_tables tables_;
     u32 blocks_first_ = 0;
-    const u8* next_block_ = nullptr;
+    const u8* next_block_ = r_.in_end;
     std::size_t chunks_ = 1;        // number to read for the next block
     const u8* behind_cr_ = nullptr; // place where a line feed is dropped
     // The sequences read last: where they began, and the state before them.

@@ -153,9 +153,10 @@ struct entry {
     [[nodiscard]] bool is_short() const { return packed >= one_byte; }
     [[nodiscard]] u32 length() const { return packed >> 24 & 0x0F; }
     [[nodiscard]] u32 set() const { return packed >> 28; }
-    // An entry that consumes nothing before it.
-    [[nodiscard]] bool is_short_in(u32 at_hand) const {
-        return (packed ^ at_hand << 28) - one_byte < (1U << 28) - one_byte;
+    // Those of a set that is at hand, which need nothing before them, begin with least_of(set).
+    static u32 least_of(u32 set) { return set << 28 | one_byte; }
+    [[nodiscard]] bool is_short_from(u32 least) const {
+        return packed - least < (1U << 28) - one_byte;
     }
 };
 

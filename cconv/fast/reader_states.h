@@ -92,18 +92,12 @@ public:
         if (!p_.plan.eight_bits) {
             return p_.kernel->split_shifted(p, chunks, shifts(), codes);
         }
-        constexpr std::size_t step = chunk_bytes / 2;
         constexpr u16 first_pair = 0x1000; // keys below are single bytes
-        for (std::size_t at = 0; at < chunks * step; at += step) {
-            p_.kernel->copy_units(p + 2 * at, codes + at, std::endian::native != std::endian::big);
-            const std::span<const u16> read(codes + at, step);
-            const auto end = std::ranges::find_if(read, [](u16 code) { return code < first_pair; });
-            if (end != read.end()) {
-                const auto n = at + static_cast<std::size_t>(end - read.begin());
-                return {n, 2 * n};
-            }
-        }
-        return {chunks * step, chunks * chunk_bytes};
+        p_.kernel->copy_units(p, codes, chunks, std::endian::native != std::endian::big);
+        const std::span<const u16> read(codes, chunks * chunk_bytes / 2);
+        const auto end = std::ranges::find_if(read, [](u16 code) { return code < first_pair; });
+        const auto n = static_cast<std::size_t>(end - read.begin());
+        return {n, 2 * n};
     }
     // The end of a block that was read: behind its codes, in the state of the last one.
     const u8* go_behind(const u8* p, std::span<const u16> codes) {

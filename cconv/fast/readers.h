@@ -132,17 +132,13 @@ struct unit_reader {
 
     static bool reads_blocks(const kernels& k) { return Bytes == 2 || k.narrow_quads != nullptr; }
     [[nodiscard]] chunk_read read(const u8* p, std::size_t chunks, u16* units) const {
-        constexpr std::size_t step = chunk_bytes / Bytes;
-        std::size_t n = 0;
-        for (; n < chunks * step; n += step) {
-            if constexpr (Bytes == 2) {
-                constexpr bool native = BigEndian == (std::endian::native == std::endian::big);
-                p_.kernel->copy_units(p + Bytes * n, units + n, !native);
-            } else if (p_.kernel->narrow_quads(p + Bytes * n, units + n, BigEndian) == 0) {
-                break;
-            }
+        if constexpr (Bytes == 4) {
+            return p_.kernel->narrow_quads(p, chunks, units, BigEndian);
+        } else {
+            constexpr bool native = BigEndian == (std::endian::native == std::endian::big);
+            p_.kernel->copy_units(p, units, chunks, !native);
+            return {chunks * chunk_bytes / Bytes, chunks * chunk_bytes};
         }
-        return {n, n * Bytes};
     }
     static const u8* before(const u8* p) { return p - Bytes; }
     static const u8* go_behind(const u8* p, std::span<const u16> units) {

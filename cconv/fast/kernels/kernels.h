@@ -11,7 +11,7 @@ namespace fast {
 
 // A block is read in chunks of so many bytes, each of them so many codes at most.
 inline constexpr std::size_t chunk_bytes = 64, chunk_codes = 64;
-inline constexpr std::size_t block_chunks = 4, block_codes = block_chunks * chunk_codes;
+inline constexpr std::size_t block_chunks = 8, block_codes = block_chunks * chunk_codes;
 
 // Bytes that encode_utf8, put_entries and put_quads may touch behind what they write.
 inline constexpr std::size_t kernel_margin = 64;
@@ -131,8 +131,9 @@ struct kernels {
     // Reads so many chunks and writes the scalars of the well-formed sequences of one to three
     // bytes that they begin with; room for chunk_codes for each.
     chunk_read (*decode_utf8)(const u8* in, std::size_t chunks, u16* scalars) = nullptr;
-    // Reads chunk_bytes bytes of four-byte units; 0 when one does not fit, else their number.
-    std::size_t (*narrow_quads)(const u8* in, u16* scalars, bool big_endian) = nullptr;
+    // Reads so many chunks of four-byte units, up to one in which a unit does not fit into two.
+    chunk_read (*narrow_quads)(const u8* in, std::size_t chunks, u16* scalars,
+                               bool big_endian) = nullptr;
     // Reads so many chunks of characters of one to three bytes and writes their codes; room for
     // chunk_codes for each. Whether they mean anything is not looked at.
     chunk_read (*split_codes)(const u8* in, std::size_t chunks, const split_by& by,
@@ -140,8 +141,8 @@ struct kernels {
     // Writes scalars without surrogates as UTF-8 and returns the bytes, three each at most; may
     // touch kernel_margin bytes behind them. A chunk behind the scalars may be read.
     std::size_t (*encode_utf8)(const u16* scalars, std::size_t count, u8* out) = nullptr;
-    // Copies chunk_bytes bytes, their two-byte units swapped where asked for.
-    void (*copy_units)(const void* in, void* out, bool swap) = nullptr;
+    // Copies so many chunks, their two-byte units swapped where asked for.
+    void (*copy_units)(const void* in, void* out, std::size_t chunks, bool swap) = nullptr;
     // Writes count scalars in four bytes each; may touch kernel_margin bytes behind them.
     void (*put_quads)(const u16* scalars, std::size_t count, u8* out, bool big_endian) = nullptr;
     // How many of the scalars come before the first surrogate and the first of the stops.

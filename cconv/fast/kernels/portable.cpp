@@ -137,20 +137,19 @@ void store_packed(u32 packed, u8* out) {
     std::memcpy(out, &bytes, sizeof bytes);
 }
 
-} // namespace
-
 // There is no branch on each entry: all are written, and those in vain overwritten later.
-block_written put_one_by_one(const entry_word* entries, const u16* codes, std::size_t count,
-                             u8* out) {
+template <typename Code>
+block_written put_each(const entry_word* entries, const Code* codes, std::size_t count, u8* out) {
     u8* const begin = out;
-    u32 least = ~0U;
+    u32 lacking = 0; // its highest bit: whether an entry says something else
+#pragma GCC unroll 4
     for (std::size_t i = 0; i < count; ++i) {
         const u32 packed = entries[codes[i]].load(std::memory_order_relaxed);
         store_packed(packed, out);
         out += packed / one_byte;
-        least = std::min(least, packed);
+        lacking |= packed - one_byte;
     }
-    if (least >= one_byte) {
+    if (static_cast<i32>(lacking) >= 0) {
         return {count, static_cast<std::size_t>(out - begin)};
     }
     // Others may have been asked about by now, and were not written above: once more.
@@ -166,28 +165,29 @@ block_written put_one_by_one(const entry_word* entries, const u16* codes, std::s
     return written;
 }
 
+} // namespace
+
+block_written put_one_by_one(const entry_word* entries, const u16* codes, std::size_t count,
+                             u8* out) {
+    return put_each(entries, codes, count, out);
+}
+
 // Stops where a run of ASCII begins, for which there are kernels of its own.
 bytes_put put_bytes_one_by_one(const entry_word* entries, const ascii_run& run, byte_tables&) {
-    constexpr std::size_t some = 64;
-    const u8 *in = run.in, *const in_end = in + run.in_size;
-    u8 *out = run.out, *const out_stop = out + run.out_size - std::min(run.out_size, 4 * some);
-    u32 packed = one_byte;
-    while (in < in_end && packed >= one_byte && out < out_stop) {
-        const u8* const end = in + std::min(some, static_cast<std::size_t>(in_end - in));
-        if (end == in + some && run.plain.has(*in) && is_ascii(in, some)) {
+    constexpr std::size_t some = 64, most_written = 4 * some;
+    block_written all{0, 0};
+    for (bool goes_on = true; goes_on && all.bytes + most_written < run.out_size;) {
+        const u8* const in = run.in + all.codes;
+        const std::size_t size = std::min(some, run.in_size - all.codes);
+        if (size == some && run.plain.has(*in) && is_ascii(in, some)) {
             break;
         }
-        for (; in < end; ++in) {
-            packed = entries[*in].load(std::memory_order_relaxed);
-            if (packed < one_byte) {
-                break;
-            }
-            store_packed(packed, out);
-            out += packed / one_byte;
-        }
+        const block_written put = put_each(entries, in, size, run.out + all.bytes);
+        all.codes += put.codes;
+        all.bytes += put.bytes;
+        goes_on = size == some && put.codes == size;
     }
-    const auto read = static_cast<std::size_t>(in - run.in);
-    return {read, static_cast<std::size_t>(out - run.out), read};
+    return {all.codes, all.bytes, all.codes};
 }
 
 const kernels portable_kernels = {
