@@ -17,10 +17,12 @@ import zipfile
 
 # Language: how its files are called in packages, where that is not the language itself.
 LANGUAGES = ["en", "de", "fr", "es", "it", "pt", "nl", "da", "sv", "nb", "fi", "is", "ca",
-             "pl", "cs", "sk", "hu", "ro", "hr", "sl", "et", "lt", "lv", "tr", "vi",
+             "cy", "ga", "pl", "cs", "sk", "hu", "ro", "hr", "sl", "et", "lt", "lv", "tr", "vi",
              "ru", "uk", "bg", "sr", "be", "el", "he", "ar", "th", "ja", "ko", "zh_CN", "zh_TW"]
+LITTLE = ["cy", "ga", "et", "lt", "lv"]  # of which there is little text besides
 MANUALS = {"pt": "pt-br", "zh_CN": "zh", "zh_TW": "zh"}
-FIREFOX = {"es": "es-es", "pt": "pt-pt", "nb": "nb-no", "sv": "sv-se", "zh_CN": "zh-cn", "zh_TW": "zh-tw"}
+FIREFOX = {"es": "es-es", "ga": "ga-ie", "pt": "pt-pt", "nb": "nb-no", "sv": "sv-se", "zh_CN": "zh-cn",
+           "zh_TW": "zh-tw"}
 HANDBOOK = {"en": "en-US", "nb": "nb-NO", "pt": "pt-BR", "zh_CN": "zh-CN", "zh_TW": "zh-TW", "ar": "ar-MA",
             "ca": "ca-ES", "cs": "cs-CZ", "da": "da-DK", "el": "el-GR", "ja": "ja-JP", "ko": "ko-KR",
             "sv": "sv-SE", "vi": "vi-VN"}
@@ -32,6 +34,7 @@ def packages(part, language):
     thunderbird = "thunderbird-l10n-" + FIREFOX.get(language, language)
     return {
         "models": [manuals, firefox, "iso-codes"] +
+                  ["libreoffice-l10n-" + language] * (language in LITTLE) +
                   {"ja": ["mecab-ipadic", "debian-reference-ja"],
                    "en": ["debian-reference-en"],
                    "zh_CN": ["debian-reference-zh-cn", "fortunes-zh"],
@@ -81,6 +84,12 @@ def without_placeholders(text):
     return without_markup(re.sub(r"[&_]|\{[^}]*\}|\$\[[^]]*\]|%\S+|.*\|/\|.*", "", text.replace("\n", " ")))
 
 
+def messages(path):
+    with open(path, "rb") as file:
+        catalog = gettext.GNUTranslations(file)
+    return [v for k, v in catalog._catalog.items() if k and isinstance(v, str)]
+
+
 def decode(data):
     for charset in ("utf-8", "euc-jp", "euc-jis-2004"):
         try:
@@ -99,6 +108,9 @@ def texts_of(directory, package, language):
     if package.startswith("manpages-"):
         for path in named(f"man/{short}/**/*.gz", f"man/{language}.UTF-8/**/*.gz"):
             yield manual(decode(gzip.open(path).read()))
+    elif package.startswith("libreoffice"):
+        for path in sorted(glob.glob(f"{directory}/usr/lib/**/*.mo", recursive=True)):
+            yield "\n".join(map(without_placeholders, messages(path)))
     elif "-l10n-" in package:
         for path in glob.glob(f"{directory}/usr/**/*.xpi", recursive=True):
             with zipfile.ZipFile(path) as archive:
@@ -108,10 +120,7 @@ def texts_of(directory, package, language):
     elif package in ("iso-codes", "krita-l10n", "kgeography-data"):
         own = package == "iso-codes" or language != "pt"
         for path in named(f"locale/{short if own else 'pt'}/LC_MESSAGES/*.mo"):
-            with open(path, "rb") as file:
-                catalog = gettext.GNUTranslations(file)
-            texts = (v for k, v in catalog._catalog.items() if k and isinstance(v, str))
-            yield "\n".join(texts if package == "iso-codes" else map(without_placeholders, texts))
+            yield "\n".join(messages(path) if package == "iso-codes" else map(without_placeholders, messages(path)))
     elif package == "edict":
         words = named("edict/edict")[0]
         yield re.sub(r"[ (;].*", "", decode(pathlib.Path(words).read_bytes()), flags=re.M)
@@ -154,3 +163,10 @@ def lines(part, language, cache):
     kept.parent.mkdir(parents=True, exist_ok=True)
     kept.write_text("".join(line + "\n" for line in seen))
     return list(seen)
+
+
+def toned(c):
+    """As windows-1258 writes it: a letter, and its tone as a mark behind it."""
+    parts = unicodedata.normalize("NFD", c)
+    tone = [m for m in parts if m in "\u0300\u0301\u0303\u0309\u0323"]
+    return unicodedata.normalize("NFC", "".join(m for m in parts if m not in tone)) + "".join(tone)

@@ -239,9 +239,9 @@ bool has_double(pvzan_guesser& g, candidate& best, std::span<candidate*> ranked)
     }
     const std::span<const seen> read = keep_reading(g, best);
     return std::ranges::any_of(ranked, [&](candidate* c) {
-        const bool close = c != &best && c->row.codes == structure::single_byte && reads_all(*c) &&
-                           c->cost - best.cost < lead_by_chance_letters;
-        if (!close || (!best.row.family.empty() && c->row.family == best.row.family)) {
+        const bool other_one =
+            c != &best && c->row.codes == structure::single_byte && reads_all(*c);
+        if (!other_one || (!best.row.family.empty() && c->row.family == best.row.family)) {
             return false;
         }
         const std::span<const seen> other = read_as(g, *c, {g.evidence, g.evidence_size}, true);
@@ -249,7 +249,8 @@ bool has_double(pvzan_guesser& g, candidate& best, std::span<candidate*> ranked)
         for (std::size_t i = 0; i < read.size(); ++i) {
             different += read[i].scalar != other[i].scalar ? 1U : 0U;
         }
-        return different <= chance_letters;
+        return different <= chance_letters &&
+               c->cost - best.cost < lead_by_chance_letter * static_cast<i32>(different);
     });
 }
 

@@ -229,8 +229,13 @@ void scorer::load_common(model& m, std::string_view lines) {
             line.remove_prefix(two ? 1 : 0);
             u32 before = take_character(line);
             before = two ? two_letters(before, take_character(line)) : before;
+            u32 others = 0;
+            if (two && !line.empty()) {
+                others = cost_of(line[0]);
+                line.remove_prefix(1);
+            }
             if (m.common != nullptr) {
-                *find_common(m, before) = {before, line};
+                *find_common(m, before) = {before, others, line};
             }
             continue;
         }
@@ -244,20 +249,19 @@ void scorer::load_common(model& m, std::string_view lines) {
     }
 }
 
-// What is common behind that costs; much, where it is not.
-u32 scorer::common_cost(const model& m, u32 before, u32 now) {
-    constexpr u32 not_common = 255;
+// What that costs behind others, of which it is known what is common there.
+u32 scorer::common_cost(const model& m, u32 before, u32 now, u32 alone) {
     const common_line* const found = find_common(m, before);
     if (found == nullptr || found->before != before) {
-        return not_common;
+        return alone;
     }
     for (std::string_view rest = found->common; const u32 c = take_character(rest);) {
         if (c == now && !rest.empty()) {
-            return cost_of(rest[0]);
+            return std::min(alone, cost_of(rest[0]));
         }
         rest.remove_prefix(std::min<std::size_t>(rest.size(), 1));
     }
-    return not_common;
+    return alone + found->others;
 }
 
 // ---- Judging -----------------------------------------------------------------------------------
@@ -319,7 +323,7 @@ u32 scorer::judge_letters(std::span<const seen> line, const model& m) {
                           : symbol == letter_class || symbol == other_class ? 0
                                                                             : boundary;
         if ((symbol >= classes || symbol == 0) && two % two_letters(1, 0) != boundary) {
-            step = std::min(step, common_cost(m, two, third));
+            step = common_cost(m, two, third, step);
         }
         two = two_letters(two % two_letters(1, 0), third);
         cost += symbol == mark_class ? std::min(step, most_for_a_mark) : step;
@@ -359,7 +363,7 @@ u32 scorer::judge_characters(std::span<const seen> text, const model& m, u32 mos
         const u32 common = c.letter != 0 ? m.symbols[c.letter] : 0;
         const u32 alone = m.costs[before * kinds + what] + (common != 0 ? common : rare_cost[what]);
         const bool pair = last.letter >= 0x80 && c.letter >= 0x80;
-        cost += pair ? std::min(alone, common_cost(m, last.letter, c.letter)) : alone;
+        cost += pair ? common_cost(m, last.letter, c.letter, alone) : alone;
         cost += case_cost(older, last, c);
         cost += c.what == kind::half_katakana ? sound_mark_cost(last, c) : 0;
         const bool small = c.what == kind::letter && !c.capital;

@@ -63,6 +63,7 @@ constexpr seen seen_fault(u32 at) {
 // What is common behind a character, or behind two letters, each with its cost.
 struct common_line {
     u32 before;
+    u32 others; // what all others cost besides
     std::string_view common;
 };
 
@@ -95,7 +96,7 @@ private:
     bool load(model& m);
     static void load_common(model& m, std::string_view lines);
     static common_line* find_common(const model& m, u32 before);
-    static u32 common_cost(const model& m, u32 before, u32 now);
+    static u32 common_cost(const model& m, u32 before, u32 now, u32 alone);
     // What a reading has cost in a language, and what it costs to change to that.
     struct standing {
         u32 cost, change;

@@ -35,6 +35,8 @@ struct candidate {
     u32 characters = 0, beyond = 0; // of the evidence, and those beyond ASCII
     u32 odd = 0;                    // those of them that are private use and the like
     u32 long_ones = 0;              // those of them from U+0800 on, which take three bytes in UTF-8
+    bool private_use = false;       // in the text
+    u8 last_read = 0;               // byte of its reading
     u64 hash = 0;                   // of its reading
     std::size_t first_fault = 0;    // of the evidence
     u64 fault_at = nowhere;         // of the text

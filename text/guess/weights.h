@@ -26,10 +26,11 @@ inline constexpr u32 longest_word = 7; // characters
 // Without what charsets have by being met often or seldom, in all that is longer than a word:
 // without this rule 0.13 in 100 pieces are wrong instead of 0.10.
 inline constexpr i32 lead_by_text = bits(7);
-// Between readings of a long text that differ in hardly any character: those may be in a name from
-// elsewhere, which costs up to so much. Of 438 texts of both "margins" and "figures", all that a
-// language has in a charset, 7 were wrong without this rule, and none with it.
-inline constexpr i32 lead_by_chance_letters = bits(50);
+// Between readings of a long text that differ in hardly any character, for each of those: it may be
+// in a name from elsewhere, which costs up to so much. Of 438 texts of both "margins" and
+// "figures", all that a language has in a charset, 7 were wrong without this rule, and none with
+// it.
+inline constexpr i32 lead_by_chance_letter = bits(50);
 inline constexpr u32 chance_letters = 2, long_reading = 100; // characters beyond ASCII
 // Between UTF-16 and readings byte by byte: each pair of bytes may be some character by chance.
 inline constexpr i32 lead_of_units = bits(7);
@@ -38,6 +39,8 @@ inline constexpr i32 lead_of_units = bits(7);
 inline constexpr i32 lead_of_utf8_in_a_text = bits(4);
 // Damage is rarer than the text that it happens to.
 inline constexpr i32 damage = bits(24), lead_before_damage = bits(4);
+// Characters of private use that only come late, whatever their number: a relative may be meant.
+inline constexpr i32 late_private_use = bits(25);
 // A letter that a language does not have costs up to 40 bits, and is a name from another one: the
 // charset that has none in its place is not likelier.
 inline constexpr i32 no_letter = bits(40);
@@ -68,7 +71,7 @@ inline constexpr u32 utf8_enough = 6, utf8_enough_long_ones = 4;
 // ---- What is left out --------------------------------------------------------------------------
 
 // Candidates so far behind are not asked any more, and those so far behind are not told.
-inline constexpr i32 far_behind = bits(60), worth_telling = bits(14);
+inline constexpr i32 far_behind = bits(100), worth_telling = bits(14);
 // A member of a family that is met so seldom is not looked for while a commoner one reads all.
 inline constexpr u32 hardly_ever_met = 45;
 // Bytes at random cost so much each; the rarest writing by units costs less than this for each

@@ -212,15 +212,37 @@ u64 original(const pvzan_guesser& g, u64 at) {
 
 constexpr u32 enough_faults = 2;
 
+// Whether UTF-8 has characters of private use, U+E000 to U+F8FF; it may be cut anywhere.
+bool has_private_use(std::span<const u8> text) {
+    const u8 *p = text.data(), *const end = p + text.size();
+    const auto find = [&](i32 first) {
+        p = static_cast<const u8*>(std::memchr(p, first, static_cast<std::size_t>(end - p)));
+        return p != nullptr;
+    };
+    while (find(0xEF)) {
+        if (++p == end) {
+            break;
+        }
+        if (*p < 0xA4) {
+            return true;
+        }
+    }
+    p = text.data();
+    return find(0xEE);
+}
+
 void feed_one(pvzan_guesser& g, candidate& c, std::span<const u8> bytes, i32 how) {
-    u8 out[16384];
+    u8 out[1 + 16384]; // behind the last byte before it
     const u8* in = bytes.data();
     std::size_t left = bytes.size();
     pvzan_outcome said = PVZAN_FEED_MORE_ROOM;
     while (said == PVZAN_FEED_MORE_ROOM || said == PVZAN_FEED_FAULT) {
-        u8* end = out;
-        std::size_t room = sizeof out;
+        u8* end = out + 1;
+        std::size_t room = sizeof out - 1;
+        out[0] = c.last_read;
         said = pvzan_feed(c.reads, &in, &left, &end, &room, how);
+        c.private_use = c.private_use || (!c.row.family.empty() && has_private_use({out, end}));
+        c.last_read = end[-1];
         if (said != PVZAN_FEED_FAULT) {
             continue;
         }
@@ -377,6 +399,9 @@ void settle_faults(pvzan_guesser& g) {
             c.fault_byte = c.faults > 0 ? g.evidence[c.first_fault] : u8{0};
         } else if (c.alive && c.row.codes == structure::single_byte) {
             find_hole(g, c);
+        } else if (c.alive && c.private_use && c.odd == 0) { // behind the evidence
+            c.odd = 1;
+            c.cost += late_private_use;
         }
     }
 }
