@@ -156,7 +156,7 @@ std::string doubts_of(const source_guess& guess) {
                                     printable(candidate.reading), printable(candidate.name.shown));
         }
     }
-    if (guess.candidates.size() < 2 || readings.empty()) {
+    if (readings.empty()) {
         return fmt::format("cannot tell the encoding (maybe {}); use --from", first);
     }
     return fmt::format("cannot tell the encoding: byte {} and what follows is {}; use --from",
