@@ -68,6 +68,21 @@ std::uint32_t note_fault(pvzan_converter* c, outcome& result) {
     return f.length;
 }
 
+void note_counts(const pvzan_converter* c, outcome& result) {
+    pvzan_counts counts = {};
+    counts.size = sizeof counts;
+    pvzan_count(c, &counts);
+    if (counts.composed + counts.look_alikes > 0) {
+        result.faults += (result.faults.empty() ? "" : " / ") + std::to_string(counts.composed) +
+                         " composed, " + std::to_string(counts.look_alikes) + " look-alikes";
+    }
+}
+
+bool stands_as_saved(const pvzan_converter* c) {
+    std::uint8_t state[512];
+    return pvzan_stands_as(c, state, pvzan_save(c, state, sizeof state)) == 1;
+}
+
 // Feeds a piece, with so much room at a time. The caller's own words for a fault are "<あ>", or two
 // bytes.
 void feed(pvzan_converter* c, std::string_view piece, std::int32_t how, std::size_t room,
@@ -104,9 +119,7 @@ void feed(pvzan_converter* c, std::string_view piece, std::int32_t how, std::siz
     pvzan_outcome said = PVZAN_FEED_MORE_ROOM;
     while (said == PVZAN_FEED_MORE_ROOM || said == PVZAN_FEED_FAULT) {
         said = go_on();
-        std::uint8_t state[512];
-        ASSERT_TRUE(said != PVZAN_FEED_MORE_ROOM ||
-                    pvzan_stands_as(c, state, pvzan_save(c, state, sizeof state)) == 1);
+        ASSERT_TRUE(said != PVZAN_FEED_MORE_ROOM || stands_as_saved(c));
         if (said == PVZAN_FEED_FAULT) {
             const std::uint32_t length = note_fault(c, result);
             if (answer == PVZAN_TELL) { // it stays in the input
@@ -128,14 +141,7 @@ void feed(pvzan_converter* c, std::string_view piece, std::int32_t how, std::siz
     ASSERT_EQ(left, 0U);
     if (how == PVZAN_LAST) {
         ASSERT_EQ(go_on(), PVZAN_FEED_MISUSE) << "the text has ended";
-        pvzan_counts counts = {};
-        counts.size = sizeof counts;
-        pvzan_count(c, &counts);
-        if (counts.composed + counts.look_alikes > 0) {
-            result.faults += (result.faults.empty() ? "" : " / ") +
-                             std::to_string(counts.composed) + " composed, " +
-                             std::to_string(counts.look_alikes) + " look-alikes";
-        }
+        note_counts(c, result);
     }
 }
 

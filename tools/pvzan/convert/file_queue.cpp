@@ -8,10 +8,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <exception>
 #include <mutex>
 #include <optional>
-#include <semaphore>
 #include <sys/resource.h>
 #include <thread>
 #include <utility>
@@ -23,6 +23,28 @@ namespace {
 struct finished_file {
     file_outcome outcome;
     std::string lines;
+};
+
+// How many may convert at a time. Not std::counting_semaphore: in libstdc++ 12, who waits may sleep
+// on although there is a turn, when others take and give turns meanwhile.
+class turns {
+public:
+    explicit turns(unsigned free) : free_(free) {}
+    void take() {
+        std::unique_lock lock(mutex_);
+        freed_.wait(lock, [this] { return free_ > 0; });
+        --free_;
+    }
+    void give() {
+        const std::scoped_lock lock(mutex_);
+        ++free_;
+        freed_.notify_one();
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable freed_;
+    unsigned free_;
 };
 
 class file_queue {
@@ -91,19 +113,19 @@ private:
 
     // This thread is one of them, and does it all when the system gives no others.
     void run_threads(std::size_t number, unsigned jobs) {
-        std::counting_semaphore<> turns(jobs);
+        turns shared(jobs);
         std::vector<std::thread> threads;
         threads.reserve(number);
         try {
             while (threads.size() + 1 < number) {
                 threads.emplace_back([&] {
                     hold_ending_signals();
-                    take_files(turns);
+                    take_files(shared);
                 });
             }
         } catch (const std::exception&) { // fewer, then
         }
-        take_files(turns);
+        take_files(shared);
         for (std::thread& thread : threads) {
             thread.join();
         }
@@ -112,9 +134,9 @@ private:
         }
     }
 
-    void take_files(std::counting_semaphore<>& turns) noexcept {
+    void take_files(turns& shared) noexcept {
         try {
-            while (take_file(turns)) {
+            while (take_file(shared)) {
             }
         } catch (...) {
             const std::scoped_lock lock(mutex_);
@@ -123,12 +145,12 @@ private:
     }
 
     // False when there is none.
-    bool take_file(std::counting_semaphore<>& turns) {
+    bool take_file(turns& shared) {
         bool has_turn = true;
-        turns.acquire();
+        shared.take();
         const auto give_turn = [&] {
             if (std::exchange(has_turn, false)) {
-                turns.release();
+                shared.give();
             }
         };
         const std::size_t k = next_++;
